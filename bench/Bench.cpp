@@ -1,0 +1,257 @@
+// The hot paths beside the machine's own limits, in one run: only ratios between rows of the same run mean anything.
+
+#include "quorvex/quorvex.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+using namespace Quorvex;
+
+/// Takes everything and keeps nothing.
+class NullSink : public CTraceSinkBuffer {
+public:
+    bool write(const char*, unsigned count, std::uint64_t, unsigned& written) override {
+        written = count;
+        return true;
+    }
+    bool write(const char*, unsigned count, unsigned& written) override {
+        written = count;
+        return true;
+    }
+    bool eof() override { return false; }
+    bool good() override { return true; }
+    void flush() override {}
+    void clear() override {}
+    std::uint64_t tellp() override { return 0; }
+};
+
+/// Hands out the same bytes, from memory.
+class MemorySource : public CTraceSourceBuffer {
+public:
+    explicit MemorySource(const std::string& bytes) : m_bytes(bytes) {}
+    bool read(char* dst, unsigned count, std::uint64_t position, unsigned& got) override {
+        m_at = position;
+        return read(dst, count, got);
+    }
+    bool read(char* dst, unsigned count, unsigned& got) override {
+        got = static_cast<unsigned>(std::min<std::uint64_t>(count, m_bytes.size() - m_at));
+        std::memcpy(dst, m_bytes.data() + m_at, got);
+        m_at += got;
+        return got != 0 || count == 0;
+    }
+    bool eof() override { return m_at == m_bytes.size(); }
+    bool good() override { return true; }
+    void clear() override {}
+    std::uint64_t position() override { return m_at; }
+    std::uint64_t size() override { return m_bytes.size(); }
+    void flush() override {}
+    void rewind() { m_at = 0; }
+
+private:
+    const std::string& m_bytes;
+    std::uint64_t m_at = 0;
+};
+
+void perPacket(benchmark::State& state, double bytes) {
+    state.SetItemsProcessed(state.iterations());
+    state.SetBytesProcessed(static_cast<std::int64_t>(static_cast<double>(state.iterations()) * bytes));
+}
+
+struct Virtual {
+    virtual ~Virtual() = default;
+    virtual unsigned call(unsigned x) = 0;
+};
+struct OneMore : Virtual {
+    unsigned call(unsigned x) override { return x + 1; }
+};
+struct TwoMore : Virtual {
+    unsigned call(unsigned x) override { return x + 2; }
+};
+
+// --- the machine's limits ---------------------------------------------------------------------------------------
+
+/// A packet's bytes copied into a page, and one virtual call.
+void limitCopyAndCall(benchmark::State& state) {
+    std::vector<char> page(kPageSize);
+    char packet[30] = {};
+    OneMore one;
+    TwoMore two;
+    Virtual* target = state.range(0) > 1 ? static_cast<Virtual*>(&two) : &one;
+    unsigned at = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(target);
+        benchmark::DoNotOptimize(target->call(at));
+        benchmark::DoNotOptimize(packet);
+        if (at + sizeof packet > kPageSize)
+            at = 0;
+        std::memcpy(page.data() + at, packet, sizeof packet);
+        at += sizeof packet;
+        benchmark::ClobberMemory();
+    }
+    perPacket(state, sizeof packet);
+}
+BENCHMARK(limitCopyAndCall)->Arg(1);
+
+void limitAllocation(benchmark::State& state) {
+    for (auto _ : state) {
+        void* block = ::operator new(sizeof(CFunctionEnter));
+        benchmark::DoNotOptimize(block);
+        ::operator delete(block);
+    }
+    perPacket(state, sizeof(CFunctionEnter));
+}
+BENCHMARK(limitAllocation);
+
+void limitClock(benchmark::State& state) {
+    for (auto _ : state)
+        benchmark::DoNotOptimize(platform::counterTick());
+    perPacket(state, 0);
+}
+BENCHMARK(limitClock);
+
+// --- the library ------------------------------------------------------------------------------------------------
+
+template <class Writer> void writePackets(benchmark::State& state) {
+    NullSink sink;
+    Writer writer(sink);
+    CFunctionEnter enter(CCoreContext(1, 2, 3, 4), 7);
+    for (auto _ : state) {
+        CPacket* packet = &enter;
+        benchmark::DoNotOptimize(packet);
+        writer.put(packet);
+    }
+    perPacket(state, enter.StreamSize());
+}
+BENCHMARK(writePackets<CTraceWriterPlain>);
+BENCHMARK(writePackets<CTraceWriterPaged>);
+
+const std::string& someTrace() {
+    static const std::string trace = [] {
+        std::ostringstream out;
+        CTraceSinkBufferStream sink(out);
+        CTraceWriterPlain writer(sink);
+        for (unsigned i = 0; i < 100'000; ++i) {
+            CFunctionEnter enter(CCoreContext(i, i % 4, i % 8, kUnknown64), i % 100);
+            CRelExecInsn step(static_cast<std::uint8_t>(i), 4);
+            writer.put(&enter);
+            writer.put(&step);
+        }
+        writer.flush();
+        return out.str();
+    }();
+    return trace;
+}
+
+void readPackets(benchmark::State& state) {
+    MemorySource source(someTrace());
+    auto reader = std::make_unique<CTraceReaderPlain>(source);
+    for (auto _ : state) {
+        CPacket* packet = reader->get();
+        if (!packet) {
+            source.rewind();
+            reader = std::make_unique<CTraceReaderPlain>(source);
+            packet = reader->get();
+        }
+        benchmark::DoNotOptimize(packet);
+        CPacketFactory::releaseCPacket(&packet);
+    }
+    perPacket(state, static_cast<double>(someTrace().size()) / 200'000);
+}
+BENCHMARK(readPackets);
+
+void skipPackets(benchmark::State& state) {
+    MemorySource source(someTrace());
+    auto reader = std::make_unique<CTraceReaderPlain>(source);
+    for (auto _ : state) {
+        if (!reader->skip()) {
+            source.rewind();
+            reader = std::make_unique<CTraceReaderPlain>(source);
+        }
+    }
+    perPacket(state, static_cast<double>(someTrace().size()) / 200'000);
+}
+BENCHMARK(skipPackets);
+
+/// What the system takes to store a packet's bytes in a new file, page by page.
+void limitStore(benchmark::State& state) {
+    const std::string path = (std::filesystem::temp_directory_path() / "quorvex_bench.tmp").string();
+    {
+        CTraceSinkBufferFile file;
+        file.open(path.c_str(), false);
+        const std::vector<char> page(kPageSize);
+        unsigned at = 0;
+        unsigned written = 0;
+        for (auto _ : state) {
+            at += 30;
+            if (at > kPageSize) {
+                file.write(page.data(), kPageSize, written);
+                at = 0;
+            }
+        }
+    }
+    std::filesystem::remove(path);
+    perPacket(state, 30);
+}
+BENCHMARK(limitStore);
+
+/// What a traced function costs, entering and leaving, the storing left out: the trace goes to the null device.
+void recordScope(benchmark::State& state) {
+    for (auto _ : state) {
+        QUORVEX_TRACE_SCOPE("scope");
+    }
+    perPacket(state, 0);
+}
+BENCHMARK(recordScope);
+
+/// One enter packet in an instrumented thread, with the clock read; again without the storing.
+void recordEnter(benchmark::State& state) {
+    CQVXInstrumentingStream* stream = CQVXInstrumentingStream::get_Instance();
+    for (auto _ : state) {
+        CFunctionEnter enter(stream->Context(), 7);
+        stream->put(&enter);
+    }
+    perPacket(state, 0);
+}
+BENCHMARK(recordEnter);
+
+class NullBuffer : public std::streambuf {
+protected:
+    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+    int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+};
+
+void tableRows(benchmark::State& state) {
+    NullBuffer buffer;
+    std::ostream out(&buffer);
+    CPacketPlain table(out, true, 0);
+    CFunctionEnter enter(CCoreContext(123456789012, 2, 4711, kUnknown64), 7);
+    for (auto _ : state)
+        table.writeCPacket(16, enter);
+    perPacket(state, enter.StreamSize());
+}
+BENCHMARK(tableRows);
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // The trace file that this thread will open is made to be the null device.
+    namespace fs = std::filesystem;
+    const fs::path directory =
+        fs::temp_directory_path() / ("quorvex_bench_" + std::to_string(Quorvex::platform::currentThreadId()));
+    fs::create_directory(directory);
+    fs::create_symlink("/dev/null",
+                       directory / ("thread_" + std::to_string(Quorvex::platform::currentThreadId()) + ".qvx"));
+    setenv("QVX_TRACEDIR", directory.c_str(), 1);
+    unsetenv("QVX_TRACEFILENAME");
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    fs::remove_all(directory);
+}

@@ -1,0 +1,45 @@
+#include "quorvex/export/PacketPlain.h"
+
+#include <algorithm>
+
+namespace Quorvex {
+
+bool CPacketPlain::writePageHeader(const char* title) {
+    return writeRaw(title ? title : "Quorvex (QVX) packet description") && writeRaw("\n");
+}
+
+bool CPacketPlain::writeTableHeader() {
+    return writeRaw(GetWithOffset() ? "Offset\t\tDescription \tTCode \tLength \tpacket payload \n"
+                                    : "\t \tDescription \tTCode \tLength \tpacket payload \n");
+}
+
+bool CPacketPlain::writeTableFooter() {
+    return writeRaw("\n");
+}
+
+bool CPacketPlain::writeRowClose() {
+    return writeRaw("\n");
+}
+
+bool CPacketPlain::writeItemOpen(unsigned) {
+    return writeRaw("\t");
+}
+
+bool CPacketPlain::writeItemClose() {
+    return writeRaw(" ");
+}
+
+bool CPacketPlain::writeDescription(CPacket& packet) {
+    static constexpr std::size_t kWidth = 30;
+    if (!checkRange(packet.TraceCode()))
+        return false;
+    std::string text = CTCodeInfo::TCodeToDescription(packet.TraceCode());
+    text.resize(std::max(text.size(), kWidth), ' ');
+    return writeItem(1, text);
+}
+
+bool CPacketPlain::writeCharString(unsigned length, const unsigned char* bytes) {
+    return writeItemOpen(std::min(length, 255U)) && writeString(length, bytes) && writeItemClose();
+}
+
+} // namespace Quorvex

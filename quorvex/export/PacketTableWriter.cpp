@@ -1,0 +1,603 @@
+#include "quorvex/export/PacketTableWriter.h"
+
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/ContextStub.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <type_traits>
+#include <vector>
+
+namespace Quorvex {
+
+namespace {
+
+constexpr std::uint32_t kNone32 = 0xFFFFFFFF;
+constexpr char kHexDigits[] = "0123456789abcdef";
+
+void putHex(char* to, std::uint64_t value, unsigned digits) {
+    for (unsigned i = digits; i-- > 0; value >>= 4)
+        to[i] = kHexDigits[value & 15];
+}
+
+/// Length of the well-formed printable UTF-8 character at `at`, 0 when there is none.
+unsigned printableSize(const unsigned char* at, unsigned left) {
+    if (at[0] < 0x80)
+        return at[0] >= 0x20 && at[0] != 0x7F ? 1 : 0;
+    const unsigned size = at[0] >= 0xF0 ? 4 : at[0] >= 0xE0 ? 3 : at[0] >= 0xC2 ? 2 : 0;
+    if (size == 0 || size > left)
+        return 0;
+    std::uint32_t character = at[0] & (0x7FU >> size);
+    for (unsigned i = 1; i < size; ++i) {
+        if ((at[i] & 0xC0) != 0x80)
+            return 0;
+        character = (character << 6) | (at[i] & 0x3FU);
+    }
+    static constexpr std::uint32_t kSmallest[] = {0, 0, 0xA0, 0x800, 0x10000}; // below 0xA0 are control characters
+    const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
+    return character >= kSmallest[size] && character <= 0x10FFFF && !surrogate ? size : 0;
+}
+
+bool isPlainText(const unsigned char* bytes, unsigned length) {
+    if (length >= 2 && bytes[0] == '0' && bytes[1] == 'x')
+        return false;
+    for (unsigned at = 0; at < length;) {
+        const unsigned size = printableSize(bytes + at, length - at);
+        if (size == 0)
+            return false;
+        at += size;
+    }
+    return true;
+}
+
+} // namespace
+
+/// Writes a packet's parts as cells: contexts through the context writers, other fields by what they mean.
+class CPacketTableWriter::PayloadCells {
+public:
+    PayloadCells(CPacketTableWriter& writer, CPacket& packet) : m_writer(writer), m_packet(packet) {}
+
+    bool good = true;
+
+    void operator()(const CCoreContext&) { good = good && m_writer.writeCoreContext(m_packet); }
+    void operator()(const CRelCoreContext&) { good = good && m_writer.writeRelCoreContext(m_packet); }
+    void operator()(const CBusContext&) { good = good && m_writer.writeBusContext(m_packet); }
+    void operator()(const CRelBusContext&) { good = good && m_writer.writeRelBusContext(m_packet); }
+    void operator()(const CSystemContext&) { good = good && m_writer.writeSystemContext(m_packet); }
+    void operator()(const CRelSystemContext&) { good = good && m_writer.writeRelSystemContext(m_packet); }
+    template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
+
+    template <class T> void operator()(FieldMeaning meaning, const char*, const T& value) {
+        good = good && write(meaning, value);
+    }
+
+private:
+    template <class T> bool write(FieldMeaning meaning, T value) {
+        static_assert(std::is_integral_v<T>);
+        // Signed numbers are shown as the byte they are.
+        const auto number = static_cast<std::make_unsigned_t<T>>(value);
+        if constexpr (sizeof(T) == 1 || sizeof(T) == 8) {
+            if (meaning == FieldMeaning::Tick)
+                return m_writer.writeTickItem(number);
+            if (meaning == FieldMeaning::Address)
+                return m_writer.writeAddrItem(number);
+        }
+        if constexpr (sizeof(T) == 4) {
+            if (meaning == FieldMeaning::Context)
+                return m_writer.writeCtxItem(number, kNone32);
+            if (meaning == FieldMeaning::Unit)
+                return m_writer.writeIdItem(number, kNone32);
+        }
+        if (meaning == FieldMeaning::Length && number == static_cast<std::make_unsigned_t<T>>(~T{0})) {
+            static constexpr std::string_view kUnknown = "UnknownLength";
+            return m_writer.writeKeyword(sizeof(T), static_cast<unsigned>(kUnknown.size()), kUnknown.data());
+        }
+        return meaning == FieldMeaning::Id ? m_writer.writeHexItem(number) : m_writer.writeDecItem(number);
+    }
+    bool write(FieldMeaning, const CData& data) { return m_writer.writeCData(data); }
+    bool write(FieldMeaning, const SFrameConfig& config) { return m_writer.writeFrameConfig(config); }
+    // Padding says nothing: the cell is empty.
+    bool write(FieldMeaning, const FillBytes& fill) { return fill.count == 0 || m_writer.writeItem(fill.count, {}); }
+
+    CPacketTableWriter& m_writer;
+    CPacket& m_packet;
+};
+
+CPacketTableWriter::CPacketTableWriter(std::ostream& stream, bool withOffset, std::uint64_t offset)
+    : m_stream(stream), m_withOffset(withOffset), m_offset(offset) {}
+
+CPacketTableWriter::~CPacketTableWriter() = default;
+
+// --- sink -------------------------------------------------------------------------------------------------------
+
+bool CPacketTableWriter::good() {
+    return m_stream.good();
+}
+
+void CPacketTableWriter::clear() {
+    m_stream.clear();
+}
+
+void CPacketTableWriter::flush() {
+    m_stream.flush();
+}
+
+bool CPacketTableWriter::put(CPacket* packet) {
+    return packet && writeCPacket(*packet);
+}
+
+bool CPacketTableWriter::forward(CPacket*& packet) {
+    return put(packet) && CPacketFactory::releaseCPacket(&packet);
+}
+
+bool CPacketTableWriter::forward(std::list<CPacket*>& packets) {
+    // Rows that were written are never written again: their packets go, whatever becomes of those behind them.
+    std::list<CPacket*> written;
+    while (!packets.empty() && (!packets.front() || put(packets.front())))
+        written.splice(written.end(), packets, packets.begin());
+    flush();
+    if (!CPacketFactory::release(written))
+        packets.splice(packets.begin(), written);
+    return packets.empty();
+}
+
+// --- page, table, rows ------------------------------------------------------------------------------------------
+
+bool CPacketTableWriter::writePageHeader(const char*) {
+    return good();
+}
+
+bool CPacketTableWriter::writePageFooter() {
+    return good();
+}
+
+bool CPacketTableWriter::writeTableHeader(bool withOffset) {
+    SetWithOffset(withOffset);
+    return writeTableHeader();
+}
+
+bool CPacketTableWriter::writeTableHeader() {
+    return good();
+}
+
+bool CPacketTableWriter::writeTableFooter() {
+    return good();
+}
+
+bool CPacketTableWriter::writeRowOpen() {
+    return good();
+}
+
+bool CPacketTableWriter::writeRowClose() {
+    return good();
+}
+
+bool CPacketTableWriter::writeItemOpen(unsigned) {
+    return good();
+}
+
+bool CPacketTableWriter::writeItemClose() {
+    return good();
+}
+
+bool CPacketTableWriter::writeCPacket(tagTCode code) {
+    return writeRowOpen() && writeDescription(code) && writeHeader(code) && writePayload(code) && writeRowClose();
+}
+
+bool CPacketTableWriter::writeCPacket(CPacket& packet) {
+    return writeCPacket(kUnknown64, packet);
+}
+
+bool CPacketTableWriter::writeCPacket(std::uint64_t offset, CPacket& packet) {
+    // A text of any length is not one row but as many as it has packets.
+    if (auto* sequence = packet.TraceCode() == CharString ? dynamic_cast<CCharStringSequence*>(&packet) : nullptr) {
+        CPacket nothing(Invalid, 0);
+        m_offset = offset == kUnknown64 ? offset : offset - nothing.StreamSize();
+        return writeCCharStringSequenceSaveOffset(nothing, *sequence);
+    }
+    if (!writeRowOpen() || !writeOffset(offset) || !(m_parsable || writeDescription(packet)) || !writeHeader(packet) ||
+        !writePayload(packet) || !writeRowClose())
+        return false;
+    const CCharStringSequence* text = nullptr;
+    visitKind(packet, [&text](const auto& kind) { text = kind.text(); });
+    if (!text || text->empty())
+        return true;
+    m_offset = offset;
+    CCharStringSequence rows(*text);
+    return writeCCharStringSequenceSaveOffset(packet, rows);
+}
+
+bool CPacketTableWriter::writeOffset(std::uint64_t offset) {
+    if (!m_withOffset)
+        return true;
+    m_offset = offset;
+    if (offset == kUnknown64)
+        return writeInvalidItem(1);
+    char text[18] = {'0', 'x'};
+    putHex(text + 2, offset, 16);
+    return writeItem(1, {text, sizeof text});
+}
+
+bool CPacketTableWriter::writeDescription(tagTCode code) {
+    return checkRange(code) && writeItem(1, CTCodeInfo::TCodeToDescription(code));
+}
+
+bool CPacketTableWriter::writeDescription(CPacket& packet) {
+    return CPacketTableWriter::writeDescription(packet.TraceCode());
+}
+
+bool CPacketTableWriter::writeHeader(tagTCode code) {
+    return writeTCode(code) && writeLength(code);
+}
+
+bool CPacketTableWriter::writeHeader(CPacket& packet) {
+    return writeTCode(packet) && writeLength(packet);
+}
+
+bool CPacketTableWriter::writeTCode(tagTCode code) {
+    return checkRange(code) && writeItem(1, CTCodeInfo::TCodeToName(code));
+}
+
+bool CPacketTableWriter::writeTCode(CPacket& packet) {
+    return CPacketTableWriter::writeTCode(packet.TraceCode());
+}
+
+bool CPacketTableWriter::writeLength(tagTCode code) {
+    return checkRange(code) && writeItemOpen(1) && writeRange(getSizeFromTCode(code)) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeLength(CPacket& packet) {
+    return writeItemOpen(1) && writeNumber(packet.Length()) && writeItemClose();
+}
+
+bool CPacketTableWriter::writePayload(tagTCode code) {
+    if (!checkRange(code))
+        return false;
+    const Layout layout = Layout::of(code);
+    bool written = true;
+    for (const LayoutField& field : layout.fields) {
+        DebugFieldFormatEntry entry{field.size.second, field.size, field.count, field.name};
+        written = writeDebugFieldFormatEntry(&entry) && written;
+    }
+    if (layout.repetition != std::pair{1U, 1U})
+        written = writeItemOpen(1) && writeRaw("{") && writeRange(layout.repetition) && writeRaw("}") &&
+                  writeItemClose() && written;
+    return written;
+}
+
+bool CPacketTableWriter::writeDebugFieldFormatEntry(DebugFieldFormatEntry* entry) {
+    if (!entry || !writeItemOpen(entry->width) || !writeRaw(entry->name) || !writeRaw("(") ||
+        !writeRange(entry->size) || !writeRaw(")"))
+        return false;
+    if (entry->repetition != std::pair{1U, 1U} && !(writeRaw("{") && writeRange(entry->repetition) && writeRaw("}")))
+        return false;
+    return writeItemClose();
+}
+
+bool CPacketTableWriter::writePayload(CPacket& packet) {
+    if (auto* text = packet.TraceCode() == CharString ? dynamic_cast<CCharString*>(&packet) : nullptr)
+        return writeCCharString(*text, false);
+    PayloadCells cells(*this, packet);
+    const bool known = visitKind(packet, [&](const auto& kind) {
+        using Packet = std::remove_cvref_t<decltype(kind)>;
+        if constexpr (std::is_base_of_v<CVariableAccBase, Packet>)
+            cells.good = writeCVariableAccBase(static_cast<CVariableAccBase&>(packet));
+        else if constexpr (std::is_base_of_v<CRelVariableAccBase, Packet>)
+            cells.good = writeCRelVariableAccBase(static_cast<CRelVariableAccBase&>(packet));
+        else if constexpr (std::is_base_of_v<CMessage, Packet>)
+            cells.good = writeCMessage(static_cast<CMessage&>(packet));
+        else
+            kind.visitParts(cells);
+    });
+    if (!known) {
+        char digits[8];
+        const auto end = std::to_chars(digits, digits + sizeof digits, unsigned{packet.TraceCode()}, 16).ptr;
+        logError("Unknown tcode for payload decoding: 0x" + std::string(digits, end));
+    }
+    return known && cells.good;
+}
+
+// --- parts of packets -------------------------------------------------------------------------------------------
+
+bool CPacketTableWriter::writeCoreContext(CPacket& packet) {
+    PayloadCells cells(*this, packet);
+    const CCoreContext context = CContextStub::CoreCtx(&packet);
+    CCoreContext::fields(context, cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeBusContext(CPacket& packet) {
+    PayloadCells cells(*this, packet);
+    const CBusContext context = CContextStub::BusCtx(&packet);
+    CBusContext::fields(context, cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeSystemContext(CPacket& packet) {
+    PayloadCells cells(*this, packet);
+    const CSystemContext context = CContextStub::SystemCtx(&packet);
+    CSystemContext::fields(context, cells);
+    return cells.good;
+}
+
+namespace {
+
+/// The relative context of a packet, which the context view does not hand out whole.
+template <class Context> Context relativeContext(const CPacket& packet) {
+    const auto* context = dynamic_cast<const Context*>(&packet);
+    return context ? *context : Context();
+}
+
+} // namespace
+
+bool CPacketTableWriter::writeRelCoreContext(CPacket& packet) {
+    PayloadCells cells(*this, packet);
+    const auto context = relativeContext<CRelCoreContext>(packet);
+    CRelCoreContext::fields(context, cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeRelBusContext(CPacket& packet) {
+    PayloadCells cells(*this, packet);
+    const auto context = relativeContext<CRelBusContext>(packet);
+    CRelBusContext::fields(context, cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeRelSystemContext(CPacket& packet) {
+    PayloadCells cells(*this, packet);
+    const auto context = relativeContext<CRelSystemContext>(packet);
+    CRelSystemContext::fields(context, cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeCVariableAccBase(CVariableAccBase& packet) {
+    PayloadCells cells(*this, packet);
+    packet.visitParts(cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeCRelVariableAccBase(CRelVariableAccBase& packet) {
+    PayloadCells cells(*this, packet);
+    packet.visitParts(cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeCMessage(CMessage& packet) {
+    PayloadCells cells(*this, packet);
+    packet.visitParts(cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeCData(const CData& data) {
+    return data.Length() == 0 || writeHexItem(data.data(), static_cast<unsigned char>(data.Length()));
+}
+
+bool CPacketTableWriter::writeFrameConfig(const SFrameConfig& config) {
+    SFrameConfig known(config.getExpansion());
+    known.setExceptionFrames(config.getExceptionFrames());
+    if (known != config) // bits that have no names
+        return writeHexItem(config.word());
+    static constexpr const char* kExpansions[] = {"UnknownExpanded", "NotExpanded", "Expanded", "MixExpanded"};
+    const char* expansion = kExpansions[config.getExpansion()];
+    const char* frames = config.getExceptionFrames() ? "ExceptionFrames" : "NoExceptionFrames";
+    return writeKeyword(2, static_cast<unsigned>(std::strlen(expansion)), expansion) &&
+           writeKeyword(2, static_cast<unsigned>(std::strlen(frames)), frames);
+}
+
+bool CPacketTableWriter::writeCCharString(CCharString& text, bool asRow) {
+    if (!asRow)
+        return writeCharString(text.Length(), text.data());
+    return writeRowOpen() && writeOffset(m_offset) && (m_parsable || writeDescription(text)) && writeHeader(text) &&
+           writeCharString(text.Length(), text.data()) && writeRowClose();
+}
+
+bool CPacketTableWriter::writeCCharStringSaveOffset(CPacket& packet, CCharString& text) {
+    const std::uint64_t saved = m_offset;
+    if (m_offset != kUnknown64)
+        m_offset += CPacketHeader::Len() + packet.Length();
+    const bool written = writeCCharString(text, true);
+    m_offset = saved;
+    return written;
+}
+
+bool CPacketTableWriter::writeCCharStringSequenceSaveOffset(CPacket& packet, CCharStringSequence& text) {
+    const std::uint64_t saved = m_offset;
+    bool written = true;
+    unsigned before = CPacketHeader::Len() + packet.Length();
+    unsigned at = 0;
+    unsigned size = 0;
+    do {
+        size = std::min(text.length() - at, kCharStringMax);
+        CCharString chunk(text.data() + at, static_cast<unsigned char>(size));
+        m_offset = saved == kUnknown64 ? saved : saved + before;
+        written = writeCCharString(chunk, true);
+        before += CPacketHeader::Len() + size;
+        at += size;
+    } while (written && size == kCharStringMax);
+    m_offset = saved;
+    return written;
+}
+
+// --- cells ------------------------------------------------------------------------------------------------------
+
+bool CPacketTableWriter::writeRaw(std::string_view text) {
+    const auto size = static_cast<std::streamsize>(text.size());
+    if (m_stream.rdbuf()->sputn(text.data(), size) != size)
+        m_stream.setstate(std::ios::badbit);
+    return m_stream.good();
+}
+
+bool CPacketTableWriter::writeNumber(std::uint64_t value) {
+    char digits[20];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    return writeRaw({digits, static_cast<std::size_t>(end - digits)});
+}
+
+bool CPacketTableWriter::writeRange(std::pair<unsigned, unsigned> range) {
+    return writeNumber(range.first) && (range.first == range.second || (writeRaw(":") && writeNumber(range.second)));
+}
+
+bool CPacketTableWriter::writeItem(unsigned span, std::string_view text) {
+    return writeItemOpen(span) && writeRaw(text) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeKeyword(unsigned span, unsigned length, const char* text) {
+    return writeItem(span, {text, length});
+}
+
+bool CPacketTableWriter::writeInvalidItem(unsigned span) {
+    return writeKeyword(span, 7, "Invalid");
+}
+
+bool CPacketTableWriter::writeHexValue(const unsigned char* bytes, unsigned char count) {
+    char text[2 + 2 * 255] = {'0', 'x'};
+    for (unsigned i = 0; i < count; ++i)
+        putHex(text + 2 + 2 * i, bytes[count - 1 - i], 2);
+    return writeRaw({text, 2 + 2 * std::size_t{count}});
+}
+
+bool CPacketTableWriter::writeDecValue(const unsigned char* bytes, unsigned char count) {
+    // Long division by 10, digit by digit, from the highest byte down.
+    std::vector<unsigned char> rest(bytes, bytes + count);
+    std::string digits;
+    bool zero = false;
+    while (!zero) {
+        unsigned remainder = 0;
+        zero = true;
+        for (std::size_t i = rest.size(); i-- > 0;) {
+            const unsigned value = remainder * 256 + rest[i];
+            rest[i] = static_cast<unsigned char>(value / 10);
+            remainder = value % 10;
+            zero = zero && rest[i] == 0;
+        }
+        digits.insert(digits.begin(), static_cast<char>('0' + remainder));
+    }
+    return writeRaw(digits);
+}
+
+bool CPacketTableWriter::writeHexItem(const unsigned char* bytes, unsigned char count) {
+    return writeItemOpen(count) && writeHexValue(bytes, count) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeHexItem(std::uint64_t value) {
+    char text[18] = {'0', 'x'};
+    putHex(text + 2, value, 16);
+    return writeItem(8, {text, sizeof text});
+}
+
+bool CPacketTableWriter::writeHexItem(std::uint32_t value) {
+    char text[10] = {'0', 'x'};
+    putHex(text + 2, value, 8);
+    return writeItem(4, {text, sizeof text});
+}
+
+bool CPacketTableWriter::writeHexItem(std::uint16_t value) {
+    char text[6] = {'0', 'x'};
+    putHex(text + 2, value, 4);
+    return writeItem(2, {text, sizeof text});
+}
+
+bool CPacketTableWriter::writeHexItem(std::uint8_t value) {
+    char text[4] = {'0', 'x'};
+    putHex(text + 2, value, 2);
+    return writeItem(1, {text, sizeof text});
+}
+
+bool CPacketTableWriter::writeDecItem(const unsigned char* bytes, unsigned char count) {
+    return writeItemOpen(count) && writeDecValue(bytes, count) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeDecItem(double value) {
+    char digits[32];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    return writeItem(8, {digits, static_cast<std::size_t>(end - digits)});
+}
+
+bool CPacketTableWriter::writeDecItem(std::uint64_t value) {
+    return writeItemOpen(8) && writeNumber(value) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeDecItem(std::uint32_t value) {
+    return writeItemOpen(4) && writeNumber(value) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeDecItem(std::uint16_t value) {
+    return writeItemOpen(2) && writeNumber(value) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeDecItem(std::uint8_t value) {
+    return writeItemOpen(1) && writeNumber(value) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeTickItem(std::uint64_t value) {
+    if (m_parsable && value == kUnknown64)
+        return writeInvalidItem(8);
+    return m_hexTick ? writeHexItem(value) : writeDecItem(value);
+}
+
+bool CPacketTableWriter::writeTickItem(std::uint8_t value) {
+    if (m_parsable && value == 0xFF)
+        return writeInvalidItem(1);
+    return m_hexTick ? writeHexItem(value) : writeDecItem(value);
+}
+
+bool CPacketTableWriter::writeAddrItem(std::uint64_t value) {
+    return m_parsable && value == kUnknown64 ? writeInvalidItem(8) : writeHexItem(value);
+}
+
+bool CPacketTableWriter::writeAddrItem(std::uint8_t value) {
+    return m_parsable && value == 0xFF ? writeInvalidItem(1) : writeHexItem(value);
+}
+
+bool CPacketTableWriter::writeCtxItem(std::uint32_t value, std::uint32_t invalid) {
+    return m_parsable && value == invalid ? writeInvalidItem(4) : writeDecItem(value);
+}
+
+bool CPacketTableWriter::writeIdItem(std::uint32_t value, std::uint32_t invalid) {
+    return m_parsable && value == invalid ? writeInvalidItem(4) : writeDecItem(value);
+}
+
+bool CPacketTableWriter::writeApostropheString(const std::string& text) {
+    return writeItemOpen(1) && writeRaw("\"") && writeRaw(text) && writeRaw("\"") && writeItemClose();
+}
+
+bool CPacketTableWriter::writeApostropheString(const char* text) {
+    return writeApostropheString(std::string(text ? text : ""));
+}
+
+bool CPacketTableWriter::writeCharString(unsigned length, const unsigned char* bytes) {
+    return writeString(length, bytes);
+}
+
+bool CPacketTableWriter::writeString(const char* text, unsigned length) {
+    return writeString(length, reinterpret_cast<const unsigned char*>(text));
+}
+
+bool CPacketTableWriter::writeString(const std::string& text) {
+    return writeString(text.data(), static_cast<unsigned>(text.size()));
+}
+
+bool CPacketTableWriter::writeString(const char* text) {
+    return writeString(text, text ? static_cast<unsigned>(std::strlen(text)) : 0);
+}
+
+bool CPacketTableWriter::writeString(unsigned length, const unsigned char* bytes) {
+    if (!bytes || length == 0)
+        return good();
+    if (isPlainText(bytes, length))
+        return writeRaw({reinterpret_cast<const char*>(bytes), length});
+    std::string hex(2 + 2 * std::size_t{length}, '0');
+    hex[1] = 'x';
+    for (unsigned i = 0; i < length; ++i)
+        putHex(hex.data() + 2 + 2 * i, bytes[length - 1 - i], 2);
+    return writeRaw(hex);
+}
+
+std::pair<unsigned, unsigned> CPacketTableWriter::getSizeFromTCode(tagTCode code) {
+    return checkRange(code) ? Layout::of(code).length() : std::pair{0U, 0U};
+}
+
+} // namespace Quorvex

@@ -1,0 +1,153 @@
+#pragma once
+
+#include "quorvex/format/Data.h"
+#include "quorvex/format/FrameConfig.h"
+#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/platform/Export.h"
+#include "quorvex/stream/TraceSink.h"
+
+#include <ostream>
+#include <string>
+#include <string_view>
+
+namespace Quorvex {
+
+/// One field of a kind's layout, as a cell of a table.
+struct DebugFieldFormatEntry {
+    unsigned width = 0;                       ///< columns that the cell spans: the field's largest size in bytes
+    std::pair<unsigned, unsigned> size;       ///< smallest and largest
+    std::pair<unsigned, unsigned> repetition; ///< fewest and most
+    std::string name;
+};
+
+/// Shows packets as rows of a table: offset (on request), description, type code, length, then the payload, in which a
+/// field of n bytes is a cell of n columns. A text that follows a packet is shown as the CharString rows it is made of.
+/// This base decides what is shown and writes the cells without anything between them; renderers add the markup.
+///
+/// Every write tells whether all was written and the stream is still good; the row ends at the first failure. The
+/// caller writes page and table heads and feet. The stream must outlive the writer.
+class QUORVEX_API CPacketTableWriter : public CTraceSink {
+public:
+    CPacketTableWriter(std::ostream& stream, bool withOffset, std::uint64_t offset);
+
+    // The order of the virtual operations is part of the interface.
+    bool good() override;
+    void clear() override;
+    /// Writes a row with an unknown offset.
+    bool put(CPacket* packet) override;
+    bool forward(std::list<CPacket*>& packets) override;
+    bool forward(CPacket*& packet) override;
+    std::uint64_t out_size() override { return 0; }
+    void flush() override;
+    virtual ~CPacketTableWriter();
+
+    virtual void SetWithOffset(bool on) { m_withOffset = on; }
+    virtual bool GetWithOffset() const { return m_withOffset; }
+    /// For programs that read the table: no descriptions, and unknown values as the keyword "Invalid".
+    virtual void SetParsable(bool on) { m_parsable = on; }
+    virtual bool GetParsable() const { return m_parsable; }
+    /// Ticks in hexadecimal.
+    virtual void SetHexTick(bool on) { m_hexTick = on; }
+    virtual bool GetHexTick() const { return m_hexTick; }
+
+    virtual bool writePageHeader(const char* title); ///< null for the default title
+    virtual bool writePageFooter();
+    virtual bool writeTableHeader(bool withOffset); ///< sets the offset column, then writes the head
+    virtual bool writeTableHeader();
+    virtual bool writeTableFooter();
+
+    virtual bool writeCPacket(tagTCode code); ///< the row that documents a kind
+    virtual bool writeCPacket(std::uint64_t offset, CPacket& packet);
+    virtual bool writeCPacket(CPacket& packet);
+
+    virtual bool writeRowOpen();
+    virtual bool writeRowClose();
+    virtual bool writeItemOpen(unsigned span);
+    virtual bool writeItemClose();
+
+    virtual bool writeOffset(std::uint64_t offset);
+    virtual bool writeDescription(tagTCode code);
+    virtual bool writeDescription(CPacket& packet);
+    virtual bool writeHeader(tagTCode code);
+    virtual bool writeHeader(CPacket& packet);
+    virtual bool writePayload(tagTCode code);
+    virtual bool writePayload(CPacket& packet);
+    virtual bool writeTCode(tagTCode code);
+    virtual bool writeTCode(CPacket& packet);
+    virtual bool writeLength(tagTCode code);
+    virtual bool writeLength(CPacket& packet);
+
+    virtual bool writeCoreContext(CPacket& packet);
+    virtual bool writeRelCoreContext(CPacket& packet);
+    virtual bool writeBusContext(CPacket& packet);
+    virtual bool writeRelBusContext(CPacket& packet);
+    virtual bool writeSystemContext(CPacket& packet);
+    virtual bool writeRelSystemContext(CPacket& packet);
+    virtual bool writeCData(const CData& data);
+    virtual bool writeCVariableAccBase(CVariableAccBase& packet);
+    virtual bool writeCRelVariableAccBase(CRelVariableAccBase& packet);
+    virtual bool writeCMessage(CMessage& packet);
+    /// The text as a cell or, with `asRow`, as a row of its own at the current offset.
+    virtual bool writeCCharString(CCharString& text, bool asRow);
+    /// The rows of what follows `packet`, whose own offset is the current one and stays so.
+    virtual bool writeCCharStringSaveOffset(CPacket& packet, CCharString& text);
+    virtual bool writeCCharStringSequenceSaveOffset(CPacket& packet, CCharStringSequence& text);
+
+    virtual bool writeHexItem(const unsigned char* bytes, unsigned char count); ///< a number, lowest byte first
+    virtual bool writeHexItem(std::uint64_t value);
+    virtual bool writeHexItem(std::uint32_t value);
+    virtual bool writeHexItem(std::uint16_t value);
+    virtual bool writeHexItem(std::uint8_t value);
+    virtual bool writeDecItem(const unsigned char* bytes, unsigned char count); ///< a number, lowest byte first
+    virtual bool writeDecItem(double value);
+    virtual bool writeDecItem(std::uint64_t value);
+    virtual bool writeDecItem(std::uint32_t value);
+    virtual bool writeDecItem(std::uint16_t value);
+    virtual bool writeDecItem(std::uint8_t value);
+    virtual bool writeCharString(unsigned length, const unsigned char* bytes);
+    virtual bool writeKeyword(unsigned span, unsigned length, const char* text);
+    virtual bool writeDebugFieldFormatEntry(DebugFieldFormatEntry* entry);
+
+    bool writeTickItem(std::uint64_t value);
+    bool writeTickItem(std::uint8_t value);
+    bool writeAddrItem(std::uint64_t value);
+    bool writeAddrItem(std::uint8_t value);
+    bool writeCtxItem(std::uint32_t value, std::uint32_t invalid);
+    bool writeIdItem(std::uint32_t value, std::uint32_t invalid);
+    bool writeApostropheString(const std::string& text); ///< a cell with the text in double quotes
+    bool writeApostropheString(const char* text);
+    bool writeInvalidItem(unsigned span);
+    /// Texts without a cell. Bytes that are no printable text, or could be taken for the hexadecimal form, are written
+    /// as "0x" and the bytes from the last to the first.
+    bool writeString(const char* text, unsigned length);
+    bool writeString(const std::string& text);
+    bool writeString(const char* text);
+    bool writeString(unsigned length, const unsigned char* bytes);
+    bool writeHexValue(const unsigned char* bytes, unsigned char count); ///< no cell; a number, lowest byte first
+    bool writeDecValue(const unsigned char* bytes, unsigned char count);
+    /// Smallest and largest payload of a kind in bytes; (0, 0) for a code of 256 or more.
+    static std::pair<unsigned, unsigned> getSizeFromTCode(tagTCode code);
+    static bool checkRange(tagTCode code) { return code < 256; }
+
+protected:
+    /// Writes characters as they are.
+    bool writeRaw(std::string_view text);
+    bool writeNumber(std::uint64_t value);
+    /// A cell around characters.
+    bool writeItem(unsigned span, std::string_view text);
+    std::uint64_t currentOffset() const { return m_offset; }
+
+private:
+    class PayloadCells;
+
+    bool writeFrameConfig(const SFrameConfig& config);
+    bool writeRange(std::pair<unsigned, unsigned> range);
+
+    std::ostream& m_stream;
+    bool m_withOffset;
+    bool m_parsable = false;
+    bool m_hexTick = false;
+    std::uint64_t m_offset;
+};
+
+} // namespace Quorvex

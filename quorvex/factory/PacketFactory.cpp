@@ -1,0 +1,228 @@
+#include "quorvex/factory/PacketFactory.h"
+
+#include <array>
+#include <memory>
+#include <type_traits>
+
+namespace Quorvex {
+
+namespace {
+
+/// How packets of one kind change between forms whose contexts are told by `Context`. Null: they do not.
+template <class Context> struct Conversion {
+    using Function = CPacket* (*)(const CPacket&, const Context& last);
+    Function compress = nullptr;
+    Function decompress = nullptr;
+};
+
+struct Row : Conversion<CCoreContext>, Conversion<CBusContext>, Conversion<CSystemContext> {
+    CPacket* (*create)() = nullptr;
+    CPacket* (*readStream)(const CPacketHeader&, std::istream&) = nullptr;
+    CPacket* (*readBuffer)(const CPacketHeader&, const char*, unsigned, unsigned&) = nullptr;
+    CPacket* (*copy)(const CPacket&) = nullptr;
+};
+
+constexpr unsigned kHighestCode = 0xDC;
+using Table = std::array<Row, kHighestCode + 1>;
+
+template <class Abs, class Rel> CPacket* toRelative(const CPacket& packet, const typename Abs::Context& last) {
+    using RelContext = typename Rel::Context;
+    const Abs* absolute = dynamic_cast<const Abs*>(&packet);
+    RelContext context;
+    if (!absolute || !RelContext::createRelative(last, *absolute, context))
+        return nullptr;
+    auto relative = std::make_unique<Rel>();
+    static_cast<RelContext&>(*relative) = context;
+    relative->copyPayload(*absolute);
+    return relative.release();
+}
+
+template <class Abs, class Rel> CPacket* toAbsolute(const CPacket& packet, const typename Abs::Context& last) {
+    using RelContext = typename Rel::Context;
+    const Rel* relative = dynamic_cast<const Rel*>(&packet);
+    if (!relative)
+        return nullptr;
+    auto absolute = std::make_unique<Abs>();
+    RelContext::createAbsolute(last, *relative, static_cast<typename Abs::Context&>(*absolute));
+    absolute->copyPayload(*relative);
+    return absolute.release();
+}
+
+template <class P> CPacket* copyOf(const CPacket& packet) {
+    // A text of any length goes by the code of the packets that it is written as.
+    if constexpr (std::is_same_v<P, CCharString>) {
+        if (const auto* sequence = dynamic_cast<const CCharStringSequence*>(&packet))
+            return new CCharStringSequence(*sequence);
+    }
+    const P* original = dynamic_cast<const P*>(&packet);
+    return original ? new P(*original) : nullptr;
+}
+
+template <class P> constexpr void addKind(Table& table) {
+    Row& row = table[P::kCode];
+    row.create = []() -> CPacket* { return new P(); };
+    row.readStream = [](const CPacketHeader& header, std::istream& in) -> CPacket* { return new P(header, in); };
+    row.readBuffer = [](const CPacketHeader& header, const char* buffer, unsigned size,
+                        unsigned& consumed) -> CPacket* { return new P(header, buffer, size, consumed); };
+    row.copy = copyOf<P>;
+}
+
+template <class Abs, class Rel> constexpr void addPair(Table& table) {
+    static_assert(unsigned{Rel::kCode} + 0x10 == unsigned{Abs::kCode},
+                  "a relative code lies 0x10 below its absolute one");
+    static_assert(std::is_same_v<typename Rel::Context::Absolute, typename Abs::Context>);
+    using Pair = Conversion<typename Abs::Context>;
+    table[Abs::kCode].Pair::compress = toRelative<Abs, Rel>;
+    table[Rel::kCode].Pair::decompress = toAbsolute<Abs, Rel>;
+}
+
+constexpr Table makeTable() {
+    Table table{};
+#define QUORVEX_PACKET(name) addKind<C##name>(table);
+#define QUORVEX_ABSOLUTE_PACKET(name)                                                                                  \
+    addKind<C##name>(table);                                                                                           \
+    addPair<C##name, CRel##name>(table);
+#include "quorvex/packets/Packets.def"
+    return table;
+}
+
+constexpr Table kTable = makeTable();
+
+constexpr bool isSorted() {
+    constexpr tagTCode kCodes[] = {
+#define QUORVEX_PACKET(name) name,
+#include "quorvex/packets/Packets.def"
+    };
+    for (std::size_t i = 1; i < std::size(kCodes); ++i) {
+        if (kCodes[i - 1] >= kCodes[i])
+            return false;
+    }
+    return true;
+}
+static_assert(isSorted(), "the rows of Packets.def are sorted by code, each code once");
+
+/// The row of a code; null when it has no class.
+const Row* find(tagTCode code) {
+    return code <= kHighestCode && kTable[code].create ? &kTable[code] : nullptr;
+}
+
+/// Runs an allocating step with the library's own exception for a lack of memory.
+template <class Step> CPacket* allocating(Step&& step) {
+    try {
+        return step();
+    } catch (const std::bad_alloc&) {
+        CQVXException::ThrowOutOfMemory();
+    }
+}
+
+template <class Context>
+CPacket* convert(const CPacket* packet, const Context& last,
+                 typename Conversion<Context>::Function Conversion<Context>::*way) {
+    const Row* row = packet ? find(packet->TraceCode()) : nullptr;
+    const auto function = row ? static_cast<const Conversion<Context>&>(*row).*way : nullptr;
+    try {
+        return function ? function(*packet, last) : nullptr;
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+} // namespace
+
+CPacket* CPacketFactory::getCPacket(tagTCode code) {
+    const Row* row = find(code);
+    return row ? allocating(row->create) : nullptr;
+}
+
+CPacket* CPacketFactory::getCPacket(const CPacketHeader& header, std::istream& in) {
+    const Row* row = find(header.TraceCode());
+    return row ? allocating([&] { return row->readStream(header, in); }) : nullptr;
+}
+
+CPacket* CPacketFactory::getCPacket(const CPacketHeader& header, const char* buffer, unsigned size,
+                                    unsigned& consumed) {
+    const Row* row = find(header.TraceCode());
+    return row ? allocating([&] { return row->readBuffer(header, buffer, size, consumed); }) : nullptr;
+}
+
+CPacket* CPacketFactory::getCPacket(std::istream& in) {
+    CPacketHeader header;
+    if (!in.good() || !header.read(in))
+        return nullptr;
+    return getCPacket(header, in);
+}
+
+CPacket* CPacketFactory::getCPacket(const char* buffer, unsigned size, unsigned& consumed) {
+    consumed = 0;
+    CPacketHeader header;
+    if (!header.read(buffer, size))
+        return nullptr;
+    unsigned payload = 0;
+    CPacket* packet = getCPacket(header, buffer + CPacketHeader::Len(), size - CPacketHeader::Len(), payload);
+    if (packet)
+        consumed = payload + CPacketHeader::Len();
+    return packet;
+}
+
+bool CPacketFactory::releaseCPacket(CPacket** packet) {
+    if (!packet || !*packet)
+        return false;
+    delete std::exchange(*packet, nullptr);
+    return true;
+}
+
+bool CPacketFactory::release(std::list<CPacket*>& packets) {
+    try {
+        for (CPacket*& packet : packets)
+            delete std::exchange(packet, nullptr);
+        packets.clear();
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+CPacket* CPacketFactory::duplicate(CPacket* packet) {
+    const Row* row = packet ? find(packet->TraceCode()) : nullptr;
+    return row ? allocating([&] { return row->copy(*packet); }) : nullptr;
+}
+
+bool CPacketFactory::duplicate(std::list<CPacket*>& from, std::list<CPacket*>& to) {
+    for (CPacket* packet : from) {
+        if (!packet)
+            continue;
+        CPacket* copy = duplicate(packet);
+        if (!copy) {
+            logError("CPacketFactory: Error during duplication of packets!");
+            return false;
+        }
+        to.push_back(copy);
+    }
+    return true;
+}
+
+CPacket* CPacketFactory::compress(CPacket* packet, const CCoreContext& last) {
+    return convert(packet, last, &Conversion<CCoreContext>::compress);
+}
+
+CPacket* CPacketFactory::compress(CPacket* packet, const CBusContext& last) {
+    return convert(packet, last, &Conversion<CBusContext>::compress);
+}
+
+CPacket* CPacketFactory::compress(CPacket* packet, const CSystemContext& last) {
+    return convert(packet, last, &Conversion<CSystemContext>::compress);
+}
+
+CPacket* CPacketFactory::decompress(CPacket* packet, const CCoreContext& last) {
+    return convert(packet, last, &Conversion<CCoreContext>::decompress);
+}
+
+CPacket* CPacketFactory::decompress(CPacket* packet, const CBusContext& last) {
+    return convert(packet, last, &Conversion<CBusContext>::decompress);
+}
+
+CPacket* CPacketFactory::decompress(CPacket* packet, const CSystemContext& last) {
+    return convert(packet, last, &Conversion<CSystemContext>::decompress);
+}
+
+} // namespace Quorvex

@@ -1,0 +1,86 @@
+#include "quorvex/format/MessageQueue.h"
+
+namespace {
+
+// A union member is neither built nor destroyed by itself: the pointer starts empty before any code runs (its
+// default constructor is constexpr) and outlives all static objects.
+union Immortal {
+    constexpr Immortal() : queue() {}
+    ~Immortal() {}
+    std::shared_ptr<CMessageQueue> queue;
+};
+
+constinit Immortal g_immortal;
+
+} // namespace
+
+constinit std::shared_ptr<CMessageQueue>& CMessageQueue::g_Instance = g_immortal.queue;
+
+bool CMessageQueue::ensureInstance() {
+    static const bool ready = (g_Instance = std::make_shared<CMessageQueue>(), true);
+    return ready;
+}
+
+CMessage::CMessage(tagEMessageLevel level, ATL::CComBSTR origin, ATL::CComBSTR message)
+    : m_level(level), m_origin(std::move(origin)), m_message(std::move(message)) {}
+
+std::shared_ptr<CMessage> CMessage::create(tagEMessageLevel level, const std::string& origin,
+                                           const std::string& message) {
+    return std::make_shared<CMessage>(level, ATL::CComBSTR(origin.c_str()), ATL::CComBSTR(message.c_str()));
+}
+
+std::shared_ptr<CMessage> CMessage::create() const {
+    return std::make_shared<CMessage>(*this);
+}
+
+void CMessageQueue::push(tagEMessageLevel level, const ATL::CComBSTR& origin, const ATL::CComBSTR& message) {
+    const std::lock_guard lock(m_lock);
+    m_messages.push_back(std::make_shared<CMessage>(level, origin, message));
+}
+
+std::shared_ptr<CMessage> CMessageQueue::pop() {
+    const std::lock_guard lock(m_lock);
+    return take();
+}
+
+std::shared_ptr<CMessage> CMessageQueue::take() {
+    if (m_messages.empty())
+        return {};
+    std::shared_ptr<CMessage> front = std::move(m_messages.front());
+    m_messages.pop_front();
+    return front;
+}
+
+std::deque<std::shared_ptr<CMessage>> CMessageQueue::pop(unsigned count) {
+    const std::lock_guard lock(m_lock);
+    std::deque<std::shared_ptr<CMessage>> taken;
+    while (count-- > 0 && !m_messages.empty())
+        taken.push_back(take());
+    return taken;
+}
+
+unsigned CMessageQueue::size() const {
+    const std::lock_guard lock(m_lock);
+    return static_cast<unsigned>(m_messages.size());
+}
+
+namespace Quorvex {
+
+void logMessage(tagEMessageLevel level, const std::string& message) noexcept {
+    try {
+        CMessageQueue::ensureInstance();
+        const std::shared_ptr<CMessageQueue> log = CMessageQueue::g_Instance;
+        if (log)
+            log->push(level, ATL::CComBSTR(), ATL::CComBSTR(message.c_str()));
+    } catch (...) {
+    }
+}
+
+void logException(const char* where, const char* what) noexcept {
+    try {
+        logError(std::string(where) + '"' + (what ? what : "") + '"');
+    } catch (...) {
+    }
+}
+
+} // namespace Quorvex

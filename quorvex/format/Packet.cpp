@@ -1,0 +1,7 @@
+#include "quorvex/format/Packet.h"
+
+namespace Quorvex {
+
+CPacket::~CPacket() = default;
+
+} // namespace Quorvex

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "quorvex/instrument/InstrumentingStream.h"
+#include "quorvex/platform/Export.h"
+
+#include <atomic>
+
+namespace Quorvex {
+
+/// Records that the calling thread enters a function, and on destruction that it leaves it. The first use in a thread
+/// also announces the function's name. Where there is no stream nothing happens.
+///
+/// Use it through QUORVEX_TRACE_FUNCTION or QUORVEX_TRACE_SCOPE, which keep one Site for each place in the program.
+class QUORVEX_API CFunctionScope {
+public:
+    /// A place in the program: a name, which must live as long as the program, and an id of its own.
+    struct Site {
+        const char* name;
+        unsigned id;
+
+        explicit Site(const char* siteName) : name(siteName), id(nextId()) {}
+    };
+
+    /// `announced` is the calling thread's own memory of the stream in which it has announced the site.
+    CFunctionScope(const Site& site, CQVXInstrumentingStream*& announced);
+    CFunctionScope(const CFunctionScope&) = delete;
+    CFunctionScope& operator=(const CFunctionScope&) = delete;
+    ~CFunctionScope();
+
+private:
+    static unsigned nextId();
+
+    CQVXInstrumentingStream* m_stream;
+    unsigned m_id;
+};
+
+} // namespace Quorvex
+
+#define QUORVEX_JOIN_2(a, b) a##b
+#define QUORVEX_JOIN(a, b) QUORVEX_JOIN_2(a, b)
+
+/// Records the enclosing scope under a name.
+#define QUORVEX_TRACE_SCOPE(name)                                                                                      \
+    static const ::Quorvex::CFunctionScope::Site QUORVEX_JOIN(quorvex_site_, __LINE__)(name);                          \
+    static constinit thread_local ::Quorvex::CQVXInstrumentingStream* QUORVEX_JOIN(quorvex_stream_, __LINE__) =        \
+        nullptr;                                                                                                       \
+    const ::Quorvex::CFunctionScope QUORVEX_JOIN(quorvex_scope_, __LINE__)(QUORVEX_JOIN(quorvex_site_, __LINE__),      \
+                                                                           QUORVEX_JOIN(quorvex_stream_, __LINE__))
+
+/// Records the enclosing function under its own name.
+#define QUORVEX_TRACE_FUNCTION() QUORVEX_TRACE_SCOPE(static_cast<const char*>(__func__))

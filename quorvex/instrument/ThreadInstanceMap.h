@@ -1,0 +1,68 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+
+namespace Quorvex {
+
+/// The streams of a process by the number of their thread. The map owns them; clearing or destroying it completes every
+/// one. All operations may be called from any thread.
+///
+/// `Stream` offers `bool retire()`, which ends the stream and tells whether it may be destroyed: one whose thread may
+/// still hold it stays in memory for good.
+template <class Stream> class ThreadInstanceMap {
+public:
+    ThreadInstanceMap() = default;
+    ThreadInstanceMap(const ThreadInstanceMap&) = delete;
+    ThreadInstanceMap& operator=(const ThreadInstanceMap&) = delete;
+    ~ThreadInstanceMap() { close(); }
+
+    /// The stream of a thread; null when it has none.
+    Stream* operator()(unsigned thread) {
+        const std::lock_guard lock(m_lock);
+        const auto found = m_streams.find(thread);
+        return found == m_streams.end() ? nullptr : found->second;
+    }
+
+    /// Takes the stream over. False, with nothing taken, when the thread has one already or the map is closed.
+    bool insert(unsigned thread, Stream* stream) {
+        const std::lock_guard lock(m_lock);
+        return !m_closed && stream && m_streams.emplace(thread, stream).second;
+    }
+
+    /// Completes all streams and takes no more.
+    void close() {
+        const std::lock_guard lock(m_lock);
+        m_closed = true;
+        for (const auto& [thread, stream] : m_streams) {
+            if (stream->retire())
+                delete stream;
+        }
+        m_streams.clear();
+    }
+
+    /// Forgets all streams without touching them; in a forked child they are the parent's. They stay in memory. The
+    /// caller holds the lock.
+    void abandon() {
+        m_abandoned.merge(m_streams);
+        m_streams.clear();
+    }
+
+    bool closed() {
+        const std::lock_guard lock(m_lock);
+        return m_closed;
+    }
+
+    /// Holds all operations off, for what must see the map at rest.
+    void lock() { m_lock.lock(); }
+    void unlock() { m_lock.unlock(); }
+
+private:
+    // Not a recursive one: a forked child may only unlock what knows no owner.
+    std::mutex m_lock;
+    std::map<unsigned, Stream*> m_streams;
+    std::map<unsigned, Stream*> m_abandoned;
+    bool m_closed = false;
+};
+
+} // namespace Quorvex

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "quorvex/packets/InstructionPackets.h"
+#include "quorvex/packets/MessagePackets.h"
+#include "quorvex/packets/SoftwareObjectPackets.h"
+#include "quorvex/packets/StringPackets.h"
+#include "quorvex/packets/TraceControlPackets.h"
+
+namespace Quorvex {
+
+/// A kind that the protocol builds from parts, as all are but CharString.
+template <class Packet>
+concept MadeOfParts = requires {
+    Packet::kRules;
+};
+
+namespace protocol {
+template <class Packet, class Visit> bool visitAs(const CPacket& packet, Visit&& visit) {
+    if constexpr (MadeOfParts<Packet>)
+        visit(static_cast<const Packet&>(packet));
+    return MadeOfParts<Packet>;
+}
+} // namespace protocol
+
+/// Calls `visit` with the packet as the class of its type code. False, without a call, for a code that has no class and
+/// for CharString.
+template <class Visit> bool visitKind(const CPacket& packet, Visit&& visit) {
+    switch (packet.TraceCode()) {
+#define QUORVEX_PACKET(name)                                                                                           \
+    case name:                                                                                                         \
+        return protocol::visitAs<C##name>(packet, visit);
+#include "quorvex/packets/Packets.def"
+    default:
+        return false;
+    }
+}
+
+} // namespace Quorvex

@@ -1,0 +1,18 @@
+#pragma once
+
+/// QUORVEX_API marks what a shared build of the library exports. Everything else stays hidden.
+/// Class templates carry QUORVEX_TEMPLATE_API: their type information must be one and the same on both sides of a
+/// shared library's border, which ELF needs to be told and Windows must not.
+#if defined(_WIN32)
+#if defined(QUORVEX_SHARED_BUILD)
+#define QUORVEX_API __declspec(dllexport)
+#elif defined(QUORVEX_SHARED)
+#define QUORVEX_API __declspec(dllimport)
+#else
+#define QUORVEX_API
+#endif
+#define QUORVEX_TEMPLATE_API
+#else
+#define QUORVEX_API __attribute__((visibility("default")))
+#define QUORVEX_TEMPLATE_API __attribute__((visibility("default")))
+#endif

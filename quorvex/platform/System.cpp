@@ -1,0 +1,150 @@
+#include "quorvex/platform/System.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+#if defined(_WIN32)
+#include "quorvex/platform/Com.h"
+
+#include <processthreadsapi.h>
+#include <profileapi.h>
+#else
+#include <pthread.h>
+#include <sched.h>
+#include <time.h>
+#include <unistd.h>
+
+#if defined(__linux__)
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
+#endif
+#endif
+
+namespace Quorvex::platform {
+
+namespace {
+constexpr std::size_t kEnvironmentLimit = 260; // characters
+} // namespace
+
+std::string errorText(int error) {
+    return std::generic_category().message(error);
+}
+
+#if defined(_WIN32)
+
+std::uint64_t counterTick() {
+    LARGE_INTEGER tick;
+    return QueryPerformanceCounter(&tick) ? static_cast<std::uint64_t>(tick.QuadPart) : 0;
+}
+
+std::uint64_t counterFrequency() {
+    LARGE_INTEGER frequency;
+    return QueryPerformanceFrequency(&frequency) ? static_cast<std::uint64_t>(frequency.QuadPart) : 1;
+}
+
+unsigned currentThreadId() {
+    return GetCurrentThreadId();
+}
+
+unsigned currentProcessor() {
+    return GetCurrentProcessorNumber();
+}
+
+std::string environment(const char* name) {
+    const std::wstring wideName(name, name + std::strlen(name));
+    wchar_t wide[kEnvironmentLimit + 1] = {};
+    const DWORD length = GetEnvironmentVariableW(wideName.c_str(), wide, kEnvironmentLimit + 1);
+    if (length == 0 || length > kEnvironmentLimit)
+        return {};
+    const int size = WideCharToMultiByte(CP_ACP, 0, wide, static_cast<int>(length), nullptr, 0, nullptr, nullptr);
+    std::string narrow(static_cast<std::size_t>(size), '\0');
+    WideCharToMultiByte(CP_ACP, 0, wide, static_cast<int>(length), narrow.data(), size, nullptr, nullptr);
+    return narrow;
+}
+
+std::string defaultTemporaryDirectory() {
+    return {};
+}
+
+bool barrierOnAllThreads() {
+    FlushProcessWriteBuffers();
+    return true;
+}
+
+void prepareBarrierOnAllThreads() {}
+
+void onFork(void (*)(), void (*)(), void (*)()) {}
+
+#else
+
+namespace {
+constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
+} // namespace
+
+std::uint64_t counterTick() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * kNanosecondsPerSecond + static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+std::uint64_t counterFrequency() {
+    return kNanosecondsPerSecond;
+}
+
+unsigned currentThreadId() {
+#if defined(__linux__)
+    return static_cast<unsigned>(syscall(SYS_gettid));
+#else
+    std::uint64_t id = 0;
+    pthread_threadid_np(nullptr, &id);
+    return static_cast<unsigned>(id);
+#endif
+}
+
+unsigned currentProcessor() {
+#if defined(__linux__)
+    const int processor = sched_getcpu();
+    return processor < 0 ? 0 : static_cast<unsigned>(processor);
+#else
+    return 0;
+#endif
+}
+
+std::string environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? std::string(value, strnlen(value, kEnvironmentLimit)) : std::string();
+}
+
+std::string defaultTemporaryDirectory() {
+    const std::string directory = environment("TMPDIR");
+    return directory.empty() ? "/tmp" : directory;
+}
+
+#if defined(__linux__)
+
+bool barrierOnAllThreads() {
+    return syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0;
+}
+
+void prepareBarrierOnAllThreads() {
+    syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0);
+}
+
+#else
+
+bool barrierOnAllThreads() {
+    return false;
+}
+
+void prepareBarrierOnAllThreads() {}
+
+#endif
+
+void onFork(void (*before)(), void (*afterInParent)(), void (*afterInChild)()) {
+    pthread_atfork(before, afterInParent, afterInChild);
+}
+
+#endif
+
+} // namespace Quorvex::platform

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "quorvex/stream/TraceAutoBuffer.h"
+#include "quorvex/stream/TraceSource.h"
+#include "quorvex/stream/TraceSourceBuffer.h"
+
+namespace Quorvex {
+
+/// Reads a trace packet by packet, plain or paged: the fill and sync packets of pages are handed out like any other.
+/// The source must outlive the reader. What is handed out does not depend on how the source portions its bytes.
+///
+/// A packet that cannot be built is stepped over by its length: get() returns null and position() has moved on. When
+/// position() has not moved, nothing more can be read there: the rest is cut, or begins with an unknown code of length
+/// 0, which skip() passes.
+class QUORVEX_API CTraceReaderPlain : public CTraceSource {
+public:
+    explicit CTraceReaderPlain(CTraceSourceBuffer& source) : m_source(source) {}
+    virtual ~CTraceReaderPlain();
+
+    /// Not behind an end-of-trace packet, and the source is good. A source that has been read to its end is not, though
+    /// packets may still be at hand: read until get() has none.
+    bool good() override { return !m_eot && m_source.good(); }
+    bool eot() override { return m_eot; }
+    void clear() override;
+    std::uint64_t size() override { return m_source.size(); }
+    std::uint64_t position() override { return m_base + m_index; }
+    tagTCode peek() override;
+    /// Appends the packets of one block. Unknown codes are skipped; a packet that cannot be built ends the batch.
+    bool get(std::list<CPacket*>& packets) override;
+    CPacket* get() override;
+    /// Steps over the next packet without building it; false when it is cut or there is none.
+    bool skip();
+
+protected:
+    unsigned remain() const { return m_index < m_count ? m_count - m_index : 0; }
+    bool fill(unsigned count);
+    bool fill(std::uint64_t position, unsigned count);
+    bool seek(std::uint64_t position);
+
+private:
+    class Overlong;
+
+    /// Payload length of the next packet, whose header stands in the block.
+    unsigned nextLength() const {
+        const char* block = m_block;
+        return static_cast<unsigned char>(block[m_index + 1]);
+    }
+
+    /// Tops the block up until it holds that many unread bytes; false when the source has no more.
+    bool load(unsigned count);
+    /// Makes sure that the next packet stands in the block whole, with the texts that follow it. False when it is cut.
+    /// `overlong` is set when it is larger than a block.
+    bool loadPacket(bool& overlong);
+    /// Builds the next packet and moves behind it; null, and nothing moved, when it cannot be built.
+    CPacket* build();
+    CPacket* buildOverlong();
+    /// Moves behind a packet that could not be built; false where a length of 0 does not tell how far.
+    bool stepOver();
+
+    bool m_eot = false;
+    std::uint64_t m_base = 0; ///< position in the source of the block's first byte
+    unsigned m_count = 0;     ///< valid bytes in the block
+    unsigned m_index = 0;
+    CTraceAutoBuffer m_block;
+    CTraceSourceBuffer& m_source;
+};
+
+} // namespace Quorvex

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "quorvex/stream/TraceSinkBufferStream.h"
+
+#include <fstream>
+
+namespace Quorvex {
+
+namespace detail {
+/// Holds the stream so that it is built before the base that writes it.
+struct OutputFile {
+    std::ofstream m_file;
+};
+} // namespace detail
+
+/// Bytes to a file. For a file opened for append, tellp() counts from the file's real start.
+class QUORVEX_API CTraceSinkBufferFile : private detail::OutputFile, public CTraceSinkBufferStream {
+public:
+    CTraceSinkBufferFile() : CTraceSinkBufferStream(m_file) {}
+    ~CTraceSinkBufferFile() override;
+
+    /// Opens the file, anew or, with `append`, behind what it holds; a missing file is made either way. A file that is
+    /// open is closed first. False for a null path, or with error() set.
+    bool open(const char* path, bool append);
+    /// True when no file is open afterwards; what could not be written out sets the failure bit.
+    bool close();
+    bool is_open() const { return m_file.is_open(); }
+    /// The system's error number (errno) of the last open or close that failed.
+    int error() const { return m_error; }
+
+private:
+    int m_error = 0;
+};
+
+} // namespace Quorvex

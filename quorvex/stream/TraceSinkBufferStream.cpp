@@ -1,0 +1,70 @@
+#include "quorvex/stream/TraceSinkBufferStream.h"
+
+#include "quorvex/format/MessageQueue.h"
+
+#include <string>
+
+namespace Quorvex {
+
+bool CTraceSinkBufferStream::write(const char* src, unsigned count, unsigned& written) {
+    written = 0;
+    if (count == 0)
+        return true;
+    try {
+        if (!m_stream->write(src, count))
+            return false;
+    } catch (const std::exception& exception) {
+        logError(std::string("CTraceSinkBufferStream::write:  Catched I/O error during write:") + exception.what());
+        return false;
+    }
+    m_count += count;
+    written = count;
+    return true;
+}
+
+bool CTraceSinkBufferStream::write(const char* src, unsigned count, std::uint64_t position, unsigned& written) {
+    written = 0;
+    return sink_seek(position) && write(src, count, written);
+}
+
+void CTraceSinkBufferStream::flush() {
+    try {
+        m_stream->flush();
+    } catch (const std::exception&) {
+        // The stream's state tells; flush has no result.
+    }
+}
+
+std::uint64_t CTraceSinkBufferStream::sink_tell() {
+    const std::ostream::pos_type position = m_stream->tellp();
+    return position == std::ostream::pos_type(-1) ? 0 : static_cast<std::uint64_t>(std::streamoff(position));
+}
+
+bool CTraceSinkBufferStream::sink_seek(std::uint64_t position) {
+    if (m_sequential && position == m_count)
+        return true;
+    try {
+        const std::ostream::pos_type none(-1);
+        const std::ostream::pos_type target(static_cast<std::streamoff>(position));
+        const std::ostream::pos_type current = m_stream->tellp();
+        if (current == none)
+            return false;
+        if (current == target)
+            return true;
+        m_sequential = false;
+        m_stream->seekp(target);
+        if (m_stream->tellp() != none)
+            return true;
+        logError("CTraceSinkBufferStream::seek(): seek of position" + std::to_string(position) + " failed.");
+    } catch (const std::exception& exception) {
+        logError(std::string("CTraceSinkBufferStream::seek(): Catched Exception :") + exception.what());
+    }
+    return false;
+}
+
+void CTraceSinkBufferStream::restart(std::uint64_t count) {
+    m_count = count;
+    m_sequential = true;
+}
+
+} // namespace Quorvex

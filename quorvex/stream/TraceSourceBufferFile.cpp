@@ -1,0 +1,36 @@
+#include "quorvex/stream/TraceSourceBufferFile.h"
+
+#include <cerrno>
+
+namespace Quorvex {
+
+CTraceSourceBufferFile::~CTraceSourceBufferFile() = default;
+
+bool CTraceSourceBufferFile::open(const char* path) {
+    if (!path)
+        return false;
+    close();
+    m_file.clear();
+    errno = 0;
+    m_file.open(path, std::ios::in | std::ios::binary);
+    // A directory opens, but cannot be read.
+    if (m_file.is_open() && m_file.peek() == std::ifstream::traits_type::eof() && !m_file.eof())
+        m_file.close();
+    m_error = m_file.is_open() ? 0 : errno;
+    if (!m_file.is_open()) {
+        m_file.setstate(std::ios::failbit);
+        return false;
+    }
+    m_file.clear();
+    m_file.seekg(0);
+    return true;
+}
+
+bool CTraceSourceBufferFile::close() {
+    if (!m_file.is_open())
+        return true;
+    m_file.close();
+    return !m_file.is_open();
+}
+
+} // namespace Quorvex

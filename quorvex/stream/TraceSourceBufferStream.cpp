@@ -1,0 +1,85 @@
+#include "quorvex/stream/TraceSourceBufferStream.h"
+
+namespace Quorvex {
+
+namespace {
+
+const std::istream::pos_type kNoPosition(-1);
+
+/// Runs a step on a stream that may be set to throw; what it throws leaves the stream's state as the answer.
+template <class Step> void guarded(Step&& step) {
+    try {
+        step();
+    } catch (const std::exception&) {
+    }
+}
+
+} // namespace
+
+bool CTraceSourceBufferStream::read(char* dst, unsigned count, unsigned& got) {
+    const std::lock_guard lock(m_lock);
+    got = 0;
+    if (count == 0)
+        return true;
+    guarded([&] { m_stream.read(dst, count); });
+    got = static_cast<unsigned>(m_stream.gcount());
+    return got != 0;
+}
+
+bool CTraceSourceBufferStream::read(char* dst, unsigned count, std::uint64_t position, unsigned& got) {
+    const std::lock_guard lock(m_lock);
+    got = 0;
+    return seek(position) && read(dst, count, got);
+}
+
+bool CTraceSourceBufferStream::seek(std::uint64_t position) {
+    const std::lock_guard lock(m_lock);
+    guarded([&] {
+        const std::istream::pos_type target(static_cast<std::streamoff>(position));
+        if (m_stream.tellg() != target)
+            m_stream.seekg(target);
+    });
+    return true;
+}
+
+std::uint64_t CTraceSourceBufferStream::tell() {
+    const std::lock_guard lock(m_lock);
+    std::istream::pos_type position = kNoPosition;
+    guarded([&] { position = m_stream.tellg(); });
+    return position == kNoPosition ? 0 : static_cast<std::uint64_t>(std::streamoff(position));
+}
+
+std::uint64_t CTraceSourceBufferStream::size() {
+    const std::lock_guard lock(m_lock);
+    std::istream::pos_type end = kNoPosition;
+    guarded([&] {
+        const std::istream::pos_type current = m_stream.tellg();
+        if (current != kNoPosition) {
+            end = m_stream.seekg(0, std::ios::end).tellg();
+            m_stream.seekg(current);
+        } else if (m_stream.eof()) {
+            const std::ios::iostate state = m_stream.rdstate();
+            m_stream.clear();
+            end = m_stream.seekg(0, std::ios::end).tellg();
+            m_stream.setstate(state);
+        }
+    });
+    return end == kNoPosition ? 0 : static_cast<std::uint64_t>(std::streamoff(end));
+}
+
+bool CTraceSourceBufferStream::eof() {
+    const std::lock_guard lock(m_lock);
+    return m_stream.eof();
+}
+
+bool CTraceSourceBufferStream::good() {
+    const std::lock_guard lock(m_lock);
+    return m_stream.good();
+}
+
+void CTraceSourceBufferStream::clear() {
+    const std::lock_guard lock(m_lock);
+    m_stream.clear();
+}
+
+} // namespace Quorvex

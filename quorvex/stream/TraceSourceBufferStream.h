@@ -1,0 +1,34 @@
+#pragma once
+
+#include "quorvex/stream/TraceSourceBuffer.h"
+
+#include <istream>
+#include <mutex>
+
+namespace Quorvex {
+
+/// Bytes of a standard input stream, which must outlive the buffer. Every operation holds the buffer's lock, so that a
+/// second thread may ask for position and size while one reads.
+class QUORVEX_API CTraceSourceBufferStream : public CTraceSourceBuffer {
+public:
+    explicit CTraceSourceBufferStream(std::istream& stream) : m_stream(stream) {}
+
+    bool read(char* dst, unsigned count, std::uint64_t position, unsigned& got) override;
+    bool read(char* dst, unsigned count, unsigned& got) override;
+    bool eof() override;
+    bool good() override;
+    void clear() override;
+    std::uint64_t position() override { return tell(); }
+    std::uint64_t size() override;
+    void flush() override {}
+
+protected:
+    bool seek(std::uint64_t position);
+    std::uint64_t tell();
+
+private:
+    std::istream& m_stream;
+    std::recursive_mutex m_lock;
+};
+
+} // namespace Quorvex

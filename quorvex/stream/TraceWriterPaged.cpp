@@ -1,0 +1,404 @@
+#include "quorvex/stream/TraceWriterPaged.h"
+
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/ContextStub.h"
+#include "quorvex/stream/TextRun.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string>
+
+namespace Quorvex {
+
+namespace {
+
+constexpr unsigned kLargestPacket = CPacketHeader::Len() + 255;                    ///< without the texts behind it
+constexpr unsigned kFrameLenOffset = CPacketHeader::Len() + sizeof(std::uint32_t); ///< behind header and version
+
+/// The codes whose packets are written as they come: no text follows them, and the writer takes no note of them.
+constexpr std::array<bool, 256> kOrdinary = [] {
+    std::array<bool, 256> ordinary{};
+    for (unsigned code = 0; code < ordinary.size(); ++code)
+        ordinary[code] = !isFollowedByText(tagTCode(code));
+    for (const tagTCode code : {CharString, Sync, BusSync, SystemSync, TraceEnabled, TraceDisabled})
+        ordinary[code] = false;
+    return ordinary;
+}();
+
+std::string counts(const char* text, unsigned written, unsigned requested) {
+    return text + (" (" + std::to_string(written)) + "/" + std::to_string(requested) + ").";
+}
+
+} // namespace
+
+CTraceWriterPaged::CTraceWriterPaged(CTraceSinkBuffer& target) : m_target(&target) {
+    CTraceWriterPaged::check_initial_pos();
+}
+
+CTraceWriterPaged::~CTraceWriterPaged() = default;
+
+void CTraceWriterPaged::check_initial_pos() {
+    const std::uint64_t position = m_target->tellp();
+    if (position == 0)
+        return;
+    m_fill = m_written = static_cast<unsigned>(position % kPageSize);
+    m_base = position - m_fill;
+}
+
+// --- pages ------------------------------------------------------------------------------------------------------
+
+bool CTraceWriterPaged::check_fill(unsigned size, bool& broke) {
+    const unsigned room = remain();
+    // A gap of one byte would be too small for a Fill packet.
+    if (size == room || (size < room && size + CPacketHeader::Len() <= room))
+        return true;
+    if (!breakPage())
+        return false;
+    broke = true;
+    return true;
+}
+
+bool CTraceWriterPaged::breakPage() {
+    return fill() && overflow_flush() && insertSync();
+}
+
+bool CTraceWriterPaged::fill() {
+    unsigned room = remain();
+    if (room == 1) {
+        logError("CTraceWriterPaged::fill(): Not enough space to emit a packet!");
+        return false;
+    }
+    unsigned chunk = kLargestPacket;
+    while (room % chunk == 1)
+        --chunk;
+    while (room > 0) {
+        const unsigned size = std::min(chunk, room);
+        CPacketHeader header(Fill, static_cast<std::uint8_t>(size - CPacketHeader::Len()));
+        if (!header.write(at(m_fill), remain())) {
+            logError("CTraceWriterPaged::fill(): Not enough space to emit fill packet!");
+            return false;
+        }
+        std::memset(at(m_fill + CPacketHeader::Len()), 0x80, size - CPacketHeader::Len());
+        m_fill += size;
+        room -= size;
+    }
+    return true;
+}
+
+bool CTraceWriterPaged::handOver(const char* operation, unsigned& written) {
+    const auto where = [operation](const std::string& text) {
+        return std::string("CTraceWriterPaged::") + operation + "(): " + text;
+    };
+    const unsigned requested = m_fill - m_written;
+    written = 0;
+    if (!m_target->write(at(m_written), requested, m_base + m_written, written))
+        logError(where("Failed to flush buffer to trace output."));
+    else if (written > requested)
+        logError(where(counts("Wrote more to output than requested", written, requested)));
+    else if (written < requested)
+        logError(where(counts("Buffer was only partially written to trace output", written, requested)));
+    else
+        return true;
+    return false;
+}
+
+bool CTraceWriterPaged::overflow_flush() {
+    unsigned written = 0;
+    if (handOver("overflow_flush", written)) {
+        m_base += m_fill;
+        m_fill = m_written = 0;
+        return true;
+    }
+    // What the target took is not offered again. The page stays where it is, or its end would move.
+    m_written += std::min(written, m_fill - m_written);
+    return false;
+}
+
+void CTraceWriterPaged::flush() {
+    if (m_written == m_fill)
+        return;
+    unsigned written = 0;
+    if (handOver("flush", written))
+        m_written = m_fill;
+    m_target->flush();
+}
+
+template <class Context> bool CTraceWriterPaged::insert(tagTCode code, const Context& context, const char* failure) {
+    CPacketHeader header(code, Context::Len());
+    const unsigned size = CPacketHeader::Len() + Context::Len();
+    if (remain() < size) {
+        logError(failure);
+        return false;
+    }
+    header.write(at(m_fill), remain());
+    encodePart(context, at(m_fill + CPacketHeader::Len()));
+    m_fill += size;
+    return true;
+}
+
+bool CTraceWriterPaged::insertSync() {
+    return (!m_coreKnown ||
+            insert(Sync, m_core, "CTraceWriterPaged::insertSync(): Could not write core sync packet!")) &&
+           (!m_busKnown ||
+            insert(BusSync, m_bus, "CTraceWriterPaged::insertSync(): Could not write bus sync packet!")) &&
+           (!m_systemKnown ||
+            insert(SystemSync, m_system, "CTraceWriterPaged::insertSync(): Could not write system sync packet!"));
+}
+
+unsigned CTraceWriterPaged::syncSize() const {
+    const auto size = [](bool known, unsigned context) { return known ? CPacketHeader::Len() + context : 0; };
+    return size(m_coreKnown, CCoreContext::Len()) + size(m_busKnown, CBusContext::Len()) +
+           size(m_systemKnown, CSystemContext::Len());
+}
+
+bool CTraceWriterPaged::seekp(std::uint64_t position) {
+    if (position >= m_base && position - m_base <= m_fill) {
+        m_fill = static_cast<unsigned>(position - m_base);
+        m_written = std::min(m_written, m_fill);
+    } else {
+        unsigned written = 0;
+        if (!m_target->write(m_page, 0, position, written))
+            return false;
+        m_base = position;
+        m_fill = m_written = 0;
+    }
+    if (m_frame.position != kUnknown64 && position < m_frame.position + CPacketHeader::Len() + CTraceEnabled::Len())
+        m_frame = OpenFrame(); // its packet is about to be overwritten
+    return true;
+}
+
+// --- packets ----------------------------------------------------------------------------------------------------
+
+bool CTraceWriterPaged::put(CPacket* packet) {
+    // Most packets are of a kind that the writer takes no note of, and there is room for any of them.
+    if (remain() >= kLargestPacket + CPacketHeader::Len() && packet && kOrdinary[packet->TraceCode() & 0xFF]) {
+        const unsigned written = packet->write(at(m_fill), remain());
+        m_fill += written;
+        return written != 0;
+    }
+    return write(packet, "CTraceWriterPaged::put(): Unable to ashure the page condition. Exiting!",
+                 "CTraceWriterPaged::put(): Unable to check packet!");
+}
+
+bool CTraceWriterPaged::forward(CPacket*& packet) {
+    return write(packet, "CTraceWriterPaged::forward(): Unable to ensure the page condition. Exiting!",
+                 "CTraceWriterPaged::forward(): Unable to check packet!");
+}
+
+bool CTraceWriterPaged::forward(std::list<CPacket*>& packets) {
+    for (auto at = packets.begin(); at != packets.end(); ++at) {
+        if (!*at || write(*at, "CTraceWriterPaged::forward(): Unable to ashure the page condition. Exiting!",
+                          "CTraceWriterPaged::forward(): Unable to check packet!"))
+            continue;
+        std::list<CPacket*> taken;
+        taken.splice(taken.begin(), packets, packets.begin(), at);
+        CPacketFactory::release(taken);
+        return false;
+    }
+    return CPacketFactory::release(packets);
+}
+
+bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* notChecked) {
+    if (!packet)
+        return false;
+    const unsigned size = packet->StreamSize();
+    bool broke = false;
+    if (size > kPageSize - syncSize() || !check_fill(size, broke)) {
+        logError(noRoom);
+        return false;
+    }
+    if (!process(packet))
+        logError(notChecked);
+    const unsigned written = packet->write(at(m_fill), remain());
+    m_fill += written;
+    return written != 0;
+}
+
+bool CTraceWriterPaged::process(CPacket* packet) {
+    switch (packet->TraceCode()) {
+    case Sync:
+        if (packet->Length() == CCoreContext::Len()) {
+            m_core = CContextStub::CoreCtx(packet);
+            m_coreKnown = true;
+        }
+        return true;
+    case BusSync:
+        m_bus = CContextStub::BusCtx(packet);
+        m_busKnown = true;
+        return true;
+    case SystemSync:
+        m_system = CContextStub::SystemCtx(packet);
+        m_systemKnown = true;
+        return true;
+    case TraceEnabled: {
+        auto* enabled = dynamic_cast<CTraceEnabled*>(packet);
+        if (!enabled)
+            return false;
+        m_frame = {tellp(), enabled->Version(), enabled->FrameConfig()};
+        enabled->FrameLen(kUnknown64);
+        return true;
+    }
+    case TraceDisabled:
+        closeFrame(packet->StreamSize());
+        return true;
+    default:
+        return true;
+    }
+}
+
+void CTraceWriterPaged::closeFrame(unsigned sizeOfDisabled) {
+    if (m_frame.position == kUnknown64)
+        return;
+    const OpenFrame frame = std::exchange(m_frame, OpenFrame());
+    const std::uint64_t end = tellp() + sizeOfDisabled;
+    CTraceEnabled enabled(end >= frame.position ? end - frame.position : kUnknown64, frame.config);
+    enabled.Version(frame.version);
+    char bytes[CPacketHeader::Len() + CTraceEnabled::Len()];
+    enabled.write(bytes, sizeof bytes);
+
+    // Where the packet still stands in the page it is mended there; the target is patched if it has it already.
+    if (frame.position >= m_base)
+        std::memcpy(at(static_cast<unsigned>(frame.position - m_base)), bytes, sizeof bytes);
+    if (frame.position >= m_base + m_written)
+        return;
+    unsigned written = 0;
+    if (m_target->write(bytes, sizeof bytes, frame.position, written)) {
+        if (!m_target->write(bytes, 0, m_base, written))
+            logError(
+                "TraceStreamWriter::process(): Discovered Seek Error! Couldn't set the stream to original position!");
+    } else if (!m_target->good()) {
+        m_target->clear();
+    }
+}
+
+// --- raw traces -------------------------------------------------------------------------------------------------
+
+unsigned CTraceWriterPaged::CalcSizeOfPacket(CPacketHeader& header, char* data, unsigned available) {
+    bool open = false;
+    return sizeOfPacket(header, data, available, open);
+}
+
+unsigned CTraceWriterPaged::CalcSizeOfString(char* data, unsigned available) {
+    bool open = false;
+    return sizeOfString(data, available, open);
+}
+
+unsigned CTraceWriterPaged::sizeOfPacket(const CPacketHeader& header, const char* data, unsigned available,
+                                         bool& open) {
+    if (header.TraceCode() == Message || header.TraceCode() == CharString)
+        return sizeOfString(data, available, open);
+    const unsigned size = header.Length() + CPacketHeader::Len();
+    if (!isFollowedByText(header.TraceCode()) || size > available)
+        return size;
+    return size + sizeOfString(data + size, available - size, open);
+}
+
+unsigned CTraceWriterPaged::sizeOfString(const char* data, unsigned available, bool& open) {
+    unsigned sum = 0;
+    open = true;
+    while (open && sum < available && available - sum >= CPacketHeader::Len()) {
+        CPacketHeader header;
+        header.read(data + sum, available - sum);
+        if (header.TraceCode() != Message && header.TraceCode() != CharString) {
+            open = false;
+            break;
+        }
+        sum += header.Length() + CPacketHeader::Len();
+        open = header.TraceCode() == Message || header.Length() == kCharStringMax;
+    }
+    return sum;
+}
+
+bool CTraceWriterPaged::process(CPacketHeader& header) {
+    char* payload = at(m_fill + CPacketHeader::Len());
+    const unsigned length = header.Length();
+    switch (header.TraceCode()) {
+    case Sync:
+        if (length == CCoreContext::Len())
+            m_coreKnown = m_core.read(payload, length) != 0 || m_coreKnown;
+        return true;
+    case BusSync:
+        m_busKnown = m_bus.read(payload, length) != 0 || m_busKnown;
+        return true;
+    case SystemSync:
+        m_systemKnown = m_system.read(payload, length) != 0 || m_systemKnown;
+        return true;
+    case TraceEnabled: {
+        // Shorter forms have no room for a frame length, or not for the whole packet that is put in later.
+        CTraceEnabledPayload enabled;
+        if (length != CTraceEnabled::Len() || !enabled.decode(payload, length))
+            return true;
+        m_frame = {tellp(), enabled.Version(), enabled.FrameConfig()};
+        storeLittleEndian(at(m_fill + kFrameLenOffset), kUnknown64);
+        return true;
+    }
+    case TraceDisabled:
+        closeFrame(length + CPacketHeader::Len());
+        return true;
+    default:
+        return true;
+    }
+}
+
+bool CTraceWriterPaged::put(CTraceSourceBuffer& source) {
+    const std::uint64_t total = source.size();
+    std::uint64_t position = 0;
+    while (position < total) {
+        if (const char* failure = copyChunk(source, position, total)) {
+            logError(failure);
+            return false;
+        }
+    }
+    return true;
+}
+
+const char* CTraceWriterPaged::copyChunk(CTraceSourceBuffer& source, std::uint64_t& position, std::uint64_t total) {
+    static constexpr const char* kCut =
+        "Error: Could not process current message. Assuming packet is not in buffer completely!";
+    static constexpr const char* kNoPage = "Error: Page could not be filled and written to target buffer!";
+
+    if (total - position < CPacketHeader::Len())
+        return kCut;
+    if (remain() < CPacketHeader::Len() && (!breakPage() || remain() < CPacketHeader::Len()))
+        return "Error: Failed to flush current buffer content. Not enough space available!";
+
+    const unsigned wanted = static_cast<unsigned>(std::min<std::uint64_t>(remain(), total - position));
+    unsigned left = 0;
+    for (unsigned got = 0; left < wanted; left += got) {
+        if (!source.read(at(m_fill + left), wanted - left, position + left, got))
+            break;
+    }
+    if (left == 0)
+        return "Error: Could not read from source buffer!";
+    // Less than asked for means that the source ends before its size.
+    const bool atEnd = left < wanted || position + left == total;
+    const auto textFollows = [&](std::uint64_t at) {
+        char next = 0;
+        unsigned got = 0;
+        return source.read(&next, 1, at, got) && static_cast<unsigned char>(next) == CharString;
+    };
+
+    while (left >= CPacketHeader::Len()) {
+        CPacketHeader header;
+        header.read(at(m_fill), left);
+        bool open = false;
+        const unsigned size = sizeOfPacket(header, at(m_fill), left, open);
+        if (size > left && atEnd)
+            return kCut;
+        const bool whole = size <= left && !(open && !atEnd && textFollows(position + size));
+        if (!whole || (size != remain() && size + CPacketHeader::Len() > remain())) {
+            // It is read again at the start of the next page. On a page that holds no other packet, none is larger.
+            return m_fill > syncSize() && breakPage() ? nullptr : kNoPage;
+        }
+        if (!process(header))
+            return kCut;
+        m_fill += size;
+        position += size;
+        left -= size;
+    }
+    return left > 0 ? kCut : nullptr;
+}
+
+} // namespace Quorvex

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "quorvex/format/Context.h"
+#include "quorvex/format/FrameConfig.h"
+#include "quorvex/format/PacketHeader.h"
+#include "quorvex/stream/TraceAutoBuffer.h"
+#include "quorvex/stream/TraceSink.h"
+#include "quorvex/stream/TraceSinkBuffer.h"
+#include "quorvex/stream/TraceSourceBuffer.h"
+
+namespace Quorvex {
+
+/// Writes a paged trace: pages of 0x40000 bytes, aligned from the start of the output, each of which a reader can begin
+/// with. No packet crosses a page's end: the rest of a page is padded with Fill packets. A define packet shares its
+/// page with its name. A page after a page break begins with Sync, BusSync and SystemSync packets that restate the last
+/// contexts told by such packets.
+///
+/// The frame length of a trace-enabled packet is put in when its trace-disabled packet is written: the bytes from the
+/// first of the one to the last of the other.
+///
+/// The target must outlive the writer. Failures are reported to the message log; nothing is flushed on destruction.
+class QUORVEX_API CTraceWriterPaged : public CTraceSinkEx {
+public:
+    /// On a target that already holds a trace the writer goes on inside the page where that ends.
+    explicit CTraceWriterPaged(CTraceSinkBuffer& target);
+
+    bool good() override { return m_target->good(); }
+    void clear() override { m_target->clear(); }
+    /// False for null and for a packet that cannot be written; one that no page can hold changes nothing. The frame
+    /// length of a trace-enabled packet is set to unknown.
+    bool put(CPacket* packet) override;
+    /// Writes the packets and releases them. On false those that were written are released and gone from the list, the
+    /// others stay.
+    bool forward(std::list<CPacket*>& packets) override;
+    /// Writes the packet and leaves it with the caller.
+    bool forward(CPacket*& packet) override;
+    /// 0 when the whole page has been handed to the target; any other value has no meaning.
+    std::uint64_t out_size() override { return m_written - m_fill; }
+    /// Hands the page over as far as it is filled; the page goes on being filled.
+    void flush() override;
+    std::uint64_t tellp() override { return m_base + m_fill; }
+
+    virtual ~CTraceWriterPaged();
+    /// Copies a whole plain or paged trace into pages without building packets. False, with a message, at a packet that
+    /// is cut or fits no page, after every packet before it.
+    virtual bool put(CTraceSourceBuffer& source);
+    /// Moves the write position: inside the page, what stood behind it is dropped; elsewhere a page begins there.
+    virtual bool seekp(std::uint64_t position);
+
+protected:
+    /// Hands the page over and begins the next one.
+    virtual bool overflow_flush();
+    /// Bytes at `data` that must share a page: a packet, with the texts that follow it.
+    virtual unsigned CalcSizeOfPacket(CPacketHeader& header, char* data, unsigned available);
+    virtual unsigned CalcSizeOfString(char* data, unsigned available);
+    /// Goes on where the target stands; for owners that have just opened it.
+    virtual void check_initial_pos();
+
+    unsigned remain() const { return m_fill < kPageSize ? kPageSize - m_fill : 0; }
+    void reset() { m_page.clear(); }
+    /// Pads the page to its end.
+    bool fill();
+    /// Makes room for `size` bytes on one page; `broke` is set when that took a new one.
+    bool check_fill(unsigned size, bool& broke);
+    bool insertSync();
+    /// Takes note of a packet that is about to be written at the write position.
+    bool process(CPacket* packet);
+    /// The same for a packet whose bytes already stand there.
+    bool process(CPacketHeader& header);
+
+private:
+    /// The trace-enabled packet that waits for its frame length.
+    struct OpenFrame {
+        std::uint64_t position = kUnknown64; ///< of its first byte; unknown: none waits
+        std::uint32_t version = 0;
+        SFrameConfig config;
+    };
+
+    char* at(unsigned offset) { return m_page + offset; }
+    /// Puts a packet on the page; the texts are for the message log.
+    bool write(CPacket* packet, const char* noRoom, const char* notChecked);
+    template <class Context> bool insert(tagTCode code, const Context& context, const char* failure);
+    unsigned syncSize() const;
+    bool breakPage();
+    /// Offers the target what it does not have yet; false, with a report, when it does not take exactly that.
+    bool handOver(const char* operation, unsigned& written);
+    void closeFrame(unsigned sizeOfDisabled);
+    /// Copies the packets of one read from a raw trace; the failure's text, or null.
+    const char* copyChunk(CTraceSourceBuffer& source, std::uint64_t& position, std::uint64_t total);
+    /// The sizes behind the virtual operations; `open` tells that a text may go on behind the available bytes.
+    static unsigned sizeOfPacket(const CPacketHeader& header, const char* data, unsigned available, bool& open);
+    static unsigned sizeOfString(const char* data, unsigned available, bool& open);
+
+    std::uint64_t m_base = 0; ///< output position of the page's first byte
+    unsigned m_fill = 0;      ///< bytes of the page in use
+    unsigned m_written = 0;   ///< bytes of the page that the target has
+    CTraceAutoBuffer m_page;
+    CTraceSinkBuffer* m_target;
+    CCoreContext m_core;
+    CBusContext m_bus;
+    CSystemContext m_system;
+    bool m_coreKnown = false;
+    bool m_busKnown = false;
+    bool m_systemKnown = false;
+    OpenFrame m_frame;
+};
+
+} // namespace Quorvex

@@ -1,0 +1,82 @@
+#include "quorvex/stream/TraceWriterPlain.h"
+
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/MessageQueue.h"
+
+#include <cstring>
+#include <iterator>
+
+namespace Quorvex {
+
+CTraceWriterPlain::~CTraceWriterPlain() = default;
+
+void CTraceWriterPlain::check_initial_pos() {
+    if (const std::uint64_t position = m_target.tellp())
+        m_base = position;
+}
+
+bool CTraceWriterPlain::put(CPacket* packet) {
+    if (!packet)
+        return false;
+    const unsigned size = packet->StreamSize();
+    if (size >= room()) {
+        flush();
+        if (size >= room())
+            return false;
+    }
+    const unsigned written = packet->write(m_block + m_fill, room());
+    m_fill += written;
+    return written != 0;
+}
+
+bool CTraceWriterPlain::forward(CPacket*& packet) {
+    return put(packet) && CPacketFactory::releaseCPacket(&packet);
+}
+
+bool CTraceWriterPlain::forward(std::list<CPacket*>& packets) {
+    const std::uint64_t base = m_base;
+    const unsigned fill = m_fill;
+    for (auto at = packets.begin(); at != packets.end(); ++at) {
+        if (!*at || put(*at))
+            continue;
+        if (m_base == base) {
+            m_fill = fill; // nothing has left the block: take it all back
+        } else {
+            std::list<CPacket*> taken;
+            taken.splice(taken.begin(), packets, packets.begin(), at);
+            CPacketFactory::release(taken);
+        }
+        return false;
+    }
+    return CPacketFactory::release(packets);
+}
+
+void CTraceWriterPlain::flush() {
+    unsigned written = 0;
+    const bool whole = m_target.write(m_block, m_fill, written) && written >= m_fill;
+    if (!whole && written == 0) {
+        logError("CTraceWriterPlain::flush(): Could not flush buffer to trace output.\n");
+        return;
+    }
+    const unsigned rest = whole ? 0 : m_fill - written;
+    std::memmove(m_block, m_block + written, rest);
+    std::memset(m_block + rest, 0, m_fill - rest);
+    m_base += written;
+    m_fill = rest;
+    m_target.flush();
+}
+
+bool CTraceWriterPlain::seekp(std::uint64_t position) {
+    if (position >= m_base && position - m_base <= m_fill) {
+        m_fill = static_cast<unsigned>(position - m_base);
+        return true;
+    }
+    unsigned written = 0;
+    if (!m_target.write(m_block, 0, position, written))
+        return false;
+    m_base = position;
+    m_fill = 0;
+    return true;
+}
+
+} // namespace Quorvex

@@ -1,0 +1,197 @@
+#include "quorvex/export/PacketTableWriter.h"
+
+#include "quorvex/export/PacketPlain.h"
+#include "quorvex/factory/PacketFactory.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/Samples.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+/// Compares with a file of tests/data. With QUORVEX_REWRITE_GOLDEN set, writes it instead: look at the difference.
+void expectGolden(const std::string& name, const std::string& text) {
+    const std::string path = std::string(QUORVEX_TEST_DATA) + "/" + name;
+    if (std::getenv("QUORVEX_REWRITE_GOLDEN")) {
+        std::ofstream(path, std::ios::binary) << text;
+        return;
+    }
+    std::ifstream in(path, std::ios::binary);
+    EXPECT_EQ(text, std::string(std::istreambuf_iterator<char>(in), {})) << path;
+}
+
+std::string tableOfSamples(bool parsable, bool hexTick) {
+    std::ostringstream out;
+    CPacketPlain table(out, true, 0);
+    table.SetParsable(parsable);
+    table.SetHexTick(hexTick);
+    EXPECT_TRUE(table.writePageHeader(nullptr) && table.writeTableHeader(true));
+    std::uint64_t offset = 16;
+    for (const Sample& sample : samples()) {
+        const std::unique_ptr<CPacket> packet(sample.make());
+        EXPECT_TRUE(table.writeCPacket(offset, *packet)) << sample.name;
+        offset += packet->StreamSize();
+    }
+    // Defaults show the values that mean unknown.
+    for (const tagTCode code : {ExecInsn, RelExecInsn, TraceEnabled, Timestamp, FunctionEnter, Message}) {
+        const std::unique_ptr<CPacket> packet(CPacketFactory::getCPacket(code));
+        EXPECT_TRUE(table.writeCPacket(~0ULL, *packet));
+    }
+    const std::unique_ptr<CPacket> none(new CRelExecInsn(0xFF, 0xFF));
+    EXPECT_TRUE(table.put(none.get()));
+    EXPECT_TRUE(table.writeTableFooter() && table.writePageFooter());
+    return out.str();
+}
+
+TEST(PlainTable, ShowsEveryKind) {
+    expectGolden("table.txt", tableOfSamples(false, false));
+    expectGolden("table_hextick.txt", tableOfSamples(false, true));
+    expectGolden("table_parsable.txt", tableOfSamples(true, false));
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST(PlainTable, DocumentsEveryKindFromItsCode) {
+    std::ostringstream out;
+    CPacketPlain table(out, false, 0);
+    table.writeTableHeader();
+    for (unsigned code = 0; code < 256; ++code) {
+        if (CTCodeInfo::TCodeIsValid(tagTCode(code))) {
+            EXPECT_TRUE(table.writeCPacket(tagTCode(code)));
+        }
+    }
+    expectGolden("table_kinds.txt", out.str());
+    EXPECT_FALSE(table.writeCPacket(tagTCode(256)));
+    EXPECT_EQ(CPacketTableWriter::getSizeFromTCode(tagTCode(256)), (std::pair{0U, 0U}));
+    EXPECT_EQ(CPacketTableWriter::getSizeFromTCode(Timestamp), (std::pair{8U, 20U}));
+}
+
+TEST(PlainTable, ShowsTextsAsTheyAreUnlessTheyCouldMislead) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"main", "main"},
+        {"a b ", "a b "},
+        {"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80", "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80"},
+        {"0x41", "0x31347830"},
+        {"a\tb", "0x620961"},
+        {"a\n", "0x0a61"},
+        {std::string("a\0", 2), "0x0061"},
+        {"\xff"
+         "A",
+         "0x41ff"},
+        {"\xc0\xaf", "0xafc0"},
+        {"\xed\xa0\x80", "0x80a0ed"},
+        {"\xc2\x85", "0x85c2"},
+        {"\x7f", "0x7f"},
+        {"\xe2\x82", "0x82e2"},
+        {"", ""},
+    };
+    for (const auto& [text, shown] : rows) {
+        std::ostringstream out;
+        CPacketPlain table(out, false, 0);
+        CCharString packet(reinterpret_cast<const unsigned char*>(text.data()),
+                           static_cast<unsigned char>(text.size()));
+        table.SetParsable(true);
+        EXPECT_TRUE(table.put(&packet));
+        EXPECT_EQ(out.str(), "\tCharString \t" + std::to_string(text.size()) + " \t" + shown + " \n");
+    }
+}
+
+TEST(PlainTable, GivesEveryPacketOfALongTextARowWithItsOffset) {
+    std::ostringstream out;
+    CPacketPlain table(out, true, 0);
+    table.SetParsable(true);
+    CRelFunctionDefine define(1, 2, 3, (std::string(255, 'a') + std::string(255, 'b')).c_str());
+    EXPECT_TRUE(table.writeCPacket(0x10, define));
+    CCharStringSequence sequence("xy");
+    EXPECT_TRUE(table.writeCPacket(0x300, sequence));
+    EXPECT_TRUE(table.writeCPacket(sequence));
+    EXPECT_EQ(out.str(), "\t0x0000000000000010 \tRelFunctionDefine \t6 \t1 \t0x02 \t0x00000003 \n"
+                         "\t0x0000000000000018 \tCharString \t255 \t" +
+                             std::string(255, 'a') +
+                             " \n"
+                             "\t0x0000000000000119 \tCharString \t255 \t" +
+                             std::string(255, 'b') +
+                             " \n"
+                             "\t0x000000000000021a \tCharString \t0 \t \n"
+                             "\t0x0000000000000300 \tCharString \t2 \txy \n"
+                             "\tInvalid \tCharString \t2 \txy \n");
+}
+
+/// The base decides; this renderer shows what it asked for.
+class Spans : public CPacketTableWriter {
+public:
+    using CPacketTableWriter::CPacketTableWriter;
+    bool writeItemOpen(unsigned span) override { return writeRaw("<" + std::to_string(span) + ":"); }
+    bool writeItemClose() override { return writeRaw(">"); }
+};
+
+TEST(TableWriter, GivesEveryFieldACellOfItsWidth) {
+    std::ostringstream out;
+    Spans table(out, false, 0);
+    const auto row = [&](auto write) {
+        out.str("");
+        EXPECT_TRUE(write());
+        return out.str();
+    };
+    CVariableRead read(1, 2, 3, 4, 5, CData(std::uint64_t{0x0a0b0c}, 3));
+    EXPECT_EQ(row([&] { return table.writePayload(read); }),
+              "<8:1><4:2><4:3><8:0x0000000000000004><4:0x00000005><3:0x0a0b0c>");
+    CTraceEnabled enabled(5, Expanded, true);
+    EXPECT_EQ(row([&] { return table.writePayload(enabled); }), "<4:0><8:5><2:Expanded><2:ExceptionFrames>");
+    char odd[] = "\x79\x10\0\0\0\0\1\0\0\0\0\0\0\0\x08\0\0\0";
+    enabled.read(odd, 18);
+    EXPECT_EQ(row([&] { return table.writePayload(enabled); }), "<4:0><8:1><4:0x00000008>") << "bits without a name";
+    EXPECT_EQ(row([&] { return table.writePayload(CounterValueDimN); }),
+              "<8:Tick(8)><4:HWCtx(4)><4:SWCtx(4)><8:IP(8)><4:CntrId(4)><8:Value(8)><8:Idx(8){0:27}>");
+    EXPECT_EQ(row([&] { return table.writeLength(SignalDefine); }), "<1:21:139>");
+    const unsigned char raw[] = {0x15, 0xCD, 0x5B, 0x07, 0, 0, 0, 0, 0, 1};
+    EXPECT_EQ(row([&] { return table.writeDecItem(raw, 10); }), "<10:4722366482869768670485>");
+    EXPECT_EQ(row([&] { return table.writeDecItem(raw, 0) && table.writeHexItem(raw, 2); }), "<0:0><2:0xcd15>");
+    EXPECT_EQ(row([&] { return table.writeHexItem(std::uint8_t{10}) && table.writeHexItem(std::uint16_t{10}); }),
+              "<1:0x0a><2:0x000a>");
+    EXPECT_EQ(row([&] { return table.writeDecItem(std::uint16_t{10}) && table.writeDecItem(0.5); }), "<2:10><8:0.5>");
+    EXPECT_EQ(row([&] { return table.writeApostropheString("a") && table.writeIdItem(~0U, ~0U); }),
+              "<1:\"a\"><4:4294967295>");
+    table.SetParsable(true);
+    EXPECT_EQ(row([&] { return table.writeIdItem(~0U, ~0U) && table.writeCtxItem(7, ~0U); }), "<4:Invalid><4:7>");
+}
+
+TEST(TableWriter, StopsAtAStreamThatFailsAndKeepsWhatWasNotWritten) {
+    struct Short : std::streambuf {
+        std::streamsize left = 100;
+        std::streamsize xsputn(const char*, std::streamsize count) override {
+            const std::streamsize taken = std::min(count, left);
+            left -= taken;
+            return taken;
+        }
+        int sync() override { return 0; }
+    } buffer;
+    std::ostream out(&buffer);
+    CPacketPlain table(out, false, 0);
+    std::list<CPacket*> packets{new CSync(1, 2, 3, 4), nullptr, new CSync(1, 2, 3, 4), new CSync(1, 2, 3, 4)};
+    EXPECT_FALSE(table.forward(packets));
+    EXPECT_EQ(packets.size(), 2U);
+    CPacket* one = packets.front();
+    EXPECT_FALSE(table.forward(one));
+    EXPECT_NE(one, nullptr);
+    EXPECT_FALSE(table.good());
+    table.clear();
+    buffer.left = 10'000;
+    EXPECT_TRUE(table.forward(packets));
+    EXPECT_TRUE(packets.empty());
+    one = nullptr;
+    EXPECT_FALSE(table.forward(one) || table.put(nullptr));
+    CPacket unknown(tagTCode(0x06), 0);
+    EXPECT_FALSE(table.put(&unknown));
+    EXPECT_EQ(takeLog(), "Unknown tcode for payload decoding: 0x6\n");
+    EXPECT_EQ(table.out_size(), 0U);
+}
+
+} // namespace
+} // namespace Quorvex::test

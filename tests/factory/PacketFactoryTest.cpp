@@ -1,0 +1,148 @@
+#include "quorvex/factory/PacketFactory.h"
+
+#include "tests/support/Bytes.h"
+#include "tests/support/Samples.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+using Pointer = std::unique_ptr<CPacket>;
+
+std::string written(CPacket* packet) {
+    std::string buffer(packet->StreamSize(), '\0');
+    buffer.resize(packet->write(buffer.data(), static_cast<unsigned>(buffer.size())));
+    Pointer release(packet);
+    return hex(buffer);
+}
+
+TEST(Factory, HasNoPacketForCodesWithoutAClass) {
+    for (const unsigned code : {0x06U, 0x20U, 0x98U, 0xDDU, 0xFEU, 0xFFU, 0x100U}) {
+        EXPECT_EQ(CPacketFactory::getCPacket(tagTCode(code)), nullptr) << code;
+        CPacket unknown(tagTCode(code), 0);
+        EXPECT_EQ(CPacketFactory::duplicate(&unknown), nullptr) << code;
+        if (code > 0xFF)
+            continue; // no such byte
+        std::istringstream in(std::string{static_cast<char>(code), '\x01', 'x'});
+        EXPECT_EQ(CPacketFactory::getCPacket(in), nullptr) << code;
+        EXPECT_EQ(in.get(), 'x') << "the payload is not read";
+    }
+}
+
+TEST(Factory, ReadsAHeaderFirst) {
+    unsigned consumed = 9;
+    EXPECT_EQ(CPacketFactory::getCPacket("\x7a", 1, consumed), nullptr);
+    EXPECT_EQ(consumed, 0U);
+    EXPECT_EQ(CPacketFactory::getCPacket(nullptr, 100, consumed), nullptr);
+    std::istringstream empty;
+    empty.get();
+    EXPECT_EQ(CPacketFactory::getCPacket(empty), nullptr);
+    std::istringstream half("\x7a");
+    EXPECT_EQ(CPacketFactory::getCPacket(half), nullptr);
+
+    const std::string fill = bytes("7d 05 00 00 00 00 00");
+    const Pointer packet(CPacketFactory::getCPacket(fill.data(), 7, consumed));
+    EXPECT_EQ(consumed, 7U);
+    try {
+        CPacketFactory::getCPacket(fill.data(), 5, consumed);
+        FAIL();
+    } catch (const CQVXException& exception) {
+        EXPECT_STREQ(exception.what(), "CFill: Read-In Constructor could not read valid Fill packet from stream.");
+    }
+}
+
+TEST(Factory, ReleasesPacketsAndForgetsThem) {
+    EXPECT_FALSE(CPacketFactory::releaseCPacket(nullptr));
+    CPacket* packet = CPacketFactory::getCSync();
+    EXPECT_TRUE(CPacketFactory::releaseCPacket(&packet));
+    EXPECT_EQ(packet, nullptr);
+    EXPECT_FALSE(CPacketFactory::releaseCPacket(&packet));
+    std::list<CPacket*> packets;
+    EXPECT_TRUE(CPacketFactory::release(packets));
+    packets = {CPacketFactory::getCSync(), nullptr, CPacketFactory::getCFill(3)};
+    EXPECT_TRUE(CPacketFactory::release(packets));
+    EXPECT_TRUE(packets.empty());
+}
+
+TEST(Factory, DuplicatesListsUpToTheFirstThatCannotBe) {
+    const Pointer a(CPacketFactory::getCFill(1)), b(CPacketFactory::getCFill(2));
+    CPacket odd(tagTCode(0x06), 0), wrong(ExecInsn, 24);
+    std::list<CPacket*> from{a.get(), nullptr, b.get()};
+    std::list<CPacket*> to;
+    EXPECT_TRUE(CPacketFactory::duplicate(from, to));
+    EXPECT_EQ(to.size(), 2U);
+    for (CPacket* bad : {&odd, &wrong}) {
+        from = {a.get(), bad, b.get()};
+        EXPECT_FALSE(CPacketFactory::duplicate(from, to));
+        EXPECT_EQ(takeLog(), "CPacketFactory: Error during duplication of packets!\n");
+    }
+    EXPECT_EQ(to.size(), 4U) << "copies made before stay";
+    CPacketFactory::release(to);
+    EXPECT_EQ(CPacketFactory::duplicate(static_cast<CPacket*>(nullptr)), nullptr);
+}
+
+TEST(Factory, MakesTextsOfAnyLength) {
+    const std::string text(300, 'x');
+    const Pointer packet(CPacketFactory::getCCharString(reinterpret_cast<const unsigned char*>(text.data()), 300));
+    EXPECT_EQ(packet->StreamSize(), 304U);
+    const Pointer copy(CPacketFactory::duplicate(packet.get()));
+    ASSERT_TRUE(dynamic_cast<CCharStringSequence*>(copy.get()));
+    EXPECT_EQ(copy->StreamSize(), 304U);
+}
+
+TEST(Factory, CreatesFromValuesWhatTheConstructorsMake) {
+    const CCoreContext core(1, 2, 3, 4);
+    const CRelCoreContext rel(5, 6);
+    const std::string coreBytes = "01 00 00 00 00 00 00 00 02 00 00 00 03 00 00 00 04 00 00 00 00 00 00 00";
+    EXPECT_EQ(written(CPacketFactory::getCFunctionEnter(core, 7)), "92 1c " + coreBytes + " 07 00 00 00");
+    EXPECT_EQ(written(CPacketFactory::getCFunctionEnter(core, 7, 8)),
+              "92 20 " + coreBytes + " 07 00 00 00 08 00 00 00");
+    EXPECT_EQ(written(CPacketFactory::getCRelTypeDefine(rel, 7, 8, "n")), "a0 07 05 06 07 00 00 00 08 7e 01 6e");
+    EXPECT_EQ(written(CPacketFactory::getCRelVariableDefine(rel, 7, 8, "")), "a2 0a 05 06 07 00 00 00 08 00 00 00");
+    EXPECT_EQ(written(CPacketFactory::getCRelVariableRead(rel, 7, CData(std::uint8_t{9}))),
+              "a4 07 05 06 07 00 00 00 09");
+    EXPECT_EQ(written(CPacketFactory::getCTimestamp(1, 2, 3)),
+              "77 14 01 00 00 00 00 00 00 00 02 00 00 00 03 00 00 00 00 00 00 00");
+    EXPECT_EQ(written(CPacketFactory::getCMessage(1, -1, "m")), "78 09 01 00 00 00 00 00 00 00 ff 7e 01 6d");
+    EXPECT_EQ(written(CPacketFactory::getCTraceEnabled(1, MixExpanded)),
+              "79 10 00 00 00 00 01 00 00 00 00 00 00 00 03 00 00 00");
+    EXPECT_EQ(written(CPacketFactory::getCFill(2)), "7d 02 80 80");
+}
+
+// Whatever the bytes are: no crash, no more than what is there, and what is handed out can be written again.
+TEST(Factory, SurvivesDamagedBytes) {
+    std::mt19937 random(20240511);
+    const auto& all = samples();
+    for (unsigned round = 0; round < 60'000; ++round) {
+        std::string wire = bytes(all[random() % all.size()].wire);
+        for (unsigned flips = random() % 4; flips > 0; --flips)
+            wire[random() % std::min<std::size_t>(wire.size(), 4)] = static_cast<char>(random());
+        wire.resize(random() % (wire.size() + 3), static_cast<char>(random()));
+        const ExactBlock block(wire);
+        unsigned consumed = 0;
+        Pointer fromBuffer, fromStream;
+        try {
+            fromBuffer.reset(CPacketFactory::getCPacket(block.data(), block.size(), consumed));
+        } catch (const CQVXException&) {
+        }
+        std::istringstream in(wire);
+        try {
+            fromStream.reset(CPacketFactory::getCPacket(in));
+        } catch (const CQVXException&) {
+        }
+        ASSERT_LE(consumed, wire.size()) << hex(wire);
+        ASSERT_EQ(fromBuffer == nullptr, fromStream == nullptr) << "the media disagree: " << hex(wire);
+        if (fromBuffer) {
+            EXPECT_EQ(written(fromBuffer.release()), written(fromStream.release())) << hex(wire);
+        }
+    }
+    takeLog();
+}
+
+} // namespace
+} // namespace Quorvex::test

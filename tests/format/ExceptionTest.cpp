@@ -1,0 +1,64 @@
+#include "quorvex/format/Exception.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+namespace Quorvex::test {
+namespace {
+
+TEST(Exception, HasATextAndAResultForEveryKind) {
+    const struct {
+        void (*raise)();
+        const char* text;
+        std::uint32_t result;
+    } rows[] = {
+        {[] { CQVXException::ThrowRuntime("some text"); }, "some text", 0x80004005},
+        {[] { CQVXException::ThrowOutOfMemory(); }, "There is not enough memory available.", 0x8007000E},
+        {[] { CQVXException::ThrowDiskFull(); }, "There is not enough space on the disk.", 0x80070070},
+        {[] { CQVXException::ThrowReadConstructor("cut"); }, "cut", 0x8000FFFF},
+        {[] { CQVXException::ThrowInvalidPointer(); }, "Invalid pointer supplied.", 0x80004003},
+        {[] { throw CQVXException(); }, "Invalid exception identifier.", 0x80004005},
+    };
+    for (const auto& row : rows) {
+        try {
+            row.raise();
+            FAIL() << row.text;
+        } catch (const CQVXException& exception) {
+            EXPECT_STREQ(exception.what(), row.text);
+            EXPECT_EQ(static_cast<std::uint32_t>(CQVXException::HResultFromException(exception)), row.result);
+        }
+    }
+}
+
+TEST(Exception, ThrowsForTheResultsItKnowsAndReturnsForOthers) {
+    for (const std::uint32_t result : {0x80004003U, 0x8007000EU, 0x80070070U}) {
+        try {
+            CQVXException::ThrowFromHResult(static_cast<std::int32_t>(result));
+            FAIL() << result;
+        } catch (const CQVXException& exception) {
+            EXPECT_EQ(static_cast<std::uint32_t>(CQVXException::HResultFromException(exception)), result);
+        }
+    }
+    EXPECT_NO_THROW(CQVXException::ThrowFromHResult(0));
+    EXPECT_NO_THROW(CQVXException::ThrowFromHResult(static_cast<std::int32_t>(0x80004005)));
+}
+
+TEST(Exception, CopiesItsText) {
+    CQVXException kept;
+    try {
+        std::string text = "short-lived";
+        CQVXException::ThrowRuntime(text.c_str());
+    } catch (const CQVXException& exception) {
+        kept = exception;
+    }
+    const CQVXException& self = kept;
+    kept = self;
+    const CQVXException copy(kept);
+    kept = CQVXException();
+    EXPECT_STREQ(copy.what(), "short-lived");
+}
+
+} // namespace
+} // namespace Quorvex::test

@@ -1,0 +1,124 @@
+#include "quorvex/format/TCodeInfo.h"
+
+#include "quorvex/format/MessageQueue.h"
+#include "quorvex/format/PacketHeader.h"
+#include "tests/support/Bytes.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+TEST(TypeCodes, AnswerForUsedPlannedAndReservedCodes) {
+    const struct {
+        unsigned code;
+        bool valid;
+        const char* name;
+        const char* description;
+        const char* layout;
+        std::pair<unsigned, unsigned> length;
+    } rows[] = {
+        {0x00, true, "RelExecInsn", "current executed instruction", "RelTick:1|RelIP:1", {2, 2}},
+        {0x06, false, "TCode(0x06)", "reserved", "", {0, 0}},
+        {0x20, false, "RelDefineAddrToken", "define data token", "RelTick:1|RelIP:1|DataAddr:8|Token:1", {11, 11}},
+        {0x32, true, "ReadData", "read data", "Tick:8|HWCtx:4|SWCtx:4|IP:8|DataAddr:8|Data:0-64", {32, 96}},
+        {0x47,
+         true,
+         "RelCounterValueDimN",
+         "counter value n>2 dimensions",
+         "RelTick:1|RelIP:1|CntrId:4|Value:8|Idx:8:0-27",
+         {14, 14 + 8 * 27}},
+        {0x52, true, "CounterUndefine", "undefine counter ", "Tick:8|HWCtx:4|SWCtx:4|IP:8|CntrId:4", {28, 28}},
+        {0x77, true, "Timestamp", "timestamp", "Timestamp:8|HWCtx:4{0-1}|Frequency:8{0-1}", {8, 20}},
+        {0x7A, true, "TraceDisabled", "trace disabled", "", {0, 0}},
+        {0x7B, true, "TraceBroken", "trace broken", "Tick:8|HWCtx:4|SWCtx:4|IP:8", {24, 24}},
+        {0x95, true, "ProcessUndefine", "define process", "Tick:8|HWCtx:4|SWCtx:4|IP:8|ProcId:4", {28, 28}},
+        {0xC4, true, "RelSignal", "signal value", "RelTick:1|SignalValue:1-119|SignalMask:1-119", {3, 239}},
+        {0xFE, false, "TCode(0xfe)", "reserved", "", {0, 0}},
+        {0xFF, true, "Invalid", "invalid tcode value", "0xff:1:255", {255, 255}},
+    };
+    for (const auto& row : rows) {
+        const auto code = tagTCode(row.code);
+        EXPECT_EQ(CTCodeInfo::TCodeIsValid(code), row.valid) << row.name;
+        EXPECT_STREQ(CTCodeInfo::TCodeToName(code), row.name);
+        EXPECT_STREQ(CTCodeInfo::TCodeToDescription(code), row.description);
+        EXPECT_STREQ(CTCodeInfo::TCodeToFormat(code), row.layout);
+        EXPECT_EQ(CTCodeInfo::TCodeToLength(code), row.length) << row.name;
+    }
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST(TypeCodes, FillTheWholeByte) {
+    unsigned valid = 0, planned = 0;
+    for (unsigned code = 0; code < 256; ++code) {
+        const std::string name = CTCodeInfo::TCodeToName(tagTCode(code));
+        valid += CTCodeInfo::TCodeIsValid(tagTCode(code));
+        planned += !CTCodeInfo::TCodeIsValid(tagTCode(code)) && !name.starts_with("TCode(");
+        const auto [smallest, largest] = CTCodeInfo::TCodeToLength(tagTCode(code));
+        EXPECT_LE(smallest, largest) << name;
+        EXPECT_LE(largest, 255U) << name;
+    }
+    EXPECT_EQ(valid, 94U);
+    EXPECT_EQ(planned, 24U);
+}
+
+TEST(TypeCodes, AreDeniedBeyondAByte) {
+    const auto code = tagTCode(256);
+    EXPECT_FALSE(CTCodeInfo::TCodeIsValid(code));
+    EXPECT_EQ(CTCodeInfo::TCodeToName(code), nullptr);
+    EXPECT_EQ(CTCodeInfo::TCodeToDescription(code), nullptr);
+    EXPECT_EQ(CTCodeInfo::TCodeToFormat(code), nullptr);
+    EXPECT_EQ(CTCodeInfo::TCodeToLength(code), (std::pair{0U, 0U}));
+    std::string expected;
+    for (unsigned i = 0; i < 5; ++i)
+        expected += "Error: tcode is out of range. Out of bound access to array denied\n";
+    EXPECT_EQ(takeLog(), expected);
+}
+
+TEST(Layouts, ReportBracesThatAreNotClosed) {
+    CMessageQueue::g_Instance->pop(1000);
+    EXPECT_TRUE(Layout::parse("X", "A:1|[B:2").fields.empty());
+    EXPECT_EQ(takeLog(), "Found malformed format string: Missing ']' closing brace.\nFormat string was \"A:1|[B:2\"\n");
+    EXPECT_TRUE(Layout::parse("X", "A:1{0-1}|B:2{0-1").fields.empty());
+    EXPECT_EQ(takeLog(),
+              "Found malformed format string: Missing '}' closing brace.\nFormat string was \"A:1{0-1}|B:2{0-1\"\n");
+    EXPECT_EQ(Layout::parse("X", "A:1|[B:2|C:0-3]|D:4").length(), (std::pair{5U, 10U})) << "an optional group";
+    Layout::parse("X", "A:1");
+    const auto trace = CMessageQueue::g_Instance->pop(10).back();
+    EXPECT_EQ(trace->Level(), MessageLevelTrace);
+    EXPECT_TRUE(trace->Message() == ATL::CComBSTR("Parsing format string of type X"));
+}
+
+TEST(Headers, AreTwoBytes) {
+    EXPECT_TRUE(CPacketHeader() == CPacketHeader(Sync, 0xFF));
+    CPacketHeader header(RelExecInsn, 2);
+    char buffer[2];
+    EXPECT_EQ(header.write(buffer, 1), 0U);
+    EXPECT_EQ(header.write(nullptr, 2), 0U);
+    EXPECT_EQ(header.write(buffer, 2), 2U);
+    EXPECT_EQ(hex({buffer, 2}), "00 02");
+    std::ostringstream out;
+    EXPECT_TRUE(header.write(out));
+    EXPECT_EQ(hex(out.str()), "00 02");
+
+    CPacketHeader read(Fill, 9);
+    for (const char* cut : {"", "\x10"}) {
+        std::istringstream in(cut);
+        EXPECT_FALSE(read.read(in));
+        std::istringstream throwing(cut);
+        throwing.exceptions(std::ios::failbit);
+        EXPECT_FALSE(read.read(throwing));
+        EXPECT_EQ(read.read(cut, static_cast<unsigned>(std::strlen(cut))), 0U);
+    }
+    EXPECT_EQ(read.read(nullptr, 2), 0U);
+    EXPECT_TRUE(read == CPacketHeader(Fill, 9));
+    std::istringstream in("\x10\x18");
+    EXPECT_TRUE(read.read(in));
+    EXPECT_TRUE(read == CPacketHeader(ExecInsn, 24));
+}
+
+} // namespace
+} // namespace Quorvex::test

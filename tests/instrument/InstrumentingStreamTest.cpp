@@ -1,0 +1,210 @@
+#include "quorvex/instrument/InstrumentingStream.h"
+
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/stream/TraceReaderPlain.h"
+#include "quorvex/stream/TraceSourceBufferFile.h"
+#include "tests/support/RandomPackets.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <set>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+/// A run of the recording program in a directory of its own.
+struct Recording {
+    TemporaryDirectory directory;
+    int status;
+    std::map<unsigned, unsigned> told; ///< enters by thread, as the program counted them
+
+    explicit Recording(const std::string& mode, const std::string& settings = {}) {
+        const std::string command = "cd '" + directory.path().string() +
+                                    "' && QVX_TRACEDIR=. QVX_TRACEFILENAME= " + settings + " '" QUORVEX_RECORDER "' " +
+                                    mode + " > told";
+        status = std::system(command.c_str());
+        std::istringstream lines(directory.content("told"));
+        for (unsigned thread = 0, enters = 0; lines >> thread >> enters;)
+            told[thread] += enters;
+    }
+
+    std::vector<std::string> traces() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+            if (entry.path().extension() == ".qvx")
+                names.push_back(entry.path().filename().string());
+        }
+        return names;
+    }
+};
+
+struct Trace {
+    std::vector<tagTCode> codes;
+    std::set<unsigned> threads;
+    std::map<unsigned, std::string> names;
+    unsigned enters = 0;
+    unsigned leaves = 0;
+    std::uint64_t frequency = 0;
+    bool whole = false; ///< framed, ticks in order, nothing left over
+
+    explicit Trace(const std::string& path) {
+        CTraceSourceBufferFile file;
+        file.open(path.c_str());
+        CTraceReaderPlain reader(file);
+        std::uint64_t lastTick = 0;
+        bool ordered = true;
+        while (const PacketPointer packet{reader.get()}) {
+            codes.push_back(packet->TraceCode());
+            enters += packet->TraceCode() == FunctionEnter;
+            leaves += packet->TraceCode() == FunctionLeave;
+            if (const auto* timestamp = dynamic_cast<CTimestamp*>(packet.get()))
+                frequency = timestamp->Frequency();
+            if (const auto* define = dynamic_cast<CFunctionDefine*>(packet.get()))
+                ordered = names.emplace(define->FuncId(), define->FuncDef().view()).second && ordered;
+            if (const auto* context = dynamic_cast<CCoreContext*>(packet.get())) {
+                threads.insert(context->SWCtx());
+                ordered = ordered && context->Tick() >= lastTick;
+                lastTick = context->Tick();
+            }
+        }
+        const std::size_t count = codes.size();
+        whole = ordered && count >= 4 && codes[0] == TraceEnabled && codes[1] == Timestamp &&
+                codes[count - 2] == TraceDisabled && codes[count - 1] == EndOfTrace &&
+                reader.position() == std::filesystem::file_size(path);
+    }
+};
+
+/// Every file is whole and holds one thread, the one in its name; with `exact`, just what that thread recorded.
+void expectTraces(const Recording& run, bool exact) {
+    EXPECT_EQ(run.status, 0);
+    std::set<unsigned> seen;
+    for (const std::string& name : run.traces()) {
+        const unsigned thread = static_cast<unsigned>(std::stoul(name.substr(7)));
+        EXPECT_EQ(name, "thread_" + std::to_string(thread) + ".qvx");
+        const Trace trace(run.directory.path(name));
+        EXPECT_TRUE(trace.whole) << name;
+        EXPECT_TRUE(trace.threads.empty() || trace.threads == std::set{thread}) << name;
+        EXPECT_GT(trace.frequency, 0U);
+        if (!exact)
+            continue;
+        EXPECT_EQ(trace.enters, trace.leaves) << name;
+        EXPECT_TRUE(run.told.contains(thread)) << name;
+        EXPECT_EQ(trace.enters, run.told.contains(thread) ? run.told.at(thread) : 0) << name;
+        seen.insert(thread);
+    }
+    if (exact) {
+        EXPECT_EQ(seen.size(), run.told.size());
+    }
+}
+
+TEST(InstrumentingStream, GivesEveryThreadAFileOfItsOwn) {
+    const Recording run("threads");
+    expectTraces(run, true);
+    EXPECT_EQ(run.traces().size(), 3U);
+}
+
+TEST(InstrumentingStream, GoesOnInTheFileOfAThreadWhoseNumberIsGivenAgain) {
+    expectTraces(Recording("shortLived"), true);
+}
+
+TEST(InstrumentingStream, CompletesAllFilesWhenTheProgramEndsWhileThreadsRun) {
+    for (unsigned i = 0; i < 5; ++i) {
+        const Recording run("running");
+        expectTraces(run, false);
+        EXPECT_EQ(run.traces().size(), 5U);
+    }
+}
+
+TEST(InstrumentingStream, LeavesTheParentsFilesAloneInAForkedChild) {
+    const Recording threads("forkedWithThreads");
+    expectTraces(threads, true);
+    EXPECT_EQ(threads.traces().size(), 1U + 3 * 2);
+    const Recording busy("forkedWhileBusy");
+    expectTraces(busy, true);
+    EXPECT_EQ(busy.traces().size(), 2U + 3);
+    expectTraces(Recording("execed"), true);
+}
+
+TEST(InstrumentingStream, RefusesQuietlyWhereNothingCanBeWritten) {
+    EXPECT_EQ(Recording("unwritable", "QVX_TRACEDIR=/nonexistent/directory").status, 0);
+}
+
+TEST(InstrumentingStream, ReportsAFullDiskOnce) {
+    if (!std::filesystem::exists("/dev/full"))
+        return;
+    // The name of the file that the program's main thread will open leads to the full device.
+    const Recording run("full", "sh -c 'ln -s /dev/full thread_$$.qvx && exec \"$0\" \"$@\"'");
+    EXPECT_EQ(run.status, 0);
+}
+
+TEST(InstrumentingStream, HoldsFourPacketsForAThreadThatDoesNothing) {
+    const Recording run("nothing", "QVX_TRACEFILENAME=run_");
+    ASSERT_EQ(run.traces().size(), 1U);
+    EXPECT_TRUE(run.traces()[0].starts_with("run_"));
+    const Trace trace(run.directory.path(run.traces()[0]));
+    EXPECT_EQ(trace.codes, (std::vector<tagTCode>{TraceEnabled, Timestamp, TraceDisabled, EndOfTrace}));
+}
+
+TEST(InstrumentingStream, DefinesAFunctionOnce) {
+    const Recording run("twice");
+    EXPECT_EQ(run.status, 0);
+    ASSERT_EQ(run.traces().size(), 1U);
+    const Trace trace(run.directory.path(run.traces()[0]));
+    EXPECT_EQ(trace.names, (std::map<unsigned, std::string>{{1, "f"}, {2, "g"}}));
+    EXPECT_EQ(trace.codes.size(), 6U);
+}
+
+TEST(InstrumentingStream, IsGoneForStaticObjectsThatAreDestroyedLate) {
+    expectTraces(Recording("late"), true);
+}
+
+TEST(InstrumentingStream, LooksForItsDirectoryInTheEnvironment) {
+    for (const std::string& variables :
+         {std::string("QVX_TRACEDIR=sub TEMP=/nonexistent"), std::string("QVX_TRACEDIR= TEMP=sub TMP=/nonexistent"),
+          std::string("QVX_TRACEDIR= TEMP= TMP=sub TMPDIR=/nonexistent"),
+          std::string("QVX_TRACEDIR= TEMP= TMP= TMPDIR=sub")}) {
+        const Recording run("nothing", "true; mkdir sub; " + variables);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_FALSE(std::filesystem::is_empty(run.directory.path("sub"))) << variables;
+    }
+}
+
+/// What the map asks of a stream.
+struct Stream {
+    bool mayGo;
+    unsigned* ended;
+    unsigned* destroyed;
+    bool retire() const {
+        ++*ended;
+        return mayGo;
+    }
+    ~Stream() { ++*destroyed; }
+};
+
+TEST(ThreadInstanceMap, OwnsItsStreamsAndEndsThemAll) {
+    unsigned ended = 0, destroyed = 0;
+    Stream running{false, &ended, &destroyed};
+    {
+        ThreadInstanceMap<Stream> map;
+        auto* stream = new Stream{true, &ended, &destroyed};
+        EXPECT_TRUE(map.insert(5, stream));
+        EXPECT_FALSE(map.insert(5, &running)) << "has one already";
+        EXPECT_FALSE(map.insert(6, nullptr));
+        EXPECT_TRUE(map.insert(6, &running));
+        EXPECT_EQ(map(5), stream);
+        EXPECT_EQ(map(7), nullptr);
+        map.close();
+        EXPECT_EQ(ended, 2U);
+        EXPECT_EQ(destroyed, 1U) << "one whose thread runs stays";
+        EXPECT_FALSE(map.insert(8, &running));
+        EXPECT_TRUE(map.closed());
+    }
+    EXPECT_EQ(ended, 2U);
+}
+
+} // namespace
+} // namespace Quorvex::test

@@ -1,0 +1,191 @@
+// Records itself in the way that its argument names, and prints for each of its threads what a reader must find:
+// "THREAD ENTERS". Ends with 0 unless something is wrong.
+
+#include "quorvex/quorvex.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Quorvex::CQVXInstrumentingStream;
+
+std::mutex g_lock;
+
+void leaf() {
+    QUORVEX_TRACE_FUNCTION();
+}
+
+void record(unsigned calls) {
+    QUORVEX_TRACE_SCOPE("record a name that is somewhat longer");
+    for (unsigned i = 1; i < calls; ++i)
+        leaf();
+}
+
+void recordAndTell(unsigned calls) {
+    record(calls);
+    const auto* stream = CQVXInstrumentingStream::get_Instance();
+    const std::lock_guard lock(g_lock);
+    std::printf("%u %u\n", stream ? stream->SWCtx() : 0, calls);
+    std::fflush(stdout);
+}
+
+/// Records while static objects are destroyed, before and after the traces are completed.
+struct Late {
+    ~Late() {
+        record(1);
+        if (CQVXInstrumentingStream::get_Instance())
+            std::_Exit(1);
+    }
+};
+
+int threads() {
+    std::vector<std::thread> all;
+    for (const unsigned calls : {1U, 1000U, 30'000U})
+        all.emplace_back(recordAndTell, calls);
+    for (std::thread& thread : all)
+        thread.join();
+    return 0;
+}
+
+/// Many threads one after the other: the system may give a number again.
+int shortLived() {
+    for (unsigned i = 0; i < 200; ++i)
+        std::thread(recordAndTell, 3).join();
+    return 0;
+}
+
+int running() {
+    static std::atomic<unsigned> started{0};
+    for (unsigned i = 0; i < 4; ++i)
+        std::thread([] {
+            record(2);
+            ++started;
+            while (true)
+                record(50);
+        }).detach();
+    while (started < 4)
+        std::this_thread::yield();
+    record(5);
+    return 0;
+}
+
+/// Forks three times; the children record, and nothing of the parent's may be touched.
+int forkAndRecord(void (*inChild)()) {
+    int status = 0;
+    for (unsigned i = 0; i < 3; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            recordAndTell(10);
+            inChild();
+            std::exit(0);
+        }
+        recordAndTell(1);
+        int one = 1;
+        waitpid(child, &one, 0);
+        status |= one;
+    }
+    return status == 0 ? 0 : 1;
+}
+
+int forkedWithThreads() {
+    recordAndTell(2000);
+    return forkAndRecord([] { std::thread(recordAndTell, 7).join(); });
+}
+
+/// Forks while another thread is recording. (That thread allocates nothing then, and the child starts no thread: the
+/// allocator and the threads of a checked build do not survive more.)
+int forkedWhileBusy() {
+    recordAndTell(2000);
+    std::atomic<bool> started{false}, stop{false};
+    std::thread busy([&] {
+        record(10);
+        unsigned calls = 10;
+        for (started = true; !stop; calls += 10)
+            record(10);
+        std::printf("%u %u\n", CQVXInstrumentingStream::get_Instance()->SWCtx(), calls);
+    });
+    while (!started)
+        std::this_thread::yield();
+    const int result = forkAndRecord([] {});
+    stop = true;
+    busy.join();
+    return result;
+}
+
+int execed() {
+    recordAndTell(5);
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(0); // ends without completing anything
+    int status = 1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+/// Where nothing can be written: one message for each thread, and everything refused is counted.
+int unwritable() {
+    record(100);
+    std::thread([] { record(100); }).join();
+    auto* stream = CQVXInstrumentingStream::get_Instance();
+    const unsigned messages = CMessageQueue::g_Instance->size();
+    while (const auto message = CMessageQueue::g_Instance->pop()) {
+        if (!(message->Message() == ATL::CComBSTR("CQVXInstrumentingStream: Error opening trace file!")))
+            return 2;
+    }
+    // 100 enters and leaves, and two definitions.
+    if (messages != 2 || stream->good() || stream->error() == 0 || stream->refused() != 202)
+        return 3;
+    return 0;
+}
+
+/// Where the disk fills up: one failure is reported, however much is recorded behind it.
+int full() {
+    for (unsigned i = 0; i < 5; ++i)
+        record(20'000);
+    return CMessageQueue::g_Instance->size() <= 2 && CQVXInstrumentingStream::get_Instance()->refused() > 0 ? 0 : 1;
+}
+
+int nothing() {
+    return CQVXInstrumentingStream::get_Instance() ? 0 : 1;
+}
+
+int twice() {
+    auto* stream = CQVXInstrumentingStream::get_Instance();
+    const bool defined =
+        stream->FunctionDefine("f", 1) && stream->FunctionDefine("f", 1) && stream->FunctionDefine("g", 2);
+    return defined && stream == CQVXInstrumentingStream::get_Instance() ? 0 : 1;
+}
+
+int late() {
+    static const Late before; // built before the first stream: destroyed after the traces are completed
+    recordAndTell(4);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const std::map<std::string, std::function<int()>> modes = {{"threads", threads},
+                                                               {"shortLived", shortLived},
+                                                               {"running", running},
+                                                               {"forkedWithThreads", forkedWithThreads},
+                                                               {"forkedWhileBusy", forkedWhileBusy},
+                                                               {"execed", execed},
+                                                               {"unwritable", unwritable},
+                                                               {"full", full},
+                                                               {"nothing", nothing},
+                                                               {"twice", twice},
+                                                               {"late", late}};
+    const auto mode = modes.find(argc > 1 ? argv[1] : "");
+    return mode == modes.end() ? 100 : mode->second();
+}

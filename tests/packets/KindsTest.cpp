@@ -1,0 +1,193 @@
+// The whole treatment of every kind, from the table of samples.
+
+#include "quorvex/factory/PacketFactory.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/Samples.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+using Pointer = std::unique_ptr<CPacket>;
+
+std::string written(CPacket& packet) {
+    std::string buffer(packet.StreamSize(), '\0');
+    buffer.resize(packet.write(buffer.data(), static_cast<unsigned>(buffer.size())));
+    return hex(buffer);
+}
+
+/// The text with which `step` throws; empty when it does not.
+std::string thrownBy(const std::function<void()>& step) {
+    try {
+        step();
+        return {};
+    } catch (const CQVXException& exception) {
+        return exception.what();
+    }
+}
+
+/// What a Read-In constructor is expected to say with `size` bytes of payload there.
+std::string expected(const std::vector<Cut>& cuts, std::size_t size) {
+    for (const Cut& cut : cuts) {
+        if (size < cut.below)
+            return cut.text;
+    }
+    return {};
+}
+
+class Kinds : public testing::TestWithParam<Sample> {
+protected:
+    Pointer make() const { return Pointer(GetParam().make()); }
+    const std::string wire = bytes(GetParam().wire);
+    const std::string payload = wire.substr(2);
+    const CPacketHeader header{tagTCode(static_cast<unsigned char>(wire[0])), static_cast<std::uint8_t>(wire[1])};
+};
+
+TEST_P(Kinds, WritesItsBytesOnBothMediaAndNothingWhereTheyDoNotFit) {
+    const Pointer packet = make();
+    ASSERT_EQ(packet->StreamSize(), wire.size());
+    EXPECT_EQ(packet->TraceCode(), header.TraceCode());
+    EXPECT_EQ(packet->Length(), header.Length());
+    EXPECT_EQ(written(*packet), hex(wire));
+
+    std::ostringstream out;
+    EXPECT_TRUE(packet->write(out));
+    EXPECT_EQ(hex(out.str()), hex(wire));
+
+    EXPECT_EQ(packet->write(nullptr, 1000), 0U);
+    for (unsigned size = 0; size < wire.size(); ++size) {
+        const std::unique_ptr<char[]> small(new char[size + 1]);
+        small[size] = '\x55';
+        EXPECT_EQ(packet->write(small.get(), size), 0U) << size;
+        EXPECT_EQ(small[size], '\x55');
+    }
+}
+
+TEST_P(Kinds, ReadsBackFromBothMedia) {
+    unsigned consumed = 0;
+    const ExactBlock block(wire);
+    const Pointer fromBuffer(CPacketFactory::getCPacket(block.data(), block.size(), consumed));
+    ASSERT_TRUE(fromBuffer);
+    EXPECT_EQ(consumed, wire.size());
+    EXPECT_EQ(written(*fromBuffer), hex(wire));
+
+    std::istringstream in(wire + "\x7a");
+    const Pointer fromStream(CPacketFactory::getCPacket(in));
+    ASSERT_TRUE(fromStream);
+    EXPECT_EQ(written(*fromStream), hex(wire));
+    EXPECT_EQ(in.get(), 0x7A) << "reads up to the next packet and no further";
+
+    const Pointer target(CPacketFactory::getCPacket(header.TraceCode()));
+    EXPECT_EQ(target->read(block.data(), block.size()), wire.size());
+    EXPECT_EQ(written(*target), hex(wire));
+    const Pointer other(CPacketFactory::getCPacket(header.TraceCode()));
+    std::istringstream again(wire);
+    EXPECT_TRUE(other->read(again));
+    EXPECT_EQ(written(*other), hex(wire));
+}
+
+TEST_P(Kinds, SaysForEveryCutWhichStepFailed) {
+    for (unsigned size = 0; size < payload.size(); ++size) {
+        const std::string cut = payload.substr(0, size);
+        const ExactBlock block(cut);
+        EXPECT_EQ(thrownBy([&] {
+                      unsigned consumed = 0;
+                      Pointer(CPacketFactory::getCPacket(header, block.data(), size, consumed));
+                  }),
+                  expected(GetParam().bufferCuts, size))
+            << "buffer of " << size;
+        for (const std::ios::iostate throws : {std::ios::goodbit, std::ios::failbit | std::ios::eofbit}) {
+            std::istringstream in(cut);
+            in.exceptions(throws);
+            EXPECT_EQ(thrownBy([&] { Pointer(CPacketFactory::getCPacket(header, in)); }),
+                      expected(GetParam().streamCuts, size))
+                << "stream of " << size;
+        }
+    }
+    takeLog();
+}
+
+TEST_P(Kinds, StaysAsItIsWhenAReadFails) {
+    const Pointer packet = make();
+    for (unsigned size = 0; size < wire.size(); ++size) {
+        if (size >= 2 && expected(GetParam().bufferCuts, size - 2).empty())
+            continue; // readable without the text that follows
+        std::string damaged = wire.substr(0, size);
+        for (std::size_t i = 2; i < std::min<std::size_t>(size, 2 + header.Length()); ++i)
+            damaged[i] = static_cast<char>(~damaged[i]);
+        const ExactBlock block(damaged);
+        EXPECT_EQ(packet->read(block.data(), block.size()), 0U) << size;
+        EXPECT_EQ(written(*packet), hex(wire)) << size;
+        std::istringstream in(damaged);
+        EXPECT_FALSE(packet->read(in)) << size;
+        EXPECT_EQ(written(*packet), hex(wire)) << size;
+    }
+    EXPECT_EQ(packet->read(nullptr, 1000), 0U);
+    takeLog();
+}
+
+TEST_P(Kinds, IsDuplicatedWithAllItOwns) {
+    Pointer original = make();
+    const Pointer copy(CPacketFactory::duplicate(original.get()));
+    ASSERT_TRUE(copy);
+    EXPECT_NE(copy.get(), original.get());
+    original.reset();
+    EXPECT_EQ(written(*copy), hex(wire));
+}
+
+TEST_P(Kinds, ComesBackFromItsRelativeForm) {
+    const Pointer packet = make();
+    const CCoreContext last(0x01020304050607AA, 0x11121314, 0x21222324, 0x31323334353637BB);
+    const Pointer relative(CPacketFactory::compress(packet.get(), last));
+    const auto code = header.TraceCode();
+    const bool hasRelative = (code >= ExecInsn && code <= HWExceptionEnter) ||
+                             (code >= FunctionDefine && code <= ProcessLeave) ||
+                             (code >= TypeDefine && code <= VariableWrite);
+    ASSERT_EQ(relative != nullptr, hasRelative);
+    if (!relative) {
+        EXPECT_EQ(CPacketFactory::decompress(packet.get(), CBusContext()), nullptr);
+        return;
+    }
+    // The same bytes, with two for the context: 08 ^ aa and 38 ^ bb.
+    std::string small = wire.substr(0, 2) + bytes("a2 83") + wire.substr(26);
+    small[0] = static_cast<char>(small[0] - 0x10);
+    small[1] = static_cast<char>(small[1] - 22);
+    EXPECT_EQ(written(*relative), hex(small));
+    const Pointer absolute(CPacketFactory::decompress(relative.get(), last));
+    ASSERT_TRUE(absolute);
+    EXPECT_EQ(written(*absolute), hex(wire));
+
+    EXPECT_EQ(CPacketFactory::compress(relative.get(), last), nullptr) << "carries no full context";
+    EXPECT_EQ(CPacketFactory::decompress(packet.get(), last), nullptr) << "is absolute";
+    EXPECT_EQ(CPacketFactory::compress(packet.get(), CSystemContext()), nullptr) << "has no such context";
+    EXPECT_EQ(CPacketFactory::compress(packet.get(), CCoreContext()), nullptr) << "too far from that context";
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Kinds, testing::ValuesIn(samples()),
+                         [](const testing::TestParamInfo<Sample>& row) { return row.param.name; });
+
+TEST(KindTable, HasASampleForEveryKindAndADefaultOfTheSmallestLength) {
+    unsigned kinds = 0;
+    for (unsigned code = 0; code < 256; ++code) {
+        const Pointer packet(CPacketFactory::getCPacket(tagTCode(code)));
+        if (!packet)
+            continue;
+        ++kinds;
+        EXPECT_EQ(packet->TraceCode(), code);
+        EXPECT_EQ(packet->Length(), CTCodeInfo::TCodeToLength(tagTCode(code)).first) << code;
+        bool sampled = false;
+        for (const Sample& sample : samples())
+            sampled = sampled || static_cast<unsigned char>(bytes(sample.wire)[0]) == code;
+        EXPECT_TRUE(sampled) << CTCodeInfo::TCodeToName(tagTCode(code));
+    }
+    EXPECT_EQ(kinds, 49U);
+    takeLog();
+}
+
+} // namespace
+} // namespace Quorvex::test

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "quorvex/factory/PacketFactory.h"
+
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace Quorvex::test {
+
+using PacketPointer = std::unique_ptr<CPacket>;
+
+/// Random but valid packets of all kinds, with texts of all lengths; the same for the same seed. Frames of
+/// trace-enabled and trace-disabled packets are left to the tests that ask for them.
+class RandomPackets {
+public:
+    explicit RandomPackets(unsigned seed) : m_random(seed) {}
+
+    /// The bytes of one packet, with the texts that follow it.
+    std::string wire();
+    PacketPointer packet();
+    unsigned below(unsigned limit) { return std::uniform_int_distribution<unsigned>(0, limit - 1)(m_random); }
+
+private:
+    std::string text();
+
+    std::mt19937 m_random;
+};
+
+/// The bytes of a packet as it writes itself.
+std::string wireOf(CPacket& packet);
+
+} // namespace Quorvex::test

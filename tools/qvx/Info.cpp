@@ -1,0 +1,167 @@
+#include "Output.h"
+#include "TraceInput.h"
+#include "Verbs.h"
+#include "quorvex/packets/ContextStub.h"
+#include "quorvex/stream/TraceAutoBuffer.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <memory>
+#include <set>
+
+namespace qvx {
+
+namespace {
+
+using namespace Quorvex;
+
+/// All that one pass over a trace tells.
+class Summary {
+public:
+    void add(const CPacket& packet, std::uint64_t from, std::uint64_t to);
+    void print(std::ostream& out, const TraceInput& input) const;
+
+private:
+    struct Function {
+        std::string name;
+        std::uint64_t entered = 0;
+    };
+
+    void addTick(std::uint64_t tick);
+    void addContexts(const CPacket& packet);
+    std::string layout(std::uint64_t size) const;
+
+    std::array<std::uint64_t, 256> m_kinds{};
+    std::uint64_t m_packets = 0;
+    std::uint64_t m_firstTick = kUnknown64;
+    std::uint64_t m_lastTick = 0;
+    std::uint64_t m_frequency = 0;
+    CCoreContext m_reference; ///< what relative packets are relative to
+    std::set<std::uint32_t> m_cores;
+    std::set<std::uint32_t> m_threads;
+    std::map<std::uint32_t, Function> m_functions;
+    bool m_crossesPage = false;
+};
+
+void Summary::addTick(std::uint64_t tick) {
+    if (tick == kUnknown64)
+        return;
+    m_firstTick = std::min(m_firstTick, tick);
+    m_lastTick = std::max(m_lastTick, tick);
+}
+
+void Summary::addContexts(const CPacket& packet) {
+    const tagTCode code = packet.TraceCode();
+    if (CContextStub::hasCoreContext(code)) {
+        m_reference = CContextStub::CoreCtx(&packet);
+        addTick(m_reference.Tick());
+        m_cores.insert(m_reference.HWCtx());
+        m_threads.insert(m_reference.SWCtx());
+    } else if (CContextStub::hasContext(code)) {
+        addTick(CContextStub::Tick(&packet));
+    } else if (const auto* relative = dynamic_cast<const CRelCoreContext*>(&packet)) {
+        if (m_reference.Tick() != kUnknown64)
+            addTick(m_reference.Tick() ^ relative->RelTick());
+    } else if (const auto* timestamp = dynamic_cast<const CTimestamp*>(&packet)) {
+        addTick(timestamp->Timestamp());
+        if (timestamp->is_Frequency_valid())
+            m_frequency = timestamp->Frequency();
+    }
+}
+
+void Summary::add(const CPacket& packet, std::uint64_t from, std::uint64_t to) {
+    ++m_packets;
+    ++m_kinds[packet.TraceCode() & 0xFF];
+    m_crossesPage = m_crossesPage || from / kPageSize != (to - 1) / kPageSize;
+    addContexts(packet);
+    if (const auto* define = dynamic_cast<const CFunctionDefinePayload*>(&packet))
+        m_functions[dynamic_cast<const CFunctionIdentifier&>(packet).FuncId()].name = define->FuncDef().view();
+    else if (packet.TraceCode() == FunctionEnter || packet.TraceCode() == RelFunctionEnter)
+        ++m_functions[dynamic_cast<const CFunctionEnterPayload&>(packet).TgtFuncId()].entered;
+}
+
+std::string Summary::layout(std::uint64_t size) const {
+    const std::uint64_t pages = (size + kPageSize - 1) / kPageSize;
+    if (pages > 1)
+        return m_crossesPage ? "plain" : fmt::format("paged, {} pages of 256 KiB", pages);
+    return "plain or paged (one page reads the same either way)";
+}
+
+std::string list(const std::set<std::uint32_t>& numbers) {
+    return numbers.empty() ? "none" : fmt::format("{}", fmt::join(numbers, ", "));
+}
+
+/// Names come from the trace: what would upset a terminal is shown as a question mark.
+std::string printable(std::string name) {
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
+    return name.empty() ? "(no name)" : name;
+}
+
+void Summary::print(std::ostream& out, const TraceInput& input) const {
+    const auto line = [&out](std::string_view label, const std::string& text) {
+        fmt::print(out, "{:<11}{}\n", label, text);
+    };
+    line("File:", input.name());
+    line("Layout:", layout(input.size()));
+    line("Size:", fmt::format("{} bytes", input.size()));
+    if (m_firstTick == kUnknown64) {
+        line("Ticks:", "none");
+    } else {
+        line("Ticks:", fmt::format("{} to {}", m_firstTick, m_lastTick));
+        line("Duration:", m_frequency == 0 ? fmt::format("{} ticks", m_lastTick - m_firstTick)
+                                           : fmt::format("{:.9f} s ({} ticks at {} a second)",
+                                                         static_cast<double>(m_lastTick - m_firstTick) /
+                                                             static_cast<double>(m_frequency),
+                                                         m_lastTick - m_firstTick, m_frequency));
+    }
+    line("Cores:", list(m_cores));
+    line("Threads:", list(m_threads));
+    const Damage& damage = input.damage();
+    line("Damage:", damage.places == 0 ? "none"
+                                       : fmt::format("{} bytes in {} place{}, the first at offset {}", damage.bytes,
+                                                     damage.places, damage.places == 1 ? "" : "s", damage.first));
+    line("Packets:", fmt::format("{}", m_packets));
+    for (unsigned code = 0; code < m_kinds.size(); ++code) {
+        if (m_kinds[code] > 0)
+            fmt::print(out, "{:>14}  {}\n", m_kinds[code], CTCodeInfo::TCodeToName(tagTCode(code)));
+    }
+    if (m_functions.empty())
+        return;
+    fmt::print(out, "Functions: (id, times entered, name)\n");
+    for (const auto& [id, function] : m_functions)
+        fmt::print(out, "    0x{:08x} {:>10}  {}\n", id, function.entered, printable(function.name));
+}
+
+struct InfoOptions {
+    std::string file;
+    Output output;
+};
+
+ExitCode info(InfoOptions& options) {
+    TraceInput input(options.file);
+    Summary summary;
+    while (const PacketPointer packet = input.next())
+        summary.add(*packet, input.offset(), input.end());
+    summary.print(options.output.open(), input);
+    options.output.commit();
+    return input.reportDamage();
+}
+
+} // namespace
+
+void addInfo(CLI::App& program, ExitCode& exitCode) {
+    auto options = std::make_shared<InfoOptions>();
+    CLI::App* verb = program.add_subcommand("info", "Tell what is in a trace");
+    verb->add_option("FILE", options->file, "Trace file; - for standard input")->required();
+    options->output.addOptions(*verb);
+    verb->footer("Example: qvx info thread_4711.qvx");
+    verb->callback([options, &exitCode] { exitCode = info(*options); });
+}
+
+} // namespace qvx

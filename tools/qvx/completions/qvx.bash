@@ -1,0 +1,17 @@
+# bash completion for qvx
+_qvx() {
+    local current=${COMP_WORDS[COMP_CWORD]}
+    local common="-h --help -o --output -f --force"
+    COMPREPLY=()
+    if [[ $COMP_CWORD -eq 1 ]]; then
+        COMPREPLY=($(compgen -W "info dump --help --version" -- "$current") $(compgen -f -- "$current"))
+    elif [[ $current == -* ]]; then
+        case ${COMP_WORDS[1]} in
+        dump) COMPREPLY=($(compgen -W "$common --parsable --hex-tick --limit" -- "$current")) ;;
+        *) COMPREPLY=($(compgen -W "$common" -- "$current")) ;;
+        esac
+    else
+        COMPREPLY=($(compgen -f -- "$current"))
+    fi
+}
+complete -o filenames -F _qvx qvx
