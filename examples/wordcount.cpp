@@ -6,7 +6,6 @@
 #include "quorvex/quorvex.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cctype>
 #include <cstdlib>
 #include <exception>
@@ -67,9 +66,10 @@ void countFile(const std::filesystem::path& path, Counts& counts) {
     }
 }
 
-void work(const std::vector<std::filesystem::path>& files, std::atomic<std::size_t>& next, Counts& counts) {
+/// Counts every `step`th file, from `first` on.
+void work(const std::vector<std::filesystem::path>& files, std::size_t first, std::size_t step, Counts& counts) {
     QUORVEX_TRACE_FUNCTION();
-    for (std::size_t file = next++; file < files.size(); file = next++)
+    for (std::size_t file = first; file < files.size(); file += step)
         countFile(files[file], counts);
 }
 
@@ -93,10 +93,9 @@ void run(const std::filesystem::path& directory, std::size_t threadCount) {
     QUORVEX_TRACE_FUNCTION();
     const auto files = findFiles(directory);
     std::vector<Counts> parts(threadCount);
-    std::atomic<std::size_t> next{0};
     std::vector<std::thread> threads;
-    for (Counts& counts : parts)
-        threads.emplace_back([&] { work(files, next, counts); });
+    for (std::size_t i = 0; i < threadCount; ++i)
+        threads.emplace_back([&, i] { work(files, i, threadCount, parts[i]); });
     for (std::thread& thread : threads)
         thread.join();
     const Ranking ranking = rank(parts);
