@@ -96,7 +96,13 @@ private:
         }
         return meaning == FieldMeaning::Id ? m_writer.writeHexItem(number) : m_writer.writeDecItem(number);
     }
+    bool write(FieldMeaning, EEventType type) { return m_writer.writeHexItem(static_cast<std::uint32_t>(type)); }
+    bool write(FieldMeaning, const TCounter_t& value) { return m_writer.writeDecItem(value.u64); }
+    bool write(FieldMeaning, const TCounterIdx_t& index) { return m_writer.writeDecItem(index.u64); }
+    bool write(FieldMeaning, const TVarCounter_t& value) { return m_writer.writeTVarCounter(value); }
     bool write(FieldMeaning, const CData& data) { return m_writer.writeCData(data); }
+    bool write(FieldMeaning, const CSignalMask& mask) { return m_writer.writeCSignalMask(mask); }
+    bool write(FieldMeaning, const CBusDataSignals& signals) { return m_writer.writeBusDataSignalItem(signals); }
     bool write(FieldMeaning, const SFrameConfig& config) { return m_writer.writeFrameConfig(config); }
     // Padding says nothing: the cell is empty.
     bool write(FieldMeaning, const FillBytes& fill) { return fill.count == 0 || m_writer.writeItem(fill.count, {}); }
@@ -286,6 +292,10 @@ bool CPacketTableWriter::writePayload(CPacket& packet) {
             cells.good = writeCVariableAccBase(static_cast<CVariableAccBase&>(packet));
         else if constexpr (std::is_base_of_v<CRelVariableAccBase, Packet>)
             cells.good = writeCRelVariableAccBase(static_cast<CRelVariableAccBase&>(packet));
+        else if constexpr (std::is_base_of_v<CDataBase, Packet>)
+            cells.good = writeCDataBase(static_cast<CDataBase&>(packet));
+        else if constexpr (std::is_base_of_v<CRelDataBase, Packet>)
+            cells.good = writeCRelDataBase(static_cast<CRelDataBase&>(packet));
         else if constexpr (std::is_base_of_v<CMessage, Packet>)
             cells.good = writeCMessage(static_cast<CMessage&>(packet));
         else
@@ -353,6 +363,18 @@ bool CPacketTableWriter::writeRelSystemContext(CPacket& packet) {
     return cells.good;
 }
 
+bool CPacketTableWriter::writeCDataBase(CDataBase& packet) {
+    PayloadCells cells(*this, packet);
+    packet.visitParts(cells);
+    return cells.good;
+}
+
+bool CPacketTableWriter::writeCRelDataBase(CRelDataBase& packet) {
+    PayloadCells cells(*this, packet);
+    packet.visitParts(cells);
+    return cells.good;
+}
+
 bool CPacketTableWriter::writeCVariableAccBase(CVariableAccBase& packet) {
     PayloadCells cells(*this, packet);
     packet.visitParts(cells);
@@ -373,6 +395,22 @@ bool CPacketTableWriter::writeCMessage(CMessage& packet) {
 
 bool CPacketTableWriter::writeCData(const CData& data) {
     return data.Length() == 0 || writeHexItem(data.data(), static_cast<unsigned char>(data.Length()));
+}
+
+bool CPacketTableWriter::writeCSignalMask(const CSignalMask& mask) {
+    return mask.empty() || writeHexItem(mask.data(), static_cast<unsigned char>(mask.size()));
+}
+
+bool CPacketTableWriter::writeTVarCounter(const TVarCounter_t& value) {
+    return value.Length() == 0 || writeDecItem(value.data(), value.Length());
+}
+
+bool CPacketTableWriter::writeBusDataSignalItem(const CBusDataSignals& signals) {
+    static constexpr const char* kAccesses[] = {"BusAccUnk", "BusAccRead", "BusAccWrite", "BusAccReadWrite"};
+    const std::uint8_t raw = signals.GetRawFlags();
+    if (raw >= std::size(kAccesses)) // further bits, which have no names
+        return writeHexItem(raw);
+    return writeKeyword(1, static_cast<unsigned>(std::strlen(kAccesses[raw])), kAccesses[raw]);
 }
 
 bool CPacketTableWriter::writeFrameConfig(const SFrameConfig& config) {

@@ -84,6 +84,9 @@ public:
     virtual bool writeSystemContext(CPacket& packet);
     virtual bool writeRelSystemContext(CPacket& packet);
     virtual bool writeCData(const CData& data);
+    virtual bool writeCSignalMask(const CSignalMask& mask);
+    virtual bool writeCDataBase(CDataBase& packet);
+    virtual bool writeCRelDataBase(CRelDataBase& packet);
     virtual bool writeCVariableAccBase(CVariableAccBase& packet);
     virtual bool writeCRelVariableAccBase(CRelVariableAccBase& packet);
     virtual bool writeCMessage(CMessage& packet);
@@ -117,6 +120,8 @@ public:
     bool writeApostropheString(const std::string& text); ///< a cell with the text in double quotes
     bool writeApostropheString(const char* text);
     bool writeInvalidItem(unsigned span);
+    bool writeTVarCounter(const TVarCounter_t& value);
+    bool writeBusDataSignalItem(const CBusDataSignals& signals);
     /// Texts without a cell. Bytes that are no printable text, or could be taken for the hexadecimal form, are written
     /// as "0x" and the bytes from the last to the first.
     bool writeString(const char* text, unsigned length);

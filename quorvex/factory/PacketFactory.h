@@ -207,6 +207,164 @@ public:
     static CPacket* getCTraceDisabled() { return make<CTraceDisabled>(); }
     static CPacket* getCEndOfTrace() { return make<CEndOfTrace>(); }
     static CPacket* getCFill(std::uint8_t count) { return make<CFill>(count); }
+    static CPacket* getCReadData(const CCoreContext& context, std::uint64_t address) {
+        return make<CReadData>(context, address);
+    }
+    static CPacket* getCRelReadData(const CRelCoreContext& context, std::uint64_t address) {
+        return make<CRelReadData>(context, address);
+    }
+    static CPacket* getCReadData(const CCoreContext& context, std::uint64_t address, const CData& data) {
+        return make<CReadData>(context, address, data);
+    }
+    static CPacket* getCRelReadData(const CRelCoreContext& context, std::uint64_t address, const CData& data) {
+        return make<CRelReadData>(context, address, data);
+    }
+    static CPacket* getCWriteData(const CCoreContext& context, std::uint64_t address) {
+        return make<CWriteData>(context, address);
+    }
+    static CPacket* getCRelWriteData(const CRelCoreContext& context, std::uint64_t address) {
+        return make<CRelWriteData>(context, address);
+    }
+    static CPacket* getCWriteData(const CCoreContext& context, std::uint64_t address, const CData& data) {
+        return make<CWriteData>(context, address, data);
+    }
+    static CPacket* getCRelWriteData(const CRelCoreContext& context, std::uint64_t address, const CData& data) {
+        return make<CRelWriteData>(context, address, data);
+    }
+    static CPacket* getCCounterDefine(const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                                      const CCharStringSequence& name) {
+        return make<CCounterDefine>(context, id, dimensions, name);
+    }
+    static CPacket* getCRelCounterDefine(const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                                         const CCharStringSequence& name) {
+        return make<CRelCounterDefine>(context, id, dimensions, name);
+    }
+    static CPacket* getCCounterDefineUnit(const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                                          const CCharStringSequence& name) {
+        return make<CCounterDefineUnit>(context, id, dimensions, name);
+    }
+    static CPacket* getCRelCounterDefineUnit(const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                                             const CCharStringSequence& name) {
+        return make<CRelCounterDefineUnit>(context, id, dimensions, name);
+    }
+    static CPacket* getCCounterUndefine(const CCoreContext& context, std::uint32_t id) {
+        return make<CCounterUndefine>(context, id);
+    }
+    static CPacket* getCRelCounterUndefine(const CRelCoreContext& context, std::uint32_t id) {
+        return make<CRelCounterUndefine>(context, id);
+    }
+    static CPacket* getCCounterValueVar(const CCoreContext& context, std::uint32_t id, const TVarCounter_t& value,
+                                        const TVarCounter_t& index) {
+        return make<CCounterValueVar>(context, id, CCounterValueVarPayload(value, index));
+    }
+    static CPacket* getCRelCounterValueVar(const CRelCoreContext& context, std::uint32_t id, const TVarCounter_t& value,
+                                           const TVarCounter_t& index) {
+        return make<CRelCounterValueVar>(context, id, CCounterValueVarPayload(value, index));
+    }
+    static CPacket* getCCounterValue(const CCoreContext& context, std::uint32_t id, TCounter_t value) {
+        return make<CCounterValue>(context, id, value);
+    }
+    static CPacket* getCRelCounterValue(const CRelCoreContext& context, std::uint32_t id, TCounter_t value) {
+        return make<CRelCounterValue>(context, id, value);
+    }
+    static CPacket* getCCounterValueDim1(const CCoreContext& context, std::uint32_t id, TCounter_t value,
+                                         TCounterIdx_t index) {
+        return make<CCounterValueDim1>(context, id, value, index);
+    }
+    static CPacket* getCRelCounterValueDim1(const CRelCoreContext& context, std::uint32_t id, TCounter_t value,
+                                            TCounterIdx_t index) {
+        return make<CRelCounterValueDim1>(context, id, value, index);
+    }
+    static CPacket* getCCounterValueDim2(const CCoreContext& context, std::uint32_t id, TCounter_t value,
+                                         TCounterIdx_t index1, TCounterIdx_t index2) {
+        return make<CCounterValueDim2>(context, id, value, index1, index2);
+    }
+    static CPacket* getCRelCounterValueDim2(const CRelCoreContext& context, std::uint32_t id, TCounter_t value,
+                                            TCounterIdx_t index1, TCounterIdx_t index2) {
+        return make<CRelCounterValueDim2>(context, id, value, index1, index2);
+    }
+    static CPacket* getCCounterValueDimN(const CCoreContext& context, std::uint32_t id, std::uint8_t count,
+                                         TCounter_t value, const TCounterIdx_t* indices) {
+        return make<CCounterValueDimN>(context, id, value, CCounterIndexDimN(count, indices));
+    }
+    static CPacket* getCRelCounterValueDimN(const CRelCoreContext& context, std::uint32_t id, std::uint8_t count,
+                                            TCounter_t value, const TCounterIdx_t* indices) {
+        return make<CRelCounterValueDimN>(context, id, value, CCounterIndexDimN(count, indices));
+    }
+    static CPacket* getCBusData(const CBusContext& context, const CBusDataSignals& signals, const CData& data) {
+        return make<CBusData>(context, signals, data);
+    }
+    static CPacket* getCRelBusData(const CRelBusContext& context, const CBusDataSignals& signals, const CData& data) {
+        return make<CRelBusData>(context, signals, data);
+    }
+    static CPacket* getCBusAddrData(const CBusContext& context, const CBusDataSignals& signals, std::uint64_t address,
+                                    const CData& data) {
+        return make<CBusAddrData>(context, signals, address, data);
+    }
+    static CPacket* getCRelBusAddrData(const CRelBusContext& context, const CBusDataSignals& signals,
+                                       std::uint64_t address, const CData& data) {
+        return make<CRelBusAddrData>(context, signals, address, data);
+    }
+    static CPacket* getCSignal(const CBusContext& context, const CSignalMask& value, const CSignalMask& mask) {
+        return make<CSignal>(context, value, mask);
+    }
+    static CPacket* getCRelSignal(const CRelBusContext& context, const CSignalMask& value, const CSignalMask& mask) {
+        return make<CRelSignal>(context, value, mask);
+    }
+    static CPacket* getCSignalDefine(const CBusContext& context, const std::uint32_t& id, const CSignalMask& mask,
+                                     const CCharStringSequence& name) {
+        return make<CSignalDefine>(context, id, mask, name);
+    }
+    static CPacket* getCRelSignalDefine(const CRelBusContext& context, const std::uint32_t& id, const CSignalMask& mask,
+                                        const CCharStringSequence& name) {
+        return make<CRelSignalDefine>(context, id, mask, name);
+    }
+    static CPacket* getCSignalUndefine(const CBusContext& context, const std::uint32_t& id) {
+        return make<CSignalUndefine>(context, id);
+    }
+    static CPacket* getCRelSignalUndefine(const CRelBusContext& context, const std::uint32_t& id) {
+        return make<CRelSignalUndefine>(context, id);
+    }
+    static CPacket* getCSystemData(const CSystemContext& context, const CData& data) {
+        return make<CSystemData>(context, data);
+    }
+    static CPacket* getCRelSystemData(const CRelSystemContext& context, const CData& data) {
+        return make<CRelSystemData>(context, data);
+    }
+    static CPacket* getCBusSync(const CBusContext& context) { return make<CBusSync>(context); }
+    static CPacket* getCSystemSync(const CSystemContext& context) { return make<CSystemSync>(context); }
+    static CPacket* getCEvent(const CCoreContext& context, std::uint32_t id) { return make<CEvent>(context, id); }
+    static CPacket* getCEvent(const CCoreContext& context, std::uint32_t id, const CData& data) {
+        return make<CEvent>(context, id, data);
+    }
+    static CPacket* getCEventDefine(std::uint32_t id, EEventType type) { return make<CEventDefine>(id, type); }
+    static CPacket* getCEventDefine(std::uint32_t id, EEventType type, const CCharStringSequence& name) {
+        return make<CEventDefine>(id, type, name);
+    }
+    static CPacket* getCEventUndefine(std::uint32_t id) { return make<CEventUndefine>(id); }
+    static CPacket* getCStateMachineDefine(std::uint32_t machine, const CCharStringSequence& definition) {
+        return make<CStateMachineDefine>(machine, definition);
+    }
+    static CPacket* getCStateMachineInstanceDefine(std::uint32_t machine, std::uint32_t instance,
+                                                   const CCharStringSequence& name) {
+        return make<CStateMachineInstanceDefine>(machine, instance, name);
+    }
+    static CPacket* getCStateDefine(std::uint32_t machine, std::uint32_t state, const CCharStringSequence& name) {
+        return make<CStateDefine>(machine, state, name);
+    }
+    static CPacket* getCTransitionDefine(std::uint32_t machine, std::uint32_t source, std::uint32_t target,
+                                         std::uint32_t transition, const CCharStringSequence& name) {
+        return make<CTransitionDefine>(machine, source, target, transition, name);
+    }
+    static CPacket* getCStateMachineUndefine(std::uint32_t machine) { return make<CStateMachineUndefine>(machine); }
+    static CPacket* getCInitialState(std::uint32_t machine, std::uint32_t instance, std::uint32_t state,
+                                     std::uint32_t hwCtx, std::uint64_t tick) {
+        return make<CInitialState>(machine, instance, state, hwCtx, tick);
+    }
+    static CPacket* getCTransition(std::uint32_t machine, std::uint32_t instance, std::uint32_t transition,
+                                   std::uint32_t hwCtx, std::uint64_t tick, const CData& data) {
+        return make<CTransition>(machine, instance, transition, hwCtx, tick, data);
+    }
     static CPacket* getCTraceEnabled(std::uint64_t frameLen, TraceExpansion expansion) {
         return make<CTraceEnabled>(frameLen, expansion, false);
     }

@@ -121,15 +121,17 @@ template <class Part> void encodePart(const Part& part, char* to) {
 
 /// Takes the part from exactly `size` bytes. On false the part may be half changed: decode into a fresh one.
 template <class Part> bool decodePart(Part& part, const char* from, unsigned size) {
-    if constexpr (requires { part.decode(from, size); })
+    if constexpr (requires { part.decode(from, size); }) {
         return part.decode(from, size);
-    else if constexpr (requires { part.shape(size); }) {
-        if (!part.shape(size))
-            return false;
+    } else {
+        if constexpr (requires { part.shape(size); }) {
+            if (!part.shape(size))
+                return false;
+        }
+        fields::Decoder decoder{from, size};
+        Part::fields(part, decoder);
+        return decoder.good && decoder.left == 0;
     }
-    fields::Decoder decoder{from, size};
-    Part::fields(part, decoder);
-    return decoder.good && decoder.left == 0;
 }
 
 /// The four operations that every part of fixed size offers to callers: the part's own `read` and `write` call these.

@@ -1,8 +1,13 @@
 #pragma once
 
+#include "quorvex/packets/BusPackets.h"
+#include "quorvex/packets/CounterPackets.h"
+#include "quorvex/packets/DataPackets.h"
+#include "quorvex/packets/EventPackets.h"
 #include "quorvex/packets/InstructionPackets.h"
 #include "quorvex/packets/MessagePackets.h"
 #include "quorvex/packets/SoftwareObjectPackets.h"
+#include "quorvex/packets/StateMachinePackets.h"
 #include "quorvex/packets/StringPackets.h"
 #include "quorvex/packets/TraceControlPackets.h"
 

@@ -51,6 +51,8 @@ struct ReadRules {
     const char* textReadLog = nullptr;  ///< goes to the message log when the text cannot be read,
     const char* textWriteLog = nullptr; ///< and when it cannot be written
     int least = -1;                     ///< payload bytes that the plain buffer read asks for, if not the fixed ones
+    bool cutTextIsNone = false;         ///< in memory, a text that cannot be read counts as none
+    bool wholeSize = false;             ///< `size` is checked for all bytes that the header announces
     bool logged = false;                ///< failures of plain reads and writes go to the message log
 };
 
@@ -112,9 +114,9 @@ template <class Part> bool writePart(const Part& part, std::ostream& out) {
             encodePart(part, bytes);
             return out.write(bytes, partSize(part)).good();
         }
-    } catch (const std::exception&) {
-        if constexpr (requires { Part::kWriteExceptionLog; })
-            logError(Part::kWriteExceptionLog);
+    } catch (const std::exception& exception) {
+        if constexpr (requires { Part::onWriteException(""); })
+            Part::onWriteException(exception.what());
         return false;
     }
 }
@@ -303,7 +305,7 @@ protected:
         if (!in.read(static_cast<Payload&>(*this)))
             protocol::failReadIn(in, Rules.payload);
         if constexpr (HasFollowingText<Payload>) {
-            if (!in.readText(Payload::followingText())) {
+            if (!in.readText(Payload::followingText()) && (in.fromStream() || !Rules.cutTextIsNone)) {
                 logText(Rules.textReadLog);
                 protocol::failReadIn(in, Rules.text);
             }
@@ -334,18 +336,29 @@ private:
 
     static constexpr std::size_t kBaseValues = protocol::FirstCount<typename Base::Forms>::value;
 
+    /// Whether a payload of that many bytes may be, as far as its last part can tell.
+    static bool fits(unsigned length) {
+        if constexpr (protocol::SizedPart<Payload>)
+            return Payload::fits(length - Base::Len());
+        else
+            return true;
+    }
+
     static PayloadIn& checked(PayloadIn& in) {
-        if (Rules.header.stream && in.header().Length() < Len())
-            protocol::failReadIn(in, Rules.header);
-        if (Rules.size.buffer && !in.holds(Len()))
+        const unsigned length = in.header().Length();
+        if constexpr (Rules.header.stream) {
+            if (length < Len() || !fits(length))
+                protocol::failReadIn(in, Rules.header);
+        }
+        if (Rules.size.buffer && !in.holds(Rules.wholeSize ? length : Len()))
             protocol::failReadIn(in, Rules.size);
         return in;
     }
 
     /// Reads into a fresh packet first, so that a failure leaves this one as it was.
     bool load(PayloadIn& in) {
-        if constexpr (Rules.logged && protocol::SizedPart<Payload>) {
-            if (in.header().TraceCode() != this->TraceCode() || !Payload::fits(in.header().Length() - Base::Len())) {
+        if constexpr (Rules.logged) {
+            if (in.header().TraceCode() != this->TraceCode() || !fits(in.header().Length())) {
                 protocol::logInvalidHeader(this->TraceCode(), in.fromStream());
                 return false;
             }

@@ -70,7 +70,9 @@ private:
             try {
                 char bytes[UINT8_MAX];
                 return (size == 0 || m_stream->read(bytes, size)) && decodePart(part, bytes, size);
-            } catch (const std::exception&) {
+            } catch (const std::exception& exception) {
+                if constexpr (requires { Part::onReadException(""); })
+                    Part::onReadException(exception.what());
                 return false;
             }
         }

@@ -44,32 +44,43 @@ TEST(ContextView, KnowsWhichCodesCarryWhichContext) {
 
 TEST(ContextView, ShowsTheFieldsOfEveryKindThatHasThem) {
     // Types and variables carry a core context, but their single fields are not shown.
-    const auto fields = codes({{0x10, 0x15}, {0x7B, 0x7B}, {0x7F, 0x7F}, {0x90, 0x97}});
-    const auto whole = codes({{0x10, 0x15}, {0x7B, 0x7B}, {0x7F, 0x7F}, {0x90, 0x97}, {0xB0, 0xB5}});
-    const auto relative = codes({{0x00, 0x05}, {0x80, 0x87}});
-    const CCoreContext context(1, 2, 3, 4);
+    const auto core =
+        codes({{0x10, 0x15}, {0x32, 0x33}, {0x50, 0x57}, {0x76, 0x76}, {0x7B, 0x7B}, {0x7F, 0x7F}, {0x90, 0x97}});
+    const auto bus = codes({{0x72, 0x72}, {0xD0, 0xD4}});
+    const auto system = codes({{0x73, 0x73}, {0xD5, 0xD5}});
+    const auto relativeAddress = codes({{0x00, 0x05}, {0x22, 0x23}, {0x40, 0x47}, {0x80, 0x87}});
+    const auto relativeTick = codes({{0x00, 0x05}, {0x22, 0x23}, {0x40, 0x47}, {0x80, 0x87}, {0xC0, 0xC5}});
+    const CCoreContext coreContext(1, 2, 3, 4);
+    const CBusContext busContext(1, 2, 7);
+    const CSystemContext systemContext(1, 8, 7);
+    const auto assign = [](CPacket* packet, const auto& context) {
+        using Context = std::remove_cvref_t<decltype(context)>;
+        if (auto* held = dynamic_cast<Context*>(packet))
+            *held = context;
+    };
     for (unsigned code = 0; code < 256; ++code) {
         std::unique_ptr<CPacket> packet(CPacketFactory::getCPacket(tagTCode(code)));
         if (!packet)
             continue;
-        if (auto* core = dynamic_cast<CCoreContext*>(packet.get()))
-            *core = context;
-        if (auto* rel = dynamic_cast<CRelCoreContext*>(packet.get()))
-            *rel = CRelCoreContext(5, 6);
+        assign(packet.get(), coreContext);
+        assign(packet.get(), busContext);
+        assign(packet.get(), systemContext);
+        assign(packet.get(), CRelCoreContext(5, 6));
+        assign(packet.get(), CRelBusContext(5));
+        assign(packet.get(), CRelSystemContext(5));
         const CContextStub stub(packet.get());
-        const bool shown = fields.contains(code);
-        EXPECT_EQ(stub.Tick(), shown ? 1 : kUnknown64) << code;
-        EXPECT_EQ(stub.HWCtx(), shown ? 2 : kNone32) << code;
-        EXPECT_EQ(stub.SWCtx(), shown ? 3 : kNone32) << code;
-        EXPECT_EQ(stub.CurrAddr(), shown ? 4 : kUnknown64) << code;
-        EXPECT_EQ(stub.Master(), kNone32);
-        EXPECT_EQ(stub.Channel(), kNone32);
-        EXPECT_EQ(stub.RelTick(), relative.contains(code) ? 5 : 0xFF) << code;
-        EXPECT_EQ(stub.RelCurrAddr(), relative.contains(code) ? 6 : 0xFF) << code;
-        EXPECT_EQ(stub.CoreCtx() == context, whole.contains(code)) << code;
-        EXPECT_EQ(stub.CoreCtx() == CCoreContext(), !whole.contains(code)) << code;
-        EXPECT_TRUE(stub.BusCtx() == CBusContext());
-        EXPECT_TRUE(stub.SystemCtx() == CSystemContext());
+        const bool isCore = core.contains(code), isBus = bus.contains(code), isSystem = system.contains(code);
+        EXPECT_EQ(stub.Tick(), isCore || isBus || isSystem ? 1 : kUnknown64) << code;
+        EXPECT_EQ(stub.HWCtx(), isCore || isBus ? 2 : kNone32) << code;
+        EXPECT_EQ(stub.SWCtx(), isCore ? 3 : kNone32) << code;
+        EXPECT_EQ(stub.CurrAddr(), isCore ? 4 : kUnknown64) << code;
+        EXPECT_EQ(stub.Master(), isBus || isSystem ? 7 : kNone32) << code;
+        EXPECT_EQ(stub.Channel(), isSystem ? 8 : kNone32) << code;
+        EXPECT_EQ(stub.RelTick(), relativeTick.contains(code) ? 5 : 0xFF) << code;
+        EXPECT_EQ(stub.RelCurrAddr(), relativeAddress.contains(code) ? 6 : 0xFF) << code;
+        EXPECT_TRUE(stub.CoreCtx() == (stub.hasCoreContext() ? coreContext : CCoreContext())) << code;
+        EXPECT_TRUE(stub.BusCtx() == (isBus ? busContext : CBusContext())) << code;
+        EXPECT_TRUE(stub.SystemCtx() == (isSystem ? systemContext : CSystemContext())) << code;
     }
 }
 

@@ -254,6 +254,128 @@ TEST(SoftwareObjects, CountTheDataButNotTheNameInTheirLength) {
     EXPECT_EQ(write.VarLen(), 64U);
 }
 
+TEST(DataPackets, CheckTheBufferForAllThatTheHeaderAnnouncesInTheAbsoluteForm) {
+    EXPECT_EQ(readInFailure<CReadData>(std::string(2 * 40, '1'), 41),
+              "CDataBase: Read-In constructor invalid input buffer size.");
+    EXPECT_EQ(readInFailure<CRelReadData>(std::string(2 * 14, '1'), 15),
+              "CRelDataBase: Read-In constructor could not read data.");
+    EXPECT_EQ(readInFailure<CReadData>(std::string(2 * 97, '1'), 97),
+              "CDataBase: Read-In constructor could not read data.")
+        << "65 bytes of data";
+    CWriteData packet;
+    EXPECT_EQ(packet.Length(), 32U);
+    packet.AccData() = CData(std::uint64_t{1}, 64);
+    EXPECT_EQ(packet.Length(), 96U);
+    EXPECT_EQ(packet.AccLen(), 64U);
+    EXPECT_EQ(packet.AccAddr(), kUnknown64);
+}
+
+TEST(RelSignalPacket, IsReadFromNoBufferShorterThan18BytesThoughItMayBeSmaller) {
+    const std::string small = bytes("c4 03 41 01 02") + std::string(13, '\x7a');
+    CRelSignal packet;
+    EXPECT_EQ(packet.read(small.data(), 5), 0U);
+    EXPECT_EQ(packet.read(small.data(), 17), 0U);
+    EXPECT_EQ(packet.read(small.data(), 18), 5U);
+    EXPECT_EQ(written(packet), "c4 03 41 01 02");
+    EXPECT_EQ(readInFailure<CRelSignal>("41 01 02", 3), "consumed 3") << "the Read-In constructor is not so";
+    EXPECT_EQ(readInFailure<CRelSignal>("41 01 02 03", 4),
+              "CRelSignal: Read-In Constructor could not read payload from stream")
+        << "halves of an odd part";
+    EXPECT_EQ(readInFailure<CRelSignal>(std::string(2 * 241, '1'), 241),
+              "CRelSignal: Read-In Constructor could not read payload from stream")
+        << "120 bytes a mask";
+    takeLog();
+}
+
+TEST(BusDataSignals, ReplaceAndClearTheAccessAndKeepTheOtherBits) {
+    EXPECT_TRUE(CBusDataSignals(BusSignals(4)).AccUnknown());
+    CBusDataSignals signals(std::uint8_t{0xF4});
+    EXPECT_TRUE(signals.SetSignal(BusAccReadWrite));
+    EXPECT_EQ(signals.GetRawFlags(), 0xF7);
+    EXPECT_TRUE(signals.AccRead() && signals.AccWrite() && !signals.AccUnknown());
+    EXPECT_TRUE(signals.GetSignal(BusAccReadWrite) && !signals.GetSignal(BusAccRead));
+    EXPECT_TRUE(signals.ClearSignal(BusAccRead)) << "whichever is named, both bits go";
+    EXPECT_EQ(signals.GetRawFlags(), 0xF4);
+    EXPECT_FALSE(signals.SetSignal(BusSignals(4)) || signals.ClearSignal(BusSignals(4)) ||
+                 signals.GetSignal(BusSignals(4)));
+}
+
+TEST(BusPackets, TakePartsWithoutData) {
+    EXPECT_EQ(readInFailure<CRelBusAddrData>("41 01 08 07 06 05 04 03 02 01", 10), "consumed 10");
+    EXPECT_EQ(readInFailure<CRelBusAddrData>("41 01 08 07 06 05 04 03 02 01", 9),
+              "CRelBusAddrData: Read-In Constructor called with invalid header data");
+    EXPECT_EQ(readInFailure<CRelSystemData>("41", 1), "consumed 1");
+    EXPECT_EQ(readInFailure<CBusSync>(std::string(2 * 20, '1'), 17),
+              "CBusSync: Read-In Constructor called with invalid header data");
+}
+
+TEST(EventTypes, AreTenAndAllInGroupZero) {
+    EXPECT_STREQ(CEventTypeInfo::EventTypeToName(GeneralFormattedMessage), "GeneralFormattedMessage");
+    EXPECT_STREQ(CEventTypeInfo::EventTypeToDescription(GeneralFormattedMessage), "General Formated Message");
+    EXPECT_STREQ(CEventTypeInfo::EventTypeToDescription(EEventType(6)), "Hardware Stream Offset");
+    unsigned valid = 0;
+    for (const std::uint32_t type : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 0x20000000U, 0x40000000U, 0x60000000U}) {
+        valid += CEventTypeInfo::EventTypeIsValid(EEventType(type));
+        EXPECT_EQ(CEventTypeInfo::EventTypeToGroup(EEventType(type)), 0U);
+    }
+    EXPECT_EQ(valid, 10U);
+    EXPECT_EQ(CEventTypeInfo::EventTypeToName(EEventType(8)), nullptr);
+    EXPECT_EQ(CEventTypeInfo::EventTypeToGroup(EEventType(0x0E000001)), 0x0E000000U);
+}
+
+TEST(StateMachines, SayWhenATransitionIsShorterThanItsFixedPart) {
+    EXPECT_EQ(readInFailure<CTransition>(std::string(2 * 30, '1'), 23),
+              "Transition payload length in header is less than fixed payload size.");
+    EXPECT_EQ(readInFailure<CTransition>(std::string(2 * 30, '1'), 24), "consumed 24");
+    EXPECT_EQ(readInFailure<CStateDefine>("01 02 03 04 05 06 07 08 7a 00", 8), "consumed 8")
+        << "a state without a name";
+    EXPECT_EQ(readInFailure<CEvent>(std::string(2 * 92, '1'), 92), "consumed 92") << "64 bytes of data";
+}
+
+TEST(Counters, TakeTheNumberOfIndicesAndTheWidthFromTheLength) {
+    TCounterIdx_t indices[28];
+    for (unsigned i = 0; i < 28; ++i)
+        indices[i] = TCounterIdx_t(std::uint64_t{i} + 1);
+    CCounterValueDimN packet(kContext, 1, TCounter_t(1.5), CCounterIndexDimN(27, indices));
+    EXPECT_EQ(packet.Length(), 252U);
+    EXPECT_EQ(packet.CntrIdx(26).u64, 27U);
+    packet = CCounterIndexDimN(2, indices);
+    EXPECT_EQ(packet.Length(), 52U);
+    EXPECT_EQ(packet.CntrIdx()[2].u64, 0U) << "those beyond the count are 0";
+    const auto failure = [](auto step) -> std::string {
+        try {
+            step();
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return {};
+    };
+    const std::string tooMany =
+        "CCounterIndexDimN: Requested counter dimension is larger than maximal allowed counter dimension.";
+    EXPECT_EQ(failure([&] { CCounterIndexDimN(28, indices); }), tooMany);
+    EXPECT_EQ(failure([&] { CCounterIndexDimN::Byte2Dim(224); }), tooMany);
+    EXPECT_EQ(failure([&] { packet.CntrIdx(std::uint8_t{2}); }),
+              "CCounterIndexDimN: Requested index is larger or equal to the counter dimension.");
+    EXPECT_EQ(CCounterIndexDimN::Byte2Dim(216), 27U);
+    EXPECT_EQ(CCounterIndexDimN::Dim2Byte(3), 24U);
+
+    EXPECT_EQ(readInFailure<CCounterValueDimN>(std::string(2 * 60, '1'), 41),
+              "CCounterValueDimN: Read-In Constructor called with invalid header data");
+    EXPECT_EQ(readInFailure<CRelCounterValueDimN>(std::string(2 * 240, '1'), 14 + 28 * 8),
+              "CRelCounterValueDimN: Read-In Constructor called with invalid header data");
+    EXPECT_EQ(readInFailure<CCounterValueVar>(std::string(2 * 60, '1'), 31),
+              "CCounterValueVar: Read-In Constructor called with invalid header data");
+    EXPECT_EQ(readInFailure<CCounterValueVar>(std::string(2 * 28, '1'), 28), "consumed 28") << "a value of no width";
+    EXPECT_EQ(readInFailure<CCounterValueVar>(std::string(2 * 254, '1'), 254), "consumed 254");
+    EXPECT_EQ(readInFailure<CCounterValue>(std::string(2 * 27, '1'), 36),
+              "CCounterBase: Read-In constructor invalid buffer size supplied!");
+    EXPECT_EQ(readInFailure<CCounterValue>(std::string(2 * 40, '1'), 28),
+              "CCounterValueBase: Read-In Constructor called with invalid header data");
+    EXPECT_EQ(failure([] { CCounterValueVarPayload::Len2Size(3); }),
+              "Len2Size: supplied size must be multiples of two!");
+    EXPECT_EQ(CCounterValueVarPayload::Len2Size(8) + CCounterValueVarPayload::Size2Len(4), 12U);
+}
+
 TEST(BrokenStreams, AreAFailedWriteAndAMessage) {
     CExecInsn insn(kContext);
     BrokenStream out;

@@ -1,8 +1,11 @@
 #include "quorvex/stream/TraceReaderPlain.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/stream/TextRun.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
 #include "quorvex/stream/TraceSourceBufferStream.h"
+#include "quorvex/stream/TraceWriterPaged.h"
+#include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/RandomPackets.h"
@@ -197,6 +200,62 @@ TEST(PlainReader, EndsAndLosesNothingBeforeTheDamage) {
         ASSERT_GE(read.size(), untouched) << bit;
         for (std::size_t i = 0; i < untouched; ++i)
             ASSERT_TRUE(read[i] == packets[i]) << bit;
+    }
+    takeLog();
+}
+
+// All kinds, with texts of all lengths, through both writers and back.
+TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
+    RandomPackets random(20261121);
+    MemorySink plainSink, pagedSink;
+    CTraceWriterPlain plain(plainSink);
+    CTraceWriterPaged paged(pagedSink);
+    std::string expected;
+    const auto check = [&] {
+        plain.flush();
+        paged.flush();
+        ASSERT_TRUE(plainSink.bytes == expected);
+        MemorySource source(pagedSink.bytes);
+        CTraceReaderPlain reader(source);
+        std::string kept;
+        while (const PacketPointer packet{reader.get()}) {
+            const tagTCode code = packet->TraceCode();
+            if (code != Fill && code != Sync && code != BusSync && code != SystemSync)
+                kept += wireOf(*packet);
+        }
+        MemorySource plainSource(plainSink.bytes);
+        CTraceReaderPlain plainReader(plainSource);
+        std::string read, withoutInserted;
+        while (const PacketPointer packet{plainReader.get()}) {
+            const tagTCode code = packet->TraceCode();
+            const std::string wire = wireOf(*packet);
+            read += wire;
+            if (code != Fill && code != Sync && code != BusSync && code != SystemSync)
+                withoutInserted += wire;
+        }
+        ASSERT_TRUE(read == expected);
+        ASSERT_TRUE(kept == withoutInserted);
+    };
+    // In parts, so that the memory of a small machine holds them.
+    for (unsigned part = 0; part < 20; ++part) {
+        bool nameless = false;
+        for (unsigned i = 0; i < 50'000; ++i) {
+            PacketPointer packet = random.packet();
+            // Behind a packet without its name a text of its own would become that name.
+            while (nameless && packet->TraceCode() == CharString)
+                packet = random.packet();
+            nameless = isFollowedByText(packet->TraceCode()) && packet->StreamSize() == packet->Length() + 2;
+            expected += wireOf(*packet);
+            ASSERT_TRUE(plain.put(packet.get()) && paged.put(packet.get()));
+        }
+        check();
+        expected.clear();
+        plainSink.bytes.clear();
+        plainSink.at = 0;
+        plain.seekp(0);
+        pagedSink.bytes.clear();
+        pagedSink.at = 0;
+        paged.seekp(0);
     }
     takeLog();
 }

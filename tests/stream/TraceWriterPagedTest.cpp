@@ -32,6 +32,11 @@ std::string fillOf(unsigned size) {
     return std::string("\x7d") + static_cast<char>(size - 2) + std::string(size - 2, '\x80');
 }
 
+/// Whether the writer inserts packets of that code by itself.
+bool isInserted(unsigned char code) {
+    return code == Fill || code == Sync || code == BusSync || code == SystemSync;
+}
+
 /// A writer whose page has that many bytes left.
 struct WriterWithRoom {
     MemorySink sink;
@@ -134,7 +139,7 @@ TEST(PagedWriter, KeepsEveryPacketAndLetsAReaderBeginAtAnyPage) {
     std::string expected, plain;
     while (sink.bytes.size() < 4 * kPageSize) {
         const PacketPointer packet = random.packet();
-        if (packet->TraceCode() == Sync || packet->TraceCode() == Fill)
+        if (isInserted(static_cast<unsigned char>(packet->TraceCode())))
             continue;
         plain += wireOf(*packet);
         expected += wireOf(*packet);
@@ -148,7 +153,7 @@ TEST(PagedWriter, KeepsEveryPacketAndLetsAReaderBeginAtAnyPage) {
     expectPaged(sink.bytes);
     std::string kept;
     for (const std::string& packet : split(sink.bytes)) {
-        if (packet[0] != static_cast<char>(Fill) && packet[0] != static_cast<char>(Sync))
+        if (!isInserted(static_cast<unsigned char>(packet[0])))
             kept += packet;
     }
     EXPECT_TRUE(kept == expected);

@@ -287,6 +287,292 @@ void addDefinitions(Table& table) {
     }
 }
 
+void addDataAccess(Table& table) {
+    const std::string access = "58 57 56 55 54 53 52 51  61 62 63 64 65"; // address, five bytes
+    constexpr std::uint64_t kAddress = 0x5152535455565758;
+    const std::string abs = "CDataBase: Read-In constructor ", rel_ = "CRelDataBase: Read-In constructor ";
+    const std::vector<Cut> stream = {{24, abs + "could not read context data."}, {37, abs + "could not access data."}};
+    const std::vector<Cut> buffer = {{37, abs + "invalid input buffer size."}};
+    const std::vector<Cut> relStream = {{2, rel_ + "could not read context data."},
+                                        {15, rel_ + "could not read data."}};
+    const std::vector<Cut> relBuffer = {{10, rel_ + "invalid input buffer size."}, {15, rel_ + "could not read data."}};
+    table.add(
+        "ReadData", [] { return packet<CReadData>(core(), kAddress, CData(kFiveBytes, 5)); },
+        "32 25" + (kCore + access), stream, buffer);
+    table.add(
+        "WriteData", [] { return packet<CWriteData>(core(), kAddress, CData(kFiveBytes, 5)); },
+        "33 25" + (kCore + access), stream, buffer);
+    table.add(
+        "RelReadData", [] { return packet<CRelReadData>(rel(), kAddress, CData(kFiveBytes, 5)); },
+        "22 0f" + (kRel + access), relStream, relBuffer);
+    table.add(
+        "RelWriteData", [] { return packet<CRelWriteData>(rel(), kAddress, CData(kFiveBytes, 5)); },
+        "23 0f" + (kRel + access), relStream, relBuffer);
+}
+
+void addCounters(Table& table) {
+    const std::string id = "54 53 52 51";
+    const std::string value = "68 67 66 65 64 63 62 61", index = "78 77 76 75 74 73 72 71",
+                      second = "88 87 86 85 84 83 82 81";
+    constexpr std::uint64_t kValue = 0x6162636465666768, kIndex = 0x7172737475767778, kSecond = 0x8182838485868788;
+    static const TCounterIdx_t kIndices[] = {kIndex, kSecond};
+    static const std::uint8_t kThree[] = {0x61, 0x62, 0x63}, kOther[] = {0x71, 0x72, 0x73};
+
+    for (const bool relative : {false, true}) {
+        const std::string prefix = relative ? "CRel" : "C", name = relative ? "Rel" : "";
+        const std::string context = relative ? kRel : kCore;
+        const unsigned size = relative ? 2 : 24;
+        const std::string base = prefix + "CounterBase: Read-In constructor ";
+        const std::vector<Cut> stream = {{size, base + "could not read context data!"},
+                                         {size + 4, base + "could not read counter id!"}};
+        const std::vector<Cut> buffer = {{size + 4, base + "invalid buffer size supplied!"}};
+        const auto with = [](std::vector<Cut> cuts, std::vector<Cut> more) {
+            cuts.insert(cuts.end(), more.begin(), more.end());
+            return cuts;
+        };
+        const auto add = [&](const char* kind, CPacket* (*make)(), CPacket* (*makeRel)(), const char* code,
+                             const char* relCode, const std::string& payload, std::vector<Cut> moreStream,
+                             std::vector<Cut> moreBuffer) {
+            table.add(name + kind, relative ? makeRel : make, (relative ? relCode : code) + context + id + payload,
+                      with(stream, std::move(moreStream)), with(buffer, std::move(moreBuffer)));
+        };
+        add("CounterUndefine", coreId<CCounterUndefine>, relId<CRelCounterUndefine>, "52 1c", "42 06", "", {}, {});
+
+        const std::string define = prefix + "CounterDefineBase: Read-In constructor could not read ";
+        const std::string dimension = define + "counter dimension and definition!";
+        const std::vector<Cut> defineStream = {
+            {size + 5, dimension},
+            {size + 6, ""},
+            {size + 9, relative ? dimension : define + "subsequent counter definition!"}};
+        // In memory a cut definition counts as none.
+        const std::vector<Cut> defineBuffer = {{size + 5, dimension}, {size + 9, ""}};
+        add(
+            "CounterDefine", [] { return packet<CCounterDefine>(core(), 0x51525354U, std::uint8_t{0x61}, "ab"); },
+            [] { return packet<CRelCounterDefine>(rel(), 0x51525354U, std::uint8_t{0x61}, "ab"); }, "50 1d", "40 07",
+            "61 7e 02 61 62", defineStream, defineBuffer);
+        add(
+            "CounterDefineUnit",
+            [] { return packet<CCounterDefineUnit>(core(), 0x51525354U, std::uint8_t{0x61}, "ab"); },
+            [] { return packet<CRelCounterDefineUnit>(rel(), 0x51525354U, std::uint8_t{0x61}, "ab"); }, "51 1d",
+            "41 07", "61 7e 02 61 62", defineStream, defineBuffer);
+
+        const std::string valueText = prefix + "CounterValueBase: Read-In Constructor could not read counter value.";
+        const std::vector<Cut> valueStream = {{size + 12, valueText}};
+        const std::vector<Cut> valueBuffer = {
+            {size + 12, relative ? valueText : "CCounterValueBase: Read-In Constructor copuld not read from buffer."}};
+        const auto indexText = [&](const char* kind) {
+            return prefix + kind + ": Read-In Constructor could not read counter index.";
+        };
+        add(
+            "CounterValue", [] { return packet<CCounterValue>(core(), 0x51525354U, TCounter_t(kValue)); },
+            [] { return packet<CRelCounterValue>(rel(), 0x51525354U, TCounter_t(kValue)); }, "54 24", "44 0e", value,
+            valueStream, valueBuffer);
+        add(
+            "CounterValueDim1",
+            [] { return packet<CCounterValueDim1>(core(), 0x51525354U, TCounter_t(kValue), TCounterIdx_t(kIndex)); },
+            [] { return packet<CRelCounterValueDim1>(rel(), 0x51525354U, TCounter_t(kValue), TCounterIdx_t(kIndex)); },
+            "55 2c", "45 16", value + index, with(valueStream, {{size + 20, indexText("CounterValueDim1")}}),
+            with(valueBuffer, {{size + 20, indexText("CounterValueDim1")}}));
+        add(
+            "CounterValueDim2",
+            [] {
+                return packet<CCounterValueDim2>(core(), 0x51525354U, TCounter_t(kValue), TCounterIdx_t(kIndex),
+                                                 TCounterIdx_t(kSecond));
+            },
+            [] {
+                return packet<CRelCounterValueDim2>(rel(), 0x51525354U, TCounter_t(kValue), TCounterIdx_t(kIndex),
+                                                    TCounterIdx_t(kSecond));
+            },
+            "56 34", "46 1e", value + index + second, with(valueStream, {{size + 28, indexText("CounterValueDim2")}}),
+            with(valueBuffer, {{size + 28, indexText("CounterValueDim2")}}));
+        add(
+            "CounterValueDimN",
+            [] {
+                return packet<CCounterValueDimN>(core(), 0x51525354U, TCounter_t(kValue),
+                                                 CCounterIndexDimN(2, kIndices));
+            },
+            [] {
+                return packet<CRelCounterValueDimN>(rel(), 0x51525354U, TCounter_t(kValue),
+                                                    CCounterIndexDimN(2, kIndices));
+            },
+            "57 34", "47 1e", value + index + second, with(valueStream, {{size + 28, indexText("CounterValueDimN")}}),
+            with(valueBuffer,
+                 {{size + 28, relative ? indexText("CounterValueDimN")
+                                       : "CCounterValueDimN: Read-In Constructor could not read index value"}}));
+        const std::string var = relative
+                                    ? "CRelCounterValueVar: Read-In Constructor could not read variable counter value "
+                                      "and index from stream"
+                                    : "CCounterValueVar: Read-In Constructor could not read variable length counter "
+                                      "data from stream";
+        add(
+            "CounterValueVarOfThreeBytes",
+            [] {
+                const CCounterValueVarPayload payload(TVarCounter_t(kThree, 3), TVarCounter_t(kOther, 3));
+                return packet<CCounterValueVar>(core(), 0x51525354U, payload);
+            },
+            [] {
+                const CCounterValueVarPayload payload(TVarCounter_t(kThree, 3), TVarCounter_t(kOther, 3));
+                return packet<CRelCounterValueVar>(rel(), 0x51525354U, payload);
+            },
+            "53 22", "43 0c", "61 62 63 71 72 73", {{size + 10, var}}, {{size + 10, var}});
+        add(
+            "CounterValueVarOfTwoBytes",
+            [] {
+                const CCounterValueVarPayload payload(std::uint16_t{0x6162}, std::uint16_t{0x7172});
+                return packet<CCounterValueVar>(core(), 0x51525354U, payload);
+            },
+            [] {
+                const CCounterValueVarPayload payload(std::uint16_t{0x6162}, std::uint16_t{0x7172});
+                return packet<CRelCounterValueVar>(rel(), 0x51525354U, payload);
+            },
+            "53 20", "43 0a", "62 61 72 71", {{size + 8, var}}, {{size + 8, var}});
+    }
+}
+
+void addBus(Table& table) {
+    //                         Tick                    HWCtx/Chan. Master
+    const std::string context = "08 07 06 05 04 03 02 01 14 13 12 11 24 23 22 21";
+    const auto bus = [] { return CBusContext(0x0102030405060708, 0x11121314, 0x21222324); };
+    const auto system = [] { return CSystemContext(0x0102030405060708, 0x11121314, 0x21222324); };
+    static const auto kBus = bus;
+    static const auto kSystem = system;
+    static const CData kData(std::uint16_t{0x7172});
+    static const unsigned char kLines[] = {0x61, 0x62, 0x63, 0x64, 0x65, 0x66, 0x67, 0x68,
+                                           0x71, 0x72, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78};
+    const std::string in = ": Read-In Constructor ";
+    const auto could = [&in](const std::string& kind, const char* what) {
+        return "C" + kind + in + "could not read " + what;
+    };
+
+    for (const std::string kind : {"BusSync", "SystemSync"}) {
+        const std::vector<Cut> cuts = {{16, could(kind, "absolute context from stream")}};
+        table.add(
+            kind,
+            kind == "BusSync" ? +[] { return packet<CBusSync>(kBus()); }
+                              : +[] { return packet<CSystemSync>(kSystem()); },
+            (kind == "BusSync" ? "72 10" : "73 10") + context, cuts, cuts);
+    }
+
+    const std::string size = "invalid buffer size supplied", space = "invalid buffer space supplied.";
+    table.add("BusData", [] { return packet<CBusData>(kBus(), CBusDataSignals(std::uint8_t{0xF2}), kData); },
+              "d0 13" + context + "f2 72 71",
+              {{16, could("BusData", "context from stream")}, {19, could("BusData", "data from stream")}},
+              {{17, "CBusData" + in + size}, {19, could("BusData", "data from stream")}});
+    table.add(
+        "RelBusData",
+        [] { return packet<CRelBusData>(CRelBusContext(0x41), CBusDataSignals(std::uint8_t{0xF2}), kData); },
+        "c0 04 41 f2 72 71",
+        {{1, could("RelBusData", "absolute context from stream")}, {4, could("RelBusData", "payload from stream")}},
+        {{2, "CRelBusData" + in + space}, {4, could("RelBusData", "payload from stream")}});
+    const std::string address = "58 57 56 55 54 53 52 51";
+    table.add("BusAddrData",
+              [] { return packet<CBusAddrData>(kBus(), CBusDataSignals(BusAccWrite), 0x5152535455565758U, kData); },
+              "d1 1b" + context + "02" + address + "72 71",
+              {{16, could("BusAddrData", "context from stream")}, {27, could("BusAddrData", "data from stream")}},
+              {{25, "CBusAddrData" + in + size}, {27, could("BusAddrData", "data from stream")}});
+    table.add("RelBusAddrData",
+              [] {
+                  return packet<CRelBusAddrData>(CRelBusContext(0x41), CBusDataSignals(BusAccRead), 0x5152535455565758U,
+                                                 kData);
+              },
+              "c1 0c 41 01" + address + "72 71",
+              {{1, could("RelBusAddrData", "absolute context from stream")},
+               {12, could("RelBusAddrData", "payload from stream")}},
+              {{10, "CRelBusAddrData" + in + space}, {12, could("RelBusAddrData", "payload from stream")}});
+
+    const std::string id = "54 53 52 51";
+    const auto define = [&](const std::string& kind, unsigned before) {
+        const std::string payload = could(kind, "payload from stream");
+        return std::vector<Cut>{{before, could(kind, "bus context from stream")},
+                                {before + 6, payload},
+                                {before + 7, ""},
+                                {before + 10, payload}};
+    };
+    table.add(
+        "SignalDefine", [] { return packet<CSignalDefine>(kBus(), 0x51525354U, CSignalMask(16, kLines), "ab"); },
+        "d2 16" + context + id + "61 62 7e 02 61 62", define("SignalDefine", 16), define("SignalDefine", 16));
+    table.add(
+        "RelSignalDefine",
+        [] { return packet<CRelSignalDefine>(CRelBusContext(0x41), 0x51525354U, CSignalMask(16, kLines), "ab"); },
+        "c2 07 41" + id + "61 62 7e 02 61 62", define("RelSignalDefine", 1), define("RelSignalDefine", 1));
+    table.add("SignalUndefine", [] { return packet<CSignalUndefine>(kBus(), 0x51525354U); }, "d3 14" + context + id,
+              {{16, could("SignalUndefine", "bus context from stream")},
+               {20, could("SignalUndefine", "payload from stream")}},
+              {{20, "CSignalUndefine" + in + "called with invalid buffer size"}});
+    table.add("RelSignalUndefine", [] { return packet<CRelSignalUndefine>(CRelBusContext(0x41), 0x51525354U); },
+              "c3 05 41" + id,
+              {{1, could("RelSignalUndefine", "bus context from stream")},
+               {5, could("RelSignalUndefine", "payload from stream")}},
+              {{5, "CRelSignalUndefine" + in + "called with invalid buffer size"}});
+    const std::string lines = "61 62 63 64 65 66 67 68  71 72 73 74 75 76 77 78";
+    table.add("Signal", [] { return packet<CSignal>(kBus(), CSignalMask(64, kLines), CSignalMask(64, kLines + 8)); },
+              "d4 20" + context + lines,
+              {{16, could("Signal", "absolute context from stream")}, {32, could("Signal", "payload from stream")}},
+              {{16, "CSignal" + in + "called with invalid buffer size"}, {32, could("Signal", "payload from stream")}});
+    table.add(
+        "RelSignal",
+        [] { return packet<CRelSignal>(CRelBusContext(0x41), CSignalMask(64, kLines), CSignalMask(64, kLines + 8)); },
+        "c4 11 41" + lines,
+        {{1, could("RelSignal", "bus context from stream")}, {17, could("RelSignal", "payload from stream")}},
+        {{1, "CRelSignal" + in + "called with invalid buffer size."}, {17, could("RelSignal", "payload from stream")}});
+    table.add(
+        "SystemData", [] { return packet<CSystemData>(kSystem(), kData); }, "d5 12" + context + "72 71",
+        {{16, could("SystemData", "absolute context from stream")}, {18, could("SystemData", "payload from stream.")}},
+        {{16, "CSystemData" + in + "called with invalid buffer size."},
+         {18, could("SystemData", "payload from stream.")}});
+    table.add("RelSystemData", [] { return packet<CRelSystemData>(CRelSystemContext(0x41), kData); }, "c5 03 41 72 71",
+              {{1, could("RelSystemData", "absolute context from stream")},
+               {3, could("RelSystemData", "payload from stream")}},
+              {{1, "CRelSystemData" + in + "called with invalid buffer size."},
+               {3, could("RelSystemData", "payload from stream")}});
+}
+
+void addEvents(Table& table) {
+    const std::string id = "54 53 52 51", type = "00 00 00 20", name = "7e 02 61 62";
+    const auto both = [&table](const char* kind, CPacket* (*make)(), const std::string& wire,
+                               const std::vector<Cut>& cuts) { table.add(kind, make, wire, cuts, cuts); };
+    const auto event = [](const char* kind) {
+        return std::string("C") + kind + ": Read-In Constructor could not read event data.";
+    };
+    both("EventDefine", [] { return packet<CEventDefine>(0x51525354U, Watchpoint, "ab"); }, "74 08" + id + type + name,
+         {{8, event("EventDefine")},
+          {9, ""},
+          {12, "CEventDefine: Read-In constructor could not read valid event definition string."}});
+    both("EventUndefine", [] { return packet<CEventUndefine>(0x51525354U); }, "75 04" + id,
+         {{4, event("EventUndefine")}});
+    both("Event", [] { return packet<CEvent>(core(), 0x51525354U, CData(std::uint16_t{0x6162})); },
+         "76 1e" + (kCore + id) + "62 61",
+         {{24, "CEvent: Read-In Constructor could not read context data."}, {30, event("Event")}});
+
+    const std::string base = "CStateMachineBase: Read-In constructor could not packet data!";
+    const auto state = [](const std::string& kind) {
+        return "C" + kind + ": Read-In constructor could not read valid state machine definition string.";
+    };
+    const std::string two = "64 63 62 61", three = "74 73 72 71", four = "84 83 82 81";
+    both("StateMachineDefine", [] { return packet<CStateMachineDefine>(0x51525354U, "ab"); }, "d6 04" + id + name,
+         {{4, base}, {5, ""}, {8, state("StateMachineDefine")}});
+    both("StateMachineInstanceDefine",
+         [] { return packet<CStateMachineInstanceDefine>(0x51525354U, 0x61626364U, "ab"); }, "d7 08" + id + two + name,
+         {{4, base}, {8, state("StateMachineInstanceDefine")}, {9, ""}, {12, state("StateMachineInstanceDefine")}});
+    both("StateDefine", [] { return packet<CStateDefine>(0x51525354U, 0x61626364U, "ab"); }, "d8 08" + id + two + name,
+         {{4, base}, {8, state("StateDefine")}, {9, ""}, {12, state("StateDefine")}});
+    both("TransitionDefine",
+         [] { return packet<CTransitionDefine>(0x51525354U, 0x61626364U, 0x71727374U, 0x81828384U, "ab"); },
+         "d9 10" + id + two + three + four + name,
+         {{4, base}, {16, state("TransitionDefine")}, {17, ""}, {20, state("TransitionDefine")}});
+    both("StateMachineUndefine", [] { return packet<CStateMachineUndefine>(0x51525354U); }, "da 04" + id, {{4, base}});
+    const std::string tick = "98 97 96 95 94 93 92 91";
+    both("InitialState",
+         [] { return packet<CInitialState>(0x51525354U, 0x61626364U, 0x71727374U, 0x81828384U, 0x9192939495969798U); },
+         "db 18" + id + two + three + four + tick, {{4, base}, {24, state("InitialState")}});
+    both("Transition",
+         [] {
+             return packet<CTransition>(0x51525354U, 0x61626364U, 0x71727374U, 0x81828384U, 0x9192939495969798U,
+                                        CData(std::uint8_t{0xA1}));
+         },
+         "dc 19" + id + two + three + four + tick + "a1", {{4, base}, {25, state("Transition")}});
+}
+
 } // namespace
 
 const std::vector<Sample>& samples() {
@@ -297,6 +583,10 @@ const std::vector<Sample>& samples() {
         addStrings(table);
         addObjects(table);
         addDefinitions(table);
+        addDataAccess(table);
+        addCounters(table);
+        addBus(table);
+        addEvents(table);
         return table.rows;
     }();
     return rows;

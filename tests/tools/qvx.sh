@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Runs qvx as people do, and compares what it says.
 #
-#     qvx.sh QVX QUICKSTART
+#     qvx.sh QVX QUICKSTART FORMAT_MD
 set -uo pipefail
 qvx=$1
 quickstart=$2
+format=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
@@ -114,6 +115,17 @@ fi
 yes trace | head -200 | xargs cat >long
 "$qvx" dump long 2>err | head -1 >/dev/null
 [ -s err ] && { cat err; echo 'FAILED: a closed pipe is not quiet'; failures=$((failures + 1)); }
+
+# The table of kinds in the format's description is this very output, and its example is a real file.
+"$qvx" kinds >kinds
+sed -n '/^<!-- qvx kinds -->$/,/^<!-- end -->$/p' "$format" | sed '1,2d;$d' | sed '$d' >described
+diff kinds described || { echo 'FAILED: docs/format.md has another table of kinds'; failures=$((failures + 1)); }
+sed -n '/^<!-- example -->$/,/^<!-- end -->$/p' "$format" | sed -n 's/^\([0-9a-f]\{4\}\)  \([0-9a-f ]*[0-9a-f]\)  .*/\2/p' |
+    tr -d ' \n' | sed 's/../\\x&/g' >escaped
+printf "$(cat escaped)" >example
+expect 0 - '' "$qvx" dump --parsable example
+[ "$(grep -c . out)" -eq 11 ] && grep -q '^	0x0000000000000042 	CharString 	4 	main $' out &&
+    grep -q '^	0x0000000000000074 	EndOfTrace 	0 $' out || { echo 'FAILED: the example of docs/format.md'; cat out; failures=$((failures + 1)); }
 
 # The program of the README and its traces.
 QVX_TRACEDIR=. "$quickstart"

@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
     qvx::ExitCode exitCode = qvx::Done;
     qvx::addInfo(program, exitCode);
     qvx::addDump(program, exitCode);
+    qvx::addKinds(program, exitCode);
 
     std::vector<std::string> arguments(argv + 1, argv + argc);
     if (!arguments.empty()) {

@@ -26,5 +26,6 @@ public:
 /// Each verb adds its options to the program and sets `run`-callback code to `exitCode`.
 void addInfo(CLI::App& program, ExitCode& exitCode);
 void addDump(CLI::App& program, ExitCode& exitCode);
+void addKinds(CLI::App& program, ExitCode& exitCode);
 
 } // namespace qvx

@@ -4,7 +4,7 @@ _qvx() {
     local common="-h --help -o --output -f --force"
     COMPREPLY=()
     if [[ $COMP_CWORD -eq 1 ]]; then
-        COMPREPLY=($(compgen -W "info dump --help --version" -- "$current") $(compgen -f -- "$current"))
+        COMPREPLY=($(compgen -W "info dump kinds --help --version" -- "$current") $(compgen -f -- "$current"))
     elif [[ $current == -* ]]; then
         case ${COMP_WORDS[1]} in
         dump) COMPREPLY=($(compgen -W "$common --parsable --hex-tick --limit" -- "$current")) ;;
