@@ -311,24 +311,15 @@ bool CPacketTableWriter::writePayload(CPacket& packet) {
 
 // --- parts of packets -------------------------------------------------------------------------------------------
 
-bool CPacketTableWriter::writeCoreContext(CPacket& packet) {
+template <class Context> bool CPacketTableWriter::writeContext(CPacket& packet, const Context& context) {
     PayloadCells cells(*this, packet);
-    const CCoreContext context = CContextStub::CoreCtx(&packet);
-    CCoreContext::fields(context, cells);
+    Context::fields(context, cells);
     return cells.good;
 }
 
-bool CPacketTableWriter::writeBusContext(CPacket& packet) {
+template <class Packet> bool CPacketTableWriter::writeParts(Packet& packet) {
     PayloadCells cells(*this, packet);
-    const CBusContext context = CContextStub::BusCtx(&packet);
-    CBusContext::fields(context, cells);
-    return cells.good;
-}
-
-bool CPacketTableWriter::writeSystemContext(CPacket& packet) {
-    PayloadCells cells(*this, packet);
-    const CSystemContext context = CContextStub::SystemCtx(&packet);
-    CSystemContext::fields(context, cells);
+    packet.visitParts(cells);
     return cells.good;
 }
 
@@ -342,55 +333,48 @@ template <class Context> Context relativeContext(const CPacket& packet) {
 
 } // namespace
 
+bool CPacketTableWriter::writeCoreContext(CPacket& packet) {
+    return writeContext(packet, CContextStub::CoreCtx(&packet));
+}
+
 bool CPacketTableWriter::writeRelCoreContext(CPacket& packet) {
-    PayloadCells cells(*this, packet);
-    const auto context = relativeContext<CRelCoreContext>(packet);
-    CRelCoreContext::fields(context, cells);
-    return cells.good;
+    return writeContext(packet, relativeContext<CRelCoreContext>(packet));
+}
+
+bool CPacketTableWriter::writeBusContext(CPacket& packet) {
+    return writeContext(packet, CContextStub::BusCtx(&packet));
 }
 
 bool CPacketTableWriter::writeRelBusContext(CPacket& packet) {
-    PayloadCells cells(*this, packet);
-    const auto context = relativeContext<CRelBusContext>(packet);
-    CRelBusContext::fields(context, cells);
-    return cells.good;
+    return writeContext(packet, relativeContext<CRelBusContext>(packet));
+}
+
+bool CPacketTableWriter::writeSystemContext(CPacket& packet) {
+    return writeContext(packet, CContextStub::SystemCtx(&packet));
 }
 
 bool CPacketTableWriter::writeRelSystemContext(CPacket& packet) {
-    PayloadCells cells(*this, packet);
-    const auto context = relativeContext<CRelSystemContext>(packet);
-    CRelSystemContext::fields(context, cells);
-    return cells.good;
+    return writeContext(packet, relativeContext<CRelSystemContext>(packet));
 }
 
 bool CPacketTableWriter::writeCDataBase(CDataBase& packet) {
-    PayloadCells cells(*this, packet);
-    packet.visitParts(cells);
-    return cells.good;
+    return writeParts(packet);
 }
 
 bool CPacketTableWriter::writeCRelDataBase(CRelDataBase& packet) {
-    PayloadCells cells(*this, packet);
-    packet.visitParts(cells);
-    return cells.good;
+    return writeParts(packet);
 }
 
 bool CPacketTableWriter::writeCVariableAccBase(CVariableAccBase& packet) {
-    PayloadCells cells(*this, packet);
-    packet.visitParts(cells);
-    return cells.good;
+    return writeParts(packet);
 }
 
 bool CPacketTableWriter::writeCRelVariableAccBase(CRelVariableAccBase& packet) {
-    PayloadCells cells(*this, packet);
-    packet.visitParts(cells);
-    return cells.good;
+    return writeParts(packet);
 }
 
 bool CPacketTableWriter::writeCMessage(CMessage& packet) {
-    PayloadCells cells(*this, packet);
-    packet.visitParts(cells);
-    return cells.good;
+    return writeParts(packet);
 }
 
 bool CPacketTableWriter::writeCData(const CData& data) {

@@ -145,6 +145,8 @@ protected:
 private:
     class PayloadCells;
 
+    template <class Context> bool writeContext(CPacket& packet, const Context& context);
+    template <class Packet> bool writeParts(Packet& packet);
     bool writeFrameConfig(const SFrameConfig& config);
     bool writeRange(std::pair<unsigned, unsigned> range);
 

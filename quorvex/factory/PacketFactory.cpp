@@ -67,13 +67,17 @@ template <class P> constexpr void addKind(Table& table) {
     row.copy = copyOf<P>;
 }
 
+template <class Context> constexpr Conversion<Context>& conversion(Row& row) {
+    return row;
+}
+
 template <class Abs, class Rel> constexpr void addPair(Table& table) {
     static_assert(unsigned{Rel::kCode} + 0x10 == unsigned{Abs::kCode},
                   "a relative code lies 0x10 below its absolute one");
     static_assert(std::is_same_v<typename Rel::Context::Absolute, typename Abs::Context>);
-    using Pair = Conversion<typename Abs::Context>;
-    table[Abs::kCode].Pair::compress = toRelative<Abs, Rel>;
-    table[Rel::kCode].Pair::decompress = toAbsolute<Abs, Rel>;
+    using Context = typename Abs::Context;
+    conversion<Context>(table[Abs::kCode]).compress = toRelative<Abs, Rel>;
+    conversion<Context>(table[Rel::kCode]).decompress = toAbsolute<Abs, Rel>;
 }
 
 constexpr Table makeTable() {

@@ -26,7 +26,7 @@ struct LayoutField {
 };
 
 /// A parsed layout string. The fields may repeat as a whole; no registered layout uses that.
-struct Layout {
+struct QUORVEX_API Layout {
     std::vector<LayoutField> fields;
     std::pair<unsigned, unsigned> repetition{1, 1};
 
@@ -34,9 +34,9 @@ struct Layout {
     std::pair<unsigned, unsigned> length() const;
     /// Parses the layout of a code; the log gets a trace message, and an error for a brace that is not closed, which
     /// makes the layout empty. A code that names nothing has an empty layout.
-    QUORVEX_API static Layout of(tagTCode code);
+    static Layout of(tagTCode code);
     /// Parses any layout text; `name` is what the trace message calls it.
-    QUORVEX_API static Layout parse(const std::string& name, const std::string& text);
+    static Layout parse(const std::string& name, const std::string& text);
 };
 
 /// The registry of all 256 codes. All queries are safe from any thread. A code of 256 or more is reported to the

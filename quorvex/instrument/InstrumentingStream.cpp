@@ -117,7 +117,9 @@ CQVXInstrumentingStream* CQVXInstrumentingStream::get_Instance() {
     if (registry.streams.closed())
         return nullptr;
     const unsigned thread = SWCtxId();
-    CQVXInstrumentingStream* stream = registry.streams(thread);
+    // Claimed at once: one whose thread has ended may be destroyed when the program ends.
+    CQVXInstrumentingStream* stream =
+        registry.streams.find(thread, [](CQVXInstrumentingStream& found) { found.m_ended = false; });
     if (!stream) {
         try {
             stream = new CQVXInstrumentingStream(thread);
@@ -130,7 +132,6 @@ CQVXInstrumentingStream* CQVXInstrumentingStream::get_Instance() {
         }
     }
     if (!t_ending) {
-        stream->m_ended = false;
         Registry::owner().stream = stream;
         t_stream = stream;
     }

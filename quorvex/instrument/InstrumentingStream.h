@@ -30,7 +30,8 @@ namespace Quorvex {
 ///   written later, one message goes to the log, and the stream refuses packets from then on.
 /// - What a stream has refused is counted.
 ///
-/// A stream belongs to its thread. Recording takes no lock, allocates nothing, and never throws.
+/// A stream belongs to its thread. Putting a packet takes no lock, allocates nothing, and never throws; announcing a
+/// function allocates.
 class QUORVEX_API CQVXInstrumentingStream : private detail::SinkFile, public CTraceWriterPaged {
 public:
     static constexpr unsigned kExitWait_ms = 500;

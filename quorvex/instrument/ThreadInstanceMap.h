@@ -19,9 +19,17 @@ public:
 
     /// The stream of a thread; null when it has none.
     Stream* operator()(unsigned thread) {
+        return find(thread, [](Stream&) {});
+    }
+
+    /// The same; calls `claim` with it before any other operation on the map can come between.
+    template <class Claim> Stream* find(unsigned thread, Claim&& claim) {
         const std::lock_guard lock(m_lock);
         const auto found = m_streams.find(thread);
-        return found == m_streams.end() ? nullptr : found->second;
+        if (found == m_streams.end())
+            return nullptr;
+        claim(*found->second);
+        return found->second;
     }
 
     /// Takes the stream over. False, with nothing taken, when the thread has one already or the map is closed.
@@ -34,11 +42,13 @@ public:
     void close() {
         const std::lock_guard lock(m_lock);
         m_closed = true;
-        for (const auto& [thread, stream] : m_streams) {
-            if (stream->retire())
-                delete stream;
-        }
-        m_streams.clear();
+        std::erase_if(m_streams, [](const auto& entry) {
+            const bool done = entry.second->retire();
+            if (done)
+                delete entry.second;
+            return done;
+        });
+        abandon();
     }
 
     /// Forgets all streams without touching them; in a forked child they are the parent's. They stay in memory. The

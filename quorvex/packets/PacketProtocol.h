@@ -228,6 +228,8 @@ public:
 
     unsigned write(char* buf, unsigned size) override {
         const unsigned need = CPacketHeader::Len() + payloadSize();
+        if (!fitsHeader())
+            return 0;
         if (!buf || size < need) {
             logWrite(size < CPacketHeader::Len()                    ? protocol::Step::Header
                      : size < CPacketHeader::Len() + Context::Len() ? protocol::Step::Context
@@ -251,6 +253,8 @@ public:
     }
 
     bool write(std::ostream& out) override {
+        if (!fitsHeader())
+            return false;
         CPacketHeader header = headerToWrite();
         protocol::Step step = protocol::Step::Header;
         bool good = header.write(out);
@@ -326,6 +330,14 @@ protected:
     void syncLength() { this->SetLength(static_cast<std::uint8_t>(payloadSize())); }
 
 private:
+    /// Whether the header's one byte can tell the payload's length; values of any width can make it too long.
+    bool fitsHeader() const {
+        if constexpr (kVariable)
+            return payloadSize() <= UINT8_MAX;
+        else
+            return true;
+    }
+
     /// The header, with the length that goes with the payload where that varies.
     CPacketHeader headerToWrite() const {
         if constexpr (kVariable)

@@ -155,10 +155,7 @@ CPacket* CTraceReaderPlain::get() {
 }
 
 bool CTraceReaderPlain::stepOver() {
-    const unsigned length = nextLength();
-    if (length > 0)
-        m_index += length + CPacketHeader::Len();
-    return length > 0;
+    return load(CPacketHeader::Len()) && nextLength() > 0 && skip();
 }
 
 bool CTraceReaderPlain::get(std::list<CPacket*>& packets) {

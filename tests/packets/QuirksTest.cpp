@@ -376,6 +376,16 @@ TEST(Counters, TakeTheNumberOfIndicesAndTheWidthFromTheLength) {
     EXPECT_EQ(CCounterValueVarPayload::Len2Size(8) + CCounterValueVarPayload::Size2Len(4), 12U);
 }
 
+TEST(Counters, AreNotWrittenWhenTheyDoNotFitAPacket) {
+    const std::uint8_t raw[200] = {};
+    CCounterValueVar packet(kContext, 1, CCounterValueVarPayload(TVarCounter_t(raw, 200), TVarCounter_t(raw, 200)));
+    char buffer[600];
+    EXPECT_EQ(packet.write(buffer, sizeof buffer), 0U);
+    std::ostringstream out;
+    EXPECT_FALSE(packet.write(out));
+    EXPECT_EQ(out.str(), "");
+}
+
 TEST(BrokenStreams, AreAFailedWriteAndAMessage) {
     CExecInsn insn(kContext);
     BrokenStream out;

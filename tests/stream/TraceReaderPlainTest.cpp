@@ -220,7 +220,7 @@ TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
         std::string kept;
         while (const PacketPointer packet{reader.get()}) {
             const tagTCode code = packet->TraceCode();
-            if (code != Fill && code != Sync && code != BusSync && code != SystemSync)
+            if (!isPagedBusiness(code))
                 kept += wireOf(*packet);
         }
         MemorySource plainSource(plainSink.bytes);
@@ -230,7 +230,7 @@ TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
             const tagTCode code = packet->TraceCode();
             const std::string wire = wireOf(*packet);
             read += wire;
-            if (code != Fill && code != Sync && code != BusSync && code != SystemSync)
+            if (!isPagedBusiness(code))
                 withoutInserted += wire;
         }
         ASSERT_TRUE(read == expected);

@@ -32,11 +32,6 @@ std::string fillOf(unsigned size) {
     return std::string("\x7d") + static_cast<char>(size - 2) + std::string(size - 2, '\x80');
 }
 
-/// Whether the writer inserts packets of that code by itself.
-bool isInserted(unsigned char code) {
-    return code == Fill || code == Sync || code == BusSync || code == SystemSync;
-}
-
 /// A writer whose page has that many bytes left.
 struct WriterWithRoom {
     MemorySink sink;
@@ -139,7 +134,7 @@ TEST(PagedWriter, KeepsEveryPacketAndLetsAReaderBeginAtAnyPage) {
     std::string expected, plain;
     while (sink.bytes.size() < 4 * kPageSize) {
         const PacketPointer packet = random.packet();
-        if (isInserted(static_cast<unsigned char>(packet->TraceCode())))
+        if (isPagedBusiness(packet->TraceCode()))
             continue;
         plain += wireOf(*packet);
         expected += wireOf(*packet);
@@ -153,7 +148,7 @@ TEST(PagedWriter, KeepsEveryPacketAndLetsAReaderBeginAtAnyPage) {
     expectPaged(sink.bytes);
     std::string kept;
     for (const std::string& packet : split(sink.bytes)) {
-        if (!isInserted(static_cast<unsigned char>(packet[0])))
+        if (!isPagedBusiness(tagTCode(static_cast<unsigned char>(packet[0]))))
             kept += packet;
     }
     EXPECT_TRUE(kept == expected);

@@ -25,8 +25,6 @@ std::string RandomPackets::wire() {
 PacketPointer RandomPackets::packet() {
     while (true) {
         const auto code = tagTCode(below(0xDD));
-        if (code == TraceEnabled || code == TraceDisabled)
-            continue;
         const PacketPointer kind(CPacketFactory::getCPacket(code));
         if (!kind)
             continue;

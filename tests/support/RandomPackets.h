@@ -11,8 +11,7 @@ namespace Quorvex::test {
 
 using PacketPointer = std::unique_ptr<CPacket>;
 
-/// Random but valid packets of all kinds, with texts of all lengths; the same for the same seed. Frames of
-/// trace-enabled and trace-disabled packets are left to the tests that ask for them.
+/// Random but valid packets of all kinds, with texts of all lengths; the same for the same seed.
 class RandomPackets {
 public:
     explicit RandomPackets(unsigned seed) : m_random(seed) {}
@@ -30,5 +29,10 @@ private:
 
 /// The bytes of a packet as it writes itself.
 std::string wireOf(CPacket& packet);
+
+/// Whether the paged writer inserts packets of that code, or changes them on the way: frames get their length.
+inline bool isPagedBusiness(tagTCode code) {
+    return code == Fill || code == Sync || code == BusSync || code == SystemSync || code == TraceEnabled;
+}
 
 } // namespace Quorvex::test
