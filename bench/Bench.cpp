@@ -239,6 +239,76 @@ void tableRows(benchmark::State& state) {
 }
 BENCHMARK(tableRows);
 
+void readRows(benchmark::State& state) {
+    std::ostringstream out;
+    CPacketPlain table(out, true, 0);
+    table.SetParsable(true);
+    CFunctionEnter enter(CCoreContext(123456789012, 2, 4711, kUnknown64), 7);
+    for (unsigned i = 0; i < 1000; ++i)
+        table.writeCPacket(16, enter);
+    std::istringstream in(out.str());
+    TraceTextReader reader(in);
+    for (auto _ : state) {
+        CPacket* packet = reader.get();
+        if (!packet) {
+            in.clear();
+            in.seekg(0);
+            packet = reader.get();
+        }
+        CPacketFactory::releaseCPacket(&packet);
+    }
+    perPacket(state, static_cast<double>(in.str().size()) / 1000);
+}
+BENCHMARK(readRows);
+
+/// Instructions whose contexts need a sync packet now and then, as those of a real program.
+CCoreContext stepOf(std::uint64_t i) {
+    return CCoreContext(i, 0, 1, 0x1000 + 4 * (i % 40) + 0x1000 * (i / 15 % 7));
+}
+
+void compressPackets(benchmark::State& state) {
+    NullSink sink;
+    CTraceWriterPlain writer(sink);
+    CTraceCompressor compressor(writer);
+    std::uint64_t i = 0;
+    for (auto _ : state) {
+        CPacket* packet = new CExecInsn(stepOf(i++));
+        compressor.forward(packet);
+    }
+    perPacket(state, CPacketHeader::Len() + CExecInsn::Len());
+}
+BENCHMARK(compressPackets);
+
+void decompressPackets(benchmark::State& state) {
+    struct Sink : NullSink {
+        std::string bytes;
+        bool write(const char* src, unsigned count, unsigned& written) override {
+            bytes.append(src, count);
+            return NullSink::write(src, count, written);
+        }
+    } sink;
+    CTraceWriterPlain writer(sink);
+    CTraceCompressor compressor(writer);
+    for (std::uint64_t i = 0; i < 100'000; ++i) {
+        CPacket* packet = new CExecInsn(stepOf(i));
+        compressor.forward(packet);
+    }
+    compressor.flush();
+    MemorySource source(sink.bytes);
+    CTraceReaderPlain reader(source);
+    CTraceDecompressor decompressor(reader, true, true);
+    for (auto _ : state) {
+        CPacket* packet = decompressor.get();
+        if (!packet) {
+            source.rewind();
+            packet = decompressor.get();
+        }
+        CPacketFactory::releaseCPacket(&packet);
+    }
+    perPacket(state, CPacketHeader::Len() + CExecInsn::Len());
+}
+BENCHMARK(decompressPackets);
+
 } // namespace
 
 int main(int argc, char** argv) {

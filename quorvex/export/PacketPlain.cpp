@@ -1,16 +1,17 @@
 #include "quorvex/export/PacketPlain.h"
 
+#include "quorvex/packets/Keywords.h"
+
 #include <algorithm>
 
 namespace Quorvex {
 
 bool CPacketPlain::writePageHeader(const char* title) {
-    return writeRaw(title ? title : "Quorvex (QVX) packet description") && writeRaw("\n");
+    return writeRaw(title ? title : keywords::kDefaultTitle) && writeRaw("\n");
 }
 
 bool CPacketPlain::writeTableHeader() {
-    return writeRaw(GetWithOffset() ? "Offset\t\tDescription \tTCode \tLength \tpacket payload \n"
-                                    : "\t \tDescription \tTCode \tLength \tpacket payload \n");
+    return writeRaw(GetWithOffset() ? keywords::kHeadWithOffset : keywords::kHeadWithoutOffset) && writeRaw("\n");
 }
 
 bool CPacketPlain::writeTableFooter() {

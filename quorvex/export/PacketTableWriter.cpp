@@ -1,53 +1,33 @@
 #include "quorvex/export/PacketTableWriter.h"
 
+#include "quorvex/export/Characters.h"
+#include "quorvex/export/Digits.h"
+#include "quorvex/export/ForwardAll.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/ContextStub.h"
+#include "quorvex/packets/Keywords.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <type_traits>
-#include <vector>
 
 namespace Quorvex {
 
 namespace {
 
 constexpr std::uint32_t kNone32 = 0xFFFFFFFF;
-constexpr char kHexDigits[] = "0123456789abcdef";
 
-void putHex(char* to, std::uint64_t value, unsigned digits) {
-    for (unsigned i = digits; i-- > 0; value >>= 4)
-        to[i] = kHexDigits[value & 15];
-}
-
-/// Length of the well-formed printable UTF-8 character at `at`, 0 when there is none.
-unsigned printableSize(const unsigned char* at, unsigned left) {
-    if (at[0] < 0x80)
-        return at[0] >= 0x20 && at[0] != 0x7F ? 1 : 0;
-    const unsigned size = at[0] >= 0xF0 ? 4 : at[0] >= 0xE0 ? 3 : at[0] >= 0xC2 ? 2 : 0;
-    if (size == 0 || size > left)
-        return 0;
-    std::uint32_t character = at[0] & (0x7FU >> size);
-    for (unsigned i = 1; i < size; ++i) {
-        if ((at[i] & 0xC0) != 0x80)
-            return 0;
-        character = (character << 6) | (at[i] & 0x3FU);
-    }
-    static constexpr std::uint32_t kSmallest[] = {0, 0, 0xA0, 0x800, 0x10000}; // below 0xA0 are control characters
-    const bool surrogate = character >= 0xD800 && character <= 0xDFFF;
-    return character >= kSmallest[size] && character <= 0x10FFFF && !surrogate ? size : 0;
-}
-
-bool isPlainText(const unsigned char* bytes, unsigned length) {
-    if (length >= 2 && bytes[0] == '0' && bytes[1] == 'x')
+/// Whether a text can be shown as it is: all of it printable, and not to be taken for the hexadecimal form.
+bool isPlainText(std::string_view text) {
+    if (text.starts_with(keywords::kHexPrefix))
         return false;
-    for (unsigned at = 0; at < length;) {
-        const unsigned size = printableSize(bytes + at, length - at);
-        if (size == 0)
+    while (!text.empty()) {
+        const Character character = firstCharacter(text);
+        if (!character.printable)
             return false;
-        at += size;
+        text.remove_prefix(character.size);
     }
     return true;
 }
@@ -90,10 +70,8 @@ private:
             if (meaning == FieldMeaning::Unit)
                 return m_writer.writeIdItem(number, kNone32);
         }
-        if (meaning == FieldMeaning::Length && number == static_cast<std::make_unsigned_t<T>>(~T{0})) {
-            static constexpr std::string_view kUnknown = "UnknownLength";
-            return m_writer.writeKeyword(sizeof(T), static_cast<unsigned>(kUnknown.size()), kUnknown.data());
-        }
+        if (meaning == FieldMeaning::Length && number == static_cast<std::make_unsigned_t<T>>(~T{0}))
+            return m_writer.writeKeyword(sizeof(T), keywords::kUnknownLength);
         return meaning == FieldMeaning::Id ? m_writer.writeHexItem(number) : m_writer.writeDecItem(number);
     }
     bool write(FieldMeaning, EEventType type) { return m_writer.writeHexItem(static_cast<std::uint32_t>(type)); }
@@ -139,14 +117,7 @@ bool CPacketTableWriter::forward(CPacket*& packet) {
 }
 
 bool CPacketTableWriter::forward(std::list<CPacket*>& packets) {
-    // Rows that were written are never written again: their packets go, whatever becomes of those behind them.
-    std::list<CPacket*> written;
-    while (!packets.empty() && (!packets.front() || put(packets.front())))
-        written.splice(written.end(), packets, packets.begin());
-    flush();
-    if (!CPacketFactory::release(written))
-        packets.splice(packets.begin(), written);
-    return packets.empty();
+    return forwardAll(*this, packets);
 }
 
 // --- page, table, rows ------------------------------------------------------------------------------------------
@@ -227,11 +198,11 @@ bool CPacketTableWriter::writeOffset(std::uint64_t offset) {
 }
 
 bool CPacketTableWriter::writeDescription(tagTCode code) {
-    return checkRange(code) && writeItem(1, CTCodeInfo::TCodeToDescription(code));
+    return checkRange(code) && writeKeyword(1, CTCodeInfo::TCodeToDescription(code));
 }
 
 bool CPacketTableWriter::writeDescription(CPacket& packet) {
-    return CPacketTableWriter::writeDescription(packet.TraceCode());
+    return writeDescription(packet.TraceCode());
 }
 
 bool CPacketTableWriter::writeHeader(tagTCode code) {
@@ -243,11 +214,11 @@ bool CPacketTableWriter::writeHeader(CPacket& packet) {
 }
 
 bool CPacketTableWriter::writeTCode(tagTCode code) {
-    return checkRange(code) && writeItem(1, CTCodeInfo::TCodeToName(code));
+    return checkRange(code) && writeKeyword(1, CTCodeInfo::TCodeToName(code));
 }
 
 bool CPacketTableWriter::writeTCode(CPacket& packet) {
-    return CPacketTableWriter::writeTCode(packet.TraceCode());
+    return writeTCode(packet.TraceCode());
 }
 
 bool CPacketTableWriter::writeLength(tagTCode code) {
@@ -268,18 +239,14 @@ bool CPacketTableWriter::writePayload(tagTCode code) {
         written = writeDebugFieldFormatEntry(&entry) && written;
     }
     if (layout.repetition != std::pair{1U, 1U})
-        written = writeItemOpen(1) && writeRaw("{") && writeRange(layout.repetition) && writeRaw("}") &&
-                  writeItemClose() && written;
+        written = writeItemOpen(1) && writeRepetition(layout.repetition) && writeItemClose() && written;
     return written;
 }
 
 bool CPacketTableWriter::writeDebugFieldFormatEntry(DebugFieldFormatEntry* entry) {
-    if (!entry || !writeItemOpen(entry->width) || !writeRaw(entry->name) || !writeRaw("(") ||
-        !writeRange(entry->size) || !writeRaw(")"))
-        return false;
-    if (entry->repetition != std::pair{1U, 1U} && !(writeRaw("{") && writeRange(entry->repetition) && writeRaw("}")))
-        return false;
-    return writeItemClose();
+    return entry && writeItemOpen(entry->width) && writeText(entry->name) && writeText("(") &&
+           writeRange(entry->size) && writeText(")") &&
+           (entry->repetition == std::pair{1U, 1U} || writeRepetition(entry->repetition)) && writeItemClose();
 }
 
 bool CPacketTableWriter::writePayload(CPacket& packet) {
@@ -327,7 +294,7 @@ namespace {
 
 /// The relative context of a packet, which the context view does not hand out whole.
 template <class Context> Context relativeContext(const CPacket& packet) {
-    const auto* context = dynamic_cast<const Context*>(&packet);
+    const auto* context = contextOf<Context>(packet);
     return context ? *context : Context();
 }
 
@@ -390,11 +357,10 @@ bool CPacketTableWriter::writeTVarCounter(const TVarCounter_t& value) {
 }
 
 bool CPacketTableWriter::writeBusDataSignalItem(const CBusDataSignals& signals) {
-    static constexpr const char* kAccesses[] = {"BusAccUnk", "BusAccRead", "BusAccWrite", "BusAccReadWrite"};
     const std::uint8_t raw = signals.GetRawFlags();
-    if (raw >= std::size(kAccesses)) // further bits, which have no names
+    if (raw >= std::size(keywords::kBusAccesses)) // further bits, which have no names
         return writeHexItem(raw);
-    return writeKeyword(1, static_cast<unsigned>(std::strlen(kAccesses[raw])), kAccesses[raw]);
+    return writeKeyword(1, keywords::kBusAccesses[raw]);
 }
 
 bool CPacketTableWriter::writeFrameConfig(const SFrameConfig& config) {
@@ -402,11 +368,8 @@ bool CPacketTableWriter::writeFrameConfig(const SFrameConfig& config) {
     known.setExceptionFrames(config.getExceptionFrames());
     if (known != config) // bits that have no names
         return writeHexItem(config.word());
-    static constexpr const char* kExpansions[] = {"UnknownExpanded", "NotExpanded", "Expanded", "MixExpanded"};
-    const char* expansion = kExpansions[config.getExpansion()];
-    const char* frames = config.getExceptionFrames() ? "ExceptionFrames" : "NoExceptionFrames";
-    return writeKeyword(2, static_cast<unsigned>(std::strlen(expansion)), expansion) &&
-           writeKeyword(2, static_cast<unsigned>(std::strlen(frames)), frames);
+    return writeKeyword(2, keywords::kExpansions[config.getExpansion()]) &&
+           writeKeyword(2, keywords::kExceptionFrames[config.getExceptionFrames()]);
 }
 
 bool CPacketTableWriter::writeCCharString(CCharString& text, bool asRow) {
@@ -462,42 +425,48 @@ bool CPacketTableWriter::writeRange(std::pair<unsigned, unsigned> range) {
     return writeNumber(range.first) && (range.first == range.second || (writeRaw(":") && writeNumber(range.second)));
 }
 
+bool CPacketTableWriter::writeRepetition(std::pair<unsigned, unsigned> count) {
+    return writeText("{") && writeRange(count) && writeText("}");
+}
+
+bool CPacketTableWriter::writeNumbering() {
+    bool written = writeRowOpen() && writeItem(1, {});
+    for (std::uint32_t number = 0; number <= 256; ++number)
+        written = written && writeItemOpen(1) && writeNumber(number) && writeItemClose();
+    return written && writeRowClose();
+}
+
+bool CPacketTableWriter::writeQuoted(unsigned length, const unsigned char* bytes) {
+    return writeItemOpen(std::min(length, 255U)) && writeText("\"") && writeString(length, bytes) && writeText("\"") &&
+           writeItemClose();
+}
+
 bool CPacketTableWriter::writeItem(unsigned span, std::string_view text) {
     return writeItemOpen(span) && writeRaw(text) && writeItemClose();
 }
 
 bool CPacketTableWriter::writeKeyword(unsigned span, unsigned length, const char* text) {
-    return writeItem(span, {text, length});
+    return writeItemOpen(span) && writeText({text, length}) && writeItemClose();
+}
+
+bool CPacketTableWriter::writeKeyword(unsigned span, std::string_view keyword) {
+    return writeKeyword(span, static_cast<unsigned>(keyword.size()), keyword.data());
 }
 
 bool CPacketTableWriter::writeInvalidItem(unsigned span) {
-    return writeKeyword(span, 7, "Invalid");
+    return writeKeyword(span, keywords::kInvalid);
+}
+
+bool CPacketTableWriter::writeText(std::string_view text) {
+    return writeRaw(text);
 }
 
 bool CPacketTableWriter::writeHexValue(const unsigned char* bytes, unsigned char count) {
-    char text[2 + 2 * 255] = {'0', 'x'};
-    for (unsigned i = 0; i < count; ++i)
-        putHex(text + 2 + 2 * i, bytes[count - 1 - i], 2);
-    return writeRaw({text, 2 + 2 * std::size_t{count}});
+    return writeRaw(hexNumber(bytes, count));
 }
 
 bool CPacketTableWriter::writeDecValue(const unsigned char* bytes, unsigned char count) {
-    // Long division by 10, digit by digit, from the highest byte down.
-    std::vector<unsigned char> rest(bytes, bytes + count);
-    std::string digits;
-    bool zero = false;
-    while (!zero) {
-        unsigned remainder = 0;
-        zero = true;
-        for (std::size_t i = rest.size(); i-- > 0;) {
-            const unsigned value = remainder * 256 + rest[i];
-            rest[i] = static_cast<unsigned char>(value / 10);
-            remainder = value % 10;
-            zero = zero && rest[i] == 0;
-        }
-        digits.insert(digits.begin(), static_cast<char>('0' + remainder));
-    }
-    return writeRaw(digits);
+    return writeRaw(decimalNumber(bytes, count));
 }
 
 bool CPacketTableWriter::writeHexItem(const unsigned char* bytes, unsigned char count) {
@@ -583,7 +552,7 @@ bool CPacketTableWriter::writeIdItem(std::uint32_t value, std::uint32_t invalid)
 }
 
 bool CPacketTableWriter::writeApostropheString(const std::string& text) {
-    return writeItemOpen(1) && writeRaw("\"") && writeRaw(text) && writeRaw("\"") && writeItemClose();
+    return writeItemOpen(1) && writeText("\"") && writeText(text) && writeText("\"") && writeItemClose();
 }
 
 bool CPacketTableWriter::writeApostropheString(const char* text) {
@@ -609,13 +578,10 @@ bool CPacketTableWriter::writeString(const char* text) {
 bool CPacketTableWriter::writeString(unsigned length, const unsigned char* bytes) {
     if (!bytes || length == 0)
         return good();
-    if (isPlainText(bytes, length))
-        return writeRaw({reinterpret_cast<const char*>(bytes), length});
-    std::string hex(2 + 2 * std::size_t{length}, '0');
-    hex[1] = 'x';
-    for (unsigned i = 0; i < length; ++i)
-        putHex(hex.data() + 2 + 2 * i, bytes[length - 1 - i], 2);
-    return writeRaw(hex);
+    const std::string_view text(reinterpret_cast<const char*>(bytes), length);
+    if (isPlainText(text))
+        return writeText(text);
+    return writeRaw(hexNumber(bytes, length));
 }
 
 std::pair<unsigned, unsigned> CPacketTableWriter::getSizeFromTCode(tagTCode code) {

@@ -22,7 +22,8 @@ struct DebugFieldFormatEntry {
 
 /// Shows packets as rows of a table: offset (on request), description, type code, length, then the payload, in which a
 /// field of n bytes is a cell of n columns. A text that follows a packet is shown as the CharString rows it is made of.
-/// This base decides what is shown and writes the cells without anything between them; renderers add the markup.
+/// This base decides what is shown and writes the cells without anything between them; renderers add the markup, and
+/// see to it that characters show as they are (writeText).
 ///
 /// Every write tells whether all was written and the stream is still good; the row ends at the first failure. The
 /// caller writes page and table heads and feet. The stream must outlive the writer.
@@ -110,6 +111,8 @@ public:
     virtual bool writeCharString(unsigned length, const unsigned char* bytes);
     virtual bool writeKeyword(unsigned span, unsigned length, const char* text);
     virtual bool writeDebugFieldFormatEntry(DebugFieldFormatEntry* entry);
+    /// Characters of a cell, so that they show as they are in the renderer's markup.
+    virtual bool writeText(std::string_view text);
 
     bool writeTickItem(std::uint64_t value);
     bool writeTickItem(std::uint8_t value);
@@ -138,6 +141,13 @@ protected:
     /// Writes characters as they are.
     bool writeRaw(std::string_view text);
     bool writeNumber(std::uint64_t value);
+    bool writeKeyword(unsigned span, std::string_view keyword);
+    /// A number, or the smallest and the largest with a colon between them.
+    bool writeRange(std::pair<unsigned, unsigned> range);
+    /// The row of numbers by which readers of a page count payload bytes.
+    bool writeNumbering();
+    /// A text of a packet, in double quotes.
+    bool writeQuoted(unsigned length, const unsigned char* bytes);
     /// A cell around characters.
     bool writeItem(unsigned span, std::string_view text);
     std::uint64_t currentOffset() const { return m_offset; }
@@ -148,7 +158,7 @@ private:
     template <class Context> bool writeContext(CPacket& packet, const Context& context);
     template <class Packet> bool writeParts(Packet& packet);
     bool writeFrameConfig(const SFrameConfig& config);
-    bool writeRange(std::pair<unsigned, unsigned> range);
+    bool writeRepetition(std::pair<unsigned, unsigned> count);
 
     std::ostream& m_stream;
     bool m_withOffset;

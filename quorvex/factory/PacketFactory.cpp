@@ -27,7 +27,7 @@ using Table = std::array<Row, kHighestCode + 1>;
 
 template <class Abs, class Rel> CPacket* toRelative(const CPacket& packet, const typename Abs::Context& last) {
     using RelContext = typename Rel::Context;
-    const Abs* absolute = dynamic_cast<const Abs*>(&packet);
+    const Abs* absolute = packetAs<Abs>(packet);
     RelContext context;
     if (!absolute || !RelContext::createRelative(last, *absolute, context))
         return nullptr;
@@ -39,7 +39,7 @@ template <class Abs, class Rel> CPacket* toRelative(const CPacket& packet, const
 
 template <class Abs, class Rel> CPacket* toAbsolute(const CPacket& packet, const typename Abs::Context& last) {
     using RelContext = typename Rel::Context;
-    const Rel* relative = dynamic_cast<const Rel*>(&packet);
+    const Rel* relative = packetAs<Rel>(packet);
     if (!relative)
         return nullptr;
     auto absolute = std::make_unique<Abs>();
@@ -54,7 +54,7 @@ template <class P> CPacket* copyOf(const CPacket& packet) {
         if (const auto* sequence = dynamic_cast<const CCharStringSequence*>(&packet))
             return new CCharStringSequence(*sequence);
     }
-    const P* original = dynamic_cast<const P*>(&packet);
+    const P* original = packetAs<P>(packet);
     return original ? new P(*original) : nullptr;
 }
 

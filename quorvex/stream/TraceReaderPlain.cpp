@@ -84,38 +84,44 @@ bool CTraceReaderPlain::load(unsigned count) {
     return true;
 }
 
-bool CTraceReaderPlain::loadPacket(bool& overlong) {
-    overlong = false;
+bool CTraceReaderPlain::loadPacket(unsigned& size) {
     const auto at = [this](unsigned offset) { return static_cast<unsigned char>((m_block + m_index)[offset]); };
     if (!load(CPacketHeader::Len()))
         return false;
-    unsigned need = CPacketHeader::Len() + at(1);
-    if (!load(need))
+    const unsigned sizeOfPacket = CPacketHeader::Len() + at(1);
+    if (!load(sizeOfPacket))
         return false;
+    unsigned need = sizeOfPacket;
     bool more = isFollowedByText(tagTCode(at(0)));
     while (more) {
         if (need + CPacketHeader::Len() + kCharStringMax > kPageSize) {
-            overlong = true;
+            size = kOverlong;
             return true;
         }
         if (!load(need + 1) || at(need) != CharString)
-            return true;
+            break;
         if (!load(need + CPacketHeader::Len()))
             return false;
         const unsigned length = at(need + 1);
+        if (length == 0 && need == sizeOfPacket) {
+            size = sizeOfPacket;
+            return true;
+        }
         need += CPacketHeader::Len() + length;
         if (!load(need))
             return false;
         more = length == kCharStringMax;
     }
+    size = remain();
     return true;
 }
 
-CPacket* CTraceReaderPlain::build() {
-    const char* bytes = m_block + m_index;
+CPacket* CTraceReaderPlain::build(unsigned size) {
+    if (size == kOverlong)
+        return buildOverlong();
     try {
         unsigned consumed = 0;
-        CPacket* packet = CPacketFactory::getCPacket(bytes, remain(), consumed);
+        CPacket* packet = CPacketFactory::getCPacket(m_block + m_index, size, consumed);
         if (packet && packet->TraceCode() == EndOfTrace)
             m_eot = true;
         m_index += consumed;
@@ -145,10 +151,10 @@ tagTCode CTraceReaderPlain::peek() {
 }
 
 CPacket* CTraceReaderPlain::get() {
-    bool overlong = false;
-    if (!loadPacket(overlong))
+    unsigned size = 0;
+    if (!loadPacket(size))
         return nullptr;
-    CPacket* packet = overlong ? buildOverlong() : build();
+    CPacket* packet = build(size);
     if (!packet)
         stepOver();
     return packet;
@@ -165,11 +171,11 @@ bool CTraceReaderPlain::get(std::list<CPacket*>& packets) {
     };
     while (packets.size() == before || inBlock()) {
         const std::uint64_t start = m_base;
-        bool overlong = false;
-        if (!loadPacket(overlong))
+        unsigned size = 0;
+        if (!loadPacket(size))
             break;
         const tagTCode code = tagTCode(static_cast<unsigned char>(*(m_block + m_index)));
-        CPacket* packet = overlong ? buildOverlong() : build();
+        CPacket* packet = build(size);
         if (packet) {
             packets.push_back(packet);
             if (m_base != start) // the block was topped up on the way: one block is enough for one batch

@@ -9,6 +9,9 @@ namespace Quorvex {
 /// Reads a trace packet by packet, plain or paged: the fill and sync packets of pages are handed out like any other.
 /// The source must outlive the reader. What is handed out does not depend on how the source portions its bytes.
 ///
+/// A packet comes with the text that follows it. An empty CharString packet behind a packet that takes a text says
+/// nothing and is handed out by itself, so that a trace that is read and written again keeps every byte.
+///
 /// A packet that cannot be built is stepped over by its length: get() returns null and position() has moved on. When
 /// position() has not moved, nothing more can be read there: the rest is cut, or begins with an unknown code of length
 /// 0, which skip() passes.
@@ -39,6 +42,7 @@ protected:
 
 private:
     class Overlong;
+    static constexpr unsigned kOverlong = ~0U;
 
     /// Payload length of the next packet, whose header stands in the block.
     unsigned nextLength() const {
@@ -49,10 +53,11 @@ private:
     /// Tops the block up until it holds that many unread bytes; false when the source has no more.
     bool load(unsigned count);
     /// Makes sure that the next packet stands in the block whole, with the texts that follow it. False when it is cut.
-    /// `overlong` is set when it is larger than a block.
-    bool loadPacket(bool& overlong);
-    /// Builds the next packet and moves behind it; null, and nothing moved, when it cannot be built.
-    CPacket* build();
+    /// `size` gets the bytes to build it from, or kOverlong when it is larger than a block.
+    bool loadPacket(unsigned& size);
+    /// Builds the next packet out of that many bytes and moves behind it; null, and nothing moved, when it cannot be
+    /// built.
+    CPacket* build(unsigned size);
     CPacket* buildOverlong();
     /// Moves behind a packet that could not be built; false where a length of 0 does not tell how far.
     bool stepOver();

@@ -53,17 +53,28 @@ bool CTraceWriterPlain::forward(std::list<CPacket*>& packets) {
 
 void CTraceWriterPlain::flush() {
     unsigned written = 0;
-    const bool whole = m_target.write(m_block, m_fill, written) && written >= m_fill;
+    bool whole = false;
+    try {
+        whole = m_target.write(m_block, m_fill, written) && written >= m_fill;
+    } catch (...) {
+        // What the target took before it gave up must not be written again.
+        dropWritten(written);
+        throw;
+    }
     if (!whole && written == 0) {
         logError("CTraceWriterPlain::flush(): Could not flush buffer to trace output.\n");
         return;
     }
-    const unsigned rest = whole ? 0 : m_fill - written;
-    std::memmove(m_block, m_block + written, rest);
+    dropWritten(written);
+    m_target.flush();
+}
+
+void CTraceWriterPlain::dropWritten(unsigned written) {
+    const unsigned rest = written < m_fill ? m_fill - written : 0;
+    std::memmove(m_block, m_block + (m_fill - rest), rest);
     std::memset(m_block + rest, 0, m_fill - rest);
     m_base += written;
     m_fill = rest;
-    m_target.flush();
 }
 
 bool CTraceWriterPlain::seekp(std::uint64_t position) {

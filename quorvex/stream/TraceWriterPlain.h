@@ -34,6 +34,8 @@ protected:
 
 private:
     unsigned room() const { return kPageSize - m_fill; }
+    /// Takes the first bytes, which the target has, out of the block.
+    void dropWritten(unsigned written);
 
     std::uint64_t m_base = 0;
     unsigned m_fill = 0;

@@ -1,35 +1,24 @@
 #include "quorvex/export/PacketTableWriter.h"
 
+#include "quorvex/export/PacketHTML.h"
+#include "quorvex/export/PacketLaTeX.h"
 #include "quorvex/export/PacketPlain.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/Golden.h"
 #include "tests/support/Samples.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <sstream>
 
 namespace Quorvex::test {
 namespace {
 
-/// Compares with a file of tests/data. With QUORVEX_REWRITE_GOLDEN set, writes it instead: look at the difference.
-void expectGolden(const std::string& name, const std::string& text) {
-    const std::string path = std::string(QUORVEX_TEST_DATA) + "/" + name;
-    if (std::getenv("QUORVEX_REWRITE_GOLDEN")) {
-        std::ofstream(path, std::ios::binary) << text;
-        return;
-    }
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_EQ(text, std::string(std::istreambuf_iterator<char>(in), {})) << path;
-}
-
-std::string tableOfSamples(bool parsable, bool hexTick) {
+template <class Table = CPacketPlain> std::string tableOfSamples(bool parsable, bool hexTick) {
     std::ostringstream out;
-    CPacketPlain table(out, true, 0);
+    Table table(out, true, 0);
     table.SetParsable(parsable);
     table.SetHexTick(hexTick);
     EXPECT_TRUE(table.writePageHeader(nullptr) && table.writeTableHeader(true));
@@ -55,6 +44,64 @@ TEST(PlainTable, ShowsEveryKind) {
     expectGolden("table_hextick.txt", tableOfSamples(false, true));
     expectGolden("table_parsable.txt", tableOfSamples(true, false));
     EXPECT_EQ(takeLog(), "");
+}
+
+TEST(Pages, ShowEveryKind) {
+    expectGolden("table.html", tableOfSamples<CPacketHTML>(false, false));
+    expectGolden("table.tex", tableOfSamples<CPacketLaTeX>(false, false));
+}
+
+/// The rows of all named codes, used or not, as a page.
+template <class Table> std::string tableOfKinds(const char* title) {
+    std::ostringstream out;
+    Table table(out, false, 0);
+    EXPECT_TRUE(table.writePageHeader(title) && table.writeTableHeader());
+    for (unsigned code = 0; code < 256; ++code) {
+        const std::string_view format = CTCodeInfo::TCodeToFormat(tagTCode(code));
+        if (CTCodeInfo::TCodeIsValid(tagTCode(code)) || !format.empty()) {
+            EXPECT_TRUE(table.writeCPacket(tagTCode(code)));
+        }
+    }
+    EXPECT_TRUE(table.writeTableFooter() && table.writePageFooter());
+    takeLog();
+    return out.str();
+}
+
+TEST(Pages, DocumentEveryKindFromItsCode) {
+    expectGolden("kinds.html", tableOfKinds<CPacketHTML>("<Kinds> & more"));
+    expectGolden("kinds.tex", tableOfKinds<CPacketLaTeX>("50% of #1"));
+    std::ostringstream out;
+    CPacketHTML html(out, false, 0);
+    EXPECT_FALSE(html.writeCPacket(tagTCode(0x1FE)));
+    EXPECT_EQ(out.str(), "<TR><TD class=\"desc\" >254</TD>") << "the code's low byte, then nothing";
+    takeLog();
+}
+
+// Whatever the texts of a trace hold, the page shows it and nothing of it becomes markup.
+TEST(Pages, ShowTextsAsTheyAre) {
+    struct {
+        std::string text;
+        std::string html;
+        std::string latex;
+    } const rows[] = {
+        {"a<b>&c", "a&lt;b&gt;&amp;c", "a$<$b$>$\\&c"},
+        {"\\x{y}_z^~", "\\x{y}_z^~", "$\\backslash$x\\{y\\}\\_z\\^{}\\~{}"},
+        {"100 %$#|--", "100 %$#|--", "100 \\%\\$\\#$|${-}{-}"},
+        {"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80", "&#228;&#8364;&#128512;", "$<$U+00E4$>$$<$U+20AC$>$$<$U+01F600$>$"},
+        {"0x41", "0x31347830", "0x31347830"},
+        {"a\n", "0x0a61", "0x0a61"},
+    };
+    for (const auto& [text, asHTML, asLaTeX] : rows) {
+        std::ostringstream html, latex;
+        CPacketHTML htmlTable(html, false, 0);
+        CPacketLaTeX latexTable(latex, false, 0);
+        const auto* characters = reinterpret_cast<const unsigned char*>(text.data());
+        const auto length = static_cast<unsigned>(text.size());
+        EXPECT_TRUE(htmlTable.writeCharString(length, characters) && latexTable.writeCharString(length, characters));
+        const std::string span = std::to_string(length);
+        EXPECT_EQ(html.str(), "<TD class=\"payload\" colspan=" + span + ">\"" + asHTML + "\"</TD>");
+        EXPECT_EQ(latex.str(), "\\multicolumn{" + span + "}{|c|}{\\char34{}" + asLaTeX + "\\char34{}}&");
+    }
 }
 
 TEST(PlainTable, DocumentsEveryKindFromItsCode) {

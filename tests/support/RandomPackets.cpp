@@ -2,6 +2,8 @@
 
 #include "quorvex/stream/TextRun.h"
 
+#include <iterator>
+
 namespace Quorvex::test {
 
 std::string wireOf(CPacket& packet) {
@@ -11,6 +13,28 @@ std::string wireOf(CPacket& packet) {
 }
 
 std::string RandomPackets::text() {
+    static const std::string kHostile[] = {
+        "\"quoted\"",
+        "a\tb",
+        "line\nline\r\n",
+        "0x41",
+        "0x",
+        "gr\xc3\xb6\xc3\x9f"
+        "e \xe2\x82\xac",
+        std::string("a\0b\0", 4),
+        " ",
+        "ends with blanks  ",
+        "Invalid",
+        "\\",
+        "&lt;{%s}",
+        "\xc2\x85",
+        std::string(255, 't'),
+        std::string(510, ' '),
+    };
+    if (below(4) == 0)
+        return kHostile[below(std::size(kHostile))];
+    if (below(2000) == 0)
+        return std::string(100'000, '~');
     const unsigned longest[] = {1, 10, 254, 256, 600, 3000};
     std::string text(below(longest[below(6)] + 1), '\0');
     for (char& byte : text)

@@ -1,7 +1,8 @@
 #include "Output.h"
+#include "TableFormat.h"
 #include "TraceInput.h"
 #include "Verbs.h"
-#include "quorvex/export/PacketPlain.h"
+#include "quorvex/export/PacketDebugger.h"
 
 #include <CLI/CLI.hpp>
 
@@ -13,27 +14,40 @@ namespace {
 
 struct DumpOptions {
     std::string file;
+    TableFormat format = TableFormat::Plain;
+    bool bytes = false;
     bool parsable = false;
     bool hexTick = false;
     std::uint64_t limit = ~std::uint64_t{0};
     Output output;
 };
 
+/// Shows packets up to the limit, until `show` fails.
+template <class Show> void showAll(TraceInput& input, std::uint64_t limit, Show&& show) {
+    for (std::uint64_t count = 0; count < limit; ++count) {
+        const PacketPointer packet = input.next();
+        if (!packet || !show(*packet))
+            return;
+    }
+}
+
 ExitCode dump(DumpOptions& options) {
     TraceInput input(options.file);
     std::ostream& out = options.output.open();
-    Quorvex::CPacketPlain table(out, true, 0);
-    table.SetParsable(options.parsable);
-    table.SetHexTick(options.hexTick);
-    table.writePageHeader(nullptr);
-    table.writeTableHeader(true);
-    bool more = true;
-    for (std::uint64_t count = 0; more && count < options.limit && out.good(); ++count) {
-        const PacketPointer packet = input.next();
-        more = packet && table.writeCPacket(input.offset(), *packet);
+    if (options.format == TableFormat::Verbose) {
+        Quorvex::CPacketDebugger printer(out, options.bytes);
+        showAll(input, options.limit, [&](Quorvex::CPacket& packet) { return printer.put(input.offset(), packet); });
+    } else {
+        const auto table = makeTable(options.format, out, true);
+        table->SetParsable(options.parsable);
+        table->SetHexTick(options.hexTick);
+        table->writePageHeader(nullptr);
+        table->writeTableHeader(true);
+        showAll(input, options.limit,
+                [&](Quorvex::CPacket& packet) { return table->writeCPacket(input.offset(), packet); });
+        table->writeTableFooter();
+        table->writePageFooter();
     }
-    table.writeTableFooter();
-    table.writePageFooter();
     options.output.commit();
     return input.reportDamage();
 }
@@ -42,10 +56,12 @@ ExitCode dump(DumpOptions& options) {
 
 void addDump(CLI::App& program, ExitCode& exitCode) {
     auto options = std::make_shared<DumpOptions>();
-    CLI::App* verb = program.add_subcommand("dump", "Show the packets of a trace as a table");
+    CLI::App* verb = program.add_subcommand("dump", "Show the packets of a trace as a table, or one field a line");
     verb->add_option("FILE", options->file, "Trace file; - for standard input")->required();
+    CLI::Option* format = addFormatOption(*verb, options->format, true);
+    verb->add_flag("--bytes", options->bytes, "(verbose) The bytes of each packet too")->needs(format);
     verb->add_flag("--parsable", options->parsable,
-                   "For programs: without descriptions, unknown values as \"Invalid\"");
+                   "For programs and `qvx convert`: without descriptions, unknown values as \"Invalid\"");
     verb->add_flag("--hex-tick", options->hexTick, "Ticks in hexadecimal");
     verb->add_option("--limit", options->limit, "Show the first N packets only")->type_name("N");
     options->output.addOptions(*verb);

@@ -64,10 +64,10 @@ void Summary::addContexts(const CPacket& packet) {
         m_threads.insert(m_reference.SWCtx());
     } else if (CContextStub::hasContext(code)) {
         addTick(CContextStub::Tick(&packet));
-    } else if (const auto* relative = dynamic_cast<const CRelCoreContext*>(&packet)) {
+    } else if (const auto* relative = contextOf<CRelCoreContext>(packet)) {
         if (m_reference.Tick() != kUnknown64)
             addTick(m_reference.Tick() ^ relative->RelTick());
-    } else if (const auto* timestamp = dynamic_cast<const CTimestamp*>(&packet)) {
+    } else if (const auto* timestamp = packetAs<CTimestamp>(packet)) {
         addTick(timestamp->Timestamp());
         if (timestamp->is_Frequency_valid())
             m_frequency = timestamp->Frequency();
@@ -79,9 +79,11 @@ void Summary::add(const CPacket& packet, std::uint64_t from, std::uint64_t to) {
     ++m_kinds[packet.TraceCode() & 0xFF];
     m_crossesPage = m_crossesPage || from / kPageSize != (to - 1) / kPageSize;
     addContexts(packet);
-    if (const auto* define = dynamic_cast<const CFunctionDefinePayload*>(&packet))
-        m_functions[dynamic_cast<const CFunctionIdentifier&>(packet).FuncId()].name = define->FuncDef().view();
-    else if (packet.TraceCode() == FunctionEnter || packet.TraceCode() == RelFunctionEnter)
+    visitKind(packet, [this](const auto& kind) {
+        if constexpr (requires { kind.FuncDef(); })
+            m_functions[kind.FuncId()].name = kind.FuncDef().view();
+    });
+    if (packet.TraceCode() == FunctionEnter || packet.TraceCode() == RelFunctionEnter)
         ++m_functions[dynamic_cast<const CFunctionEnterPayload&>(packet).TgtFuncId()].entered;
 }
 

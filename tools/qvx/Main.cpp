@@ -10,7 +10,7 @@
 
 int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
-    CLI::App program("Shows what is in trace files of the Quorvex format.", "qvx");
+    CLI::App program("Shows and converts trace files of the Quorvex format.", "qvx");
     program.set_version_flag("--version", "qvx " QVX_VERSION " (trace format 0)");
     program.require_subcommand(1);
     program.get_formatter()->column_width(28);
@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
     qvx::ExitCode exitCode = qvx::Done;
     qvx::addInfo(program, exitCode);
     qvx::addDump(program, exitCode);
+    qvx::addConvert(program, exitCode);
     qvx::addKinds(program, exitCode);
 
     std::vector<std::string> arguments(argv + 1, argv + argc);

@@ -12,8 +12,11 @@
 
 namespace qvx {
 
-void Output::addOptions(CLI::App& verb) {
-    verb.add_option("-o,--output", m_path, "Write to FILE instead of standard output")->type_name("FILE");
+void Output::addOptions(CLI::App& verb, bool required) {
+    auto* path =
+        verb.add_option("-o,--output", m_path,
+                        required ? "Write to FILE; - for standard output" : "Write to FILE instead of standard output");
+    path->type_name("FILE")->required(required);
     verb.add_flag("-f,--force", m_force, "Overwrite FILE if it exists");
 }
 
@@ -31,9 +34,15 @@ std::ostream& Output::open() {
     return m_file;
 }
 
+void Output::check() const {
+    const bool good = isFile() ? m_file.good() : std::cout.good();
+    if (!good)
+        throw Failure(isFile() ? m_temporary : "standard output", Quorvex::platform::errorText(errno ? errno : EIO));
+}
+
 void Output::commit() {
     errno = 0;
-    if (m_temporary.empty()) {
+    if (!isFile()) {
         if (!std::cout.flush())
             throw Failure("standard output", Quorvex::platform::errorText(errno));
         return;
@@ -49,7 +58,7 @@ void Output::commit() {
 }
 
 Output::~Output() {
-    if (m_temporary.empty())
+    if (!isFile())
         return;
     m_file.close();
     std::remove(m_temporary.c_str());

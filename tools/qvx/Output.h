@@ -14,10 +14,14 @@ namespace qvx {
 class Output {
 public:
     /// Adds -o and -f to a verb.
-    void addOptions(CLI::App& verb);
+    void addOptions(CLI::App& verb, bool required = false);
 
     /// Opens the target; throws Failure when that cannot be done.
     std::ostream& open();
+    /// Whether it is a file, and not standard output.
+    bool isFile() const { return !m_temporary.empty(); }
+    /// To be called right behind a write that may have failed: throws Failure with the system's reason if it has.
+    void check() const;
     /// Puts the file in place; throws Failure when not all could be written.
     void commit();
     ~Output();

@@ -4,9 +4,12 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
+#include "quorvex/stream/TraceTextReader.h"
 
 #include <cstdint>
+#include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace qvx {
@@ -30,7 +33,8 @@ public:
     using CTraceReaderPlain::remain;
 };
 
-/// A trace file, or standard input for "-", packet by packet. Damage is stepped over and counted.
+/// A trace file, or standard input for "-", packet by packet: in the binary form, or as a plain table, which is told by
+/// its first bytes. Damage is stepped over and counted.
 class TraceInput {
 public:
     /// Throws Failure with the system's reason when the file cannot be opened.
@@ -38,11 +42,11 @@ public:
 
     /// The next packet; null at the end.
     PacketPointer next();
-    /// Where the packet that next() gave begins.
+    /// Where the packet that next() gave begins. In a table, where it would in the binary form of what has been read.
     std::uint64_t offset() const { return m_offset; }
     /// Where the packet ends, with the texts that follow it.
-    std::uint64_t end() { return m_reader.position(); }
-    /// Bytes of the whole trace; known once next() has given null.
+    std::uint64_t end() { return m_table ? m_tableEnd : m_reader.position(); }
+    /// Bytes of the whole trace, or of the table; known once next() has given null.
     std::uint64_t size() const { return m_size; }
 
     const std::string& name() const { return m_name; }
@@ -51,6 +55,7 @@ public:
     ExitCode reportDamage() const;
 
 private:
+    PacketPointer nextOfTable();
     void addDamage(std::uint64_t from, std::uint64_t to);
 
     std::string m_name;
@@ -58,6 +63,9 @@ private:
     Quorvex::CTraceSourceBufferStream m_standardInput;
     Quorvex::CTraceSourceBuffer& m_source;
     Reader m_reader;
+    std::ifstream m_tableFile;
+    std::optional<Quorvex::TraceTextReader> m_table;
+    std::uint64_t m_tableEnd = 0;
     std::uint64_t m_offset = 0;
     std::uint64_t m_size = 0;
     Damage m_damage;

@@ -27,5 +27,6 @@ public:
 void addInfo(CLI::App& program, ExitCode& exitCode);
 void addDump(CLI::App& program, ExitCode& exitCode);
 void addKinds(CLI::App& program, ExitCode& exitCode);
+void addConvert(CLI::App& program, ExitCode& exitCode);
 
 } // namespace qvx

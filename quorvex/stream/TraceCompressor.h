@@ -1,0 +1,65 @@
+#pragma once
+
+#include "quorvex/format/Context.h"
+#include "quorvex/platform/Export.h"
+#include "quorvex/stream/TraceSink.h"
+
+#include <list>
+#include <optional>
+#include <vector>
+
+namespace Quorvex {
+
+/// Turns absolute packets into relative ones on their way to another sink. Where a context cannot be told relative to
+/// the last one of its kind, a Sync, BusSync or SystemSync packet with that context is put before the packet; every
+/// relative packet is relative to the sync packet of its kind before it. All other packets pass as they are.
+///
+/// The sink behind must outlive the compressor. Nothing waits between calls. A packet that cannot be converted is given
+/// back, and nothing has changed. What the sink behind refuses once it has been converted is lost, with a report; the
+/// next packet then begins with a sync packet of its own.
+class QUORVEX_API CTraceCompressor : public CTraceSinkEx {
+public:
+    explicit CTraceCompressor(CTraceSink& downstream) : m_downstream(&downstream) {}
+    CTraceCompressor(const CTraceCompressor&) = delete;
+    CTraceCompressor& operator=(const CTraceCompressor&) = delete;
+    virtual ~CTraceCompressor();
+
+    bool good() override { return m_downstream->good(); }
+    void clear() override { m_downstream->clear(); }
+    bool put(CPacket* packet) override;
+    bool forward(std::list<CPacket*>& packets) override;
+    bool forward(CPacket*& packet) override;
+    std::uint64_t out_size() override { return m_downstream->out_size(); }
+    void flush() override { m_downstream->flush(); }
+    /// The write position of the sink behind; of one that has none, out_size().
+    std::uint64_t tellp() override;
+
+private:
+    /// What relative packets are relative to: the last sync packets. None: what the sink behind has of them is not
+    /// known.
+    struct References {
+        std::optional<CCoreContext> core = CCoreContext();
+        std::optional<CBusContext> bus = CBusContext();
+        std::optional<CSystemContext> system = CSystemContext();
+    };
+    /// A change of the pending packets that can be taken back.
+    struct Change {
+        std::list<CPacket*>::iterator at;
+        CPacket* replaced; ///< null for a packet that was inserted
+    };
+    enum class Result { Done, NotConverted, Refused };
+
+    /// Converts the pending packets and hands them over. Those that cannot be converted are pending as they were.
+    Result compress();
+    bool convert();
+    /// Converts one packet whose context is of that sort.
+    template <class Context> bool convert(std::list<CPacket*>::iterator at, std::optional<Context>& reference);
+    void undo();
+
+    CTraceSink* m_downstream;
+    std::list<CPacket*> m_pending;
+    References m_references;
+    std::vector<Change> m_changes; ///< a member only so that it keeps its memory
+};
+
+} // namespace Quorvex

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "quorvex/format/Context.h"
+#include "quorvex/platform/Export.h"
+#include "quorvex/stream/TraceSource.h"
+
+namespace Quorvex {
+
+/// Turns the relative packets of another source into absolute ones, with the help of the sync packets among them; the
+/// mirror of the compressor. Before the first sync packet of a kind, packets are relative to an unknown context: all
+/// ones in tick and address, 0 in the other fields.
+///
+/// The source behind must outlive the decompressor.
+class QUORVEX_API CTraceDecompressor : public CTraceSource {
+public:
+    /// `dropFill` takes Fill packets out of the stream, `dropSync` takes Sync, BusSync and SystemSync packets out once
+    /// their contexts have been noted.
+    CTraceDecompressor(CTraceSource& upstream, bool dropFill, bool dropSync)
+        : m_upstream(upstream), m_dropFill(dropFill), m_dropSync(dropSync) {}
+    CTraceDecompressor(const CTraceDecompressor&) = delete;
+    CTraceDecompressor& operator=(const CTraceDecompressor&) = delete;
+    virtual ~CTraceDecompressor();
+
+    bool good() override { return m_upstream.good(); }
+    bool eot() override { return m_upstream.eot(); }
+    void clear() override { m_upstream.clear(); }
+    std::uint64_t size() override { return m_upstream.size(); }
+    std::uint64_t position() override { return m_upstream.position(); }
+    tagTCode peek() override { return m_upstream.peek(); }
+    /// False, with the batch released, when a packet of it cannot be converted.
+    bool get(std::list<CPacket*>& packets) override;
+    CPacket* get() override;
+
+private:
+    /// Whether packets of that code are changed, noted or dropped.
+    bool treats(tagTCode code) const;
+    /// Converts the pending packets.
+    bool decompress();
+    bool noteSync(const CPacket* packet);
+
+    CTraceSource& m_upstream;
+    bool m_dropFill;
+    bool m_dropSync;
+    std::list<CPacket*> m_pending;
+    CCoreContext m_core;
+    CBusContext m_bus;
+    CSystemContext m_system;
+};
+
+} // namespace Quorvex

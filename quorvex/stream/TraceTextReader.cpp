@@ -1,0 +1,461 @@
+#include "quorvex/stream/TraceTextReader.h"
+
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/Keywords.h"
+#include "quorvex/stream/TextRun.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <type_traits>
+#include <unordered_map>
+
+namespace Quorvex {
+
+namespace {
+
+/// Longer than any row can be: a line that goes on behind that is no row, and is not kept in memory.
+constexpr std::size_t kLongestLine = 0x4000;
+/// How much of a wrong cell is quoted.
+constexpr std::size_t kLongestQuote = 40;
+
+constexpr std::string_view kNameOfKind = "the name of a kind of packet";
+
+std::string_view trimmed(std::string_view text) {
+    while (text.starts_with(' '))
+        text.remove_prefix(1);
+    while (text.ends_with(' '))
+        text.remove_suffix(1);
+    return text;
+}
+
+/// The code of a kind that has packets; Invalid for any other name.
+tagTCode codeOf(std::string_view name) {
+    static const std::unordered_map<std::string_view, tagTCode> kCodes = {
+#define QUORVEX_PACKET(name) {#name, name},
+#include "quorvex/packets/Packets.def"
+    };
+    const auto at = kCodes.find(name);
+    return at == kCodes.end() ? Invalid : at->second;
+}
+
+std::optional<std::uint64_t> number(std::string_view text) {
+    const bool isHex = text.starts_with(keywords::kHexPrefix);
+    if (isHex)
+        text.remove_prefix(keywords::kHexPrefix.size());
+    std::uint64_t value = 0;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value, isHex ? 16 : 10);
+    if (result.ec != std::errc() || result.ptr != end)
+        return std::nullopt;
+    return value;
+}
+
+/// The bytes of "0x" and two digits for each, which show the last byte first. Empty when the text is something else.
+std::string reversedBytes(std::string_view text, std::size_t count) {
+    if (!text.starts_with(keywords::kHexPrefix) || text.size() != keywords::kHexPrefix.size() + 2 * count)
+        return {};
+    std::string bytes(count, '\0');
+    for (std::size_t i = 0; i < count; ++i) {
+        const char* digits = text.data() + text.size() - 2 * (i + 1);
+        unsigned char byte = 0;
+        if (std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2)
+            return {};
+        bytes[i] = static_cast<char>(byte);
+    }
+    return bytes;
+}
+
+/// A decimal number of any width, lowest byte first. Empty when it is none or takes more bytes.
+std::string wideNumber(std::string_view digits, std::size_t count) {
+    std::string bytes(count, '\0');
+    for (const char digit : digits) {
+        unsigned carry = static_cast<unsigned>(digit - '0');
+        if (carry > 9)
+            return {};
+        for (char& byte : bytes) {
+            const unsigned value = static_cast<unsigned char>(byte) * 10U + carry;
+            byte = static_cast<char>(value & 0xFF);
+            carry = value >> 8;
+        }
+        if (carry != 0)
+            return {};
+    }
+    return digits.empty() ? std::string() : bytes;
+}
+
+std::string bytesWord(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+}
+
+} // namespace
+
+/// Why a row cannot be read: the place in the line, and what was expected there.
+struct TraceTextReader::Wrong {
+    std::string_view cell; ///< of the line; empty at its end
+    std::string expected;
+};
+
+/// The cells of a line, taken one by one.
+class TraceTextReader::Cells {
+public:
+    explicit Cells(std::string_view line) : m_rest(line) {
+        if (m_rest.starts_with('\t'))
+            m_rest.remove_prefix(1);
+    }
+
+    bool atEnd() const { return m_ended; }
+    /// The next cell, not taken; at the end of the row, an empty one there.
+    std::string_view peek() const { return m_ended ? m_rest : m_rest.substr(0, m_rest.find('\t')); }
+    /// The cell behind that.
+    std::string_view peekSecond() const {
+        Cells behind(*this);
+        behind.take();
+        return behind.peek();
+    }
+    std::string_view take() {
+        const std::string_view cell = peek();
+        m_ended = m_ended || cell.size() == m_rest.size();
+        m_rest.remove_prefix(std::min(cell.size() + 1, m_rest.size()));
+        return cell;
+    }
+
+private:
+    std::string_view m_rest;
+    bool m_ended = false;
+};
+
+/// Puts the payload of a packet into bytes. It follows the fields of a packet of the same kind and length, which tells
+/// their types and widths, and takes the cell of each.
+class TraceTextReader::Encoder {
+public:
+    Encoder(Cells& cells, std::string& bytes) : m_cells(cells), m_bytes(bytes) {}
+
+    template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
+    template <class T> void operator()(FieldMeaning meaning, const char* name, const T& like) {
+        encode(meaning, name, like);
+    }
+
+private:
+    /// The next cell. What is expected there is put into words only when it is missing.
+    template <class What> std::string_view next(const char* name, What&& what) {
+        if (m_cells.atEnd())
+            throw Wrong{m_cells.peek(), std::string(name) + ", " + what()};
+        return m_cells.take();
+    }
+
+    template <class T> static std::string numberWord() { return "a number of at most " + bytesWord(sizeof(T)); }
+
+    template <class T> static T integer(std::string_view cell, const char* name) {
+        const auto value = number(trimmed(cell));
+        if (!value || *value > std::numeric_limits<T>::max())
+            throw Wrong{cell, std::string(name) + ", " + numberWord<T>()};
+        return static_cast<T>(*value);
+    }
+
+    template <class T> void append(const T& value) {
+        const std::size_t at = m_bytes.size();
+        m_bytes.resize(at + FieldCodec<T>::size(value));
+        FieldCodec<T>::encode(value, m_bytes.data() + at);
+    }
+
+    template <class T> void encode(FieldMeaning meaning, const char* name, const T&) {
+        // Signed numbers are shown as the byte they are.
+        using Number = std::make_unsigned_t<typename IntegerOf<T>::type>;
+        const std::string_view cell = next(name, numberWord<Number>);
+        append(isUnknown(meaning, trimmed(cell)) ? std::numeric_limits<Number>::max() : integer<Number>(cell, name));
+    }
+    void encode(FieldMeaning, const char* name, const TCounter_t&) {
+        append(integer<std::uint64_t>(next(name, numberWord<std::uint64_t>), name));
+    }
+    void encode(FieldMeaning, const char* name, const TCounterIdx_t&) {
+        append(integer<std::uint64_t>(next(name, numberWord<std::uint64_t>), name));
+    }
+    void encode(FieldMeaning, const char* name, const TVarCounter_t& like) {
+        const std::size_t count = like.Length();
+        appendShown(
+            name, count, [count] { return "a decimal number of at most " + bytesWord(count); }, wideNumber);
+    }
+    void encode(FieldMeaning, const char* name, const CSignalMask& like) {
+        const std::size_t count = like.size();
+        appendShown(
+            name, count, [count] { return digitsWord(count); }, reversedBytes);
+    }
+    void encode(FieldMeaning, const char* name, const CData& like) {
+        const std::size_t count = like.Length();
+        const auto wireBytes = [](std::string_view cell, std::size_t width) {
+            std::string bytes = reversedBytes(cell, width);
+            // Only numbers travel in the order in which they stand in memory.
+            if (!bytes.empty())
+                FieldCodec<CData>::encode(
+                    CData(reinterpret_cast<const std::uint8_t*>(bytes.data()), static_cast<std::uint8_t>(width)),
+                    bytes.data());
+            return bytes;
+        };
+        appendShown(
+            name, count, [count] { return digitsWord(count); }, wireBytes);
+    }
+    void encode(FieldMeaning, const char* name, const CBusDataSignals&) {
+        const std::string_view cell = next(name, numberWord<std::uint8_t>);
+        const auto* word = std::ranges::find(keywords::kBusAccesses, trimmed(cell));
+        append(word != std::end(keywords::kBusAccesses)
+                   ? static_cast<std::uint8_t>(word - std::begin(keywords::kBusAccesses))
+                   : integer<std::uint8_t>(cell, name));
+    }
+    void encode(FieldMeaning, const char* name, const SFrameConfig&) {
+        const std::string_view cell = next(name, numberWord<std::uint32_t>);
+        const auto* expansion = std::ranges::find(keywords::kExpansions, trimmed(cell));
+        if (expansion == std::end(keywords::kExpansions)) {
+            append(integer<std::uint32_t>(cell, name));
+            return;
+        }
+        SFrameConfig config(TraceExpansion(expansion - std::begin(keywords::kExpansions)));
+        const auto either = [] {
+            return std::string(keywords::kExceptionFrames[0]) + " or " + std::string(keywords::kExceptionFrames[1]);
+        };
+        const std::string_view second = next(name, either);
+        const auto* frames = std::ranges::find(keywords::kExceptionFrames, trimmed(second));
+        if (frames == std::end(keywords::kExceptionFrames))
+            throw Wrong{second, std::string(name) + ", " + either()};
+        config.setExceptionFrames(frames != std::begin(keywords::kExceptionFrames));
+        append(config);
+    }
+    void encode(FieldMeaning, const char* name, const FillBytes& like) {
+        const auto empty = [] { return std::string("an empty cell"); };
+        if (like.count > 0) {
+            const std::string_view cell = next(name, empty);
+            if (!trimmed(cell).empty())
+                throw Wrong{cell, std::string(name) + ", " + empty()};
+        }
+        append(like);
+    }
+
+    static bool isUnknown(FieldMeaning meaning, std::string_view word) {
+        switch (meaning) {
+        case FieldMeaning::Tick:
+        case FieldMeaning::Address:
+        case FieldMeaning::Context:
+        case FieldMeaning::Unit:
+            return word == keywords::kInvalid;
+        case FieldMeaning::Length:
+            return word == keywords::kUnknownLength;
+        default:
+            return false;
+        }
+    }
+
+    static std::string digitsWord(std::size_t count) { return "0x and the hexadecimal digits of " + bytesWord(count); }
+
+    /// A cell that shows `count` bytes; there is none for no bytes.
+    template <class What, class Read> void appendShown(const char* name, std::size_t count, What&& what, Read&& read) {
+        if (count == 0)
+            return;
+        const std::string_view cell = next(name, what);
+        const std::string bytes = read(trimmed(cell), count);
+        if (bytes.empty())
+            throw Wrong{cell, std::string(name) + ", " + what()};
+        m_bytes += bytes;
+    }
+
+    template <class T, bool = std::is_enum_v<T>> struct IntegerOf { using type = T; };
+    template <class T> struct IntegerOf<T, true> : std::underlying_type<T> {};
+
+    Cells& m_cells;
+    std::string& m_bytes;
+};
+
+TraceTextReader::~TraceTextReader() = default;
+
+void TraceTextReader::clear() {
+    m_eot = false;
+    m_stream.clear();
+}
+
+std::uint64_t TraceTextReader::size() {
+    const std::istream::iostate state = m_stream.rdstate();
+    m_stream.clear();
+    const std::istream::pos_type current = m_stream.tellg();
+    std::uint64_t size = 0;
+    if (current != std::istream::pos_type(-1) && m_stream.seekg(0, std::ios::end)) {
+        size = static_cast<std::uint64_t>(std::streamoff(m_stream.tellg()));
+        m_stream.seekg(current);
+    }
+    m_stream.clear();
+    m_stream.setstate(state);
+    return size;
+}
+
+tagTCode TraceTextReader::peek() {
+    if (m_ahead.code == Invalid)
+        readRow();
+    return m_ahead.code;
+}
+
+bool TraceTextReader::get(std::list<CPacket*>& packets) {
+    CPacket* packet = get();
+    if (packet)
+        packets.push_back(packet);
+    return packet != nullptr;
+}
+
+CPacket* TraceTextReader::get() {
+    if (peek() == Invalid)
+        return nullptr;
+    const tagTCode code = m_ahead.code;
+    std::string bytes = std::move(m_ahead.bytes);
+    readRow();
+    // The texts behind a packet are part of it, as long as they go on: an empty one in the first place says nothing.
+    bool open = isFollowedByText(code);
+    bool first = true;
+    const auto length = [this] { return static_cast<unsigned char>(m_ahead.bytes[1]); };
+    while (open && m_ahead.code == CharString && m_ahead.belongs && !(first && length() == 0)) {
+        open = length() == kCharStringMax;
+        first = false;
+        bytes += m_ahead.bytes;
+        readRow();
+    }
+    // A text whose rest is lost ends where it was lost.
+    if (open && !first) {
+        CCharString end;
+        char terminator[CPacketHeader::Len()];
+        bytes.append(terminator, end.write(terminator, sizeof terminator));
+    }
+    unsigned consumed = 0;
+    CPacket* packet = CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), consumed);
+    m_eot = m_eot || code == EndOfTrace;
+    return packet;
+}
+
+bool TraceTextReader::readRow() {
+    bool damaged = false;
+    m_ahead = Row();
+    while (readLine()) {
+        if (isDecoration())
+            continue;
+        try {
+            Row row;
+            parse(row);
+            if (damaged && row.code == CharString)
+                throw Wrong{m_line, "a packet that the text can belong to"};
+            row.belongs = !damaged;
+            m_ahead = std::move(row);
+            return true;
+        } catch (const Wrong& wrong) {
+            report(wrong);
+            damaged = true;
+        }
+    }
+    return false;
+}
+
+bool TraceTextReader::readLine() {
+    m_line.resize(kLongestLine);
+    m_stream.getline(m_line.data(), static_cast<std::streamsize>(m_line.size()));
+    const auto taken = static_cast<std::size_t>(m_stream.gcount());
+    m_position += taken;
+    m_wholeLine = true;
+    if (m_stream.fail() && taken + 1 == m_line.size()) {
+        m_stream.clear(m_stream.rdstate() & ~std::ios::failbit);
+        m_stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        m_position += static_cast<std::uint64_t>(m_stream.gcount());
+        m_wholeLine = false;
+        m_line.resize(taken);
+    } else if (taken == 0) {
+        m_line.clear();
+        return false;
+    } else {
+        m_line.resize(m_stream.eof() ? taken : taken - 1); // the line's end counts as taken
+    }
+    ++m_lineNumber;
+    if (m_line.ends_with('\r'))
+        m_line.pop_back();
+    if (m_lineNumber == 1 && m_line.starts_with("\xef\xbb\xbf"))
+        m_line.erase(0, 3);
+    return true;
+}
+
+bool TraceTextReader::isDecoration() const {
+    const std::string_view line = m_line;
+    return trimmed(line).empty() || trimmed(line) == trimmed(keywords::kHeadWithOffset) ||
+           trimmed(line) == trimmed(keywords::kHeadWithoutOffset) || line == keywords::kDefaultTitle ||
+           (m_lineNumber == 1 && !line.starts_with('\t'));
+}
+
+void TraceTextReader::parse(Row& row) const {
+    if (!m_wholeLine)
+        throw Wrong{std::string_view(m_line).substr(m_line.size()), "the end of the row"};
+    if (!m_line.starts_with('\t'))
+        throw Wrong{m_line, "a row, which begins with a tab"};
+    Cells cells(m_line);
+    const std::string_view first = trimmed(cells.peek());
+    if (first == keywords::kInvalid || first.starts_with(keywords::kHexPrefix))
+        cells.take(); // the offset
+    if (codeOf(trimmed(cells.peek())) == Invalid && codeOf(trimmed(cells.peekSecond())) != Invalid)
+        cells.take(); // the description
+    const std::string_view name = cells.take();
+    const tagTCode code = codeOf(trimmed(name));
+    if (code == Invalid)
+        throw Wrong{name, std::string(kNameOfKind)};
+    const std::string_view lengthCell = cells.take();
+    const auto length = number(trimmed(lengthCell));
+    if (!length || *length > UINT8_MAX)
+        throw Wrong{lengthCell, "the length of the payload, at most 255"};
+
+    CPacketHeader header(code, static_cast<std::uint8_t>(*length));
+    row.code = code;
+    row.bytes.resize(CPacketHeader::Len());
+    header.write(row.bytes.data(), CPacketHeader::Len());
+    if (code == CharString) {
+        // The cell ends with a blank of its own. Other blanks at the end are the text's, unless an editor took them.
+        std::string_view text = cells.take();
+        std::string bytes = reversedBytes(trimmed(text), *length);
+        if (text.size() > *length && text.ends_with(' '))
+            text.remove_suffix(1);
+        if (bytes.empty() && text.size() == *length && !text.starts_with(keywords::kHexPrefix))
+            bytes = text;
+        if (bytes.size() != *length)
+            throw Wrong{text, "a text of " + bytesWord(*length) + ", or 0x and their hexadecimal digits"};
+        row.bytes += bytes;
+    } else {
+        const char zeros[UINT8_MAX] = {};
+        unsigned consumed = 0;
+        std::unique_ptr<CPacket> like;
+        try {
+            like.reset(CPacketFactory::getCPacket(header, zeros, static_cast<unsigned>(*length), consumed));
+        } catch (const CQVXException&) {
+        }
+        if (!like || (consumed != *length && code != TraceEnabled))
+            throw Wrong{lengthCell, "a length that the payload of this kind can have"};
+        Encoder encoder(cells, row.bytes);
+        visitKind(*like, [&encoder](const auto& kind) { kind.visitParts(encoder); });
+        // The fields that a short trace-enabled packet lacks are shown, but do not travel.
+        row.bytes.resize(CPacketHeader::Len() + *length);
+    }
+    while (!cells.atEnd()) {
+        const std::string_view more = cells.take();
+        if (!trimmed(more).empty())
+            throw Wrong{more, "the end of the row"};
+    }
+}
+
+void TraceTextReader::report(const Wrong& wrong) {
+    Error error{m_lineNumber, static_cast<std::uint64_t>(wrong.cell.data() - m_line.data()) + 1,
+                "expected " + wrong.expected + ", found "};
+    const std::string_view found = trimmed(wrong.cell);
+    if (wrong.cell.data() == m_line.data() + m_line.size())
+        error.text += m_wholeLine ? "the end of the row" : "more than a row can hold";
+    else
+        error.text.append("\"")
+            .append(found.substr(0, kLongestQuote))
+            .append(found.size() > kLongestQuote ? "...\"" : "\"");
+    logError("TraceTextReader: line " + std::to_string(error.line) + ", column " + std::to_string(error.column) + ": " +
+             error.text);
+    if (m_errors++ == 0)
+        m_firstError = std::move(error);
+}
+
+} // namespace Quorvex

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "quorvex/format/Packet.h"
+#include "quorvex/platform/Export.h"
+#include "quorvex/stream/TraceSource.h"
+
+#include <cstdint>
+#include <istream>
+#include <string>
+
+namespace Quorvex {
+
+/// Reads a plain packet table back into packets whose bytes equal those of the packets it was made from. Any table that
+/// CPacketPlain writes will do: with or without offsets (which are not looked at), descriptions, title, heads and feet,
+/// lines ended by LF or CRLF, several tables one after the other. Only the parsable form tells a tick of all ones from
+/// an unknown one, which on the wire are the same.
+///
+/// A row that is wrong is skipped: it is counted, and the message log is told where it is, what was expected there and
+/// what was found. CharString rows directly behind it belong to nothing that is left and are skipped with it, counted
+/// too. The stream must outlive the reader; memory holds a line and a packet with its text.
+class QUORVEX_API TraceTextReader : public CTraceSource {
+public:
+    /// A row that could not be read.
+    struct Error {
+        std::uint64_t line = 0;   ///< counted from 1
+        std::uint64_t column = 0; ///< in bytes, counted from 1
+        std::string text;         ///< what was expected, and what stands there
+    };
+
+    explicit TraceTextReader(std::istream& stream) : m_stream(stream) {}
+    TraceTextReader(const TraceTextReader&) = delete;
+    TraceTextReader& operator=(const TraceTextReader&) = delete;
+    virtual ~TraceTextReader();
+
+    bool good() override { return !m_eot && (m_ahead.code != Invalid || m_stream.good()); }
+    bool eot() override { return m_eot; }
+    void clear() override;
+    /// Bytes of the text; 0 where the stream cannot tell.
+    std::uint64_t size() override;
+    /// Bytes of the text that have been taken in.
+    std::uint64_t position() override { return m_position; }
+    tagTCode peek() override;
+    /// One packet, where there is one.
+    bool get(std::list<CPacket*>& packets) override;
+    CPacket* get() override;
+
+    /// Rows that could not be read so far.
+    std::uint64_t errors() const { return m_errors; }
+    const Error& firstError() const { return m_firstError; }
+
+private:
+    /// The packet of one row, as bytes. Invalid: there is none.
+    struct Row {
+        tagTCode code = Invalid;
+        std::string bytes;
+        bool belongs = false; ///< nothing unreadable stands between it and the row before
+    };
+    struct Wrong;
+    class Cells;
+    class Encoder;
+
+    /// Takes in the next row that can be read; false at the end of the text.
+    bool readRow();
+    /// Takes in a line, without its end; false at the end of the text.
+    bool readLine();
+    /// Whether the line is none of the table's rows: a title, a head, or empty.
+    bool isDecoration() const;
+    /// Makes the row of the line; throws Wrong.
+    void parse(Row& row) const;
+    void report(const Wrong& wrong);
+
+    std::istream& m_stream;
+    std::string m_line;
+    std::uint64_t m_lineNumber = 0;
+    std::uint64_t m_position = 0;
+    Row m_ahead;
+    bool m_wholeLine = true; ///< the line's end has been seen
+    bool m_eot = false;
+    std::uint64_t m_errors = 0;
+    Error m_firstError;
+};
+
+} // namespace Quorvex

@@ -1,0 +1,274 @@
+#include "quorvex/stream/TraceCompressor.h"
+
+#include "quorvex/packets/ContextStub.h"
+#include "quorvex/stream/ContextSort.h"
+#include "quorvex/stream/TraceDecompressor.h"
+#include "quorvex/stream/TraceQueue.h"
+#include "quorvex/stream/TraceReaderPlain.h"
+#include "quorvex/stream/TraceWriterPaged.h"
+#include "quorvex/stream/TraceWriterPlain.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/Doubles.h"
+#include "tests/support/RandomPackets.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace Quorvex::test {
+namespace {
+
+/// The bytes of what a source gives, packet by packet or in lists.
+std::string wireOf(CTraceSource& source, bool lists) {
+    std::string wire;
+    std::list<CPacket*> packets;
+    while (lists ? source.get(packets) : false) {
+    }
+    while (CPacket* packet = lists ? nullptr : source.get())
+        packets.push_back(packet);
+    for (CPacket* packet : packets)
+        wire += test::wireOf(*packet);
+    CPacketFactory::release(packets);
+    return wire;
+}
+
+/// The bytes that come out of the compressor for packets given as bytes.
+std::string compressed(const std::string& wire) {
+    MemorySource source(wire);
+    CTraceReaderPlain reader(source);
+    CTraceQueue queue;
+    CTraceCompressor compressor(queue);
+    while (CPacket* packet = reader.get())
+        EXPECT_TRUE(compressor.forward(packet) && packet == nullptr);
+    return wireOf(queue, true);
+}
+
+std::string decompressed(const std::string& wire, bool dropFill, bool dropSync, bool lists = false) {
+    MemorySource source(wire);
+    CTraceReaderPlain reader(source);
+    CTraceDecompressor decompressor(reader, dropFill, dropSync);
+    return wireOf(decompressor, lists);
+}
+
+// Tick 0x1122, core 1, thread 2, address 0x3344, and another in its reach.
+const std::string kCore = "2211000000000000 01000000 02000000 4433000000000000";
+const std::string kNear = "2511000000000000 01000000 02000000 4833000000000000";
+const std::string kFar = "2512000000000000 01000000 02000000 4833000000000000";
+
+TEST(Compressor, PutsASyncPacketBeforeWhatCannotBeToldRelatively) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"10 18" + kCore, "7f 18" + kCore + "00 02 00 00"},
+        // All are relative to the sync packet, not to each other.
+        {"10 18" + kCore + "11 18" + kNear + "11 18" + kNear,
+         "7f 18" + kCore + "00 02 00 00  01 02 07 0c  01 02 07 0c"},
+        {"10 18" + kCore + "10 18" + kFar, "7f 18" + kCore + "00 02 00 00 7f 18" + kFar + "00 02 00 00"},
+        // A sync packet that is there already serves as well.
+        {"7f 18" + kCore + "10 18" + kNear, "7f 18" + kCore + "00 02 07 0c"},
+        // What is unknown is told relative to the unknown context that everything begins with.
+        {"10 18 ffffffffffffffff 00000000 00000000 ffffffffffffffff", "00 02 00 00"},
+        {"d5 11 2211000000000000 05000000 06000000 aa", "73 10 2211000000000000 05000000 06000000 c5 02 00 aa"},
+        {"d3 14 2211000000000000 01000000 09000000 07000000",
+         "72 10 2211000000000000 01000000 09000000 c3 05 00 07000000"},
+        // The sorts of context do not mix.
+        {"7f 18" + kCore + "72 10 2211000000000000 01000000 09000000 10 18" + kNear +
+             "d0 11 2311000000000000 01000000 09000000 01",
+         "7f 18" + kCore + "72 10 2211000000000000 01000000 09000000 00 02 07 0c c0 02 01 01"},
+        // Everything else passes.
+        {"7a 00 00 02 01 02 76 1c" + kCore + "05000000 7b 18" + kCore + "7d 02 80 80 7c 00",
+         "7a 00 00 02 01 02 76 1c" + kCore + "05000000 7b 18" + kCore + "7d 02 80 80 7c 00"},
+    };
+    for (const auto& [absolute, relative] : cases)
+        EXPECT_EQ(hex(compressed(bytes(absolute))), hex(bytes(relative))) << absolute;
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST(Decompressor, GivesAbsolutePacketsAndDropsWhatItIsTold) {
+    const std::string relative =
+        "00 02 01 02 7d 01 80 7f 18" + kCore +
+        "00 02 07 0c 72 10 2211000000000000 01000000 "
+        "09000000 c3 05 02 07000000 73 10 2211000000000000 05000000 06000000 c5 02 04 aa 7c 00";
+    const std::string first = "10 18 feffffffffffffff 00000000 00000000 fdffffffffffffff";
+    const std::string bus = "d3 14 2011000000000000 01000000 09000000 07000000";
+    const std::string system = "d5 11 2611000000000000 05000000 06000000 aa";
+    const std::string kept = first + "7d 01 80 7f 18" + kCore + "10 18" + kNear +
+                             "72 10 2211000000000000 01000000 09000000" + bus +
+                             "73 10 2211000000000000 05000000 06000000" + system + "7c 00";
+    const std::string dropped = first + "10 18" + kNear + bus + system + "7c 00";
+    for (const bool lists : {false, true}) {
+        EXPECT_EQ(hex(decompressed(bytes(relative), false, false, lists)), hex(bytes(kept)));
+        EXPECT_EQ(hex(decompressed(bytes(relative), true, true, lists)), hex(bytes(dropped)));
+    }
+    MemorySource source(bytes(relative));
+    CTraceReaderPlain reader(source);
+    CTraceDecompressor decompressor(reader, false, false);
+    EXPECT_EQ(decompressor.peek(), RelExecInsn);
+    EXPECT_EQ(decompressor.size(), source.bytes.size());
+    PacketPointer(decompressor.get());
+    EXPECT_EQ(decompressor.position(), 4U);
+    while (PacketPointer(decompressor.get())) {
+    }
+    EXPECT_TRUE(decompressor.eot());
+    EXPECT_FALSE(decompressor.good());
+    EXPECT_EQ(takeLog(), "");
+}
+
+/// Random absolute packets of all kinds whose contexts wander about, as bytes.
+std::string wanderingTrace(unsigned packets, unsigned seed) {
+    RandomPackets random(seed);
+    CCoreContext core(0x1000, 1, 2, 0x8000);
+    CBusContext bus(0x1000, 1, 3);
+    CSystemContext system(0x1000, 4, 5);
+    std::string trace;
+    while (packets > 0) {
+        std::string wire = random.wire();
+        const auto code = tagTCode(static_cast<unsigned char>(wire[0]));
+        core.Tick(core.Tick() + random.below(20));
+        core.CurrAddr(random.below(20) == 0 ? random.below(1U << 20) : core.CurrAddr() + 4);
+        core.SWCtx(random.below(100) == 0 ? core.SWCtx() + 1 : core.SWCtx());
+        bus.Tick(core.Tick());
+        system.Tick(core.Tick());
+        switch (sortOfAbsolute(code)) {
+        case ContextSort::Core:
+            core.write(wire.data() + 2, CCoreContext::Len());
+            break;
+        case ContextSort::Bus:
+            bus.write(wire.data() + 2, CBusContext::Len());
+            break;
+        case ContextSort::System:
+            system.write(wire.data() + 2, CSystemContext::Len());
+            break;
+        case ContextSort::None:
+            // No sync packets, no relative ones, and no texts that would join the packet before them.
+            if (sortOfRelative(code) != ContextSort::None || sortOfSync(code) != ContextSort::None ||
+                code == CharString)
+                continue;
+        }
+        trace += wire;
+        --packets;
+    }
+    return trace;
+}
+
+TEST(Compressor, IsUndoneByTheDecompressor) {
+    const std::string trace = wanderingTrace(100'000, 4);
+    const std::string relative = compressed(trace);
+    EXPECT_LT(relative.size(), trace.size());
+    EXPECT_TRUE(decompressed(relative, false, true) == trace);
+    EXPECT_TRUE(decompressed(relative, false, true, true) == trace);
+
+    // The same through pages, which restate contexts and pad.
+    MemorySink sink;
+    CTraceWriterPaged paged(sink);
+    CTraceCompressor compressor(paged);
+    MemorySource source(trace);
+    CTraceReaderPlain reader(source);
+    std::list<CPacket*> packets;
+    while (reader.get(packets))
+        ASSERT_TRUE(compressor.forward(packets) && packets.empty());
+    compressor.flush();
+    EXPECT_EQ(compressor.tellp(), sink.bytes.size());
+    std::string expected, read;
+    for (auto* side : {&expected, &read}) {
+        MemorySource bytesOf(side == &read ? sink.bytes : trace);
+        CTraceReaderPlain plain(bytesOf);
+        CTraceDecompressor decompressor(plain, true, true);
+        while (const PacketPointer packet{decompressor.get()}) {
+            if (packet->TraceCode() != TraceEnabled) // whose frame length the pages put in
+                *side += test::wireOf(*packet);
+        }
+    }
+    EXPECT_TRUE(read == expected);
+    takeLog();
+}
+
+/// A sink that takes a number of packets, then refuses.
+class Refusing : public CTraceQueue {
+public:
+    bool refuse = false;
+    bool forward(std::list<CPacket*>& packets) override { return !refuse && CTraceQueue::forward(packets); }
+};
+
+TEST(Compressor, GivesBackWhatItCannotConvert) {
+    Refusing queue;
+    CTraceCompressor compressor(queue);
+    const auto first = [] { return new CExecInsn(CCoreContext(0x1000, 1, 2, 0x8000)); };
+    // Packets that are not what their code says.
+    const std::pair<tagTCode, std::string> liars[] = {
+        {ExecInsn, "CTraceCompressor::compress(): Dynamic cast to CCoreContext failed!"},
+        {BusData, "CTraceCompressor::compress(): Dynamic cast to CBusContext failed!"},
+        {SystemData, "CTraceCompressor::compress(): Dynamic cast to CSystemContext failed!"},
+        {Sync, "CTraceCompressor::compress(): Dynamic cast from CSync to CCoreContext failed!"},
+        {BusSync, "CTraceCompressor::compress(): Dynamic cast from CBusSync to CBusContext failed!"},
+        {SystemSync, "CTraceCompressor::compress(): Dynamic cast from CSystemSync to CSystemContext failed!"},
+    };
+    for (const auto& [code, text] : liars) {
+        CPacket* const good = first();
+        CPacket* const liar = new CPacket(code, 0);
+        std::list<CPacket*> packets{good, nullptr, liar};
+        EXPECT_FALSE(compressor.forward(packets));
+        EXPECT_EQ(packets, (std::list<CPacket*>{good, nullptr, liar})) << "the very same packets";
+        CPacket* one = liar;
+        EXPECT_FALSE(compressor.forward(one));
+        EXPECT_EQ(one, liar);
+        EXPECT_FALSE(compressor.put(liar));
+        EXPECT_EQ(queue.out_size(), 0U);
+        EXPECT_EQ(takeLog(), text + "\n" + text + "\n");
+        CPacketFactory::release(packets);
+    }
+    CPacket* none = nullptr;
+    EXPECT_FALSE(compressor.put(nullptr) || compressor.forward(none));
+
+    // What was given back has left no trace: the sync packet is still due.
+    std::list<CPacket*> packets{first()};
+    EXPECT_TRUE(compressor.forward(packets));
+    const PacketPointer kept(first());
+    EXPECT_TRUE(compressor.put(kept.get())) << "a copy is queued";
+    CEndOfTrace end;
+    EXPECT_TRUE(compressor.put(&end));
+    EXPECT_EQ(queue.out_size(), 4U);
+    EXPECT_EQ(compressor.tellp(), 4U) << "of a sink without a position, its size";
+
+    // The sink behind loses packets, maybe the sync packet: the next one gets its own.
+    queue.refuse = true;
+    CPacket* lost = first();
+    EXPECT_FALSE(compressor.forward(lost));
+    EXPECT_EQ(lost, nullptr);
+    EXPECT_EQ(takeLog(), "CTraceCompressor: Error! Could not forward list content.\n");
+    queue.refuse = false;
+    CPacket* next = first();
+    EXPECT_TRUE(compressor.forward(next));
+    std::vector<tagTCode> codes;
+    while (const PacketPointer packet{queue.get()})
+        codes.push_back(packet->TraceCode());
+    EXPECT_EQ(codes, (std::vector<tagTCode>{Sync, RelExecInsn, RelExecInsn, EndOfTrace, Sync, RelExecInsn}));
+}
+
+TEST(Decompressor, ReleasesABatchThatItCannotConvert) {
+    const std::pair<tagTCode, std::string> liars[] = {
+        {RelExecInsn, "CTraceDecompressor::decompress(): Could not create decompressed packet!"},
+        {Sync, "CTraceDecompressor::decompress(): Could not cast Sync packet to CCoreContext."},
+        {BusSync, "CTraceDecompressor::decompress(): Could not cast BusSync packet to CBusContext."},
+        {SystemSync, "CTraceDecompressor::decompress(): Could not cast SystemSync packet to CSystemContext."},
+    };
+    for (const auto& [code, text] : liars) {
+        for (const bool list : {false, true}) {
+            CTraceQueue queue;
+            CTraceDecompressor decompressor(queue, true, true);
+            std::list<CPacket*> packets{new CRelExecInsn(1, 2), new CFill(3), new CPacket(code, 0), new CEndOfTrace};
+            queue.forward(packets);
+            if (list) {
+                EXPECT_FALSE(decompressor.get(packets));
+                EXPECT_TRUE(packets.empty());
+                EXPECT_EQ(queue.size(), 0U);
+            } else {
+                EXPECT_EQ(PacketPointer(decompressor.get())->TraceCode(), ExecInsn);
+                EXPECT_EQ(decompressor.get(), nullptr);
+                EXPECT_EQ(PacketPointer(decompressor.get())->TraceCode(), EndOfTrace) << "and goes on behind it";
+            }
+            EXPECT_EQ(takeLog(), text + "\n");
+        }
+    }
+}
+
+} // namespace
+} // namespace Quorvex::test

@@ -1,0 +1,301 @@
+#include "Output.h"
+#include "TraceInput.h"
+#include "Unpaged.h"
+#include "Verbs.h"
+#include "quorvex/packets/ContextStub.h"
+#include "quorvex/platform/LittleEndian.h"
+#include "quorvex/stream/ContextSort.h"
+#include "quorvex/stream/TraceCompressor.h"
+#include "quorvex/stream/TraceDecompressor.h"
+#include "quorvex/stream/TraceSinkBufferStream.h"
+#include "quorvex/stream/TraceWriterPaged.h"
+#include "quorvex/stream/TraceWriterPlain.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace qvx {
+
+namespace {
+
+using namespace Quorvex;
+
+struct ConvertOptions {
+    std::vector<std::string> files;
+    bool plain = false; ///< what is done anyway, for those who want to say so
+    bool paged = false;
+    bool absolute = false;
+    bool relative = false;
+    Output output;
+};
+
+/// Standard output, which cannot be gone back in: it may be a pipe, or end a longer file.
+class SequentialSink : public CTraceSinkBufferStream {
+public:
+    using CTraceSinkBufferStream::CTraceSinkBufferStream;
+    using CTraceSinkBufferStream::write;
+    bool write(const char*, unsigned, std::uint64_t, unsigned& written) override {
+        written = 0;
+        return false;
+    }
+};
+
+/// A plain writer that corrects the length of every frame whose length is told: it changes with the form of the
+/// packets. Where the target cannot be gone back in, the length is told as unknown.
+class FrameWriter : public CTraceWriterPlain {
+public:
+    explicit FrameWriter(CTraceSinkBuffer& target) : CTraceWriterPlain(target), m_sink(target) {}
+
+    bool put(CPacket* packet) override {
+        const std::uint64_t position = tellp();
+        const auto* enabled = packetAs<CTraceEnabled>(*packet);
+        const bool told = enabled && enabled->FrameLen() != kUnknown64;
+        if (told)
+            static_cast<CTraceEnabled*>(packet)->FrameLen(kUnknown64);
+        if (!CTraceWriterPlain::put(packet))
+            return false;
+        if (enabled)
+            m_frame = told ? position : kUnknown64;
+        else if (packet->TraceCode() == TraceDisabled && m_frame != kUnknown64)
+            closeFrame();
+        return true;
+    }
+
+private:
+    void closeFrame() {
+        static constexpr unsigned kLengthAt = 6; // behind the header and the version
+        char bytes[sizeof(std::uint64_t)];
+        storeLittleEndian(bytes, tellp() - m_frame);
+        flush();
+        unsigned written = 0;
+        if (m_sink.write(bytes, sizeof bytes, m_frame + kLengthAt, written))
+            m_sink.write(bytes, 0, tellp(), written);
+        m_frame = kUnknown64;
+    }
+
+    CTraceSinkBuffer& m_sink;
+    std::uint64_t m_frame = kUnknown64; ///< where the frame that is open began
+};
+
+/// A trace in absolute form. A sync packet that told a relative packet its context, which that packet now carries
+/// itself, is dropped; all others are kept.
+class AbsoluteForm {
+public:
+    explicit AbsoluteForm(Unpaged& source) : m_source(source), m_decompressor(source, false, false) {}
+
+    PacketPointer next() {
+        while (!m_ahead && !m_ended) {
+            PacketPointer packet(m_decompressor.get());
+            m_ended = !packet;
+            if (m_held && packet && carries(*packet))
+                m_held.reset();
+            if (packet && sortOfSync(packet->TraceCode()) != ContextSort::None) {
+                std::swap(m_held, packet);
+                m_needed = note(*m_held);
+                if (packet)
+                    return packet;
+            } else if (m_held) {
+                m_ahead = std::move(packet);
+                return std::move(m_held);
+            } else {
+                return packet;
+            }
+        }
+        return m_ahead ? std::move(m_ahead) : std::move(m_held);
+    }
+
+private:
+    /// Whether the packet was relative, could not have been told without the sync packet that is held, and repeats its
+    /// context.
+    bool carries(const CPacket& packet) const {
+        const ContextSort sort = sortOfRelative(m_source.lastCode());
+        if (!m_needed || sort != sortOfSync(m_held->TraceCode()))
+            return false;
+        switch (sort) {
+        case ContextSort::Core:
+            return CContextStub::CoreCtx(&packet) == m_core;
+        case ContextSort::Bus:
+            return CContextStub::BusCtx(&packet) == m_bus;
+        case ContextSort::System:
+            return CContextStub::SystemCtx(&packet) == m_system;
+        case ContextSort::None:
+            break;
+        }
+        return false;
+    }
+
+    /// Takes note of a sync packet; whether its context cannot be told relative to the one before.
+    bool note(const CPacket& sync) {
+        switch (sortOfSync(sync.TraceCode())) {
+        case ContextSort::Core:
+            return !CRelCoreContext::testRelative(std::exchange(m_core, CContextStub::CoreCtx(&sync)), m_core);
+        case ContextSort::Bus:
+            return !CRelBusContext::testRelative(std::exchange(m_bus, CContextStub::BusCtx(&sync)), m_bus);
+        case ContextSort::System:
+            return !CRelSystemContext::testRelative(std::exchange(m_system, CContextStub::SystemCtx(&sync)), m_system);
+        case ContextSort::None:
+            break;
+        }
+        return false;
+    }
+
+    Unpaged& m_source;
+    CTraceDecompressor m_decompressor;
+    PacketPointer m_held;  ///< a sync packet of which it is not known yet whether it stays
+    PacketPointer m_ahead; ///< the packet behind it
+    bool m_needed = false;
+    bool m_ended = false;
+    CCoreContext m_core;
+    CBusContext m_bus;
+    CSystemContext m_system;
+};
+
+/// By sort of context, whether there has been a sync packet.
+using Known = std::array<bool, 4>;
+
+/// A trace with its packets as they are. Behind another one, relative packets before the first sync packet would change
+/// their meaning: the unknown context that they are relative to is restated for them.
+class SameForm {
+public:
+    /// `before` tells of the traces before this one, and gets what this one adds.
+    SameForm(Unpaged& source, Known& before) : m_source(source), m_before(before) {}
+    ~SameForm() {
+        for (std::size_t sort = 0; sort < m_here.size(); ++sort)
+            m_before[sort] = m_before[sort] || m_here[sort];
+    }
+
+    PacketPointer next() {
+        if (m_ahead)
+            return std::move(m_ahead);
+        PacketPointer packet(m_source.get());
+        if (!packet)
+            return nullptr;
+        if (const ContextSort sort = sortOfSync(packet->TraceCode()); sort != ContextSort::None)
+            m_here[std::size_t(sort)] = true;
+        const ContextSort sort = sortOfRelative(packet->TraceCode());
+        if (!m_before[std::size_t(sort)] || std::exchange(m_here[std::size_t(sort)], true))
+            return packet;
+        m_ahead = std::move(packet);
+        return PacketPointer(CPacketFactory::getCPacket(sort == ContextSort::Core  ? Sync
+                                                        : sort == ContextSort::Bus ? BusSync
+                                                                                   : SystemSync));
+    }
+
+private:
+    Unpaged& m_source;
+    Known& m_before;
+    Known m_here{};
+    PacketPointer m_ahead;
+};
+
+/// Writes all inputs, one after the other, to one output.
+class Conversion {
+public:
+    explicit Conversion(ConvertOptions& options) : m_options(options) {
+        std::ostream& out = options.output.open();
+        if (options.output.isFile())
+            m_sink = std::make_unique<CTraceSinkBufferStream>(out);
+        else
+            m_sink = std::make_unique<SequentialSink>(out);
+        if (options.paged)
+            m_writer = &m_paged.emplace(*m_sink);
+        else
+            m_writer = &m_plain.emplace(*m_sink);
+        m_packetSink = m_writer;
+        if (options.relative)
+            m_packetSink = &m_compressor.emplace(*m_writer);
+    }
+
+    ExitCode run() {
+        ExitCode exitCode = Done;
+        for (const std::string& file : m_options.files) {
+            TraceInput input(file);
+            Unpaged source(input);
+            if (m_options.absolute || m_options.relative)
+                writeAll(input, AbsoluteForm(source));
+            else
+                writeAll(input, SameForm(source, m_known));
+            m_bytes += input.size();
+            if (const ExitCode damage = input.reportDamage(); damage != Done)
+                exitCode = damage;
+        }
+        errno = 0;
+        m_writer->flush();
+        m_options.output.check();
+        const std::uint64_t size = m_writer->tellp();
+        m_options.output.commit();
+        fmt::print(stderr, "qvx: {} packets, {} bytes -> {} bytes", m_packets, m_bytes, size);
+        if (m_bytes > 0)
+            fmt::print(stderr, " ({:.1f} %)", 100.0 * static_cast<double>(size) / static_cast<double>(m_bytes));
+        fmt::print(stderr, "\n");
+        return exitCode;
+    }
+
+private:
+    template <class Form> void writeAll(const TraceInput& input, Form form) {
+        while (PacketPointer packet = form.next()) {
+            // Such a packet may have been shorter than it is written; a new one has the length that goes with it.
+            if (const auto* enabled = packetAs<CTraceEnabled>(*packet)) {
+                auto* whole = new CTraceEnabled;
+                whole->copyPayload(*enabled);
+                packet.reset(whole);
+            }
+            ++m_packets;
+            write(input, std::move(packet));
+        }
+    }
+
+    void write(const TraceInput& input, PacketPointer packet) {
+        const tagTCode code = packet->TraceCode();
+        const unsigned size = packet->StreamSize();
+        CPacket* raw = packet.release();
+        errno = 0;
+        const bool written = m_packetSink->forward(raw);
+        packet.reset(raw); // some sinks leave the packet with the caller
+        if (written)
+            return;
+        m_options.output.check();
+        throw Failure(input.name(), fmt::format("offset {}: a {} packet of {} bytes, its text included, does not fit a "
+                                                "block of {} bytes",
+                                                input.offset(), CTCodeInfo::TCodeToName(code), size, kPageSize));
+    }
+
+    ConvertOptions& m_options;
+    std::unique_ptr<CTraceSinkBuffer> m_sink;
+    std::optional<CTraceWriterPaged> m_paged;
+    std::optional<FrameWriter> m_plain;
+    std::optional<CTraceCompressor> m_compressor;
+    CTraceSinkEx* m_writer = nullptr;     ///< what writes to the sink
+    CTraceSinkEx* m_packetSink = nullptr; ///< what takes the packets
+    Known m_known{};
+    std::uint64_t m_packets = 0;
+    std::uint64_t m_bytes = 0;
+};
+
+} // namespace
+
+void addConvert(CLI::App& program, ExitCode& exitCode) {
+    auto options = std::make_shared<ConvertOptions>();
+    CLI::App* verb = program.add_subcommand("convert", "Change the layout or the form of traces, or join them");
+    verb->add_option("FILES", options->files, "Trace files, or plain tables as dump shows them; - for standard input")
+        ->required();
+    auto* paged = verb->add_flag("--paged", options->paged, "Pages of 256 KiB, each of which a reader can begin with");
+    verb->add_flag("--plain", options->plain, "Packets back to back (default)")->excludes(paged);
+    auto* absolute = verb->add_flag("--absolute", options->absolute, "Every packet with its full context");
+    verb->add_flag("--relative", options->relative, "Contexts told by their change, where that is possible")
+        ->excludes(absolute);
+    options->output.addOptions(*verb, true);
+    verb->footer("Example: qvx convert thread_4711.qvx -o small.qvx --relative\n"
+                 "Without --absolute or --relative packets keep their form. Several files are written one after the\n"
+                 "other. What only pages need (padding, contexts restated at a page's start) is left out.");
+    verb->callback([options, &exitCode] { exitCode = Conversion(*options).run(); });
+}
+
+} // namespace qvx

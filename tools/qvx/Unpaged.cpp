@@ -1,0 +1,65 @@
+#include "Unpaged.h"
+
+#include "quorvex/packets/ContextStub.h"
+#include "quorvex/stream/ContextSort.h"
+#include "quorvex/stream/TraceAutoBuffer.h"
+
+#include <utility>
+
+namespace qvx {
+
+using namespace Quorvex;
+
+bool Unpaged::get(std::list<CPacket*>& packets) {
+    CPacket* packet = get();
+    if (packet)
+        packets.push_back(packet);
+    return packet != nullptr;
+}
+
+CPacket* Unpaged::get() {
+    while (m_ahead.empty() || m_fillSize > 0) {
+        PacketPointer packet = m_input.next();
+        m_ended = !packet;
+        if (m_input.offset() > 0 && m_input.offset() % kPageSize == 0) {
+            m_ahead.clear();
+            m_fillSize = 0;
+            m_atPageStart = true;
+        }
+        if (packet && packet->TraceCode() == Fill) {
+            m_atPageStart = false;
+            m_fillSize += packet->StreamSize();
+            if (m_fillSize >= kPageSize)
+                m_fillSize = 0; // more than a page has
+        } else {
+            if (packet && restates(*packet) && m_atPageStart)
+                continue;
+            m_atPageStart = false;
+            m_fillSize = 0;
+        }
+        if (packet)
+            m_ahead.push_back(std::move(packet));
+        else if (m_ahead.empty())
+            return nullptr;
+    }
+    CPacket* packet = m_ahead.front().release();
+    m_ahead.pop_front();
+    m_lastCode = packet->TraceCode();
+    return packet;
+}
+
+bool Unpaged::restates(const CPacket& packet) {
+    switch (sortOfSync(packet.TraceCode())) {
+    case ContextSort::Core:
+        return std::exchange(m_core, CContextStub::CoreCtx(&packet)) == m_core;
+    case ContextSort::Bus:
+        return std::exchange(m_bus, CContextStub::BusCtx(&packet)) == m_bus;
+    case ContextSort::System:
+        return std::exchange(m_system, CContextStub::SystemCtx(&packet)) == m_system;
+    case ContextSort::None:
+        break;
+    }
+    return false;
+}
+
+} // namespace qvx
