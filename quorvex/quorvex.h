@@ -2,6 +2,7 @@
 
 /// All of the library.
 
+#include "quorvex/export/BtfWriter.h"
 #include "quorvex/export/PacketDebugger.h"
 #include "quorvex/export/PacketHTML.h"
 #include "quorvex/export/PacketLaTeX.h"
@@ -9,6 +10,7 @@
 #include "quorvex/export/PacketTableWriter.h"
 #include "quorvex/export/VCDIdentifier.h"
 #include "quorvex/export/VCDValue.h"
+#include "quorvex/export/VCDWriter.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/factory/PacketSequence.h"
 #include "quorvex/format/Context.h"

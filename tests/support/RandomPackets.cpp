@@ -33,8 +33,6 @@ std::string RandomPackets::text() {
     };
     if (below(4) == 0)
         return kHostile[below(std::size(kHostile))];
-    if (below(2000) == 0)
-        return std::string(100'000, '~');
     const unsigned longest[] = {1, 10, 254, 256, 600, 3000};
     std::string text(below(longest[below(6)] + 1), '\0');
     for (char& byte : text)

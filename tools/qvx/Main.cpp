@@ -10,16 +10,17 @@
 
 int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
-    CLI::App program("Shows and converts trace files of the Quorvex format.", "qvx");
+    CLI::App program("Shows, converts and exports trace files of the Quorvex format.", "qvx");
     program.set_version_flag("--version", "qvx " QVX_VERSION " (trace format 0)");
     program.require_subcommand(1);
     program.get_formatter()->column_width(28);
     program.footer("`qvx FILE` alone is `qvx info FILE`. Exit codes: 0 done, 1 failed, 2 wrong use,\n"
-                   "3 done with loss (damage was stepped over).");
+                   "3 done with loss (damage was stepped over, or the target format cannot show all).");
     qvx::ExitCode exitCode = qvx::Done;
     qvx::addInfo(program, exitCode);
     qvx::addDump(program, exitCode);
     qvx::addConvert(program, exitCode);
+    qvx::addExport(program, exitCode);
     qvx::addKinds(program, exitCode);
 
     std::vector<std::string> arguments(argv + 1, argv + argc);

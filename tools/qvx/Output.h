@@ -18,7 +18,11 @@ public:
 
     /// Opens the target; throws Failure when that cannot be done.
     std::ostream& open();
-    /// Whether it is a file, and not standard output.
+    /// Whether the target has a name, or is standard output.
+    bool isNamed() const { return m_path != "-"; }
+    const std::string& name() const { return m_path; }
+    bool force() const { return m_force; }
+    /// Whether it is a file that is open.
     bool isFile() const { return !m_temporary.empty(); }
     /// To be called right behind a write that may have failed: throws Failure with the system's reason if it has.
     void check() const;

@@ -43,6 +43,8 @@ TraceInput::TraceInput(const std::string& path)
     m_tableFile.open(path, std::ios::binary);
     if (isTable(m_tableFile))
         m_table.emplace(m_tableFile);
+    else
+        m_tableFile.close();
 }
 
 PacketPointer TraceInput::nextOfTable() {

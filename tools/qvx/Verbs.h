@@ -14,7 +14,7 @@ enum ExitCode : int {
     Done = 0,
     Failed = 1,
     WrongUse = 2,
-    DoneWithLoss = 3, ///< damage was stepped over
+    DoneWithLoss = 3, ///< damage was stepped over, or the target cannot show all
 };
 
 /// A failure that ends the verb; reported as "qvx: FILE: TEXT".
@@ -28,5 +28,6 @@ void addInfo(CLI::App& program, ExitCode& exitCode);
 void addDump(CLI::App& program, ExitCode& exitCode);
 void addKinds(CLI::App& program, ExitCode& exitCode);
 void addConvert(CLI::App& program, ExitCode& exitCode);
+void addExport(CLI::App& program, ExitCode& exitCode);
 
 } // namespace qvx

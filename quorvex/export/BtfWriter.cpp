@@ -1,0 +1,520 @@
+#include "quorvex/export/BtfWriter.h"
+
+#include "quorvex/export/Digits.h"
+#include "quorvex/packets/PacketKinds.h"
+
+#include <algorithm>
+#include <charconv>
+#include <deque>
+#include <map>
+#include <set>
+#include <vector>
+
+namespace Quorvex {
+
+namespace {
+
+constexpr std::size_t kMaxFunctions = 4096;
+constexpr std::size_t kMaxInterrupts = 256;
+
+constexpr char kSupplied[] = "events that were missing and supplied";
+constexpr char kNoEnter[] = "leaves without an enter";
+
+constexpr std::string_view kTypes[] = {"C", "T", "I", "R", "SIG", "STI"};
+enum class Type : std::uint8_t { Core, Task, Interrupt, Runnable, Signal, Stimulus };
+
+/// Whatever has a name in the file. Entities stay where they are in memory.
+struct Entity {
+    std::string name;
+    Type type;
+    Entity* stimulus = nullptr;    ///< of tasks and interrupts
+    std::uint64_t occurrences = 0; ///< so far; the next one gets that number
+};
+
+/// A function that has been entered.
+struct Frame {
+    Entity* runnable;
+    std::uint64_t instance;
+};
+
+struct Core;
+
+/// A task, again and again, or one occurrence of an interrupt.
+struct Process {
+    enum class State : std::uint8_t { Terminated, Ready, Running };
+
+    explicit Process(Entity& of) : entity(&of) {}
+
+    Entity* entity;
+    State state = State::Terminated;
+    std::uint64_t instance = 0;
+    std::vector<Frame> stack;
+    std::uint64_t tooDeep = 0; ///< functions entered above a full stack
+    Core* core = nullptr;      ///< whose task it is
+};
+
+/// Running on a core is the innermost interrupt, else the task; everything else is not.
+struct Core {
+    explicit Core(Entity& of) : entity(&of) {}
+
+    Process* running() { return interrupts.empty() ? task : &interrupts.back(); }
+
+    Entity* entity;
+    Process* task = nullptr;
+    bool entered = false; ///< the task is a process, and stays whatever the software context
+    std::vector<Process> interrupts;
+    std::uint64_t tooDeep = 0; ///< interrupts entered above a full stack
+};
+
+/// What a packet tells and BTF cannot hold; null when that is nothing.
+const char* lossOf(tagTCode code) {
+    switch (code) {
+    case ExecInsn:
+    case NonExecInsn:
+        return "instructions";
+    case DirectBranch:
+    case IndirectBranch:
+        return "branches";
+    case ReadData:
+    case WriteData:
+        return "data accesses";
+    case Event:
+        return "events";
+    case Message:
+        return "messages";
+    case BusData:
+    case BusAddrData:
+        return "bus packets";
+    case Signal:
+        return "signals";
+    case SystemData:
+        return "system trace packets";
+    case InitialState:
+    case Transition:
+        return "state machines";
+    default:
+        return nullptr;
+    }
+}
+
+void append(std::string& to, std::uint64_t number) {
+    char digits[20];
+    to.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+
+/// A value whose lowest byte comes first.
+void append(std::string& to, const std::uint8_t* bytes, unsigned count) {
+    std::uint64_t number = 0;
+    for (unsigned i = 0; i < count && i < sizeof number; ++i)
+        number |= std::uint64_t{bytes[i]} << 8 * i;
+    if (count == 0)
+        to += "unknown";
+    else if (count <= sizeof number)
+        append(to, number);
+    else
+        to += hexNumber(bytes, count);
+}
+
+std::string legalName(std::string name) {
+    std::ranges::replace_if(
+        name, [](char c) { return c <= ' ' || c > '~' || c == ','; }, '_');
+    if (name.starts_with('#'))
+        name[0] = '_';
+    return name;
+}
+
+} // namespace
+
+/// What runs where. Every change of it is a line of the body.
+class CBtfWriter::Model {
+public:
+    explicit Model(CBtfWriter& writer) : m_writer(writer) {}
+
+    void show(const CPacket& packet, std::uint64_t time) {
+        m_time = time;
+        visitKind(packet, [this](const auto& kind) { take(kind); });
+    }
+
+    void end(std::uint64_t time) {
+        m_time = time;
+        for (auto& [number, core] : m_cores) {
+            if (Process* process = core.running())
+                terminate(core, *process);
+        }
+    }
+
+    const std::deque<Entity>& entities() const { return m_entities; }
+
+private:
+    void take(const CPacket& packet) {
+        const char* reason = lossOf(packet.TraceCode());
+        if (!reason)
+            return;
+        m_writer.lose(reason);
+        if (const auto* context = contextOf<CCoreContext>(packet))
+            run(*context);
+    }
+    void take(const CHWExceptionEnter& packet) { enterInterrupt(coreOf(packet.HWCtx()), packet.ExceptionId()); }
+    void take(const CHWExceptionLeave& packet) { leaveInterrupt(coreOf(packet.HWCtx()), packet.ExceptionId()); }
+    void take(const CProcessEnter& packet) {
+        Core& core = coreOf(packet.HWCtx());
+        assign(core, &processOf(packet.ProcId()));
+        core.entered = true;
+    }
+    void take(const CProcessLeave& packet) {
+        Core& core = coreOf(packet.HWCtx());
+        if (core.entered && core.task == known(m_processes, packet.ProcId()))
+            assign(core, nullptr);
+        else
+            m_writer.lose(kNoEnter);
+    }
+    void take(const CProcessUndefine& packet) {
+        if (Process* process = known(m_processes, packet.ProcId()))
+            undefine(coreOf(packet.HWCtx()), *process);
+    }
+    void take(const CFunctionEnter& packet) {
+        Process& process = run(packet);
+        if (packet.TgtFuncIdIsValid())
+            enterFunction(process, packet.TgtFuncId());
+        else
+            m_writer.lose("functions without a number");
+    }
+    void take(const CFunctionLeave& packet) { leaveFunction(run(packet), packet.TgtFuncId()); }
+    void take(const CVariableRead& packet) { access(packet, "read"); }
+    void take(const CVariableWrite& packet) { access(packet, "write"); }
+    void take(const CCounterValue& packet) { count(packet, nullptr, 0); }
+    void take(const CCounterValueDim1& packet) {
+        const TCounterIdx_t indices[] = {packet.CntrIdx1()};
+        count(packet, indices, 1);
+    }
+    void take(const CCounterValueDim2& packet) {
+        const TCounterIdx_t indices[] = {packet.CntrIdx1(), packet.CntrIdx2()};
+        count(packet, indices, 2);
+    }
+    void take(const CCounterValueDimN& packet) { count(packet, packet.CntrIdx(), packet.CntrDim()); }
+    void take(const CCounterValueVar& packet) {
+        const TVarCounter_t& value = packet.CntrVal();
+        const TVarCounter_t& index = packet.CntrIdx();
+        m_cell.clear();
+        if (index.Length() > 0) {
+            m_cell += '[';
+            append(m_cell, index.data(), index.Length());
+            m_cell += ']';
+        }
+        m_note.clear();
+        append(m_note, value.data(), value.Length());
+        const Process& process = run(packet);
+        signal(process, counterOf(packet.CntrId()), "write");
+    }
+
+    template <class Access> void access(const Access& packet, std::string_view event) {
+        m_note.clear();
+        append(m_note, packet.VarData().data(), packet.VarLen());
+        const Process& process = run(packet);
+        signal(process, variableOf(packet.VarId()), event);
+    }
+    void count(const CCounterValueBase& packet, const TCounterIdx_t* indices, unsigned dimensions) {
+        m_cell.clear();
+        for (unsigned i = 0; i < dimensions; ++i) {
+            m_cell += '[';
+            append(m_cell, indices[i].u64);
+            m_cell += ']';
+        }
+        m_note.clear();
+        append(m_note, packet.CntrVal().u64);
+        const Process& process = run(packet);
+        signal(process, counterOf(packet.CntrId()), "write");
+    }
+
+    /// What runs on the core, given that the packet has happened there. Inside an interrupt, the software context tells
+    /// which task goes on after it.
+    Process& run(const CCoreContext& context) {
+        Core& core = coreOf(context.HWCtx());
+        if (!core.entered)
+            assign(core, &threadOf(context.SWCtx()));
+        return *core.running();
+    }
+
+    /// Makes a task, or none for null, the one of the core, and takes it from any other core.
+    void assign(Core& core, Process* task) {
+        if (core.task == task)
+            return;
+        if (task && task->core)
+            assign(*task->core, nullptr);
+        if (core.task) {
+            if (core.interrupts.empty())
+                preempt(core, *core.task);
+            detach(*core.task);
+        }
+        if (!task)
+            return;
+        core.task = task;
+        task->core = &core;
+        if (core.interrupts.empty())
+            dispatch(core, *task);
+    }
+    void detach(Process& task) {
+        task.core->task = nullptr;
+        task.core->entered = false;
+        task.core = nullptr;
+    }
+
+    /// A task that does not run must do so for a moment to terminate.
+    void undefine(Core& core, Process& task) {
+        if (task.state == Process::State::Running) {
+            supplied(task.stack.size());
+            terminate(*task.core, task);
+        } else if (task.state == Process::State::Ready) {
+            Process* const other = core.running();
+            if (other) {
+                supplied(other->stack.size() + 1);
+                preempt(core, *other);
+            }
+            supplied(2 * task.stack.size() + 1);
+            dispatch(core, task);
+            terminate(core, task);
+            if (other) {
+                supplied(other->stack.size() + 1);
+                dispatch(core, *other);
+            }
+        }
+        if (task.core)
+            detach(task);
+    }
+
+    void enterInterrupt(Core& core, std::uint32_t number) {
+        if (core.interrupts.size() == kMaxInterrupts) {
+            ++core.tooDeep;
+            m_writer.lose("interrupts nested too deep");
+            return;
+        }
+        if (Process* process = core.running())
+            preempt(core, *process);
+        dispatch(core, core.interrupts.emplace_back(interruptOf(number)));
+    }
+    void leaveInterrupt(Core& core, std::uint32_t number) {
+        if (core.tooDeep > 0) {
+            --core.tooDeep;
+            m_writer.lose("interrupts nested too deep");
+            return;
+        }
+        Entity* const* entity = known(m_interrupts, number);
+        std::size_t depth = entity ? core.interrupts.size() : 0;
+        while (depth > 0 && core.interrupts[depth - 1].entity != *entity)
+            --depth;
+        if (depth == 0)
+            return m_writer.lose(kNoEnter);
+        supplied(core.interrupts.size() - depth);
+        while (core.interrupts.size() >= depth) {
+            supplied(core.interrupts.back().stack.size());
+            terminate(core, core.interrupts.back());
+            core.interrupts.pop_back();
+            if (Process* process = core.running())
+                dispatch(core, *process);
+        }
+    }
+
+    void enterFunction(Process& process, std::uint32_t number) {
+        if (process.stack.size() == kMaxFunctions) {
+            ++process.tooDeep;
+            m_writer.lose("functions nested too deep");
+            return;
+        }
+        Entity& function = functionOf(number);
+        process.stack.push_back({&function, function.occurrences++});
+        line(process, process.stack.back(), "start");
+    }
+    void leaveFunction(Process& process, std::uint32_t number) {
+        if (process.tooDeep > 0) {
+            --process.tooDeep;
+            m_writer.lose("functions nested too deep");
+            return;
+        }
+        Entity* const* entity = known(m_functions, number);
+        std::size_t depth = entity ? process.stack.size() : 0;
+        while (depth > 0 && process.stack[depth - 1].runnable != *entity)
+            --depth;
+        if (depth == 0)
+            return m_writer.lose(kNoEnter);
+        supplied(process.stack.size() - depth);
+        leaveDownTo(process, depth - 1);
+    }
+    void leaveDownTo(Process& process, std::size_t depth) {
+        for (; process.stack.size() > depth; process.stack.pop_back())
+            line(process, process.stack.back(), "terminate");
+    }
+
+    /// Starts or resumes what does not run on a core that is free.
+    void dispatch(Core& core, Process& process) {
+        const bool starts = process.state == Process::State::Terminated;
+        if (starts) {
+            Entity& stimulus = *process.entity->stimulus;
+            process.instance = process.entity->occurrences++;
+            line(stimulus, stimulus.occurrences, stimulus, stimulus.occurrences, "trigger");
+            line(stimulus, stimulus.occurrences++, *process.entity, process.instance, "activate");
+        }
+        process.state = Process::State::Running;
+        line(*core.entity, 0, *process.entity, process.instance, starts ? "start" : "resume");
+        for (const Frame& frame : process.stack)
+            line(process, frame, "resume");
+    }
+    void preempt(Core& core, Process& process) {
+        for (auto frame = process.stack.rbegin(); frame != process.stack.rend(); ++frame)
+            line(process, *frame, "suspend");
+        process.state = Process::State::Ready;
+        line(*core.entity, 0, *process.entity, process.instance, "preempt");
+    }
+    void terminate(Core& core, Process& process) {
+        leaveDownTo(process, 0);
+        process.tooDeep = 0;
+        process.state = Process::State::Terminated;
+        line(*core.entity, 0, *process.entity, process.instance, "terminate");
+    }
+
+    void line(const Entity& source, std::uint64_t sourceInstance, const Entity& target, std::uint64_t instance,
+              std::string_view event, std::string_view note = {}) {
+        m_line.clear();
+        append(m_line, m_time);
+        m_line.append(",").append(source.name).append(",");
+        append(m_line, sourceInstance);
+        m_line.append(",").append(kTypes[unsigned(target.type)]).append(",").append(target.name).append(",");
+        append(m_line, instance);
+        m_line.append(",").append(event);
+        if (!note.empty())
+            m_line.append(",").append(note);
+        m_line += '\n';
+        m_writer.writeBody(m_line);
+    }
+    void line(const Process& process, const Frame& frame, std::string_view event) {
+        line(*process.entity, process.instance, *frame.runnable, frame.instance, event);
+    }
+    /// With the value in m_note.
+    void signal(const Process& process, const Entity& entity, std::string_view event) {
+        line(*process.entity, process.instance, entity, 0, event, m_note);
+    }
+    void supplied(std::size_t lines) {
+        for (; lines > 0; --lines)
+            m_writer.lose(kSupplied);
+    }
+
+    /// Null when the map does not hold the key.
+    template <class Map> static typename Map::mapped_type* known(Map& map, const typename Map::key_type& key) {
+        const auto at = map.find(key);
+        return at == map.end() ? nullptr : &at->second;
+    }
+    /// What the map holds under the key; it is made where it is missing.
+    template <class Map, class Make> auto& findOrMake(Map& map, const typename Map::key_type& key, Make make) {
+        const auto at = map.lower_bound(key);
+        return at != map.end() && at->first == key ? at->second : map.emplace_hint(at, key, make())->second;
+    }
+    Core& coreOf(std::uint32_t number) {
+        return findOrMake(m_cores, number,
+                          [&] { return Core(entity(Type::Core, "Core_" + std::to_string(number), number)); });
+    }
+    Process& threadOf(std::uint32_t number) {
+        return findOrMake(m_threads, number,
+                          [&] { return Process(activated(Type::Task, "TASK_" + std::to_string(number), number)); });
+    }
+    Process& processOf(std::uint32_t number) {
+        return findOrMake(m_processes, number, [&] {
+            return Process(
+                activated(Type::Task, "TASK_" + given(CTraceNames::Sort::Process, number, "process_"), number));
+        });
+    }
+    Entity& interruptOf(std::uint32_t number) {
+        return *findOrMake(m_interrupts, number,
+                           [&] { return &activated(Type::Interrupt, "ISR_" + std::to_string(number), number); });
+    }
+    Entity& functionOf(std::uint32_t number) {
+        return *findOrMake(m_functions, number, [&] {
+            return &entity(Type::Runnable, given(CTraceNames::Sort::Function, number, "function_"), number);
+        });
+    }
+    Entity& variableOf(std::uint32_t number) {
+        return *findOrMake(m_variables, number, [&] {
+            return &entity(Type::Signal, given(CTraceNames::Sort::Variable, number, "variable_"), number);
+        });
+    }
+    /// The cell of a counter that m_cell tells.
+    Entity& counterOf(std::uint32_t number) {
+        return *findOrMake(m_counters[number], m_cell, [&] {
+            return &entity(Type::Signal, given(CTraceNames::Sort::Counter, number, "counter_") + m_cell, number);
+        });
+    }
+
+    std::string given(CTraceNames::Sort sort, std::uint32_t number, const char* otherwise) const {
+        const std::string& name = m_writer.names().name(sort, number);
+        return name.empty() ? otherwise + std::to_string(number) : name;
+    }
+    Entity& entity(Type type, std::string name, std::uint32_t number) {
+        name = legalName(std::move(name));
+        while (!m_taken.insert(name).second)
+            name += "_" + std::to_string(number);
+        return m_entities.emplace_back(Entity{std::move(name), type});
+    }
+    Entity& activated(Type type, std::string name, std::uint32_t number) {
+        Entity& process = entity(type, std::move(name), number);
+        process.stimulus = &entity(Type::Stimulus, "STI_" + process.name, number);
+        return process;
+    }
+
+    CBtfWriter& m_writer;
+    std::uint64_t m_time = 0;
+    std::deque<Entity> m_entities; ///< as they appeared
+    std::set<std::string> m_taken; ///< their names
+    std::map<std::uint32_t, Core> m_cores;
+    std::map<std::uint32_t, Process> m_threads;
+    std::map<std::uint32_t, Process> m_processes;
+    std::map<std::uint32_t, Entity*> m_interrupts;
+    std::map<std::uint32_t, Entity*> m_functions;
+    std::map<std::uint32_t, Entity*> m_variables;
+    std::map<std::uint32_t, std::map<std::string, Entity*>> m_counters; ///< by number, then indices
+    std::string m_line;                                                 ///< kept for its memory, as the next two
+    std::string m_note;
+    std::string m_cell;
+};
+
+CBtfWriter::CBtfWriter(std::ostream& out, std::string inputFile, std::string creationDate)
+    : CViewerWriter(out),
+      m_inputFile(std::move(inputFile)),
+      m_creationDate(std::move(creationDate)),
+      m_model(std::make_unique<Model>(*this)) {}
+
+CBtfWriter::~CBtfWriter() = default;
+
+void CBtfWriter::show(const CPacket& packet, std::uint64_t time) {
+    m_model->show(packet, time);
+}
+
+void CBtfWriter::end(std::uint64_t time) {
+    m_model->end(time);
+}
+
+bool CBtfWriter::writeFile() {
+    std::string head = "#version 2.1.0\n#creator Quorvex (" QUORVEX_VERSION ")\n";
+    const auto parameter = [&head](const char* name, std::string value) {
+        std::ranges::replace_if(
+            value, [](char c) { return c == '\n' || c == '\r'; }, '_');
+        if (!value.empty())
+            head.append(name).append(value).append("\n");
+    };
+    parameter("#creationDate ", m_creationDate);
+    parameter("#inputFile ", m_inputFile);
+    head += "#timeScale ns\n#typeTable\n";
+    std::size_t row = 0;
+    for (const std::string_view type : kTypes)
+        head.append("#-").append(std::to_string(row++)).append(" ").append(type).append("\n");
+    head += "#entityTable\n";
+    row = 0;
+    for (const Entity& entity : m_model->entities())
+        head.append("#-").append(std::to_string(row++)).append(" ").append(entity.name).append("\n");
+    head += "#entityTypeTable\n";
+    for (const Entity& entity : m_model->entities())
+        head.append("#-").append(kTypes[unsigned(entity.type)]).append(" ").append(entity.name).append("\n");
+    // A table must not be the end of the file: readers fail on it.
+    if (out_size() == 0)
+        head += "# The trace holds nothing that can be shown.\n";
+    return writeOut(head) && copyBody(0, 1'000'000'000);
+}
+
+} // namespace Quorvex

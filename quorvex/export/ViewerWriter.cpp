@@ -1,0 +1,206 @@
+#include "quorvex/export/ViewerWriter.h"
+
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/MessageQueue.h"
+#include "quorvex/stream/ContextSort.h"
+
+#include <charconv>
+#include <limits>
+#include <memory>
+#include <type_traits>
+
+namespace Quorvex {
+
+namespace {
+
+constexpr std::size_t kBufferSize = 0x10000;
+/// Viewers hold times as signed numbers of 64 bits.
+constexpr std::uint64_t kLongest = std::numeric_limits<std::int64_t>::max();
+
+} // namespace
+
+CViewerWriter::~CViewerWriter() = default;
+
+std::uint64_t CViewerWriter::tickOf(const CPacket& packet) {
+    if (const auto* core = contextOf<CCoreContext>(packet))
+        return core->Tick();
+    if (const auto* bus = contextOf<CBusContext>(packet))
+        return bus->Tick();
+    if (const auto* system = contextOf<CSystemContext>(packet))
+        return system->Tick();
+    if (const auto* timestamp = packetAs<CTimestamp>(packet))
+        return timestamp->Timestamp();
+    if (const auto* message = packetAs<CMessage>(packet))
+        return message->Timestamp();
+    if (const auto* state = packetAs<CInitialState>(packet))
+        return state->Tick();
+    if (const auto* transition = packetAs<CTransition>(packet))
+        return transition->Tick();
+    return kUnknown64;
+}
+
+std::uint64_t CViewerWriter::unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) const {
+    if (m_frequency == 0 || m_frequency == unitsPerSecond)
+        return ticks;
+    // Three digits at a time, so that nothing overflows on the way; of an absurdly fast clock, without its last bits.
+    const unsigned shift = m_frequency > std::numeric_limits<std::uint64_t>::max() / 1000 ? 10 : 0;
+    const std::uint64_t ticksPerSecond = m_frequency >> shift;
+    std::uint64_t rest = ticks % m_frequency >> shift;
+    std::uint64_t part = 0;
+    for (std::uint64_t units = 1; units < unitsPerSecond; units *= 1000) {
+        part = part * 1000 + rest * 1000 / ticksPerSecond;
+        rest = rest * 1000 % ticksPerSecond;
+    }
+    const std::uint64_t seconds = ticks / m_frequency;
+    return seconds < kLongest / unitsPerSecond ? seconds * unitsPerSecond + part : kLongest;
+}
+
+void CViewerWriter::clear() {
+    m_failed = false;
+    m_out.clear();
+}
+
+bool CViewerWriter::put(CPacket* packet) {
+    if (!packet || m_finished)
+        return false;
+    const tagTCode code = packet->TraceCode();
+    // The references of relative packets.
+    const auto note = [packet](auto& reference) {
+        if (const auto* context = contextOf<std::remove_reference_t<decltype(reference)>>(*packet))
+            reference = *context;
+    };
+    if (code == Sync)
+        note(m_core);
+    else if (code == BusSync)
+        note(m_bus);
+    else if (code == SystemSync)
+        note(m_system);
+    const ContextSort sort = sortOfRelative(code);
+    if (sort == ContextSort::None)
+        return showAbsolute(*packet);
+    const std::unique_ptr<CPacket> absolute(sort == ContextSort::Core  ? CPacketFactory::decompress(packet, m_core)
+                                            : sort == ContextSort::Bus ? CPacketFactory::decompress(packet, m_bus)
+                                                                       : CPacketFactory::decompress(packet, m_system));
+    return absolute && showAbsolute(*absolute);
+}
+
+bool CViewerWriter::showAbsolute(CPacket& packet) {
+    if (!m_names.note(packet))
+        lose("names given anew, of which one is shown");
+    if (const auto* timestamp = packetAs<CTimestamp>(packet); timestamp && timestamp->is_Frequency_valid()) {
+        if (m_frequency != 0 && m_frequency != timestamp->Frequency())
+            lose("changes of the clock's frequency");
+        else
+            m_frequency = timestamp->Frequency();
+    }
+    const std::uint64_t time = timeOf(packet);
+    if (packet.TraceCode() == TraceDisabled)
+        return finish();
+    show(packet, time);
+    return !m_failed;
+}
+
+std::uint64_t CViewerWriter::timeOf(const CPacket& packet) {
+    const std::uint64_t tick = tickOf(packet);
+    if (tick == kUnknown64)
+        return m_time;
+    if (m_start == kUnknown64)
+        m_start = tick;
+    if (tick < m_start || tick - m_start < m_time)
+        lose("packets earlier than the one before them");
+    else if (tick - m_start > kLongest)
+        lose("packets later than viewers can show");
+    else
+        m_time = tick - m_start;
+    return m_time;
+}
+
+bool CViewerWriter::forward(CPacket*& packet) {
+    return put(packet) && CPacketFactory::releaseCPacket(&packet);
+}
+
+bool CViewerWriter::forward(std::list<CPacket*>& packets) {
+    std::list<CPacket*> shown;
+    while (!packets.empty() && (!packets.front() || put(packets.front())))
+        shown.splice(shown.end(), packets, packets.begin());
+    if (!CPacketFactory::release(shown))
+        packets.splice(packets.begin(), shown);
+    return packets.empty();
+}
+
+void CViewerWriter::flush() {
+    if (!m_finished)
+        finish();
+}
+
+bool CViewerWriter::finish() {
+    m_finished = true;
+    end(m_time);
+    m_failed = m_failed || !m_body.write(m_buffer.data(), m_buffer.size()) || !writeFile();
+    m_out.flush();
+    m_failed = m_failed || !m_out.good();
+    return !m_failed;
+}
+
+void CViewerWriter::writeBody(std::string_view text) {
+    m_buffer += text;
+    m_bodySize += text.size();
+    if (m_buffer.size() < kBufferSize)
+        return;
+    if (!m_body.write(m_buffer.data(), m_buffer.size()) && !m_failed) {
+        logError("CViewerWriter: Could not write to the temporary file.");
+        m_failed = true;
+    }
+    m_buffer.clear();
+}
+
+bool CViewerWriter::copyBody(char mark, std::uint64_t unitsPerSecond) {
+    const bool asItIs = m_frequency == 0 || m_frequency == unitsPerSecond;
+    if (!m_body.rewind())
+        return false;
+    std::string rest, out, block(kBufferSize, '\0');
+    const auto copyLine = [&](std::string_view line) {
+        const bool marked = mark == 0 || line.starts_with(mark);
+        std::uint64_t time = 0;
+        const char* digits = line.data() + (mark != 0 && marked ? 1 : 0);
+        const auto [end, error] = std::from_chars(digits, line.data() + line.size(), time);
+        if (!marked || error != std::errc()) {
+            out += line;
+            return;
+        }
+        out.append(line.data(), digits).append(std::to_string(unitsOf(time, unitsPerSecond)));
+        out.append(end, line.data() + line.size());
+    };
+    while (const std::size_t got = m_body.read(block.data(), block.size())) {
+        if (asItIs) {
+            if (!writeOut({block.data(), got}))
+                return false;
+            continue;
+        }
+        rest.append(block, 0, got);
+        std::size_t from = 0;
+        for (std::size_t end = rest.find('\n'); end != std::string::npos; end = rest.find('\n', from)) {
+            copyLine({rest.data() + from, end + 1 - from});
+            from = end + 1;
+        }
+        rest.erase(0, from);
+        if (!writeOut(out))
+            return false;
+        out.clear();
+    }
+    return m_body.good() && writeOut(rest);
+}
+
+void CViewerWriter::lose(std::string_view reason) {
+    const auto at = m_losses.find(reason);
+    if (at != m_losses.end())
+        ++at->second;
+    else
+        m_losses.emplace(reason, 1);
+}
+
+bool CViewerWriter::writeOut(std::string_view text) {
+    return m_out.write(text.data(), static_cast<std::streamsize>(text.size())).good();
+}
+
+} // namespace Quorvex

@@ -1,0 +1,433 @@
+#include "quorvex/export/BtfWriter.h"
+
+#include "tests/support/BtfChecker.h"
+#include "tests/support/RandomPackets.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+using Losses = CViewerWriter::Losses;
+using Packets = std::vector<std::shared_ptr<CPacket>>;
+
+constexpr char kSupplied[] = "events that were missing and supplied";
+constexpr char kNoEnter[] = "leaves without an enter";
+
+template <class Packet, class... Values>
+std::shared_ptr<CPacket> at(std::uint64_t tick, std::uint32_t core, std::uint32_t task, Values... values) {
+    return std::make_shared<Packet>(CCoreContext(tick, core, task, 0x1000), values...);
+}
+
+struct Written {
+    std::string text;
+    Losses losses;
+
+    /// The event lines.
+    std::string body() const {
+        std::istringstream in(text);
+        std::string body;
+        for (std::string line; std::getline(in, line);)
+            body += line.starts_with('#') ? "" : line + "\n";
+        return body;
+    }
+};
+
+Written written(const Packets& packets) {
+    std::ostringstream out;
+    CBtfWriter writer(out, "a\nb.qvx", "2026-08-22T10:15:00Z");
+    for (const auto& packet : packets)
+        EXPECT_TRUE(writer.put(packet.get()));
+    writer.flush();
+    EXPECT_TRUE(writer.written());
+    return {out.str(), writer.losses()};
+}
+
+std::string complaintsOf(const std::string& text) {
+    std::string all;
+    for (const std::string& complaint : checkBtf(text))
+        all += complaint + "\n";
+    return all;
+}
+
+TEST(BtfChecker, NamesEachFault) {
+    const std::string legal = "#version 2.1.0\n#typeTable\n#-0 C\n#-1 T\n#-2 R\n#-3 SIG\n#-4 STI\n"
+                              "#entityTable\n#-0 C1\n#-1 C2\n#-2 A\n#-3 F\n#-4 S\n#-5 V\n"
+                              "#entityTypeTable\n#-C C1\n#-C C2\n#-T A\n#-R F\n#-STI S\n#-SIG V\n# events\n"
+                              "1,S,0,STI,S,0,trigger\n2,S,0,T,A,0,activate\n3,C1,0,T,A,0,start\n4,A,0,R,F,0,start\n"
+                              "5,A,0,R,F,1,start\n6,A,0,R,F,1,suspend\n7,A,0,R,F,0,suspend\n8,C1,0,T,A,0,preempt\n"
+                              "9,C2,0,T,A,0,resume\n10,A,0,R,F,0,resume\n11,A,0,R,F,1,resume\n"
+                              "12,A,0,SIG,V,0,write,7\n13,A,0,R,F,1,terminate\n14,A,0,R,F,0,terminate\n"
+                              "15,C2,0,T,A,0,terminate\n";
+    EXPECT_EQ(complaintsOf(legal), "");
+    EXPECT_EQ(complaintsOf(legal.substr(0, legal.find("# events"))), "line 21: file ends inside a table\n");
+    const struct {
+        std::string from, to, first;
+    } kFaults[] = {
+        {"#version 2.1.0", "# 2.1.0", "line 0: version is missing"},
+        {"#-2 A\n", "", "line 36: A is not in the entity table"},
+        {"#-3 F\n", "#-3 F\n#-9 F\n", "line 13: F is twice in the entity table"},
+        {"#-T A\n", "#-T A\n#-R A\n", "line 19: A has two types"},
+        {"#-R F\n", "", "line 25: F is not of type R"},
+        {"#-1 T\n", "", "line 17: T is not in the type table"},
+        {"# events\n", "# events\n#-0 A\n", "line 23: row of no table"},
+        {"# events\n", "# events\n1,S,0,STI,S,0,trigger\n#timeScale ns\n", "line 24: parameter behind the events"},
+        {"5,A,0", "x,A,0", "line 27: not an integer"},
+        {"5,A,0", "3,A,0", "line 27: time goes back"},
+        {",F,1,suspend", ",F,suspend", "line 28: not 7 or 8 columns"},
+        {"12,A,0", "12,B,0", "line 34: source B is no entity"},
+        {"1,S,0,STI,S,0,trigger", "1,S,1,STI,S,1,trigger", "line 23: number is not the next of S"},
+        {"1,S,0,STI,S,0,trigger\n", "", "line 23: activate without its trigger"},
+        {"A,0,activate", "A,1,activate", "line 24: number is not the next of A"},
+        {"3,C1,0,T,A,0,start", "3,C1,0,T,A,0,resume", "line 25: resume while active"},
+        {"3,C1,0,T,A,0,start", "3,C1,0,T,A,0,begin", "line 25: unknown event begin"},
+        {"9,C2,0,T", "9,S,0,T", "line 31: source is no core"},
+        {"8,C1,0,T", "8,C2,0,T", "line 30: A is not on C2"},
+        {"9,C2,0,T,A,0,resume", "9,C2,0,T,A,0,start", "line 31: start while ready"},
+        {"15,C2,0,T,A,0,terminate\n", "15,S,1,STI,S,1,trigger\n15,S,1,T,A,1,activate\n15,C2,0,T,A,1,start\n",
+         "line 39: C2 is not free"},
+        {"5,A,0,R,F,1,start", "5,A,0,R,F,2,start", "line 27: number is not the next of F"},
+        {"5,A,0,R,F,1,start\n6,A,0,R,F,1,suspend\n", "5,A,0,R,F,0,suspend\n6,A,0,R,F,1,start\n",
+         "line 28: start among suspended runnables"},
+        {"6,A,0,R,F,1,suspend\n7,A,0,R,F,0,suspend", "6,A,0,R,F,0,suspend\n7,A,0,R,F,1,suspend",
+         "line 28: suspend is not of the innermost"},
+        {"7,A,0,R,F,0,suspend\n", "", "line 29: runnables still run"},
+        {"10,A,0,R,F,0,resume\n11,A,0,R,F,1,resume", "10,A,0,R,F,1,resume\n11,A,0,R,F,0,resume",
+         "line 32: resume is not of the outermost"},
+        {"10,A,0,R", "10,A,1,R", "line 32: source is no running process"},
+        {"11,A,0,R,F,1,resume\n", "", "line 33: runnables are still suspended"},
+        {"13,A,0,R,F,1,terminate\n", "", "line 35: terminate is not of the innermost"},
+        {"14,A,0,R,F,0,terminate\n", "", "line 36: runnables still run"},
+        {"SIG,V,0,write", "SIG,V,0,trigger", "line 34: unknown event trigger"},
+        {"write,7", "write", "line 34: note is missing"},
+    };
+    for (const auto& [from, to, first] : kFaults) {
+        std::string text = legal;
+        ASSERT_NE(text.find(from), std::string::npos) << from;
+        text.replace(text.find(from), from.size(), to);
+        const std::vector<std::string> complaints = checkBtf(text);
+        ASSERT_FALSE(complaints.empty()) << first;
+        EXPECT_TRUE(complaints.front().starts_with(first)) << complaints.front() << "\n" << first;
+    }
+}
+
+TEST(BtfWriter, WritesTasksInterruptsFunctionsAndValues) {
+    const std::uint8_t wide[] = {1, 2, 3, 4, 5, 6, 7, 8, 0xFF};
+    const Written file = written({
+        std::make_shared<CTraceEnabled>(),
+        at<CFunctionDefine>(100, 0, 1, 7U, "main"),
+        at<CProcessDefine>(100, 0, 1, 3U, "shell"),
+        at<CVariableDefine>(100, 0, 1, 5U, 0U, "speed"),
+        at<CCounterDefine>(100, 0, 1, 6U, std::uint8_t{1}, "misses"),
+        at<CFunctionEnter>(110, 0, 1, 7U),
+        at<CVariableWrite>(120, 0, 1, 5U, CData(std::uint16_t{513})),
+        at<CHWExceptionEnter>(130, 0, 1, 2U),
+        at<CFunctionEnter>(140, 0, 1, 7U, 8U),
+        at<CFunctionLeave>(150, 0, 1, 8U),
+        at<CHWExceptionLeave>(160, 0, 1, 2U),
+        at<CExecInsn>(170, 1, 1),
+        at<CCounterValueDim1>(180, 1, 1, 6U, TCounter_t(std::uint64_t{9}), TCounterIdx_t(std::uint64_t{4})),
+        at<CProcessEnter>(190, 1, 1, 3U),
+        at<CVariableRead>(200, 1, 9, 5U, CData(wide, 9)),
+        at<CProcessLeave>(210, 1, 9, 3U),
+        at<CFunctionLeave>(220, 1, 1, 7U),
+        at<CProcessEnter>(230, 0, 2, 3U),
+        at<CProcessUndefine>(240, 0, 2, 3U),
+        std::make_shared<CTraceDisabled>(),
+    });
+    EXPECT_TRUE(file.text.starts_with("#version 2.1.0\n#creator Quorvex ("));
+    EXPECT_EQ(file.text.substr(file.text.find("#creationDate")), R"(#creationDate 2026-08-22T10:15:00Z
+#inputFile a_b.qvx
+#timeScale ns
+#typeTable
+#-0 C
+#-1 T
+#-2 I
+#-3 R
+#-4 SIG
+#-5 STI
+#entityTable
+#-0 Core_0
+#-1 TASK_1
+#-2 STI_TASK_1
+#-3 main
+#-4 speed
+#-5 ISR_2
+#-6 STI_ISR_2
+#-7 function_8
+#-8 Core_1
+#-9 misses[4]
+#-10 TASK_shell
+#-11 STI_TASK_shell
+#entityTypeTable
+#-C Core_0
+#-T TASK_1
+#-STI STI_TASK_1
+#-R main
+#-SIG speed
+#-I ISR_2
+#-STI STI_ISR_2
+#-R function_8
+#-C Core_1
+#-SIG misses[4]
+#-T TASK_shell
+#-STI STI_TASK_shell
+10,STI_TASK_1,0,STI,STI_TASK_1,0,trigger
+10,STI_TASK_1,0,T,TASK_1,0,activate
+10,Core_0,0,T,TASK_1,0,start
+10,TASK_1,0,R,main,0,start
+20,TASK_1,0,SIG,speed,0,write,513
+30,TASK_1,0,R,main,0,suspend
+30,Core_0,0,T,TASK_1,0,preempt
+30,STI_ISR_2,0,STI,STI_ISR_2,0,trigger
+30,STI_ISR_2,0,I,ISR_2,0,activate
+30,Core_0,0,I,ISR_2,0,start
+40,ISR_2,0,R,function_8,0,start
+50,ISR_2,0,R,function_8,0,terminate
+60,Core_0,0,I,ISR_2,0,terminate
+60,Core_0,0,T,TASK_1,0,resume
+60,TASK_1,0,R,main,0,resume
+70,TASK_1,0,R,main,0,suspend
+70,Core_0,0,T,TASK_1,0,preempt
+70,Core_1,0,T,TASK_1,0,resume
+70,TASK_1,0,R,main,0,resume
+80,TASK_1,0,SIG,misses[4],0,write,9
+90,TASK_1,0,R,main,0,suspend
+90,Core_1,0,T,TASK_1,0,preempt
+90,STI_TASK_shell,0,STI,STI_TASK_shell,0,trigger
+90,STI_TASK_shell,0,T,TASK_shell,0,activate
+90,Core_1,0,T,TASK_shell,0,start
+100,TASK_shell,0,SIG,speed,0,read,0xff0807060504030201
+110,Core_1,0,T,TASK_shell,0,preempt
+120,Core_1,0,T,TASK_1,0,resume
+120,TASK_1,0,R,main,0,resume
+120,TASK_1,0,R,main,0,terminate
+130,Core_0,0,T,TASK_shell,0,resume
+140,Core_0,0,T,TASK_shell,0,terminate
+140,Core_1,0,T,TASK_1,0,terminate
+)");
+    EXPECT_EQ(complaintsOf(file.text), "");
+    EXPECT_EQ(file.losses, (Losses{{"instructions", 1}}));
+}
+
+TEST(BtfWriter, SuppliesWhatIsMissingAndIgnoresWhatHasNoBeginning) {
+    const std::string started = "0,STI_TASK_1,0,STI,STI_TASK_1,0,trigger\n0,STI_TASK_1,0,T,TASK_1,0,activate\n"
+                                "0,Core_0,0,T,TASK_1,0,start\n";
+    const std::string process = "0,STI_TASK_process_3,0,STI,STI_TASK_process_3,0,trigger\n"
+                                "0,STI_TASK_process_3,0,T,TASK_process_3,0,activate\n"
+                                "0,Core_0,0,T,TASK_process_3,0,start\n";
+    const auto interrupted = [](const std::string& time, const std::string& by) {
+        const std::string to = "ISR_" + by + ",0,";
+        return time + ",STI_" + to + "STI,STI_" + to + "trigger\n" + time + ",STI_" + to + "I," + to + "activate\n" +
+               time + ",Core_0,0,I," + to + "start\n";
+    };
+    const struct {
+        const char* what;
+        Packets packets;
+        std::string body;
+        Losses losses;
+    } kCases[] = {
+        {"a leave skips an open function",
+         {at<CFunctionEnter>(0, 0, 1, 7U), at<CFunctionEnter>(1, 0, 1, 8U), at<CFunctionLeave>(2, 0, 1, 7U)},
+         started + "0,TASK_1,0,R,function_7,0,start\n1,TASK_1,0,R,function_8,0,start\n"
+                   "2,TASK_1,0,R,function_8,0,terminate\n2,TASK_1,0,R,function_7,0,terminate\n"
+                   "2,Core_0,0,T,TASK_1,0,terminate\n",
+         {{kSupplied, 1}}},
+        {"leaves without enters",
+         {at<CHWExceptionLeave>(0, 0, 1, 2U), at<CProcessLeave>(0, 0, 1, 3U), at<CFunctionLeave>(0, 0, 1, 7U)},
+         started + "0,Core_0,0,T,TASK_1,0,terminate\n",
+         {{kNoEnter, 3}}},
+        {"a leave skips an interrupt",
+         {at<CHWExceptionEnter>(0, 0, 1, 2U), at<CHWExceptionEnter>(1, 0, 1, 4U), at<CFunctionEnter>(2, 0, 1, 7U),
+          at<CHWExceptionLeave>(3, 0, 1, 2U)},
+         interrupted("0", "2") + "1,Core_0,0,I,ISR_2,0,preempt\n" + interrupted("1", "4") +
+             "2,ISR_4,0,R,function_7,0,start\n3,ISR_4,0,R,function_7,0,terminate\n"
+             "3,Core_0,0,I,ISR_4,0,terminate\n3,Core_0,0,I,ISR_2,0,resume\n3,Core_0,0,I,ISR_2,0,terminate\n" +
+             std::string("3,STI_TASK_1,0,STI,STI_TASK_1,0,trigger\n3,STI_TASK_1,0,T,TASK_1,0,activate\n"
+                         "3,Core_0,0,T,TASK_1,0,start\n3,Core_0,0,T,TASK_1,0,terminate\n"),
+         {{kSupplied, 2}}},
+        {"a process is undefined that does not run",
+         {at<CProcessEnter>(0, 0, 1, 3U), at<CProcessLeave>(1, 0, 1, 3U), at<CHWExceptionEnter>(2, 0, 1, 2U),
+          at<CProcessUndefine>(3, 0, 1, 3U), at<CProcessUndefine>(3, 0, 1, 4U)},
+         process + "1,Core_0,0,T,TASK_process_3,0,preempt\n" + interrupted("2", "2") +
+             "3,Core_0,0,I,ISR_2,0,preempt\n3,Core_0,0,T,TASK_process_3,0,resume\n"
+             "3,Core_0,0,T,TASK_process_3,0,terminate\n3,Core_0,0,I,ISR_2,0,resume\n3,Core_0,0,I,ISR_2,0,terminate\n",
+         {{kSupplied, 3}}},
+        {"a process is entered on a second core",
+         {at<CProcessEnter>(0, 0, 1, 3U), at<CProcessEnter>(1, 1, 1, 3U), at<CProcessLeave>(2, 0, 1, 3U)},
+         process + "1,Core_0,0,T,TASK_process_3,0,preempt\n1,Core_1,0,T,TASK_process_3,0,resume\n"
+                   "2,Core_1,0,T,TASK_process_3,0,terminate\n",
+         {{kNoEnter, 1}}},
+        {"what cannot be shown",
+         {std::make_shared<CBusData>(), std::make_shared<CSystemData>(), std::make_shared<CMessage>(),
+          std::make_shared<CTransition>(), at<CFunctionEnter>(0, 0, 1, ~0U)},
+         started + "0,Core_0,0,T,TASK_1,0,terminate\n",
+         {{"bus packets", 1},
+          {"system trace packets", 1},
+          {"messages", 1},
+          {"state machines", 1},
+          {"functions without a number", 1}}},
+    };
+    for (const auto& [what, packets, body, losses] : kCases) {
+        SCOPED_TRACE(what);
+        const Written file = written(packets);
+        EXPECT_EQ(file.body(), body);
+        EXPECT_EQ(file.losses, losses);
+        EXPECT_EQ(complaintsOf(file.text), "");
+    }
+}
+
+TEST(BtfWriter, KeepsNoMoreThanItsLimitOfOpenFunctionsAndInterrupts) {
+    Packets packets{at<CProcessEnter>(0, 0, 1, 3U)};
+    for (unsigned i = 0; i < 4097; ++i)
+        packets.push_back(at<CFunctionEnter>(0, 0, 1, 7U));
+    packets.insert(packets.end(),
+                   {at<CProcessUndefine>(0, 0, 1, 3U), at<CProcessEnter>(0, 0, 1, 3U), at<CFunctionEnter>(0, 0, 1, 7U),
+                    at<CFunctionLeave>(0, 0, 1, 7U), at<CProcessLeave>(0, 0, 1, 3U)});
+    for (unsigned i = 0; i < 4098; ++i)
+        packets.push_back(at<CFunctionEnter>(i, 0, 1, 7U));
+    for (unsigned i = 0; i < 4098; ++i)
+        packets.push_back(at<CFunctionLeave>(i, 0, 1, 7U));
+    for (unsigned i = 0; i < 257; ++i)
+        packets.push_back(at<CHWExceptionEnter>(5000, 0, 1, 2U));
+    for (unsigned i = 0; i < 257; ++i)
+        packets.push_back(at<CHWExceptionLeave>(5000, 0, 1, 2U));
+    const Written file = written(packets);
+    EXPECT_EQ(complaintsOf(file.text), "");
+    EXPECT_EQ(file.losses.at("functions nested too deep"), 5U);
+    EXPECT_EQ(file.losses.at("interrupts nested too deep"), 2U);
+    EXPECT_FALSE(file.losses.contains(kNoEnter));
+}
+
+/// Cores that switch threads and processes, are interrupted, and call functions; all leaves are there.
+TEST(BtfWriter, FollowsASchedulerWithoutLoss) {
+    struct Flow {
+        std::uint32_t id;
+        std::vector<std::uint32_t> functions;
+    };
+    RandomPackets random(7);
+    std::vector<Flow> threads, processes;
+    for (std::uint32_t i = 0; i < 8; ++i) {
+        threads.push_back({i, {}});
+        processes.push_back({100 + i, {}});
+    }
+    struct {
+        Flow* thread = nullptr;
+        Flow* process = nullptr;
+        std::vector<Flow> interrupts;
+    } cores[3];
+    Packets packets;
+    for (std::uint64_t tick = 1000; packets.size() < 20'000; tick += random.below(5)) {
+        const unsigned number = random.below(3);
+        auto& core = cores[number];
+        const auto idle = [&](Flow* flow) {
+            for (const auto& other : cores) {
+                if (other.thread == flow || other.process == flow)
+                    return false;
+            }
+            return true;
+        };
+        Flow* const next = &threads[random.below(8)];
+        if (!core.thread || (!core.process && core.interrupts.empty() && random.below(20) == 0 && idle(next)))
+            core.thread = idle(next) ? next : core.thread;
+        if (!core.thread)
+            continue;
+        const std::uint32_t task = core.thread->id;
+        Flow& flow = !core.interrupts.empty() ? core.interrupts.back() : core.process ? *core.process : *core.thread;
+        const unsigned what = random.below(10);
+        if (what < 2 && core.interrupts.size() < 3) {
+            core.interrupts.push_back({random.below(4), {}});
+            packets.push_back(at<CHWExceptionEnter>(tick, number, task, core.interrupts.back().id));
+        } else if (what < 3 && !core.interrupts.empty() && flow.functions.empty()) {
+            packets.push_back(at<CHWExceptionLeave>(tick, number, task, flow.id));
+            core.interrupts.pop_back();
+        } else if (what < 5 && flow.functions.size() < 6) {
+            flow.functions.push_back(random.below(9));
+            packets.push_back(at<CFunctionEnter>(tick, number, task, flow.functions.back()));
+        } else if (what < 8 && !flow.functions.empty()) {
+            packets.push_back(at<CFunctionLeave>(tick, number, task, flow.functions.back()));
+            flow.functions.pop_back();
+        } else if (what == 8) {
+            packets.push_back(at<CVariableWrite>(tick, number, task, 5U, CData(tick)));
+        } else if (core.process && core.interrupts.empty()) {
+            const bool ends = flow.functions.empty();
+            packets.push_back(ends ? at<CProcessUndefine>(tick, number, task, flow.id)
+                                   : at<CProcessLeave>(tick, number, task, flow.id));
+            core.process = nullptr;
+        } else if (Flow* process = &processes[random.below(8)]; core.interrupts.empty() && idle(process)) {
+            core.process = process;
+            packets.push_back(at<CProcessEnter>(tick, number, task, process->id));
+        }
+    }
+    const Written file = written(packets);
+    EXPECT_EQ(complaintsOf(file.text), "");
+    EXPECT_EQ(file.losses, Losses());
+}
+
+TEST(BtfWriter, WritesALegalFileFromAnyPackets) {
+    constexpr std::array kMake = {
+        at<CHWExceptionEnter, std::uint32_t>, at<CHWExceptionLeave, std::uint32_t>, at<CProcessEnter, std::uint32_t>,
+        at<CProcessLeave, std::uint32_t>,     at<CProcessUndefine, std::uint32_t>,  at<CFunctionEnter, std::uint32_t>,
+        at<CFunctionLeave, std::uint32_t>,    at<CVariableRead, std::uint32_t>,
+    };
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        SCOPED_TRACE(seed);
+        RandomPackets random(seed);
+        Packets packets;
+        for (std::uint64_t tick = 0; packets.size() < 2000; tick += random.below(3)) {
+            const std::uint32_t core = random.below(3), task = random.below(4), id = random.below(4);
+            const auto* make = &kMake[random.below(kMake.size())];
+            packets.push_back(random.below(4) == 0 ? random.packet() : (*make)(tick, core, task, id));
+            if (packets.back()->TraceCode() == TraceDisabled)
+                packets.pop_back();
+        }
+        EXPECT_EQ(complaintsOf(written(packets).text), "");
+    }
+}
+
+TEST(BtfWriter, MakesNamesLegalAndUnique) {
+    const Written file = written({
+        at<CFunctionDefine>(0, 0, 1, 1U, "#a,b c\n\xc3\xa4"),
+        at<CFunctionDefine>(0, 0, 1, 2U, "_a_b_c___"),
+        at<CFunctionDefine>(0, 0, 1, 3U, "TASK_1"),
+        at<CProcessDefine>(0, 0, 1, 1U, "1"),
+        at<CFunctionEnter>(0, 0, 1, 1U),
+        at<CFunctionEnter>(0, 0, 1, 2U),
+        at<CFunctionEnter>(0, 0, 1, 3U),
+        at<CProcessEnter>(0, 0, 1, 1U),
+        at<CVariableWrite>(0, 0, 1, 9U, CData()),
+    });
+    EXPECT_NE(file.text.find("#-T TASK_1\n#-STI STI_TASK_1\n#-R _a_b_c___\n#-R _a_b_c____2\n#-R TASK_1_3\n"
+                             "#-T TASK_1_1\n#-STI STI_TASK_1_1\n#-SIG variable_9\n"),
+              std::string::npos)
+        << file.text;
+    EXPECT_NE(file.text.find("0,TASK_1_1,0,SIG,variable_9,0,write,unknown\n"), std::string::npos) << file.text;
+    EXPECT_EQ(complaintsOf(file.text), "");
+}
+
+TEST(BtfWriter, TellsTimesInNanoseconds) {
+    const Packets packets{at<CExecInsn>(1000, 0, 1), at<CVariableWrite>(1010, 0, 1, 5U, CData(std::uint8_t{1}))};
+    EXPECT_NE(written(packets).body().find("\n10,TASK_1,0,SIG,variable_5,0,write,1\n"), std::string::npos);
+    Packets timed = packets;
+    timed.push_back(std::make_shared<CTimestamp>(std::uint64_t{1010}, std::uint64_t{3'000'000}));
+    EXPECT_NE(written(timed).body().find("\n3333,TASK_1,0,SIG,variable_5,0,write,1\n"), std::string::npos);
+}
+
+TEST(BtfWriter, WritesNoTableLastAndTellsOfAStreamThatFails) {
+    const Written empty = written({std::make_shared<CTraceDisabled>()});
+    EXPECT_EQ(complaintsOf(empty.text), "");
+    EXPECT_EQ(empty.body(), "");
+    std::ostringstream out;
+    CBtfWriter writer(out);
+    EXPECT_TRUE(writer.put(at<CExecInsn>(0, 0, 1).get()));
+    out.setstate(std::ios::badbit);
+    EXPECT_FALSE(writer.put(std::make_shared<CTraceDisabled>().get()));
+    EXPECT_FALSE(writer.good());
+    EXPECT_FALSE(writer.written());
+}
+
+} // namespace
+} // namespace Quorvex::test

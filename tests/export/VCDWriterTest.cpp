@@ -1,0 +1,284 @@
+#include "quorvex/export/VCDWriter.h"
+
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/stream/ContextSort.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/Golden.h"
+#include "tests/support/RandomPackets.h"
+#include "tests/support/Samples.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/VcdFile.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+CCoreContext at(std::uint64_t tick, std::uint32_t core = 0, std::uint32_t thread = 1) {
+    return CCoreContext(tick, core, thread, kUnknown64);
+}
+
+/// The dump of packets, which are released.
+std::string dumpOf(std::list<CPacket*> packets, CViewerWriter::Losses* losses = nullptr) {
+    std::ostringstream out;
+    CVCDWriter writer(out);
+    EXPECT_TRUE(writer.forward(packets));
+    writer.flush();
+    EXPECT_TRUE(writer.written());
+    if (losses)
+        *losses = writer.losses();
+    return out.str();
+}
+
+std::list<CPacket*> everything() {
+    const unsigned char bytes[] = {1, 2, 3};
+    CSignalMask lines("10110000"), values("00110000"), valid("10011111");
+    return {
+        new CTraceEnabled,
+        new CTimestamp(1000, std::uint64_t{1'000'000}),
+        new CFunctionDefine(at(1000), 7, "main"),
+        new CFunctionDefine(at(1000), 8, "ns::f(int)"),
+        new CFunctionEnter(at(1005), 7),
+        new CFunctionEnter(at(1006), 8),
+        new CFunctionEnter(at(1007), 8),
+        new CFunctionLeave(at(1008), 8),
+        new CFunctionEnter(at(1008, 1, 2), 9),
+        new CProcessDefine(at(1009), 3, "idle"),
+        new CProcessEnter(at(1009), 3),
+        new CHWExceptionEnter(at(1010), 14),
+        new CHWExceptionLeave(at(1011), 14),
+        new CProcessLeave(at(1012), 3),
+        new CCounterDefine(at(1012), 5, 0, "load"),
+        new CCounterValue(at(1012), 5, TCounter_t(std::uint64_t{300})),
+        new CCounterValue(at(1013), 5, TCounter_t(0.5)),
+        new CCounterValueDim2(at(1013), 6, TCounter_t(std::uint64_t{4}), TCounterIdx_t(std::uint64_t{1}),
+                              TCounterIdx_t(std::uint64_t{2})),
+        new CCounterValueVar(
+            at(1013), 6, CCounterValueVarPayload(TVarCounter_t(std::uint16_t{513}), TVarCounter_t(std::uint16_t{3}))),
+        new CEventDefine(4, Watchpoint, "watch"),
+        new CEvent(at(1014), 4, CData(std::uint8_t{0x81})),
+        new CEvent(at(1015), 4),
+        new CVariableWrite(at(1015), 2, CData(bytes, 3)),
+        new CSignal(CBusContext(1016, 0, 9), values, valid),
+        new CSignalDefine(CBusContext(1016, 0, 8), 1, lines, "bus"),
+        new CSignal(CBusContext(1016, 0, 8), values, valid),
+        new CStateMachineDefine(11, "door"),
+        new CStateMachineInstanceDefine(11, 1, "front"),
+        new CTransitionDefine(11, 0, 2, 5, "open"),
+        new CInitialState(11, 1, 0, 0, 1017),
+        new CTransition(11, 1, 5, 0, 1018),
+        new CTransition(11, 1, 6, 0, 1019),
+        new CRelFunctionLeave(0, 0,
+                              7), // relative to nothing known: at the time of the packet before, on core 0, thread 0
+        new CMessage(1020, 0, "lost"),
+        new CTraceDisabled,
+    };
+}
+
+TEST(VCDWriter, WritesEverythingThatADumpCanShow) {
+    std::ostringstream out;
+    CVCDWriter writer(out);
+    std::list<CPacket*> packets = everything();
+    EXPECT_TRUE(writer.forward(packets));
+    EXPECT_TRUE(writer.written()) << "by the trace-disabled packet";
+    expectGolden("everything.vcd", out.str());
+    EXPECT_EQ(writer.losses(), (CViewerWriter::Losses{{"leaves of what had not been entered", 1},
+                                                      {"messages", 1},
+                                                      {"state transitions that are not defined", 1}}));
+    EXPECT_EQ(writer.duration(), 20U);
+    EXPECT_EQ(VcdFile(out.str()).variables.size(), writer.variables().size());
+    CEndOfTrace end;
+    EXPECT_FALSE(writer.put(&end) || writer.put(nullptr) || writer.good());
+}
+
+/// The value of a variable at the end of a time.
+std::string valueAt(const VcdFile& file, const std::string& path, std::uint64_t time) {
+    const auto& changes = file.variables.at(path).changes;
+    auto change = changes.upper_bound(time);
+    return change == changes.begin() ? "" : std::prev(change)->second;
+}
+
+std::uint64_t numberAt(const VcdFile& file, const std::string& path, std::uint64_t time) {
+    return std::stoull(valueAt(file, path, time), nullptr, 2);
+}
+
+TEST(VCDWriter, SuppliesWhatIsMissingAndKeepsTimeGoingForward) {
+    CViewerWriter::Losses losses;
+    const VcdFile file(
+        dumpOf({new CFunctionLeave(at(kUnknown64), 1), new CFunctionEnter(at(100), 1), new CFunctionEnter(at(110), 2),
+                new CFunctionEnter(at(120), 3), new CFunctionLeave(at(130), 1), new CFunctionEnter(at(90), 4),
+                new CFunctionEnter(at(140), 4), new CFunctionDefine(at(1), 4, "a b"),
+                new CFunctionDefine(at(1), 3, "a-b"), new CFunctionDefine(at(1), 3, "a+b")},
+               &losses));
+    EXPECT_EQ(numberAt(file, "trace.thread_1.depth", 20), 3U);
+    EXPECT_EQ(numberAt(file, "trace.thread_1.depth", 30), 1U) << "all are left, one is entered too early";
+    EXPECT_EQ(valueAt(file, "trace.thread_1.functions.function_2", 29), "1");
+    EXPECT_EQ(valueAt(file, "trace.thread_1.functions.function_2", 30), "0");
+    EXPECT_EQ(valueAt(file, "trace.thread_1.functions.a_b", 40), "0");
+    EXPECT_EQ(valueAt(file, "trace.thread_1.functions.a_b_4", 40), "1") << "one name, two functions";
+    EXPECT_EQ(file.end, 40U);
+    EXPECT_EQ(losses, (CViewerWriter::Losses{{"leaves of what had not been entered", 1},
+                                             {"leaves that are missing", 2},
+                                             {"names given anew, of which one is shown", 1},
+                                             {"packets earlier than the one before them", 4}}));
+}
+
+TEST(VCDWriter, TellsTimeInAUnitThatFitsTheClock) {
+    struct {
+        std::uint64_t frequency;
+        std::string unit;
+        std::uint64_t end; ///< of 7 ticks
+    } const cases[] = {
+        {1, "1s", 7},
+        {1'000, "1ms", 7},
+        {1'000'000'000, "1ns", 7},
+        {3'000'000, "1ns", 2333},
+        {32'768, "1ns", 213623},
+        {1'000'000'000'000, "1ps", 7},
+        {2'400'000'000, "1ps", 2916},
+        {0, "1ns", 7},
+    };
+    for (const auto& [frequency, unit, end] : cases) {
+        std::list<CPacket*> packets{new CFunctionEnter(at(1'000'000'000'000'000'000), 1),
+                                    new CFunctionLeave(at(1'000'000'000'000'000'007), 1)};
+        if (frequency != 0)
+            packets.push_back(new CTimestamp(1'000'000'000'000'000'007, frequency)); // also when it comes late
+        const VcdFile file(dumpOf(packets));
+        EXPECT_EQ(file.timescale, unit);
+        EXPECT_EQ(file.end, end) << frequency;
+        EXPECT_EQ(file.variables.at("trace.thread_1.depth").changes.rbegin()->first, end);
+    }
+}
+
+TEST(VCDWriter, NeverRunsOutOfStackOrLegalIdentifiers) {
+    std::list<CPacket*> packets;
+    for (std::uint32_t i = 0; i < 10'000; ++i)
+        packets.push_back(new CFunctionEnter(at(i), i));
+    for (std::uint32_t i = 10'000; i-- > 0;)
+        packets.push_back(new CFunctionLeave(at(20'000 - i), i));
+    for (std::uint32_t i = 0; i < 10'000; ++i)
+        packets.push_back(new CCounterValue(at(30'000), i, TCounter_t(std::uint64_t{i})));
+    CViewerWriter::Losses losses;
+    const std::string text = dumpOf(packets, &losses);
+    const VcdFile file(text);
+    EXPECT_EQ(file.variables.size(), 1U + 3 + 4096 + 10'000);
+    EXPECT_EQ(numberAt(file, "trace.thread_1.depth", 9'999), 10'000U);
+    EXPECT_EQ(numberAt(file, "trace.thread_1.depth", 20'000), 0U);
+    EXPECT_EQ(losses.at("nesting deeper than 4096, shown by its depth only"), 10'000U - 4096);
+    std::set<std::string> codes;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string word, code;
+        if (words >> word && word == "$var" && words >> word >> word >> code) {
+            EXPECT_TRUE(codes.insert(code).second && code[0] != '$' && code.find('\x7f') == std::string::npos) << code;
+        }
+    }
+    EXPECT_EQ(codes.size(), file.variables.size());
+}
+
+TEST(VCDWriter, ReportsATargetThatFails) {
+    std::ofstream full("/dev/full");
+    if (!full.is_open())
+        GTEST_SKIP() << "no /dev/full here";
+    CVCDWriter writer(full);
+    std::list<CPacket*> packets = everything();
+    EXPECT_FALSE(writer.forward(packets));
+    EXPECT_FALSE(writer.written());
+    EXPECT_EQ(packets.size(), 1U) << "the packet that was to write it stays with the caller";
+    CPacketFactory::release(packets);
+}
+
+/// Random packets of all kinds with ticks that mostly go forward, and function calls that mostly match.
+std::list<CPacket*> randomTrace(unsigned count, unsigned seed) {
+    RandomPackets random(seed);
+    std::list<CPacket*> packets;
+    std::uint64_t tick = 1'000'000;
+    for (unsigned i = 0; i < count; ++i) {
+        tick += random.below(50);
+        const CCoreContext context(tick, random.below(2), random.below(3), 0);
+        if (random.below(3) > 0) {
+            const std::uint32_t function = random.below(6);
+            packets.push_back(random.below(2) ? static_cast<CPacket*>(new CFunctionEnter(context, function))
+                                              : new CFunctionLeave(context, function));
+            continue;
+        }
+        std::string wire = random.wire();
+        const auto code = tagTCode(static_cast<unsigned char>(wire[0]));
+        if (code == TraceDisabled || (code == Timestamp && wire[1] != 8))
+            continue;
+        if (sortOfAbsolute(code) == ContextSort::Core || sortOfSync(code) == ContextSort::Core || code == Event)
+            context.write(wire.data() + 2, CCoreContext::Len());
+        else if (sortOfAbsolute(code) != ContextSort::None || sortOfSync(code) != ContextSort::None ||
+                 code == Message || code == Timestamp || code == TraceBroken)
+            storeLittleEndian(wire.data() + 2, tick);
+        else if (code == InitialState || code == Transition)
+            storeLittleEndian(wire.data() + 2 + 16, tick);
+        unsigned consumed = 0;
+        packets.push_back(CPacketFactory::getCPacket(wire.data(), static_cast<unsigned>(wire.size()), consumed));
+    }
+    return packets;
+}
+
+bool isInstalled(const std::string& program) {
+    return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// Another program reads the dump and writes it again: without a warning, and with the same values.
+TEST(VCDWriter, IsReadByOthersWithTheValuesItHas) {
+    if (!isInstalled("vcd2fst") || !isInstalled("fst2vcd"))
+        GTEST_SKIP() << "no vcd2fst and fst2vcd (package gtkwave)";
+    TemporaryDirectory directory;
+    std::list<CPacket*> samplesOfAll;
+    for (const Sample& sample : samples()) {
+        samplesOfAll.push_back(sample.make());
+        if (samplesOfAll.back()->TraceCode() == TraceDisabled)
+            CPacketFactory::releaseCPacket(&samplesOfAll.back());
+    }
+    std::string texts[] = {dumpOf(everything()), dumpOf(samplesOfAll), dumpOf(randomTrace(20'000, 1)),
+                           dumpOf(randomTrace(20'000, 2))};
+    for (const std::string& text : texts) {
+        std::ofstream(directory.path("a.vcd"), std::ios::binary) << text;
+        const std::string run =
+            "cd " + directory.path().string() +
+            " && rm -f a.fst b.vcd && vcd2fst a.vcd a.fst >log 2>&1 && fst2vcd -f a.fst -o b.vcd >>log 2>&1";
+        EXPECT_EQ(std::system(run.c_str()), 0);
+        EXPECT_EQ(directory.content("log"), "");
+        VcdFile ours(text), theirs(directory.content("b.vcd"));
+        ours.dropRepeated();
+        theirs.dropRepeated();
+        EXPECT_EQ(theirs.timescale, ours.timescale);
+        ASSERT_EQ(theirs.variables.size(), ours.variables.size());
+        for (const auto& [path, variable] : ours.variables) {
+            const auto other = theirs.variables.find(path);
+            ASSERT_NE(other, theirs.variables.end()) << path;
+            EXPECT_TRUE(other->second.changes == variable.changes) << path;
+        }
+    }
+    takeLog();
+}
+
+TEST(VCDWriter, IsReadByALogicAnalyserWithoutAWarning) {
+    if (!isInstalled("sigrok-cli"))
+        GTEST_SKIP() << "no sigrok-cli";
+    TemporaryDirectory directory;
+    // Short ones: that program makes a sample of every unit of time.
+    for (const std::string& text : {dumpOf(everything()), dumpOf(randomTrace(2'000, 3))}) {
+        std::ofstream(directory.path("a.vcd"), std::ios::binary) << text;
+        EXPECT_EQ(
+            std::system(("cd " + directory.path().string() + " && sigrok-cli -l 2 -I vcd -i a.vcd -O bits >bits 2>log")
+                            .c_str()),
+            0);
+        EXPECT_EQ(directory.content("log"), "");
+        EXPECT_NE(directory.content("bits").find("function_"), std::string::npos);
+    }
+    takeLog();
+}
+
+} // namespace
+} // namespace Quorvex::test

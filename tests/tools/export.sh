@@ -1,0 +1,89 @@
+#!/usr/bin/env bash
+# Exports traces with qvx, and looks at what it says and at what it makes.
+#
+#     export.sh QVX WORDCOUNT
+set -uo pipefail
+qvx=$1
+wordcount=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work" || exit 1
+failures=0
+
+fail() {
+    echo "FAILED: $*"
+    failures=$((failures + 1))
+}
+# export_to CODE ARGUMENTS...: runs qvx export, and compares its exit code. What it says stands in the file err.
+export_to() {
+    local code=$1
+    shift
+    "$qvx" export "$@" 2>err
+    local got=$?
+    [ "$got" -eq "$code" ] || { cat err; fail "exit $got, not $code: export $*"; }
+}
+says() { grep -qF -- "$1" err || { cat err; fail "does not say: $1"; }; }
+
+# A recorded program: several threads in one file, without loss.
+mkdir source
+for i in 1 2 3 4; do yes "some words of file $i" | head -200 >source/$i.md; done
+QVX_TRACEDIR=. "$wordcount" source 3 >/dev/null
+[ "$(ls thread_*.qvx | wc -l)" -eq 4 ] || fail 'four threads were to be recorded'
+export_to 0 thread_*.qvx --to vcd -o run.vcd --strict --save run.gtkw
+[ -s err ] && fail "says something without need: $(cat err)"
+[ "$(grep -c '^\$scope module thread_[0-9]* \$end$' run.vcd)" -eq 4 ] || fail 'threads of the dump'
+grep -q '^\$var wire 1 [^ ]* countLine \$end$' run.vcd || fail 'functions of the dump'
+grep -q '^[0-9A-F]\{8\} countLine$' run.gtkw.functions.txt || fail 'names for the viewer'
+grep -q '^\[dumpfile\] "/.*/run.vcd"$' run.gtkw || fail 'the dump of the viewer'
+entered=0
+for thread in thread_*.qvx; do
+    entered=$((entered + $("$qvx" dump --parsable "$thread" | grep -c '	FunctionEnter ')))
+done
+export_to 0 thread_*.qvx --to btf -o run.btf --strict
+[ "$(grep -c ',R,[^,]*,[0-9]*,start$' run.btf)" -eq "$entered" ] || fail 'functions of the BTF file'
+awk -F, '!/^#/ { if ($1 + 0 < last + 0) exit 1; last = $1 }' run.btf || fail 'the BTF file goes back in time'
+export_to 0 thread_*.qvx --to vcd -o - >piped.vcd
+cmp -s run.vcd piped.vcd || fail 'a pipe gets another dump'
+
+# What a format cannot show is told, and is an error for those who want that.
+{
+    printf '\tExecInsn\t24\t5\t0\t1\t0x10\n\tMessage\t9\t6\t0\n\tCharString\t2\thi \n'
+    printf '\tFunctionEnter\t28\t7\t0\t1\t0x10\t0x7\n\tMessage\t9\t6\t0\n\tEndOfTrace\t0\n'
+} >losses.txt
+export_to 3 losses.txt --to vcd -o losses.vcd
+says 'qvx: losses.vcd: not shown as in the trace: 1 instructions and branches, 2 messages, 1 packets earlier than the one before them'
+export_to 1 losses.txt --to vcd -o strict.vcd --strict
+says 'qvx: strict.vcd: cannot show 1 instructions'
+[ -e strict.vcd ] || [ -e strict.vcd.part ] && fail 'a failed export leaves a file'
+export_to 3 losses.txt --to btf -o losses.btf
+says '2 messages'
+head -c 100 "$(ls thread_*.qvx | head -1)" >cut
+export_to 3 cut --to vcd -o cut.vcd
+says 'stepped over'
+
+export_to 1 missing --to vcd -o out.vcd
+export_to 1 cut --to vcd -o run.vcd
+says 'qvx: run.vcd: exists; use --force to overwrite it'
+export_to 2 cut -o out.vcd
+export_to 2 cut --to nonsense -o out.vcd
+export_to 2 cut --to btf -o out.btf --save out.gtkw
+export_to 2 cut --to vcd -o - --save out.gtkw >/dev/null
+: >empty
+for format in vcd btf; do
+    export_to 0 empty --to $format -o empty.$format
+    [ -s empty.$format ] || fail "no frame around nothing in $format"
+done
+if [ -e /dev/full ]; then
+    "$qvx" export losses.txt --to vcd -o - >/dev/full 2>err
+    [ $? -eq 1 ] && grep -q 'No space left on device' err || { cat err; fail 'a full disk'; }
+fi
+
+# A viewer takes the dump, and what sets it up.
+if command -v vcd2fst >/dev/null; then
+    vcd2fst run.vcd run.fst >log 2>&1 && [ ! -s log ] || { cat log; fail 'vcd2fst'; }
+else
+    echo 'skipped: no vcd2fst (package gtkwave)'
+fi
+
+[ "$failures" -eq 0 ] && echo 'export: ok'
+exit "$((failures > 0))"

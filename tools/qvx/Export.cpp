@@ -1,0 +1,98 @@
+#include "Merged.h"
+#include "Output.h"
+#include "SaveFile.h"
+#include "Verbs.h"
+#include "quorvex/export/BtfWriter.h"
+#include "quorvex/export/VCDWriter.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace qvx {
+
+namespace {
+
+using namespace Quorvex;
+
+enum class Target { VCD, BTF };
+
+struct ExportOptions {
+    std::vector<std::string> files;
+    Target target = Target::VCD;
+    bool strict = false;
+    std::string save;
+    Output output;
+};
+
+std::string listOf(const CViewerWriter::Losses& losses) {
+    std::string list;
+    for (const auto& [what, count] : losses)
+        list += fmt::format("{}{} {}", list.empty() ? "" : ", ", count, what);
+    return list;
+}
+
+ExitCode exportTo(ExportOptions& options) {
+    Merged merged(options.files);
+    std::ostream& out = options.output.open();
+    std::unique_ptr<CViewerWriter> writer;
+    CVCDWriter* dump = nullptr;
+    if (options.target == Target::BTF)
+        writer = std::make_unique<CBtfWriter>(out, fmt::format("{}", fmt::join(options.files, " ")));
+    else
+        writer.reset(dump = new CVCDWriter(out));
+
+    errno = 0;
+    bool good = true;
+    while (const PacketPointer packet = good ? merged.next() : nullptr)
+        good = writer->put(packet.get());
+    if (good)
+        writer->flush();
+    options.output.check();
+    if (!writer->written())
+        throw Failure("temporary file", platform::errorText(errno ? errno : EIO));
+
+    const std::string losses = listOf(writer->losses());
+    if (options.strict && !losses.empty())
+        throw Failure(options.output.name(), "cannot show " + losses);
+    options.output.commit();
+    if (!options.save.empty())
+        writeSaveFile(options.save, options.output.name(), *dump, options.output.force());
+    ExitCode exitCode = merged.reportDamage();
+    if (!losses.empty()) {
+        fmt::print(stderr, "qvx: {}: not shown as in the trace: {}\n", options.output.name(), losses);
+        exitCode = DoneWithLoss;
+    }
+    return exitCode;
+}
+
+} // namespace
+
+void addExport(CLI::App& program, ExitCode& exitCode) {
+    auto options = std::make_shared<ExportOptions>();
+    CLI::App* verb = program.add_subcommand("export", "Write traces in the formats of other viewers");
+    verb->add_option("FILES", options->files, "Trace files, merged by time; - for standard input")->required();
+    verb->add_option("--to", options->target, "vcd (value change dump), btf (best trace format)")
+        ->required()
+        ->type_name("FORMAT")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Target>{{"vcd", Target::VCD}, {"btf", Target::BTF}})
+                        .description(""));
+    verb->add_flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
+    auto* save = verb->add_option("--save", options->save,
+                                  "(vcd) Also write FILE, which sets the viewer GTKWave up, and names beside it");
+    save->type_name("FILE");
+    options->output.addOptions(*verb, true);
+    verb->footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
+                 "What the target cannot show is counted, told, and gives exit code 3.");
+    verb->callback([options, &exitCode] {
+        if (!options->save.empty() && (options->target != Target::VCD || !options->output.isNamed()))
+            throw CLI::ValidationError("--save", "goes with --to vcd and a named file");
+        exitCode = exportTo(*options);
+    });
+}
+
+} // namespace qvx
