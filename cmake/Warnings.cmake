@@ -5,3 +5,5 @@ if(MSVC)
 else()
   target_compile_options(quorvex_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 endif()
+# What Clang adds to -Wconversion over GCC.
+target_compile_options(quorvex_warnings INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>)

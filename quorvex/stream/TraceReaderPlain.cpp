@@ -88,31 +88,30 @@ bool CTraceReaderPlain::loadPacket(unsigned& size) {
     const auto at = [this](unsigned offset) { return static_cast<unsigned char>((m_block + m_index)[offset]); };
     if (!load(CPacketHeader::Len()))
         return false;
-    const unsigned sizeOfPacket = CPacketHeader::Len() + at(1);
-    if (!load(sizeOfPacket))
+    // Never more bytes than the header and the texts announce, though a damaged packet may ask for more: what it would
+    // get depends on how much the block happens to hold.
+    size = CPacketHeader::Len() + at(1);
+    if (!load(size))
         return false;
-    unsigned need = sizeOfPacket;
+    const unsigned sizeOfPacket = size;
     bool more = isFollowedByText(tagTCode(at(0)));
     while (more) {
-        if (need + CPacketHeader::Len() + kCharStringMax > kPageSize) {
+        if (size + CPacketHeader::Len() + kCharStringMax > kPageSize) {
             size = kOverlong;
             return true;
         }
-        if (!load(need + 1) || at(need) != CharString)
-            break;
-        if (!load(need + CPacketHeader::Len()))
-            return false;
-        const unsigned length = at(need + 1);
-        if (length == 0 && need == sizeOfPacket) {
-            size = sizeOfPacket;
+        if (!load(size + 1) || at(size) != CharString)
             return true;
-        }
-        need += CPacketHeader::Len() + length;
-        if (!load(need))
+        if (!load(size + CPacketHeader::Len()))
+            return false;
+        const unsigned length = at(size + 1);
+        if (length == 0 && size == sizeOfPacket)
+            return true;
+        size += CPacketHeader::Len() + length;
+        if (!load(size))
             return false;
         more = length == kCharStringMax;
     }
-    size = remain();
     return true;
 }
 

@@ -140,7 +140,6 @@ TEST(PlainReader, StepsOverDamageByItsLength) {
     MemorySource source(trace), lists(trace);
     CTraceReaderPlain reader(source), listReader(lists);
     EXPECT_EQ(PacketPointer(reader.get())->TraceCode(), TraceDisabled);
-    // The known code takes what it needs, if it is there, whatever its header says; here it is not.
     EXPECT_EQ(reader.get(), nullptr);
     EXPECT_EQ(reader.position(), 6U);
     EXPECT_EQ(reader.peek(), 0x06);

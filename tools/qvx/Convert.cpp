@@ -241,12 +241,6 @@ public:
 private:
     template <class Form> void writeAll(const TraceInput& input, Form form) {
         while (PacketPointer packet = form.next()) {
-            // Such a packet may have been shorter than it is written; a new one has the length that goes with it.
-            if (const auto* enabled = packetAs<CTraceEnabled>(*packet)) {
-                auto* whole = new CTraceEnabled;
-                whole->copyPayload(*enabled);
-                packet.reset(whole);
-            }
             ++m_packets;
             write(input, std::move(packet));
         }

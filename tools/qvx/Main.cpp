@@ -1,45 +1,8 @@
 #include "Verbs.h"
 
-#include <CLI/CLI.hpp>
-#include <fmt/format.h>
-
-#include <cstdio>
 #include <iostream>
-#include <string_view>
-#include <vector>
 
 int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
-    CLI::App program("Shows, converts and exports trace files of the Quorvex format.", "qvx");
-    program.set_version_flag("--version", "qvx " QVX_VERSION " (trace format 0)");
-    program.require_subcommand(1);
-    program.get_formatter()->column_width(28);
-    program.footer("`qvx FILE` alone is `qvx info FILE`. Exit codes: 0 done, 1 failed, 2 wrong use,\n"
-                   "3 done with loss (damage was stepped over, or the target format cannot show all).");
-    qvx::ExitCode exitCode = qvx::Done;
-    qvx::addInfo(program, exitCode);
-    qvx::addDump(program, exitCode);
-    qvx::addConvert(program, exitCode);
-    qvx::addExport(program, exitCode);
-    qvx::addKinds(program, exitCode);
-
-    std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (!arguments.empty()) {
-        const std::string& first = arguments.front();
-        const bool isFile = first == "-" || first.front() != '-';
-        const auto isVerb = [&first](const CLI::App* verb) { return verb->check_name(first); };
-        if (isFile && program.get_subcommands(isVerb).empty())
-            arguments.insert(arguments.begin(), "info");
-    }
-    // The parser takes the arguments last first.
-    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
-    try {
-        program.parse(reversed);
-        return exitCode;
-    } catch (const CLI::ParseError& error) {
-        return program.exit(error) == 0 ? qvx::Done : qvx::WrongUse;
-    } catch (const std::exception& error) {
-        fmt::print(stderr, "qvx: {}\n", error.what());
-        return qvx::Failed;
-    }
+    return qvx::run({argv + 1, argv + argc});
 }

@@ -1,14 +1,34 @@
 #include "Unpaged.h"
 
 #include "quorvex/packets/ContextStub.h"
+#include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/ContextSort.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
 
+#include <type_traits>
 #include <utility>
 
 namespace qvx {
 
 using namespace Quorvex;
+
+namespace {
+
+/// The packet with a header that tells its true length, as all have that are no damage or a short trace-enabled packet.
+PacketPointer regular(PacketPointer packet) {
+    CPacket* result = nullptr;
+    visitKind(*packet, [&result](const auto& kind) {
+        using Kind = std::remove_cvref_t<decltype(kind)>;
+        using Context = typename Kind::Context;
+        auto* fresh = new Kind;
+        static_cast<Context&>(*fresh) = static_cast<const Context&>(kind);
+        fresh->copyPayload(kind);
+        result = fresh;
+    });
+    return result ? PacketPointer(result) : std::move(packet);
+}
+
+} // namespace
 
 bool Unpaged::get(std::list<CPacket*>& packets) {
     CPacket* packet = get();
@@ -21,6 +41,8 @@ CPacket* Unpaged::get() {
     while (m_ahead.empty() || m_fillSize > 0) {
         PacketPointer packet = m_input.next();
         m_ended = !packet;
+        if (packet && packet->StreamSize() != m_input.end() - m_input.offset())
+            packet = regular(std::move(packet));
         if (m_input.offset() > 0 && m_input.offset() % kPageSize == 0) {
             m_ahead.clear();
             m_fillSize = 0;

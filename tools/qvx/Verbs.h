@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -22,6 +23,9 @@ class Failure : public std::runtime_error {
 public:
     Failure(const std::string& file, const std::string& text) : std::runtime_error(file + ": " + text) {}
 };
+
+/// Runs the program with arguments; what it returns is an ExitCode.
+int run(std::vector<std::string> arguments);
 
 /// Each verb adds its options to the program and sets `run`-callback code to `exitCode`.
 void addInfo(CLI::App& program, ExitCode& exitCode);

@@ -1,0 +1,78 @@
+// Runs the targets on files, without a fuzzer.
+//
+//     replay TARGET FILE_OR_DIRECTORY...   the inputs that are kept
+//     replay --seeds DIRECTORY             writes inputs to begin with: a directory for each target
+
+#include "fuzz/Targets.h"
+#include "fuzz/Traces.h"
+#include "tests/support/Bytes.h"
+#include "tests/support/Samples.h"
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace {
+
+using namespace Quorvex;
+namespace fs = std::filesystem;
+
+unsigned replay(fuzz::Target target, const fs::path& path) {
+    if (fs::is_directory(path)) {
+        unsigned count = 0;
+        for (const auto& entry : fs::directory_iterator(path))
+            count += replay(target, entry.path());
+        return count;
+    }
+    std::ifstream in(path, std::ios::binary);
+    const std::string content(std::istreambuf_iterator<char>(in), {});
+    target(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
+    return 1;
+}
+
+void writeSeeds(const fs::path& directory) {
+    std::string all;
+    for (const auto& target : fuzz::kTargets)
+        fs::create_directories(directory / target.name);
+    const auto write = [&](const char* target, const std::string& name, const std::string& content) {
+        std::ofstream(directory / target / name, std::ios::binary) << content;
+    };
+    for (const test::Sample& sample : test::samples()) {
+        const std::string bytes = test::bytes(sample.wire);
+        write("packet", sample.name, bytes);
+        all += bytes;
+    }
+    for (const char* target : {"reader", "pages", "compressor", "table", "viewers", "verbs"}) {
+        write(target, "samples", all);
+        for (std::size_t at = 0; at < all.size(); at += 200)
+            write(target, "part" + std::to_string(at), all.substr(at, 200));
+    }
+    write("signalMask", "bits", "0110100110010110");
+    for (const char* target : {"text", "verbs"}) {
+        std::ifstream in(QUORVEX_TEST_DATA "/table_parsable.txt", std::ios::binary);
+        unsigned number = 0;
+        for (std::string line; std::getline(in, line); ++number)
+            write(target, "row" + std::to_string(number), line + "\n");
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 3 && std::strcmp(argv[1], "--seeds") == 0) {
+        writeSeeds(argv[2]);
+        return 0;
+    }
+    for (const auto& target : fuzz::kTargets) {
+        if (argc < 3 || std::strcmp(target.name, argv[1]) != 0)
+            continue;
+        unsigned count = 0;
+        for (int i = 2; i < argc; ++i)
+            count += replay(target.run, argv[i]);
+        std::printf("%s: %u inputs\n", target.name, count);
+        return count > 0 ? 0 : 1;
+    }
+    std::fprintf(stderr, "usage: replay TARGET FILE_OR_DIRECTORY... | replay --seeds DIRECTORY\n");
+    return 2;
+}
