@@ -100,7 +100,10 @@ bool CTraceReaderPlain::loadPacket(unsigned& size) {
             size = kOverlong;
             return true;
         }
-        if (!load(size + 1) || at(size) != CharString)
+        // Only the end of the trace tells that no text follows; where reading fails, it may be there on the next try.
+        if (!load(size + 1))
+            return m_source.eof();
+        if (at(size) != CharString)
             return true;
         if (!load(size + CPacketHeader::Len()))
             return false;
