@@ -21,16 +21,11 @@ constinit bool g_barrier = false;
 
 } // namespace
 
-/// Flushes the stream of a thread that ends.
-struct CQVXInstrumentingStream::Owner {
-    CQVXInstrumentingStream* stream = nullptr;
-    ~Owner();
-};
-
 /// All streams of the process. It is never destroyed, because threads may ask for their stream at any time; a separate
 /// object closes it when the process ends.
 struct CQVXInstrumentingStream::Registry {
     ThreadInstanceMap<CQVXInstrumentingStream> streams;
+    std::atomic<bool> completed{false}; ///< all streams are; no lock of this object is certain to be free any more
 
     Registry() {
         platform::prepareBarrierOnAllThreads();
@@ -41,17 +36,17 @@ struct CQVXInstrumentingStream::Registry {
     static Registry& instance() {
         struct Closer {
             Registry* registry;
-            ~Closer() { registry->streams.close(); }
+            ~Closer() {
+                registry->streams.close();
+                registry->completed = true;
+            }
         };
         static Registry* const registry = new Registry;
         [[maybe_unused]] static const Closer closer{registry};
         return *registry;
     }
 
-    static Owner& owner() {
-        static thread_local Owner owner;
-        return owner;
-    }
+    static void threadEnded(void* stream);
 
     static void beforeFork() {
         instance().streams.lock();
@@ -66,18 +61,20 @@ struct CQVXInstrumentingStream::Registry {
         platform::prepareBarrierOnAllThreads();
         if (t_stream) {
             t_stream = nullptr;
-            owner().stream = nullptr;
+            platform::onThreadEnd(threadEnded, nullptr);
         }
         afterForkInParent();
     }
 };
 
-CQVXInstrumentingStream::Owner::~Owner() {
+/// Flushes the stream of a thread that ends.
+void CQVXInstrumentingStream::Registry::threadEnded(void* value) {
     t_stream = nullptr;
     t_ending = true;
-    if (!stream)
+    if (instance().completed)
         return;
-    auto& streams = Registry::instance().streams;
+    auto* stream = static_cast<CQVXInstrumentingStream*>(value);
+    auto& streams = instance().streams;
     // A stream may be completed by another thread that ends the program; the lock tells which comes first, and makes
     // what this thread wrote visible to the one that goes on with the stream.
     streams.lock();
@@ -132,7 +129,7 @@ CQVXInstrumentingStream* CQVXInstrumentingStream::get_Instance() {
         }
     }
     if (!t_ending) {
-        Registry::owner().stream = stream;
+        platform::onThreadEnd(Registry::threadEnded, stream);
         t_stream = stream;
     }
     return stream;

@@ -76,7 +76,6 @@ protected:
 private:
     friend class ThreadInstanceMap<CQVXInstrumentingStream>;
     struct Registry;
-    struct Owner;
     class Use;
 
     bool retire();

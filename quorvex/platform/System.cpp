@@ -7,6 +7,11 @@
 #if defined(_WIN32)
 #include "quorvex/platform/Com.h"
 
+#include <atomic>
+#include <cstdio>
+#include <fcntl.h>
+#include <fibersapi.h>
+#include <io.h>
 #include <processthreadsapi.h>
 #include <profileapi.h>
 #else
@@ -67,12 +72,34 @@ std::string defaultTemporaryDirectory() {
     return {};
 }
 
+void makeStandardStreamsBinary() {
+    for (std::FILE* stream : {stdin, stdout, stderr})
+        _setmode(_fileno(stream), _O_BINARY);
+}
+
 bool barrierOnAllThreads() {
     FlushProcessWriteBuffers();
     return true;
 }
 
 void prepareBarrierOnAllThreads() {}
+
+namespace {
+// Written before the first slot gets a value, and then only with the same.
+std::atomic<void (*)(void*)> g_threadEnded{nullptr};
+
+void CALLBACK callThreadEnded(void* value) {
+    if (value)
+        g_threadEnded.load()(value);
+}
+} // namespace
+
+void onThreadEnd(void (*ended)(void* value), void* value) {
+    // Not a thread_local object with a destructor: MinGW frees such objects before it calls their destructors.
+    static const DWORD slot = FlsAlloc(callThreadEnded);
+    g_threadEnded = ended;
+    FlsSetValue(slot, value);
+}
 
 void onFork(void (*)(), void (*)(), void (*)()) {}
 
@@ -121,6 +148,8 @@ std::string defaultTemporaryDirectory() {
     return directory.empty() ? "/tmp" : directory;
 }
 
+void makeStandardStreamsBinary() {}
+
 #if defined(__linux__)
 
 bool barrierOnAllThreads() {
@@ -140,6 +169,20 @@ bool barrierOnAllThreads() {
 void prepareBarrierOnAllThreads() {}
 
 #endif
+
+void onThreadEnd(void (*ended)(void* value), void* value) {
+    struct End {
+        void (*ended)(void*);
+        void* value;
+        ~End() {
+            if (value)
+                ended(value);
+        }
+    };
+    static thread_local End end{nullptr, nullptr};
+    end.ended = ended;
+    end.value = value;
+}
 
 void onFork(void (*before)(), void (*afterInParent)(), void (*afterInChild)()) {
     pthread_atfork(before, afterInParent, afterInChild);

@@ -26,6 +26,9 @@ QUORVEX_API std::string environment(const char* name);
 /// The directory for temporary files where the environment names none; may be empty.
 QUORVEX_API std::string defaultTemporaryDirectory();
 
+/// Has the standard streams of the process carry bytes as they are, also where the system makes line ends of its own.
+QUORVEX_API void makeStandardStreamsBinary();
+
 /// The system's text for one of its error numbers (errno), as in "Permission denied".
 QUORVEX_API std::string errorText(int error);
 
@@ -35,6 +38,11 @@ QUORVEX_API std::string errorText(int error);
 QUORVEX_API bool barrierOnAllThreads();
 /// Tells the system that barrierOnAllThreads will be called; once per process, before the other threads matter.
 QUORVEX_API void prepareBarrierOnAllThreads();
+
+/// Has `ended(value)` called by the calling thread when it ends; what was said before for this thread no longer counts.
+/// A null value takes it back. All calls in a process give the same function. The main thread's end is told only where
+/// that comes before the end of the process.
+QUORVEX_API void onThreadEnd(void (*ended)(void* value), void* value);
 
 /// Calls the three functions around every fork of the process (the last one in the child). No effect where processes
 /// do not fork.

@@ -1,3 +1,6 @@
+// On 32-bit systems a file of more than 2 GiB must be asked for, before the first header.
+#define _FILE_OFFSET_BITS 64
+
 #include "quorvex/platform/TemporaryFile.h"
 
 #include "quorvex/platform/System.h"

@@ -401,39 +401,40 @@ void TraceTextReader::parse(Row& row) const {
     if (code == Invalid)
         throw Wrong{name, std::string(kNameOfKind)};
     const std::string_view lengthCell = cells.take();
-    const auto length = number(trimmed(lengthCell));
-    if (!length || *length > UINT8_MAX)
+    const auto told = number(trimmed(lengthCell));
+    if (!told || *told > UINT8_MAX)
         throw Wrong{lengthCell, "the length of the payload, at most 255"};
+    const auto length = static_cast<std::uint8_t>(*told);
 
-    CPacketHeader header(code, static_cast<std::uint8_t>(*length));
+    CPacketHeader header(code, length);
     row.code = code;
     row.bytes.resize(CPacketHeader::Len());
     header.write(row.bytes.data(), CPacketHeader::Len());
     if (code == CharString) {
         // The cell ends with a blank of its own. Other blanks at the end are the text's, unless an editor took them.
         std::string_view text = cells.take();
-        std::string bytes = reversedBytes(trimmed(text), *length);
-        if (text.size() > *length && text.ends_with(' '))
+        std::string bytes = reversedBytes(trimmed(text), length);
+        if (text.size() > length && text.ends_with(' '))
             text.remove_suffix(1);
-        if (bytes.empty() && text.size() == *length && !text.starts_with(keywords::kHexPrefix))
+        if (bytes.empty() && text.size() == length && !text.starts_with(keywords::kHexPrefix))
             bytes = text;
-        if (bytes.size() != *length)
-            throw Wrong{text, "a text of " + bytesWord(*length) + ", or 0x and their hexadecimal digits"};
+        if (bytes.size() != length)
+            throw Wrong{text, "a text of " + bytesWord(length) + ", or 0x and their hexadecimal digits"};
         row.bytes += bytes;
     } else {
         const char zeros[UINT8_MAX] = {};
         unsigned consumed = 0;
         std::unique_ptr<CPacket> like;
         try {
-            like.reset(CPacketFactory::getCPacket(header, zeros, static_cast<unsigned>(*length), consumed));
+            like.reset(CPacketFactory::getCPacket(header, zeros, length, consumed));
         } catch (const CQVXException&) {
         }
-        if (!like || (consumed != *length && code != TraceEnabled))
+        if (!like || (consumed != length && code != TraceEnabled))
             throw Wrong{lengthCell, "a length that the payload of this kind can have"};
         Encoder encoder(cells, row.bytes);
         visitKind(*like, [&encoder](const auto& kind) { kind.visitParts(encoder); });
         // The fields that a short trace-enabled packet lacks are shown, but do not travel.
-        row.bytes.resize(CPacketHeader::Len() + *length);
+        row.bytes.resize(CPacketHeader::Len() + length);
     }
     while (!cells.atEnd()) {
         const std::string_view more = cells.take();

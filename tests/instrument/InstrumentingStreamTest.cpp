@@ -1,14 +1,15 @@
 #include "quorvex/instrument/InstrumentingStream.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/platform/System.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
 #include "tests/support/RandomPackets.h"
+#include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <set>
 #include <sstream>
@@ -16,17 +17,18 @@
 namespace Quorvex::test {
 namespace {
 
-/// A run of the recording program in a directory of its own.
+using Variables = std::vector<std::pair<std::string, std::string>>;
+
+/// A run of the recording program in a directory of its own, which has an empty directory `sub`.
 struct Recording {
     TemporaryDirectory directory;
     int status;
     std::map<unsigned, unsigned> told; ///< enters by thread, as the program counted them
 
-    explicit Recording(const std::string& mode, const std::string& settings = {}) {
-        const std::string command = "cd '" + directory.path().string() +
-                                    "' && QVX_TRACEDIR=. QVX_TRACEFILENAME= " + settings + " '" QUORVEX_RECORDER "' " +
-                                    mode + " > told";
-        status = std::system(command.c_str());
+    explicit Recording(const std::string& mode, Variables settings = {}) {
+        std::filesystem::create_directory(directory.path("sub"));
+        settings.insert(settings.begin(), {{"QVX_TRACEDIR", "."}, {"QVX_TRACEFILENAME", ""}});
+        status = run(directory.path().string(), settings, QUORVEX_RECORDER, mode);
         std::istringstream lines(directory.content("told"));
         for (unsigned thread = 0, enters = 0; lines >> thread >> enters;)
             told[thread] += enters;
@@ -120,6 +122,8 @@ TEST(InstrumentingStream, CompletesAllFilesWhenTheProgramEndsWhileThreadsRun) {
 }
 
 TEST(InstrumentingStream, LeavesTheParentsFilesAloneInAForkedChild) {
+    if (!canFork())
+        GTEST_SKIP() << "processes do not fork here";
     const Recording threads("forkedWithThreads");
     expectTraces(threads, true);
     EXPECT_EQ(threads.traces().size(), 1U + 3 * 2);
@@ -130,19 +134,17 @@ TEST(InstrumentingStream, LeavesTheParentsFilesAloneInAForkedChild) {
 }
 
 TEST(InstrumentingStream, RefusesQuietlyWhereNothingCanBeWritten) {
-    EXPECT_EQ(Recording("unwritable", "QVX_TRACEDIR=/nonexistent/directory").status, 0);
+    EXPECT_EQ(Recording("unwritable", {{"QVX_TRACEDIR", "/nonexistent/directory"}}).status, 0);
 }
 
 TEST(InstrumentingStream, ReportsAFullDiskOnce) {
-    if (!std::filesystem::exists("/dev/full"))
-        return;
-    // The name of the file that the program's main thread will open leads to the full device.
-    const Recording run("full", "sh -c 'ln -s /dev/full thread_$$.qvx && exec \"$0\" \"$@\"'");
-    EXPECT_EQ(run.status, 0);
+    if (!hasFullDevice())
+        GTEST_SKIP() << "no /dev/full here";
+    EXPECT_EQ(Recording("full").status, 0);
 }
 
 TEST(InstrumentingStream, HoldsFourPacketsForAThreadThatDoesNothing) {
-    const Recording run("nothing", "QVX_TRACEFILENAME=run_");
+    const Recording run("nothing", {{"QVX_TRACEFILENAME", "run_"}});
     ASSERT_EQ(run.traces().size(), 1U);
     EXPECT_TRUE(run.traces()[0].starts_with("run_"));
     const Trace trace(run.directory.path(run.traces()[0]));
@@ -163,13 +165,20 @@ TEST(InstrumentingStream, IsGoneForStaticObjectsThatAreDestroyedLate) {
 }
 
 TEST(InstrumentingStream, LooksForItsDirectoryInTheEnvironment) {
-    for (const std::string& variables :
-         {std::string("QVX_TRACEDIR=sub TEMP=/nonexistent"), std::string("QVX_TRACEDIR= TEMP=sub TMP=/nonexistent"),
-          std::string("QVX_TRACEDIR= TEMP= TMP=sub TMPDIR=/nonexistent"),
-          std::string("QVX_TRACEDIR= TEMP= TMP= TMPDIR=sub")}) {
-        const Recording run("nothing", "true; mkdir sub; " + variables);
+    std::vector<const char*> names = {"QVX_TRACEDIR", "TEMP", "TMP"};
+    if (!platform::defaultTemporaryDirectory().empty())
+        names.push_back("TMPDIR"); // where the system's own directory is looked for there
+    for (const std::string asked : names) {
+        // Those that come before it are empty, those behind it lead nowhere.
+        Variables settings;
+        const char* value = "";
+        for (const char* name : names) {
+            settings.emplace_back(name, name == asked ? "sub" : value);
+            value = name == asked ? "/nonexistent" : value;
+        }
+        const Recording run("nothing", settings);
         EXPECT_EQ(run.status, 0);
-        EXPECT_FALSE(std::filesystem::is_empty(run.directory.path("sub"))) << variables;
+        EXPECT_FALSE(std::filesystem::is_empty(run.directory.path("sub"))) << asked;
     }
 }
 

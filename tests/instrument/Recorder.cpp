@@ -1,18 +1,19 @@
 // Records itself in the way that its argument names, and prints for each of its threads what a reader must find:
 // "THREAD ENTERS". Ends with 0 unless something is wrong.
 
+#include "quorvex/platform/System.h"
 #include "quorvex/quorvex.h"
+#include "tests/support/System.h"
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -82,19 +83,14 @@ int running() {
 /// Forks three times; the children record, and nothing of the parent's may be touched.
 int forkAndRecord(void (*inChild)()) {
     int status = 0;
-    for (unsigned i = 0; i < 3; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            recordAndTell(10);
-            inChild();
-            std::exit(0);
-        }
-        recordAndTell(1);
-        int one = 1;
-        waitpid(child, &one, 0);
-        status |= one;
-    }
-    return status == 0 ? 0 : 1;
+    const auto child = [&] {
+        recordAndTell(10);
+        inChild();
+        std::exit(0);
+    };
+    for (unsigned i = 0; i < 3; ++i)
+        status |= Quorvex::test::fork(child, [] { recordAndTell(1); });
+    return status;
 }
 
 int forkedWithThreads() {
@@ -124,12 +120,7 @@ int forkedWhileBusy() {
 
 int execed() {
     recordAndTell(5);
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(0); // ends without completing anything
-    int status = 1;
-    waitpid(child, &status, 0);
-    return status;
+    return Quorvex::test::fork([] { std::_Exit(0); }, [] {}); // ends without completing anything
 }
 
 /// Where nothing can be written: one message for each thread, and everything refused is counted.
@@ -148,8 +139,11 @@ int unwritable() {
     return 0;
 }
 
-/// Where the disk fills up: one failure is reported, however much is recorded behind it.
+/// Where the disk fills up: one failure is reported, however much is recorded behind it. The name of the file that this
+/// thread will open leads to the full device.
 int full() {
+    std::filesystem::create_symlink("/dev/full",
+                                    "thread_" + std::to_string(Quorvex::platform::currentThreadId()) + ".qvx");
     for (unsigned i = 0; i < 5; ++i)
         record(20'000);
     return CMessageQueue::g_Instance->size() <= 2 && CQVXInstrumentingStream::get_Instance()->refused() > 0 ? 0 : 1;

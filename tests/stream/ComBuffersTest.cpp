@@ -8,6 +8,7 @@
 #include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/RandomPackets.h"
+#include "tests/support/System.h"
 
 #include <gtest/gtest.h>
 
@@ -359,6 +360,28 @@ TEST(ComBuffers, CarryAWholeTrace) {
     expectCarried<CTraceWriterPaged, CTraceSinkBufferIStream, CTraceSourceBufferIStream, MemoryStream, MemoryStream>();
     expectCarried<CTraceWriterPlain, CTraceSinkBufferIStreamWriter, CTraceSourceBufferIStreamReader, MemoryWriter,
                   MemoryReader>();
+}
+
+TEST(ComBuffers, CarryAWholeTraceOverTheSystemsOwnStream) {
+    const ATL::CComPtr<IStream> stream = systemStream();
+    if (!stream)
+        GTEST_SKIP() << "this system has none";
+    MemorySink direct;
+    record<CTraceWriterPaged>(direct);
+    CTraceSinkBufferIStream sink(stream);
+    record<CTraceWriterPaged>(sink);
+    EXPECT_EQ(sink.tellp(), direct.bytes.size());
+    CTraceSourceBufferIStream source(stream);
+    EXPECT_EQ(source.size(), direct.bytes.size());
+    std::string carried(direct.bytes.size() + 1, '\0');
+    unsigned got = 0;
+    EXPECT_TRUE(source.read(carried.data(), static_cast<unsigned>(carried.size()), 0, got));
+    EXPECT_TRUE(source.eof());
+    EXPECT_TRUE(carried.substr(0, got) == direct.bytes);
+    EXPECT_FALSE(source.read(carried.data(), 1, got));
+
+    const ATL::CComPtr<IUnknown> unknown(stream.p);
+    EXPECT_TRUE(CTraceSourceBufferIStream(unknown).good()) << "asked for by its identifier";
 }
 
 } // namespace

@@ -39,9 +39,10 @@ public:
         if (refuse)
             return false;
         const unsigned taken = std::min(count, most);
-        if (bytes.size() < at + taken)
-            bytes.resize(at + taken, '\0');
-        bytes.replace(at, taken, src, taken);
+        const auto from = static_cast<std::size_t>(at);
+        if (bytes.size() < from + taken)
+            bytes.resize(from + taken, '\0');
+        bytes.replace(from, taken, src, taken);
         at += taken;
         written = taken + boast;
         return written != 0;

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 namespace Quorvex::test {
@@ -12,10 +12,10 @@ namespace Quorvex::test {
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "quorvex_XXXXXX").string();
-        if (!mkdtemp(name.data()))
-            std::abort();
-        m_path = name;
+        std::random_device random;
+        do {
+            m_path = std::filesystem::temp_directory_path() / ("quorvex_" + std::to_string(random()));
+        } while (!std::filesystem::create_directory(m_path)); // one of that name is another test's
     }
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;

@@ -1,0 +1,40 @@
+# The libraries around ours: {fmt} and CLI11 for the program, GoogleTest for the tests. A distribution has binaries of
+# them for its own system alone. For other targets (-m32, Windows) they are built from what its packages bring along:
+# sources of GoogleTest, and headers that need no library of the other two.
+option(QUORVEX_DEPENDENCIES_FROM_SOURCE "Build what the tools and tests need from sources and headers in /usr"
+  ${CMAKE_CROSSCOMPILING})
+
+if(NOT QUORVEX_DEPENDENCIES_FROM_SOURCE)
+  if(QUORVEX_BUILD_TOOLS)
+    find_package(CLI11 REQUIRED)
+    find_package(fmt REQUIRED)
+  endif()
+  if(QUORVEX_BUILD_TESTS)
+    find_package(GTest REQUIRED)
+  endif()
+  return()
+endif()
+
+if(QUORVEX_BUILD_TOOLS)
+  # The rest of /usr/include belongs to another system, so these two folders get a directory of their own.
+  set(foreign_headers "${PROJECT_BINARY_DIR}/dependencies/include")
+  file(MAKE_DIRECTORY "${foreign_headers}")
+  foreach(library CLI fmt)
+    if(NOT EXISTS "/usr/include/${library}")
+      message(FATAL_ERROR "/usr/include/${library} is missing (packages libcli11-dev and libfmt-dev)")
+    endif()
+    file(CREATE_LINK "/usr/include/${library}" "${foreign_headers}/${library}" SYMBOLIC)
+  endforeach()
+  add_library(quorvex_foreign_headers INTERFACE)
+  target_include_directories(quorvex_foreign_headers SYSTEM INTERFACE "${foreign_headers}")
+  target_compile_definitions(quorvex_foreign_headers INTERFACE FMT_HEADER_ONLY=1)
+  add_library(CLI11::CLI11 ALIAS quorvex_foreign_headers)
+  add_library(fmt::fmt ALIAS quorvex_foreign_headers)
+endif()
+
+if(QUORVEX_BUILD_TESTS)
+  set(INSTALL_GTEST OFF CACHE BOOL "GoogleTest is for our tests only" FORCE)
+  add_subdirectory(/usr/src/googletest/googletest "${PROJECT_BINARY_DIR}/dependencies/googletest" EXCLUDE_FROM_ALL)
+  # Warnings in it are not ours to mend.
+  set_target_properties(gtest gtest_main PROPERTIES COMPILE_WARNING_AS_ERROR OFF)
+endif()
