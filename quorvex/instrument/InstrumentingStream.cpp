@@ -146,8 +146,8 @@ CQVXInstrumentingStream::CQVXInstrumentingStream(unsigned thread)
     }
     CTraceEnabled enabled;
     CTimestamp timestamp(m_context.Tick(), m_frequency);
-    CTraceWriterPaged::put(&enabled);
-    CTraceWriterPaged::put(&timestamp);
+    keep(CTraceWriterPaged::put(&enabled) && CTraceWriterPaged::put(&timestamp));
+    m_pageFile.identify();
 }
 
 CQVXInstrumentingStream::~CQVXInstrumentingStream() {
@@ -168,16 +168,36 @@ bool CQVXInstrumentingStream::open() {
     if (prefix.empty())
         prefix = "thread_";
     m_path = directory + "/" + prefix + std::to_string(m_context.SWCtx()) + ".qvx";
+    detail::removePageFile(m_path);
     m_broken = !m_file.open(m_path.c_str(), false);
     m_error = m_broken ? m_file.error() : 0;
     check_initial_pos();
+    const std::string mode = platform::environment("QVX_TRACEMODE");
+    std::string reason;
+    if (mode == "mapped" && !m_broken) {
+        if (m_pageFile.create(m_path))
+            usePage(m_pageFile.page());
+        else
+            reason = platform::errorText(m_pageFile.error());
+    } else if (!mode.empty() && mode != "mapped") {
+        reason = "no such mode";
+    }
+    if (!reason.empty())
+        logError("CQVXInstrumentingStream: Cannot record in mode " + mode + ": " + reason + "; recording as usual.");
     return !m_broken;
+}
+
+void CQVXInstrumentingStream::restartPageFile() {
+    m_pageFile.restart(pageStart(), handedOver(), filled());
 }
 
 bool CQVXInstrumentingStream::close() {
     if (!m_broken)
         CTraceWriterPaged::flush();
+    const bool flushed = !m_broken && CTraceWriterPaged::good();
     m_file.close();
+    if (flushed && m_file.error() == 0)
+        m_pageFile.remove();
     m_broken = true;
     return true;
 }
@@ -186,8 +206,7 @@ void CQVXInstrumentingStream::finish() {
     if (!m_broken) {
         CTraceDisabled disabled;
         CEndOfTrace end;
-        CTraceWriterPaged::put(&disabled);
-        CTraceWriterPaged::put(&end);
+        keep(CTraceWriterPaged::put(&disabled) && CTraceWriterPaged::put(&end));
     }
     close();
 }
@@ -229,7 +248,7 @@ bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
         if (!m_defined.insert(id).second)
             return true;
         CFunctionDefine define(Context(), id, name);
-        return CTraceWriterPaged::put(&define) || refuse();
+        return keep(CTraceWriterPaged::put(&define)) || refuse();
     } catch (const std::exception&) {
         return refuse();
     }
@@ -247,27 +266,30 @@ bool CQVXInstrumentingStream::good() {
 
 bool CQVXInstrumentingStream::put(CPacket* packet) {
     const Use use(*this);
-    return (use.granted() && CTraceWriterPaged::put(packet)) || refuse();
+    return (use.granted() && keep(CTraceWriterPaged::put(packet))) || refuse();
 }
 
 bool CQVXInstrumentingStream::forward(CPacket*& packet) {
     const Use use(*this);
-    return (use.granted() && CTraceWriterPaged::forward(packet)) || refuse();
+    return (use.granted() && keep(CTraceWriterPaged::forward(packet))) || refuse();
 }
 
 bool CQVXInstrumentingStream::forward(std::list<CPacket*>& packets) {
     const Use use(*this);
-    return (use.granted() && CTraceWriterPaged::forward(packets)) || refuse();
+    return (use.granted() && keep(CTraceWriterPaged::forward(packets))) || refuse();
 }
 
 bool CQVXInstrumentingStream::put(CTraceSourceBuffer& source) {
     const Use use(*this);
-    return (use.granted() && CTraceWriterPaged::put(source)) || refuse();
+    return (use.granted() && keep(CTraceWriterPaged::put(source))) || refuse();
 }
 
 bool CQVXInstrumentingStream::seekp(std::uint64_t position) {
     const Use use(*this);
-    return use.granted() && CTraceWriterPaged::seekp(position);
+    if (!use.granted() || !CTraceWriterPaged::seekp(position))
+        return false;
+    restartPageFile();
+    return true;
 }
 
 void CQVXInstrumentingStream::flush() {
@@ -276,10 +298,20 @@ void CQVXInstrumentingStream::flush() {
         return;
     CTraceWriterPaged::flush();
     m_broken = !CTraceWriterPaged::good();
+    if (!m_broken)
+        restartPageFile();
 }
 
 bool CQVXInstrumentingStream::overflow_flush() {
+    keep(true); // with the Fill packets at its end, that the file may not have more than the page while it is written
     m_broken = !CTraceWriterPaged::overflow_flush();
+    if (m_pageFile.is_open() && !m_broken) {
+        // The page is overwritten from now on; what stands in between must have left the process.
+        m_file.flush();
+        m_broken = !CTraceWriterPaged::good();
+        if (!m_broken)
+            restartPageFile();
+    }
     return !m_broken;
 }
 

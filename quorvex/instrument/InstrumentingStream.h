@@ -3,6 +3,7 @@
 #include "quorvex/format/Context.h"
 #include "quorvex/instrument/ThreadInstanceMap.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/stream/PageFile.h"
 #include "quorvex/stream/TraceFileWriter.h"
 
 #include <atomic>
@@ -29,6 +30,14 @@ namespace Quorvex {
 /// - Where the file cannot be opened, one message goes to the log and the stream refuses packets. Where it cannot be
 ///   written later, one message goes to the log, and the stream refuses packets from then on.
 /// - What a stream has refused is counted.
+/// - A program that is killed or crashes leaves the start of each trace: the pages that were full, and what was
+/// flushed.
+///
+/// With QVX_TRACEMODE=mapped a program that is killed or crashes loses no packet that a stream has taken. What stands
+/// at the end of the trace is then in a second file, its name with ".page" behind it, and CTraceSourceBufferFile reads
+/// the two as one; so they must be moved together. The second file goes when the trace is completed, unless the disk
+/// was full. Where it cannot be made, or QVX_TRACEMODE is anything else but empty, that is told to the log and the
+/// stream records as usual. Packets that are put behind a seekp() to before the page need a flush() to be safe.
 ///
 /// A stream belongs to its thread. Putting a packet takes no lock, allocates nothing, and never throws; announcing a
 /// function allocates.
@@ -81,7 +90,14 @@ private:
     bool retire();
     void finish();
     bool refuse();
+    /// What the page has now is safe.
+    bool keep(bool done) {
+        m_pageFile.extend(filled());
+        return done;
+    }
+    void restartPageFile();
 
+    detail::PageFile m_pageFile; ///< not open: the page is in plain memory
     CCoreContext m_context;
     std::uint64_t m_frequency;
     std::set<unsigned> m_defined;

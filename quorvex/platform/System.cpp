@@ -1,5 +1,6 @@
 #include "quorvex/platform/System.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
@@ -11,12 +12,17 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <fibersapi.h>
+#include <fileapi.h>
+#include <handleapi.h>
 #include <io.h>
+#include <memoryapi.h>
 #include <processthreadsapi.h>
 #include <profileapi.h>
 #else
+#include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -75,6 +81,30 @@ std::string defaultTemporaryDirectory() {
 void makeStandardStreamsBinary() {
     for (std::FILE* stream : {stdin, stdout, stderr})
         _setmode(_fileno(stream), _O_BINARY);
+}
+
+void* mapFile(const char* path, std::size_t size, int& error) {
+    const HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    void* memory = nullptr;
+    if (file != INVALID_HANDLE_VALUE) {
+        // Memory, mapping and file each keep what they stand on alive.
+        const HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, nullptr);
+        if (mapping) {
+            memory = MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, size);
+            CloseHandle(mapping);
+        }
+        CloseHandle(file);
+    }
+    if (!memory) {
+        const auto reason = std::error_code(static_cast<int>(GetLastError()), std::system_category());
+        error = reason.default_error_condition().value();
+    }
+    return memory;
+}
+
+void unmapFile(void* memory, std::size_t) {
+    UnmapViewOfFile(memory);
 }
 
 bool barrierOnAllThreads() {
@@ -149,6 +179,24 @@ std::string defaultTemporaryDirectory() {
 }
 
 void makeStandardStreamsBinary() {}
+
+void* mapFile(const char* path, std::size_t size, int& error) {
+    const int file = open(path, O_RDWR | O_CLOEXEC);
+    void* memory = MAP_FAILED;
+    if (file >= 0)
+        memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    if (memory == MAP_FAILED) {
+        error = errno;
+        memory = nullptr;
+    }
+    if (file >= 0)
+        close(file); // the memory stays
+    return memory;
+}
+
+void unmapFile(void* memory, std::size_t size) {
+    munmap(memory, size);
+}
 
 #if defined(__linux__)
 

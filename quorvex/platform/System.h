@@ -32,6 +32,11 @@ QUORVEX_API void makeStandardStreamsBinary();
 /// The system's text for one of its error numbers (errno), as in "Permission denied".
 QUORVEX_API std::string errorText(int error);
 
+/// The first `size` bytes of an existing file, as memory that is shared with it: what is stored there is in the file,
+/// whatever becomes of the process. The file must be that long, and stay so. Null with the system's error number.
+QUORVEX_API void* mapFile(const char* path, std::size_t size, int& error);
+QUORVEX_API void unmapFile(void* memory, std::size_t size);
+
 /// Makes all threads of the process see what the caller wrote before, and the caller what they wrote, as if each had
 /// just passed a full memory barrier. Lets the other side of a rare handshake do without one. False where the system
 /// offers no such thing; the caller then has to wait instead.

@@ -1,5 +1,7 @@
 #include "quorvex/stream/TraceSourceBufferFile.h"
 
+#include "quorvex/stream/PageFile.h"
+
 #include <cerrno>
 
 namespace Quorvex {
@@ -23,12 +25,17 @@ bool CTraceSourceBufferFile::open(const char* path) {
     }
     m_file.clear();
     m_file.seekg(0);
+    m_joined = detail::joinPageFile(m_file, path);
+    if (m_joined)
+        m_file.std::ios::rdbuf(m_joined.get());
     return true;
 }
 
 bool CTraceSourceBufferFile::close() {
     if (!m_file.is_open())
         return true;
+    m_file.std::ios::rdbuf(m_file.rdbuf());
+    m_joined.reset();
     m_file.close();
     return !m_file.is_open();
 }

@@ -3,6 +3,7 @@
 #include "quorvex/stream/TraceSourceBufferStream.h"
 
 #include <fstream>
+#include <memory>
 
 namespace Quorvex {
 
@@ -10,10 +11,12 @@ namespace detail {
 /// Holds the stream so that it is built before the base that reads it.
 struct InputFile {
     std::ifstream m_file;
+    std::unique_ptr<std::streambuf> m_joined; ///< where a killed program has left the end of the trace elsewhere
 };
 } // namespace detail
 
-/// Bytes of a file.
+/// Bytes of a file. Of a trace that a program recorded in the mapped mode until it was killed, or records now, they are
+/// the whole: what stands in the file PATH.page comes behind what the file itself has.
 class QUORVEX_API CTraceSourceBufferFile : private detail::InputFile, public CTraceSourceBufferStream {
 public:
     CTraceSourceBufferFile() : CTraceSourceBufferStream(m_file) {}

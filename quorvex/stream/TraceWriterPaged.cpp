@@ -47,6 +47,11 @@ void CTraceWriterPaged::check_initial_pos() {
     m_base = position - m_fill;
 }
 
+void CTraceWriterPaged::usePage(char* page) {
+    m_page = page;
+    m_ownPage.reset();
+}
+
 // --- pages ------------------------------------------------------------------------------------------------------
 
 bool CTraceWriterPaged::check_fill(unsigned size, bool& broke) {

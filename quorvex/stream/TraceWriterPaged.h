@@ -8,6 +8,9 @@
 #include "quorvex/stream/TraceSinkBuffer.h"
 #include "quorvex/stream/TraceSourceBuffer.h"
 
+#include <cstring>
+#include <optional>
+
 namespace Quorvex {
 
 /// Writes a paged trace: pages of 0x40000 bytes, aligned from the start of the output, each of which a reader can begin
@@ -23,6 +26,8 @@ class QUORVEX_API CTraceWriterPaged : public CTraceSinkEx {
 public:
     /// On a target that already holds a trace the writer goes on inside the page where that ends.
     explicit CTraceWriterPaged(CTraceSinkBuffer& target);
+    CTraceWriterPaged(const CTraceWriterPaged&) = delete;
+    CTraceWriterPaged& operator=(const CTraceWriterPaged&) = delete;
 
     bool good() override { return m_target->good(); }
     void clear() override { m_target->clear(); }
@@ -56,8 +61,15 @@ protected:
     /// Goes on where the target stands; for owners that have just opened it.
     virtual void check_initial_pos();
 
+    /// Has the page kept in other memory: kPageSize bytes that the caller owns and that outlive the writer's work. What
+    /// the page holds is not carried over.
+    void usePage(char* page);
+    std::uint64_t pageStart() const { return m_base; }
+    unsigned filled() const { return m_fill; }
+    unsigned handedOver() const { return m_written; }
+
     unsigned remain() const { return m_fill < kPageSize ? kPageSize - m_fill : 0; }
-    void reset() { m_page.clear(); }
+    void reset() { std::memset(m_page, 0, kPageSize); }
     /// Pads the page to its end.
     bool fill();
     /// Makes room for `size` bytes on one page; `broke` is set when that took a new one.
@@ -94,7 +106,8 @@ private:
     std::uint64_t m_base = 0; ///< output position of the page's first byte
     unsigned m_fill = 0;      ///< bytes of the page in use
     unsigned m_written = 0;   ///< bytes of the page that the target has
-    CTraceAutoBuffer m_page;
+    std::optional<CTraceAutoBuffer> m_ownPage{std::in_place};
+    char* m_page = *m_ownPage;
     CTraceSinkBuffer* m_target;
     CCoreContext m_core;
     CBusContext m_bus;

@@ -27,8 +27,8 @@ struct Recording {
 
     explicit Recording(const std::string& mode, Variables settings = {}) {
         std::filesystem::create_directory(directory.path("sub"));
-        settings.insert(settings.begin(), {{"QVX_TRACEDIR", "."}, {"QVX_TRACEFILENAME", ""}});
-        status = run(directory.path().string(), settings, QUORVEX_RECORDER, mode);
+        settings.insert(settings.begin(), {{"QVX_TRACEDIR", "."}, {"QVX_TRACEFILENAME", ""}, {"QVX_TRACEMODE", ""}});
+        status = run({QUORVEX_RECORDER, {mode}, directory.path().string(), settings});
         std::istringstream lines(directory.content("told"));
         for (unsigned thread = 0, enters = 0; lines >> thread >> enters;)
             told[thread] += enters;
@@ -80,6 +80,9 @@ struct Trace {
     }
 };
 
+/// The settings under which a recording must come out the same.
+const Variables kModes[] = {{{"QVX_TRACEMODE", ""}}, {{"QVX_TRACEMODE", "mapped"}}};
+
 /// Every file is whole and holds one thread, the one in its name; with `exact`, just what that thread recorded.
 void expectTraces(const Recording& run, bool exact) {
     EXPECT_EQ(run.status, 0);
@@ -104,18 +107,21 @@ void expectTraces(const Recording& run, bool exact) {
 }
 
 TEST(InstrumentingStream, GivesEveryThreadAFileOfItsOwn) {
-    const Recording run("threads");
-    expectTraces(run, true);
-    EXPECT_EQ(run.traces().size(), 3U);
+    for (const Variables& mode : kModes) {
+        const Recording run("threads", mode);
+        expectTraces(run, true);
+        EXPECT_EQ(run.traces().size(), 3U);
+    }
 }
 
 TEST(InstrumentingStream, GoesOnInTheFileOfAThreadWhoseNumberIsGivenAgain) {
-    expectTraces(Recording("shortLived"), true);
+    for (const Variables& mode : kModes)
+        expectTraces(Recording("shortLived", mode), true);
 }
 
 TEST(InstrumentingStream, CompletesAllFilesWhenTheProgramEndsWhileThreadsRun) {
-    for (unsigned i = 0; i < 5; ++i) {
-        const Recording run("running");
+    for (unsigned i = 0; i < 10; ++i) {
+        const Recording run("running", kModes[i % 2]);
         expectTraces(run, false);
         EXPECT_EQ(run.traces().size(), 5U);
     }
@@ -124,23 +130,45 @@ TEST(InstrumentingStream, CompletesAllFilesWhenTheProgramEndsWhileThreadsRun) {
 TEST(InstrumentingStream, LeavesTheParentsFilesAloneInAForkedChild) {
     if (!canFork())
         GTEST_SKIP() << "processes do not fork here";
-    const Recording threads("forkedWithThreads");
-    expectTraces(threads, true);
-    EXPECT_EQ(threads.traces().size(), 1U + 3 * 2);
-    const Recording busy("forkedWhileBusy");
-    expectTraces(busy, true);
-    EXPECT_EQ(busy.traces().size(), 2U + 3);
-    expectTraces(Recording("execed"), true);
+    for (const Variables& mode : kModes) {
+        const Recording threads("forkedWithThreads", mode);
+        expectTraces(threads, true);
+        EXPECT_EQ(threads.traces().size(), 1U + 3 * 2);
+        const Recording busy("forkedWhileBusy", mode);
+        expectTraces(busy, true);
+        EXPECT_EQ(busy.traces().size(), 2U + 3);
+        expectTraces(Recording("execed", mode), true);
+    }
 }
 
 TEST(InstrumentingStream, RefusesQuietlyWhereNothingCanBeWritten) {
-    EXPECT_EQ(Recording("unwritable", {{"QVX_TRACEDIR", "/nonexistent/directory"}}).status, 0);
+    for (Variables mode : kModes) {
+        mode.emplace_back("QVX_TRACEDIR", "/nonexistent/directory");
+        EXPECT_EQ(Recording("unwritable", mode).status, 0);
+    }
 }
 
 TEST(InstrumentingStream, ReportsAFullDiskOnce) {
     if (!hasFullDevice())
         GTEST_SKIP() << "no /dev/full here";
-    EXPECT_EQ(Recording("full").status, 0);
+    for (const Variables& mode : kModes)
+        EXPECT_EQ(Recording("full", mode).status, 0);
+}
+
+TEST(InstrumentingStream, LeavesTheSameFileInMappedMode) {
+    std::string contents[2];
+    for (unsigned i = 0; i < 2; ++i) {
+        const Recording run("seeking", kModes[i]);
+        EXPECT_EQ(run.status, 0);
+        ASSERT_EQ(run.traces().size(), 1U);
+        contents[i] = run.directory.content(run.traces()[0]);
+    }
+    // Only the timestamp's tick differs.
+    constexpr std::size_t kTick = 18 + 2;
+    ASSERT_GT(contents[0].size(), std::size_t{2 * kPageSize});
+    contents[0].replace(kTick, 8, contents[1], kTick, 8);
+    EXPECT_TRUE(contents[0] == contents[1]);
+    EXPECT_EQ(Recording("unknownMode", {{"QVX_TRACEMODE", "mmap"}}).status, 0);
 }
 
 TEST(InstrumentingStream, HoldsFourPacketsForAThreadThatDoesNothing) {

@@ -3,6 +3,8 @@
 
 #include "quorvex/platform/System.h"
 #include "quorvex/quorvex.h"
+#include "tests/instrument/NumberedPackets.h"
+#include "tests/support/Bytes.h"
 #include "tests/support/System.h"
 
 #include <atomic>
@@ -149,6 +151,68 @@ int full() {
     return CMessageQueue::g_Instance->size() <= 2 && CQVXInstrumentingStream::get_Instance()->refused() > 0 ? 0 : 1;
 }
 
+/// Until it is killed. The file `taken` grows by a byte for each packet that cannot be lost any more.
+int endless() {
+    const bool mapped = Quorvex::platform::environment("QVX_TRACEMODE") == "mapped";
+    std::FILE* const taken = std::fopen("taken", "wb");
+    std::setvbuf(taken, nullptr, _IONBF, 0);
+    auto* stream = CQVXInstrumentingStream::get_Instance();
+    for (unsigned n = 1; stream->put(Quorvex::test::numberedPacket(n - 1).get()); ++n) {
+        if (mapped) {
+            std::fputc('.', taken);
+        } else if (n % Quorvex::test::kFlushed == 0) {
+            stream->flush();
+            std::fputs(std::string(Quorvex::test::kFlushed, '.').c_str(), taken);
+        }
+    }
+    return 2;
+}
+
+/// Where there is little room for the trace: the reason is in the log, and recording ends. What the file system holds
+/// then is copied to `left`.
+int limited() {
+    if (!Quorvex::test::limitSpace("sub", std::stoul(Quorvex::platform::environment("SPACE"))))
+        return Quorvex::test::kNotHere;
+    auto* stream = CQVXInstrumentingStream::get_Instance();
+    unsigned taken = 0;
+    while (taken < 50'000 && stream->put(Quorvex::test::numberedPacket(taken).get()))
+        ++taken;
+    if (taken == 50'000 || stream->good() || stream->put(Quorvex::test::numberedPacket(0).get()))
+        return 1;
+    std::filesystem::copy_file(stream->path(), "left");
+    if (std::filesystem::exists(stream->path() + ".page"))
+        std::filesystem::copy_file(stream->path() + ".page", "left.page");
+    std::printf("%u\n", taken);
+    std::printf("%s", Quorvex::test::takeLog().c_str());
+    return stream->refused() == 2 ? 0 : 3;
+}
+
+int unknownMode() {
+    const bool recorded = CQVXInstrumentingStream::get_Instance()->good();
+    return recorded && CMessageQueue::g_Instance->size() == 1 ? 0 : 1;
+}
+
+/// Goes back over what it has put, in the page and to a page before, and forth again.
+int seeking() {
+    auto* stream = CQVXInstrumentingStream::get_Instance();
+    const auto put = [stream](unsigned first, unsigned last) {
+        for (unsigned n = first; n < last; ++n)
+            stream->put(Quorvex::test::numberedPacket(n).get());
+    };
+    put(0, 20'000);
+    const std::uint64_t place = stream->tellp();
+    put(20'000, 20'100);
+    stream->seekp(place);
+    put(20'200, 20'250);
+    const std::uint64_t end = stream->tellp();
+    stream->flush(); // what has not been flushed is dropped, too, when the position goes to another page
+    if (!stream->seekp(Quorvex::kPageSize))
+        return 1;
+    stream->put(Quorvex::test::numberedPacket(1).get());
+    stream->flush();
+    return stream->seekp(end) ? 0 : 2;
+}
+
 int nothing() {
     return CQVXInstrumentingStream::get_Instance() ? 0 : 1;
 }
@@ -177,6 +241,10 @@ int main(int argc, char** argv) {
                                                                {"execed", execed},
                                                                {"unwritable", unwritable},
                                                                {"full", full},
+                                                               {"endless", endless},
+                                                               {"limited", limited},
+                                                               {"unknownMode", unknownMode},
+                                                               {"seeking", seeking},
                                                                {"nothing", nothing},
                                                                {"twice", twice},
                                                                {"late", late}};

@@ -2,6 +2,7 @@
 
 #include "quorvex/platform/Com.h"
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <utility>
@@ -10,10 +11,23 @@
 /// What the tests ask of the system they run on; there is one source file a system.
 namespace Quorvex::test {
 
-/// Runs a program with an argument, in a directory and with changes to its environment. What it prints goes to the
-/// file `told` there. Its exit code; -1 when it did not run or was ended from outside.
-int run(const std::string& directory, const std::vector<std::pair<std::string, std::string>>& environment,
-        const char* program, const std::string& argument);
+/// A program to be started in a directory, with arguments and changes to its environment. What it prints goes to the
+/// file `told` there.
+struct Program {
+    std::string path;
+    std::vector<std::string> arguments;
+    std::string directory;
+    std::vector<std::pair<std::string, std::string>> environment;
+};
+
+/// Its exit code; -1 when it did not run or was ended from outside.
+int run(const Program& program);
+/// Runs the program and ends it from outside, at once and without its knowledge, as soon as `enough` says so. False
+/// when it has ended before.
+bool runAndKill(const Program& program, const std::function<bool()>& enough);
+
+/// Leaves the calling process only so many bytes of room for files in a directory. False where that cannot be done.
+bool limitSpace(const std::string& directory, std::uint64_t bytes);
 
 /// Whether there is a shell, for tests in which other programs read what ours write.
 bool hasShell();

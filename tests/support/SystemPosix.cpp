@@ -1,24 +1,65 @@
 #include "tests/support/System.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#if defined(__linux__)
+#include <sched.h>
+#include <sys/mount.h>
+#endif
+
 namespace Quorvex::test {
 
-int run(const std::string& directory, const std::vector<std::pair<std::string, std::string>>& environment,
-        const char* program, const std::string& argument) {
-    const auto start = [&] {
-        const int told = chdir(directory.c_str()) == 0 ? creat("told", 0600) : -1;
-        if (told < 0 || dup2(told, STDOUT_FILENO) < 0)
-            _exit(126);
-        for (const auto& [name, value] : environment)
-            setenv(name.c_str(), value.c_str(), 1);
-        execl(program, program, argument.c_str(), nullptr);
-        _exit(127);
-    };
-    return fork(start, [] {});
+namespace {
+
+[[noreturn]] void become(const Program& program) {
+    const int told = chdir(program.directory.c_str()) == 0 ? creat("told", 0600) : -1;
+    if (told < 0 || dup2(told, STDOUT_FILENO) < 0)
+        _exit(126);
+    for (const auto& [name, value] : program.environment)
+        setenv(name.c_str(), value.c_str(), 1);
+    std::vector<char*> arguments{const_cast<char*>(program.path.c_str())};
+    for (const std::string& argument : program.arguments)
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    execv(arguments[0], arguments.data());
+    _exit(127);
+}
+
+} // namespace
+
+int run(const Program& program) {
+    return fork([&program] { become(program); }, [] {});
+}
+
+bool runAndKill(const Program& program, const std::function<bool()>& enough) {
+    const pid_t child = ::fork();
+    if (child == 0)
+        become(program);
+    int status = 0;
+    while (!enough()) {
+        if (waitpid(child, &status, WNOHANG) != 0)
+            return false;
+    }
+    kill(child, SIGKILL);
+    return waitpid(child, &status, 0) == child && WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+}
+
+bool limitSpace(const std::string& directory, std::uint64_t bytes) {
+#if defined(__linux__)
+    // A small file system that only this process sees. Where that is not allowed, files are kept from growing.
+    const std::string size = "size=" + std::to_string(bytes);
+    if (unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+        mount("tmpfs", directory.c_str(), "tmpfs", 0, size.c_str()) == 0)
+        return true;
+#endif
+    const rlimit limit{static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
+    std::signal(SIGXFSZ, SIG_IGN);
+    return setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
 bool hasShell() {

@@ -10,27 +10,49 @@
 namespace Quorvex::test {
 
 namespace {
-constexpr int kStandardOutput = 1;
-} // namespace
 
-int run(const std::string& directory, const std::vector<std::pair<std::string, std::string>>& environment,
-        const char* program, const std::string& argument) {
-    // A program starts with the directory, the variables and the output of the one that starts it. They are left as
-    // this run needs them, but for the directory and the output.
+constexpr int kStandardOutput = 1;
+
+/// The result of _spawnv. A program starts with the directory, the variables and the output of the one that starts it;
+/// the variables are left as the program needs them.
+std::intptr_t start(const Program& program, int mode) {
     const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(directory);
-    for (const auto& [name, value] : environment)
+    std::filesystem::current_path(program.directory);
+    for (const auto& [name, value] : program.environment)
         _putenv_s(name.c_str(), value.c_str());
     const int output = _dup(kStandardOutput);
     const int told = _open("told", _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY, _S_IREAD | _S_IWRITE);
     _dup2(told, kStandardOutput);
     _close(told);
-    const char* const arguments[] = {program, argument.c_str(), nullptr};
-    const auto status = _spawnv(_P_WAIT, program, arguments);
+    std::vector<const char*> arguments{program.path.c_str()};
+    for (const std::string& argument : program.arguments)
+        arguments.push_back(argument.c_str());
+    arguments.push_back(nullptr);
+    const std::intptr_t result = _spawnv(mode, arguments[0], arguments.data());
     _dup2(output, kStandardOutput);
     _close(output);
     std::filesystem::current_path(before);
-    return static_cast<int>(status);
+    return result;
+}
+
+} // namespace
+
+int run(const Program& program) {
+    return static_cast<int>(start(program, _P_WAIT));
+}
+
+bool runAndKill(const Program& program, const std::function<bool()>& enough) {
+    const auto process = reinterpret_cast<HANDLE>(start(program, _P_NOWAIT));
+    bool running = process != INVALID_HANDLE_VALUE;
+    while (running && !enough())
+        running = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
+    running = running && TerminateProcess(process, 1) && WaitForSingleObject(process, INFINITE) == WAIT_OBJECT_0;
+    CloseHandle(process);
+    return running;
+}
+
+bool limitSpace(const std::string&, std::uint64_t) {
+    return false;
 }
 
 bool hasShell() {

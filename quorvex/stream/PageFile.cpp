@@ -1,0 +1,212 @@
+#include "quorvex/stream/PageFile.h"
+
+#include "quorvex/packets/TraceControlPackets.h"
+#include "quorvex/platform/System.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <vector>
+
+namespace Quorvex::detail {
+
+namespace {
+
+/// Tells files of this layout and of this machine's byte order.
+constexpr std::uint64_t kMark = 0x3145474150585651; // "QVXPAGE1"
+constexpr unsigned kHead = 4096;
+/// How a trace begins: with its trace-enabled packet, which is changed when the trace is completed, and the timestamp,
+/// which is another one in each trace.
+constexpr unsigned kBeginOffset = CPacketHeader::Len() + CTraceEnabled::Len();
+constexpr unsigned kBeginSize = 16;
+
+std::string pathFor(const std::string& trace) {
+    return trace + ".page";
+}
+
+void keepOrder() {
+    // The reader comes after the process, or finds out that the page has changed. So only the compiler must keep the
+    // order of stores.
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+} // namespace
+
+struct PageFile::Shared {
+    struct Head {
+        std::uint64_t mark;
+        std::uint64_t base;
+        unsigned written;
+        unsigned fill;
+        char begin[kBeginSize];
+
+        /// Where the page's part of the trace begins and ends.
+        std::uint64_t from() const { return base + written; }
+        std::uint64_t to() const { return base + fill; }
+    };
+
+    union {
+        Head head;
+        char room[kHead];
+    };
+    char page[kPageSize];
+};
+
+PageFile::~PageFile() {
+    close();
+}
+
+bool PageFile::create(const std::string& trace) {
+    close();
+    m_path = pathFor(trace);
+    errno = 0;
+    // Written rather than just made long: a full disk must fail here, where it can be told, and not in a store.
+    std::ofstream file(m_path, std::ios::binary | std::ios::trunc);
+    const std::vector<char> zeros(sizeof(Shared));
+    file.write(zeros.data(), static_cast<std::streamsize>(zeros.size()));
+    file.close();
+    m_error = file ? 0 : errno;
+    if (file)
+        m_shared = static_cast<Shared*>(platform::mapFile(m_path.c_str(), sizeof(Shared), m_error));
+    if (!m_shared) {
+        std::remove(m_path.c_str());
+        return false;
+    }
+    m_fill = &m_shared->head.fill;
+    m_shared->head.mark = kMark;
+    return true;
+}
+
+char* PageFile::page() {
+    return m_shared->page;
+}
+
+void PageFile::restart(std::uint64_t base, unsigned written, unsigned fill) {
+    if (!is_open())
+        return;
+    // Nothing of the page counts on the way.
+    Shared::Head& head = m_shared->head;
+    extend(0);
+    keepOrder();
+    head.base = base;
+    head.written = written;
+    keepOrder();
+    extend(fill);
+}
+
+void PageFile::identify() {
+    if (is_open())
+        std::memcpy(m_shared->head.begin, m_shared->page + kBeginOffset, kBeginSize);
+}
+
+void PageFile::close() {
+    if (m_shared)
+        platform::unmapFile(m_shared, sizeof(Shared));
+    m_shared = nullptr;
+    m_fill = nullptr;
+}
+
+void PageFile::remove() {
+    if (!is_open())
+        return;
+    close();
+    std::remove(m_path.c_str());
+}
+
+void removePageFile(const std::string& trace) {
+    std::remove(pathFor(trace).c_str());
+}
+
+namespace {
+
+/// The bytes of a file up to a position, and then those that are given.
+class JoinedBuffer : public std::streambuf {
+public:
+    JoinedBuffer(std::streambuf& file, std::uint64_t from, std::vector<char> tail)
+        : m_file(file), m_from(from), m_tail(std::move(tail)) {}
+
+protected:
+    int_type underflow() override {
+        m_position += static_cast<std::uint64_t>(egptr() - eback());
+        setg(nullptr, nullptr, nullptr);
+        if (m_position >= m_from) {
+            const auto passed = static_cast<std::size_t>(std::min<std::uint64_t>(m_position - m_from, m_tail.size()));
+            setg(m_tail.data() + passed, m_tail.data() + passed, m_tail.data() + m_tail.size());
+        } else {
+            const auto room = static_cast<std::streamsize>(std::min<std::uint64_t>(kPageSize, m_from - m_position));
+            m_file.pubseekpos(static_cast<std::streamoff>(m_position));
+            const std::streamsize count = m_file.sgetn(m_block, room);
+            char* const block = m_block;
+            setg(block, block, block + std::max<std::streamsize>(count, 0));
+        }
+        return gptr() == egptr() ? traits_type::eof() : traits_type::to_int_type(*gptr());
+    }
+
+    pos_type seekoff(off_type offset, std::ios::seekdir direction, std::ios::openmode) override {
+        std::uint64_t start = 0;
+        if (direction == std::ios::cur)
+            start = m_position + static_cast<std::uint64_t>(gptr() - eback());
+        else if (direction == std::ios::end)
+            start = m_from + m_tail.size();
+        return seek(static_cast<std::streamoff>(start) + offset);
+    }
+    pos_type seekpos(pos_type position, std::ios::openmode) override { return seek(position); }
+
+private:
+    pos_type seek(std::streamoff position) {
+        if (position < 0)
+            return pos_type(off_type(-1));
+        m_position = static_cast<std::uint64_t>(position);
+        setg(nullptr, nullptr, nullptr);
+        return position;
+    }
+
+    std::streambuf& m_file;
+    std::uint64_t m_from;
+    std::vector<char> m_tail;
+    CTraceAutoBuffer m_block;
+    std::uint64_t m_position = 0; ///< of the first byte between the pointers for reading
+};
+
+} // namespace
+
+std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::string& path) {
+    std::ifstream file(pathFor(path), std::ios::binary);
+    const auto readHead = [&file](PageFile::Shared::Head& head) {
+        return file.seekg(0) && file.read(reinterpret_cast<char*>(&head), sizeof head) && head.mark == kMark &&
+               head.written < head.fill && head.fill <= kPageSize;
+    };
+    const auto has = [&trace](std::uint64_t position, const char* bytes, std::size_t count) {
+        std::vector<char> found(count);
+        return count == 0 || (trace.seekg(static_cast<std::streamoff>(position)) &&
+                              trace.read(found.data(), static_cast<std::streamsize>(count)) &&
+                              std::memcmp(found.data(), bytes, count) == 0);
+    };
+    // While the process still runs, the page may be begun anew as it is read.
+    PageFile::Shared::Head head{}, after{};
+    std::vector<char> page;
+    bool fits = false;
+    do {
+        if (!readHead(head))
+            return nullptr;
+        page.resize(head.fill);
+        if (!file.seekg(kHead) || !file.read(page.data(), head.fill))
+            return nullptr;
+        // It belongs to the trace if that begins as it should, and has nothing that is not in the page, too.
+        trace.seekg(0, std::ios::end);
+        const auto size = static_cast<std::uint64_t>(std::streamoff(trace.tellg()));
+        fits = size >= head.from() && size <= head.to() &&
+               (size < kBeginOffset + kBeginSize || has(kBeginOffset, head.begin, kBeginSize)) &&
+               has(head.from(), page.data() + head.written, static_cast<std::size_t>(size - head.from()));
+        trace.clear();
+        trace.seekg(0);
+    } while (!readHead(after) || after.from() != head.from());
+    if (!fits)
+        return nullptr;
+    page.erase(page.begin(), page.begin() + head.written);
+    return std::make_unique<JoinedBuffer>(*trace.rdbuf(), head.from(), std::move(page));
+}
+
+} // namespace Quorvex::detail

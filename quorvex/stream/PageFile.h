@@ -1,0 +1,70 @@
+#pragma once
+
+#include "quorvex/platform/Export.h"
+#include "quorvex/stream/TraceAutoBuffer.h"
+
+#include <atomic>
+#include <cstdint>
+#include <istream>
+#include <memory>
+#include <string>
+
+namespace Quorvex::detail {
+
+/// The page that a writer is filling, kept in a file of its own beside the trace, in memory that is shared with that
+/// file. What a process has put there is in the file whatever becomes of the process; joinPageFile() reads the two as
+/// one trace. It belongs to one thread at a time.
+///
+/// Of the page, the bytes from `written` to `fill` are the end of the trace; those before them are in the trace's file.
+/// A packet counts from the moment when `fill` passes its end, which is a single store. There is no guarantee about
+/// crashes of the system.
+class QUORVEX_API PageFile {
+public:
+    PageFile() = default;
+    PageFile(const PageFile&) = delete;
+    PageFile& operator=(const PageFile&) = delete;
+    ~PageFile();
+
+    /// Makes the file, all zeros, so that the disk has room for all of it from now on. False with error() set, an error
+    /// number of the system (errno), and nothing left behind.
+    bool create(const std::string& trace);
+    bool is_open() const { return m_shared != nullptr; }
+    int error() const { return m_error; }
+    /// kPageSize bytes, as long as the file is open.
+    char* page();
+
+    /// The trace goes on at offset `fill` of a page whose first byte has the position `base` in the trace; the trace's
+    /// file has what stands before `written`.
+    void restart(std::uint64_t base, unsigned written, unsigned fill);
+    /// The page has been filled so far. Nothing happens while no file is open.
+    void extend(unsigned fill) {
+        if (m_fill)
+            std::atomic_ref(*m_fill).store(fill, std::memory_order_release);
+    }
+    /// Takes note of how the trace begins, with the page that has its beginning. By that a file is known to belong to a
+    /// trace and not to another one of the same name.
+    void identify();
+
+    /// Leaves the file behind.
+    void close();
+    /// The trace's file has everything: the page's is no longer needed.
+    void remove();
+
+private:
+    struct Shared;
+    friend std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::string& path);
+
+    Shared* m_shared = nullptr;
+    unsigned* m_fill = nullptr;
+    std::string m_path;
+    int m_error = 0;
+};
+
+/// Removes the page file that an earlier recording to the trace of that path has left.
+QUORVEX_API void removePageFile(const std::string& trace);
+
+/// Where a page file with packets that the trace's file lacks stands beside it: the bytes of the trace with those
+/// packets, for reading and seeking; else null. `trace` is open, is left at its beginning, and must outlive the result.
+QUORVEX_API std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::string& path);
+
+} // namespace Quorvex::detail

@@ -1,0 +1,141 @@
+#include "quorvex/stream/PageFile.h"
+
+#include "quorvex/stream/TraceSourceBufferFile.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fstream>
+#include <random>
+
+namespace Quorvex::test {
+namespace {
+
+/// A trace of which no two places look alike.
+const std::string kTrace = [] {
+    std::mt19937 random(3);
+    std::string bytes(kPageSize + 5000, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(random());
+    return bytes;
+}();
+
+void writeFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string readAll(const std::string& path) {
+    CTraceSourceBufferFile file;
+    EXPECT_TRUE(file.open(path.c_str()));
+    const std::uint64_t size = file.size();
+    std::string bytes(size + 10, '\0');
+    unsigned got = 0;
+    file.read(bytes.data(), static_cast<unsigned>(bytes.size()), got);
+    EXPECT_EQ(got, size);
+    EXPECT_TRUE(file.eof());
+    bytes.resize(got);
+    return bytes;
+}
+
+/// What a program leaves whose page begins at `base`, of the trace and of the page.
+void leave(const std::string& path, const std::string& inFile, std::uint64_t base, unsigned written, unsigned fill) {
+    writeFile(path, inFile);
+    detail::PageFile page;
+    ASSERT_TRUE(page.create(path));
+    kTrace.copy(page.page(), fill);
+    page.identify();
+    kTrace.copy(page.page(), fill, base);
+    page.restart(base, written, fill);
+}
+
+TEST(PageFile, IsReadAsTheEndOfItsTraceOnly) {
+    std::string other = kTrace;
+    other[20] ^= 1;
+    const auto begin = [](std::size_t size) { return kTrace.substr(0, size); };
+    struct Case {
+        const char* what;
+        std::string inFile;
+        std::uint64_t base;
+        unsigned written, fill;
+        std::size_t whole; ///< bytes of the trace that are read; 0: those of the file
+    };
+    const Case cases[] = {
+        {"nothing is in the trace's file", "", 0, 0, 3000, 3000},
+        {"part of the page has been flushed", begin(1000), 0, 1000, 1001, 1001},
+        {"a page has been written", begin(kPageSize), kPageSize, 0, 5000, kPageSize + 5000},
+        {"both", begin(kPageSize + 100), kPageSize, 100, 2500, kPageSize + 2500},
+        {"killed as the page was written", begin(kPageSize + 200), kPageSize, 100, 2500, kPageSize + 2500},
+        {"killed behind that", begin(2500), 0, 100, 2500, 2500},
+        {"all has been flushed", begin(2500), 0, 2500, 2500, 0},
+        {"the trace's file has more", begin(2501), 0, 100, 2500, 0},
+        {"the trace's file has been cut", begin(kPageSize - 1), kPageSize, 0, 5000, 0},
+        {"another trace of the same name", other.substr(0, kPageSize), kPageSize, 0, 5000, 0},
+        {"something has been appended", begin(100) + "more", 0, 100, 2500, 0},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.what);
+        const TemporaryDirectory directory;
+        const std::string path = directory.path("trace");
+        leave(path, test.inFile, test.base, test.written, test.fill);
+        EXPECT_TRUE(readAll(path) == (test.whole ? begin(test.whole) : test.inFile));
+    }
+}
+
+TEST(PageFile, IsLeftAloneWhenItIsDamaged) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("trace");
+    leave(path, "", 0, 0, 3000);
+    const std::string whole = directory.content("trace.page");
+    const auto expectNothing = [&](const std::string& content) {
+        writeFile(path + ".page", content);
+        EXPECT_EQ(readAll(path), "");
+    };
+    for (const std::size_t size : {0U, 1U, 30U, 4096U, 4096U + 2999U})
+        expectNothing(whole.substr(0, size));
+    for (const std::size_t at : {0U, 7U, 8U, 15U, 23U}) { // the mark, the page's position, and how far it is filled
+        std::string damaged = whole;
+        damaged[at] ^= '\x40';
+        expectNothing(damaged);
+    }
+    detail::removePageFile(path);
+    EXPECT_FALSE(std::filesystem::exists(path + ".page"));
+    EXPECT_EQ(readAll(path), "");
+}
+
+TEST(PageFile, IsReadFromAnyPlace) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("trace");
+    leave(path, kTrace.substr(0, kPageSize), kPageSize, 0, 5000);
+    CTraceSourceBufferFile file;
+    ASSERT_TRUE(file.open(path.c_str()));
+    std::mt19937 random(4);
+    std::string bytes(9000, '\0');
+    for (unsigned i = 0; i < 200; ++i) {
+        const std::size_t position = i % 2 ? random() % kTrace.size() : kPageSize - 4000 + random() % 8000;
+        const auto count = static_cast<unsigned>(random() % bytes.size());
+        unsigned got = 0;
+        file.clear();
+        file.read(bytes.data(), count, position, got);
+        ASSERT_EQ(got, std::min<std::size_t>(count, kTrace.size() - position)) << position;
+        ASSERT_EQ(kTrace.compare(position, got, bytes, 0, got), 0) << position;
+        ASSERT_EQ(file.size(), kTrace.size());
+    }
+    ASSERT_TRUE(file.open((path + ".page").c_str())) << "goes back to a plain file";
+    EXPECT_EQ(file.size(), std::filesystem::file_size(path + ".page"));
+}
+
+TEST(PageFile, TellsWhyItCannotBeMade) {
+    const TemporaryDirectory directory;
+    detail::PageFile page;
+    EXPECT_FALSE(page.create(directory.path("no/trace")));
+    EXPECT_EQ(page.error(), ENOENT);
+    EXPECT_FALSE(page.is_open());
+    page.extend(1); // without effect
+    EXPECT_TRUE(page.create(directory.path("trace")));
+    page.remove();
+    EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+}
+
+} // namespace
+} // namespace Quorvex::test
