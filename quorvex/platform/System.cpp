@@ -78,6 +78,13 @@ std::string defaultTemporaryDirectory() {
     return {};
 }
 
+int openError(const char* path) {
+    // Directories are said to deny access.
+    const int error = errno;
+    const DWORD attributes = error == EACCES ? GetFileAttributesA(path) : INVALID_FILE_ATTRIBUTES;
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) ? EISDIR : error;
+}
+
 void makeStandardStreamsBinary() {
     for (std::FILE* stream : {stdin, stdout, stderr})
         _setmode(_fileno(stream), _O_BINARY);
@@ -176,6 +183,10 @@ std::string environment(const char* name) {
 std::string defaultTemporaryDirectory() {
     const std::string directory = environment("TMPDIR");
     return directory.empty() ? "/tmp" : directory;
+}
+
+int openError(const char*) {
+    return errno;
 }
 
 void makeStandardStreamsBinary() {}

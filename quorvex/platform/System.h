@@ -31,6 +31,8 @@ QUORVEX_API void makeStandardStreamsBinary();
 
 /// The system's text for one of its error numbers (errno), as in "Permission denied".
 QUORVEX_API std::string errorText(int error);
+/// Why a file could not be opened just now (errno); for a directory always EISDIR.
+QUORVEX_API int openError(const char* path);
 
 /// The first `size` bytes of an existing file, as memory that is shared with it: what is stored there is in the file,
 /// whatever becomes of the process. The file must be that long, and stay so. Null with the system's error number.

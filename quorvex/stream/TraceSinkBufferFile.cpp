@@ -1,5 +1,7 @@
 #include "quorvex/stream/TraceSinkBufferFile.h"
 
+#include "quorvex/platform/System.h"
+
 #include <cerrno>
 
 namespace Quorvex {
@@ -23,14 +25,14 @@ bool CTraceSinkBufferFile::open(const char* path, bool append) {
         }
         m_file.clear();
         if (errno != ENOENT) { // an existing file that cannot be appended to must not be emptied
-            m_error = errno;
+            m_error = platform::openError(path);
             m_file.setstate(std::ios::failbit);
             return false;
         }
     }
     m_file.open(path, std::ios::out | std::ios::binary | std::ios::trunc);
     restart(0);
-    m_error = m_file.is_open() ? 0 : errno;
+    m_error = m_file.is_open() ? 0 : platform::openError(path);
     return m_file.is_open();
 }
 

@@ -1,5 +1,6 @@
 #include "quorvex/stream/TraceSourceBufferFile.h"
 
+#include "quorvex/platform/System.h"
 #include "quorvex/stream/PageFile.h"
 
 #include <cerrno>
@@ -18,7 +19,7 @@ bool CTraceSourceBufferFile::open(const char* path) {
     // A directory opens, but cannot be read.
     if (m_file.is_open() && m_file.peek() == std::ifstream::traits_type::eof() && !m_file.eof())
         m_file.close();
-    m_error = m_file.is_open() ? 0 : errno;
+    m_error = m_file.is_open() ? 0 : platform::openError(path);
     if (!m_file.is_open()) {
         m_file.setstate(std::ios::failbit);
         return false;

@@ -178,11 +178,11 @@ TEST(Files, TellWhyTheyCannotBeOpened) {
     EXPECT_FALSE(source.open(directory.path("missing").c_str()));
     EXPECT_EQ(source.error(), ENOENT);
     EXPECT_FALSE(source.good());
-    EXPECT_FALSE(source.open(directory.path().c_str())) << "a directory";
+    EXPECT_FALSE(source.open(directory.path().string().c_str())) << "a directory";
     EXPECT_EQ(source.error(), EISDIR);
     CTraceSinkBufferFile sink;
     for (const bool append : {false, true}) {
-        EXPECT_FALSE(sink.open(directory.path().c_str(), append));
+        EXPECT_FALSE(sink.open(directory.path().string().c_str(), append));
         EXPECT_EQ(sink.error(), EISDIR);
         EXPECT_FALSE(sink.good());
         EXPECT_FALSE(sink.open((directory.path("missing") + "/f").c_str(), append));

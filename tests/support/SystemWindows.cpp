@@ -1,5 +1,6 @@
 #include "tests/support/System.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <filesystem>
 #include <io.h>
@@ -13,13 +14,22 @@ namespace {
 
 constexpr int kStandardOutput = 1;
 
-/// The result of _spawnv. A program starts with the directory, the variables and the output of the one that starts it;
-/// the variables are left as the program needs them.
+/// Sets variables, and puts those that there were in their place; an empty one is as good as none.
+void exchange(std::vector<std::pair<std::string, std::string>>& variables) {
+    for (auto& [name, value] : variables) {
+        const char* const found = std::getenv(name.c_str());
+        const std::string before = found ? found : "";
+        _putenv_s(name.c_str(), value.c_str());
+        value = before;
+    }
+}
+
+/// The result of _spawnv. A program starts with the directory, the variables and the output of the one that starts it.
 std::intptr_t start(const Program& program, int mode) {
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(program.directory);
-    for (const auto& [name, value] : program.environment)
-        _putenv_s(name.c_str(), value.c_str());
+    auto variables = program.environment;
+    exchange(variables);
     const int output = _dup(kStandardOutput);
     const int told = _open("told", _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY, _S_IREAD | _S_IWRITE);
     _dup2(told, kStandardOutput);
@@ -31,6 +41,9 @@ std::intptr_t start(const Program& program, int mode) {
     const std::intptr_t result = _spawnv(mode, arguments[0], arguments.data());
     _dup2(output, kStandardOutput);
     _close(output);
+    // In reverse order, because a variable may be there twice.
+    std::ranges::reverse(variables);
+    exchange(variables);
     std::filesystem::current_path(before);
     return result;
 }

@@ -34,7 +34,7 @@ export_to 0 thread_*.qvx --to vcd -o run.vcd --strict --save run.gtkw
 [ "$(grep -c '^\$scope module thread_[0-9]* \$end$' run.vcd)" -eq 4 ] || fail 'threads of the dump'
 grep -q '^\$var wire 1 [^ ]* countLine \$end$' run.vcd || fail 'functions of the dump'
 grep -q '^[0-9A-F]\{8\} countLine$' run.gtkw.functions.txt || fail 'names for the viewer'
-grep -q '^\[dumpfile\] "/.*/run.vcd"$' run.gtkw || fail 'the dump of the viewer'
+grep -q '^\[dumpfile\] "\([A-Z]:\)\?/.*/run.vcd"$' run.gtkw || fail 'the dump of the viewer'
 entered=0
 for thread in thread_*.qvx; do
     entered=$((entered + $("$qvx" dump --parsable "$thread" | grep -c '	FunctionEnter ')))

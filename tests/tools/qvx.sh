@@ -114,7 +114,8 @@ if [ -e /dev/full ]; then
 fi
 yes trace | head -200 | xargs cat >long
 "$qvx" dump long 2>err | head -1 >/dev/null
-[ -s err ] && { cat err; echo 'FAILED: a closed pipe is not quiet'; failures=$((failures + 1)); }
+# Windows does not end a program that writes to a closed pipe; there it says so.
+[ -s err ] && [ "${QVX_SYSTEM:-}" != Windows ] && { cat err; echo 'FAILED: a closed pipe is not quiet'; failures=$((failures + 1)); }
 
 # The table of kinds in the format's description is this very output, and its example is a real file.
 "$qvx" kinds >kinds

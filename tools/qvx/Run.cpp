@@ -13,6 +13,7 @@ int run(std::vector<std::string> arguments) {
     CLI::App program("Shows, converts and exports trace files of the Quorvex format.", "qvx");
     program.set_version_flag("--version", "qvx " QVX_VERSION " (trace format 0)");
     program.require_subcommand(1);
+    program.allow_windows_style_options(false); // /FILE is a file on every system
     program.get_formatter()->column_width(28);
     program.footer("`qvx FILE` alone is `qvx info FILE`. Exit codes: 0 done, 1 failed, 2 wrong use,\n"
                    "3 done with loss (damage was stepped over, or the target format cannot show all).");

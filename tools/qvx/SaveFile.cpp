@@ -27,7 +27,7 @@ public:
         if (!force && std::filesystem::exists(path))
             throw Failure(path, "exists; use --force to overwrite it");
         errno = 0;
-        m_file.open(path);
+        m_file.open(path, std::ios::binary);
     }
     std::ostream& out() { return m_file; }
     void close() {
@@ -76,7 +76,7 @@ private:
         auto [at, isNew] = m_paths.try_emplace(what);
         if (!isNew)
             return at->second;
-        File file(at->second = std::filesystem::absolute(m_base + "." + what + ".txt").string(), m_force);
+        File file(at->second = std::filesystem::absolute(m_base + "." + what + ".txt").generic_string(), m_force);
         const auto& names = m_writer.names().all();
         for (auto name = names.lower_bound({sort, first}); name != names.end() && name->first.first == sort; ++name) {
             if (name->first.second <= last)
@@ -100,7 +100,7 @@ void writeSaveFile(const std::string& path, const std::string& dump, const CVCDW
     // GTKWave counts by the power of two of a frame of 200 pixels: the whole time in about a thousand of them.
     const double zoom = -std::log2(std::max(1.0, static_cast<double>(writer.duration()) / 5));
     fmt::print(out, "[dumpfile] \"{}\"\n[timestart] 0\n[size] 1400 800\n[pos] -1 -1\n*{:.6f} -1",
-               std::filesystem::absolute(dump).string(), zoom);
+               std::filesystem::absolute(dump).generic_string(), zoom);
     for (char marker = 'a'; marker <= 'z'; ++marker)
         out << " -1";
     out << "\n[sst_expanded] 0\n[signals_width] 240\n";
