@@ -450,7 +450,8 @@ private:
         name = legalName(std::move(name));
         while (!m_taken.insert(name).second)
             name += "_" + std::to_string(number);
-        return m_entities.emplace_back(Entity{std::move(name), type});
+        m_entities.push_back({std::move(name), type});
+        return m_entities.back();
     }
     Entity& activated(Type type, std::string name, std::uint32_t number) {
         Entity& process = entity(type, std::move(name), number);

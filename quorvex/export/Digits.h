@@ -18,7 +18,7 @@ inline std::string hexNumber(const unsigned char* bytes, unsigned count) {
     std::string text(2 + 2 * std::size_t{count}, '0');
     text[1] = 'x';
     for (unsigned i = 0; i < count; ++i)
-        putHex(text.data() + 2 + 2 * i, bytes[count - 1 - i], 2);
+        putHex(text.data() + 2 + 2 * std::size_t{i}, bytes[count - 1 - i], 2);
     return text;
 }
 

@@ -107,7 +107,7 @@ static_assert(isSorted(), "the rows of Packets.def are sorted by code, each code
 
 /// The row of a code; null when it has no class.
 const Row* find(tagTCode code) {
-    return code <= kHighestCode && kTable[code].create ? &kTable[code] : nullptr;
+    return code < kTable.size() && kTable[code].create ? &kTable[code] : nullptr;
 }
 
 /// Runs an allocating step with the library's own exception for a lack of memory.

@@ -30,8 +30,7 @@ namespace Quorvex {
 /// - Where the file cannot be opened, one message goes to the log and the stream refuses packets. Where it cannot be
 ///   written later, one message goes to the log, and the stream refuses packets from then on.
 /// - What a stream has refused is counted.
-/// - A program that is killed or crashes leaves the start of each trace: the pages that were full, and what was
-/// flushed.
+/// - A program that is killed or crashes leaves of each trace the pages that were full, and what was flushed.
 ///
 /// With QVX_TRACEMODE=mapped a program that is killed or crashes loses no packet that a stream has taken. What stands
 /// at the end of the trace is then in a second file, its name with ".page" behind it, and CTraceSourceBufferFile reads

@@ -67,7 +67,7 @@ bool PageFile::create(const std::string& trace) {
     const std::vector<char> zeros(sizeof(Shared));
     file.write(zeros.data(), static_cast<std::streamsize>(zeros.size()));
     file.close();
-    m_error = file ? 0 : errno;
+    m_error = file ? 0 : errno ? errno : EIO;
     if (file)
         m_shared = static_cast<Shared*>(platform::mapFile(m_path.c_str(), sizeof(Shared), m_error));
     if (!m_shared) {

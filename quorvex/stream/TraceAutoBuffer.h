@@ -19,7 +19,7 @@ public:
     }
     CTraceAutoBuffer(const CTraceAutoBuffer& other) : CTraceAutoBuffer() { *this = other; }
     CTraceAutoBuffer& operator=(const CTraceAutoBuffer& other) {
-        if (this->m_block != other.m_block)
+        if (this != &other)
             std::memcpy(m_block, other.m_block, kPageSize);
         return *this;
     }

@@ -41,7 +41,7 @@ CTraceCompressor::~CTraceCompressor() {
 }
 
 std::uint64_t CTraceCompressor::tellp() {
-    auto* withPosition = dynamic_cast<CTraceSinkEx*>(m_downstream);
+    auto* withPosition = dynamic_cast<CTraceSinkEx*>(&m_downstream);
     return withPosition ? withPosition->tellp() : out_size();
 }
 
@@ -49,7 +49,7 @@ bool CTraceCompressor::put(CPacket* packet) {
     if (!packet)
         return false;
     if (sortOf(packet->TraceCode()) == ContextSort::None)
-        return m_downstream->put(packet);
+        return m_downstream.put(packet);
     CPacket* copy = CPacketFactory::duplicate(packet);
     if (!copy)
         return false;
@@ -62,7 +62,7 @@ bool CTraceCompressor::forward(CPacket*& packet) {
     if (!packet)
         return false;
     if (sortOf(packet->TraceCode()) == ContextSort::None)
-        return m_downstream->forward(packet);
+        return m_downstream.forward(packet);
     m_pending.push_back(packet);
     const Result result = compress();
     if (result != Result::NotConverted)
@@ -83,7 +83,7 @@ bool CTraceCompressor::forward(std::list<CPacket*>& packets) {
 CTraceCompressor::Result CTraceCompressor::compress() {
     if (!convert())
         return Result::NotConverted;
-    if (m_downstream->forward(m_pending))
+    if (m_downstream.forward(m_pending))
         return Result::Done;
     logError("CTraceCompressor: Error! Could not forward list content.");
     if (!CPacketFactory::release(m_pending))

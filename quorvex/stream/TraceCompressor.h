@@ -19,18 +19,18 @@ namespace Quorvex {
 /// next packet then begins with a sync packet of its own.
 class QUORVEX_API CTraceCompressor : public CTraceSinkEx {
 public:
-    explicit CTraceCompressor(CTraceSink& downstream) : m_downstream(&downstream) {}
+    explicit CTraceCompressor(CTraceSink& downstream) : m_downstream(downstream) {}
     CTraceCompressor(const CTraceCompressor&) = delete;
     CTraceCompressor& operator=(const CTraceCompressor&) = delete;
     virtual ~CTraceCompressor();
 
-    bool good() override { return m_downstream->good(); }
-    void clear() override { m_downstream->clear(); }
+    bool good() override { return m_downstream.good(); }
+    void clear() override { m_downstream.clear(); }
     bool put(CPacket* packet) override;
     bool forward(std::list<CPacket*>& packets) override;
     bool forward(CPacket*& packet) override;
-    std::uint64_t out_size() override { return m_downstream->out_size(); }
-    void flush() override { m_downstream->flush(); }
+    std::uint64_t out_size() override { return m_downstream.out_size(); }
+    void flush() override { m_downstream.flush(); }
     /// The write position of the sink behind; of one that has none, out_size().
     std::uint64_t tellp() override;
 
@@ -56,7 +56,7 @@ private:
     template <class Context> bool convert(std::list<CPacket*>::iterator at, std::optional<Context>& reference);
     void undo();
 
-    CTraceSink* m_downstream;
+    CTraceSink& m_downstream;
     std::list<CPacket*> m_pending;
     References m_references;
     std::vector<Change> m_changes; ///< a member only so that it keeps its memory

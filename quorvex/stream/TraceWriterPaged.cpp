@@ -18,14 +18,15 @@ constexpr unsigned kLargestPacket = CPacketHeader::Len() + 255;                 
 constexpr unsigned kFrameLenOffset = CPacketHeader::Len() + sizeof(std::uint32_t); ///< behind header and version
 
 /// The codes whose packets are written as they come: no text follows them, and the writer takes no note of them.
-constexpr std::array<bool, 256> kOrdinary = [] {
+constexpr std::array<bool, 256> ordinaryCodes() {
     std::array<bool, 256> ordinary{};
     for (unsigned code = 0; code < ordinary.size(); ++code)
         ordinary[code] = !isFollowedByText(tagTCode(code));
     for (const tagTCode code : {CharString, Sync, BusSync, SystemSync, TraceEnabled, TraceDisabled})
         ordinary[code] = false;
     return ordinary;
-}();
+}
+constexpr auto kOrdinary = ordinaryCodes();
 
 std::string counts(const char* text, unsigned written, unsigned requested) {
     return text + (" (" + std::to_string(written)) + "/" + std::to_string(requested) + ").";

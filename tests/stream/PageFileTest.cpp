@@ -29,7 +29,7 @@ std::string readAll(const std::string& path) {
     CTraceSourceBufferFile file;
     EXPECT_TRUE(file.open(path.c_str()));
     const std::uint64_t size = file.size();
-    std::string bytes(size + 10, '\0');
+    std::string bytes(static_cast<std::size_t>(size) + 10, '\0');
     unsigned got = 0;
     file.read(bytes.data(), static_cast<unsigned>(bytes.size()), got);
     EXPECT_EQ(got, size);
@@ -39,7 +39,7 @@ std::string readAll(const std::string& path) {
 }
 
 /// What a program leaves whose page begins at `base`, of the trace and of the page.
-void leave(const std::string& path, const std::string& inFile, std::uint64_t base, unsigned written, unsigned fill) {
+void leave(const std::string& path, const std::string& inFile, unsigned base, unsigned written, unsigned fill) {
     writeFile(path, inFile);
     detail::PageFile page;
     ASSERT_TRUE(page.create(path));
@@ -56,7 +56,7 @@ TEST(PageFile, IsReadAsTheEndOfItsTraceOnly) {
     struct Case {
         const char* what;
         std::string inFile;
-        std::uint64_t base;
+        unsigned base;
         unsigned written, fill;
         std::size_t whole; ///< bytes of the trace that are read; 0: those of the file
     };

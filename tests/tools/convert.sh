@@ -45,7 +45,7 @@ convert 0 relative.paged -o absolute.paged --absolute --paged
 same absolute.paged "$trace"
 convert 0 absolute -f -o absolute --absolute # onto itself
 same absolute plain
-"$qvx" info relative | grep '^Layout:    plain$' >/dev/null || fail 'a plain trace is not called so'
+"$qvx" info plain | grep '^Layout:    plain$' >/dev/null || fail 'a plain trace is not called so'
 for how in '' --parsable '--parsable --hex-tick'; do
     "$qvx" dump $how "$trace" >table
     convert 0 table -f -o table.qvx --paged
