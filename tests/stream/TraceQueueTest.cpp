@@ -2,10 +2,12 @@
 
 #include "quorvex/factory/PacketFactory.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/RandomPackets.h"
 
 #include <gtest/gtest.h>
 
-#include <set>
+#include <algorithm>
+#include <numeric>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -28,46 +30,39 @@ CPacket* numbered(std::uint64_t number) {
     return CPacketFactory::getCTimestamp(number);
 }
 
-std::uint64_t numberOf(const CPacket* packet) {
-    return dynamic_cast<const CTimestamp&>(*packet).Timestamp();
-}
+using Numbers = std::vector<std::uint64_t>;
 
-std::vector<std::uint64_t> takeNumbers(std::list<CPacket*>& packets) {
-    std::vector<std::uint64_t> numbers;
+Numbers takeNumbers(std::list<CPacket*>& packets) {
+    Numbers numbers;
     for (const CPacket* packet : packets)
-        numbers.push_back(numberOf(packet));
+        numbers.push_back(dynamic_cast<const CTimestamp&>(*packet).Timestamp());
     CPacketFactory::release(packets);
     return numbers;
 }
 
-using Numbers = std::vector<std::uint64_t>;
+Numbers upTo(unsigned count) {
+    Numbers numbers(count);
+    std::iota(numbers.begin(), numbers.end(), 0U);
+    return numbers;
+}
 
 TEST(TraceQueue, KeepsTheOrderAndTellsOfTheEnd) {
     CTraceQueue queue;
-    CPacket* first = numbered(1);
-    EXPECT_TRUE(queue.put(first));
-    CPacketFactory::releaseCPacket(&first);
+    EXPECT_TRUE(queue.put(PacketPointer(numbered(1)).get()));
     CPacket* end = CPacketFactory::getCEndOfTrace();
-    EXPECT_TRUE(queue.forward(end));
-    EXPECT_EQ(end, nullptr);
+    EXPECT_TRUE(queue.forward(end) && end == nullptr);
     std::list<CPacket*> more{numbered(2), numbered(3)};
-    EXPECT_TRUE(queue.forward(more));
-    EXPECT_TRUE(more.empty());
-    EXPECT_EQ(queue.size(), 4U);
-    EXPECT_EQ(queue.out_size(), 4U);
-    EXPECT_EQ(queue.position(), 0U);
+    EXPECT_TRUE(queue.forward(more) && more.empty());
+    EXPECT_TRUE(queue.size() == 4 && queue.out_size() == 4 && queue.position() == 0);
 
     EXPECT_EQ(queue.peek(), Timestamp);
     more = {numbered(0), queue.get()};
     EXPECT_FALSE(queue.eot());
     EXPECT_EQ(queue.peek(), EndOfTrace);
-    CPacket* taken = queue.get();
-    CPacketFactory::releaseCPacket(&taken);
-    EXPECT_TRUE(queue.eot());
+    EXPECT_TRUE(PacketPointer(queue.get()) && queue.eot());
     EXPECT_TRUE(queue.get(more));
-    EXPECT_EQ(takeNumbers(more), (Numbers{0, 1, 2, 3}));
+    EXPECT_EQ(takeNumbers(more), upTo(4));
     EXPECT_FALSE(queue.get(more));
-    EXPECT_TRUE(more.empty());
     EXPECT_TRUE(queue.eot() && queue.good()) << "as the list form leaves them";
     queue.clear();
     EXPECT_FALSE(queue.eot());
@@ -76,18 +71,12 @@ TEST(TraceQueue, KeepsTheOrderAndTellsOfTheEnd) {
 TEST(TraceQueue, IsNotGoodAfterAFailureUntilCleared) {
     CPacket unknown(tagTCode(0x06), 0);
     CFill fill(1);
-    const std::vector<void (*)(CTraceQueue&, CPacket&)> failures{
-        [](CTraceQueue& queue, CPacket&) { EXPECT_EQ(queue.peek(), Sync); },
-        [](CTraceQueue& queue, CPacket&) { EXPECT_EQ(queue.get(), nullptr); },
-        [](CTraceQueue& queue, CPacket& odd) { EXPECT_FALSE(queue.put(&odd)); },
-    };
-    for (const auto failure : failures) {
+    for (const unsigned failure : {0U, 1U, 2U}) {
         CTraceQueue queue;
         EXPECT_TRUE(queue.good());
-        failure(queue, unknown);
+        EXPECT_TRUE(failure == 0 ? queue.peek() == Sync : failure == 1 ? !queue.get() : !queue.put(&unknown));
         EXPECT_EQ(queue.size(), 0U);
-        EXPECT_TRUE(queue.put(&fill));
-        EXPECT_FALSE(queue.good());
+        EXPECT_TRUE(queue.put(&fill) && !queue.good());
         queue.clear();
         EXPECT_TRUE(queue.good());
     }
@@ -96,17 +85,15 @@ TEST(TraceQueue, IsNotGoodAfterAFailureUntilCleared) {
 TEST(TraceQueue, RefusesNullPacketsAndPassesNullEntriesOn) {
     CTraceQueue queue;
     CPacket* none = nullptr;
-    EXPECT_FALSE(queue.put(none));
-    EXPECT_EQ(takeLog(), "CTraceQueue: Bad pointer on input of put() function.\n");
-    EXPECT_FALSE(queue.forward(none));
-    EXPECT_EQ(takeLog(), "CTraceQueue: Bad pointer on input of forward() function.\n");
+    EXPECT_FALSE(queue.put(none) || queue.forward(none));
+    EXPECT_EQ(takeLog(), "CTraceQueue: Bad pointer on input of put() function.\n"
+                         "CTraceQueue: Bad pointer on input of forward() function.\n");
     std::list<CPacket*> entries{none};
     EXPECT_TRUE(queue.forward(entries));
     EXPECT_EQ(queue.peek(), Sync);
     EXPECT_TRUE(queue.good());
     EXPECT_EQ(queue.get(), nullptr);
-    EXPECT_FALSE(queue.good());
-    EXPECT_EQ(queue.size(), 0U);
+    EXPECT_TRUE(!queue.good() && queue.size() == 0);
 }
 
 TEST(TraceQueue, ReleasesWhatIsLeftWhenItIsDestroyed) {
@@ -115,8 +102,7 @@ TEST(TraceQueue, ReleasesWhatIsLeftWhenItIsDestroyed) {
         CTraceQueue queue, other;
         std::list<CPacket*> packets{new Counted(released), nullptr, new Counted(released)};
         queue.forward(packets);
-        EXPECT_TRUE(other.merge(queue));
-        EXPECT_EQ(queue.size(), 0U);
+        EXPECT_TRUE(other.merge(queue) && queue.size() == 0);
         EXPECT_EQ(released, 0U);
     }
     EXPECT_EQ(released, 2U);
@@ -127,34 +113,28 @@ TEST(TraceQueue, HandsPacketsFromOneThreadToAnother) {
     constexpr unsigned kCount = 20'000;
     CTraceQueue queue;
     std::thread producer([&queue] {
-        for (unsigned i = 0; i < kCount; ++i) {
-            CPacket* packet = numbered(i);
-            if (i % 2 == 0) {
-                queue.put(packet);
-                CPacketFactory::releaseCPacket(&packet);
-            } else {
-                queue.forward(packet);
-            }
+        for (unsigned i = 0; i < kCount; i += 2) {
+            queue.put(PacketPointer(numbered(i)).get());
+            CPacket* packet = numbered(i + 1);
+            queue.forward(packet);
         }
         CPacket* end = CPacketFactory::getCEndOfTrace();
         queue.forward(end);
     });
-    Numbers got;
+    std::list<CPacket*> got;
     while (!queue.eot()) {
-        CPacket* packet = queue.peek() == Timestamp ? queue.get() : nullptr;
-        if (packet) {
-            got.push_back(numberOf(packet));
-        } else if (queue.peek() == EndOfTrace) {
-            packet = queue.get();
+        queue.peek();
+        if (CPacket* packet = queue.get()) {
+            got.push_back(packet);
         } else {
             queue.clear();
             std::this_thread::yield();
         }
-        CPacketFactory::releaseCPacket(&packet);
     }
     producer.join();
-    ASSERT_EQ(got.size(), kCount);
-    EXPECT_TRUE(std::is_sorted(got.begin(), got.end()));
+    EXPECT_TRUE(PacketPointer(got.back())->TraceCode() == EndOfTrace);
+    got.pop_back();
+    EXPECT_TRUE(takeNumbers(got) == upTo(kCount));
 }
 
 TEST(TraceQueue, LosesNothingWhileTwoQueuesMergeIntoEachOther) {
@@ -179,9 +159,9 @@ TEST(TraceQueue, LosesNothingWhileTwoQueuesMergeIntoEachOther) {
     a.merge(a);
     std::list<CPacket*> packets;
     a.get(packets);
-    const Numbers numbers = takeNumbers(packets);
-    EXPECT_EQ(numbers.size(), 2 * kCount);
-    EXPECT_EQ(std::set(numbers.begin(), numbers.end()).size(), 2 * kCount);
+    Numbers numbers = takeNumbers(packets);
+    std::sort(numbers.begin(), numbers.end());
+    EXPECT_TRUE(numbers == upTo(2 * kCount));
 }
 
 TEST(PacketSequence, IsAListThatNeverReleases) {
@@ -189,34 +169,28 @@ TEST(PacketSequence, IsAListThatNeverReleases) {
     Counted a(released), b(released), c(released);
     const std::list<CPacket*> all{&a, &b, &c};
     CPacketSequence sequence;
-    EXPECT_EQ(sequence.get(), nullptr);
     sequence.pop();
+    EXPECT_EQ(sequence.get(), nullptr);
     sequence.push(&b);
     sequence.insert(sequence.begin(), &a);
     sequence.insert(sequence.end(), std::next(all.begin(), 2), all.end());
     const CPacketSequence copy(sequence);
     EXPECT_EQ(std::list<CPacket*>(copy.begin(), copy.end()), all);
+    EXPECT_TRUE(copy.front() == &a && copy.back() == &c);
     EXPECT_EQ(*sequence.erase(sequence.begin()), &b);
-    EXPECT_EQ(sequence.front(), &b);
-    EXPECT_EQ(sequence.back(), &c);
     sequence.front() = &a;
     sequence.pop();
+    EXPECT_EQ(sequence.back(), &c);
     EXPECT_EQ(sequence.erase(sequence.begin(), sequence.end()), sequence.end());
     EXPECT_TRUE(sequence.empty());
     sequence.assign(copy.begin(), copy.end());
     EXPECT_TRUE(sequence.merge(sequence));
-    EXPECT_EQ(sequence.size(), 3U);
-
-    std::list<CPacket*> list{nullptr};
-    EXPECT_TRUE(sequence.move_to(list));
-    EXPECT_FALSE(sequence.move_to(list));
-    EXPECT_EQ(list, (std::list<CPacket*>{nullptr, &a, &b, &c}));
+    std::list<CPacket*> list;
+    EXPECT_TRUE(sequence.move_to(list) && !sequence.move_to(list));
+    EXPECT_EQ(list, all);
     EXPECT_TRUE(sequence.splice(list));
     sequence.clear();
-    EXPECT_TRUE(sequence.empty());
-    EXPECT_EQ(copy.front(), &a);
-    EXPECT_EQ(copy.back(), &c);
-    EXPECT_EQ(released, 0U);
+    EXPECT_TRUE(sequence.empty() && released == 0);
 }
 
 } // namespace

@@ -2,13 +2,11 @@
 
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/stream/TextRun.h"
-#include "quorvex/stream/TraceAutoBuffer.h"
 #include "quorvex/stream/TraceSourceBufferStream.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
-#include "tests/support/RandomPackets.h"
 
 #include <gtest/gtest.h>
 
@@ -17,167 +15,142 @@
 namespace Quorvex::test {
 namespace {
 
-/// All packets of a trace, taken one by one, each as its bytes.
-std::vector<std::string> readAll(CTraceReaderPlain& reader) {
-    std::vector<std::string> packets;
-    while (const PacketPointer packet{reader.get()})
-        packets.push_back(wireOf(*packet));
-    return packets;
-}
-
-std::vector<std::string> readLists(CTraceReaderPlain& reader) {
-    std::vector<std::string> packets;
-    std::list<CPacket*> batch;
-    while (reader.get(batch)) {
-        for (CPacket* packet : batch)
-            packets.push_back(wireOf(*packet));
-        CPacketFactory::release(batch);
+/// Expects to read these packets and no more, and to stay behind them, one by one and in lists.
+void expectPackets(const std::string& trace, const std::vector<std::string>& packets, unsigned portion = ~0U) {
+    for (const bool inLists : {false, true}) {
+        MemorySource source(trace, portion);
+        CTraceReaderPlain reader(source);
+        ASSERT_TRUE(readAll(reader, inLists) == packets) << "in portions of " << portion;
+        EXPECT_EQ(reader.position(), join(packets).size());
+        EXPECT_EQ(reader.get(), nullptr) << "again";
     }
-    return packets;
 }
 
-std::string join(const std::vector<std::string>& packets) {
-    std::string trace;
-    for (const std::string& packet : packets)
-        trace += packet;
-    return trace;
+std::string fillOf(std::size_t size) {
+    return wireOf(*PacketPointer(new CFill(static_cast<std::uint8_t>(size - 2))));
+}
+
+CFunctionDefine named(std::size_t length) {
+    return CFunctionDefine(CCoreContext(1, 2, 3, 4), 5, std::string(length, 'n').c_str());
+}
+
+tagTCode codeOf(const std::string& wire) {
+    return tagTCode(static_cast<unsigned char>(wire[0]));
 }
 
 TEST(PlainReader, GivesTheSameWhereverTheBlocksAndPortionsEnd) {
     RandomPackets random(7);
     std::vector<std::string> packets;
     for (std::size_t size = 0; size < 3 * kPageSize;) {
-        packets.push_back(random.wire());
-        // A text of its own behind a packet that takes one would become part of it.
-        if (packets.back()[0] == '\x7e')
-            packets.pop_back();
-        else
-            size += packets.back().size();
+        const std::string wire = random.wire();
+        if (codeOf(wire) == CharString)
+            continue; // behind a packet that takes a text it would become part of it
+        packets.push_back(wire);
+        size += wire.size();
     }
-    for (const unsigned shift : {0U, 1U, 2U, 3U, 29U, 30U, 31U, 100U}) {
+    for (const unsigned shift : {0U, 2U, 3U, 29U, 30U, 31U, 100U}) {
         // Something in front moves every packet to another place in the blocks.
         std::vector<std::string> all(packets);
-        if (shift >= 2)
-            all.insert(all.begin(),
-                       std::string("\x7d") + static_cast<char>(shift - 2) + std::string(shift - 2, '\x80'));
-        const std::string trace = join(all);
-        for (const unsigned portion : {~0U, kPageSize - 1, 4099U}) {
-            MemorySource source(trace, portion), listSource(trace, portion);
-            CTraceReaderPlain reader(source), listReader(listSource);
-            ASSERT_TRUE(readAll(reader) == all) << shift << " " << portion;
-            ASSERT_TRUE(readLists(listReader) == all) << shift << " " << portion;
-            EXPECT_EQ(reader.position(), trace.size());
-        }
+        if (shift > 0)
+            all.insert(all.begin(), fillOf(shift));
+        for (const unsigned portion : {~0U, kPageSize - 1, 4099U})
+            expectPackets(join(all), all, portion);
     }
 }
 
 // The define packet's own end, the ends of the packets of its name, and the byte that tells whether there is one: each
 // at each place around the end of a block.
 TEST(PlainReader, KeepsADefinitionAndItsNameTogetherAcrossTheEndOfABlock) {
+    std::string fills;
+    while (fills.size() + 2000 < kPageSize)
+        fills += fillOf(255);
     for (const unsigned length : {0U, 1U, 254U, 255U, 256U, 520U}) {
-        CFunctionDefine define(CCoreContext(1, 2, 3, 4), 5, std::string(length, 'n').c_str());
+        CFunctionDefine define = named(length);
         const std::string middle = wireOf(define);
-        CEndOfTrace end;
-        for (unsigned overlap = 0; overlap <= middle.size() + 3; ++overlap) {
-            std::string trace;
-            CFill fill(253);
-            while (trace.size() + 600 < kPageSize - overlap)
-                trace += wireOf(fill);
-            for (std::size_t left = kPageSize - overlap - trace.size(); left > 0;
-                 left = kPageSize - overlap - trace.size())
-                trace += wireOf(*PacketPointer(
-                    new CFill(static_cast<std::uint8_t>(std::min<std::size_t>(left == 256 ? 100 : left - 2, 253)))));
-            MemorySource source(trace + middle + wireOf(end));
+        for (std::size_t overlap = 0; overlap <= middle.size() + 3; ++overlap) {
+            std::string trace = fills;
+            while (const std::size_t left = kPageSize - overlap - trace.size())
+                trace += fillOf(left == 256 ? 100 : std::min<std::size_t>(left, 255));
+            MemorySource source(trace + middle + bytes("7c 00"));
             CTraceReaderPlain reader(source);
-            std::vector<std::string> packets = readAll(reader);
-            ASSERT_GE(packets.size(), 2U);
-            ASSERT_TRUE(packets[packets.size() - 2] == middle) << length << " " << overlap;
-            ASSERT_TRUE(packets.back() == wireOf(end));
+            const std::vector<std::string> packets = readAll(reader);
+            ASSERT_EQ(Steps(packets.end() - 2, packets.end()), (Steps{middle, bytes("7c 00")})) << overlap;
         }
     }
 }
 
 TEST(PlainReader, ReadsANameThatNoBlockCanHold) {
     for (const unsigned length : {kPageSize - 300, kPageSize, 3 * kPageSize + 17}) {
-        CFunctionDefine define(CCoreContext(1, 2, 3, 4), 5, std::string(length, 'n').c_str());
-        CEndOfTrace end;
+        CFunctionDefine define = named(length);
         CSync sync;
-        const std::vector<std::string> packets{wireOf(sync), wireOf(define), wireOf(sync), wireOf(end)};
-        for (const unsigned portion : {~0U, 1000U}) {
-            MemorySource source(join(packets), portion), lists(join(packets), portion);
-            CTraceReaderPlain reader(source), listReader(lists);
-            EXPECT_TRUE(readAll(reader) == packets) << length;
-            EXPECT_TRUE(readLists(listReader) == packets) << length;
-        }
-        // Cut: the packet is not handed out, and reading ends.
+        const std::vector<std::string> packets{wireOf(sync), wireOf(define), wireOf(sync), bytes("7c 00")};
+        for (const unsigned portion : {~0U, 1000U})
+            expectPackets(join(packets), packets, portion);
         MemorySource cut(join(packets).substr(0, length));
         CTraceReaderPlain reader(cut);
-        EXPECT_EQ(readAll(reader).size(), 1U);
+        EXPECT_EQ(readAll(reader), Steps{wireOf(sync)}) << "what is cut is not handed out";
     }
 }
 
 TEST(PlainReader, StaysAtTheStartOfACutPacket) {
     CSync sync(1, 2, 3, 4);
-    CFunctionDefine define(CCoreContext(1, 2, 3, 4), 5, "name");
+    CFunctionDefine define = named(4);
     const std::string whole = wireOf(sync) + wireOf(define);
     for (std::size_t size = 0; size < whole.size(); ++size) {
-        // Without its name the definition is whole.
-        const std::size_t packets = (size >= 26) + (size == 26 + 30);
-        const std::uint64_t position = size >= 26 + 30 && size == 26 + 30 ? 56 : size >= 26 ? 26 : 0;
-        MemorySource source(whole.substr(0, size)), lists(whole.substr(0, size));
-        CTraceReaderPlain reader(source), listReader(lists);
-        EXPECT_EQ(readAll(reader).size(), packets) << size;
-        EXPECT_EQ(reader.position(), position) << size;
-        EXPECT_EQ(readLists(listReader).size(), packets) << size;
-        EXPECT_EQ(reader.get(), nullptr) << "again";
+        std::vector<std::string> packets;
+        if (size >= 26)
+            packets.push_back(wireOf(sync));
+        if (size == 26 + 30)
+            packets.push_back(whole.substr(26, 30)); // without its name the definition is whole
+        expectPackets(whole.substr(0, size), packets);
     }
 }
 
 TEST(PlainReader, StepsOverDamageByItsLength) {
-    //                  known but too short  unknown         unknown of length 0
-    const std::string damage = "10 02 11 22   06 03 33 33 33   07 00";
-    const std::string trace = bytes("7a 00" + damage + "7c 00");
-    MemorySource source(trace), lists(trace);
-    CTraceReaderPlain reader(source), listReader(lists);
-    EXPECT_EQ(PacketPointer(reader.get())->TraceCode(), TraceDisabled);
-    EXPECT_EQ(reader.get(), nullptr);
+    //                       known but too short  unknown         unknown of length 0
+    const std::string trace = bytes("7a 00 10 02 11 22   06 03 33 33 33   07 00     7c 00");
+    MemorySource source(trace);
+    CTraceReaderPlain reader(source);
+    EXPECT_EQ(readAll(reader), Steps{bytes("7a 00")});
     EXPECT_EQ(reader.position(), 6U);
     EXPECT_EQ(reader.peek(), 0x06);
-    EXPECT_EQ(reader.get(), nullptr);
-    EXPECT_EQ(reader.position(), 11U);
-    EXPECT_EQ(reader.get(), nullptr);
-    EXPECT_EQ(reader.position(), 11U) << "nothing tells where the next packet is";
-    EXPECT_TRUE(reader.skip());
-    EXPECT_FALSE(reader.eot());
+    for (unsigned i = 0; i < 2; ++i) {
+        EXPECT_EQ(reader.get(), nullptr);
+        EXPECT_EQ(reader.position(), 11U) << "nothing tells where the next packet is";
+    }
+    EXPECT_TRUE(reader.skip() && !reader.eot());
     EXPECT_EQ(PacketPointer(reader.get())->TraceCode(), EndOfTrace);
-    EXPECT_TRUE(reader.eot());
-    EXPECT_FALSE(reader.good());
+    EXPECT_TRUE(reader.eot() && !reader.good());
     reader.clear();
     EXPECT_TRUE(reader.good());
     EXPECT_FALSE(reader.skip());
     EXPECT_EQ(reader.peek(), Invalid);
 
-    EXPECT_EQ(readLists(listReader).size(), 1U) << "a known code that cannot be built ends the batch";
-    MemorySource unknown(bytes("7a 00 06 03 33 33 33 7c 00"));
-    CTraceReaderPlain skipping(unknown);
-    EXPECT_EQ(readLists(skipping).size(), 2U) << "an unknown one is skipped";
-    MemorySource endless(bytes("06 00 7c 00"));
-    CTraceReaderPlain stuck(endless);
-    EXPECT_EQ(readLists(stuck).size(), 0U);
+    const std::pair<std::string, std::size_t> lists[] = {
+        {trace, 1}, // a known code that cannot be built ends the batch
+        {bytes("7a 00 06 03 33 33 33 7c 00"), 2},
+        {bytes("06 00 7c 00"), 0},
+    };
+    for (const auto& [damaged, count] : lists) {
+        MemorySource listSource(damaged);
+        CTraceReaderPlain listReader(listSource);
+        EXPECT_EQ(readAll(listReader, true).size(), count);
+    }
 }
 
 // Every bit of a small trace flipped, every length cut: reading ends and what stood before the damage is handed out.
 TEST(PlainReader, EndsAndLosesNothingBeforeTheDamage) {
     RandomPackets random(3);
     std::vector<std::string> packets;
-    std::vector<std::size_t> starts;
     std::string trace;
-    while (trace.size() < 700) {
-        starts.push_back(trace.size());
+    for (; trace.size() < 700; trace += packets.back())
         packets.push_back(random.wire());
-        trace += packets.back();
-    }
+    // How many packets the damage leaves alone. The one before it may have had a text that it changed.
+    std::size_t untouched = 0;
+    std::size_t end = packets[0].size() + packets[1].size();
     for (std::size_t bit = 0; bit < trace.size() * 8; ++bit) {
+        if (bit / 8 == end)
+            end += packets[++untouched + 1].size();
         std::string damaged = trace;
         damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ (1 << bit % 8));
         MemorySource source(damaged);
@@ -191,14 +164,8 @@ TEST(PlainReader, EndsAndLosesNothingBeforeTheDamage) {
             else if (reader.position() == before && !reader.skip())
                 break;
         }
-        // The packet before the damage may have had a text that the damage changed.
-        std::size_t untouched = 0;
-        while (untouched + 1 < starts.size() && starts[untouched + 1] <= bit / 8)
-            ++untouched;
-        untouched = untouched > 0 ? untouched - 1 : 0;
         ASSERT_GE(read.size(), untouched) << bit;
-        for (std::size_t i = 0; i < untouched; ++i)
-            ASSERT_TRUE(read[i] == packets[i]) << bit;
+        ASSERT_TRUE(std::equal(packets.begin(), packets.begin() + std::ptrdiff_t(untouched), read.begin())) << bit;
     }
     takeLog();
 }
@@ -206,37 +173,17 @@ TEST(PlainReader, EndsAndLosesNothingBeforeTheDamage) {
 // All kinds, with texts of all lengths, through both writers and back.
 TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
     RandomPackets random(20261121);
-    MemorySink plainSink, pagedSink;
-    CTraceWriterPlain plain(plainSink);
-    CTraceWriterPaged paged(pagedSink);
-    std::string expected;
-    const auto check = [&] {
-        plain.flush();
-        paged.flush();
-        ASSERT_TRUE(plainSink.bytes == expected);
-        MemorySource source(pagedSink.bytes);
+    const auto read = [](const MemorySink& sink) {
+        MemorySource source(sink.bytes);
         CTraceReaderPlain reader(source);
-        std::string kept;
-        while (const PacketPointer packet{reader.get()}) {
-            const tagTCode code = packet->TraceCode();
-            if (!isPagedBusiness(code))
-                kept += wireOf(*packet);
-        }
-        MemorySource plainSource(plainSink.bytes);
-        CTraceReaderPlain plainReader(plainSource);
-        std::string read, withoutInserted;
-        while (const PacketPointer packet{plainReader.get()}) {
-            const tagTCode code = packet->TraceCode();
-            const std::string wire = wireOf(*packet);
-            read += wire;
-            if (!isPagedBusiness(code))
-                withoutInserted += wire;
-        }
-        ASSERT_TRUE(read == expected);
-        ASSERT_TRUE(kept == withoutInserted);
+        return readAll(reader);
     };
     // In parts, so that the memory of a small machine holds them.
     for (unsigned part = 0; part < 20; ++part) {
+        MemorySink plainSink, pagedSink;
+        CTraceWriterPlain plain(plainSink);
+        CTraceWriterPaged paged(pagedSink);
+        std::vector<std::string> expected;
         bool nameless = false;
         for (unsigned i = 0; i < 50'000; ++i) {
             PacketPointer packet = random.packet();
@@ -244,24 +191,23 @@ TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
             while (nameless && packet->TraceCode() == CharString)
                 packet = random.packet();
             nameless = isFollowedByText(packet->TraceCode()) && packet->StreamSize() == packet->Length() + 2;
-            expected += wireOf(*packet);
+            expected.push_back(wireOf(*packet));
             ASSERT_TRUE(plain.put(packet.get()) && paged.put(packet.get()));
         }
-        check();
-        expected.clear();
-        plainSink.bytes.clear();
-        plainSink.at = 0;
-        plain.seekp(0);
-        pagedSink.bytes.clear();
-        pagedSink.at = 0;
-        paged.seekp(0);
+        plain.flush();
+        paged.flush();
+        ASSERT_TRUE(plainSink.bytes == join(expected));
+        ASSERT_TRUE(read(plainSink) == expected);
+        std::vector<std::string> inPages = read(pagedSink);
+        for (auto* packets : {&expected, &inPages})
+            std::erase_if(*packets, [](const std::string& wire) { return isPagedBusiness(codeOf(wire)); });
+        ASSERT_TRUE(inPages == expected);
     }
     takeLog();
 }
 
 TEST(PlainReader, SkipsAndMovesInASeekableSource) {
-    class Reader : public CTraceReaderPlain {
-    public:
+    struct Reader : CTraceReaderPlain {
         using CTraceReaderPlain::CTraceReaderPlain;
         using CTraceReaderPlain::seek;
     };
@@ -279,13 +225,11 @@ TEST(PlainReader, SkipsAndMovesInASeekableSource) {
     EXPECT_EQ(skipped, 20'000U);
     EXPECT_EQ(reader.position(), trace.size()) << "a lone byte is left";
     EXPECT_EQ(reader.size(), trace.size() + 1);
-    reader.clear();
-    for (const unsigned index : {17'000U, 16'999U, 3U, 19'999U}) {
-        ASSERT_TRUE(reader.seek(std::uint64_t{index} * 8));
-        const PacketPointer packet(reader.get());
-        ASSERT_TRUE(packet);
-        EXPECT_EQ(dynamic_cast<CRelHWExceptionEnter&>(*packet).ExceptionId(), index);
+    EXPECT_FALSE(reader.seek(trace.size() + 2));
+    for (const unsigned at : {17'000U * 8, 16'999U * 8, 3U * 8, 19'999U * 8}) {
         reader.clear();
+        ASSERT_TRUE(reader.seek(at));
+        EXPECT_EQ(hex(wireOf(*PacketPointer(reader.get()))), hex(trace.substr(at, 8)));
     }
 }
 
