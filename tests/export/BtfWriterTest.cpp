@@ -1,10 +1,12 @@
 #include "quorvex/export/BtfWriter.h"
 
 #include "tests/support/BtfChecker.h"
+#include "tests/support/Golden.h"
 #include "tests/support/RandomPackets.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <sstream>
 
@@ -13,9 +15,6 @@ namespace {
 
 using Losses = CViewerWriter::Losses;
 using Packets = std::vector<std::shared_ptr<CPacket>>;
-
-constexpr char kSupplied[] = "events that were missing and supplied";
-constexpr char kNoEnter[] = "leaves without an enter";
 
 template <class Packet, class... Values>
 std::shared_ptr<CPacket> at(std::uint64_t tick, std::uint32_t core, std::uint32_t task, Values... values) {
@@ -46,12 +45,7 @@ Written written(const Packets& packets) {
     return {out.str(), writer.losses()};
 }
 
-std::string complaintsOf(const std::string& text) {
-    std::string all;
-    for (const std::string& complaint : checkBtf(text))
-        all += complaint + "\n";
-    return all;
-}
+const std::vector<std::string> kLegal; ///< no complaint
 
 TEST(BtfChecker, NamesEachFault) {
     const std::string legal = "#version 2.1.0\n#typeTable\n#-0 C\n#-1 T\n#-2 R\n#-3 SIG\n#-4 STI\n"
@@ -62,8 +56,9 @@ TEST(BtfChecker, NamesEachFault) {
                               "9,C2,0,T,A,0,resume\n10,A,0,R,F,0,resume\n11,A,0,R,F,1,resume\n"
                               "12,A,0,SIG,V,0,write,7\n13,A,0,R,F,1,terminate\n14,A,0,R,F,0,terminate\n"
                               "15,C2,0,T,A,0,terminate\n";
-    EXPECT_EQ(complaintsOf(legal), "");
-    EXPECT_EQ(complaintsOf(legal.substr(0, legal.find("# events"))), "line 21: file ends inside a table\n");
+    EXPECT_EQ(checkBtf(legal), kLegal);
+    EXPECT_EQ(checkBtf(legal.substr(0, legal.find("# events"))),
+              std::vector{std::string("line 21: file ends inside a table")});
     const struct {
         std::string from, to, first;
     } kFaults[] = {
@@ -139,167 +134,58 @@ TEST(BtfWriter, WritesTasksInterruptsFunctionsAndValues) {
         std::make_shared<CTraceDisabled>(),
     });
     EXPECT_TRUE(file.text.starts_with("#version 2.1.0\n#creator Quorvex ("));
-    EXPECT_EQ(file.text.substr(file.text.find("#creationDate")), R"(#creationDate 2026-08-22T10:15:00Z
-#inputFile a_b.qvx
-#timeScale ns
-#typeTable
-#-0 C
-#-1 T
-#-2 I
-#-3 R
-#-4 SIG
-#-5 STI
-#entityTable
-#-0 Core_0
-#-1 TASK_1
-#-2 STI_TASK_1
-#-3 main
-#-4 speed
-#-5 ISR_2
-#-6 STI_ISR_2
-#-7 function_8
-#-8 Core_1
-#-9 misses[4]
-#-10 TASK_shell
-#-11 STI_TASK_shell
-#entityTypeTable
-#-C Core_0
-#-T TASK_1
-#-STI STI_TASK_1
-#-R main
-#-SIG speed
-#-I ISR_2
-#-STI STI_ISR_2
-#-R function_8
-#-C Core_1
-#-SIG misses[4]
-#-T TASK_shell
-#-STI STI_TASK_shell
-10,STI_TASK_1,0,STI,STI_TASK_1,0,trigger
-10,STI_TASK_1,0,T,TASK_1,0,activate
-10,Core_0,0,T,TASK_1,0,start
-10,TASK_1,0,R,main,0,start
-20,TASK_1,0,SIG,speed,0,write,513
-30,TASK_1,0,R,main,0,suspend
-30,Core_0,0,T,TASK_1,0,preempt
-30,STI_ISR_2,0,STI,STI_ISR_2,0,trigger
-30,STI_ISR_2,0,I,ISR_2,0,activate
-30,Core_0,0,I,ISR_2,0,start
-40,ISR_2,0,R,function_8,0,start
-50,ISR_2,0,R,function_8,0,terminate
-60,Core_0,0,I,ISR_2,0,terminate
-60,Core_0,0,T,TASK_1,0,resume
-60,TASK_1,0,R,main,0,resume
-70,TASK_1,0,R,main,0,suspend
-70,Core_0,0,T,TASK_1,0,preempt
-70,Core_1,0,T,TASK_1,0,resume
-70,TASK_1,0,R,main,0,resume
-80,TASK_1,0,SIG,misses[4],0,write,9
-90,TASK_1,0,R,main,0,suspend
-90,Core_1,0,T,TASK_1,0,preempt
-90,STI_TASK_shell,0,STI,STI_TASK_shell,0,trigger
-90,STI_TASK_shell,0,T,TASK_shell,0,activate
-90,Core_1,0,T,TASK_shell,0,start
-100,TASK_shell,0,SIG,speed,0,read,0xff0807060504030201
-110,Core_1,0,T,TASK_shell,0,preempt
-120,Core_1,0,T,TASK_1,0,resume
-120,TASK_1,0,R,main,0,resume
-120,TASK_1,0,R,main,0,terminate
-130,Core_0,0,T,TASK_shell,0,resume
-140,Core_0,0,T,TASK_shell,0,terminate
-140,Core_1,0,T,TASK_1,0,terminate
-)");
-    EXPECT_EQ(complaintsOf(file.text), "");
+    expectGolden("everything.btf", file.text.substr(file.text.find("#creationDate")));
+    EXPECT_EQ(checkBtf(file.text), kLegal);
     EXPECT_EQ(file.losses, (Losses{{"instructions", 1}}));
 }
 
 TEST(BtfWriter, SuppliesWhatIsMissingAndIgnoresWhatHasNoBeginning) {
-    const std::string started = "0,STI_TASK_1,0,STI,STI_TASK_1,0,trigger\n0,STI_TASK_1,0,T,TASK_1,0,activate\n"
-                                "0,Core_0,0,T,TASK_1,0,start\n";
-    const std::string process = "0,STI_TASK_process_3,0,STI,STI_TASK_process_3,0,trigger\n"
-                                "0,STI_TASK_process_3,0,T,TASK_process_3,0,activate\n"
-                                "0,Core_0,0,T,TASK_process_3,0,start\n";
-    const auto interrupted = [](const std::string& time, const std::string& by) {
-        const std::string to = "ISR_" + by + ",0,";
-        return time + ",STI_" + to + "STI,STI_" + to + "trigger\n" + time + ",STI_" + to + "I," + to + "activate\n" +
-               time + ",Core_0,0,I," + to + "start\n";
-    };
-    const struct {
-        const char* what;
-        Packets packets;
-        std::string body;
-        Losses losses;
-    } kCases[] = {
+    const std::pair<const char*, Packets> cases[] = {
         {"a leave skips an open function",
-         {at<CFunctionEnter>(0, 0, 1, 7U), at<CFunctionEnter>(1, 0, 1, 8U), at<CFunctionLeave>(2, 0, 1, 7U)},
-         started + "0,TASK_1,0,R,function_7,0,start\n1,TASK_1,0,R,function_8,0,start\n"
-                   "2,TASK_1,0,R,function_8,0,terminate\n2,TASK_1,0,R,function_7,0,terminate\n"
-                   "2,Core_0,0,T,TASK_1,0,terminate\n",
-         {{kSupplied, 1}}},
+         {at<CFunctionEnter>(0, 0, 1, 7U), at<CFunctionEnter>(1, 0, 1, 8U), at<CFunctionLeave>(2, 0, 1, 7U)}},
         {"leaves without enters",
-         {at<CHWExceptionLeave>(0, 0, 1, 2U), at<CProcessLeave>(0, 0, 1, 3U), at<CFunctionLeave>(0, 0, 1, 7U)},
-         started + "0,Core_0,0,T,TASK_1,0,terminate\n",
-         {{kNoEnter, 3}}},
+         {at<CHWExceptionLeave>(0, 0, 1, 2U), at<CProcessLeave>(0, 0, 1, 3U), at<CFunctionLeave>(0, 0, 1, 7U)}},
         {"a leave skips an interrupt",
          {at<CHWExceptionEnter>(0, 0, 1, 2U), at<CHWExceptionEnter>(1, 0, 1, 4U), at<CFunctionEnter>(2, 0, 1, 7U),
-          at<CHWExceptionLeave>(3, 0, 1, 2U)},
-         interrupted("0", "2") + "1,Core_0,0,I,ISR_2,0,preempt\n" + interrupted("1", "4") +
-             "2,ISR_4,0,R,function_7,0,start\n3,ISR_4,0,R,function_7,0,terminate\n"
-             "3,Core_0,0,I,ISR_4,0,terminate\n3,Core_0,0,I,ISR_2,0,resume\n3,Core_0,0,I,ISR_2,0,terminate\n" +
-             std::string("3,STI_TASK_1,0,STI,STI_TASK_1,0,trigger\n3,STI_TASK_1,0,T,TASK_1,0,activate\n"
-                         "3,Core_0,0,T,TASK_1,0,start\n3,Core_0,0,T,TASK_1,0,terminate\n"),
-         {{kSupplied, 2}}},
+          at<CHWExceptionLeave>(3, 0, 1, 2U)}},
         {"a process is undefined that does not run",
          {at<CProcessEnter>(0, 0, 1, 3U), at<CProcessLeave>(1, 0, 1, 3U), at<CHWExceptionEnter>(2, 0, 1, 2U),
-          at<CProcessUndefine>(3, 0, 1, 3U), at<CProcessUndefine>(3, 0, 1, 4U)},
-         process + "1,Core_0,0,T,TASK_process_3,0,preempt\n" + interrupted("2", "2") +
-             "3,Core_0,0,I,ISR_2,0,preempt\n3,Core_0,0,T,TASK_process_3,0,resume\n"
-             "3,Core_0,0,T,TASK_process_3,0,terminate\n3,Core_0,0,I,ISR_2,0,resume\n3,Core_0,0,I,ISR_2,0,terminate\n",
-         {{kSupplied, 3}}},
+          at<CProcessUndefine>(3, 0, 1, 3U), at<CProcessUndefine>(3, 0, 1, 4U)}},
         {"a process is entered on a second core",
-         {at<CProcessEnter>(0, 0, 1, 3U), at<CProcessEnter>(1, 1, 1, 3U), at<CProcessLeave>(2, 0, 1, 3U)},
-         process + "1,Core_0,0,T,TASK_process_3,0,preempt\n1,Core_1,0,T,TASK_process_3,0,resume\n"
-                   "2,Core_1,0,T,TASK_process_3,0,terminate\n",
-         {{kNoEnter, 1}}},
+         {at<CProcessEnter>(0, 0, 1, 3U), at<CProcessEnter>(1, 1, 1, 3U), at<CProcessLeave>(2, 0, 1, 3U)}},
         {"what cannot be shown",
          {std::make_shared<CBusData>(), std::make_shared<CSystemData>(), std::make_shared<CMessage>(),
-          std::make_shared<CTransition>(), at<CFunctionEnter>(0, 0, 1, ~0U)},
-         started + "0,Core_0,0,T,TASK_1,0,terminate\n",
-         {{"bus packets", 1},
-          {"system trace packets", 1},
-          {"messages", 1},
-          {"state machines", 1},
-          {"functions without a number", 1}}},
+          std::make_shared<CTransition>(), at<CFunctionEnter>(0, 0, 1, ~0U)}},
     };
-    for (const auto& [what, packets, body, losses] : kCases) {
-        SCOPED_TRACE(what);
+    std::string all;
+    for (const auto& [what, packets] : cases) {
         const Written file = written(packets);
-        EXPECT_EQ(file.body(), body);
-        EXPECT_EQ(file.losses, losses);
-        EXPECT_EQ(complaintsOf(file.text), "");
+        EXPECT_EQ(checkBtf(file.text), kLegal) << what;
+        all.append("# ").append(what).append("\n").append(file.body());
+        for (const auto& [reason, count] : file.losses)
+            all.append("# lost: ").append(std::to_string(count)).append(" ").append(reason).append("\n");
     }
+    expectGolden("supplied.btf", all);
 }
 
 TEST(BtfWriter, KeepsNoMoreThanItsLimitOfOpenFunctionsAndInterrupts) {
     Packets packets{at<CProcessEnter>(0, 0, 1, 3U)};
-    for (unsigned i = 0; i < 4097; ++i)
-        packets.push_back(at<CFunctionEnter>(0, 0, 1, 7U));
+    const auto add = [&packets](unsigned count, const std::shared_ptr<CPacket>& packet) {
+        packets.insert(packets.end(), count, packet);
+    };
+    add(4097, at<CFunctionEnter>(0, 0, 1, 7U));
     packets.insert(packets.end(),
                    {at<CProcessUndefine>(0, 0, 1, 3U), at<CProcessEnter>(0, 0, 1, 3U), at<CFunctionEnter>(0, 0, 1, 7U),
                     at<CFunctionLeave>(0, 0, 1, 7U), at<CProcessLeave>(0, 0, 1, 3U)});
-    for (unsigned i = 0; i < 4098; ++i)
-        packets.push_back(at<CFunctionEnter>(i, 0, 1, 7U));
-    for (unsigned i = 0; i < 4098; ++i)
-        packets.push_back(at<CFunctionLeave>(i, 0, 1, 7U));
-    for (unsigned i = 0; i < 257; ++i)
-        packets.push_back(at<CHWExceptionEnter>(5000, 0, 1, 2U));
-    for (unsigned i = 0; i < 257; ++i)
-        packets.push_back(at<CHWExceptionLeave>(5000, 0, 1, 2U));
+    add(4098, at<CFunctionEnter>(1, 0, 1, 7U));
+    add(4098, at<CFunctionLeave>(2, 0, 1, 7U));
+    add(257, at<CHWExceptionEnter>(5000, 0, 1, 2U));
+    add(257, at<CHWExceptionLeave>(5000, 0, 1, 2U));
     const Written file = written(packets);
-    EXPECT_EQ(complaintsOf(file.text), "");
+    EXPECT_EQ(checkBtf(file.text), kLegal);
     EXPECT_EQ(file.losses.at("functions nested too deep"), 5U);
     EXPECT_EQ(file.losses.at("interrupts nested too deep"), 2U);
-    EXPECT_FALSE(file.losses.contains(kNoEnter));
+    EXPECT_FALSE(file.losses.contains("leaves without an enter"));
 }
 
 /// Cores that switch threads and processes, are interrupted, and call functions; all leaves are there.
@@ -309,28 +195,22 @@ TEST(BtfWriter, FollowsASchedulerWithoutLoss) {
         std::vector<std::uint32_t> functions;
     };
     RandomPackets random(7);
-    std::vector<Flow> threads, processes;
-    for (std::uint32_t i = 0; i < 8; ++i) {
-        threads.push_back({i, {}});
-        processes.push_back({100 + i, {}});
-    }
+    std::vector<Flow> flows; ///< threads, then processes
+    for (std::uint32_t i = 0; i < 16; ++i)
+        flows.push_back({i, {}});
     struct {
         Flow* thread = nullptr;
         Flow* process = nullptr;
         std::vector<Flow> interrupts;
     } cores[3];
+    const auto idle = [&cores](const Flow* flow) {
+        return std::ranges::none_of(cores, [flow](auto& core) { return core.thread == flow || core.process == flow; });
+    };
     Packets packets;
     for (std::uint64_t tick = 1000; packets.size() < 20'000; tick += random.below(5)) {
         const unsigned number = random.below(3);
         auto& core = cores[number];
-        const auto idle = [&](Flow* flow) {
-            for (const auto& other : cores) {
-                if (other.thread == flow || other.process == flow)
-                    return false;
-            }
-            return true;
-        };
-        Flow* const next = &threads[random.below(8)];
+        Flow* const next = &flows[random.below(8)];
         if (!core.thread || (!core.process && core.interrupts.empty() && random.below(20) == 0 && idle(next)))
             core.thread = idle(next) ? next : core.thread;
         if (!core.thread)
@@ -357,13 +237,13 @@ TEST(BtfWriter, FollowsASchedulerWithoutLoss) {
             packets.push_back(ends ? at<CProcessUndefine>(tick, number, task, flow.id)
                                    : at<CProcessLeave>(tick, number, task, flow.id));
             core.process = nullptr;
-        } else if (Flow* process = &processes[random.below(8)]; core.interrupts.empty() && idle(process)) {
+        } else if (Flow* process = &flows[8 + random.below(8)]; core.interrupts.empty() && idle(process)) {
             core.process = process;
             packets.push_back(at<CProcessEnter>(tick, number, task, process->id));
         }
     }
     const Written file = written(packets);
-    EXPECT_EQ(complaintsOf(file.text), "");
+    EXPECT_EQ(checkBtf(file.text), kLegal);
     EXPECT_EQ(file.losses, Losses());
 }
 
@@ -384,7 +264,7 @@ TEST(BtfWriter, WritesALegalFileFromAnyPackets) {
             if (packets.back()->TraceCode() == TraceDisabled)
                 packets.pop_back();
         }
-        EXPECT_EQ(complaintsOf(written(packets).text), "");
+        EXPECT_EQ(checkBtf(written(packets).text), kLegal);
     }
 }
 
@@ -405,7 +285,7 @@ TEST(BtfWriter, MakesNamesLegalAndUnique) {
               std::string::npos)
         << file.text;
     EXPECT_NE(file.text.find("0,TASK_1_1,0,SIG,variable_9,0,write,unknown\n"), std::string::npos) << file.text;
-    EXPECT_EQ(complaintsOf(file.text), "");
+    EXPECT_EQ(checkBtf(file.text), kLegal);
 }
 
 TEST(BtfWriter, TellsTimesInNanoseconds) {
@@ -418,15 +298,18 @@ TEST(BtfWriter, TellsTimesInNanoseconds) {
 
 TEST(BtfWriter, WritesNoTableLastAndTellsOfAStreamThatFails) {
     const Written empty = written({std::make_shared<CTraceDisabled>()});
-    EXPECT_EQ(complaintsOf(empty.text), "");
+    EXPECT_EQ(checkBtf(empty.text), kLegal);
     EXPECT_EQ(empty.body(), "");
     std::ostringstream out;
     CBtfWriter writer(out);
     EXPECT_TRUE(writer.put(at<CExecInsn>(0, 0, 1).get()));
     out.setstate(std::ios::badbit);
-    EXPECT_FALSE(writer.put(std::make_shared<CTraceDisabled>().get()));
     EXPECT_FALSE(writer.good());
-    EXPECT_FALSE(writer.written());
+    writer.clear();
+    EXPECT_TRUE(writer.good());
+    out.setstate(std::ios::badbit);
+    EXPECT_FALSE(writer.put(std::make_shared<CTraceDisabled>().get()));
+    EXPECT_FALSE(writer.good() || writer.written());
 }
 
 } // namespace

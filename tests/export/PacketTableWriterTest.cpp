@@ -16,7 +16,7 @@
 namespace Quorvex::test {
 namespace {
 
-template <class Table = CPacketPlain> std::string tableOfSamples(bool parsable, bool hexTick) {
+template <class Table = CPacketPlain> std::string tableOfSamples(bool parsable = false, bool hexTick = false) {
     std::ostringstream out;
     Table table(out, true, 0);
     table.SetParsable(parsable);
@@ -39,16 +39,13 @@ template <class Table = CPacketPlain> std::string tableOfSamples(bool parsable, 
     return out.str();
 }
 
-TEST(PlainTable, ShowsEveryKind) {
-    expectGolden("table.txt", tableOfSamples(false, false));
+TEST(Tables, ShowEveryKind) {
+    expectGolden("table.txt", tableOfSamples());
     expectGolden("table_hextick.txt", tableOfSamples(false, true));
-    expectGolden("table_parsable.txt", tableOfSamples(true, false));
+    expectGolden("table_parsable.txt", tableOfSamples(true));
+    expectGolden("table.html", tableOfSamples<CPacketHTML>());
+    expectGolden("table.tex", tableOfSamples<CPacketLaTeX>());
     EXPECT_EQ(takeLog(), "");
-}
-
-TEST(Pages, ShowEveryKind) {
-    expectGolden("table.html", tableOfSamples<CPacketHTML>(false, false));
-    expectGolden("table.tex", tableOfSamples<CPacketLaTeX>(false, false));
 }
 
 /// The rows of all named codes, used or not, as a page.
@@ -77,33 +74,6 @@ TEST(Pages, DocumentEveryKindFromItsCode) {
     takeLog();
 }
 
-// Whatever the texts of a trace hold, the page shows it and nothing of it becomes markup.
-TEST(Pages, ShowTextsAsTheyAre) {
-    struct {
-        std::string text;
-        std::string html;
-        std::string latex;
-    } const rows[] = {
-        {"a<b>&c", "a&lt;b&gt;&amp;c", "a$<$b$>$\\&c"},
-        {"\\x{y}_z^~", "\\x{y}_z^~", "$\\backslash$x\\{y\\}\\_z\\^{}\\~{}"},
-        {"100 %$#|--", "100 %$#|--", "100 \\%\\$\\#$|${-}{-}"},
-        {"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80", "&#228;&#8364;&#128512;", "$<$U+00E4$>$$<$U+20AC$>$$<$U+01F600$>$"},
-        {"0x41", "0x31347830", "0x31347830"},
-        {"a\n", "0x0a61", "0x0a61"},
-    };
-    for (const auto& [text, asHTML, asLaTeX] : rows) {
-        std::ostringstream html, latex;
-        CPacketHTML htmlTable(html, false, 0);
-        CPacketLaTeX latexTable(latex, false, 0);
-        const auto* characters = reinterpret_cast<const unsigned char*>(text.data());
-        const auto length = static_cast<unsigned>(text.size());
-        EXPECT_TRUE(htmlTable.writeCharString(length, characters) && latexTable.writeCharString(length, characters));
-        const std::string span = std::to_string(length);
-        EXPECT_EQ(html.str(), "<TD class=\"payload\" colspan=" + span + ">\"" + asHTML + "\"</TD>");
-        EXPECT_EQ(latex.str(), "\\multicolumn{" + span + "}{|c|}{\\char34{}" + asLaTeX + "\\char34{}}&");
-    }
-}
-
 TEST(PlainTable, DocumentsEveryKindFromItsCode) {
     std::ostringstream out;
     CPacketPlain table(out, false, 0);
@@ -119,33 +89,47 @@ TEST(PlainTable, DocumentsEveryKindFromItsCode) {
     EXPECT_EQ(CPacketTableWriter::getSizeFromTCode(Timestamp), (std::pair{8U, 20U}));
 }
 
-TEST(PlainTable, ShowsTextsAsTheyAreUnlessTheyCouldMislead) {
-    const std::pair<std::string, std::string> rows[] = {
+// Whatever the texts of a trace hold, they are shown as they are unless they could mislead, and nothing of them becomes
+// markup.
+TEST(Texts, AreShownAsTheyAre) {
+    const std::string unicode = "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80";
+    const struct {
+        std::string text, plain;
+        std::string html = plain, latex = plain;
+    } rows[] = {
         {"main", "main"},
         {"a b ", "a b "},
-        {"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80", "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80"},
+        {"a<b>&c", "a<b>&c", "a&lt;b&gt;&amp;c", "a$<$b$>$\\&c"},
+        {"\\x{y}_z^~", "\\x{y}_z^~", "\\x{y}_z^~", "$\\backslash$x\\{y\\}\\_z\\^{}\\~{}"},
+        {"100 %$#|--", "100 %$#|--", "100 %$#|--", "100 \\%\\$\\#$|${-}{-}"},
+        {unicode, unicode, "&#228;&#8364;&#128512;", "$<$U+00E4$>$$<$U+20AC$>$$<$U+01F600$>$"},
         {"0x41", "0x31347830"},
         {"a\tb", "0x620961"},
         {"a\n", "0x0a61"},
         {std::string("a\0", 2), "0x0061"},
-        {"\xff"
-         "A",
-         "0x41ff"},
+        {"\xff\x41", "0x41ff"},
         {"\xc0\xaf", "0xafc0"},
         {"\xed\xa0\x80", "0x80a0ed"},
+        {"\xc3(", "0x28c3"},
         {"\xc2\x85", "0x85c2"},
-        {"\x7f", "0x7f"},
+        {"a\x7f", "0x7f61"},
         {"\xe2\x82", "0x82e2"},
-        {"", ""},
     };
-    for (const auto& [text, shown] : rows) {
-        std::ostringstream out;
+    for (const auto& [text, plain, asHTML, asLaTeX] : rows) {
+        std::ostringstream out, html, latex;
         CPacketPlain table(out, false, 0);
-        CCharString packet(reinterpret_cast<const unsigned char*>(text.data()),
-                           static_cast<unsigned char>(text.size()));
+        CPacketHTML htmlTable(html, false, 0);
+        CPacketLaTeX latexTable(latex, false, 0);
+        const auto* characters = reinterpret_cast<const unsigned char*>(text.data());
+        const auto length = static_cast<unsigned>(text.size());
+        const std::string span = std::to_string(length);
+        CCharString packet(characters, static_cast<unsigned char>(length));
         table.SetParsable(true);
         EXPECT_TRUE(table.put(&packet));
-        EXPECT_EQ(out.str(), "\tCharString \t" + std::to_string(text.size()) + " \t" + shown + " \n");
+        EXPECT_EQ(out.str(), "\tCharString \t" + span + " \t" + plain + " \n");
+        EXPECT_TRUE(htmlTable.writeCharString(length, characters) && latexTable.writeCharString(length, characters));
+        EXPECT_EQ(html.str(), "<TD class=\"payload\" colspan=" + span + ">\"" + asHTML + "\"</TD>");
+        EXPECT_EQ(latex.str(), "\\multicolumn{" + span + "}{|c|}{\\char34{}" + asLaTeX + "\\char34{}}&");
     }
 }
 
@@ -153,17 +137,18 @@ TEST(PlainTable, GivesEveryPacketOfALongTextARowWithItsOffset) {
     std::ostringstream out;
     CPacketPlain table(out, true, 0);
     table.SetParsable(true);
-    CRelFunctionDefine define(1, 2, 3, (std::string(255, 'a') + std::string(255, 'b')).c_str());
+    const std::string a(255, 'a'), b(255, 'b');
+    CRelFunctionDefine define(1, 2, 3, (a + b).c_str());
     EXPECT_TRUE(table.writeCPacket(0x10, define));
     CCharStringSequence sequence("xy");
     EXPECT_TRUE(table.writeCPacket(0x300, sequence));
     EXPECT_TRUE(table.writeCPacket(sequence));
     EXPECT_EQ(out.str(), "\t0x0000000000000010 \tRelFunctionDefine \t6 \t1 \t0x02 \t0x00000003 \n"
                          "\t0x0000000000000018 \tCharString \t255 \t" +
-                             std::string(255, 'a') +
+                             a +
                              " \n"
                              "\t0x0000000000000119 \tCharString \t255 \t" +
-                             std::string(255, 'b') +
+                             b +
                              " \n"
                              "\t0x000000000000021a \tCharString \t0 \t \n"
                              "\t0x0000000000000300 \tCharString \t2 \txy \n"
@@ -205,6 +190,14 @@ TEST(TableWriter, GivesEveryFieldACellOfItsWidth) {
     EXPECT_EQ(row([&] { return table.writeDecItem(std::uint16_t{10}) && table.writeDecItem(0.5); }), "<2:10><8:0.5>");
     EXPECT_EQ(row([&] { return table.writeApostropheString("a") && table.writeIdItem(~0U, ~0U); }),
               "<1:\"a\"><4:4294967295>");
+    EXPECT_EQ(row([&] { return table.writeString("abc", 1) && table.writeString(std::string("b")); }), "ab");
+    EXPECT_EQ(row([&] {
+                  return table.writePageHeader(nullptr) && table.writeTableHeader(true) && table.writeRowOpen() &&
+                         table.writeRowClose() && table.writeTableFooter() && table.writePageFooter();
+              }),
+              "");
+    EXPECT_FALSE(table.writePayload(tagTCode(256)));
+    takeLog();
     table.SetParsable(true);
     EXPECT_EQ(row([&] { return table.writeIdItem(~0U, ~0U) && table.writeCtxItem(7, ~0U); }), "<4:Invalid><4:7>");
 }

@@ -112,17 +112,14 @@ TEST(VCDValue, IsCopiedAndAssigned) {
     EXPECT_EQ(text(vector), "B1111X ");
 
     CVCDValue value;
-    EXPECT_EQ(value.GetType(), VCDNone);
-    EXPECT_EQ(text(value), "");
+    const auto typeAndText = [&value] { return std::pair(value.GetType(), text(value)); };
+    EXPECT_EQ(typeAndText(), std::pair(VCDNone, std::string()));
     value = before;
-    EXPECT_EQ(value.GetType(), VCDVector);
-    EXPECT_EQ(text(value), "B10 ") << "a copy of its own";
+    EXPECT_EQ(typeAndText(), std::pair(VCDVector, std::string("B10 "))) << "a copy of its own";
     value = CVCDRealValue(2);
-    EXPECT_EQ(value.GetType(), VCDReal);
-    EXPECT_EQ(text(value), "R2 ");
+    EXPECT_EQ(typeAndText(), std::pair(VCDReal, std::string("R2 ")));
     value = CVCDSingleValue(true);
-    EXPECT_EQ(value.GetType(), VCDSingle);
-    EXPECT_EQ(text(value), "1");
+    EXPECT_EQ(typeAndText(), std::pair(VCDSingle, std::string("1")));
     EXPECT_EQ(text(CVCDSingleValue(false)) + text(CVCDSingleValue(VCDUnknown)), "0X");
 }
 

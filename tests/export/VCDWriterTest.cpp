@@ -28,7 +28,8 @@ CCoreContext at(std::uint64_t tick, std::uint32_t core = 0, std::uint32_t thread
 std::string dumpOf(std::list<CPacket*> packets, CViewerWriter::Losses* losses = nullptr) {
     std::ostringstream out;
     CVCDWriter writer(out);
-    EXPECT_TRUE(writer.forward(packets));
+    for (CPacket*& packet : packets)
+        EXPECT_TRUE(writer.forward(packet));
     writer.flush();
     EXPECT_TRUE(writer.written());
     if (losses)
@@ -85,6 +86,7 @@ TEST(VCDWriter, WritesEverythingThatADumpCanShow) {
     std::ostringstream out;
     CVCDWriter writer(out);
     std::list<CPacket*> packets = everything();
+    packets.push_front(nullptr);
     EXPECT_TRUE(writer.forward(packets));
     EXPECT_TRUE(writer.written()) << "by the trace-disabled packet";
     expectGolden("everything.vcd", out.str());
@@ -230,6 +232,14 @@ bool isInstalled(const std::string& program) {
     return hasShell() && std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
 }
 
+/// Has others read the dump a.vcd by a command in a directory; none of them may say anything to the file log.
+void expectRead(const TemporaryDirectory& directory, const std::string& dump, const std::string& command) {
+    std::ofstream(directory.path("a.vcd"), std::ios::binary) << dump;
+    EXPECT_EQ(std::system(("cd " + directory.path().string() + " && " + command).c_str()), 0);
+    EXPECT_EQ(directory.content("log"), "");
+    takeLog();
+}
+
 // Another program reads the dump and writes it again: without a warning, and with the same values.
 TEST(VCDWriter, IsReadByOthersWithTheValuesItHas) {
     if (!isInstalled("vcd2fst") || !isInstalled("fst2vcd"))
@@ -237,19 +247,14 @@ TEST(VCDWriter, IsReadByOthersWithTheValuesItHas) {
     TemporaryDirectory directory;
     std::list<CPacket*> samplesOfAll;
     for (const Sample& sample : samples()) {
-        samplesOfAll.push_back(sample.make());
-        if (samplesOfAll.back()->TraceCode() == TraceDisabled)
-            CPacketFactory::releaseCPacket(&samplesOfAll.back());
+        PacketPointer packet(sample.make());
+        if (packet->TraceCode() != TraceDisabled)
+            samplesOfAll.push_back(packet.release());
     }
-    std::string texts[] = {dumpOf(everything()), dumpOf(samplesOfAll), dumpOf(randomTrace(20'000, 1)),
-                           dumpOf(randomTrace(20'000, 2))};
-    for (const std::string& text : texts) {
-        std::ofstream(directory.path("a.vcd"), std::ios::binary) << text;
-        const std::string run =
-            "cd " + directory.path().string() +
-            " && rm -f a.fst b.vcd && vcd2fst a.vcd a.fst >log 2>&1 && fst2vcd -f a.fst -o b.vcd >>log 2>&1";
-        EXPECT_EQ(std::system(run.c_str()), 0);
-        EXPECT_EQ(directory.content("log"), "");
+    for (const std::string& text :
+         {dumpOf(everything()), dumpOf(samplesOfAll), dumpOf(randomTrace(20'000, 1)), dumpOf(randomTrace(20'000, 2))}) {
+        expectRead(directory, text,
+                   "rm -f a.fst b.vcd && vcd2fst a.vcd a.fst >log 2>&1 && fst2vcd -f a.fst -o b.vcd >>log 2>&1");
         VcdFile ours(text), theirs(directory.content("b.vcd"));
         ours.dropRepeated();
         theirs.dropRepeated();
@@ -261,7 +266,6 @@ TEST(VCDWriter, IsReadByOthersWithTheValuesItHas) {
             EXPECT_TRUE(other->second.changes == variable.changes) << path;
         }
     }
-    takeLog();
 }
 
 TEST(VCDWriter, IsReadByALogicAnalyserWithoutAWarning) {
@@ -270,15 +274,9 @@ TEST(VCDWriter, IsReadByALogicAnalyserWithoutAWarning) {
     TemporaryDirectory directory;
     // Short ones: that program makes a sample of every unit of time.
     for (const std::string& text : {dumpOf(everything()), dumpOf(randomTrace(2'000, 3))}) {
-        std::ofstream(directory.path("a.vcd"), std::ios::binary) << text;
-        EXPECT_EQ(
-            std::system(("cd " + directory.path().string() + " && sigrok-cli -l 2 -I vcd -i a.vcd -O bits >bits 2>log")
-                            .c_str()),
-            0);
-        EXPECT_EQ(directory.content("log"), "");
+        expectRead(directory, text, "sigrok-cli -l 2 -I vcd -i a.vcd -O bits >bits 2>log");
         EXPECT_NE(directory.content("bits").find("function_"), std::string::npos);
     }
-    takeLog();
 }
 
 } // namespace

@@ -1,24 +1,19 @@
 #include "quorvex/factory/PacketFactory.h"
 
 #include "tests/support/Bytes.h"
+#include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <random>
 #include <sstream>
 
 namespace Quorvex::test {
 namespace {
 
-using Pointer = std::unique_ptr<CPacket>;
-
-std::string written(CPacket* packet) {
-    std::string buffer(packet->StreamSize(), '\0');
-    buffer.resize(packet->write(buffer.data(), static_cast<unsigned>(buffer.size())));
-    Pointer release(packet);
-    return hex(buffer);
+std::string written(const PacketPointer& packet) {
+    return hex(wireOf(*packet));
 }
 
 TEST(Factory, HasNoPacketForCodesWithoutAClass) {
@@ -46,14 +41,10 @@ TEST(Factory, ReadsAHeaderFirst) {
     EXPECT_EQ(CPacketFactory::getCPacket(half), nullptr);
 
     const std::string fill = bytes("7d 05 00 00 00 00 00");
-    const Pointer packet(CPacketFactory::getCPacket(fill.data(), 7, consumed));
+    const PacketPointer packet(CPacketFactory::getCPacket(fill.data(), 7, consumed));
     EXPECT_EQ(consumed, 7U);
-    try {
-        CPacketFactory::getCPacket(fill.data(), 5, consumed);
-        FAIL();
-    } catch (const CQVXException& exception) {
-        EXPECT_STREQ(exception.what(), "CFill: Read-In Constructor could not read valid Fill packet from stream.");
-    }
+    EXPECT_EQ(thrownBy([&] { CPacketFactory::getCPacket(fill.data(), 5, consumed); }),
+              "CFill: Read-In Constructor could not read valid Fill packet from stream.");
 }
 
 TEST(Factory, ReleasesPacketsAndForgetsThem) {
@@ -70,7 +61,7 @@ TEST(Factory, ReleasesPacketsAndForgetsThem) {
 }
 
 TEST(Factory, DuplicatesListsUpToTheFirstThatCannotBe) {
-    const Pointer a(CPacketFactory::getCFill(1)), b(CPacketFactory::getCFill(2));
+    const PacketPointer a(CPacketFactory::getCFill(1)), b(CPacketFactory::getCFill(2));
     CPacket odd(tagTCode(0x06), 0), wrong(ExecInsn, 24);
     std::list<CPacket*> from{a.get(), nullptr, b.get()};
     std::list<CPacket*> to;
@@ -88,9 +79,10 @@ TEST(Factory, DuplicatesListsUpToTheFirstThatCannotBe) {
 
 TEST(Factory, MakesTextsOfAnyLength) {
     const std::string text(300, 'x');
-    const Pointer packet(CPacketFactory::getCCharString(reinterpret_cast<const unsigned char*>(text.data()), 300));
+    const PacketPointer packet(
+        CPacketFactory::getCCharString(reinterpret_cast<const unsigned char*>(text.data()), 300));
     EXPECT_EQ(packet->StreamSize(), 304U);
-    const Pointer copy(CPacketFactory::duplicate(packet.get()));
+    const PacketPointer copy(CPacketFactory::duplicate(packet.get()));
     ASSERT_TRUE(dynamic_cast<CCharStringSequence*>(copy.get()));
     EXPECT_EQ(copy->StreamSize(), 304U);
 }
@@ -99,19 +91,19 @@ TEST(Factory, CreatesFromValuesWhatTheConstructorsMake) {
     const CCoreContext core(1, 2, 3, 4);
     const CRelCoreContext rel(5, 6);
     const std::string coreBytes = "01 00 00 00 00 00 00 00 02 00 00 00 03 00 00 00 04 00 00 00 00 00 00 00";
-    EXPECT_EQ(written(CPacketFactory::getCFunctionEnter(core, 7)), "92 1c " + coreBytes + " 07 00 00 00");
-    EXPECT_EQ(written(CPacketFactory::getCFunctionEnter(core, 7, 8)),
-              "92 20 " + coreBytes + " 07 00 00 00 08 00 00 00");
-    EXPECT_EQ(written(CPacketFactory::getCRelTypeDefine(rel, 7, 8, "n")), "a0 07 05 06 07 00 00 00 08 7e 01 6e");
-    EXPECT_EQ(written(CPacketFactory::getCRelVariableDefine(rel, 7, 8, "")), "a2 0a 05 06 07 00 00 00 08 00 00 00");
-    EXPECT_EQ(written(CPacketFactory::getCRelVariableRead(rel, 7, CData(std::uint8_t{9}))),
-              "a4 07 05 06 07 00 00 00 09");
-    EXPECT_EQ(written(CPacketFactory::getCTimestamp(1, 2, 3)),
-              "77 14 01 00 00 00 00 00 00 00 02 00 00 00 03 00 00 00 00 00 00 00");
-    EXPECT_EQ(written(CPacketFactory::getCMessage(1, -1, "m")), "78 09 01 00 00 00 00 00 00 00 ff 7e 01 6d");
-    EXPECT_EQ(written(CPacketFactory::getCTraceEnabled(1, MixExpanded)),
-              "79 10 00 00 00 00 01 00 00 00 00 00 00 00 03 00 00 00");
-    EXPECT_EQ(written(CPacketFactory::getCFill(2)), "7d 02 80 80");
+    const std::pair<CPacket*, std::string> rows[] = {
+        {CPacketFactory::getCFunctionEnter(core, 7), "92 1c " + coreBytes + " 07 00 00 00"},
+        {CPacketFactory::getCFunctionEnter(core, 7, 8), "92 20 " + coreBytes + " 07 00 00 00 08 00 00 00"},
+        {CPacketFactory::getCRelTypeDefine(rel, 7, 8, "n"), "a0 07 05 06 07 00 00 00 08 7e 01 6e"},
+        {CPacketFactory::getCRelVariableDefine(rel, 7, 8, ""), "a2 0a 05 06 07 00 00 00 08 00 00 00"},
+        {CPacketFactory::getCRelVariableRead(rel, 7, CData(std::uint8_t{9})), "a4 07 05 06 07 00 00 00 09"},
+        {CPacketFactory::getCTimestamp(1, 2, 3), "77 14 01 00 00 00 00 00 00 00 02 00 00 00 03 00 00 00 00 00 00 00"},
+        {CPacketFactory::getCMessage(1, -1, "m"), "78 09 01 00 00 00 00 00 00 00 ff 7e 01 6d"},
+        {CPacketFactory::getCTraceEnabled(1, MixExpanded), "79 10 00 00 00 00 01 00 00 00 00 00 00 00 03 00 00 00"},
+        {CPacketFactory::getCFill(2), "7d 02 80 80"},
+    };
+    for (const auto& [packet, wire] : rows)
+        EXPECT_EQ(written(PacketPointer(packet)), wire);
 }
 
 // Whatever the bytes are: no crash, no more than what is there, and what is handed out can be written again.
@@ -125,7 +117,7 @@ TEST(Factory, SurvivesDamagedBytes) {
         wire.resize(random() % (wire.size() + 3), static_cast<char>(random()));
         const ExactBlock block(wire);
         unsigned consumed = 0;
-        Pointer fromBuffer, fromStream;
+        PacketPointer fromBuffer, fromStream;
         try {
             fromBuffer.reset(CPacketFactory::getCPacket(block.data(), block.size(), consumed));
         } catch (const CQVXException&) {
@@ -142,7 +134,7 @@ TEST(Factory, SurvivesDamagedBytes) {
             continue;
         ASSERT_EQ(fromBuffer == nullptr, fromStream == nullptr) << "the media disagree: " << hex(wire);
         if (fromBuffer) {
-            EXPECT_EQ(written(fromBuffer.release()), written(fromStream.release())) << hex(wire);
+            EXPECT_EQ(written(fromBuffer), written(fromStream)) << hex(wire);
         }
     }
     takeLog();

@@ -1,7 +1,4 @@
-#include "quorvex/format/Counter.h"
 #include "quorvex/format/Data.h"
-#include "quorvex/format/Exception.h"
-#include "quorvex/format/FrameConfig.h"
 #include "quorvex/format/TraceStreamFormatter.h"
 #include "quorvex/format/VarCounter.h"
 #include "tests/support/Bytes.h"
@@ -48,7 +45,6 @@ TEST(Data, KeepsEveryWidthAndReversesThoseOnTheHeap) {
         CData copy(fromBuffer), assigned;
         assigned = copy;
         copy = std::uint8_t{7};
-        EXPECT_EQ(wire(assigned), hex(raw));
         const CData& self = assigned;
         assigned = self;
         EXPECT_EQ(wire(assigned), hex(raw));
@@ -73,14 +69,8 @@ TEST(Data, IsMadeFromNumbersAndBytes) {
 
 TEST(Data, RefusesMoreThan64Bytes) {
     const std::uint8_t raw[65] = {};
-    for (const std::uint8_t* bytes : {raw, static_cast<const std::uint8_t*>(nullptr)}) {
-        try {
-            CData(bytes, 65);
-            FAIL();
-        } catch (const CQVXException& exception) {
-            EXPECT_STREQ(exception.what(), "CData input length exceeds maximum value!");
-        }
-    }
+    for (const std::uint8_t* bytes : {raw, static_cast<const std::uint8_t*>(nullptr)})
+        EXPECT_EQ(thrownBy([bytes] { CData(bytes, 65); }), "CData input length exceeds maximum value!");
     CData data(std::uint8_t{1});
     EXPECT_FALSE(data.assign(std::uint64_t{1}, 65));
     EXPECT_EQ(data.Length(), 0U);
@@ -125,7 +115,8 @@ TEST(VarCounter, ComparesByWidthAndBits) {
     EXPECT_TRUE(TVarCounter_t(std::uint32_t{1}) != std::uint16_t{1});
     EXPECT_TRUE(TVarCounter_t(std::uint8_t{200}) == std::uint8_t{200});
     EXPECT_TRUE(TVarCounter_t().empty());
-    EXPECT_FALSE(TVarCounter_t(std::uint8_t{0}).empty());
+    EXPECT_TRUE(TVarCounter_t() == TVarCounter_t());
+    EXPECT_FALSE(TVarCounter_t() == TVarCounter_t(std::uint8_t{0}));
 }
 
 TEST(VarCounter, OwnsBuffersOfOddWidths) {
@@ -153,26 +144,6 @@ TEST(VarCounter, HoldsAPointerForBytesOfAnInlineWidthAndDoesNotFreeIt) {
     EXPECT_EQ(buffer[7], 8);
     value.clear();
     delete[] buffer; // would be a second time if clear() had freed it
-}
-
-TEST(CounterWords, AreIntegerOrDouble) {
-    EXPECT_EQ(TCounter_t(1.0).u64, 0x3FF0000000000000U);
-    EXPECT_EQ(TCounterIdx_t(std::uint64_t{5}).u64, 5U);
-    TCounter_t copy(TCounter_t(2.5));
-    copy = TCounter_t(copy);
-    EXPECT_EQ(copy.dbl, 2.5);
-}
-
-TEST(FrameConfig, KeepsTwoBitsOfTheExpansion) {
-    SFrameConfig config(TraceExpansion(7));
-    EXPECT_EQ(config.word(), 3U);
-    config.setExceptionFrames(true);
-    EXPECT_EQ(config.getExpansion(), MixExpanded);
-    config.setExpansion(NotExpanded);
-    EXPECT_TRUE(config.getExceptionFrames());
-    EXPECT_EQ(config.word(), 5U);
-    config.clear();
-    EXPECT_EQ(config.word(), 0U);
 }
 
 TEST(StreamFormatter, MovesAllOrNothing) {

@@ -3,40 +3,43 @@
 
 #include "quorvex/packets/PacketKinds.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/RandomPackets.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <utility>
 #include <vector>
 
 namespace Quorvex::test {
 namespace {
 
-template <class P> std::string written(P& packet) {
-    char buffer[600];
-    return hex({buffer, packet.write(buffer, sizeof buffer)});
+template <class P> std::string written(P&& packet) {
+    return hex(wireOf(packet));
 }
 
-template <class P> std::string readInFailure(const std::string& wire, unsigned length = 0) {
-    const std::string raw = bytes(wire);
-    const CPacketHeader header(P::kCode, static_cast<std::uint8_t>(length));
+/// How many bytes of a payload a Read-In constructor takes, or why it does not.
+template <class P, tagTCode code = P::kCode> std::string readIn(std::uint8_t length, unsigned size) {
+    const ExactBlock block(std::string(size, '\x11'));
     unsigned consumed = 0;
-    try {
-        P(header, raw.data(), static_cast<unsigned>(raw.size()), consumed);
-        return "consumed " + std::to_string(consumed);
-    } catch (const CQVXException& exception) {
-        return exception.what();
-    }
+    const std::string failure = thrownBy([&] { P(CPacketHeader(code, length), block.data(), size, consumed); });
+    return failure.empty() ? std::to_string(consumed) : failure;
 }
 
-/// A stream that fails as a broken device does.
+/// A stream that fails as a broken device does, after some bytes.
 class BrokenStream : public std::ostream {
 public:
-    BrokenStream() : std::ostream(&m_buffer) { exceptions(std::ios::badbit); }
+    explicit BrokenStream(int room) : std::ostream(&m_buffer) {
+        m_buffer.left = room;
+        exceptions(std::ios::badbit);
+    }
 
 private:
     struct Buffer : std::streambuf {
-        int_type overflow(int_type) override { throw std::runtime_error("gone"); }
+        int left = 0;
+        int_type overflow(int_type c) override {
+            return left-- > 0 ? traits_type::not_eof(c) : throw std::runtime_error("gone");
+        }
     } m_buffer;
 };
 
@@ -52,31 +55,25 @@ TEST(Instructions, TakeAHeaderWhoseCodeOrLengthIsNotTheirs) {
     EXPECT_EQ(packet.Tick(), 0x1111111111111111U);
 }
 
-TEST(Instructions, HaveDefaultsThatMeanUnknown) {
-    CExecInsn insn;
-    EXPECT_EQ(written(insn), "10 18 ff ff ff ff ff ff ff ff 00 00 00 00 00 00 00 00 ff ff ff ff ff ff ff ff");
-    CRelDirectBranch branch(1, 2, 0x1000);
-    EXPECT_EQ(written(branch), "02 0a 01 02 00 10 00 00 00 00 00 00");
-    EXPECT_EQ(CDirectBranch().BranchTargetAddress(), kUnknown64);
-    EXPECT_EQ(CHWExceptionEnter().ExceptionId(), 0U);
-    EXPECT_EQ(readInFailure<CRelExecInsn>(""), "CRelExecInsn: Read-In Constructor could not read context data.");
+TEST(Packets, HaveTheirFixedLevelsAndDefaultsThatMeanUnknown) {
+    const std::string context = " ff ff ff ff ff ff ff ff 00 00 00 00 00 00 00 00 ff ff ff ff ff ff ff ff";
+    EXPECT_EQ(written(CDirectBranch()), "12 20" + context + " ff ff ff ff ff ff ff ff");
+    EXPECT_EQ(written(CHWExceptionEnter()), "15 1c" + context + " 00 00 00 00");
+    EXPECT_EQ(written(CWriteData()), "33 20" + context + " ff ff ff ff ff ff ff ff");
+    EXPECT_EQ(written(CLogMsg()), "78 09 ff ff ff ff ff ff ff ff 00");
+    EXPECT_EQ(written(CErrorMsg(7, "x")), "78 09 07 00 00 00 00 00 00 00 c0 7e 01 78");
+    EXPECT_EQ(written(CDebugMsg(7, "")), "78 09 07 00 00 00 00 00 00 00 40");
 }
 
 TEST(Instructions, ShareTheirBasesWithConstructorsThatTakeTheCode) {
-    CBranchBase branch(IndirectBranch, kContext, 5);
-    EXPECT_EQ(branch.TraceCode(), IndirectBranch);
-    EXPECT_EQ(branch.StreamSize(), 34U);
-    const CIndirectBranch fromFields(1, 2, 3, 4, 5);
-    EXPECT_TRUE(static_cast<const CCoreContext&>(fromFields) == static_cast<const CCoreContext&>(branch));
-    CDirectBranch copy;
-    copy = CDirectBranch(kContext, 7);
-    EXPECT_EQ(copy.BranchTargetAddress(), 7U);
-    EXPECT_EQ(copy.SWCtx(), 3U);
+    EXPECT_EQ(written(CBranchBase(IndirectBranch, kContext, 5)), written(CIndirectBranch(1, 2, 3, 4, 5)));
+    CRelDirectBranch copy;
+    copy = CRelDirectBranch(1, 2, 7);
+    copy.BranchTargetAddress(9);
+    EXPECT_EQ(written(copy), "02 0a 01 02 09 00 00 00 00 00 00 00");
 }
 
 TEST(TraceEnabledPacket, ReadsTheShortFormsAndWritesThemBackWithAFullPayload) {
-    EXPECT_EQ(readInFailure<CTraceEnabled>("01 02 03 04 05 06 07 08", 8),
-              "CTraceEnabled: Read-In constructor could no read payload data.");
     const std::string rest = " ff ff ff ff ff ff ff ff 00 00 00 00";
     for (const auto& [wire, length, expected] :
          {std::tuple{"79 00", 2U, "79 00 00 00 00 00" + rest},
@@ -87,7 +84,6 @@ TEST(TraceEnabledPacket, ReadsTheShortFormsAndWritesThemBackWithAFullPayload) {
         const ExactBlock block(bytes(wire));
         EXPECT_EQ(packet.read(block.data(), block.size()), length);
         EXPECT_EQ(written(packet), expected);
-        EXPECT_EQ(packet.StreamSize(), 18U);
         std::istringstream in(bytes(wire));
         CTraceEnabled fromStream;
         EXPECT_TRUE(fromStream.read(in));
@@ -95,30 +91,27 @@ TEST(TraceEnabledPacket, ReadsTheShortFormsAndWritesThemBackWithAFullPayload) {
     }
 }
 
-TEST(TraceEnabledPacket, KeepsTheExpansionAndTheFlagApart) {
-    CTraceEnabled packet(1000, TraceExpansion(3), true);
-    EXPECT_EQ(packet.FrameConfig().word(), 7U);
+TEST(TraceEnabledPacket, KeepsTwoBitsOfTheExpansionAndTheFlagApart) {
+    CTraceEnabled packet(1000, TraceExpansion(7), false);
+    EXPECT_EQ(packet.FrameConfig().word(), 3U);
+    packet.ExceptionFrames(true);
+    EXPECT_EQ(packet.Expansion(), MixExpanded);
     packet.Expansion(NotExpanded);
+    EXPECT_TRUE(packet.ExceptionFrames());
     EXPECT_EQ(packet.FrameConfig().word(), 5U);
-    packet.ExceptionFrames(false);
-    EXPECT_EQ(packet.Expansion(), NotExpanded);
-    EXPECT_FALSE(packet.ExceptionFrames());
 }
 
-TEST(TimestampPacket, GrowsWithEachFieldThatIsSetAndKnowsFourLengthsOnly) {
+TEST(TimestampPacket, GrowsWithEachFieldThatIsSet) {
     CTimestamp packet(5);
     packet.HWCtx(2);
     EXPECT_EQ(packet.Length(), 12U);
     EXPECT_EQ(written(packet), "77 0c 05 00 00 00 00 00 00 00 02 00 00 00");
     packet.Frequency(3);
     EXPECT_EQ(packet.GetPayloadLength(), CTimestamp::Len_TS_HWCtx_Freq);
-    EXPECT_EQ(readInFailure<CTimestamp>("01 02 03 04 05 06 07 08 09 0a", 10),
-              "CTimestamp: Read-In Constructor coud not read timestamp from stream");
-    const std::string raw = bytes("77 10 01 00 00 00 00 00 00 00 02 00 00 00 00 00 00 00");
-    EXPECT_EQ(packet.read(raw.data(), 18), 18U);
+    const std::string wire = "77 10 01 00 00 00 00 00 00 00 02 00 00 00 00 00 00 00";
+    EXPECT_EQ(packet.read(bytes(wire).data(), 18), 18U);
     EXPECT_FALSE(packet.is_HWCtx_valid());
-    EXPECT_TRUE(packet.is_Frequency_valid());
-    EXPECT_EQ(packet.Frequency(), 2U);
+    EXPECT_EQ(written(packet), wire);
 }
 
 TEST(FillPacket, TakesAnyBytesAndWrites80) {
@@ -127,29 +120,6 @@ TEST(FillPacket, TakesAnyBytesAndWrites80) {
     EXPECT_EQ(written(packet), "7d 02 80 80");
     packet.SetLength(0);
     EXPECT_EQ(written(packet), "7d 00");
-}
-
-TEST(EmptyPackets, IgnoreALengthInTheirHeader) {
-    EXPECT_EQ(readInFailure<CTraceDisabled>("11 22 33", 3), "consumed 0");
-    EXPECT_EQ(readInFailure<CEndOfTrace>("", 200), "consumed 0");
-}
-
-TEST(SyncPacket, HasATextForEachMediumAndForASmallBuffer) {
-    EXPECT_EQ(readInFailure<CSync>("11", 24), "CSync: Read-In Constructor invalid buffer size supplied");
-    const CSync sync(kContext);
-    EXPECT_EQ(sync.Length(), 24U);
-}
-
-TEST(Messages, HaveFixedLevelsByClass) {
-    CErrorMsg error(7, "x");
-    CDebugMsg debug(7, "");
-    const CLogMsg log;
-    EXPECT_EQ(written(error), "78 09 07 00 00 00 00 00 00 00 c0 7e 01 78");
-    EXPECT_EQ(written(debug), "78 09 07 00 00 00 00 00 00 00 40");
-    EXPECT_EQ(log.Level(), 0);
-    EXPECT_EQ(log.Timestamp(), kUnknown64);
-    EXPECT_EQ(readInFailure<CMessage>("01 02 03 04 05 06 07 08 09", 10),
-              "CMessage: Read-In constructor was supplied invalid header data.");
 }
 
 TEST(Messages, ReportATextThatCannotBeMoved) {
@@ -166,16 +136,15 @@ TEST(Messages, ReportATextThatCannotBeMoved) {
 TEST(FunctionEnterPacket, ChoosesItsFormByTheSource) {
     CRelFunctionLeave packet(1, 2, 7);
     EXPECT_FALSE(packet.SrcFuncIdIsValid());
-    EXPECT_EQ(packet.Length(), 6U);
     packet.SrcFuncId(3);
     EXPECT_EQ(written(packet), "83 0a 01 02 03 00 00 00 07 00 00 00");
     packet.SrcFuncId(0xFFFFFFFF);
     EXPECT_EQ(packet.Length(), 6U);
     EXPECT_EQ(CFunctionEnter(kContext, 0xFFFFFFFF, 7).Length(), 28U);
     // A trace may hold the long form with an unknown source: it stays as it was.
-    const std::string wire = bytes("83 0a 01 02 ff ff ff ff 07 00 00 00");
-    EXPECT_EQ(packet.read(wire.data(), 12), 12U);
-    EXPECT_EQ(written(packet), hex(wire));
+    const std::string wire = "83 0a 01 02 ff ff ff ff 07 00 00 00";
+    EXPECT_EQ(packet.read(bytes(wire).data(), 12), 12U);
+    EXPECT_EQ(written(packet), wire);
 }
 
 TEST(FunctionEnterPacket, LogsWhichStepOfAPlainReadOrWriteFailed) {
@@ -188,57 +157,86 @@ TEST(FunctionEnterPacket, LogsWhichStepOfAPlainReadOrWriteFailed) {
     std::string odd = wire;
     odd[1] = 30;
     std::istringstream invalid(odd);
-    struct {
-        bool done;
-        const char* log;
-    } const steps[] = {
-        {packet.read(wire.data(), 1) != 0, "FunctionEnter: Failed to read header data from buffer.\n"},
-        {packet.read(wire.data(), 25) != 0, "FunctionEnter: Failed to read core context from buffer.\n"},
-        {packet.read(odd.data(), 30) != 0, "FunctionEnter: Invalid header data read from buffer.\n"},
-        {packet.read(empty), "FunctionEnter: Failed to read header data from stream.\n"},
-        {packet.read(context), "FunctionEnter: Failed to read core context from stream.\n"},
-        {packet.read(id), "FunctionEnter: Failed to read function identifier from stream.\n"},
-        {packet.read(invalid), "FunctionEnter: Invalid header data read from stream.\n"},
-        {packet.write(buffer, 1) != 0, "FunctionEnter: Failed to write header data to buffer.\n"},
-        {packet.write(buffer, 25) != 0, "FunctionEnter: Failed to write core context to buffer.\n"},
-        {packet.write(buffer, 29) != 0, "FunctionEnter: Failed to write function identifier to buffer.\n"},
-        {packet.write(full), "FunctionEnter: Failed to write header data to stream.\n"},
+    const std::pair<bool, const char*> steps[] = {
+        {packet.read(wire.data(), 1) != 0, "Failed to read header data from buffer"},
+        {packet.read(wire.data(), 25) != 0, "Failed to read core context from buffer"},
+        {packet.read(odd.data(), 30) != 0, "Invalid header data read from buffer"},
+        {packet.read(empty), "Failed to read header data from stream"},
+        {packet.read(context), "Failed to read core context from stream"},
+        {packet.read(id), "Failed to read function identifier from stream"},
+        {packet.read(invalid), "Invalid header data read from stream"},
+        {packet.write(buffer, 1) != 0, "Failed to write header data to buffer"},
+        {packet.write(buffer, 25) != 0, "Failed to write core context to buffer"},
+        {packet.write(buffer, 29) != 0, "Failed to write function identifier to buffer"},
+        {packet.write(full), "Failed to write header data to stream"},
     };
     std::string expected;
-    for (const auto& step : steps) {
-        EXPECT_FALSE(step.done) << step.log;
-        expected += step.log;
+    for (const auto& [done, log] : steps) {
+        EXPECT_FALSE(done) << log;
+        expected += "FunctionEnter: " + std::string(log) + ".\n";
     }
     EXPECT_EQ(takeLog(), expected);
     EXPECT_EQ(written(packet), hex(wire));
 }
 
-TEST(SoftwareObjects, RefuseAHeaderThatIsNotTheirs) {
-    const std::string payload(40, '\x01');
-    const auto failure = [&](auto kind, tagTCode code, std::uint8_t length) -> std::string {
-        unsigned consumed = 0;
-        try {
-            decltype(kind)(CPacketHeader(code, length), payload.data(), 40, consumed);
-            return "read";
-        } catch (const CQVXException& exception) {
-            return exception.what();
-        }
+TEST(ReadIn, TakesThePayloadThatTheHeaderAnnouncesOrSaysWhyNot) {
+    const auto invalid = [](const char* kind, const char* end = " called with invalid header data") {
+        return std::string(kind) + ": Read-In Constructor" + end;
     };
     const std::string function = "CFunctionBase: Read-In constructor invalid header data supplied!";
-    EXPECT_EQ(failure(CFunctionUndefine(), FunctionUndefine, 28), "read");
-    EXPECT_EQ(failure(CFunctionUndefine(), FunctionUndefine, 27), function);
-    EXPECT_EQ(failure(CFunctionUndefine(), FunctionUndefine, 29), function);
-    EXPECT_EQ(failure(CFunctionUndefine(), ProcessUndefine, 28), function);
-    EXPECT_EQ(failure(CTypeDefine(), TypeDefine, 28),
-              "CTypeDefine: Read-In Constructor called with invalid header data");
-    EXPECT_EQ(failure(CTypeDefine(), TypeDefine, 30),
-              "CTypeDefine: Read-In Constructor called with invalid header data");
-    EXPECT_EQ(failure(CVariableRead(), VariableRead, 40), "read");
-    EXPECT_EQ(failure(CVariableRead(), VariableRead, 20),
-              "CVariableAccBase: Read-In constructor invalid header data supplied!");
+    const std::string type = "CTypeDefine: Read-In Constructor called with invalid header data";
+    const struct {
+        std::string (*read)(std::uint8_t length, unsigned size);
+        std::uint8_t length;
+        unsigned size;
+        std::string said;
+    } rows[] = {
+        {readIn<CTraceEnabled>, 8, 8, "CTraceEnabled: Read-In constructor could no read payload data."},
+        {readIn<CTimestamp>, 10, 10, "CTimestamp: Read-In Constructor coud not read timestamp from stream"},
+        {readIn<CTraceDisabled>, 3, 3, "0"}, // a length is ignored
+        {readIn<CEndOfTrace>, 200, 0, "0"},
+        {readIn<CMessage>, 10, 9, "CMessage: Read-In constructor was supplied invalid header data."},
+        {readIn<CFunctionUndefine>, 28, 40, "28"},
+        {readIn<CFunctionUndefine>, 27, 40, function},
+        {readIn<CFunctionUndefine>, 29, 40, function},
+        {readIn<CFunctionUndefine, ProcessUndefine>, 28, 40, function},
+        {readIn<CTypeDefine>, 28, 40, type},
+        {readIn<CTypeDefine>, 30, 40, type},
+        {readIn<CVariableRead>, 40, 40, "40"},
+        {readIn<CVariableRead>, 20, 40, "CVariableAccBase: Read-In constructor invalid header data supplied!"},
+        // In the absolute form the buffer must have all that the header announces.
+        {readIn<CReadData>, 41, 40, "CDataBase: Read-In constructor invalid input buffer size."},
+        {readIn<CRelReadData>, 15, 14, "CRelDataBase: Read-In constructor could not read data."},
+        // 65 bytes of data.
+        {readIn<CReadData>, 97, 97, "CDataBase: Read-In constructor could not read data."},
+        // Smaller than a plain read takes; halves of an odd part; 120 bytes a mask.
+        {readIn<CRelSignal>, 3, 3, "3"},
+        {readIn<CRelSignal>, 4, 4, invalid("CRelSignal", " could not read payload from stream")},
+        {readIn<CRelSignal>, 241, 241, invalid("CRelSignal", " could not read payload from stream")},
+        // Without data.
+        {readIn<CRelBusAddrData>, 10, 10, "10"},
+        {readIn<CRelBusAddrData>, 9, 10, invalid("CRelBusAddrData")},
+        {readIn<CRelSystemData>, 1, 1, "1"},
+        {readIn<CBusSync>, 17, 20, invalid("CBusSync")},
+        {readIn<CTransition>, 23, 30, "Transition payload length in header is less than fixed payload size."},
+        {readIn<CTransition>, 24, 30, "24"},
+        // A state without a name; an event with 64 bytes of data.
+        {readIn<CStateDefine>, 8, 10, "8"},
+        {readIn<CEvent>, 92, 92, "92"},
+        {readIn<CCounterValueDimN>, 41, 60, invalid("CCounterValueDimN")},
+        {readIn<CRelCounterValueDimN>, 14 + 28 * 8, 240, invalid("CRelCounterValueDimN")},
+        {readIn<CCounterValueVar>, 31, 60, invalid("CCounterValueVar")},
+        {readIn<CCounterValueVar>, 28, 28, "28"}, // a value of no width
+        {readIn<CCounterValueVar>, 254, 254, "254"},
+        {readIn<CCounterValue>, 36, 27, "CCounterBase: Read-In constructor invalid buffer size supplied!"},
+        {readIn<CCounterValue>, 28, 40, invalid("CCounterValueBase")},
+    };
+    for (const auto& [read, length, size, said] : rows)
+        EXPECT_EQ(read(length, size), said) << unsigned{length} << " of " << size;
+    takeLog();
 }
 
-TEST(SoftwareObjects, CountTheDataButNotTheNameInTheirLength) {
+TEST(Lengths, CountTheDataButNotTheName) {
     CFunctionDefine define(kContext, 1, "");
     EXPECT_EQ(define.StreamSize(), 30U) << "an empty name is not written";
     define.FuncDef(std::string(300, 'x').c_str());
@@ -252,22 +250,9 @@ TEST(SoftwareObjects, CountTheDataButNotTheNameInTheirLength) {
     const std::string tooLong = bytes("b5 5d") + std::string(93, '\0');
     EXPECT_EQ(write.read(tooLong.data(), 95), 0U) << "65 bytes of data";
     EXPECT_EQ(write.VarLen(), 64U);
-}
-
-TEST(DataPackets, CheckTheBufferForAllThatTheHeaderAnnouncesInTheAbsoluteForm) {
-    EXPECT_EQ(readInFailure<CReadData>(std::string(2 * 40, '1'), 41),
-              "CDataBase: Read-In constructor invalid input buffer size.");
-    EXPECT_EQ(readInFailure<CRelReadData>(std::string(2 * 14, '1'), 15),
-              "CRelDataBase: Read-In constructor could not read data.");
-    EXPECT_EQ(readInFailure<CReadData>(std::string(2 * 97, '1'), 97),
-              "CDataBase: Read-In constructor could not read data.")
-        << "65 bytes of data";
-    CWriteData packet;
-    EXPECT_EQ(packet.Length(), 32U);
-    packet.AccData() = CData(std::uint64_t{1}, 64);
-    EXPECT_EQ(packet.Length(), 96U);
-    EXPECT_EQ(packet.AccLen(), 64U);
-    EXPECT_EQ(packet.AccAddr(), kUnknown64);
+    CWriteData access;
+    access.AccData() = CData(std::uint64_t{1}, 64);
+    EXPECT_EQ(access.Length(), 96U);
 }
 
 TEST(RelSignalPacket, IsReadFromNoBufferShorterThan18BytesThoughItMayBeSmaller) {
@@ -277,14 +262,6 @@ TEST(RelSignalPacket, IsReadFromNoBufferShorterThan18BytesThoughItMayBeSmaller) 
     EXPECT_EQ(packet.read(small.data(), 17), 0U);
     EXPECT_EQ(packet.read(small.data(), 18), 5U);
     EXPECT_EQ(written(packet), "c4 03 41 01 02");
-    EXPECT_EQ(readInFailure<CRelSignal>("41 01 02", 3), "consumed 3") << "the Read-In constructor is not so";
-    EXPECT_EQ(readInFailure<CRelSignal>("41 01 02 03", 4),
-              "CRelSignal: Read-In Constructor could not read payload from stream")
-        << "halves of an odd part";
-    EXPECT_EQ(readInFailure<CRelSignal>(std::string(2 * 241, '1'), 241),
-              "CRelSignal: Read-In Constructor could not read payload from stream")
-        << "120 bytes a mask";
-    takeLog();
 }
 
 TEST(BusDataSignals, ReplaceAndClearTheAccessAndKeepTheOtherBits) {
@@ -298,15 +275,6 @@ TEST(BusDataSignals, ReplaceAndClearTheAccessAndKeepTheOtherBits) {
     EXPECT_EQ(signals.GetRawFlags(), 0xF4);
     EXPECT_FALSE(signals.SetSignal(BusSignals(4)) || signals.ClearSignal(BusSignals(4)) ||
                  signals.GetSignal(BusSignals(4)));
-}
-
-TEST(BusPackets, TakePartsWithoutData) {
-    EXPECT_EQ(readInFailure<CRelBusAddrData>("41 01 08 07 06 05 04 03 02 01", 10), "consumed 10");
-    EXPECT_EQ(readInFailure<CRelBusAddrData>("41 01 08 07 06 05 04 03 02 01", 9),
-              "CRelBusAddrData: Read-In Constructor called with invalid header data");
-    EXPECT_EQ(readInFailure<CRelSystemData>("41", 1), "consumed 1");
-    EXPECT_EQ(readInFailure<CBusSync>(std::string(2 * 20, '1'), 17),
-              "CBusSync: Read-In Constructor called with invalid header data");
 }
 
 TEST(EventTypes, AreTenAndAllInGroupZero) {
@@ -323,55 +291,25 @@ TEST(EventTypes, AreTenAndAllInGroupZero) {
     EXPECT_EQ(CEventTypeInfo::EventTypeToGroup(EEventType(0x0E000001)), 0x0E000000U);
 }
 
-TEST(StateMachines, SayWhenATransitionIsShorterThanItsFixedPart) {
-    EXPECT_EQ(readInFailure<CTransition>(std::string(2 * 30, '1'), 23),
-              "Transition payload length in header is less than fixed payload size.");
-    EXPECT_EQ(readInFailure<CTransition>(std::string(2 * 30, '1'), 24), "consumed 24");
-    EXPECT_EQ(readInFailure<CStateDefine>("01 02 03 04 05 06 07 08 7a 00", 8), "consumed 8")
-        << "a state without a name";
-    EXPECT_EQ(readInFailure<CEvent>(std::string(2 * 92, '1'), 92), "consumed 92") << "64 bytes of data";
-}
-
 TEST(Counters, TakeTheNumberOfIndicesAndTheWidthFromTheLength) {
     TCounterIdx_t indices[28];
     for (unsigned i = 0; i < 28; ++i)
         indices[i] = TCounterIdx_t(std::uint64_t{i} + 1);
     CCounterValueDimN packet(kContext, 1, TCounter_t(1.5), CCounterIndexDimN(27, indices));
     EXPECT_EQ(packet.Length(), 252U);
-    EXPECT_EQ(packet.CntrIdx(26).u64, 27U);
+    EXPECT_EQ(std::as_const(packet).CntrIdx(26).u64, 27U);
     packet = CCounterIndexDimN(2, indices);
     EXPECT_EQ(packet.Length(), 52U);
     EXPECT_EQ(packet.CntrIdx()[2].u64, 0U) << "those beyond the count are 0";
-    const auto failure = [](auto step) -> std::string {
-        try {
-            step();
-        } catch (const std::exception& error) {
-            return error.what();
-        }
-        return {};
-    };
     const std::string tooMany =
         "CCounterIndexDimN: Requested counter dimension is larger than maximal allowed counter dimension.";
-    EXPECT_EQ(failure([&] { CCounterIndexDimN(28, indices); }), tooMany);
-    EXPECT_EQ(failure([&] { CCounterIndexDimN::Byte2Dim(224); }), tooMany);
-    EXPECT_EQ(failure([&] { packet.CntrIdx(std::uint8_t{2}); }),
+    EXPECT_EQ(thrownBy([&] { CCounterIndexDimN(28, indices); }), tooMany);
+    EXPECT_EQ(thrownBy([&] { CCounterIndexDimN::Byte2Dim(224); }), tooMany);
+    EXPECT_EQ(thrownBy([&] { packet.CntrIdx(std::uint8_t{2}); }),
               "CCounterIndexDimN: Requested index is larger or equal to the counter dimension.");
     EXPECT_EQ(CCounterIndexDimN::Byte2Dim(216), 27U);
     EXPECT_EQ(CCounterIndexDimN::Dim2Byte(3), 24U);
-
-    EXPECT_EQ(readInFailure<CCounterValueDimN>(std::string(2 * 60, '1'), 41),
-              "CCounterValueDimN: Read-In Constructor called with invalid header data");
-    EXPECT_EQ(readInFailure<CRelCounterValueDimN>(std::string(2 * 240, '1'), 14 + 28 * 8),
-              "CRelCounterValueDimN: Read-In Constructor called with invalid header data");
-    EXPECT_EQ(readInFailure<CCounterValueVar>(std::string(2 * 60, '1'), 31),
-              "CCounterValueVar: Read-In Constructor called with invalid header data");
-    EXPECT_EQ(readInFailure<CCounterValueVar>(std::string(2 * 28, '1'), 28), "consumed 28") << "a value of no width";
-    EXPECT_EQ(readInFailure<CCounterValueVar>(std::string(2 * 254, '1'), 254), "consumed 254");
-    EXPECT_EQ(readInFailure<CCounterValue>(std::string(2 * 27, '1'), 36),
-              "CCounterBase: Read-In constructor invalid buffer size supplied!");
-    EXPECT_EQ(readInFailure<CCounterValue>(std::string(2 * 40, '1'), 28),
-              "CCounterValueBase: Read-In Constructor called with invalid header data");
-    EXPECT_EQ(failure([] { CCounterValueVarPayload::Len2Size(3); }),
+    EXPECT_EQ(thrownBy([] { CCounterValueVarPayload::Len2Size(3); }),
               "Len2Size: supplied size must be multiples of two!");
     EXPECT_EQ(CCounterValueVarPayload::Len2Size(8) + CCounterValueVarPayload::Size2Len(4), 12U);
 }
@@ -388,22 +326,24 @@ TEST(Counters, AreNotWrittenWhenTheyDoNotFitAPacket) {
 
 TEST(BrokenStreams, AreAFailedWriteAndAMessage) {
     CExecInsn insn(kContext);
-    BrokenStream out;
-    EXPECT_FALSE(insn.write(out));
-    EXPECT_EQ(takeLog(), "CPacketHeader::write: Catched exception \"gone\"\n");
-
-    // The header goes through, the value does not.
-    struct OneShort : std::streambuf {
-        int left = 2 + 24 + 4;
-        int_type overflow(int_type c) override {
-            return left-- > 0 ? traits_type::not_eof(c) : throw std::runtime_error("gone");
-        }
-    } buffer;
-    std::ostream almost(&buffer);
-    almost.exceptions(std::ios::badbit);
-    CVariableWrite write(kContext, 1, CData(std::uint32_t{5}));
-    EXPECT_FALSE(write.write(almost));
-    EXPECT_EQ(takeLog(), "CVariableAccBasePayload::write: Catched exception while writing payload!\n");
+    CVariableWrite variable(kContext, 1, CData(std::uint32_t{5}));
+    CWriteData data(kContext, 1, CData(std::uint32_t{5}));
+    CErrorMsg message(7, "text");
+    const struct {
+        CPacket& packet;
+        int left;
+        const char* log;
+    } rows[] = {
+        {insn, 0, "CPacketHeader::write: Catched exception \"gone\"\n"},
+        {variable, 2 + 24 + 4, "CVariableAccBasePayload::write: Catched exception while writing payload!\n"},
+        {data, 2 + 24, "CDataBasePayload: Catched exception while writing payload: \"gone\"\n"},
+        {message, 2 + 9, "CMessage: Write of followup message failed!\n"},
+    };
+    for (const auto& [packet, left, log] : rows) {
+        BrokenStream out(left);
+        EXPECT_FALSE(packet.write(out));
+        EXPECT_EQ(takeLog(), log);
+    }
 }
 
 TEST(Destroyed, PacketsReadAsInvalid) {

@@ -1,6 +1,5 @@
 #include "quorvex/packets/StringPackets.h"
 
-#include "quorvex/format/Exception.h"
 #include "tests/support/Bytes.h"
 
 #include <gtest/gtest.h>
@@ -65,26 +64,25 @@ TEST(CharStringSequence, ReadsOnBehindAHeaderThatIsAlreadyRead) {
     const std::string content = text(600);
     const std::string wire = run(content);
     const CPacketHeader first(CharString, 255);
-    const auto failure = [&](unsigned size, bool stream) -> std::string {
+    const auto read = [&](unsigned size, bool stream) {
         const ExactBlock block(wire.substr(2, size));
         std::istringstream in(wire.substr(2, size));
-        try {
+        std::string lengths;
+        const std::string failure = thrownBy([&] {
             unsigned consumed = 0;
             const auto sequence = stream ? CCharStringSequence(first, in)
                                          : CCharStringSequence(first, block.data(), block.size(), consumed);
             EXPECT_TRUE(stream || consumed == block.size());
-            return std::to_string(sequence.length()) + "/" + std::to_string(sequence.Length());
-        } catch (const CQVXException& exception) {
-            return exception.what();
-        }
+            lengths = std::to_string(sequence.length()) + "/" + std::to_string(sequence.Length());
+        });
+        return lengths + failure;
     };
     for (const bool stream : {false, true}) {
-        EXPECT_EQ(failure(604, stream), "600/255");
-        EXPECT_EQ(failure(254, stream), "CCharString: Read-In constructor cannot assign read stream data.");
-        EXPECT_EQ(failure(255, stream), "255/255") << "a text may end behind a full packet when nothing follows";
-        EXPECT_EQ(failure(256, stream), "CCharString: Read-In constructor cannot append read stream data.");
-        EXPECT_EQ(failure(257, stream), "CCharString: Read-In constructor cannot append read stream data.");
-        EXPECT_EQ(failure(511, stream), "CCharString: Read-In constructor cannot append read stream data.");
+        EXPECT_EQ(read(604, stream), "600/255");
+        EXPECT_EQ(read(254, stream), "CCharString: Read-In constructor cannot assign read stream data.");
+        EXPECT_EQ(read(255, stream), "255/255") << "a text may end behind a full packet when nothing follows";
+        for (const unsigned size : {256U, 257U, 511U})
+            EXPECT_EQ(read(size, stream), "CCharString: Read-In constructor cannot append read stream data.");
     }
 }
 
@@ -129,13 +127,12 @@ TEST(CharString, HoldsUpTo255Bytes) {
     packet = cut;
     packet.clear();
     EXPECT_EQ(packet.StreamSize(), 2U);
+    const std::string refused = "CCharString: Read-In constructor invalid header data supplied.";
+    const CPacketHeader header(Sync, 1);
     unsigned consumed = 0;
-    try {
-        CCharString(CPacketHeader(Sync, 1), "a", 1, consumed);
-        FAIL();
-    } catch (const CQVXException& exception) {
-        EXPECT_STREQ(exception.what(), "CCharString: Read-In constructor invalid header data supplied.");
-    }
+    std::istringstream in("a");
+    EXPECT_EQ(thrownBy([&] { CCharString(header, "a", 1, consumed); }), refused);
+    EXPECT_EQ(thrownBy([&] { CCharString(header, in); }), refused);
 }
 
 TEST(Conversions, GuessTheCharacterSizeByTheZerosAtTheEnd) {
@@ -151,35 +148,44 @@ TEST(Conversions, GuessTheCharacterSizeByTheZerosAtTheEnd) {
 }
 
 TEST(Conversions, GiveTheSameTextFromEveryEncoding) {
-    const std::u16string wide16 = u"\u00e4b\u20ac\U0001F600";
-    const std::u32string wide32 = U"\u00e4b\u20ac\U0001F600";
     const std::string utf8 = "\xc3\xa4"
                              "b\xe2\x82\xac\xf0\x9f\x98\x80";
-    const auto raw = [](const auto& content) {
-        // With the terminator, by which the encoding is told.
-        return CCharStringSequence(reinterpret_cast<const unsigned char*>(content.c_str()),
-                                   static_cast<unsigned>((content.size() + 1) * sizeof content[0]));
-    };
-    for (const auto& sequence : {raw(utf8), raw(wide16), raw(wide32), CCharStringSequence(utf8.c_str()),
-                                 CCharStringSequence(L"\u00e4b\u20ac\U0001F600")}) {
+    const auto expectBoth = [&utf8](const auto& convert) {
         char narrow[16];
         unsigned written = 0;
-        EXPECT_TRUE(sequence.getString(narrow, sizeof narrow, &written));
+        EXPECT_TRUE(convert(narrow, 16U, &written));
         EXPECT_EQ(std::string(narrow, written), utf8);
         wchar_t wide[16];
-        EXPECT_TRUE(sequence.getString(wide, 16, &written));
+        EXPECT_TRUE(convert(wide, 16U, &written));
         EXPECT_EQ(std::wstring(wide, written), L"\u00e4b\u20ac\U0001F600");
-        EXPECT_FALSE(sequence.getString(narrow, static_cast<unsigned>(utf8.size()), &written))
-            << "no room for the zero";
+        EXPECT_FALSE(convert(narrow, static_cast<unsigned>(utf8.size()), &written)) << "no room for the zero";
         EXPECT_EQ(written, 0U);
-    }
+    };
+    const auto expectSequence = [&expectBoth](const CCharStringSequence& sequence) {
+        expectBoth([&](auto... out) { return sequence.getString(out...); });
+    };
+    const auto expectText = [&](const auto& text) {
+        const auto* const raw = reinterpret_cast<const unsigned char*>(text.c_str());
+        constexpr unsigned kUnit = sizeof text[0];
+        // With the terminator, by which the encoding is told.
+        expectSequence(CCharStringSequence(raw, static_cast<unsigned>(text.size() + 1) * kUnit));
+        expectBoth([&](auto... out) { return CCharStringSequence::getString(kUnit, raw, out...); });
+        expectBoth([&](auto... out) { return CCharStringSequence::convert(text.c_str(), out...); });
+    };
+    expectText(utf8);
+    expectText(std::u16string(u"\u00e4b\u20ac\U0001F600"));
+    expectText(std::u32string(U"\u00e4b\u20ac\U0001F600"));
+    expectSequence(CCharStringSequence(utf8.c_str()));
+    expectSequence(CCharStringSequence(L"\u00e4b\u20ac\U0001F600"));
+
     char narrow[8];
-    unsigned written = 0;
-    EXPECT_TRUE(CCharStringSequence::convert(u"\xd800x", narrow, 8, &written));
+    EXPECT_TRUE(CCharStringSequence::convert(u"\xd800x", narrow, 8, nullptr));
     EXPECT_STREQ(narrow, "\xef\xbf\xbdx") << "half a surrogate pair is no character";
     wchar_t wide[8];
     EXPECT_TRUE(CCharStringSequence::convert("\xe4\xc3", wide, 8, nullptr));
     EXPECT_STREQ(wide, L"\u00e4\u00c3") << "bytes that are no UTF-8";
+    EXPECT_TRUE(CCharStringSequence::convert("\xc0\x80", wide, 8, nullptr));
+    EXPECT_STREQ(wide, L"\u00c0\u0080") << "a form longer than it must be";
     EXPECT_FALSE(CCharStringSequence::convert(static_cast<const char*>(nullptr), wide, 8, nullptr));
     EXPECT_FALSE(CCharStringSequence::convert(U"a", narrow, 0, nullptr));
 }

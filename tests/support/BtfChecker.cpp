@@ -69,10 +69,9 @@ private:
     }
 
     void row(const std::string& text) {
-        const std::size_t blank = text.find(' ');
-        if (!expect(blank != std::string::npos && !m_table.empty(), "row of no table"))
+        if (!expect(text.find(' ') != std::string::npos && !m_table.empty(), "row of no table"))
             return;
-        const std::string key = text.substr(0, blank), value = text.substr(blank + 1);
+        const std::string key = text.substr(0, text.find(' ')), value = text.substr(key.size() + 1);
         if (m_table == "#typeTable")
             m_knownTypes.insert(value);
         else if (m_table == "#entityTable")
@@ -89,13 +88,10 @@ private:
 
     void event(const std::string& text) {
         m_events = true;
-        std::vector<std::string> columns(1);
-        for (const char c : text) {
-            if (c == ',')
-                columns.emplace_back();
-            else
-                columns.back() += c;
-        }
+        std::vector<std::string> columns;
+        std::istringstream in(text);
+        for (std::string column; std::getline(in, column, ',');)
+            columns.push_back(column);
         if (!expect(columns.size() == 7 || columns.size() == 8, "not 7 or 8 columns"))
             return;
         const auto time = integer(columns[0]), sourceNumber = integer(columns[2]), number = integer(columns[5]);

@@ -44,4 +44,13 @@ std::string takeLog() {
     return texts;
 }
 
+std::string thrownBy(const std::function<void()>& step) {
+    try {
+        step();
+        return {};
+    } catch (const std::exception& exception) {
+        return exception.what();
+    }
+}
+
 } // namespace Quorvex::test

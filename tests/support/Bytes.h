@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,5 +28,8 @@ private:
 
 /// Empties the message log and gives its texts, one a line. Trace messages are left out.
 std::string takeLog();
+
+/// The text of the exception that `step` throws; empty when it does not.
+std::string thrownBy(const std::function<void()>& step);
 
 } // namespace Quorvex::test

@@ -27,7 +27,7 @@ std::string widened(std::string digits, unsigned width) {
 
 VcdFile::VcdFile(const std::string& text) {
     std::istringstream in(text);
-    std::vector<std::string> scopes;
+    std::vector<std::string> scopes{""}; // with all that are around them
     std::multimap<std::string, Variable*> codes;
     std::string word;
     const auto next = [&in, &word] {
@@ -52,21 +52,18 @@ VcdFile::VcdFile(const std::string& text) {
             timescale = section();
         } else if (word == "$scope") {
             next();
-            scopes.push_back(next());
+            scopes.push_back(scopes.back() + next() + ".");
             section();
         } else if (word == "$upscope") {
             section();
-            if (scopes.empty())
+            if (scopes.size() == 1)
                 fail("$upscope without $scope");
             scopes.pop_back();
         } else if (word == "$var") {
             Variable variable{next(), 0, {}};
             variable.width = static_cast<unsigned>(std::stoul(next()));
             const std::string code = next();
-            std::string path;
-            for (const std::string& scope : scopes)
-                path += scope + ".";
-            path += next();
+            const std::string path = scopes.back() + next();
             const std::string range = section();
             if (!range.empty() && range != "[" + std::to_string(variable.width - 1) + ":0]")
                 fail("range " + range + " of " + path);
@@ -78,7 +75,7 @@ VcdFile::VcdFile(const std::string& text) {
             fail("keyword " + word);
         }
     }
-    if (!scopes.empty())
+    if (scopes.size() > 1)
         fail("$scope without $upscope");
     section();
     const auto change = [&](const std::string& code, char kind, const std::string& value) {
@@ -116,18 +113,14 @@ VcdFile::VcdFile(const std::string& text) {
 }
 
 void VcdFile::dropRepeated() {
-    for (auto& [path, variable] : variables) {
-        const std::string* before = nullptr;
-        for (auto at = variable.changes.begin(); at != variable.changes.end();) {
-            const bool repeated = before && *before == at->second && variable.type != "event";
-            before = &at->second;
-            if (repeated) {
-                before = &std::prev(at)->second;
-                at = variable.changes.erase(at);
-            } else {
-                ++at;
-            }
-        }
+    for (auto& [path, one] : variables) {
+        Variable& variable = one;
+        std::string before;
+        std::erase_if(variable.changes, [&](const auto& change) {
+            const bool repeated = change.second == before && variable.type != "event";
+            before = change.second;
+            return repeated;
+        });
     }
 }
 

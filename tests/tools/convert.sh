@@ -2,29 +2,11 @@
 # Converts traces between layouts, forms and tables with qvx, and compares what comes back.
 #
 #     convert.sh QVX WORDCOUNT SINGLESTEP      SINGLESTEP may be missing
-set -uo pipefail
-qvx=$1
+. "$(dirname "$0")/common.sh"
 wordcount=$2
 singlestep=$3
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-failures=0
-
-fail() {
-    echo "FAILED: $*"
-    failures=$((failures + 1))
-}
-# convert CODE ARGUMENTS...: runs qvx convert, and compares its exit code. What it says stands in the file err.
-convert() {
-    local code=$1
-    shift
-    "$qvx" convert "$@" 2>err
-    local got=$?
-    [ "$got" -eq "$code" ] || { cat err; fail "exit $got, not $code: convert $*"; }
-}
+convert() { run "$1" convert "${@:2}"; }
 same() { cmp "$1" "$2" || fail "$1 and $2 differ"; }
-says() { grep -qF -- "$1" err || { cat err; fail "does not say: $1"; }; }
 
 # A recorded trace of several pages, there and back in every way. Names, order and all packets stay.
 mkdir source
@@ -115,10 +97,7 @@ convert 2 plain -o out --absolute --relative
 convert 1 huge -o out --paged
 says 'qvx: huge: offset 0: a RelFunctionDefine packet of 282710 bytes, its text included, does not fit a block of 262144 bytes'
 [ -e out ] || [ -e out.part ] && fail 'a failed conversion leaves a file'
-if [ -e /dev/full ]; then
-    "$qvx" convert plain -o - >/dev/full 2>err
-    [ $? -eq 1 ] && grep -q 'No space left on device' err || { cat err; fail 'a full disk'; }
-fi
+full_disk convert plain -o -
 
 # A recorded instruction trace: the relative form takes at most a quarter.
 if [ -x "$singlestep" ] && "$singlestep" steps 20000 /bin/true 2>/dev/null && [ "$(stat -c %s steps)" -gt 500000 ]; then
@@ -131,5 +110,4 @@ else
     echo 'skipped: programs cannot be run step by step here'
 fi
 
-[ "$failures" -eq 0 ] && echo 'convert: ok'
-exit "$((failures > 0))"
+finish convert

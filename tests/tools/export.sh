@@ -2,27 +2,9 @@
 # Exports traces with qvx, and looks at what it says and at what it makes.
 #
 #     export.sh QVX WORDCOUNT
-set -uo pipefail
-qvx=$1
+. "$(dirname "$0")/common.sh"
 wordcount=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-failures=0
-
-fail() {
-    echo "FAILED: $*"
-    failures=$((failures + 1))
-}
-# export_to CODE ARGUMENTS...: runs qvx export, and compares its exit code. What it says stands in the file err.
-export_to() {
-    local code=$1
-    shift
-    "$qvx" export "$@" 2>err
-    local got=$?
-    [ "$got" -eq "$code" ] || { cat err; fail "exit $got, not $code: export $*"; }
-}
-says() { grep -qF -- "$1" err || { cat err; fail "does not say: $1"; }; }
+export_to() { run "$1" export "${@:2}"; }
 
 # A recorded program: several threads in one file, without loss.
 mkdir source
@@ -73,10 +55,7 @@ for format in vcd btf; do
     export_to 0 empty --to $format -o empty.$format
     [ -s empty.$format ] || fail "no frame around nothing in $format"
 done
-if [ -e /dev/full ]; then
-    "$qvx" export losses.txt --to vcd -o - >/dev/full 2>err
-    [ $? -eq 1 ] && grep -q 'No space left on device' err || { cat err; fail 'a full disk'; }
-fi
+full_disk export losses.txt --to vcd -o -
 
 # A viewer takes the dump, and what sets it up.
 if command -v vcd2fst >/dev/null; then
@@ -85,5 +64,4 @@ else
     echo 'skipped: no vcd2fst (package gtkwave)'
 fi
 
-[ "$failures" -eq 0 ] && echo 'export: ok'
-exit "$((failures > 0))"
+finish export

@@ -2,14 +2,9 @@
 # Runs qvx as people do, and compares what it says.
 #
 #     qvx.sh QVX QUICKSTART FORMAT_MD
-set -uo pipefail
-qvx=$1
+. "$(dirname "$0")/common.sh"
 quickstart=$2
 format=$3
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-cd "$work" || exit 1
-failures=0
 
 # expect CODE OUTPUT ERRORS COMMAND...: the exit code and the whole of both outputs; - leaves an output unchecked.
 expect() {
@@ -17,18 +12,9 @@ expect() {
     shift 3
     "$@" >out 2>err
     local got=$?
-    if [ "$got" -ne "$code" ]; then
-        echo "FAILED (exit $got, not $code): $*"
-        failures=$((failures + 1))
-    fi
-    if [ "$output" != - ] && ! diff <(printf '%s' "$output") out; then
-        echo "FAILED (output): $*"
-        failures=$((failures + 1))
-    fi
-    if [ "$errors" != - ] && ! diff <(printf '%s' "$errors") err; then
-        echo "FAILED (errors): $*"
-        failures=$((failures + 1))
-    fi
+    [ "$got" -eq "$code" ] || fail "exit $got, not $code: $*"
+    [ "$output" = - ] || diff <(printf '%s' "$output") out || fail "output: $*"
+    [ "$errors" = - ] || diff <(printf '%s' "$errors") err || fail "errors: $*"
 }
 
 printf '\x77\x10\x0a\0\0\0\0\0\0\0\x64\0\0\0\0\0\0\0' >trace # timestamp 10 at 100 ticks a second
@@ -69,7 +55,7 @@ Offset		Description 	TCode 	Length 	packet payload
 '
 expect 0 "$dump" '' "$qvx" dump trace
 expect 0 '' '' "$qvx" dump trace -o table.txt
-[ "$(cat table.txt)" = "$(printf '%s' "$dump")" ] || { echo 'FAILED: table.txt'; failures=$((failures + 1)); }
+[ "$(cat table.txt)" = "$(printf '%s' "$dump")" ] || fail 'table.txt'
 expect 1 '' 'qvx: table.txt: exists; use --force to overwrite it
 ' "$qvx" dump trace -o table.txt
 expect 0 '' '' "$qvx" dump trace -f -o table.txt --limit 1
@@ -86,15 +72,15 @@ expect 0 "$parsable" '' "$qvx" dump --parsable --hex-tick --limit 2 trace
 { head -c 18 trace; printf '\x06\x02ab\x06\0'; tail -c +19 trace | head -c 70; } >damaged
 expect 3 - 'qvx: damaged: offset 18: first of 2 damaged places, 12 bytes stepped over
 ' "$qvx" dump damaged
-grep -q 'RelFunctionEnter' out && { echo 'FAILED: shows a cut packet'; failures=$((failures + 1)); }
+grep -q 'RelFunctionEnter' out && fail 'shows a cut packet'
 expect 3 - - "$qvx" info damaged
-grep -q 'Damage:    12 bytes in 2 places, the first at offset 18' out || { cat out; failures=$((failures + 1)); }
+grep -q 'Damage:    12 bytes in 2 places, the first at offset 18' out || { cat out; fail 'the damage of info'; }
 printf '\x10' >lone
 expect 3 - 'qvx: lone: offset 0: 1 byte stepped over
 ' "$qvx" lone
 : >empty
 expect 0 - '' "$qvx" empty
-grep -q '^Packets:   0$' out || { cat out; failures=$((failures + 1)); }
+grep -q '^Packets:   0$' out || { cat out; fail 'an empty trace'; }
 
 expect 1 '' 'qvx: missing: No such file or directory
 ' "$qvx" missing
@@ -105,35 +91,31 @@ expect 2 '' - "$qvx" dump
 expect 2 '' - "$qvx" dump --nonsense trace
 expect 0 - '' "$qvx" --help
 expect 0 - '' "$qvx" dump --help
-grep -q 'Example: qvx dump' out || { echo 'FAILED: no example'; failures=$((failures + 1)); }
+grep -q 'Example: qvx dump' out || fail 'no example'
 expect 0 - '' "$qvx" --version
 expect 1 '' - "$qvx" dump trace -o nowhere/table.txt
-if [ -e /dev/full ]; then
-    "$qvx" dump trace >/dev/full 2>err
-    [ $? -eq 1 ] && grep -q 'No space left on device' err || { cat err; echo 'FAILED: a full disk'; failures=$((failures + 1)); }
-fi
+full_disk dump trace
 yes trace | head -200 | xargs cat >long
 "$qvx" dump long 2>err | head -1 >/dev/null
 # Windows does not end a program that writes to a closed pipe; there it says so.
-[ -s err ] && [ "${QVX_SYSTEM:-}" != Windows ] && { cat err; echo 'FAILED: a closed pipe is not quiet'; failures=$((failures + 1)); }
+[ -s err ] && [ "${QVX_SYSTEM:-}" != Windows ] && { cat err; fail 'a closed pipe is not quiet'; }
 
 # The table of kinds in the format's description is this very output, and its example is a real file.
 "$qvx" kinds >kinds
 sed -n '/^<!-- qvx kinds -->$/,/^<!-- end -->$/p' "$format" | sed '1,2d;$d' | sed '$d' >described
-diff kinds described || { echo 'FAILED: docs/format.md has another table of kinds'; failures=$((failures + 1)); }
+diff kinds described || fail 'docs/format.md has another table of kinds'
 sed -n '/^<!-- example -->$/,/^<!-- end -->$/p' "$format" | sed -n 's/^\([0-9a-f]\{4\}\)  \([0-9a-f ]*[0-9a-f]\)  .*/\2/p' |
     tr -d ' \n' | sed 's/../\\x&/g' >escaped
 printf "$(cat escaped)" >example
 expect 0 - '' "$qvx" dump --parsable example
 [ "$(grep -c . out)" -eq 11 ] && grep -q '^	0x0000000000000042 	CharString 	4 	main $' out &&
-    grep -q '^	0x0000000000000074 	EndOfTrace 	0 $' out || { echo 'FAILED: the example of docs/format.md'; cat out; failures=$((failures + 1)); }
+    grep -q '^	0x0000000000000074 	EndOfTrace 	0 $' out || { cat out; fail 'the example of docs/format.md'; }
 
 # The program of the README and its traces.
 QVX_TRACEDIR=. "$quickstart"
-[ "$(ls thread_*.qvx | wc -l)" -eq 2 ] || { ls; failures=$((failures + 1)); }
+[ "$(ls thread_*.qvx | wc -l)" -eq 2 ] || { ls; fail 'two threads were to be recorded'; }
 cat thread_*.qvx >both
 expect 0 - '' "$qvx" both
-grep -Eq '^ +40  FunctionEnter$' out && grep -Eq '0x00000001 +40  fibonacci$' out || { cat out; failures=$((failures + 1)); }
+grep -Eq '^ +40  FunctionEnter$' out && grep -Eq '0x00000001 +40  fibonacci$' out || { cat out; fail 'the functions of both threads'; }
 
-[ "$failures" -eq 0 ] && echo 'qvx: ok'
-exit "$((failures > 0))"
+finish qvx
