@@ -157,7 +157,8 @@ CPacket* CTraceReaderPlain::get() {
     if (!loadPacket(size))
         return nullptr;
     CPacket* packet = build(size);
-    if (!packet)
+    // One that is larger than a block is not damaged but cut: its texts have any bytes.
+    if (!packet && size != kOverlong)
         stepOver();
     return packet;
 }

@@ -89,6 +89,7 @@ TEST(PlainReader, ReadsANameThatNoBlockCanHold) {
         MemorySource cut(join(packets).substr(0, length));
         CTraceReaderPlain reader(cut);
         EXPECT_EQ(readAll(reader), Steps{wireOf(sync)}) << "what is cut is not handed out";
+        EXPECT_EQ(reader.position(), wireOf(sync).size());
     }
 }
 
