@@ -10,12 +10,11 @@
 
 namespace Quorvex::fuzz {
 
-void compressor(const std::uint8_t* data, std::size_t size) {
-    const std::string any(reinterpret_cast<const char*>(data), size);
+void compressor(const std::string& data) {
     {
-        test::MemorySource source(any);
+        MemorySource source(data);
         CTraceReaderPlain reader(source);
-        CTraceDecompressor decompressor(reader, size % 2 == 0, size % 3 == 0);
+        CTraceDecompressor decompressor(reader, data.size() % 2 == 0, data.size() % 3 == 0);
         while (const PacketPointer packet{decompressor.get()})
             require(sortOfRelative(packet->TraceCode()) == ContextSort::None, "no relative packet is left");
     }
@@ -23,21 +22,16 @@ void compressor(const std::uint8_t* data, std::size_t size) {
     std::string absolute;
     CTraceQueue queue;
     CTraceCompressor writer(queue);
-    for (const std::string& one : packetsOf(any)) {
-        const auto code = tagTCode(static_cast<unsigned char>(one[0]));
+    for (const std::string& one : packetsOf(data)) {
+        const tagTCode code = codeOf(one);
         if (sortOfSync(code) != ContextSort::None || sortOfRelative(code) != ContextSort::None)
             continue;
-        unsigned consumed = 0;
-        CPacket* packet = CPacketFactory::getCPacket(one.data(), static_cast<unsigned>(one.size()), consumed);
+        CPacket* packet = packetOf(one).release();
         absolute += one;
         require(writer.forward(packet) && !packet, "the compressor takes every packet");
     }
     CTraceDecompressor decompressor(queue, false, true);
-    std::string back;
-    while (const PacketPointer packet{decompressor.get()})
-        back += bytesOf(*packet);
-    require(back == absolute, "absolute to relative and back");
-    dropLog();
+    require(join(readAll(decompressor)) == absolute, "absolute to relative and back");
 }
 
 } // namespace Quorvex::fuzz

@@ -4,28 +4,24 @@
 #include "fuzz/Targets.h"
 #include "fuzz/Traces.h"
 #include "quorvex/stream/TraceWriterPaged.h"
-#include "tests/support/RandomPackets.h"
 
 namespace Quorvex::fuzz {
 
 namespace {
 
 std::string withoutPages(const std::string& trace) {
-    std::string kept;
-    for (const std::string& packet : packetsOf(trace)) {
-        if (!test::isPagedBusiness(tagTCode(static_cast<unsigned char>(packet[0]))))
-            kept += packet;
-    }
-    return kept;
+    std::vector<std::string> packets = packetsOf(trace);
+    std::erase_if(packets, [](const std::string& one) { return isPagedBusiness(codeOf(one)); });
+    return join(packets);
 }
 
 } // namespace
 
-void pages(const std::uint8_t* data, std::size_t size) {
-    std::string trace = cleaned(data, size);
+void pages(const std::string& data) {
+    std::string trace = cleaned(data);
     {
-        test::MemorySource any(std::string(reinterpret_cast<const char*>(data), size));
-        test::MemorySink sink;
+        MemorySource any(data);
+        MemorySink sink;
         CTraceWriterPaged writer(sink);
         writer.put(any);
         writer.flush();
@@ -36,23 +32,19 @@ void pages(const std::uint8_t* data, std::size_t size) {
     std::string start;
     CFill fill(255);
     while (start.size() < kPageSize - 600)
-        start += bytesOf(fill);
+        start += wireOf(fill);
     trace = start + trace + trace;
-    test::MemorySource source(trace);
-    test::MemorySink copied, written;
+    MemorySource source(trace);
+    MemorySink copied, written;
     CTraceWriterPaged copier(copied), writer(written);
     require(copier.put(source), "a trace without damage is copied");
     copier.flush();
-    for (const std::string& one : packetsOf(trace)) {
-        unsigned consumed = 0;
-        const PacketPointer packet(CPacketFactory::getCPacket(one.data(), static_cast<unsigned>(one.size()), consumed));
-        require(writer.put(packet.get()), "the paged writer takes every packet");
-    }
+    for (const std::string& one : packetsOf(trace))
+        require(writer.put(packetOf(one).get()), "the paged writer takes every packet");
     writer.flush();
     const std::string expected = withoutPages(trace);
     require(withoutPages(copied.bytes) == expected, "all packets are copied in order");
     require(withoutPages(written.bytes) == expected, "all packets are written in order");
-    dropLog();
 }
 
 } // namespace Quorvex::fuzz

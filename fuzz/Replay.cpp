@@ -4,7 +4,6 @@
 //     replay --seeds DIRECTORY             writes inputs to begin with: a directory for each target
 
 #include "fuzz/Targets.h"
-#include "fuzz/Traces.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Samples.h"
 
@@ -27,14 +26,15 @@ unsigned replay(fuzz::Target target, const fs::path& path) {
     }
     std::ifstream in(path, std::ios::binary);
     const std::string content(std::istreambuf_iterator<char>(in), {});
-    target(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
+    target(content);
+    test::takeLog();
     return 1;
 }
 
 void writeSeeds(const fs::path& directory) {
     std::string all;
-    for (const auto& target : fuzz::kTargets)
-        fs::create_directories(directory / target.name);
+    for (const auto& [name, target] : fuzz::kTargets)
+        fs::create_directories(directory / name);
     const auto write = [&](const char* target, const std::string& name, const std::string& content) {
         std::ofstream(directory / target / name, std::ios::binary) << content;
     };
@@ -48,13 +48,13 @@ void writeSeeds(const fs::path& directory) {
         for (std::size_t at = 0; at < all.size(); at += 200)
             write(target, "part" + std::to_string(at), all.substr(at, 200));
     }
-    write("signalMask", "bits", "0110100110010110");
     for (const char* target : {"text", "verbs"}) {
         std::ifstream in(QUORVEX_TEST_DATA "/table_parsable.txt", std::ios::binary);
         unsigned number = 0;
         for (std::string line; std::getline(in, line); ++number)
             write(target, "row" + std::to_string(number), line + "\n");
     }
+    write("signalMask", "bits", "0110100110010110");
 }
 
 } // namespace
@@ -64,13 +64,13 @@ int main(int argc, char** argv) {
         writeSeeds(argv[2]);
         return 0;
     }
-    for (const auto& target : fuzz::kTargets) {
-        if (argc < 3 || std::strcmp(target.name, argv[1]) != 0)
+    for (const auto& [name, target] : fuzz::kTargets) {
+        if (argc < 3 || std::strcmp(name, argv[1]) != 0)
             continue;
         unsigned count = 0;
         for (int i = 2; i < argc; ++i)
-            count += replay(target.run, argv[i]);
-        std::printf("%s: %u inputs\n", target.name, count);
+            count += replay(target, argv[i]);
+        std::printf("%s: %u inputs\n", name, count);
         return count > 0 ? 0 : 1;
     }
     std::fprintf(stderr, "usage: replay TARGET FILE_OR_DIRECTORY... | replay --seeds DIRECTORY\n");

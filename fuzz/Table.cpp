@@ -13,14 +13,14 @@
 
 namespace Quorvex::fuzz {
 
-void table(const std::uint8_t* data, std::size_t size) {
-    const std::string trace = cleaned(data, size);
-    test::MemorySource source(trace);
+void table(const std::string& data) {
+    const std::string trace = cleaned(data);
+    MemorySource source(trace);
     CTraceReaderPlain reader(source);
     std::ostringstream plainOut, htmlOut, latexOut, wordsOut;
-    CPacketPlain plain(plainOut, size % 2 == 0, 0);
+    CPacketPlain plain(plainOut, data.size() % 2 == 0, 0);
     plain.SetParsable(true);
-    plain.SetHexTick(size % 3 == 0);
+    plain.SetHexTick(data.size() % 3 == 0);
     CPacketHTML html(htmlOut, true, 0);
     CPacketLaTeX latex(latexOut, true, 0);
     CPacketDebugger words(wordsOut, true);
@@ -30,11 +30,8 @@ void table(const std::uint8_t* data, std::size_t size) {
     }
     std::istringstream in(plainOut.str());
     TraceTextReader text(in);
-    std::string back;
-    while (const PacketPointer packet{text.get()})
-        back += bytesOf(*packet);
+    const std::string back = join(readAll(text));
     require(text.errors() == 0 && back == trace, "binary to text to binary");
-    dropLog();
 }
 
 } // namespace Quorvex::fuzz

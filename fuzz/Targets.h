@@ -3,31 +3,26 @@
 /// The fuzz targets. Each takes any bytes, and aborts when what its source says at the top does not hold. A file is one
 /// target, named after what it feeds.
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <utility>
 
 namespace Quorvex::fuzz {
 
-using Target = void (*)(const std::uint8_t* data, std::size_t size);
+void packet(const std::string& data);
+void reader(const std::string& data);
+void pages(const std::string& data);
+void compressor(const std::string& data);
+void text(const std::string& data);
+void table(const std::string& data);
+void viewers(const std::string& data);
+void signalMask(const std::string& data);
+void verbs(const std::string& data);
 
-void packet(const std::uint8_t* data, std::size_t size);
-void reader(const std::uint8_t* data, std::size_t size);
-void pages(const std::uint8_t* data, std::size_t size);
-void compressor(const std::uint8_t* data, std::size_t size);
-void text(const std::uint8_t* data, std::size_t size);
-void table(const std::uint8_t* data, std::size_t size);
-void viewers(const std::uint8_t* data, std::size_t size);
-void signalMask(const std::uint8_t* data, std::size_t size);
-void verbs(const std::uint8_t* data, std::size_t size);
+using Target = void (*)(const std::string& data);
 
-struct NamedTarget {
-    const char* name;
-    Target run;
-};
-
-inline constexpr NamedTarget kTargets[] = {
+inline constexpr std::pair<const char*, Target> kTargets[] = {
     {"packet", packet}, {"reader", reader},   {"pages", pages},           {"compressor", compressor}, {"text", text},
     {"table", table},   {"viewers", viewers}, {"signalMask", signalMask}, {"verbs", verbs},
 };

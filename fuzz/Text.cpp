@@ -9,25 +9,22 @@
 
 namespace Quorvex::fuzz {
 
-void text(const std::uint8_t* data, std::size_t size) {
-    std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
+void text(const std::string& data) {
+    std::istringstream in(data);
     TraceTextReader reader(in);
     std::string trace;
     std::ostringstream out;
     CPacketPlain table(out, false, 0);
     table.SetParsable(true);
     while (const PacketPointer packet{reader.get()}) {
-        trace += bytesOf(*packet);
+        trace += wireOf(*packet);
         require(table.put(packet.get()), "a packet read from a table can be shown");
     }
     std::istringstream again(out.str());
     TraceTextReader second(again);
-    std::string back;
-    while (const PacketPointer packet{second.get()})
-        back += bytesOf(*packet);
+    const std::string back = join(readAll(second));
     require(second.errors() == 0, "our own tables have no errors");
     require(back == trace, "text to packets to text to packets");
-    dropLog();
 }
 
 } // namespace Quorvex::fuzz

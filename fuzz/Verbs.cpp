@@ -5,6 +5,7 @@
 
 #include "fuzz/Targets.h"
 #include "fuzz/Traces.h"
+#include "tests/support/Bytes.h"
 
 #include <filesystem>
 #include <fstream>
@@ -17,20 +18,20 @@ namespace {
 
 int run(std::vector<std::string> arguments) {
     const int exitCode = qvx::run(arguments);
-    dropLog();
+    takeLog();
     require(exitCode == 0 || exitCode == 1 || exitCode == 3, "exit codes");
     return exitCode;
 }
 
 } // namespace
 
-void verbs(const std::uint8_t* data, std::size_t size) {
+void verbs(const std::string& data) {
     static const std::filesystem::path kDirectory = [] {
         std::string name = (std::filesystem::temp_directory_path() / "quorvex_fuzz_XXXXXX").string();
         return std::filesystem::path(mkdtemp(name.data()));
     }();
     const std::string in = kDirectory / "in", out = kDirectory / "out", again = kDirectory / "again";
-    std::ofstream(in, std::ios::binary).write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    std::ofstream(in, std::ios::binary) << data;
 
     run({"info", in, "-f", "-o", out});
     for (const char* format : {"plain", "html", "latex", "verbose"})

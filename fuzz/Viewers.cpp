@@ -15,7 +15,7 @@ namespace Quorvex::fuzz {
 namespace {
 
 template <class Writer> std::string written(const std::string& trace) {
-    test::MemorySource source(trace);
+    MemorySource source(trace);
     CTraceReaderPlain reader(source);
     std::ostringstream out;
     Writer writer(out);
@@ -29,16 +29,14 @@ template <class Writer> std::string written(const std::string& trace) {
 
 } // namespace
 
-void viewers(const std::uint8_t* data, std::size_t size) {
-    const std::string trace(reinterpret_cast<const char*>(data), size);
+void viewers(const std::string& data) {
     try {
-        test::VcdFile(written<CVCDWriter>(trace));
+        VcdFile(written<CVCDWriter>(data));
     } catch (const std::exception& exception) {
         require(false, exception.what());
     }
-    const std::vector<std::string> complaints = test::checkBtf(written<CBtfWriter>(trace));
+    const std::vector<std::string> complaints = checkBtf(written<CBtfWriter>(data));
     require(complaints.empty(), complaints.empty() ? "" : complaints.front().c_str());
-    dropLog();
 }
 
 } // namespace Quorvex::fuzz

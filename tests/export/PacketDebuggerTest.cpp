@@ -1,6 +1,5 @@
 #include "quorvex/export/PacketDebugger.h"
 
-#include "quorvex/factory/PacketFactory.h"
 #include "tests/support/Golden.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"

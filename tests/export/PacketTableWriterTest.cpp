@@ -191,11 +191,6 @@ TEST(TableWriter, GivesEveryFieldACellOfItsWidth) {
     EXPECT_EQ(row([&] { return table.writeApostropheString("a") && table.writeIdItem(~0U, ~0U); }),
               "<1:\"a\"><4:4294967295>");
     EXPECT_EQ(row([&] { return table.writeString("abc", 1) && table.writeString(std::string("b")); }), "ab");
-    EXPECT_EQ(row([&] {
-                  return table.writePageHeader(nullptr) && table.writeTableHeader(true) && table.writeRowOpen() &&
-                         table.writeRowClose() && table.writeTableFooter() && table.writePageFooter();
-              }),
-              "");
     EXPECT_FALSE(table.writePayload(tagTCode(256)));
     takeLog();
     table.SetParsable(true);

@@ -124,7 +124,6 @@ TEST(VCDValue, IsCopiedAndAssigned) {
 }
 
 TEST(VCDValue, WritesNumbersAsPrintfDoes) {
-    EXPECT_EQ(text(CVCDRealValue(0.5)), "R0.5 ");
     using Limits = std::numeric_limits<double>;
     for (const double number :
          {0.5, 0.0, -0.0, 1.0 / 3, -2.0 / 3, 1e15, 1e16, 1234567890123456789.0, 1e-4, 1e-5, 1e300, -Limits::max(),

@@ -14,7 +14,11 @@
 namespace Quorvex::test {
 namespace {
 
+#if defined(NDEBUG)
 constexpr unsigned kKills = 200;
+#else
+constexpr unsigned kKills = 30; ///< each takes its time where nothing is optimised
+#endif
 constexpr unsigned kShown = 10; ///< of so many traces that killed programs leave, one is also shown by the program
 
 struct Found {

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 namespace Quorvex::test {
@@ -29,7 +30,7 @@ protected:
     PacketPointer make() const { return PacketPointer(GetParam().make()); }
     const std::string wire = bytes(GetParam().wire);
     const std::string payload = wire.substr(2);
-    const CPacketHeader header{tagTCode(static_cast<unsigned char>(wire[0])), static_cast<std::uint8_t>(wire[1])};
+    const CPacketHeader header{codeOf(wire), static_cast<std::uint8_t>(wire[1])};
 };
 
 TEST_P(Kinds, WritesItsBytesOnBothMediaAndNothingWhereTheyDoNotFit) {
@@ -166,10 +167,8 @@ TEST(KindTable, HasASampleForEveryKindAndADefaultOfTheSmallestLength) {
                                : code == Signal || code == RelSignal           ? 2
                                                                                : 0;
         EXPECT_EQ(packet->Length(), CTCodeInfo::TCodeToLength(tagTCode(code)).first - masks) << code;
-        bool sampled = false;
-        for (const Sample& sample : samples())
-            sampled = sampled || static_cast<unsigned char>(bytes(sample.wire)[0]) == code;
-        EXPECT_TRUE(sampled) << CTCodeInfo::TCodeToName(tagTCode(code));
+        const auto sampled = [code](const Sample& sample) { return codeOf(bytes(sample.wire)) == tagTCode(code); };
+        EXPECT_TRUE(std::ranges::any_of(samples(), sampled)) << CTCodeInfo::TCodeToName(tagTCode(code));
     }
     EXPECT_EQ(kinds, 93U);
     takeLog();

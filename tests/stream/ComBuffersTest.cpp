@@ -91,16 +91,6 @@ public:
     HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return E_NOTIMPL; }
 };
 
-/// The text of what a call throws; empty when it throws nothing.
-template <class Call> std::string thrown(Call&& call) {
-    try {
-        call();
-    } catch (const CQVXException& exception) {
-        return exception.what();
-    }
-    return "";
-}
-
 struct Failure {
     HRESULT result;
     std::string text;
@@ -164,8 +154,8 @@ TEST(ComBuffers, HoldAReferenceOrAreNotGood) {
     }
     for (const Failure& refusal : {kMapped[1], {E_FAIL, "The object does not give its IStream: 0x80004005"}}) {
         stream.query = refusal.result;
-        EXPECT_EQ(thrown([&] { CTraceSourceBufferIStream source(&stream); }), refusal.text);
-        EXPECT_EQ(thrown([&] { CTraceSinkBufferIStream sink(&stream); }), refusal.text);
+        EXPECT_EQ(thrownBy([&] { CTraceSourceBufferIStream source(&stream); }), refusal.text);
+        EXPECT_EQ(thrownBy([&] { CTraceSinkBufferIStream sink(&stream); }), refusal.text);
     }
     EXPECT_EQ(stream.references, 0U);
 }
@@ -244,7 +234,7 @@ TEST(IStreamSink, WritesAtPositionsAndThrowsThreeFailures) {
             stream.most = most;
             bool taken = most != 0;
             unsigned written = 9;
-            EXPECT_EQ(thrown([&] { taken = sink.write("!!", 2, 0, written); }), row.text);
+            EXPECT_EQ(thrownBy([&] { taken = sink.write("!!", 2, 0, written); }), row.text);
             EXPECT_EQ(written, most);
             EXPECT_EQ(taken, most != 0) << row.result;
         }
@@ -276,7 +266,7 @@ TEST(StreamWriterSink, ThrowsEveryFailureAndRefusesAllAfterDiskFull) {
     const Failure other{E_FAIL, "CTraceSinkBufferIStreamWriter::write: The writer failed with 0x80004005"};
     for (const Failure& row : {kMapped[0], kMapped[1], other, kMapped[2]}) {
         writer.transfer = row.result;
-        EXPECT_EQ(thrown([&] { writeTo(sink, "f"); }), row.text);
+        EXPECT_EQ(thrownBy([&] { writeTo(sink, "f"); }), row.text);
         EXPECT_FALSE(sink.good());
     }
     writer.transfer = S_OK;

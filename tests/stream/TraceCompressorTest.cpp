@@ -9,7 +9,6 @@
 #include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
-#include "tests/support/RandomPackets.h"
 
 #include <gtest/gtest.h>
 
@@ -105,7 +104,7 @@ std::string wanderingTrace(unsigned packets, unsigned seed) {
     std::string trace;
     while (packets > 0) {
         std::string wire = random.wire();
-        const auto code = tagTCode(static_cast<unsigned char>(wire[0]));
+        const tagTCode code = codeOf(wire);
         const ContextSort sort = sortOfAbsolute(code);
         core.Tick(core.Tick() + random.below(20));
         core.CurrAddr(random.below(20) == 0 ? random.below(1U << 20) : core.CurrAddr() + 4);

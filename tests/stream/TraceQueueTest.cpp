@@ -1,6 +1,5 @@
 #include "quorvex/stream/TraceQueue.h"
 
-#include "quorvex/factory/PacketFactory.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/RandomPackets.h"
 
@@ -9,14 +8,10 @@
 #include <algorithm>
 #include <numeric>
 #include <thread>
-#include <type_traits>
 #include <vector>
 
 namespace Quorvex::test {
 namespace {
-
-static_assert(!std::is_copy_constructible_v<CTraceQueue> && !std::is_move_constructible_v<CTraceQueue>);
-static_assert(!std::is_copy_assignable_v<CTraceQueue> && !std::is_move_assignable_v<CTraceQueue>);
 
 /// Counts its releases.
 struct Counted : CPacket {

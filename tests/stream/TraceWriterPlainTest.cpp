@@ -1,6 +1,5 @@
 #include "quorvex/stream/TraceWriterPlain.h"
 
-#include "quorvex/factory/PacketFactory.h"
 #include "quorvex/stream/TraceFileWriter.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"

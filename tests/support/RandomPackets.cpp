@@ -6,33 +6,28 @@
 
 namespace Quorvex::test {
 
+using namespace std::string_literals;
+
 std::string wireOf(CPacket& packet) {
     std::string wire(packet.StreamSize(), '\0');
     wire.resize(packet.write(wire.data(), static_cast<unsigned>(wire.size())));
     return wire;
 }
 
+PacketPointer packetOf(const std::string& wire) {
+    unsigned consumed = 0;
+    return PacketPointer(CPacketFactory::getCPacket(wire.data(), static_cast<unsigned>(wire.size()), consumed));
+}
+
 std::string RandomPackets::text() {
     static const std::string kHostile[] = {
-        "\"quoted\"",
-        "a\tb",
-        "line\nline\r\n",
-        "0x41",
-        "0x",
-        "gr\xc3\xb6\xc3\x9f"
-        "e \xe2\x82\xac",
-        std::string("a\0b\0", 4),
-        " ",
-        "ends with blanks  ",
-        "Invalid",
-        "\\",
-        "&lt;{%s}",
-        "\xc2\x85",
-        std::string(255, 't'),
-        std::string(510, ' '),
-    };
+        "\"quoted\"", "a\tb", "line\nline\r\n",     "0x41",    "0x", "gr\xc3\xb6\xc3\x9f \xe2\x82\xac",
+        "a\0b\0"s,    " ",    "ends with blanks  ", "Invalid", "\\", "&lt;{%s}",
+        "\xc2\x85"};
     if (below(4) == 0)
         return kHostile[below(std::size(kHostile))];
+    if (below(20) == 0)
+        return std::string(255 + 255 * below(2), ' '); // full packets
     const unsigned longest[] = {1, 10, 254, 256, 600, 3000};
     std::string text(below(longest[below(6)] + 1), '\0');
     for (char& byte : text)
@@ -75,6 +70,14 @@ PacketPointer RandomPackets::packet() {
         } catch (const CQVXException&) {
         }
     }
+}
+
+PacketPointer RandomPackets::next() {
+    PacketPointer packet = this->packet();
+    while (m_nameless && packet->TraceCode() == CharString)
+        packet = this->packet();
+    m_nameless = isFollowedByText(packet->TraceCode()) && packet->StreamSize() == packet->Length() + 2;
+    return packet;
 }
 
 } // namespace Quorvex::test

@@ -19,16 +19,26 @@ public:
     /// The bytes of one packet, with the texts that follow it.
     std::string wire();
     PacketPointer packet();
+    /// For a trace: no text of its own behind a packet without its name, which that would become.
+    PacketPointer next();
     unsigned below(unsigned limit) { return std::uniform_int_distribution<unsigned>(0, limit - 1)(m_random); }
 
 private:
     std::string text();
 
     std::mt19937 m_random;
+    bool m_nameless = false; ///< was the packet before
 };
 
 /// The bytes of a packet as it writes itself.
 std::string wireOf(CPacket& packet);
+
+/// And back.
+PacketPointer packetOf(const std::string& wire);
+
+inline tagTCode codeOf(const std::string& wire) {
+    return tagTCode(static_cast<unsigned char>(wire[0]));
+}
 
 /// Whether the paged writer inserts packets of that code, or changes them on the way: frames get their length.
 inline bool isPagedBusiness(tagTCode code) {

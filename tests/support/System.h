@@ -29,12 +29,11 @@ bool runAndKill(const Program& program, const std::function<bool()>& enough);
 /// Leaves the calling process only so many bytes of room for files in a directory. False where that cannot be done.
 bool limitSpace(const std::string& directory, std::uint64_t bytes);
 
-/// Whether there is a shell, for tests in which other programs read what ours write.
-bool hasShell();
+/// Whether there is a shell, for tests in which other programs read what ours write, and processes fork.
+bool isPosix();
 /// Whether there is a device that every write to fails because it is full: /dev/full.
 bool hasFullDevice();
 
-bool canFork();
 /// Forks the process, calls the one function in the child, which must not come back, and the other in the parent. The
 /// exit code of the child; -1 when it did not end by itself, or where processes do not fork.
 int fork(const std::function<void()>& inChild, const std::function<void()>& inParent);

@@ -62,16 +62,12 @@ bool limitSpace(const std::string& directory, std::uint64_t bytes) {
     return setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
-bool hasShell() {
+bool isPosix() {
     return true;
 }
 
 bool hasFullDevice() {
     return access("/dev/full", W_OK) == 0;
-}
-
-bool canFork() {
-    return true;
 }
 
 int fork(const std::function<void()>& inChild, const std::function<void()>& inParent) {

@@ -68,15 +68,11 @@ bool limitSpace(const std::string&, std::uint64_t) {
     return false;
 }
 
-bool hasShell() {
+bool isPosix() {
     return false;
 }
 
 bool hasFullDevice() {
-    return false;
-}
-
-bool canFork() {
     return false;
 }
 
