@@ -22,19 +22,7 @@ template <class Context> void checkConversion(CPacket& packet, const Context& re
 } // namespace
 
 void packet(const std::string& data) {
-    // A block of the exact size, so that one byte too many is seen.
-    const ExactBlock block(data);
-    PacketPointer fromBuffer, fromStream;
-    unsigned consumed = 0;
-    try {
-        fromBuffer.reset(CPacketFactory::getCPacket(block.data(), block.size(), consumed));
-    } catch (const CQVXException&) {
-    }
-    std::istringstream stream(data);
-    try {
-        fromStream.reset(CPacketFactory::getCPacket(stream));
-    } catch (const CQVXException&) {
-    }
+    const auto [fromBuffer, fromStream, consumed] = ReadBothWays(data);
     if (fromBuffer && isRegular(*fromBuffer, consumed)) {
         const std::string bytes = wireOf(*fromBuffer);
         // In memory, a definition whose text is cut counts as one without; a stream has no way back.
@@ -45,6 +33,12 @@ void packet(const std::string& data) {
         require(copy && wireOf(*copy) == bytes, "a copy is equal");
         std::ostringstream out;
         require(fromBuffer->write(out) && out.str() == bytes, "both ways of writing agree");
+        // A cut packet may also be read into an object that exists.
+        for (const std::size_t cut : {bytes.size() / 2, bytes.size() - 1}) {
+            const ExactBlock part(bytes.substr(0, cut));
+            copy->read(part.data(), part.size());
+            require(fromBuffer->TraceCode() == CharString || wireOf(*copy).size() <= bytes.size(), "a cut packet");
+        }
         checkConversion(*fromBuffer, CCoreContext(0x1122334455667788, 1, 2, 0x99AA));
         checkConversion(*fromBuffer, CBusContext(0x1122334455667788, 1, 2));
         checkConversion(*fromBuffer, CSystemContext(0x1122334455667788, 1, 2));

@@ -303,7 +303,8 @@ void CQVXInstrumentingStream::flush() {
 }
 
 bool CQVXInstrumentingStream::overflow_flush() {
-    keep(true); // with the Fill packets at its end, that the file may not have more than the page while it is written
+    // The Fill packets at the page's end count, too: while the page is written, the file may not have more than it.
+    m_pageFile.extend(filled());
     m_broken = !CTraceWriterPaged::overflow_flush();
     if (m_pageFile.is_open() && !m_broken) {
         // The page is overwritten from now on; what stands in between must have left the process.

@@ -115,18 +115,7 @@ TEST(Factory, SurvivesDamagedBytes) {
         for (unsigned flips = random() % 4; flips > 0; --flips)
             wire[random() % std::min<std::size_t>(wire.size(), 4)] = static_cast<char>(random());
         wire.resize(random() % (wire.size() + 3), static_cast<char>(random()));
-        const ExactBlock block(wire);
-        unsigned consumed = 0;
-        PacketPointer fromBuffer, fromStream;
-        try {
-            fromBuffer.reset(CPacketFactory::getCPacket(block.data(), block.size(), consumed));
-        } catch (const CQVXException&) {
-        }
-        std::istringstream in(wire);
-        try {
-            fromStream.reset(CPacketFactory::getCPacket(in));
-        } catch (const CQVXException&) {
-        }
+        const auto [fromBuffer, fromStream, consumed] = ReadBothWays(wire);
         ASSERT_LE(consumed, wire.size()) << hex(wire);
         // In memory, a counter's definition that is cut counts as none.
         const bool counter = !wire.empty() && (static_cast<unsigned char>(wire[0]) & 0xEE) == CounterDefine - 0x10;

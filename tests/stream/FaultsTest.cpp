@@ -60,6 +60,13 @@ std::vector<PacketPointer> somePackets(std::size_t size, unsigned seed) {
     return packets;
 }
 
+std::string traceOf(const std::vector<PacketPointer>& packets) {
+    std::string trace;
+    for (const PacketPointer& packet : packets)
+        trace += wireOf(*packet);
+    return trace;
+}
+
 /// Whether all packets were accepted in the end.
 template <class Writer> bool write(const std::vector<PacketPointer>& packets, MemorySink& sink) {
     Writer writer(sink);
@@ -94,10 +101,26 @@ TEST(Faults, CostTheWritersNothing) {
     writesAllOnce<CTraceWriterPaged>();
 }
 
+TEST(Faults, LeaveAReadableBeginning) {
+    const std::vector<PacketPointer> packets = somePackets(3 * kPageSize, 13);
+    const std::string all = traceOf(packets);
+    for (const unsigned room : {0U, 1U, 1000U, kPageSize - 1, kPageSize, kPageSize + 1, 2 * kPageSize + 77}) {
+        MemorySink sink;
+        sink.room = room;
+        EXPECT_FALSE(write<CTraceWriterPlain>(packets, sink));
+        EXPECT_EQ(sink.bytes.size(), room);
+        EXPECT_TRUE(all.starts_with(sink.bytes));
+        MemorySource source(sink.bytes);
+        CTraceReaderPlain reader(source);
+        const std::string read = join(readAll(reader));
+        EXPECT_TRUE(all.starts_with(read)) << room;
+        EXPECT_GT(read.size() + 4000, room) << "no more than the last packet is missing";
+    }
+    takeLog();
+}
+
 TEST(Faults, CostTheReaderNothing) {
-    std::string trace;
-    for (const PacketPointer& packet : somePackets(2 * kPageSize, 14))
-        trace += wireOf(*packet);
+    const std::string trace = traceOf(somePackets(2 * kPageSize, 14));
     for (const unsigned portion : {5000U, 1U}) {
         for (const unsigned every : {2U, 3U, 7U}) {
             MemorySource source(trace, portion);

@@ -183,6 +183,21 @@ TEST(TextReader, GivesATextThatHasLostItsPacketToNoOther) {
     takeLog();
 }
 
+TEST(TextReader, EndsOnAnyInput) {
+    RandomPackets random(9);
+    const std::string table = tableOf(kTrace, true, true);
+    for (unsigned round = 0; round < 300; ++round) {
+        std::string damaged = table;
+        for (unsigned i = 0; i < 30; ++i)
+            damaged[random.below(static_cast<unsigned>(damaged.size()))] = "\t\n 0x\0\xff"
+                                                                           "9aI"[random.below(10)];
+        std::uint64_t errors = 0;
+        traceOf(damaged, &errors);
+        EXPECT_GT(errors, 0U);
+    }
+    takeLog();
+}
+
 TEST(TextReader, TellsItsStateAsSourcesDo) {
     std::istringstream in("\tSync\t24\t1\t2\t3\t4\n\tEndOfTrace\t0\n\tFill\t0\n");
     TraceTextReader reader(in);

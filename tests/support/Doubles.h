@@ -21,6 +21,7 @@ public:
     bool refuse = false;                 ///< until it is cleared, writes of bytes fail and move nothing
     bool fixed = false;                  ///< cannot move back
     unsigned most = ~0U;                 ///< no write takes more than that
+    std::uint64_t room = ~0ULL;          ///< how many bytes there can be in all
     unsigned boast = 0;                  ///< added to the reported count
     std::vector<std::string> operations; ///< "write POSITION COUNT", "flush"
 
@@ -40,7 +41,7 @@ public:
             return true;
         if (refuse)
             return false;
-        const auto taken = std::min(count, most);
+        const auto taken = static_cast<unsigned>(std::min<std::uint64_t>({count, most, room - bytes.size()}));
         const auto from = static_cast<std::size_t>(at);
         if (bytes.size() < from + taken)
             bytes.resize(from + taken, '\0');

@@ -1,8 +1,10 @@
 #include "tests/support/RandomPackets.h"
 
 #include "quorvex/stream/TextRun.h"
+#include "tests/support/Bytes.h"
 
 #include <iterator>
+#include <sstream>
 
 namespace Quorvex::test {
 
@@ -17,6 +19,19 @@ std::string wireOf(CPacket& packet) {
 PacketPointer packetOf(const std::string& wire) {
     unsigned consumed = 0;
     return PacketPointer(CPacketFactory::getCPacket(wire.data(), static_cast<unsigned>(wire.size()), consumed));
+}
+
+ReadBothWays::ReadBothWays(const std::string& wire) {
+    const ExactBlock block(wire);
+    try {
+        fromBuffer.reset(CPacketFactory::getCPacket(block.data(), block.size(), consumed));
+    } catch (const CQVXException&) {
+    }
+    std::istringstream stream(wire);
+    try {
+        fromStream.reset(CPacketFactory::getCPacket(stream));
+    } catch (const CQVXException&) {
+    }
 }
 
 std::string RandomPackets::text() {

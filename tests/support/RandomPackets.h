@@ -36,6 +36,15 @@ std::string wireOf(CPacket& packet);
 /// And back.
 PacketPointer packetOf(const std::string& wire);
 
+/// What the factory makes of the bytes; null where it throws a CQVXException, too.
+struct ReadBothWays {
+    explicit ReadBothWays(const std::string& wire);
+
+    PacketPointer fromBuffer; ///< from a block of exactly their size
+    PacketPointer fromStream;
+    unsigned consumed = 0; ///< from the block
+};
+
 inline tagTCode codeOf(const std::string& wire) {
     return tagTCode(static_cast<unsigned char>(wire[0]));
 }
