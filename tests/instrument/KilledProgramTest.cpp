@@ -26,11 +26,15 @@ struct Found {
     unsigned others = 0;    ///< behind those
     std::uint64_t left = 0; ///< bytes that could not be read
 
-    explicit Found(const std::string& path) {
+    /// Reads no more than `enough` of them: a program that runs may write faster than they are read.
+    explicit Found(const std::string& path, unsigned enough = ~0U) {
         CTraceSourceBufferFile file;
         file.open(path.c_str());
         CTraceReaderPlain reader(file);
-        while (const PacketPointer packet{reader.get()}) {
+        while (packets < enough) {
+            const PacketPointer packet(reader.get());
+            if (!packet)
+                break;
             const tagTCode code = packet->TraceCode();
             if (code == TraceEnabled || code == Timestamp || code == Fill)
                 continue;
@@ -96,10 +100,9 @@ TEST(KilledProgram, LosesNoPacketThatWasTakenInMappedMode) {
     for (unsigned i = 0; i < kKills; ++i) {
         const auto enough = 1 + static_cast<unsigned>(random() % 20'000);
         const KilledRun run("mapped", enough, [](const KilledRun& alive) {
-            const Found found(alive.trace());
+            const Found found(alive.trace(), alive.taken + 1000);
             EXPECT_GE(found.packets, alive.taken) << "also while the program runs";
             EXPECT_EQ(found.others, 0U);
-            EXPECT_EQ(found.left, 0U);
         });
         ASSERT_TRUE(run.killed);
         const Found found(run.trace());
