@@ -38,7 +38,10 @@ std::intptr_t start(const Program& program, int mode) {
     for (const std::string& argument : program.arguments)
         arguments.push_back(argument.c_str());
     arguments.push_back(nullptr);
-    const std::intptr_t result = _spawnv(mode, arguments[0], arguments.data());
+    // Once in some thousand times Wine fails with an internal error; it does not twice.
+    std::intptr_t result = -1;
+    for (unsigned attempt = 0; result == -1 && attempt < 3; ++attempt)
+        result = _spawnv(mode, arguments[0], arguments.data());
     _dup2(output, kStandardOutput);
     _close(output);
     // In reverse order, because a variable may be there twice.
