@@ -12,14 +12,18 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <list>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace {
 
+using Quorvex::CPacket;
 using Quorvex::CQVXInstrumentingStream;
 
 std::mutex g_lock;
@@ -151,13 +155,36 @@ int full() {
     return CMessageQueue::g_Instance->size() <= 2 && CQVXInstrumentingStream::get_Instance()->refused() > 0 ? 0 : 1;
 }
 
+/// Records the n-th packet in one of the ways there are.
+bool take(CQVXInstrumentingStream& stream, unsigned n) {
+    std::unique_ptr<CPacket> packet = Quorvex::test::numberedPacket(n);
+    switch (n % 4) {
+    case 1: {
+        CPacket* kept = packet.get();
+        return stream.forward(kept);
+    }
+    case 2: {
+        std::list<CPacket*> packets{packet.release()};
+        return stream.forward(packets);
+    }
+    case 3: {
+        std::stringstream wire;
+        packet->write(wire);
+        Quorvex::CTraceSourceBufferStream source(wire);
+        return stream.put(source);
+    }
+    default:
+        return stream.put(packet.get());
+    }
+}
+
 /// Until it is killed. The file `taken` grows by a byte for each packet that cannot be lost any more.
 int endless() {
     const bool mapped = Quorvex::platform::environment("QVX_TRACEMODE") == "mapped";
     std::FILE* const taken = std::fopen("taken", "wb");
     std::setvbuf(taken, nullptr, _IONBF, 0);
     auto* stream = CQVXInstrumentingStream::get_Instance();
-    for (unsigned n = 1; stream->put(Quorvex::test::numberedPacket(n - 1).get()); ++n) {
+    for (unsigned n = 1; take(*stream, n - 1); ++n) {
         if (mapped) {
             std::fputc('.', taken);
         } else if (n % Quorvex::test::kFlushed == 0) {
