@@ -21,7 +21,8 @@ public:
     const ATL::CComBSTR& Origin() const { return m_origin; }
     const ATL::CComBSTR& Message() const { return m_message; }
 
-    /// A new entry from narrow texts, each byte of which becomes one wide character.
+    /// A new entry from narrow texts, each byte of which becomes one wide character. Short of memory for them, throws
+    /// the CAtlException of the string layer.
     static std::shared_ptr<CMessage> create(tagEMessageLevel level, const std::string& origin,
                                             const std::string& message);
     /// A new entry with copies of this one's parts.

@@ -3,31 +3,36 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <new>
+#include <limits>
 
 #if !defined(_WIN32)
 
 namespace {
 
 constexpr unsigned kPrefix = sizeof(std::uint32_t);
+/// The most bytes of a text: with prefix and terminator they are counted in 32 bits, which also is all of some
+/// memories.
+constexpr std::uint64_t kMostBytes = std::numeric_limits<std::uint32_t>::max() - kPrefix - sizeof(wchar_t);
 
-BSTR allocate(const void* bytes, unsigned count) {
+BSTR allocate(const void* bytes, std::uint64_t count) {
     // The prefix sits right before the text, which itself must be aligned for wide characters.
     static_assert(alignof(wchar_t) <= kPrefix);
-    char* block = static_cast<char*>(std::calloc(1, kPrefix + std::size_t{count} + sizeof(wchar_t)));
+    if (count > kMostBytes)
+        return nullptr;
+    const std::uint32_t prefix = static_cast<std::uint32_t>(count);
+    char* block = static_cast<char*>(std::calloc(1, kPrefix + std::size_t{prefix} + sizeof(wchar_t)));
     if (!block)
         return nullptr;
-    const std::uint32_t prefix = count;
     std::memcpy(block, &prefix, kPrefix);
     if (bytes)
-        std::memcpy(block + kPrefix, bytes, count);
+        std::memcpy(block + kPrefix, bytes, prefix);
     return reinterpret_cast<BSTR>(block + kPrefix);
 }
 
 } // namespace
 
 BSTR SysAllocStringLen(const wchar_t* text, unsigned count) {
-    return allocate(text, count * static_cast<unsigned>(sizeof(wchar_t)));
+    return allocate(text, std::uint64_t{count} * sizeof(wchar_t));
 }
 
 BSTR SysAllocStringByteLen(const char* bytes, unsigned count) {
@@ -57,26 +62,32 @@ namespace ATL {
 
 static BSTR allocated(BSTR text) {
     if (!text)
-        throw std::bad_alloc();
+        throw CAtlException(E_OUTOFMEMORY);
     return text;
 }
 
+static BSTR allocated(const wchar_t* text, std::size_t length) {
+    const bool tellable = length <= std::numeric_limits<unsigned>::max();
+    return allocated(tellable ? SysAllocStringLen(text, static_cast<unsigned>(length)) : nullptr);
+}
+
+CAtlException::~CAtlException() = default;
+
 CComBSTR::CComBSTR(const wchar_t* text) {
     if (text)
-        m_str = allocated(SysAllocStringLen(text, static_cast<unsigned>(std::wcslen(text))));
+        m_str = allocated(text, std::wcslen(text));
 }
 
 CComBSTR::CComBSTR(const char* text) {
     if (!text)
         return;
-    const unsigned length = static_cast<unsigned>(std::strlen(text));
-    m_str = allocated(SysAllocStringLen(nullptr, length));
-    for (unsigned i = 0; i < length; ++i)
+    const std::size_t length = std::strlen(text);
+    m_str = allocated(nullptr, length);
+    for (std::size_t i = 0; i < length; ++i)
         m_str[i] = static_cast<wchar_t>(static_cast<unsigned char>(text[i]));
 }
 
-CComBSTR::CComBSTR(int length, const wchar_t* text)
-    : m_str(allocated(SysAllocStringLen(text, static_cast<unsigned>(length)))) {}
+CComBSTR::CComBSTR(int length, const wchar_t* text) : m_str(allocated(text, static_cast<unsigned>(length))) {}
 
 CComBSTR::CComBSTR(const CComBSTR& other) : m_str(other.Copy()) {}
 

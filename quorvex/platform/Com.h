@@ -7,6 +7,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -48,8 +49,8 @@ constexpr bool FAILED(HRESULT result) {
     return result < 0;
 }
 
-/// A copy of `count` characters of `text` (zeros for a null `text`); null when memory is short. Free with
-/// SysFreeString.
+/// A copy of `count` characters of `text` (zeros for a null `text`); null when memory is short, or the text longer than
+/// the four bytes of its length can tell. Free with SysFreeString.
 QUORVEX_API BSTR SysAllocStringLen(const wchar_t* text, unsigned count);
 /// A copy of `count` bytes, taken as they are; null when memory is short.
 QUORVEX_API BSTR SysAllocStringByteLen(const char* bytes, unsigned count);
@@ -154,7 +155,17 @@ constexpr HRESULT kDiskFullResult = static_cast<HRESULT>(0x80070070);
 #else
 namespace ATL {
 
-/// Owns one BSTR. Copies allocate; a failed allocation throws std::bad_alloc.
+/// What the string layer throws when memory is short, with the HRESULT of that.
+class QUORVEX_API CAtlException : public std::bad_alloc {
+public:
+    explicit CAtlException(HRESULT result) noexcept : m_hr(result) {}
+    ~CAtlException() override;
+    operator HRESULT() const noexcept { return m_hr; }
+
+    HRESULT m_hr;
+};
+
+/// Owns one BSTR. Copies allocate; a failed allocation throws CAtlException(E_OUTOFMEMORY).
 class QUORVEX_API CComBSTR {
 public:
     CComBSTR() = default;

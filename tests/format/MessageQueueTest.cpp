@@ -88,5 +88,16 @@ TEST(Bstr, OwnsItsTextThroughCopiesAndMoves) {
     EXPECT_TRUE(ATL::CComBSTR() == copy);
 }
 
+TEST(Bstr, RefusesWhatItsLengthCannotTell) {
+    EXPECT_EQ(SysAllocStringLen(nullptr, ~0U / sizeof(wchar_t) + 2), nullptr) << "room for one character";
+    EXPECT_THROW(ATL::CComBSTR(-1, nullptr), std::bad_alloc);
+    try {
+        const ATL::CComBSTR text(-1, nullptr);
+        FAIL();
+    } catch (const ATL::CAtlException& exception) {
+        EXPECT_EQ(HRESULT(exception), E_OUTOFMEMORY);
+    }
+}
+
 } // namespace
 } // namespace Quorvex::test
