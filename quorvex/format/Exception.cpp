@@ -26,7 +26,7 @@ char* duplicateText(const char* text) noexcept {
 
 } // namespace
 
-CQVXException::CQVXException(Kind kind, const char* text) noexcept : m_code(kind), m_text(duplicateText(text)) {}
+CQVXException::CQVXException(int code, const char* text) noexcept : m_code(code), m_text(duplicateText(text)) {}
 
 CQVXException::CQVXException(const CQVXException& other) noexcept
     : std::exception(other), m_code(other.m_code), m_text(duplicateText(other.m_text)) {}
@@ -40,7 +40,7 @@ CQVXException& CQVXException::operator=(const CQVXException& other) noexcept {
 }
 
 CQVXException::~CQVXException() {
-    m_code = Unknown;
+    static_cast<volatile int&>(m_code) = Unknown; // reaches memory, though the object's life ends
     delete[] m_text;
 }
 
@@ -94,8 +94,13 @@ void CQVXException::ThrowFromHResult(long result) {
     }
 }
 
-long CQVXException::HResultFromException(const CQVXException& exception) {
-    return exception.row().result;
+void CQVXException::ThrowHResult(HRESULT failure) {
+    ThrowFromHResult(failure);
+    throw CQVXException(FAILED(failure) ? static_cast<int>(failure) : Unknown);
+}
+
+HRESULT CQVXException::HResultFromException(const CQVXException& exception) {
+    return FAILED(exception.m_code) ? static_cast<HRESULT>(exception.m_code) : exception.row().result;
 }
 
 } // namespace Quorvex

@@ -26,8 +26,10 @@ public:
     [[noreturn]] static void ThrowInvalidPointer();
     /// Throws the kind that belongs to the result (invalid pointer, out of memory, disk full); returns for any other.
     static void ThrowFromHResult(long result);
+    /// The same, and for every other failure the unknown kind, which then carries that very result.
+    [[noreturn]] static void ThrowHResult(HRESULT failure);
     /// The result by which a COM host reports the exception.
-    static long HResultFromException(const CQVXException& exception);
+    static HRESULT HResultFromException(const CQVXException& exception);
 
 private:
     enum Kind : int {
@@ -40,9 +42,10 @@ private:
     };
     struct Row;
 
-    explicit CQVXException(Kind kind, const char* text = nullptr) noexcept;
+    explicit CQVXException(int code, const char* text = nullptr) noexcept;
     const Row& row() const noexcept;
 
+    /// The kind; or the failed result, which is negative, of an exception of unknown kind.
     int m_code = Unknown;
     char* m_text = nullptr;
 };
