@@ -126,7 +126,7 @@ CPacket* convert(const CPacket* packet, const Context& last,
     const auto function = row ? static_cast<const Conversion<Context>&>(*row).*way : nullptr;
     try {
         return function ? function(*packet, last) : nullptr;
-    } catch (const std::exception&) {
+    } catch (...) {
         return nullptr;
     }
 }

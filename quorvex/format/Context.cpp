@@ -2,6 +2,7 @@
 
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/platform/Attempt.h"
 
 namespace Quorvex {
 
@@ -16,28 +17,16 @@ std::uint8_t lowestByte(std::uint64_t value) {
 }
 
 template <class Part> bool readLogged(Part& context, std::istream& in, const char* where) {
-    try {
-        return part::read(context, in);
-    } catch (const std::exception& exception) {
-        logException(where, exception.what());
-        return false;
-    }
+    return attempt([&] { return part::read(context, in); },
+                   [where](const std::exception& exception) { logException(where, exception.what()); });
 }
 
 template <class Part> bool readQuietly(Part& context, std::istream& in) {
-    try {
-        return part::read(context, in);
-    } catch (const std::exception&) {
-        return false;
-    }
+    return attempt([&] { return part::read(context, in); });
 }
 
 template <class Part> bool writeQuietly(const Part& context, std::ostream& out) {
-    try {
-        return part::write(context, out);
-    } catch (const std::exception&) {
-        return false;
-    }
+    return attempt([&] { return part::write(context, out); });
 }
 
 } // namespace

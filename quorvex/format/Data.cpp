@@ -1,10 +1,13 @@
 #include "quorvex/format/Data.h"
 
 #include "quorvex/format/Exception.h"
+#include "quorvex/platform/Attempt.h"
 
 #include <algorithm>
 #include <cstring>
+#include <istream>
 #include <new>
+#include <ostream>
 
 namespace Quorvex {
 
@@ -108,16 +111,11 @@ bool CData::CopyTo(std::uint64_t& value, std::uint8_t& len) const {
 
 bool CData::read(std::istream& in, std::uint8_t len) {
     clear();
-    try {
-        char bytes[kMaxLength];
-        if (!in.read(bytes, LenLimited(len)))
-            return false;
-        unsigned consumed = 0;
-        return read(bytes, LenLimited(len), len, consumed);
-    } catch (const std::exception&) {
-        clear();
-        return false;
-    }
+    return len == 0 || attempt([&] {
+               char bytes[kMaxLength];
+               unsigned consumed = 0;
+               return in.read(bytes, LenLimited(len)) && read(bytes, LenLimited(len), len, consumed);
+           });
 }
 
 bool CData::read(const char* buf, unsigned size, std::uint8_t len, unsigned& consumed) {
@@ -133,13 +131,10 @@ bool CData::read(const char* buf, unsigned size, std::uint8_t len, unsigned& con
 }
 
 bool CData::write(std::ostream& out) const {
-    try {
-        char bytes[kMaxLength];
-        unsigned written = 0;
-        return write(bytes, sizeof bytes, written) && (written == 0 || out.write(bytes, written).good());
-    } catch (const std::exception&) {
-        return false;
-    }
+    char bytes[kMaxLength];
+    unsigned written = 0;
+    write(bytes, sizeof bytes, written);
+    return written == 0 || attempt([&] { return out.write(bytes, written).good(); });
 }
 
 bool CData::write(char* buf, unsigned size, unsigned& written) const {
