@@ -2,7 +2,9 @@
 
 #include "quorvex/format/Fields.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Integers.h"
 
+#include <concepts>
 #include <cstdint>
 #include <iosfwd>
 
@@ -24,7 +26,9 @@ public:
     CData(std::uint16_t value) { set(value); }
     CData(std::uint32_t value) { set(value); }
     CData(std::uint64_t value) { set(value); }
+    CData(OtherUnsigned value) { set(value); }
     CData(std::uint64_t value, std::uint8_t len) { assign(value, len); }
+    template <std::same_as<OtherUnsigned> T> CData(T value, std::uint8_t len) { assign(value, len); }
     /// Throws the runtime CQVXException for a null pointer or more than 64 bytes.
     CData(const std::uint8_t* bytes, std::uint8_t len);
     CData(const CData& other) { copy(other); }
@@ -39,17 +43,21 @@ public:
     CData& operator=(std::uint16_t value) { return set(value); }
     CData& operator=(std::uint32_t value) { return set(value); }
     CData& operator=(std::uint64_t value) { return set(value); }
+    CData& operator=(OtherUnsigned value) { return set(value); }
 
     /// Views of the eight bytes of storage, whatever the length; for heap-held values `uint8_t*&` is the buffer.
     operator std::uint8_t&() { return m_storage.u8; }
     operator std::uint16_t&() { return m_storage.u16; }
     operator std::uint32_t&() { return m_storage.u32; }
     operator std::uint64_t&() { return m_storage.u64; }
+    operator OtherUnsigned&() { return m_storage.other; }
     operator std::uint8_t*&() { return m_storage.heap; }
     operator const std::uint8_t&() const { return m_storage.u8; }
     operator const std::uint16_t&() const { return m_storage.u16; }
     operator const std::uint32_t&() const { return m_storage.u32; }
     operator const std::uint64_t&() const { return m_storage.u64; }
+    operator const OtherUnsigned&() const { return m_storage.other; }
+    operator std::uint8_t* const&() const { return m_storage.heap; }
     operator const std::uint8_t*() const { return &m_storage.u8; }
 
     std::uint32_t Length() const { return m_length; }
@@ -58,12 +66,16 @@ public:
 
     /// The low `len` bytes of `value`, zeros above its eight; false for more than 64.
     bool assign(std::uint64_t value, std::uint8_t len);
+    template <std::same_as<OtherUnsigned> T> bool assign(T value, std::uint8_t len) {
+        return assign(std::uint64_t{value}, len);
+    }
     /// `len` bytes in memory order; false, and an empty value, for a null pointer or more than 64.
     bool assign(const std::uint8_t* bytes, std::uint8_t len);
     /// Copies an inline value out; false, and nothing written, for a heap-held one.
     bool CopyTo(std::uint64_t& value, std::uint8_t& len) const;
 
-    /// Reads `len` bytes in wire order. False leaves the value empty; of a length above 64, 64 bytes are consumed.
+    /// Reads `len` bytes in wire order; to read none succeeds whatever the state of the stream. False leaves the value
+    /// empty; of a length above 64, 64 bytes are consumed.
     bool read(std::istream& in, std::uint8_t len);
     /// `size` is checked for heap-held widths only: for inline ones the caller has made sure of it.
     bool read(const char* buf, unsigned size, std::uint8_t len, unsigned& consumed);
@@ -101,6 +113,7 @@ private:
         std::uint16_t u16;
         std::uint32_t u32;
         std::uint64_t u64 = 0;
+        OtherUnsigned other;
         std::uint8_t* heap;
     } m_storage;
     std::uint8_t m_length = 0;

@@ -1,18 +1,25 @@
 #pragma once
 
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Integers.h"
 
 #include <bit>
+#include <concepts>
 #include <cstdint>
 
 /// A counter value of variable width: widths 0, 1, 2, 4 and 8 live inside the object, any other up to 255 is an owned
 /// heap buffer. Bytes are never reversed. A double is held by its bits, with width 8; comparing with one is bitwise.
 struct QUORVEX_API TVarCounter_t {
     TVarCounter_t() = default;
-    /// The low `len` bytes of the value, zeros above its eight.
+    /// At an inline width the storage takes all eight bytes of the value. At any other, a buffer gets its low `len`
+    /// bytes, with zeros above the eight: the value itself would be taken for a buffer's address, read through and
+    /// freed.
     TVarCounter_t(std::uint64_t value, std::uint8_t len);
+    template <std::same_as<Quorvex::OtherUnsigned> T>
+    TVarCounter_t(T value, std::uint8_t len) : TVarCounter_t(std::uint64_t{value}, len) {}
     TVarCounter_t(double value) { set(std::bit_cast<std::uint64_t>(value)); }
     TVarCounter_t(std::uint64_t value) { set(value); }
+    TVarCounter_t(Quorvex::OtherUnsigned value) { set(value); }
     TVarCounter_t(std::uint32_t value) { set(value); }
     TVarCounter_t(std::uint16_t value) { set(value); }
     TVarCounter_t(std::uint8_t value) { set(value); }
@@ -23,6 +30,7 @@ struct QUORVEX_API TVarCounter_t {
 
     TVarCounter_t& operator=(double value) { return set(std::bit_cast<std::uint64_t>(value)); }
     TVarCounter_t& operator=(std::uint64_t value) { return set(value); }
+    TVarCounter_t& operator=(Quorvex::OtherUnsigned value) { return set(value); }
     TVarCounter_t& operator=(std::uint32_t value) { return set(value); }
     TVarCounter_t& operator=(std::uint16_t value) { return set(value); }
     TVarCounter_t& operator=(std::uint8_t value) { return set(value); }
@@ -36,16 +44,19 @@ struct QUORVEX_API TVarCounter_t {
     operator std::uint16_t&() { return m_storage.u16; }
     operator std::uint32_t&() { return m_storage.u32; }
     operator std::uint64_t&() { return m_storage.u64; }
+    operator Quorvex::OtherUnsigned&() { return m_storage.other; }
     operator double&() { return m_storage.dbl; }
     operator const std::uint8_t&() const { return m_storage.u8; }
     operator const std::uint16_t&() const { return m_storage.u16; }
     operator const std::uint32_t&() const { return m_storage.u32; }
     operator const std::uint64_t&() const { return m_storage.u64; }
+    operator const Quorvex::OtherUnsigned&() const { return m_storage.other; }
     operator const double&() const { return m_storage.dbl; }
 
     /// Equal to a scalar: of its width and with its bits.
     bool operator==(double value) const { return is(std::bit_cast<std::uint64_t>(value)); }
     bool operator==(std::uint64_t value) const { return is(value); }
+    bool operator==(Quorvex::OtherUnsigned value) const { return is(value); }
     bool operator==(std::uint32_t value) const { return is(value); }
     bool operator==(std::uint16_t value) const { return is(value); }
     bool operator==(std::uint8_t value) const { return is(value); }
@@ -81,6 +92,7 @@ private:
         std::uint16_t u16;
         std::uint32_t u32;
         std::uint64_t u64 = 0;
+        Quorvex::OtherUnsigned other;
         double dbl;
         std::uint8_t* heap;
     } m_storage;

@@ -2,6 +2,7 @@
 
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/platform/Attempt.h"
 
 #include <algorithm>
 #include <bit>
@@ -30,10 +31,6 @@ constexpr char kResetRange[] = "CSignalMask::reset: Argument exceeds size";
 constexpr char kFlipRange[] = "CSignalMask::flip: Argument exceeds size";
 
 } // namespace
-
-CSignalMask::CSignalMask(unsigned bits) {
-    allocate(bits);
-}
 
 CSignalMask::CSignalMask(const char* text) {
     if (!text || !assign(text))
@@ -282,14 +279,14 @@ bool CSignalMask::print(char* buf, unsigned size, unsigned& written) const {
 
 bool CSignalMask::read(std::istream& in, unsigned bytes) {
     allocate(0);
-    try {
-        char raw[kMaxBits / 8];
-        unsigned consumed = 0;
-        return bytes <= sizeof raw && (bytes == 0 || in.read(raw, bytes)) && read(raw, sizeof raw, bytes, consumed);
-    } catch (const std::exception& exception) {
-        logException("CSignalMask::read: catched exception ", exception.what());
-        return false;
-    }
+    char raw[kMaxBits / 8];
+    unsigned consumed = 0;
+    const auto step = [&] { return bytes <= sizeof raw && (bytes == 0 || in.read(raw, bytes)); };
+    return attempt(step,
+                   [](const std::exception& exception) {
+                       logException("CSignalMask::read: catched exception ", exception.what());
+                   }) &&
+           read(raw, sizeof raw, bytes, consumed);
 }
 
 bool CSignalMask::read(const char* buf, unsigned size, unsigned bytes, unsigned& consumed) {
@@ -304,11 +301,7 @@ bool CSignalMask::read(const char* buf, unsigned size, unsigned bytes, unsigned&
 }
 
 bool CSignalMask::write(std::ostream& out) const {
-    try {
-        return m_bits == 0 || out.write(reinterpret_cast<const char*>(data()), size()).good();
-    } catch (const std::exception&) {
-        return false;
-    }
+    return m_bits == 0 || attempt([&] { return out.write(reinterpret_cast<const char*>(data()), size()).good(); });
 }
 
 bool CSignalMask::write(char* buf, unsigned bufSize, unsigned& written) const {

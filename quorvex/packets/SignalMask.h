@@ -5,9 +5,11 @@
 
 #include <array>
 #include <compare>
+#include <concepts>
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <utility>
 
 namespace Quorvex {
 
@@ -43,8 +45,10 @@ public:
     };
 
     CSignalMask() = default;
-    /// That many bits, all 0.
-    explicit CSignalMask(unsigned bits);
+    /// That many bits, all 0. Takes every type of integer, so that a plain 0 is not taken for a null text.
+    template <std::integral T> explicit CSignalMask(T bits) {
+        allocate(std::in_range<unsigned>(bits) ? static_cast<unsigned>(bits) : kMaxBits + 1);
+    }
     /// Throws the runtime CQVXException for a text with other characters than '0' and '1'.
     explicit CSignalMask(const char* text);
     /// That many bits, copied from bytes.

@@ -1,10 +1,14 @@
+#include "quorvex/format/Counter.h"
 #include "quorvex/format/Data.h"
+#include "quorvex/format/FrameConfig.h"
 #include "quorvex/format/TraceStreamFormatter.h"
 #include "quorvex/format/VarCounter.h"
 #include "tests/support/Bytes.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <new>
 #include <sstream>
 
 namespace Quorvex::test {
@@ -86,6 +90,94 @@ TEST(Data, RefusesMoreThan64Bytes) {
     throwing.exceptions(std::ios::failbit);
     EXPECT_FALSE(data.read(throwing, 3));
     EXPECT_EQ(data.Length(), 0U);
+    data = std::uint8_t{1};
+    throwing.exceptions(std::ios::goodbit);
+    EXPECT_TRUE(throwing.fail() && data.read(throwing, 0)) << "nothing is read";
+    EXPECT_EQ(data.Length(), 0U);
+}
+
+TEST(Data, GivesDerivedClassesItsStorage) {
+    struct Storage : CData {
+        using CData::CData, CData::clear, CData::ensure_size, CData::copy_in, CData::copy_out, CData::read_in,
+            CData::write_out, CData::LenLimited;
+    } data;
+    const std::uint8_t raw[] = {1, 2, 3};
+    std::uint8_t out[3] = {}, written = 9;
+    EXPECT_TRUE(data.copy_in(raw, 3) && data.write_out(out, 3, written) && written == 3 && out[0] == 3);
+    EXPECT_TRUE(data.read_in(raw, 3) && data.copy_out(out, 3, written) && out[0] == 3);
+    EXPECT_TRUE(!data.copy_out(out, 2, written) && !data.write_out(nullptr, 3, written));
+    EXPECT_TRUE(!data.ensure_size(65) && data.Length() == 3) << "nothing changes";
+    EXPECT_TRUE(data.ensure_size(64) && data.Length() == 64);
+    data.clear();
+    EXPECT_EQ(data.Length(), 0U);
+    EXPECT_TRUE(Storage::LenLimited(63) == 63 && Storage::LenLimited(1000) == 64);
+
+    const CData value(raw, 3);
+    CData same(value);
+    std::uint8_t* const& kept = value;
+    std::uint8_t*& buffer = same;
+    EXPECT_TRUE(kept == value.data() && buffer == same.data() && buffer[2] == 3);
+    const CData inlined(raw, 2);
+    EXPECT_EQ(static_cast<const std::uint8_t*>(inlined), inlined.data());
+}
+
+// `unsigned long` and `unsigned long long` are both in use for numbers of eight bytes, and the one or the other is no
+// integer of fixed width.
+template <class T> void checkNumber() {
+    const T value = 0x51;
+    CData data(value);
+    TVarCounter_t counter(value);
+    EXPECT_TRUE(data.Length() == sizeof value && counter.Length() == sizeof value);
+    const T& inData = std::as_const(data);
+    const T& inCounter = std::as_const(counter);
+    EXPECT_TRUE(inData == value && inCounter == value && counter == value);
+    static_cast<T&>(data) = 0x52;
+    static_cast<T&>(counter) = 0x52;
+    EXPECT_TRUE(inData == 0x52 && counter != value);
+    EXPECT_TRUE((data = value) == CData(value) && (counter = value) == TVarCounter_t(value));
+    EXPECT_EQ(wire(CData(value, 3)), "00 00 51");
+    EXPECT_TRUE(data.assign(value, 5) && wire(data) == "00 00 00 00 51");
+    EXPECT_EQ(TVarCounter_t(value, 3).data()[0], 0x51) << "a buffer, though made from a number";
+    if constexpr (sizeof value == 8) {
+        EXPECT_TRUE(TCounter_t(value).u64 == value && TCounterIdx_t(value).u64 == value);
+        EXPECT_TRUE(TVarCounter_t(value, 2) == TVarCounter_t(std::uint16_t{0x51}));
+    }
+}
+
+TEST(Numbers, OfEveryUnsignedTypeAreTakenAtTheirSize) {
+    checkNumber<std::uint8_t>();
+    checkNumber<std::uint16_t>();
+    checkNumber<unsigned>();
+    checkNumber<unsigned long>();
+    checkNumber<unsigned long long>();
+}
+
+template <class Word> void checkZeroed() {
+    alignas(Word) unsigned char memory[sizeof(Word)];
+    static_assert(sizeof(Word) == 8);
+    // What is seen through it is what is there, not what the compiler may think of an object that is no more.
+    volatile unsigned char* const seen = memory;
+    std::fill_n(seen, sizeof memory, static_cast<unsigned char>(0xAA));
+    (new (memory) Word(std::uint64_t{0x0102030405060708}))->~Word();
+    EXPECT_EQ(std::count(seen, seen + sizeof memory, 0), 8);
+}
+
+TEST(Counter, IsZeroInMemoryWhenItsLifeIsOver) {
+    checkZeroed<TCounter_t>();
+    checkZeroed<TCounterIdx_t>();
+    EXPECT_EQ(TCounter_t(1.0).u64, 0x3FF0000000000000U);
+    const TCounterIdx_t index(2.0), copy(index);
+    EXPECT_EQ(copy.dbl, 2.0);
+}
+
+TEST(FrameConfig, KeepsModeAndFlagApart) {
+    SFrameConfig config(TraceExpansion(7));
+    EXPECT_TRUE(config.getExpansion() == MixExpanded && !config.getExceptionFrames() && SFrameConfig::Len() == 4);
+    config.setExceptionFrames(true);
+    config.setExpansion(Expanded);
+    EXPECT_TRUE(config.getExpansion() == Expanded && config.getExceptionFrames());
+    config.clear();
+    EXPECT_TRUE(config == SFrameConfig());
 }
 
 TEST(Data, WritesNothingWhereItDoesNotFitAndLeavesTheCountOfAnEmptyValueAlone) {

@@ -127,10 +127,13 @@ TEST(SignalMask, HoldsUpTo952Bits) {
     EXPECT_EQ(largest.size(), 119U);
     EXPECT_TRUE(largest.none());
     EXPECT_EQ(largest.set().count(), 952U);
-    EXPECT_EQ(CSignalMask(0U).size(), 0U);
+    EXPECT_TRUE(CSignalMask(0).empty() && CSignalMask(0U).empty() && CSignalMask(0ULL).empty());
+    EXPECT_TRUE(CSignalMask(std::uint8_t{9}).bits() == 9 && CSignalMask(9L).bits() == 9);
     EXPECT_TRUE(CSignalMask().empty());
     const std::string tooMany = "CSignalMask: Requested allocation of more than maximal allowed signal bits.";
     EXPECT_EQ(thrownBy([] { CSignalMask(953); }), tooMany);
+    EXPECT_EQ(thrownBy([] { CSignalMask(0x100000001ULL); }), tooMany) << "cut to 32 bits it would be 1";
+    EXPECT_EQ(thrownBy([] { CSignalMask(-1); }), tooMany);
     EXPECT_THROW(largest += CSignalMask(1), std::length_error);
     EXPECT_FALSE(largest.resize(953));
     EXPECT_EQ(takeLog(), "CSignalMask::resize: Catched exception \"" + tooMany + "\"\n");
