@@ -24,6 +24,7 @@
 #include "quorvex/packets/PayloadIn.h"
 #include "quorvex/platform/Export.h"
 
+#include <algorithm>
 #include <istream>
 #include <ostream>
 #include <tuple>
@@ -200,7 +201,9 @@ public:
 
     unsigned StreamSize() const override {
         const CCharStringSequence* following = text();
-        return CPacketHeader::Len() + this->Length() + (following && !following->empty() ? following->StreamSize() : 0);
+        const unsigned own = CPacketHeader::Len() + this->Length();
+        const unsigned more = following && !following->empty() ? following->StreamSize() : 0;
+        return std::max(own + more, more); // a text that is too long to tell does not make the packet a short one
     }
 
     unsigned read(const char* buf, unsigned size) override {

@@ -2,10 +2,12 @@
 
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/platform/Attempt.h"
 
 #include <algorithm>
 #include <cstring>
 #include <istream>
+#include <limits>
 #include <new>
 #include <ostream>
 #include <type_traits>
@@ -29,28 +31,28 @@ char* putCharString(char* to, const unsigned char* bytes, unsigned length) {
 }
 
 bool writeQuietly(std::ostream& out, const char* bytes, unsigned size) {
-    try {
-        return out.write(bytes, size).good();
-    } catch (const std::exception&) {
-        return false;
-    }
+    return attempt([&] { return out.write(bytes, size).good(); });
 }
 
 bool readQuietly(std::istream& in, char* bytes, unsigned size) {
-    try {
-        return in.read(bytes, size).good();
-    } catch (const std::exception&) {
-        return false;
-    }
+    return attempt([&] { return in.read(bytes, size).good(); });
 }
 
 /// Whether a CharString packet comes next. A stream may be set to throw at its end; then nothing comes.
 bool textIsNext(std::istream& in) {
-    try {
-        return in.good() && in.peek() == static_cast<int>(CharString);
-    } catch (const std::exception&) {
-        return false;
-    }
+    return attempt([&] { return in.good() && in.peek() == static_cast<int>(CharString); });
+}
+
+void checkCode(const CPacketHeader& header) {
+    if (header.TraceCode() != CharString)
+        CQVXException::ThrowReadConstructor("CCharString: Read-In constructor invalid header data supplied.");
+}
+
+/// A length as the 32 bits that a text's is told in. A longer text finds no memory.
+unsigned textLength(std::uint64_t length) {
+    if (length > std::numeric_limits<unsigned>::max())
+        CQVXException::ThrowOutOfMemory();
+    return static_cast<unsigned>(length);
 }
 
 } // namespace
@@ -63,16 +65,14 @@ CCharString::CCharString(const char* text) : CCharString() {
 }
 
 CCharString::CCharString(const CPacketHeader& header, std::istream& in) : CPacket(header) {
-    if (header.TraceCode() != kCode)
-        CQVXException::ThrowReadConstructor("CCharString: Read-In constructor invalid header data supplied.");
+    checkCode(header);
     if (!readQuietly(in, reinterpret_cast<char*>(m_bytes.data()), header.Length()))
         CQVXException::ThrowReadConstructor("CCharString: Read-In constructor could not read payload.");
 }
 
 CCharString::CCharString(const CPacketHeader& header, const char* buf, unsigned size, unsigned& consumed)
     : CPacket(header) {
-    if (header.TraceCode() != kCode)
-        CQVXException::ThrowReadConstructor("CCharString: Read-In constructor invalid header data supplied.");
+    checkCode(header);
     if (!buf || size < header.Length())
         CQVXException::ThrowReadConstructor("CCharString: Read-In constructor could not read payload.");
     std::memcpy(m_bytes.data(), buf, header.Length());
@@ -88,9 +88,9 @@ void CCharString::assign(const unsigned char* bytes, unsigned char length) {
 
 unsigned CCharString::read(const char* buf, unsigned size) {
     CPacketHeader header;
-    if (!header.read(buf, size) || header.Length() > size - CPacketHeader::Len())
+    if (!header.read(buf, size) || header.TraceCode() != kCode || header.Length() > size - CPacketHeader::Len())
         return 0;
-    CPacketHeader::operator=(header);
+    SetLength(static_cast<std::uint8_t>(header.Length()));
     std::memcpy(m_bytes.data(), buf + CPacketHeader::Len(), header.Length());
     return StreamSize();
 }
@@ -169,20 +169,24 @@ CCharStringSequence::CCharStringSequence(const unsigned char* bytes, unsigned le
 }
 
 CCharStringSequence::CCharStringSequence(const char* text)
-    : CCharStringSequence(asBytes(text), text ? static_cast<unsigned>(std::strlen(text)) : 0) {}
+    : CCharStringSequence(asBytes(text), text ? textLength(std::strlen(text)) : 0) {}
 
 CCharStringSequence::CCharStringSequence(const wchar_t* text) : CCharStringSequence() {
     if (!text)
         return;
     // No wide character takes more than four bytes.
-    std::vector<char> bytes(std::char_traits<wchar_t>::length(text) * 4 + 1);
+    const unsigned size = textLength(std::char_traits<wchar_t>::length(text) * std::uint64_t{4} + 1);
+    const std::unique_ptr<char[]> bytes(new (std::nothrow) char[size]);
+    if (!bytes)
+        CQVXException::ThrowOutOfMemory();
     unsigned written = 0;
-    convert(text, bytes.data(), static_cast<unsigned>(bytes.size()), &written);
-    assign(asBytes(bytes.data()), written);
+    convert(text, bytes.get(), size, &written);
+    assign(asBytes(bytes.get()), written);
     SetHeaderLength();
 }
 
 CCharStringSequence::CCharStringSequence(const CPacketHeader& header, std::istream& in) : CPacket(header) {
+    checkCode(header);
     std::string text(header.Length(), '\0');
     if (!readQuietly(in, text.data(), header.Length()))
         CQVXException::ThrowReadConstructor("CCharString: Read-In constructor cannot assign read stream data.");
@@ -195,6 +199,7 @@ CCharStringSequence::CCharStringSequence(const CPacketHeader& header, std::istre
 CCharStringSequence::CCharStringSequence(const CPacketHeader& header, const char* buf, unsigned size,
                                          unsigned& consumed)
     : CPacket(header) {
+    checkCode(header);
     if (!buf || size < header.Length())
         CQVXException::ThrowReadConstructor("CCharString: Read-In constructor cannot assign read stream data.");
     assign(asBytes(buf), header.Length());
@@ -233,7 +238,8 @@ CCharStringSequence& CCharStringSequence::operator+=(const CCharString& text) {
 }
 
 unsigned CCharStringSequence::StreamSize() const {
-    return length() + CPacketHeader::Len() * (1 + length() / kCharStringMax);
+    constexpr unsigned kMost = std::numeric_limits<unsigned>::max();
+    return static_cast<unsigned>(std::min<std::uint64_t>(StreamSize(length()), kMost));
 }
 
 bool CCharStringSequence::follow(std::istream& in, bool full, std::string& text) {
@@ -242,9 +248,11 @@ bool CCharStringSequence::follow(std::istream& in, bool full, std::string& text)
         if (!header.read(in))
             return false;
         const std::size_t old = text.size();
-        try {
-            text.resize(old + header.Length());
-        } catch (const std::exception&) {
+        const auto grow = [&] {
+            text.resize(textLength(old + header.Length()));
+            return true;
+        };
+        if (!attempt(grow)) {
             logError("CCharStringSequence::read: failed to append read stream data.");
             return false;
         }
@@ -256,6 +264,7 @@ bool CCharStringSequence::follow(std::istream& in, bool full, std::string& text)
 }
 
 bool CCharStringSequence::read(std::istream& in) {
+    clear();
     std::string text;
     if (!follow(in, true, text))
         return false;
@@ -288,7 +297,7 @@ unsigned CCharStringSequence::read(const char* buf, unsigned size) {
 }
 
 unsigned CCharStringSequence::write(char* buf, unsigned size) const {
-    if (!buf || size < StreamSize())
+    if (!buf || size < StreamSize(length()))
         return 0;
     char* to = buf;
     for (unsigned at = 0; at < length(); at += kCharStringMax)
@@ -468,14 +477,17 @@ bool CCharStringSequence::getString(unsigned charSize, const unsigned char* byte
     bool CCharStringSequence::convert(const In* in, Out* out, unsigned size, unsigned* written) {                      \
         return convertText(in, out, size, written);                                                                    \
     }
+#define QUORVEX_CONVERT_FROM(In)                                                                                       \
+    QUORVEX_CONVERT(In, char)                                                                                          \
+    QUORVEX_CONVERT(In, wchar_t)                                                                                       \
+    QUORVEX_CONVERT(In, char16_t)                                                                                      \
+    QUORVEX_CONVERT(In, char32_t)
 
-QUORVEX_CONVERT(char, char)
-QUORVEX_CONVERT(char, wchar_t)
-QUORVEX_CONVERT(char16_t, char)
-QUORVEX_CONVERT(char16_t, wchar_t)
-QUORVEX_CONVERT(char32_t, char)
-QUORVEX_CONVERT(char32_t, wchar_t)
-QUORVEX_CONVERT(wchar_t, char)
+QUORVEX_CONVERT_FROM(char)
+QUORVEX_CONVERT_FROM(wchar_t)
+QUORVEX_CONVERT_FROM(char16_t)
+QUORVEX_CONVERT_FROM(char32_t)
+#undef QUORVEX_CONVERT_FROM
 #undef QUORVEX_CONVERT
 
 } // namespace Quorvex

@@ -110,9 +110,16 @@ public:
     static constexpr std::uint8_t Len() { return 0; }
 
     void clear();
+    /// All ones when the run is longer than 32 bits can tell (texts above 4 261 543 424 bytes): such a text can be
+    /// written to a stream, but fits into no buffer.
     unsigned StreamSize() const override;
+    /// Bytes of the run that a text of `length` bytes is written as.
+    static constexpr std::uint64_t StreamSize(unsigned length) {
+        return length + std::uint64_t{CPacketHeader::Len()} * (1 + length / kCharStringMax);
+    }
 
-    /// Reads a run, first header included. What does not begin with a CharString packet is the empty text.
+    /// Reads a run, first header included. What does not begin with a CharString packet is the empty text. A failed
+    /// read from a stream leaves the empty text, one from memory the text that was.
     unsigned read(const char* buf, unsigned size) override;
     bool read(std::istream& in) override;
     unsigned write(char* buf, unsigned size) override { return std::as_const(*this).write(buf, size); }
@@ -136,16 +143,22 @@ public:
 
     /// Conversions of zero-terminated texts between encodings; bytes are UTF-8. A byte that is no UTF-8 stands for the
     /// character of its number, a character that is none is replaced by U+FFFD. Output as for getString.
-    static bool convert(const char* in, char* out, unsigned size, unsigned* written);
-    static bool convert(const char* in, wchar_t* out, unsigned size, unsigned* written);
-    static bool convert(const char16_t* in, char* out, unsigned size, unsigned* written);
-    static bool convert(const char16_t* in, wchar_t* out, unsigned size, unsigned* written);
-    static bool convert(const char32_t* in, char* out, unsigned size, unsigned* written);
-    static bool convert(const char32_t* in, wchar_t* out, unsigned size, unsigned* written);
-    static bool convert(const wchar_t* in, char* out, unsigned size, unsigned* written);
+#define QUORVEX_CONVERT(In)                                                                                            \
+    static bool convert(const In* in, char* out, unsigned size, unsigned* written);                                    \
+    static bool convert(const In* in, wchar_t* out, unsigned size, unsigned* written);                                 \
+    static bool convert(const In* in, char16_t* out, unsigned size, unsigned* written);                                \
+    static bool convert(const In* in, char32_t* out, unsigned size, unsigned* written);
+    QUORVEX_CONVERT(char)
+    QUORVEX_CONVERT(wchar_t)
+    QUORVEX_CONVERT(char16_t)
+    QUORVEX_CONVERT(char32_t)
+#undef QUORVEX_CONVERT
+
+protected:
+    /// Brings the header's length in line with the text.
+    void SetHeaderLength();
 
 private:
-    void SetHeaderLength();
     /// Appends the packets of a run from a stream as long as the text goes on; `full` tells whether the packet before
     /// was a full one. False at a packet that cannot be read.
     static bool follow(std::istream& in, bool full, std::string& text);

@@ -1,9 +1,16 @@
 #include "quorvex/packets/StringPackets.h"
 
+#include "quorvex/format/Context.h"
+#include "quorvex/format/Data.h"
+#include "quorvex/packets/SignalMask.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/OddStream.h"
+#include "tests/support/System.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <sstream>
 
 namespace Quorvex::test {
@@ -86,19 +93,42 @@ TEST(CharStringSequence, ReadsOnBehindAHeaderThatIsAlreadyRead) {
     }
 }
 
-TEST(CharStringSequence, KeepsItsTextWhenAReadFails) {
-    CCharStringSequence sequence("kept");
-    std::istringstream cut(std::string("\x7e\x05") + "abc");
-    EXPECT_FALSE(sequence.read(cut));
-    EXPECT_EQ(sequence.read("\x7e\x05"
-                            "abc",
-                            5),
-              0U);
-    EXPECT_EQ(sequence.view(), "kept");
-    std::istringstream other("\x10\x18");
-    EXPECT_TRUE(sequence.read(other)) << "another packet is the empty text";
-    EXPECT_TRUE(sequence.empty());
-    EXPECT_EQ(sequence.Length(), 0U);
+TEST(CharStringSequence, IsEmptyWhenAStreamFailsAndKeepsItsTextWhenABufferDoes) {
+    const std::string whole = run(text(300));
+    const CCharStringSequence kept("kept");
+    for (const unsigned size : {1U, 2U, 5U, 256U, 258U, 259U, 303U}) {
+        CCharStringSequence sequence(kept);
+        EXPECT_EQ(sequence.read(whole.data(), size), 0U) << size;
+        EXPECT_EQ(sequence.view(), "kept") << size;
+        std::istringstream cut(whole.substr(0, size));
+        EXPECT_FALSE(sequence.read(cut)) << size;
+        EXPECT_TRUE(sequence.empty() && sequence.Length() == 0) << size;
+    }
+    for (const char* none : {"", "\x10\x18"}) {
+        CCharStringSequence sequence(kept);
+        std::istringstream other(none);
+        EXPECT_TRUE(sequence.read(other)) << "what is no text is the empty one";
+        EXPECT_TRUE(sequence.empty() && sequence.Length() == 0);
+    }
+}
+
+TEST(CharStringSequence, TellsItsSizeBeyond32BitsOnlyAsTooLarge) {
+    static_assert(CCharStringSequence::StreamSize(0) == 2 && CCharStringSequence::StreamSize(255) == 259 &&
+                  CCharStringSequence::StreamSize(300) == 304);
+    static_assert(CCharStringSequence::StreamSize(4'261'543'424U) == 0xFFFFFFFEU);
+    static_assert(CCharStringSequence::StreamSize(4'261'543'425U) == 0x100000001U);
+    static_assert(CCharStringSequence::StreamSize(0xFFFFFFFFU) == 0xFFFFFFFFULL + 2 * 16'843'010ULL);
+}
+
+TEST(CharStringSequence, LetsDerivedClassesSetTheHeader) {
+    struct Name : CCharStringSequence {
+        using CCharStringSequence::CCharStringSequence, CCharStringSequence::SetHeaderLength;
+        using CCharStringSequencePayload::append;
+    } name("ab");
+    name.append(reinterpret_cast<const unsigned char*>("cd"), 2);
+    EXPECT_EQ(name.Length(), 2U);
+    name.SetHeaderLength();
+    EXPECT_EQ(name.Length(), 4U);
 }
 
 TEST(CharStringSequence, AppendsAndAssignsAlsoItself) {
@@ -133,6 +163,63 @@ TEST(CharString, HoldsUpTo255Bytes) {
     std::istringstream in("a");
     EXPECT_EQ(thrownBy([&] { CCharString(header, "a", 1, consumed); }), refused);
     EXPECT_EQ(thrownBy([&] { CCharString(header, in); }), refused);
+    EXPECT_EQ(thrownBy([&] { CCharStringSequence(header, "a", 1, consumed); }), refused);
+    EXPECT_EQ(thrownBy([&] { CCharStringSequence(header, in); }), refused);
+    EXPECT_EQ(in.get(), 'a') << "nothing is read";
+    const CPacketHeader two(CharString, 2);
+    const std::string cutShort = "CCharString: Read-In constructor could not read payload.";
+    EXPECT_EQ(thrownBy([&] { CCharString(two, "a", 1, consumed); }), cutShort);
+    EXPECT_EQ(thrownBy([&] { CCharString(two, in); }), cutShort);
+
+    // A plain read takes no other kind of packet either, and changes nothing then.
+    packet = CCharString("kept");
+    const std::string foreign("\x7f\x01x", 3);
+    EXPECT_EQ(packet.read(foreign.data(), 3), 0U);
+    std::istringstream stream(foreign);
+    EXPECT_FALSE(packet.read(stream));
+    EXPECT_TRUE(packet.TraceCode() == CharString && packet.Length() == 4 && packet.data()[0] == 'k');
+}
+
+/// How many of the things' reads and writes fail, each on a stream of its own.
+template <class... Things> unsigned failures(void (*act)(), Things... things) {
+    const auto odd = [act] { return std::make_unique<OddStream>(act); };
+    return (0U + ... + (!things.read(*odd()) + !things.write(*odd())));
+}
+
+void useEverything(void (*act)()) {
+    EXPECT_EQ(failures(act, CPacketHeader(), CPacket(), CCoreContext(), CBusContext(), CSystemContext(),
+                       CRelCoreContext(), CRelBusContext(), CRelSystemContext(), CCharString("x")),
+              18U);
+    const auto odd = [act] { return std::make_unique<OddStream>(act); };
+    for (const std::uint8_t length : {std::uint8_t{1}, std::uint8_t{3}}) {
+        CData data(1, length);
+        EXPECT_TRUE(!data.write(*odd()) && !data.read(*odd(), length) && data.Length() == 0);
+    }
+    CSignalMask mask("1");
+    EXPECT_TRUE(!mask.write(*odd()) && !mask.read(*odd(), 1) && mask.empty());
+    CCharStringSequence text("x");
+    EXPECT_TRUE(!text.write(*odd()) && text.read(*odd()) && text.empty()) << "a text that cannot be seen is none";
+    EXPECT_EQ(thrownBy([&] { CCharStringSequence(CPacketHeader(CharString, 1), *odd()); }),
+              "CCharString: Read-In constructor cannot assign read stream data.");
+}
+
+TEST(Streams, MayThrowWhatTheyLike) {
+    useEverything([] { throw 42; });
+    EXPECT_EQ(takeLog(), "") << "only standard exceptions have a text";
+    useEverything([] { throw std::runtime_error("odd"); });
+    EXPECT_EQ(takeLog(), R"(CPacketHeader::write: Catched exception "odd"
+CPacketHeader::write: Catched exception "odd"
+CCoreContext::read: Catched exception "odd"
+CBusContext::read: Catched exception "odd"
+CSystemContext::read: Catched exception "odd"
+CPacketHeader::write: Catched exception "odd"
+CSignalMask::read: catched exception "odd"
+)");
+}
+
+TEST(Streams, MayEndTheThread) {
+    EXPECT_TRUE(endsThread([](void (*end)()) { failures(end, CPacketHeader()); }));
+    EXPECT_TRUE(endsThread([](void (*end)()) { failures(end, CCharString("x")); }));
 }
 
 TEST(Conversions, GuessTheCharacterSizeByTheZerosAtTheEnd) {
@@ -161,6 +248,12 @@ TEST(Conversions, GiveTheSameTextFromEveryEncoding) {
         EXPECT_FALSE(convert(narrow, static_cast<unsigned>(utf8.size()), &written)) << "no room for the zero";
         EXPECT_EQ(written, 0U);
     };
+    const auto expectUnits = [](const auto& text, const auto& expected) {
+        std::remove_const_t<std::remove_reference_t<decltype(expected[0])>> out[16];
+        unsigned written = 0;
+        EXPECT_TRUE(CCharStringSequence::convert(text.c_str(), out, 16, &written));
+        EXPECT_TRUE(expected == std::basic_string_view(out, written) && out[written] == 0);
+    };
     const auto expectSequence = [&expectBoth](const CCharStringSequence& sequence) {
         expectBoth([&](auto... out) { return sequence.getString(out...); });
     };
@@ -171,10 +264,13 @@ TEST(Conversions, GiveTheSameTextFromEveryEncoding) {
         expectSequence(CCharStringSequence(raw, static_cast<unsigned>(text.size() + 1) * kUnit));
         expectBoth([&](auto... out) { return CCharStringSequence::getString(kUnit, raw, out...); });
         expectBoth([&](auto... out) { return CCharStringSequence::convert(text.c_str(), out...); });
+        expectUnits(text, std::u16string(u"\u00e4b\u20ac\U0001F600"));
+        expectUnits(text, std::u32string(U"\u00e4b\u20ac\U0001F600"));
     };
     expectText(utf8);
     expectText(std::u16string(u"\u00e4b\u20ac\U0001F600"));
     expectText(std::u32string(U"\u00e4b\u20ac\U0001F600"));
+    expectText(std::wstring(L"\u00e4b\u20ac\U0001F600"));
     expectSequence(CCharStringSequence(utf8.c_str()));
     expectSequence(CCharStringSequence(L"\u00e4b\u20ac\U0001F600"));
 

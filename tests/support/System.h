@@ -38,6 +38,10 @@ bool hasFullDevice();
 /// exit code of the child; -1 when it did not end by itself, or where processes do not fork.
 int fork(const std::function<void()>& inChild, const std::function<void()>& inParent);
 
+/// Calls `step` on a thread of its own, with a function that ends the thread as a cancellation does. Whether that
+/// ended it; true also where threads are not ended in that way.
+bool endsThread(void (*step)(void (*end)()));
+
 /// A stream in memory that the system brings along; null where it has none.
 ATL::CComPtr<IStream> systemStream();
 

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -79,6 +80,17 @@ int fork(const std::function<void()>& inChild, const std::function<void()>& inPa
     inParent();
     int status = 0;
     return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool endsThread(void (*step)(void (*end)())) {
+    pthread_t thread;
+    const auto run = [](void* called) -> void* {
+        (*static_cast<decltype(step)*>(called))([] { pthread_exit(PTHREAD_CANCELED); });
+        return nullptr;
+    };
+    void* result = nullptr;
+    return pthread_create(&thread, nullptr, run, &step) == 0 && pthread_join(thread, &result) == 0 &&
+           result == PTHREAD_CANCELED;
 }
 
 ATL::CComPtr<IStream> systemStream() {

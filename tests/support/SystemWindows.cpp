@@ -83,6 +83,10 @@ int fork(const std::function<void()>&, const std::function<void()>&) {
     return -1;
 }
 
+bool endsThread(void (*)(void (*)())) {
+    return true;
+}
+
 ATL::CComPtr<IStream> systemStream() {
     ATL::CComPtr<IStream> stream;
     CreateStreamOnHGlobal(nullptr, TRUE, &stream);
