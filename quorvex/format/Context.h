@@ -158,7 +158,7 @@ public:
         using Values = Form<std::uint8_t>;                                                                             \
                                                                                                                        \
         Rel() = default;                                                                                               \
-        explicit Rel(std::uint8_t RelTick) : m_RelTick(RelTick) {}                                                     \
+        Rel(std::uint8_t RelTick) : m_RelTick(RelTick) {}                                                              \
         Rel(const Rel&) = default;                                                                                     \
         Rel& operator=(const Rel&) = default;                                                                          \
         ~Rel() { platform::overwrite(this, 0xFF, sizeof *this); }                                                      \

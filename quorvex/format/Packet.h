@@ -14,7 +14,7 @@ class QUORVEX_API CPacket : public CPacketHeader {
 public:
     CPacket() = default;
     CPacket(tagTCode code, std::uint8_t length) : CPacketHeader(code, length) {}
-    explicit CPacket(const CPacketHeader& header) : CPacketHeader(header) {}
+    CPacket(const CPacketHeader& header) : CPacketHeader(header) {}
     CPacket(const CPacket&) = default;
     CPacket& operator=(const CPacket&) = default;
 

@@ -10,7 +10,7 @@ namespace Quorvex {
 class QUORVEX_API CStopwatch {
 public:
     /// With `startNow` the watch runs at once.
-    explicit CStopwatch(bool startNow = false);
+    CStopwatch(bool startNow = false);
 
     void start() { m_start = tick(); }
     void stop() { m_stop = tick(); }

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <set>
 #include <sstream>
 
 namespace Quorvex::test {
@@ -104,6 +105,102 @@ TEST(Factory, CreatesFromValuesWhatTheConstructorsMake) {
     };
     for (const auto& [packet, wire] : rows)
         EXPECT_EQ(written(PacketPointer(packet)), wire);
+}
+
+// Every creator by its name and values, absolute and relative. Names, data and texts are passed as a host has them.
+TEST(Factory, HasACreatorForEveryKindAndSetOfValues) {
+    const CCharStringSequence name("n");
+    const CData data(std::uint8_t{1});
+    const CSignalMask mask("11");
+    const CBusDataSignals signals(std::uint8_t{1});
+    const TCounterIdx_t indices[] = {1ULL, 2.0};
+    std::set<unsigned> made;
+    const auto check = [&made](tagTCode code, CPacket* packet) {
+        const PacketPointer owned(packet);
+        ASSERT_TRUE(packet);
+        EXPECT_EQ(packet->TraceCode(), code);
+        EXPECT_FALSE(wireOf(*packet).empty()) << code;
+        made.insert(code);
+    };
+#define PAIR(Context, Name, ...)                                                                                       \
+    check(Name, CPacketFactory::getC##Name(C##Context() __VA_OPT__(, ) __VA_ARGS__));                                  \
+    check(Rel##Name, CPacketFactory::getCRel##Name(CRel##Context() __VA_OPT__(, ) __VA_ARGS__));
+#define CORE(Name, ...) PAIR(CoreContext, Name, __VA_ARGS__)
+#define BUS(Name, ...) PAIR(BusContext, Name, __VA_ARGS__)
+#define ALONE(Name, ...) check(Name, CPacketFactory::getC##Name(__VA_ARGS__));
+    CORE(ExecInsn)
+    CORE(NonExecInsn)
+    CORE(DirectBranch, 1ULL)
+    CORE(IndirectBranch, 1ULL)
+    CORE(HWExceptionLeave, 1U)
+    CORE(HWExceptionEnter, 1U)
+    CORE(ReadData, 1ULL)
+    CORE(ReadData, 1ULL, data)
+    CORE(WriteData, 1ULL)
+    CORE(WriteData, 1ULL, data)
+    CORE(CounterDefine, 1U, 2, name)
+    CORE(CounterDefineUnit, 1U, 2, name)
+    CORE(CounterUndefine, 1U)
+    CORE(CounterValueVar, 1U, 2ULL, 3ULL)
+    CORE(CounterValue, 1U, 2ULL)
+    CORE(CounterValueDim1, 1U, 2.0, 3ULL)
+    CORE(CounterValueDim2, 1U, 2ULL, 3ULL, 4.0)
+    CORE(CounterValueDimN, 1U, 2, 3ULL, indices)
+    CORE(FunctionDefine, 1U, name)
+    CORE(FunctionUndefine, 1U)
+    CORE(FunctionEnter, 1U)
+    CORE(FunctionEnter, 1U, 2U)
+    CORE(FunctionLeave, 1U)
+    CORE(FunctionLeave, 1U, 2U)
+    CORE(ProcessDefine, 1U, name)
+    CORE(ProcessUndefine, 1U)
+    CORE(ProcessEnter, 1U)
+    CORE(ProcessLeave, 1U)
+    CORE(TypeDefine, 1U, 2, name)
+    CORE(TypeUndefine, 1U)
+    CORE(VariableDefine, 1U, 2U, name)
+    CORE(VariableUndefine, 1U)
+    CORE(VariableRead, 1U)
+    CORE(VariableRead, 1U, data)
+    CORE(VariableWrite, 1U)
+    CORE(VariableWrite, 1U, data)
+    BUS(BusData, signals, data)
+    BUS(BusAddrData, signals, 1ULL, data)
+    BUS(Signal, mask, mask)
+    BUS(SignalDefine, 1U, mask, name)
+    BUS(SignalUndefine, 1U)
+    PAIR(SystemContext, SystemData, data)
+    ALONE(BusSync, CBusContext())
+    ALONE(SystemSync, CSystemContext())
+    ALONE(TraceBroken, CCoreContext())
+    ALONE(Sync, CCoreContext())
+    ALONE(Sync)
+    ALONE(Event, CCoreContext(), 1U)
+    ALONE(Event, CCoreContext(), 1U, data)
+    ALONE(EventDefine, 1U, EEventType())
+    ALONE(EventDefine, 1U, EEventType(), name)
+    ALONE(EventUndefine, 1U)
+    ALONE(Timestamp, 1ULL)
+    ALONE(Timestamp, 1ULL, 2U, 3ULL)
+    ALONE(Message, 1ULL, 2, name)
+    ALONE(TraceEnabled, 1ULL, Expanded)
+    ALONE(TraceEnabled, 1ULL, SFrameConfig(Expanded))
+    ALONE(TraceDisabled)
+    ALONE(EndOfTrace)
+    ALONE(Fill, 3)
+    ALONE(CharString, mask.data(), 1U)
+    ALONE(StateMachineDefine, 1U, name)
+    ALONE(StateMachineInstanceDefine, 1U, 2U, name)
+    ALONE(StateDefine, 1U, 2U, name)
+    ALONE(TransitionDefine, 1U, 2U, 3U, 4U, name)
+    ALONE(StateMachineUndefine, 1U)
+    ALONE(InitialState, 1U, 2U, 3U, 4U, 5ULL)
+    ALONE(Transition, 1U, 2U, 3U, 4U, 5ULL, data)
+#undef ALONE
+#undef BUS
+#undef CORE
+#undef PAIR
+    EXPECT_EQ(made.size(), 93U);
 }
 
 // Whatever the bytes are: no crash, no more than what is there, and what is handed out can be written again.

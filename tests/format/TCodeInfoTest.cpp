@@ -1,7 +1,7 @@
 #include "quorvex/format/TCodeInfo.h"
 
 #include "quorvex/format/MessageQueue.h"
-#include "quorvex/format/PacketHeader.h"
+#include "quorvex/format/Packet.h"
 #include "tests/support/Bytes.h"
 
 #include <gtest/gtest.h>
@@ -90,6 +90,22 @@ TEST(Headers, StayAsTheyAreWhenAStreamThrows) {
         EXPECT_FALSE(read.read(throwing));
     }
     EXPECT_TRUE(read == CPacketHeader(Fill, 9));
+}
+
+TEST(TypeCodes, AreOpenToDerivedClasses) {
+    struct Registry : CTCodeInfo {
+        Registry() = default;
+        Registry(const Registry& other) : CTCodeInfo(other) {}
+    } registry;
+    static_cast<CTCodeInfo&>(registry) = Registry(registry);
+    static_assert(!std::is_constructible_v<CTCodeInfo> && !std::is_destructible_v<CTCodeInfo>);
+    struct Header : CPacketHeader {
+        using CPacketHeader::CPacketHeader, CPacketHeader::GetLength, CPacketHeader::SetLength;
+    } header(Fill, 3);
+    header.SetLength(7);
+    EXPECT_EQ(header.GetLength(), 7);
+    CPacket packet = static_cast<const CPacketHeader&>(header);
+    EXPECT_TRUE(packet.Length() == 7 && packet.StreamSize() == 9 && header.StreamSize() == CPacket::Len());
 }
 
 } // namespace

@@ -85,5 +85,17 @@ TEST(ContextView, ShowsTheCoreOfATimestampOnlyWhenItIsThere) {
     EXPECT_TRUE(stub.CoreCtx() == CCoreContext());
 }
 
+TEST(ContextView, LooksAtAPacketWithoutAnObjectOfItsOwn) {
+    const CSync sync(CCoreContext(1, 2, 3, 4));
+    EXPECT_TRUE(CContextStub::Tick(&sync) == 1 && CContextStub::HWCtx(&sync) == 2 && CContextStub::SWCtx(&sync) == 3);
+    EXPECT_TRUE(CContextStub::CurrAddr(&sync) == 4 && CContextStub::CoreCtx(&sync) == CCoreContext(1, 2, 3, 4));
+    EXPECT_TRUE(CContextStub::Master(&sync) == kNone32 && CContextStub::Channel(&sync) == kNone32);
+    EXPECT_TRUE(CContextStub::RelTick(nullptr) == 0xFF && CContextStub::RelCurrAddr(&sync) == 0xFF);
+    EXPECT_TRUE(CContextStub::BusCtx(&sync) == CBusContext() && CContextStub::SystemCtx(nullptr) == CSystemContext());
+    CSync other;
+    const CContextStub copy = CContextStub(&other);
+    EXPECT_EQ(copy.Tick(), kUnknown64);
+}
+
 } // namespace
 } // namespace Quorvex::test
