@@ -1,13 +1,13 @@
 #pragma once
 
 #include "quorvex/platform/Integers.h"
-#include "quorvex/platform/System.h"
 
 #include <bit>
 #include <cstdint>
 
 /// Eight bytes of a counter, seen as an unsigned integer or as a double; which of the two is meant is not recorded.
-/// TCounter_t is a value and TCounterIdx_t an index: alike, but not to be mixed up. A destroyed one holds zeros.
+/// TCounter_t is a value and TCounterIdx_t an index: alike, but not to be mixed up. A destroyed one holds zeros, by a
+/// store that no optimiser removes.
 #define QUORVEX_COUNTER_WORD(Name)                                                                                     \
     union Name {                                                                                                       \
         std::uint64_t u64;                                                                                             \
@@ -22,7 +22,7 @@
             u64 = other.u64;                                                                                           \
             return *this;                                                                                              \
         }                                                                                                              \
-        ~Name() { Quorvex::platform::overwrite(this, 0, sizeof *this); }                                               \
+        ~Name() { static_cast<volatile std::uint64_t&>(u64) = 0; }                                                     \
     };
 
 QUORVEX_COUNTER_WORD(TCounter_t)

@@ -17,7 +17,7 @@ public:
     CMessage() = default;
     CMessage(tagEMessageLevel level, ATL::CComBSTR origin, ATL::CComBSTR message);
 
-    tagEMessageLevel Level() const { return m_level; }
+    const tagEMessageLevel& Level() const { return m_level; }
     const ATL::CComBSTR& Origin() const { return m_origin; }
     const ATL::CComBSTR& Message() const { return m_message; }
 
