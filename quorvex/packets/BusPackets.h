@@ -62,7 +62,9 @@ template <> struct FieldCodec<CBusDataSignals> {
     static void encode(const CBusDataSignals& value, char* to) { *to = static_cast<char>(value.GetRawFlags()); }
 };
 
-class QUORVEX_API CBusDataPayload {
+class QUORVEX_API CBusDataPayload : public PayloadOperations<CBusDataPayload> {
+    QUORVEX_PUBLIC_OPERATIONS
+
 public:
     using Forms = FormList<Form<const CBusDataSignals&, const CData&>>;
     static constexpr bool kTakesRest = true;
@@ -74,7 +76,10 @@ public:
     void Signals(const CBusDataSignals& signals) { m_signals = signals; }
     const CData& Data() const { return m_data; }
     CData& Data() { return m_data; }
-    void Data(const CData& data) { m_data = data; }
+    void Data(const CData& data) {
+        m_data = data;
+        SetPacketHeaderLength();
+    }
 
     static constexpr std::uint8_t Len() { return 1; }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
@@ -85,9 +90,12 @@ public:
 private:
     CBusDataSignals m_signals;
     CData m_data;
+
+    QUORVEX_RESIZABLE
 };
 
-class QUORVEX_API CBusAddrDataPayload {
+class QUORVEX_API CBusAddrDataPayload : public PayloadOperations<CBusAddrDataPayload> {
+    QUORVEX_PUBLIC_OPERATIONS
     QUORVEX_FIELD(std::uint64_t, Addr, kUnknown64)
 
 public:
@@ -102,7 +110,10 @@ public:
     void Signals(const CBusDataSignals& signals) { m_signals = signals; }
     const CData& Data() const { return m_data; }
     CData& Data() { return m_data; }
-    void Data(const CData& data) { m_data = data; }
+    void Data(const CData& data) {
+        m_data = data;
+        SetPacketHeaderLength();
+    }
 
     static constexpr std::uint8_t Len() { return 9; }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
@@ -114,9 +125,13 @@ public:
 private:
     CBusDataSignals m_signals;
     CData m_data;
+
+    QUORVEX_RESIZABLE
 };
 
-class QUORVEX_API CSystemDataPayload {
+class QUORVEX_API CSystemDataPayload : public PayloadOperations<CSystemDataPayload> {
+    QUORVEX_PUBLIC_OPERATIONS
+
 public:
     using Forms = FormList<Form<const CData&>>;
     static constexpr bool kTakesRest = true;
@@ -126,7 +141,10 @@ public:
 
     const CData& Data() const { return m_data; }
     CData& Data() { return m_data; }
-    void Data(const CData& data) { m_data = data; }
+    void Data(const CData& data) {
+        m_data = data;
+        SetPacketHeaderLength();
+    }
 
     static constexpr std::uint8_t Len() { return 0; }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
@@ -135,11 +153,15 @@ public:
 
 private:
     CData m_data;
+
+    QUORVEX_RESIZABLE
 };
 
 /// Values of digital lines, and which of them are valid. A writer keeps both masks at the same number of bytes: a
 /// reader splits the payload in the middle.
-class QUORVEX_API CSignalPayload {
+class QUORVEX_API CSignalPayload : public PayloadOperations<CSignalPayload> {
+    QUORVEX_PUBLIC_OPERATIONS
+
 public:
     using Forms = FormList<Form<const CSignalMask&, const CSignalMask&>>;
 
@@ -147,9 +169,15 @@ public:
     CSignalPayload(const CSignalMask& value, const CSignalMask& mask) : m_value(value), m_mask(mask) {}
 
     const CSignalMask& SignalValue() const { return m_value; }
-    void SignalValue(const CSignalMask& value) { m_value = value; }
+    void SignalValue(const CSignalMask& value) {
+        m_value = value;
+        SetPacketHeaderLength();
+    }
     const CSignalMask& SignalMask() const { return m_mask; }
-    void SignalMask(const CSignalMask& mask) { m_mask = mask; }
+    void SignalMask(const CSignalMask& mask) {
+        m_mask = mask;
+        SetPacketHeaderLength();
+    }
 
     static constexpr std::uint8_t Len() { return 0; }
     bool shape(unsigned size) { return size % 2 == 0 && m_value.resize(size / 2 * 8) && m_mask.resize(size / 2 * 8); }
@@ -161,10 +189,14 @@ public:
 private:
     CSignalMask m_value;
     CSignalMask m_mask;
+
+    QUORVEX_RESIZABLE
 };
 
-/// The lines that a signal consists of, which may be none, and its name.
-class QUORVEX_API CSignalDefinePayload {
+/// The lines that a signal consists of, which may be none, and its name. Into memory that has no room for the name, the
+/// definition is written without it.
+class QUORVEX_API CSignalDefinePayload : public PayloadOperations<CSignalDefinePayload> {
+    QUORVEX_PUBLIC_OPERATIONS
     QUORVEX_FIELD(std::uint32_t, SignalId, 0)
     QUORVEX_DEFINITION(SignalDef)
 
@@ -176,8 +208,12 @@ public:
         : m_SignalId(id), m_SignalDef(name), m_mask(mask) {}
 
     const CSignalMask& SignalMask() const { return m_mask; }
-    void SignalMask(const CSignalMask& mask) { m_mask = mask; }
+    void SignalMask(const CSignalMask& mask) {
+        m_mask = mask;
+        SetPacketHeaderLength();
+    }
 
+    static constexpr bool kTextIfRoom = true;
     static constexpr std::uint8_t Len() { return 4; }
     bool shape(unsigned size) { return size >= Len() && m_mask.resize((size - Len()) * 8); }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
@@ -187,9 +223,11 @@ public:
 
 private:
     CSignalMask m_mask;
+
+    QUORVEX_RESIZABLE
 };
 
-QUORVEX_ID_PAYLOAD(CSignalUndefinePayload, SignalId)
+QUORVEX_ID_PAYLOAD(CSignalUndefinePayload, SignalId, QUORVEX_PUBLIC_OPERATIONS)
 
 #define QUORVEX_CALLED(Class, What) Class ": Read-In Constructor called with invalid " What
 #define QUORVEX_COULD_NOT(Class, What) Class ": Read-In Constructor could not read " What

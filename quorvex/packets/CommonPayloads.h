@@ -4,10 +4,11 @@
 
 #include "quorvex/packets/PacketProtocol.h"
 
-/// A payload that is one identifier.
-#define QUORVEX_ID_PAYLOAD(Class, Name)                                                                                \
-    class QUORVEX_API Class {                                                                                          \
+/// A payload that is one identifier; QUORVEX_PUBLIC_OPERATIONS may follow the name.
+#define QUORVEX_ID_PAYLOAD(Class, Name, ...)                                                                           \
+    class QUORVEX_API Class : public PayloadOperations<Class> {                                                        \
         QUORVEX_FIELD(std::uint32_t, Name, 0)                                                                          \
+        __VA_ARGS__                                                                                                    \
                                                                                                                        \
     public:                                                                                                            \
         using Forms = FormList<Form<std::uint32_t>>;                                                                   \
@@ -42,7 +43,7 @@ private:                                                                        
 
 /// A payload that is a name alone.
 #define QUORVEX_NAME_PAYLOAD(Class, Name)                                                                              \
-    class QUORVEX_API Class {                                                                                          \
+    class QUORVEX_API Class : public PayloadOperations<Class> {                                                        \
         QUORVEX_DEFINITION(Name)                                                                                       \
                                                                                                                        \
     public:                                                                                                            \

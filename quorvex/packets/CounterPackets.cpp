@@ -54,6 +54,7 @@ void CCounterIndexDimN::CntrIdx(std::uint8_t dimensions, const TCounterIdx_t* in
         std::copy_n(indices, dimensions, fresh.begin());
     m_indices = fresh;
     m_dimensions = dimensions;
+    SetPacketHeaderLength();
 }
 
 unsigned CCounterIndexDimN::Byte2Dim(unsigned bytes) {
@@ -69,10 +70,11 @@ unsigned CCounterValueVarPayload::Len2Size(std::uint8_t length) {
 }
 
 bool CCounterValueVarPayload::decode(const char* from, unsigned size) {
-    if (!fits(size))
+    const unsigned width = Len2Size(static_cast<std::uint8_t>(size));
+    if (width > kMaxSize)
         return false;
-    m_CntrVal = makeCounter(from, size / 2);
-    m_CntrIdx = makeCounter(from + size / 2, size / 2);
+    m_value = makeCounter(from, width);
+    m_index = makeCounter(from + width, width);
     return true;
 }
 

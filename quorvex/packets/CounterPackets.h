@@ -37,8 +37,9 @@ template <> struct FieldCodec<TCounterIdx_t> : detail::CounterWordCodec<TCounter
 
 QUORVEX_ID_PAYLOAD(CCounterBasePayload, CntrId)
 
-/// The number of dimensions, and what the counter counts (or its unit).
-class QUORVEX_API CCounterDefineBasePayload {
+/// The number of dimensions, and what the counter counts (or its unit). Other writers count that text in the header's
+/// length: such packets are read, and written as ours.
+class QUORVEX_API CCounterDefineBasePayload : public PayloadOperations<CCounterDefineBasePayload> {
     QUORVEX_FIELD(std::uint8_t, CntrDim, 0)
     QUORVEX_DEFINITION(CntrDef)
 
@@ -49,13 +50,15 @@ public:
     explicit CCounterDefineBasePayload(std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence())
         : m_CntrDim(dimensions), m_CntrDef(name) {}
 
+    static constexpr bool kCutTextIsNone = true;
+    static constexpr bool kTextMayCount = true;
     static constexpr std::uint8_t Len() { return 1; }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Count, "Dim", self.m_CntrDim);
     }
 };
 
-class QUORVEX_API CCounterValueBasePayload {
+class QUORVEX_API CCounterValueBasePayload : public PayloadOperations<CCounterValueBasePayload> {
     QUORVEX_FIELD(TCounter_t, CntrVal, TCounter_t())
 
 public:
@@ -70,7 +73,7 @@ public:
     }
 };
 
-class QUORVEX_API CCounterIndexDim1 {
+class QUORVEX_API CCounterIndexDim1 : public PayloadOperations<CCounterIndexDim1> {
     QUORVEX_FIELD(TCounterIdx_t, CntrIdx1, TCounterIdx_t())
 
 public:
@@ -85,7 +88,7 @@ public:
     }
 };
 
-class QUORVEX_API CCounterIndexDim2 {
+class QUORVEX_API CCounterIndexDim2 : public PayloadOperations<CCounterIndexDim2> {
     QUORVEX_FIELD(TCounterIdx_t, CntrIdx1, TCounterIdx_t())
     QUORVEX_FIELD(TCounterIdx_t, CntrIdx2, TCounterIdx_t())
 
@@ -103,7 +106,7 @@ public:
 };
 
 /// Up to 27 indices. More throw std::out_of_range, as does access beyond the count.
-class QUORVEX_API CCounterIndexDimN {
+class QUORVEX_API CCounterIndexDimN : public PayloadOperations<CCounterIndexDimN> {
 public:
     using Forms = FormList<Form<const CCounterIndexDimN&>>;
     static constexpr unsigned kMaxDim = 27;
@@ -140,21 +143,31 @@ private:
 
     std::array<TCounterIdx_t, kMaxDim> m_indices{};
     std::uint8_t m_dimensions = 0;
+
+    QUORVEX_RESIZABLE
 };
 
-/// A value and an index of the same width, up to 113 bytes each.
-class QUORVEX_API CCounterValueVarPayload {
-    QUORVEX_FIELD(TVarCounter_t, CntrVal, TVarCounter_t())
-    QUORVEX_FIELD(TVarCounter_t, CntrIdx, TVarCounter_t())
-
+/// A value and an index of the same width, up to 113 bytes each. Others can be held, but not written: no packet could
+/// tell them. A packet that holds them has a StreamSize() of 0.
+class QUORVEX_API CCounterValueVarPayload : public PayloadOperations<CCounterValueVarPayload> {
 public:
     using Forms = FormList<Form<const CCounterValueVarPayload&>>;
     static constexpr unsigned kMaxSize = 113;
     static constexpr bool kTakesRest = true;
 
     CCounterValueVarPayload() = default;
-    CCounterValueVarPayload(const TVarCounter_t& value, const TVarCounter_t& index)
-        : m_CntrVal(value), m_CntrIdx(index) {}
+    CCounterValueVarPayload(const TVarCounter_t& value, const TVarCounter_t& index) : m_value(value), m_index(index) {}
+
+    const TVarCounter_t& CntrVal() const { return m_value; }
+    void CntrVal(const TVarCounter_t& value) {
+        m_value = value;
+        SetPacketHeaderLength();
+    }
+    const TVarCounter_t& CntrIdx() const { return m_index; }
+    void CntrIdx(const TVarCounter_t& index) {
+        m_index = index;
+        SetPacketHeaderLength();
+    }
 
     static constexpr std::uint8_t Len() { return 0; }
     static constexpr unsigned Len(std::uint8_t size) { return 2U * size; }
@@ -162,12 +175,19 @@ public:
     /// Throws the runtime CQVXException for an odd length.
     static unsigned Len2Size(std::uint8_t length);
 
-    static constexpr bool fits(unsigned size) { return size % 2 == 0 && size / 2 <= kMaxSize; }
+    bool writable() const { return m_value.Length() == m_index.Length() && m_value.Length() <= kMaxSize; }
+    /// Throws what Len2Size throws; so does the Read-In constructor from memory.
     bool decode(const char* from, unsigned size);
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
-        visit(FieldMeaning::Number, "Value", self.m_CntrVal);
-        visit(FieldMeaning::Number, "Idx1", self.m_CntrIdx);
+        visit(FieldMeaning::Number, "Value", self.m_value);
+        visit(FieldMeaning::Number, "Idx1", self.m_index);
     }
+
+private:
+    TVarCounter_t m_value;
+    TVarCounter_t m_index;
+
+    QUORVEX_RESIZABLE
 };
 
 /// Written as it is; read by the payload, which knows the width.
@@ -191,12 +211,10 @@ template <> struct FieldCodec<TVarCounter_t> {
     {                                                                                                                  \
         .header = Class ": Read-In constructor invalid header data supplied!",                                         \
         .payload = Class ": Read-In constructor could not read counter dimension and definition!",                     \
-        .text = Class ": Read-In constructor could not read " Text "!", .cutTextIsNone = true                          \
+        .text = Class ": Read-In constructor could not read " Text "!"                                                 \
     }
-#define QUORVEX_COUNTER_VALUE_RULES(Class, ...)                                                                        \
-    {                                                                                                                  \
-        .header = Class ": Read-In Constructor called with invalid header data", .payload = { __VA_ARGS__ }            \
-    }
+#define QUORVEX_COUNTER_CALLED(Class) Class ": Read-In Constructor called with invalid header data"
+#define QUORVEX_COUNTER_COULD_NOT(Class, What) Class ": Read-In Constructor could not read " What
 
 inline constexpr ReadRules kCounterBaseRules = QUORVEX_COUNTER_BASE_RULES("CCounterBase");
 inline constexpr ReadRules kRelCounterBaseRules = QUORVEX_COUNTER_BASE_RULES("CRelCounterBase");
@@ -204,36 +222,51 @@ inline constexpr ReadRules kCounterDefineBaseRules =
     QUORVEX_COUNTER_DEFINE_RULES("CCounterDefineBase", "subsequent counter definition");
 inline constexpr ReadRules kRelCounterDefineBaseRules =
     QUORVEX_COUNTER_DEFINE_RULES("CRelCounterDefineBase", "counter dimension and definition");
-inline constexpr ReadRules kCounterValueBaseRules = QUORVEX_COUNTER_VALUE_RULES(
-    "CCounterValueBase", "CCounterValueBase: Read-In Constructor could not read counter value.",
-    "CCounterValueBase: Read-In Constructor copuld not read from buffer.");
+inline constexpr ReadRules kCounterValueBaseRules{
+    .header = QUORVEX_COUNTER_CALLED("CCounterValueBase"),
+    .payload = {QUORVEX_COUNTER_COULD_NOT("CCounterValueBase", "counter value."),
+                "CCounterValueBase: Read-In Constructor copuld not read from buffer."}};
 inline constexpr ReadRules kRelCounterValueBaseRules{
-    .header = {"CRelCounterValueBase: Read-In Constructor called with invalid header data",
-               "CRelCounterValueBase: Read-In Constructor called with invalid header data."},
-    .payload = "CRelCounterValueBase: Read-In Constructor could not read counter value."};
-inline constexpr ReadRules kCounterValueDim1Rules = QUORVEX_COUNTER_VALUE_RULES(
-    "CCounterValueDim1", "CCounterValueDim1: Read-In Constructor could not read counter index.");
-inline constexpr ReadRules kCounterValueDim2Rules = QUORVEX_COUNTER_VALUE_RULES(
-    "CCounterValueDim2", "CCounterValueDim2: Read-In Constructor could not read counter index.");
-inline constexpr ReadRules kRelCounterValueDim1Rules = QUORVEX_COUNTER_VALUE_RULES(
-    "CRelCounterValueDim1", "CRelCounterValueDim1: Read-In Constructor could not read counter index.");
-inline constexpr ReadRules kRelCounterValueDim2Rules = QUORVEX_COUNTER_VALUE_RULES(
-    "CRelCounterValueDim2", "CRelCounterValueDim2: Read-In Constructor could not read counter index.");
-inline constexpr ReadRules kCounterValueDimNRules = QUORVEX_COUNTER_VALUE_RULES(
-    "CCounterValueDimN", "CCounterValueDimN: Read-In Constructor could not read counter index.",
-    "CCounterValueDimN: Read-In Constructor could not read index value");
-inline constexpr ReadRules kRelCounterValueDimNRules = QUORVEX_COUNTER_VALUE_RULES(
-    "CRelCounterValueDimN", "CRelCounterValueDimN: Read-In Constructor could not read counter index.");
-inline constexpr ReadRules kCounterValueVarRules = QUORVEX_COUNTER_VALUE_RULES(
-    "CCounterValueVar",
-    "CCounterValueVar: Read-In Constructor could not read variable length counter data from stream");
-inline constexpr ReadRules kRelCounterValueVarRules = QUORVEX_COUNTER_VALUE_RULES(
-    "CRelCounterValueVar",
-    "CRelCounterValueVar: Read-In Constructor could not read variable counter value and index from stream");
+    .header = {QUORVEX_COUNTER_CALLED("CRelCounterValueBase"), QUORVEX_COUNTER_CALLED("CRelCounterValueBase") "."},
+    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueBase", "basic data."),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueBase", "counter value.")};
+inline constexpr ReadRules kCounterValueDim1Rules{
+    .header = QUORVEX_COUNTER_CALLED("CCounterValueDim1"),
+    .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim1", "basic value."),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim1", "counter index.")};
+inline constexpr ReadRules kCounterValueDim2Rules{
+    .header = QUORVEX_COUNTER_CALLED("CCounterValueDim2"),
+    .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim2", "basic value."),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim2", "counter index.")};
+inline constexpr ReadRules kRelCounterValueDim1Rules{
+    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDim1"),
+    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim1", "basic value."),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim1", "counter index.")};
+inline constexpr ReadRules kRelCounterValueDim2Rules{
+    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDim2"),
+    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim2", "basic couner value."),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim2", "counter index.")};
+inline constexpr ReadRules kCounterValueDimNRules{
+    .header = QUORVEX_COUNTER_CALLED("CCounterValueDimN"),
+    .misfit = "CCounterValueDimN: Read-In Constructor read invalid counter index data.",
+    .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "basic value"),
+    .payload = {QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "counter index."),
+                QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "index value")}};
+inline constexpr ReadRules kRelCounterValueDimNRules{
+    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDimN"),
+    .misfit = "CRelCounterValueDimN: Read-In Constructor read invalid counter index data.",
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDimN", "counter index.")};
+inline constexpr ReadRules kCounterValueVarRules{
+    .header = QUORVEX_COUNTER_CALLED("CCounterValueVar"),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueVar", "variable length counter data from stream")};
+inline constexpr ReadRules kRelCounterValueVarRules{
+    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueVar"),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueVar", "variable counter value and index from stream")};
 
 #undef QUORVEX_COUNTER_BASE_RULES
 #undef QUORVEX_COUNTER_DEFINE_RULES
-#undef QUORVEX_COUNTER_VALUE_RULES
+#undef QUORVEX_COUNTER_CALLED
+#undef QUORVEX_COUNTER_COULD_NOT
 
 QUORVEX_BASE(CCounterBase, kCounterBaseRules, CorePacket, CCounterBasePayload)
 QUORVEX_BASE(CRelCounterBase, kRelCounterBaseRules, RelCorePacket, CCounterBasePayload)
@@ -263,7 +296,7 @@ QUORVEX_KIND(RelCounterValueDim2, PacketOf<kRelCounterValueDim2Rules, CRelCounte
         using Constructors::Constructors;                                                                              \
         C##Name& operator=(const Payload& payload) {                                                                   \
             Payload::operator=(payload);                                                                               \
-            syncLength();                                                                                              \
+            SetPacketHeaderLength();                                                                                   \
             return *this;                                                                                              \
         }                                                                                                              \
     };

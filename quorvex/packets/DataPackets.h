@@ -12,7 +12,7 @@
 namespace Quorvex {
 
 /// The address that is accessed, and the bytes that were read or written there.
-class QUORVEX_API CDataBasePayload {
+class QUORVEX_API CDataBasePayload : public PayloadOperations<CDataBasePayload, 8> {
     QUORVEX_FIELD(std::uint64_t, AccAddr, kUnknown64)
 
 public:
@@ -29,7 +29,10 @@ public:
     unsigned AccLen() const { return m_AccData.Length(); }
     const CData& AccData() const { return m_AccData; }
     CData& AccData() { return m_AccData; }
-    void AccData(const CData& data) { m_AccData = data; }
+    void AccData(const CData& data) {
+        m_AccData = data;
+        SetPacketHeaderLength();
+    }
 
     static constexpr std::uint8_t Len() { return 8; }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
@@ -41,6 +44,8 @@ public:
 
 private:
     CData m_AccData;
+
+    QUORVEX_RESIZABLE
 };
 
 inline constexpr ReadRules kDataBaseRules{.size = "CDataBase: Read-In constructor invalid input buffer size.",

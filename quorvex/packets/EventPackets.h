@@ -35,7 +35,7 @@ struct QUORVEX_API CEventTypeInfo {
     static std::uint32_t EventTypeToGroup(EEventType type) { return type & 0x0E000000; }
 };
 
-class QUORVEX_API CEventDefinePayload {
+class QUORVEX_API CEventDefinePayload : public PayloadOperations<CEventDefinePayload> {
     QUORVEX_FIELD(std::uint32_t, EvtId, 0)
     QUORVEX_FIELD(EEventType, EvtType, Trigger)
     QUORVEX_DEFINITION(EvtDef)
@@ -57,7 +57,7 @@ public:
 
 QUORVEX_ID_PAYLOAD(CEventUndefinePayload, EvtId)
 
-class QUORVEX_API CEventPayload {
+class QUORVEX_API CEventPayload : public PayloadOperations<CEventPayload, 4> {
     QUORVEX_FIELD(std::uint32_t, EvtId, 0)
 
 public:
@@ -69,7 +69,10 @@ public:
 
     const CData& EvtData() const { return m_data; }
     CData& EvtData() { return m_data; }
-    void EvtData(const CData& data) { m_data = data; }
+    void EvtData(const CData& data) {
+        m_data = data;
+        SetPacketHeaderLength();
+    }
 
     static constexpr std::uint8_t Len() { return 4; }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
@@ -79,6 +82,8 @@ public:
 
 private:
     CData m_data;
+
+    QUORVEX_RESIZABLE
 };
 
 #define QUORVEX_EVENT_RULES(Class)                                                                                     \

@@ -7,14 +7,17 @@
 ///     HWExceptionEnter, HWExceptionLeave     context | ExcId:4
 ///
 /// The context is the core context in the absolute kinds and the relative core context in the relative ones.
-/// These classes take a header as it comes: neither its code nor its length is compared with the class.
+/// The Read-In constructors take a header as it comes: neither its code nor its length is compared with the class. A
+/// plain read does compare them, and a write puts the length of what it writes: else the next reader would lose step.
 
 #include "quorvex/packets/PacketProtocol.h"
 
 namespace Quorvex {
 
 /// The address that a branch goes to.
-class QUORVEX_API CBranchTarget {
+class QUORVEX_API CBranchTarget : public PayloadOperations<CBranchTarget> {
+    QUORVEX_PUBLIC_OPERATIONS
+
 public:
     using Forms = FormList<Form<std::uint64_t>>;
 
@@ -28,11 +31,6 @@ public:
     virtual std::uint64_t BranchTargetAddress() const;
 
     static constexpr std::uint8_t Len() { return 8; }
-    bool read(std::istream& in);
-    unsigned read(const char* buf, unsigned size) { return part::read(*this, buf, size); }
-    bool write(std::ostream& out) const;
-    unsigned write(char* buf, unsigned size) const { return part::write(*this, buf, size); }
-
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Address, "BranchTarget", self.m_target);
     }
@@ -42,7 +40,7 @@ private:
 };
 
 /// The number of a hardware exception.
-class QUORVEX_API CHWExceptionBasePayload {
+class QUORVEX_API CHWExceptionBasePayload : public PayloadOperations<CHWExceptionBasePayload> {
     QUORVEX_FIELD(std::uint32_t, ExceptionId, 0)
 
 public:

@@ -9,7 +9,7 @@
 namespace Quorvex {
 
 /// Time, level and text of a message. The level is signed: log 0, debug 64, error -64.
-class QUORVEX_API CMessagePayload {
+class QUORVEX_API CMessagePayload : public PayloadOperations<CMessagePayload> {
     QUORVEX_FIELD(std::uint64_t, Timestamp, kUnknown64)
     QUORVEX_FIELD(std::int8_t, Level, 0)
 

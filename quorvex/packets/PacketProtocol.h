@@ -15,13 +15,25 @@
 /// two constructors: from the context's values and those values, and from a context and those values.
 ///
 /// A payload whose packet is followed by a text (a name, a message) hands it out by `followingText()`; the text is not
-/// counted in the header's length.
+/// counted in the header's length. It may say of the text:
+///     kTextIfRoom      into memory that is too small for it, the packet is written without it
+///     kCutTextIsNone   in memory, a text that cannot be read counts as none
+///     kTextMayCount    packets are also read whose header counts the text; they are written without
+///
+/// The header's length follows every setter of a payload (see QUORVEX_RESIZABLE). A change through a reference, as
+/// `packet.AccData() = data`, cannot be seen: Length() and StreamSize() know it at once, the header itself from the
+/// next write on.
+///
+/// A Read-In constructor keeps the header that it is given, also where kinds do not look at it. Written is always the
+/// length that goes with the bytes behind it, and a plain read takes no other: it refuses the code of another kind and
+/// a length that the payload does not use up.
 
 #include "quorvex/format/Context.h"
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/format/Packet.h"
 #include "quorvex/packets/PayloadIn.h"
+#include "quorvex/packets/PayloadOperations.h"
 #include "quorvex/platform/Export.h"
 
 #include <algorithm>
@@ -39,23 +51,29 @@ struct MediaTexts {
 
     constexpr MediaTexts(const char* both) : stream(both), buffer(both) {}
     constexpr MediaTexts(const char* ofStream, const char* ofBuffer) : stream(ofStream), buffer(ofBuffer) {}
+    constexpr const MediaTexts& orElse(const MediaTexts& other) const { return stream ? *this : other; }
 };
 
 /// How the packets of one class are read: what its Read-In constructors throw, by the step that fails, and where it
 /// differs from the others. Without a text the class does not make the check.
 struct ReadRules {
     MediaTexts header = nullptr;        ///< the header's code or length is not that of the kind
+    MediaTexts tooShort = nullptr;      ///< the length is below the fixed payload, if not as `header`
+    MediaTexts misfit = nullptr;        ///< the payload cannot have that length, if not as `header`
     MediaTexts size = nullptr;          ///< the buffer is smaller than the fixed payload
     MediaTexts context = nullptr;       ///< the context cannot be read
+    MediaTexts basis = nullptr;         ///< the payload of the class below cannot be read, if not as that class says
     MediaTexts payload = nullptr;       ///< the payload cannot be read
     MediaTexts text = nullptr;          ///< the text behind the packet cannot be read
     const char* textReadLog = nullptr;  ///< goes to the message log when the text cannot be read,
     const char* textWriteLog = nullptr; ///< and when it cannot be written
     int least = -1;                     ///< payload bytes that the plain buffer read asks for, if not the fixed ones
-    bool cutTextIsNone = false;         ///< in memory, a text that cannot be read counts as none
     bool wholeSize = false;             ///< `size` is checked for all bytes that the header announces
     bool logged = false;                ///< failures of plain reads and writes go to the message log
 };
+
+/// Rules of a class in which nothing can fail.
+inline constexpr ReadRules kNoRules{};
 
 /// Rules of a class that says the same whatever fails.
 constexpr ReadRules sameText(const char* text) {
@@ -79,11 +97,6 @@ struct NoPayload {
     template <class Self, class Visitor> static void fields(Self&, Visitor&) {}
 };
 
-template <class Part>
-concept HasFollowingText = requires(Part& part) {
-    part.followingText();
-};
-
 namespace protocol {
 
 /// Marks the constructors that take a context and a tuple of all payload values.
@@ -103,24 +116,6 @@ concept SizedPart = requires {
 QUORVEX_API void logFailedRead(tagTCode code, Step step, bool fromStream);
 QUORVEX_API void logFailedWrite(tagTCode code, Step step, bool toStream);
 QUORVEX_API void logInvalidHeader(tagTCode code, bool fromStream);
-
-template <class Part> bool writePart(const Part& part, std::ostream& out) {
-    try {
-        if constexpr (requires { part.write(out); }) {
-            return part.write(out);
-        } else if constexpr (Part::Len() == 0 && !VariablePart<Part>) {
-            return true;
-        } else {
-            char bytes[UINT8_MAX];
-            encodePart(part, bytes);
-            return out.write(bytes, partSize(part)).good();
-        }
-    } catch (const std::exception& exception) {
-        if constexpr (requires { Part::onWriteException(""); })
-            Part::onWriteException(exception.what());
-        return false;
-    }
-}
 
 /// Every form of the second list, with the values of the first list's first form before its own.
 template <class Before, class List> struct PrefixForms;
@@ -170,6 +165,9 @@ protected:
         if (!in.read(static_cast<Context&>(*this)))
             protocol::failReadIn(in, texts.context);
     }
+
+    /// Brings the header's length in line with the payload.
+    virtual void SetPacketHeaderLength() { SetLength(Len()); }
 };
 
 using PlainPacket = ContextPacket<NoContext>;
@@ -199,9 +197,12 @@ public:
             return Base::Length();
     }
 
+    /// 0 for a packet that cannot be written.
     unsigned StreamSize() const override {
+        if (!protocol::isWritable(static_cast<const Payload&>(*this)))
+            return 0;
         const CCharStringSequence* following = text();
-        const unsigned own = CPacketHeader::Len() + this->Length();
+        const unsigned own = CPacketHeader::Len() + payloadSize();
         const unsigned more = following && !following->empty() ? following->StreamSize() : 0;
         return std::max(own + more, more); // a text that is too long to tell does not make the packet a short one
     }
@@ -230,9 +231,9 @@ public:
     }
 
     unsigned write(char* buf, unsigned size) override {
-        const unsigned need = CPacketHeader::Len() + payloadSize();
-        if (!fitsHeader())
+        if (!protocol::isWritable(static_cast<const Payload&>(*this)))
             return 0;
+        const unsigned need = CPacketHeader::Len() + payloadSize();
         if (!buf || size < need) {
             logWrite(size < CPacketHeader::Len()                    ? protocol::Step::Header
                      : size < CPacketHeader::Len() + Context::Len() ? protocol::Step::Context
@@ -240,7 +241,8 @@ public:
                      false);
             return 0;
         }
-        headerToWrite().write(buf, size);
+        renewHeader();
+        CPacketHeader::write(buf, size);
         char* to = buf + CPacketHeader::Len();
         visitParts([&to](const auto& part) {
             encodePart(part, to);
@@ -250,17 +252,20 @@ public:
         if (!following || following->empty())
             return need;
         const unsigned more = following->write(to, size - need);
-        if (more == 0)
+        if (more == 0) {
+            if (requires { Payload::kTextIfRoom; })
+                return need;
             logText(Rules.textWriteLog);
+        }
         return more == 0 ? 0 : need + more;
     }
 
     bool write(std::ostream& out) override {
-        if (!fitsHeader())
+        if (!protocol::isWritable(static_cast<const Payload&>(*this)))
             return false;
-        CPacketHeader header = headerToWrite();
+        renewHeader();
         protocol::Step step = protocol::Step::Header;
-        bool good = header.write(out);
+        bool good = CPacketHeader::write(out);
         visitParts([&](const auto& part) {
             if (!good)
                 return;
@@ -287,7 +292,7 @@ public:
     template <class Other> void copyPayload(const Other& other) {
         Base::copyPayload(other);
         static_cast<Payload&>(*this) = static_cast<const Payload&>(other);
-        syncLength();
+        PacketOf::SetPacketHeaderLength();
     }
 
     const CCharStringSequence* text() const {
@@ -298,25 +303,30 @@ public:
     }
 
 protected:
-    explicit PacketOf(tagTCode code) : Base(code) { syncLength(); }
+    explicit PacketOf(tagTCode code) : Base(code) { PacketOf::SetPacketHeaderLength(); }
 
     template <class... V>
     PacketOf(protocol::FromValues mark, tagTCode code, const Context& context, const std::tuple<V...>& values)
         : Base(mark, code, context, protocol::head<kBaseValues>(values)),
           Payload(std::make_from_tuple<Payload>(protocol::tail<kBaseValues>(values))) {
-        syncLength();
+        PacketOf::SetPacketHeaderLength();
     }
 
-    /// Builds the packet from its payload. Where several classes take part, each throws its own texts.
-    explicit PacketOf(PayloadIn& in, const ReadRules& = Rules) : Base(checked(in), Rules) {
+    /// Builds the packet from its payload. Where several classes take part, each throws its own texts, but for what
+    /// the class above has a text for.
+    explicit PacketOf(PayloadIn& in, const ReadRules& above = kNoRules) : Base(checked(in), Rules) {
         if (!in.read(static_cast<Payload&>(*this)))
-            protocol::failReadIn(in, Rules.payload);
-        if constexpr (HasFollowingText<Payload>) {
-            if (!in.readText(Payload::followingText()) && (in.fromStream() || !Rules.cutTextIsNone)) {
-                logText(Rules.textReadLog);
-                protocol::failReadIn(in, Rules.text);
-            }
-        }
+            protocol::failReadIn(in, above.basis.orElse(Rules.payload));
+        if constexpr (HasFollowingText<Payload>)
+            readText(in);
+    }
+
+    /// What a Read-In constructor checks at its end, and hands out.
+    static void finish(const PayloadIn& in, tagTCode code, unsigned* consumed) {
+        if (Rules.header.stream && (in.header().TraceCode() != code || in.left() != 0))
+            protocol::failReadIn(in, Rules.header);
+        if (consumed)
+            *consumed = in.consumed();
     }
 
     unsigned payloadSize() const {
@@ -329,24 +339,33 @@ protected:
         }
     }
 
-    /// Brings the header's length in line with the payload; for whatever changes the size of a payload.
-    void syncLength() { this->SetLength(static_cast<std::uint8_t>(payloadSize())); }
-
-private:
-    /// Whether the header's one byte can tell the payload's length; values of any width can make it too long.
-    bool fitsHeader() const {
-        if constexpr (kVariable)
-            return payloadSize() <= UINT8_MAX;
-        else
-            return true;
+    void SetPacketHeaderLength() override {
+        CPacketHeader::SetLength(static_cast<std::uint8_t>(std::min(payloadSize(), unsigned{UINT8_MAX})));
     }
 
-    /// The header, with the length that goes with the payload where that varies.
-    CPacketHeader headerToWrite() const {
+private:
+    /// Makes the header tell what is about to be written.
+    void renewHeader() {
         if constexpr (kVariable)
-            return CPacketHeader(CPacketHeader::TraceCode(), static_cast<std::uint8_t>(this->Length()));
+            this->SetPacketHeaderLength();
         else
-            return *this;
+            CPacketHeader::SetLength(Len());
+    }
+
+    void readText(PayloadIn& in) {
+        CCharStringSequence& text = Payload::followingText();
+        if constexpr (requires { Payload::kTextMayCount; }) {
+            if (in.left() > 0) {
+                if (!in.readCountedText(text))
+                    protocol::failReadIn(in, Rules.text);
+                PacketOf::SetPacketHeaderLength();
+                return;
+            }
+        }
+        if (!in.readText(text) && !in.cutTextIsNone(static_cast<const Payload&>(*this))) {
+            logText(Rules.textReadLog);
+            protocol::failReadIn(in, Rules.text);
+        }
     }
 
     static constexpr std::size_t kBaseValues = protocol::FirstCount<typename Base::Forms>::value;
@@ -362,8 +381,10 @@ private:
     static PayloadIn& checked(PayloadIn& in) {
         const unsigned length = in.header().Length();
         if constexpr (Rules.header.stream) {
-            if (length < Len() || !fits(length))
-                protocol::failReadIn(in, Rules.header);
+            if (length < Len())
+                protocol::failReadIn(in, Rules.tooShort.orElse(Rules.header));
+            if (!fits(length))
+                protocol::failReadIn(in, Rules.misfit.orElse(Rules.header));
         }
         if (Rules.size.buffer && !in.holds(Rules.wholeSize ? length : Len()))
             protocol::failReadIn(in, Rules.size);
@@ -372,21 +393,21 @@ private:
 
     /// Reads into a fresh packet first, so that a failure leaves this one as it was.
     bool load(PayloadIn& in) {
-        if constexpr (Rules.logged) {
-            if (in.header().TraceCode() != this->TraceCode() || !fits(in.header().Length())) {
-                protocol::logInvalidHeader(this->TraceCode(), in.fromStream());
+        if (in.header().TraceCode() == CPacketHeader::TraceCode() && fits(in.header().Length())) {
+            try {
+                PacketOf fresh(in);
+                if (in.left() == 0) {
+                    *this = fresh;
+                    return true;
+                }
+            } catch (const std::exception&) {
+                logRead(in.held(Context::Len()) ? protocol::Step::Payload : protocol::Step::Context, in.fromStream());
                 return false;
             }
         }
-        try {
-            PacketOf fresh(in);
-            *this = fresh;
-            return true;
-        } catch (const std::exception&) {
-            logRead(in.consumed() < Context::Len() ? protocol::Step::Context : protocol::Step::Payload,
-                    in.fromStream());
-            return false;
-        }
+        if constexpr (Rules.logged)
+            protocol::logInvalidHeader(CPacketHeader::TraceCode(), in.fromStream());
+        return false;
     }
 
     static void logText(const char* text) {
@@ -431,6 +452,25 @@ public:
         : Rest(FromValues{}, lead..., context, std::tie(values...)) {}
 };
 
+/// What a shared base has beside its values: the default state and the Read-In constructors, whose header brings the
+/// code.
+template <class Packet> class BaseCore : public Packet {
+public:
+    explicit BaseCore(tagTCode code) : Packet(code) {}
+    BaseCore(const CPacketHeader& header, std::istream& in) : BaseCore(PayloadIn(header, in)) {}
+    /// `consumed` is 0 when it throws.
+    BaseCore(const CPacketHeader& header, const char* buf, unsigned size, unsigned& consumed)
+        : BaseCore(PayloadIn(header, buf, size), &(consumed = 0)) {}
+
+protected:
+    using Packet::Packet;
+
+private:
+    explicit BaseCore(PayloadIn&& in, unsigned* consumed = nullptr) : Packet(in) {
+        Packet::finish(in, in.header().TraceCode(), consumed);
+    }
+};
+
 /// What every kind has beside its values: its code, the default state and the Read-In constructors.
 template <tagTCode Code, class Base> class KindCore : public Base {
 public:
@@ -438,8 +478,9 @@ public:
 
     KindCore() : Base(Code) {}
     KindCore(const CPacketHeader& header, std::istream& in) : KindCore(PayloadIn(header, in)) {}
+    /// `consumed` is 0 when it throws.
     KindCore(const CPacketHeader& header, const char* buf, unsigned size, unsigned& consumed)
-        : KindCore(PayloadIn(header, buf, size), &consumed) {}
+        : KindCore(PayloadIn(header, buf, size), &(consumed = 0)) {}
 
 protected:
     template <class Values>
@@ -447,20 +488,15 @@ protected:
         : Base(mark, Code, context, values) {}
 
 private:
-    explicit KindCore(PayloadIn&& in, unsigned* consumed = nullptr) : Base(in) {
-        if (Base::kRules.header.stream && (in.header().TraceCode() != Code || in.left() != 0))
-            failReadIn(in, Base::kRules.header);
-        if (consumed)
-            *consumed = in.consumed();
-    }
+    explicit KindCore(PayloadIn&& in, unsigned* consumed = nullptr) : Base(in) { Base::finish(in, Code, consumed); }
 };
 
 } // namespace protocol
 
 /// A class that several kinds share, with public constructors that take the type code first.
 template <const ReadRules& Rules, class Base, class Payload = NoPayload>
-using BaseOf = protocol::Constructors<PacketOf<Rules, Base, Payload>, Form<tagTCode>, typename Base::Context::Values,
-                                      typename PacketOf<Rules, Base, Payload>::Forms>;
+using BaseOf = protocol::Constructors<protocol::BaseCore<PacketOf<Rules, Base, Payload>>, Form<tagTCode>,
+                                      typename Base::Context::Values, typename PacketOf<Rules, Base, Payload>::Forms>;
 
 /// A concrete kind of packet: `Base` with a type code.
 template <tagTCode Code, class Base>

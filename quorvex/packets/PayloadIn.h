@@ -17,18 +17,27 @@ concept VariablePart = requires(Part& part) {
 }
 || Part::kTakesRest;
 
+/// A context: it moves itself, and reports by itself what a stream throws.
+template <class Part>
+concept ContextPart = requires(Part& part, std::istream& in) {
+    typename Part::Values;
+    part.read(in);
+};
+
 /// A cursor over the payload of one packet whose header is already read. It hides whether the bytes come from a stream
 /// or from memory and does all checks of bounds.
 class PayloadIn {
 public:
     PayloadIn(const CPacketHeader& header, std::istream& in) : m_header(header), m_stream(&in) {}
     PayloadIn(const CPacketHeader& header, const char* payload, unsigned size)
-        : m_header(header), m_buffer(payload), m_size(payload ? size : 0) {}
+        : m_header(header), m_buffer(payload), m_size(size) {}
 
     const CPacketHeader& header() const { return m_header; }
     bool fromStream() const { return m_stream != nullptr; }
     /// Whether that many bytes of payload are there. A stream cannot tell beforehand.
-    bool holds(unsigned size) const { return m_stream || (m_buffer && size <= m_size); }
+    bool holds(unsigned size) const { return m_stream || size <= m_size; }
+    /// Whether that many bytes of payload were there.
+    bool held(unsigned size) const { return m_stream ? size <= m_payload : size <= m_size; }
     /// Bytes that the header announces beyond those taken; negative when more were taken.
     int left() const { return static_cast<int>(m_header.Length()) - static_cast<int>(m_payload); }
     /// All bytes taken, those of texts behind the payload included.
@@ -47,7 +56,7 @@ public:
         if (m_stream) {
             if (!readFromStream(part, size))
                 return false;
-        } else if (m_size - m_payload < size || !decodePart(part, m_buffer + m_payload, size)) {
+        } else if (!inMemory(size) || !decodePart(part, m_buffer + m_payload, size)) {
             return false;
         }
         m_payload += size;
@@ -58,13 +67,47 @@ public:
     bool readText(CCharStringSequence& text) {
         if (m_stream)
             return text.read(*m_stream);
-        return text.read(m_buffer + m_payload, m_size - m_payload, m_text);
+        return !m_buffer || text.read(m_buffer + m_payload, m_size - m_payload, m_text);
+    }
+    /// Reads a text that the header's length counts: it makes up all that is left.
+    bool readCountedText(CCharStringSequence& text) {
+        const unsigned size = static_cast<unsigned>(left());
+        char bytes[UINT8_MAX];
+        const char* from = bytes;
+        if (!m_stream) {
+            if (!inMemory(size))
+                return false;
+            from = m_buffer + m_payload;
+        } else if (!readBytes(bytes, size)) {
+            return false;
+        }
+        unsigned taken = 0;
+        if (!text.read(from, size, taken) || taken != size)
+            return false;
+        m_payload += size;
+        return true;
+    }
+    /// Whether the part takes a text that cannot be read for none, which can be done in memory only: a stream has no
+    /// way back.
+    template <class Part> bool cutTextIsNone(const Part&) const {
+        return !m_stream && requires {
+            Part::kCutTextIsNone;
+        };
     }
 
 private:
+    bool inMemory(unsigned size) const { return size <= m_size - m_payload && (m_buffer || size == 0); }
+
+    bool readBytes(char* to, unsigned size) {
+        try {
+            return m_stream->read(to, size).good();
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
+
     template <class Part> bool readFromStream(Part& part, unsigned size) {
-        // A context reports by itself what the stream throws.
-        if constexpr (requires { part.read(*m_stream); }) {
+        if constexpr (ContextPart<Part>) {
             return part.read(*m_stream);
         } else {
             try {

@@ -13,6 +13,7 @@ bool CFunctionEnterPayload::TgtFuncIdIsValid() const {
 void CFunctionEnterPayload::SrcFuncId(std::uint32_t id) {
     m_SrcFuncId = id;
     m_form2 = SrcFuncIdIsValid();
+    SetPacketHeaderLength();
 }
 
 std::uint32_t CFunctionEnterPayload::SrcFuncId() const {

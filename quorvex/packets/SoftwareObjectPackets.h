@@ -27,7 +27,7 @@ QUORVEX_NAME_PAYLOAD(CFunctionDefinePayload, FuncDef)
 QUORVEX_NAME_PAYLOAD(CProcessDefinePayload, ProcDef)
 
 /// Name and size in bytes of a type.
-class QUORVEX_API CTypeDefinePayload {
+class QUORVEX_API CTypeDefinePayload : public PayloadOperations<CTypeDefinePayload> {
     QUORVEX_FIELD(std::uint8_t, VarSize, 0)
     QUORVEX_DEFINITION(TypeDef)
 
@@ -44,7 +44,7 @@ public:
 };
 
 /// Name and type of a variable.
-class QUORVEX_API CVariableDefinePayload {
+class QUORVEX_API CVariableDefinePayload : public PayloadOperations<CVariableDefinePayload> {
     QUORVEX_FIELD(std::uint32_t, TypeId, 0)
     QUORVEX_DEFINITION(VarDef)
 
@@ -62,7 +62,7 @@ public:
 
 /// The function that is entered or left (the target), and the one that control came from (the source) where it is
 /// known. All ones is no function. A payload with a valid source is in form 2, any other in form 1.
-class QUORVEX_API CFunctionEnterPayload {
+class QUORVEX_API CFunctionEnterPayload : public PayloadOperations<CFunctionEnterPayload> {
 public:
     using Forms = FormList<Form<std::uint32_t>, Form<std::uint32_t, std::uint32_t>>;
     static constexpr std::uint32_t kNoFunction = 0xFFFFFFFF;
@@ -81,9 +81,6 @@ public:
     virtual void TgtFuncId(std::uint32_t id);
     virtual std::uint32_t TgtFuncId() const;
 
-    /// Bytes of the payload as it is.
-    std::uint8_t PayloadLength() const { return m_form2 ? Len_Form2 : Len_Form1; }
-
     static constexpr std::uint8_t Len() { return Len_Form1; }
     static constexpr bool fits(unsigned size) { return size == Len_Form1 || size == Len_Form2; }
     bool shape(unsigned size) {
@@ -101,10 +98,12 @@ private:
     std::uint32_t m_SrcFuncId = kNoFunction;
     std::uint32_t m_TgtFuncId = kNoFunction;
     bool m_form2 = false;
+
+    QUORVEX_RESIZABLE
 };
 
 /// The value that a variable had when it was read or written.
-class QUORVEX_API CVariableAccBasePayload {
+class QUORVEX_API CVariableAccBasePayload : public PayloadOperations<CVariableAccBasePayload> {
 public:
     using Forms = FormList<Form<>, Form<const CData&>>;
     static constexpr bool kTakesRest = true;
@@ -114,7 +113,10 @@ public:
 
     const CData& VarData() const { return m_VarData; }
     CData& VarData() { return m_VarData; }
-    void VarData(const CData& data) { m_VarData = data; }
+    void VarData(const CData& data) {
+        m_VarData = data;
+        SetPacketHeaderLength();
+    }
     unsigned VarLen() const { return m_VarData.Length(); }
 
     static constexpr std::uint8_t Len() { return 0; }
@@ -127,6 +129,8 @@ public:
 
 private:
     CData m_VarData;
+
+    QUORVEX_RESIZABLE
 };
 
 #define QUORVEX_OBJECT_RULES(Class, Id, Packet)                                                                        \
@@ -211,10 +215,25 @@ QUORVEX_BASE(CVariableAccBase, kVariableDataRules, PacketOf<kVariableAccBaseRule
 QUORVEX_BASE(CRelVariableAccBase, kRelVariableDataRules,
              PacketOf<kRelVariableAccBaseRules, RelCorePacket, CVariableBasePayload>, CVariableAccBasePayload)
 
+/// An entry or exit, whose header tells which of the two forms it has.
+template <const ReadRules& Rules, class Base>
+class QUORVEX_TEMPLATE_API FunctionAccess : public PacketOf<Rules, Base, CFunctionEnterPayload> {
+public:
+    /// Bytes behind the context.
+    std::uint8_t PayloadLength() const {
+        return static_cast<std::uint8_t>(CPacketHeader::Length() - Base::Context::Len());
+    }
+
+protected:
+    using PacketOf<Rules, Base, CFunctionEnterPayload>::PacketOf;
+
+    void SetLength() { this->SetPacketHeaderLength(); }
+};
+
 QUORVEX_KIND(FunctionDefine, PacketOf<kFunctionDefineRules, CFunctionBase, CFunctionDefinePayload>)
 QUORVEX_KIND(FunctionUndefine, CFunctionBase)
-QUORVEX_KIND(FunctionEnter, PacketOf<kFunctionEnterRules, CorePacket, CFunctionEnterPayload>)
-QUORVEX_KIND(FunctionLeave, PacketOf<kFunctionEnterRules, CorePacket, CFunctionEnterPayload>)
+QUORVEX_KIND(FunctionEnter, FunctionAccess<kFunctionEnterRules, CorePacket>)
+QUORVEX_KIND(FunctionLeave, FunctionAccess<kFunctionEnterRules, CorePacket>)
 QUORVEX_KIND(ProcessDefine, PacketOf<kProcessDefineRules, CProcessBase, CProcessDefinePayload>)
 QUORVEX_KIND(ProcessUndefine, CProcessBase)
 QUORVEX_KIND(ProcessEnter, CProcessBase)
@@ -228,8 +247,8 @@ QUORVEX_KIND(VariableWrite, CVariableAccBase)
 
 QUORVEX_KIND(RelFunctionDefine, PacketOf<kRelFunctionDefineRules, CRelFunctionBase, CFunctionDefinePayload>)
 QUORVEX_KIND(RelFunctionUndefine, CRelFunctionBase)
-QUORVEX_KIND(RelFunctionEnter, PacketOf<kRelFunctionEnterRules, RelCorePacket, CFunctionEnterPayload>)
-QUORVEX_KIND(RelFunctionLeave, PacketOf<kRelFunctionEnterRules, RelCorePacket, CFunctionEnterPayload>)
+QUORVEX_KIND(RelFunctionEnter, FunctionAccess<kRelFunctionEnterRules, RelCorePacket>)
+QUORVEX_KIND(RelFunctionLeave, FunctionAccess<kRelFunctionEnterRules, RelCorePacket>)
 QUORVEX_KIND(RelProcessDefine, PacketOf<kRelProcessDefineRules, CRelProcessBase, CProcessDefinePayload>)
 QUORVEX_KIND(RelProcessUndefine, CRelProcessBase)
 QUORVEX_KIND(RelProcessEnter, CRelProcessBase)

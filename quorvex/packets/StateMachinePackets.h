@@ -19,7 +19,7 @@ namespace Quorvex {
 QUORVEX_ID_PAYLOAD(CStateMachineIdentifier, StateMachine)
 QUORVEX_NAME_PAYLOAD(CStateMachineDefinePayload, StateMachineDefinition)
 
-class QUORVEX_API CStateMachineInstanceDefinePayload {
+class QUORVEX_API CStateMachineInstanceDefinePayload : public PayloadOperations<CStateMachineInstanceDefinePayload> {
     QUORVEX_FIELD(std::uint32_t, StateMachineInstance, 0)
     QUORVEX_DEFINITION(InstanceDefinition)
 
@@ -36,7 +36,7 @@ public:
     }
 };
 
-class QUORVEX_API CStateDefinePayload {
+class QUORVEX_API CStateDefinePayload : public PayloadOperations<CStateDefinePayload> {
     QUORVEX_FIELD(std::uint32_t, State, 0)
     QUORVEX_DEFINITION(StateDefinition)
 
@@ -53,7 +53,7 @@ public:
     }
 };
 
-class QUORVEX_API CTransitionDefinePayload {
+class QUORVEX_API CTransitionDefinePayload : public PayloadOperations<CTransitionDefinePayload> {
     QUORVEX_FIELD(std::uint32_t, SourceState, 0)
     QUORVEX_FIELD(std::uint32_t, TargetState, 0)
     QUORVEX_FIELD(std::uint32_t, Transition, 0)
@@ -75,7 +75,7 @@ public:
     }
 };
 
-class QUORVEX_API CInitialStatePayload {
+class QUORVEX_API CInitialStatePayload : public PayloadOperations<CInitialStatePayload> {
     QUORVEX_FIELD(std::uint32_t, StateMachineInstance, 0)
     QUORVEX_FIELD(std::uint32_t, State, 0)
     QUORVEX_FIELD(std::uint32_t, HWCtx, 0)
@@ -97,7 +97,7 @@ public:
     }
 };
 
-class QUORVEX_API CTransitionPayload {
+class QUORVEX_API CTransitionPayload : public PayloadOperations<CTransitionPayload, 20> {
     QUORVEX_FIELD(std::uint32_t, StateMachineInstance, 0)
     QUORVEX_FIELD(std::uint32_t, TransitionId, 0)
     QUORVEX_FIELD(std::uint32_t, HWCtx, 0)
@@ -115,7 +115,10 @@ public:
 
     const CData& EventData() const { return m_data; }
     CData& EventData() { return m_data; }
-    void EventData(const CData& data) { m_data = data; }
+    void EventData(const CData& data) {
+        m_data = data;
+        SetPacketHeaderLength();
+    }
 
     static constexpr std::uint8_t Len() { return 20; }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
@@ -128,27 +131,27 @@ public:
 
 private:
     CData m_data;
+
+    QUORVEX_RESIZABLE
 };
 
 inline constexpr const char* kStateMachinePacketText = "CStateMachineBase: Read-In constructor could not packet data!";
 inline constexpr ReadRules kStateMachineBaseRules{
     .header = kStateMachinePacketText, .size = kStateMachinePacketText, .payload = kStateMachinePacketText};
 
-#define QUORVEX_STATE_RULES(Class, Header)                                                                             \
+#define QUORVEX_STATE_RULES(Class, ...)                                                                                \
     {                                                                                                                  \
-        .header = Header,                                                                                              \
+        .header = kStateMachinePacketText __VA_OPT__(, ) __VA_ARGS__,                                                  \
         .payload = Class ": Read-In constructor could not read valid state machine definition string.",                \
         .text = Class ": Read-In constructor could not read valid state machine definition string."                    \
     }
-inline constexpr ReadRules kStateMachineDefineRules =
-    QUORVEX_STATE_RULES("CStateMachineDefine", kStateMachinePacketText);
-inline constexpr ReadRules kStateMachineInstanceDefineRules =
-    QUORVEX_STATE_RULES("CStateMachineInstanceDefine", kStateMachinePacketText);
-inline constexpr ReadRules kStateDefineRules = QUORVEX_STATE_RULES("CStateDefine", kStateMachinePacketText);
-inline constexpr ReadRules kTransitionDefineRules = QUORVEX_STATE_RULES("CTransitionDefine", kStateMachinePacketText);
-inline constexpr ReadRules kInitialStateRules = QUORVEX_STATE_RULES("CInitialState", kStateMachinePacketText);
-inline constexpr ReadRules kTransitionRules =
-    QUORVEX_STATE_RULES("CTransition", "Transition payload length in header is less than fixed payload size.");
+inline constexpr ReadRules kStateMachineDefineRules = QUORVEX_STATE_RULES("CStateMachineDefine");
+inline constexpr ReadRules kStateMachineInstanceDefineRules = QUORVEX_STATE_RULES("CStateMachineInstanceDefine");
+inline constexpr ReadRules kStateDefineRules = QUORVEX_STATE_RULES("CStateDefine");
+inline constexpr ReadRules kTransitionDefineRules = QUORVEX_STATE_RULES("CTransitionDefine");
+inline constexpr ReadRules kInitialStateRules = QUORVEX_STATE_RULES("CInitialState");
+inline constexpr ReadRules kTransitionRules = QUORVEX_STATE_RULES(
+    "CTransition", .tooShort = "Transition payload length in header is less than fixed payload size.");
 #undef QUORVEX_STATE_RULES
 
 QUORVEX_BASE(CStateMachineBase, kStateMachineBaseRules, PlainPacket, CStateMachineIdentifier)

@@ -26,7 +26,7 @@ template <> struct FieldCodec<SFrameConfig> {
 };
 
 /// Format version, length of the frame in bytes (all ones: unknown) and its configuration.
-class QUORVEX_API CTraceEnabledPayload {
+class QUORVEX_API CTraceEnabledPayload : public PayloadOperations<CTraceEnabledPayload> {
     QUORVEX_FIELD(std::uint32_t, Version, 0)
     QUORVEX_FIELD(std::uint64_t, FrameLen, kUnknown64)
 
@@ -64,10 +64,16 @@ private:
 
 /// A time in ticks of a clock, with the core it belongs to and the ticks of that clock in one second where known. The
 /// payload holds the fields that are valid; setting a field makes it so.
-class QUORVEX_API CTimestampPayload {
+class QUORVEX_API CTimestampPayload : public PayloadOperations<CTimestampPayload> {
+    template <class... More>
+    using FormsAnd =
+        FormList<Form<std::uint64_t>, Form<std::uint64_t, std::uint32_t>, Form<std::uint64_t, std::uint64_t>,
+                 Form<std::uint64_t, std::uint32_t, std::uint64_t>, More...>;
+
 public:
-    using Forms = FormList<Form<std::uint64_t>, Form<std::uint64_t, std::uint32_t>, Form<std::uint64_t, std::uint64_t>,
-                           Form<std::uint64_t, std::uint32_t, std::uint64_t>>;
+    /// 64 bits may come as another type than std::uint64_t, and must not be taken for a core.
+    using Forms = std::conditional_t<std::is_same_v<std::uint64_t, unsigned long long>, FormsAnd<>,
+                                     FormsAnd<Form<std::uint64_t, unsigned long long>>>;
     /// Which fields are valid, as bits.
     enum FieldsValid : unsigned { None = 0, TimestampValid = 1, HWCtxValid = 2, FrequencyValid = 4 };
     static constexpr std::uint8_t Len_TS = 8;
@@ -77,14 +83,18 @@ public:
 
     CTimestampPayload() = default;
     explicit CTimestampPayload(std::uint64_t timestamp) : m_Timestamp(timestamp) {}
-    CTimestampPayload(std::uint64_t timestamp, std::uint32_t hwCtx) : m_Timestamp(timestamp) { HWCtx(hwCtx); }
-    CTimestampPayload(std::uint64_t timestamp, std::uint64_t frequency) : m_Timestamp(timestamp) {
-        Frequency(frequency);
-    }
+    CTimestampPayload(std::uint64_t timestamp, std::uint32_t hwCtx)
+        : m_Timestamp(timestamp), m_HWCtx(hwCtx), m_valid(TimestampValid | HWCtxValid) {}
+    CTimestampPayload(std::uint64_t timestamp, std::uint64_t frequency)
+        : m_Timestamp(timestamp), m_Frequency(frequency), m_valid(TimestampValid | FrequencyValid) {}
+    template <std::same_as<unsigned long long> Frequency>
+    CTimestampPayload(std::uint64_t timestamp, Frequency frequency) requires(!std::same_as<Frequency, std::uint64_t>)
+        : CTimestampPayload(timestamp, std::uint64_t{frequency}) {}
     CTimestampPayload(std::uint64_t timestamp, std::uint32_t hwCtx, std::uint64_t frequency)
-        : CTimestampPayload(timestamp, hwCtx) {
-        Frequency(frequency);
-    }
+        : m_Timestamp(timestamp),
+          m_Frequency(frequency),
+          m_HWCtx(hwCtx),
+          m_valid(TimestampValid | HWCtxValid | FrequencyValid) {}
 
     std::uint64_t Timestamp() const { return m_Timestamp; }
     std::uint32_t HWCtx() const { return m_HWCtx; }
@@ -121,12 +131,15 @@ private:
     template <class T> void set(T& field, T value, FieldsValid bit) {
         field = value;
         m_valid |= bit;
+        SetPacketHeaderLength();
     }
 
     std::uint64_t m_Timestamp = kUnknown64;
     std::uint64_t m_Frequency = 0;
     std::uint32_t m_HWCtx = 0;
     unsigned m_valid = TimestampValid;
+
+    QUORVEX_RESIZABLE
 };
 
 /// Padding: how many bytes, each 0x80 when written and anything when read.
@@ -143,7 +156,7 @@ template <> struct FieldCodec<FillBytes> {
     static void encode(const FillBytes& value, char* to) { std::memset(to, 0x80, value.count); }
 };
 
-class QUORVEX_API CFillPayload {
+class QUORVEX_API CFillPayload : public PayloadOperations<CFillPayload> {
 public:
     using Forms = FormList<Form<std::uint8_t>>;
     static constexpr bool kTakesRest = true;
@@ -158,6 +171,8 @@ public:
 
 protected:
     FillBytes m_fill;
+
+    QUORVEX_RESIZABLE
 };
 
 inline constexpr ReadRules kTraceEnabledRules{
@@ -170,22 +185,24 @@ inline constexpr ReadRules kSyncRules{
     .size = "CSync: Read-In Constructor invalid buffer size supplied",
     .context = {"CSync: Read-In Constructor could not read absolute context from stream",
                 "CSync: Read-In Constructor could not read sync data from stream."}};
-/// Packets without payload have nothing that could fail; a length in their header is neither checked nor skipped.
-inline constexpr ReadRules kEmptyRules{};
 
 /// A payload shorter than 16 bytes is read, and the header keeps its length; written is always the full payload, behind
-/// the header as it is.
+/// the header as it is. So such a packet must not be put into a trace before `Length()` is mended, by a copy of its
+/// values into a fresh packet. Length() is the header's; StreamSize() is what is written.
 class QUORVEX_API CTraceEnabled
     : public Kind<TraceEnabled, PacketOf<kTraceEnabledRules, PlainPacket, CTraceEnabledPayload>> {
 public:
     using Constructors::Constructors;
 
     unsigned Length() const override { return GetLength(); }
-    unsigned StreamSize() const override { return CPacketHeader::Len() + unsigned{Len()}; }
+
+protected:
+    void SetPacketHeaderLength() override {}
 };
 
-QUORVEX_KIND(TraceDisabled, PacketOf<kEmptyRules, PlainPacket>)
-QUORVEX_KIND(EndOfTrace, PacketOf<kEmptyRules, PlainPacket>)
+// The Read-In constructors neither check nor skip a length in their header.
+QUORVEX_KIND(TraceDisabled, PacketOf<kNoRules, PlainPacket>)
+QUORVEX_KIND(EndOfTrace, PacketOf<kNoRules, PlainPacket>)
 
 class QUORVEX_API CFill : public Kind<Fill, PacketOf<kFillRules, PlainPacket, CFillPayload>> {
 public:
@@ -193,7 +210,7 @@ public:
 
     void SetLength(std::uint8_t count) {
         m_fill.count = count;
-        syncLength();
+        SetPacketHeaderLength();
     }
 };
 

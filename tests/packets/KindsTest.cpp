@@ -1,5 +1,6 @@
 // The whole treatment of every kind, from the table of samples.
 
+#include "quorvex/packets/SoftwareObjectPackets.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"
@@ -45,10 +46,12 @@ TEST_P(Kinds, WritesItsBytesOnBothMediaAndNothingWhereTheyDoNotFit) {
     EXPECT_EQ(hex(out.str()), hex(wire));
 
     EXPECT_EQ(packet->write(nullptr, 1000), 0U);
+    const bool leavesTextOut = header.TraceCode() == SignalDefine || header.TraceCode() == RelSignalDefine;
     for (unsigned size = 0; size < wire.size(); ++size) {
         const std::unique_ptr<char[]> small(new char[size + 1]);
         small[size] = '\x55';
-        EXPECT_EQ(packet->write(small.get(), size), 0U) << size;
+        const unsigned alone = 2 + header.Length();
+        EXPECT_EQ(packet->write(small.get(), size), leavesTextOut && size >= alone ? alone : 0U) << size;
         EXPECT_EQ(small[size], '\x55');
     }
 }
@@ -75,10 +78,12 @@ TEST_P(Kinds, SaysForEveryCutWhichStepFailed) {
     for (unsigned size = 0; size < payload.size(); ++size) {
         const std::string cut = payload.substr(0, size);
         const ExactBlock block(cut);
-        unsigned consumed = 0;
+        unsigned consumed = 77;
+        const std::string said = expected(GetParam().bufferCuts, size);
         EXPECT_EQ(thrownBy([&] { PacketPointer(CPacketFactory::getCPacket(header, block.data(), size, consumed)); }),
-                  expected(GetParam().bufferCuts, size))
+                  said)
             << "buffer of " << size;
+        EXPECT_TRUE(said.empty() || consumed == 0 || header.TraceCode() == CharString);
         for (const std::ios::iostate throws : {std::ios::goodbit, std::ios::failbit | std::ios::eofbit}) {
             std::istringstream in(cut);
             in.exceptions(throws);
@@ -106,6 +111,41 @@ TEST_P(Kinds, StaysAsItIsWhenAReadFails) {
         EXPECT_EQ(written(*packet), hex(wire)) << size;
     }
     EXPECT_EQ(packet->read(nullptr, 1000), 0U);
+    takeLog();
+}
+
+TEST_P(Kinds, TakesNoHeaderThatIsNotItsOwn) {
+    if (header.TraceCode() == CharString)
+        return; // has a payload of any length
+    const PacketPointer packet = make();
+    const auto read = [&](tagTCode code, unsigned length) {
+        std::string other = wire.substr(0, 2 + std::min(length, header.Length())) + std::string(300, '\0');
+        other[0] = static_cast<char>(code);
+        other[1] = static_cast<char>(length);
+        const ExactBlock block(other);
+        const bool fromBuffer = packet->read(block.data(), block.size()) != 0;
+        const std::string now = written(*packet);
+        std::istringstream in(other);
+        EXPECT_EQ(packet->read(in), fromBuffer);
+        EXPECT_EQ(written(*packet), now);
+        return fromBuffer;
+    };
+    EXPECT_FALSE(read(header.TraceCode() == ExecInsn ? NonExecInsn : ExecInsn, header.Length()));
+    const auto [least, most] = CTCodeInfo::TCodeToLength(header.TraceCode());
+    // What the layouts do not tell: short trace-enabled packets, and function entries with their source.
+    const bool isEnabled = header.TraceCode() == TraceEnabled;
+    const bool hasForms = isEnabled || dynamic_cast<CFunctionEnterPayload*>(packet.get());
+    for (unsigned length = 0; length < 256; ++length) {
+        const std::string before = written(*packet);
+        if (!read(header.TraceCode(), length)) {
+            EXPECT_EQ(written(*packet), before) << length;
+            continue;
+        }
+        EXPECT_TRUE(least != most || least == length || hasForms) << length;
+        EXPECT_EQ(packet->Length(), length);
+        EXPECT_EQ(written(*packet).size(),
+                  3 * (2 + std::max(length, isEnabled ? 16U : 0U)) - 1);
+    }
     takeLog();
 }
 

@@ -2,7 +2,10 @@
 // test's name says what it is.
 
 #include "quorvex/packets/PacketKinds.h"
+#include "quorvex/stream/TraceWriterPaged.h"
+#include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/Doubles.h"
 #include "tests/support/RandomPackets.h"
 
 #include <gtest/gtest.h>
@@ -136,13 +139,13 @@ TEST(FunctionEnterPacket, LogsWhichStepOfAPlainReadOrWriteFailed) {
     const auto failed = [](const std::string& what) { return "FunctionEnter: " + what + ".\n"; };
     const struct {
         unsigned size;
-        std::string part, inMemory = part;
-    } cuts[] = {{1, "header data"}, {25, "core context"}, {29, "function identifier", "core context"}};
-    for (const auto& [size, part, inMemory] : cuts) {
+        std::string part;
+    } cuts[] = {{1, "header data"}, {25, "core context"}, {26, "function identifier"}, {29, "function identifier"}};
+    for (const auto& [size, part] : cuts) {
         std::istringstream in(wire.substr(0, size));
         EXPECT_FALSE(packet.read(in) || packet.read(wire.data(), size) || packet.write(buffer, size));
         EXPECT_EQ(takeLog(), failed("Failed to read " + part + " from stream") +
-                                 failed("Failed to read " + inMemory + " from buffer") +
+                                 failed("Failed to read " + part + " from buffer") +
                                  failed("Failed to write " + part + " to buffer"));
     }
     std::ostringstream full;
@@ -162,6 +165,7 @@ TEST(ReadIn, TakesThePayloadThatTheHeaderAnnouncesOrSaysWhyNot) {
         return std::string(kind) + ": Read-In Constructor" + end;
     };
     const std::string function = "CFunctionBase: Read-In constructor invalid header data supplied!";
+    const std::string stateMachine = "CStateMachineBase: Read-In constructor could not packet data!";
     const std::string type = "CTypeDefine: Read-In Constructor called with invalid header data";
     const struct {
         std::string (*read)(std::uint8_t length, unsigned size);
@@ -198,13 +202,20 @@ TEST(ReadIn, TakesThePayloadThatTheHeaderAnnouncesOrSaysWhyNot) {
         {readIn<CRelSystemData>, 1, 1, "1"},
         {readIn<CBusSync>, 17, 20, invalid("CBusSync")},
         {readIn<CTransition>, 23, 30, "Transition payload length in header is less than fixed payload size."},
+        {readIn<CTransition, InitialState>, 24, 30, stateMachine},
         {readIn<CTransition>, 24, 30, "24"},
+        {readIn<CStateDefine>, 9, 10, stateMachine},
         // A state without a name; an event with 64 bytes of data.
         {readIn<CStateDefine>, 8, 10, "8"},
         {readIn<CEvent>, 92, 92, "92"},
-        {readIn<CCounterValueDimN>, 41, 60, invalid("CCounterValueDimN")},
-        {readIn<CRelCounterValueDimN>, 14 + 28 * 8, 240, invalid("CRelCounterValueDimN")},
-        {readIn<CCounterValueVar>, 31, 60, invalid("CCounterValueVar")},
+        {readIn<CCounterValueDimN>, 35, 60, invalid("CCounterValueDimN")},
+        {readIn<CCounterValueDimN>, 41, 60, invalid("CCounterValueDimN", " read invalid counter index data.")},
+        {readIn<CRelCounterValueDimN>, 14 + 28 * 8, 240,
+         invalid("CRelCounterValueDimN", " read invalid counter index data.")},
+        {readIn<CCounterValueVar>, 31, 60, "Len2Size: supplied size must be multiples of two!"},
+        {readIn<CRelCounterValueVar>, 5, 60, invalid("CRelCounterValueVar")},
+        {readIn<CRelCounterValueVar>, 6 + 228, 240,
+         invalid("CRelCounterValueVar", " could not read variable counter value and index from stream")},
         {readIn<CCounterValueVar>, 28, 28, "28"}, // a value of no width
         {readIn<CCounterValueVar>, 254, 254, "254"},
         {readIn<CCounterValue>, 36, 27, "CCounterBase: Read-In constructor invalid buffer size supplied!"},
@@ -213,6 +224,25 @@ TEST(ReadIn, TakesThePayloadThatTheHeaderAnnouncesOrSaysWhyNot) {
     for (const auto& [read, length, size, said] : rows)
         EXPECT_EQ(read(length, size), said) << unsigned{length} << " of " << size;
     takeLog();
+}
+
+TEST(ReadIn, TellsANullBufferFromOneThatIsTooSmall) {
+    const auto said = [](const auto& packet, unsigned size) {
+        using P = std::decay_t<decltype(packet)>;
+        unsigned consumed = 7;
+        const std::string text = thrownBy([&] { P(CPacketHeader(P::kCode, P::Len()), nullptr, size, consumed); });
+        EXPECT_EQ(consumed, 0U);
+        return text;
+    };
+    EXPECT_EQ(said(CRelExecInsn(), 2), "CRelExecInsn: Read-In Constructor could not read context data.");
+    EXPECT_EQ(said(CSync(), 24), "CSync: Read-In Constructor could not read sync data from stream.");
+    EXPECT_EQ(said(CSync(), 23), "CSync: Read-In Constructor invalid buffer size supplied");
+    EXPECT_EQ(said(CRelDirectBranch(), 10),
+              "CRelBranchBase: Read-In constructor could not read context from input buffer.");
+    EXPECT_EQ(said(CHWExceptionEnter(), 28), "CHWExceptionBase: Read-In Constructor could not read context data.");
+    EXPECT_EQ(said(CFunctionUndefine(), 28), "CFunctionBase: Read-In constructor could not read context data!");
+    EXPECT_EQ(said(CSignal(), 16), "CSignal: Read-In Constructor could not read bus context from stream");
+    EXPECT_EQ(said(CTraceDisabled(), 5), "");
 }
 
 TEST(Lengths, CountTheDataButNotTheName) {
@@ -230,6 +260,79 @@ TEST(Lengths, CountTheDataButNotTheName) {
     CWriteData access;
     access.AccData() = CData(std::uint64_t{1}, 64);
     EXPECT_EQ(access.Length(), 96U);
+}
+
+/// What a step makes of a packet, as the header by itself tells it.
+template <class P> std::string headerAfter(void (*change)(P&), P packet = P()) {
+    change(packet);
+    const std::string wire = written(packet);
+    P other = packet;
+    other.StreamSize();
+    CPacketHeader header(other);
+    char raw[2];
+    EXPECT_EQ(header.write(raw, 2), 2U);
+    EXPECT_EQ(packet.Length(), header.Length()) << wire;
+    EXPECT_EQ(wire.substr(0, 5), hex(std::string(raw, 2)));
+    return hex(std::string(raw, 2));
+}
+
+TEST(Lengths, AreInTheHeaderAfterEachSetter) {
+    static const TCounterIdx_t indices[3];
+    static const CData data(std::uint64_t{1}, 5);
+    static const CSignalMask mask("101010101");
+    EXPECT_EQ(headerAfter<CTimestamp>([](auto& p) { p.HWCtx(2); }), "77 0c");
+    EXPECT_EQ(headerAfter<CTimestamp>([](auto& p) { p.Frequency(2); }), "77 10");
+    EXPECT_EQ(headerAfter<CFunctionEnter>([](auto& p) { p.SrcFuncId(2); }), "92 20");
+    EXPECT_EQ(headerAfter<CRelFunctionLeave>([](auto& p) { p.SrcFuncId(~0U); }, {1, 2, 3, 4}), "83 06");
+    EXPECT_EQ(headerAfter<CVariableRead>([](auto& p) { p.VarData(data); }), "b4 21");
+    EXPECT_EQ(headerAfter<CRelWriteData>([](auto& p) { p.AccData(data); }), "23 0f");
+    EXPECT_EQ(headerAfter<CBusData>([](auto& p) { p.Data(data); }), "d0 16");
+    EXPECT_EQ(headerAfter<CRelBusAddrData>([](auto& p) { p.Data(data); }), "c1 0f");
+    EXPECT_EQ(headerAfter<CSystemData>([](auto& p) { p.Data(data); }), "d5 15");
+    EXPECT_EQ(headerAfter<CSignal>([](auto& p) { p.SignalValue(mask); }), "d4 12");
+    EXPECT_EQ(headerAfter<CRelSignal>([](auto& p) { p.SignalMask(mask); }), "c4 03");
+    EXPECT_EQ(headerAfter<CSignalDefine>([](auto& p) { p.SignalMask(mask); }), "d2 16");
+    EXPECT_EQ(headerAfter<CEvent>([](auto& p) { p.EvtData(data); }), "76 21");
+    EXPECT_EQ(headerAfter<CTransition>([](auto& p) { p.EventData(data); }), "dc 1d");
+    EXPECT_EQ(headerAfter<CCounterValueDimN>([](auto& p) { p.CntrIdx(3, indices); }), "57 3c");
+    EXPECT_EQ(headerAfter<CRelCounterValueDimN>([](auto& p) { p = CCounterIndexDimN(2, indices); }), "47 1e");
+    EXPECT_EQ(headerAfter<CRelCounterValueVar>([](auto& p) {
+                  p.CntrVal(std::uint32_t{1});
+                  p.CntrIdx(std::uint32_t{1});
+              }),
+              "43 0e");
+    EXPECT_EQ(headerAfter<CFill>([](auto& p) { p.SetLength(4); }), "7d 04");
+    EXPECT_EQ(headerAfter<CBusData>([](auto& p) { p.CBusDataPayload::read("\1\2\3", 3, 3); }), "d0 13");
+    // Through a reference the header learns of it when the packet is written.
+    EXPECT_EQ(headerAfter<CReadData>([](auto& p) {
+                  p.AccData() = data;
+                  EXPECT_EQ(p.Length(), 37U);
+                  EXPECT_EQ(p.StreamSize(), 39U);
+                  wireOf(p);
+              }),
+              "32 25");
+}
+
+TEST(Lengths, AreWrittenAsTheyAreWhereTheHeaderThatWasReadSaysOtherwise) {
+    const std::string payload(24, '1');
+    unsigned consumed = 0;
+    CExecInsn insn(CPacketHeader(ExecInsn, 99), payload.data(), 24, consumed);
+    EXPECT_TRUE(insn.Length() == 99 && insn.StreamSize() == 26);
+    EXPECT_EQ(written(insn), hex("\x10\x18" + payload));
+    CTraceDisabled disabled(CPacketHeader(TraceDisabled, 3), nullptr, 0, consumed);
+    EXPECT_EQ(written(disabled), "7a 00");
+}
+
+TEST(SignalDefinePacket, LeavesItsNameOutOfABufferThatHasNoRoomForIt) {
+    CRelSignalDefine packet(1, 2, CSignalMask("1"), "name");
+    char buffer[14];
+    EXPECT_EQ(packet.StreamSize(), 14U);
+    for (const unsigned size : {14U, 13U, 8U, 7U}) {
+        EXPECT_EQ(packet.write(buffer, size), size == 14 ? 14U : size < 8 ? 0U : 8U);
+        unsigned alone = 0;
+        EXPECT_EQ(packet.CSignalDefinePayload::write(buffer, size - 3, alone), size >= 8);
+        EXPECT_EQ(alone, size == 14 ? 11U : size < 8 ? 0U : 5U);
+    }
 }
 
 TEST(RelSignalPacket, IsReadFromNoBufferShorterThan18BytesThoughItMayBeSmaller) {
@@ -291,14 +394,72 @@ TEST(Counters, TakeTheNumberOfIndicesAndTheWidthFromTheLength) {
     EXPECT_EQ(CCounterValueVarPayload::Len2Size(8) + CCounterValueVarPayload::Size2Len(4), 12U);
 }
 
-TEST(Counters, AreNotWrittenWhenTheyDoNotFitAPacket) {
-    const std::uint8_t raw[200] = {};
-    CCounterValueVar packet(kContext, 1, CCounterValueVarPayload(TVarCounter_t(raw, 200), TVarCounter_t(raw, 200)));
-    char buffer[600];
-    EXPECT_EQ(packet.write(buffer, sizeof buffer), 0U);
-    std::ostringstream out;
-    EXPECT_FALSE(packet.write(out));
-    EXPECT_EQ(out.str(), "");
+TEST(Counters, AreNotWrittenWhenNoPacketCouldTellThem) {
+    const std::uint8_t raw[255] = {};
+    const auto wide = [&](unsigned width) { return TVarCounter_t(raw, static_cast<std::uint8_t>(width)); };
+    for (const auto& [value, index] : {std::pair{3U, 5U}, {0U, 3U}, {112U, 113U}, {114U, 114U}, {255U, 255U}}) {
+        const CCounterValueVarPayload payload(wide(value), wide(index));
+        CCounterValueVar absolute(kContext, 1, payload);
+        CRelCounterValueVar relative(CRelCoreContext(1, 2), 1, CCounterValueVarPayload(wide(113), wide(113)));
+        EXPECT_EQ(relative.StreamSize(), 2 + 6 + 226U);
+        relative = payload;
+        for (CPacket* packet : std::initializer_list<CPacket*>{&absolute, &relative}) {
+            const unsigned context = packet == &absolute ? 28 : 6;
+            char buffer[600] = "x";
+            EXPECT_EQ(packet->write(buffer, sizeof buffer), 0U);
+            EXPECT_EQ(buffer[0], 'x');
+            std::ostringstream out;
+            EXPECT_FALSE(packet->write(out));
+            EXPECT_EQ(out.str(), "");
+            EXPECT_EQ(packet->Length(), context + value + index);
+            EXPECT_EQ(packet->StreamSize(), 0U);
+
+            // Not even a page that has little room is ended for them.
+            MemorySink plainSink, sink{std::string(kPageSize - 10, 'x')};
+            CTraceWriterPlain plain(plainSink);
+            CTraceWriterPaged paged(sink);
+            EXPECT_FALSE(plain.put(packet) || paged.put(packet));
+            EXPECT_TRUE(plain.tellp() == 0 && paged.tellp() == kPageSize - 10);
+        }
+    }
+}
+
+TEST(Counters, AreReadWithATextThatTheirHeaderCountsAndWrittenWithout) {
+    const std::string fields = "11 12 13 14 61", name = "7e 02 61 62", context = std::string(24 * 2, '2');
+    const struct {
+        const char *counted, *ours;
+        std::string payload;
+    } rows[] = {{"50 21", "50 1d", context + fields + name},
+                {"41 0b", "41 07", "31 32" + fields + name},
+                {"40 09", "40 07", "31 32" + fields + "7e 00"}};
+    for (const auto& [counted, ours, payload] : rows) {
+        const std::string wire = bytes(counted + payload), next = bytes("7e 01 63 7a 00");
+        const bool named = payload.ends_with(name);
+        const std::string expected = hex(bytes(ours + (named ? payload : payload.substr(0, payload.size() - 5))));
+        const ReadBothWays read(wire);
+        ASSERT_TRUE(read.fromBuffer && read.fromStream);
+        const PacketPointer plain(CPacketFactory::getCPacket(codeOf(wire)));
+        const PacketPointer fromStream(CPacketFactory::getCPacket(codeOf(wire)));
+        EXPECT_EQ(plain->read((wire + next).data(), static_cast<unsigned>(wire.size() + 5)), wire.size());
+        std::istringstream in(wire + next);
+        EXPECT_TRUE(fromStream->read(in));
+        EXPECT_EQ(in.tellg(), std::streamoff(wire.size())) << "what follows is another packet's";
+        for (CPacket* packet : {read.fromBuffer.get(), read.fromStream.get(), plain.get(), fromStream.get()}) {
+            EXPECT_EQ(written(*packet), expected);
+            EXPECT_EQ(packet->StreamSize(), bytes(expected).size());
+        }
+        // The length must be that of one text.
+        for (const int delta : {-1, 1}) {
+            std::string wrong = wire + "\x7a";
+            wrong[1] = static_cast<char>(wrong[1] + delta);
+            const ReadBothWays refused(wrong);
+            EXPECT_FALSE(refused.fromBuffer || refused.fromStream);
+            EXPECT_EQ(plain->read(wrong.data(), static_cast<unsigned>(wrong.size())), 0U);
+        }
+        const ReadBothWays cut(wire.substr(0, wire.size() - 1));
+        EXPECT_FALSE(cut.fromBuffer || cut.fromStream);
+    }
+    takeLog();
 }
 
 TEST(BrokenStreams, AreAFailedWriteAndAMessage) {

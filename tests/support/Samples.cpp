@@ -271,20 +271,31 @@ void addCounters(Table& table) {
             defineBuffer);
 
         const std::string valueText = prefix + "CounterValueBase: Read-In Constructor ";
-        const std::vector<Cut> valueStream = {{size + 12, valueText + "could not read counter value."}};
-        const std::vector<Cut> valueBuffer = {
-            {size + 12, valueText + (relative ? "could not read counter value." : "copuld not read from buffer.")}};
-        add(QUORVEX_PAIR(CounterValue, "54 24", "44 0e", kId, kValue), value, valueStream, valueBuffer);
+        const std::string id =
+            relative ? valueText + "could not read basic data." : base + "could not read counter id!";
+        const std::string noValue = valueText + "could not read counter value.";
+        const auto addValue = [&](const Pair& kind, const std::string& payload, const Cut& valueStream,
+                                  const Cut& valueBuffer, const std::vector<Cut>& moreStream,
+                                  const std::vector<Cut>& moreBuffer) {
+            table.add(kind, relative, kIdWire + payload,
+                      std::vector<Cut>{stream[0], {size + 4, id}, valueStream} + moreStream,
+                      buffer + std::vector<Cut>{valueBuffer} + moreBuffer);
+        };
+        const Cut noValueCut{size + 12, noValue};
+        addValue(QUORVEX_PAIR(CounterValue, "54 24", "44 0e", kId, kValue), value, noValueCut,
+                 relative ? noValueCut : Cut{size + 12, valueText + "copuld not read from buffer."}, {}, {});
         const auto indexed = [&](const Pair& kind, const std::string& indices, unsigned end,
-                                 const char* inMemory = "counter index.") {
+                                 const char* basic = "basic value.", const char* inMemory = "counter index.") {
             const std::string could = prefix + kind.name + ": Read-In Constructor could not read ";
-            add(kind, value + indices, valueStream + std::vector<Cut>{{end, could + "counter index."}},
-                valueBuffer + std::vector<Cut>{{end, could + inMemory}});
+            const Cut basicCut = basic ? Cut{size + 12, could + basic} : noValueCut;
+            addValue(kind, value + indices, basicCut, basicCut, {{end, could + "counter index."}},
+                     {{end, could + inMemory}});
         };
         indexed(QUORVEX_PAIR(CounterValueDim1, "55 2c", "45 16", kId, kValue, kFirst), first, size + 20);
-        indexed(QUORVEX_PAIR(CounterValueDim2, "56 34", "46 1e", kId, kValue, kFirst, kLast), first + last, size + 28);
+        indexed(QUORVEX_PAIR(CounterValueDim2, "56 34", "46 1e", kId, kValue, kFirst, kLast), first + last, size + 28,
+                relative ? "basic couner value." : "basic value.");
         indexed(QUORVEX_PAIR(CounterValueDimN, "57 34", "47 1e", kId, kValue, kIndex), first + last, size + 28,
-                relative ? "counter index." : "index value");
+                relative ? nullptr : "basic value", relative ? "counter index." : "index value");
 
         const std::string var = prefix + "CounterValueVar: Read-In Constructor could not read variable " +
                                 (relative ? "counter value and index from stream" : "length counter data from stream");
