@@ -36,7 +36,6 @@
 #include "quorvex/packets/PayloadOperations.h"
 #include "quorvex/platform/Export.h"
 
-#include <algorithm>
 #include <istream>
 #include <ostream>
 #include <tuple>
@@ -340,16 +339,15 @@ protected:
     }
 
     void SetPacketHeaderLength() override {
-        CPacketHeader::SetLength(static_cast<std::uint8_t>(std::min(payloadSize(), unsigned{UINT8_MAX})));
+        const unsigned size = payloadSize();
+        CPacketHeader::SetLength(size < UINT8_MAX ? static_cast<std::uint8_t>(size) : std::uint8_t{UINT8_MAX});
     }
 
 private:
     /// Makes the header tell what is about to be written.
     void renewHeader() {
-        if constexpr (kVariable)
-            this->SetPacketHeaderLength();
-        else
-            CPacketHeader::SetLength(Len());
+        if constexpr (!requires { Payload::kLengthAsRead; })
+            PacketOf::SetPacketHeaderLength();
     }
 
     void readText(PayloadIn& in) {

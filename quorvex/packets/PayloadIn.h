@@ -17,9 +17,9 @@ concept VariablePart = requires(Part& part) {
 }
 || Part::kTakesRest;
 
-/// A context: it moves itself, and reports by itself what a stream throws.
+/// A context, which reports by itself what a stream throws.
 template <class Part>
-concept ContextPart = requires(Part& part, std::istream& in) {
+concept MovesItself = requires(Part& part, std::istream& in) {
     typename Part::Values;
     part.read(in);
 };
@@ -107,7 +107,7 @@ private:
     }
 
     template <class Part> bool readFromStream(Part& part, unsigned size) {
-        if constexpr (ContextPart<Part>) {
+        if constexpr (MovesItself<Part>) {
             return part.read(*m_stream);
         } else {
             try {

@@ -29,7 +29,7 @@ template <class Part> bool isWritable(const Part& part) {
 
 template <class Part> bool writePart(const Part& part, std::ostream& out) {
     try {
-        if constexpr (ContextPart<Part>) {
+        if constexpr (MovesItself<Part>) {
             return part.write(out);
         } else if constexpr (Part::Len() == 0 && !VariablePart<Part>) {
             return true;

@@ -49,6 +49,7 @@ public:
     bool ExceptionFrames() const { return m_FrameConfig.getExceptionFrames(); }
     void ExceptionFrames(bool on) { m_FrameConfig.setExceptionFrames(on); }
 
+    static constexpr bool kLengthAsRead = true; ///< also when it is written
     static constexpr std::uint8_t Len() { return 16; }
     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Number, "Version", self.m_Version);
@@ -187,17 +188,14 @@ inline constexpr ReadRules kSyncRules{
                 "CSync: Read-In Constructor could not read sync data from stream."}};
 
 /// A payload shorter than 16 bytes is read, and the header keeps its length; written is always the full payload, behind
-/// the header as it is. So such a packet must not be put into a trace before `Length()` is mended, by a copy of its
-/// values into a fresh packet. Length() is the header's; StreamSize() is what is written.
+/// the header as it is. A reader of what a short packet wrote loses step: put a fresh packet with its values into a
+/// trace. Length() is the header's, StreamSize() the bytes that are written.
 class QUORVEX_API CTraceEnabled
     : public Kind<TraceEnabled, PacketOf<kTraceEnabledRules, PlainPacket, CTraceEnabledPayload>> {
 public:
     using Constructors::Constructors;
 
     unsigned Length() const override { return GetLength(); }
-
-protected:
-    void SetPacketHeaderLength() override {}
 };
 
 // The Read-In constructors neither check nor skip a length in their header.
