@@ -66,8 +66,8 @@ class QUORVEX_API CFunctionEnterPayload : public PayloadOperations<CFunctionEnte
 public:
     using Forms = FormList<Form<std::uint32_t>, Form<std::uint32_t, std::uint32_t>>;
     static constexpr std::uint32_t kNoFunction = 0xFFFFFFFF;
-    static constexpr std::uint8_t Len_Form1 = 4; ///< TgtFuncId
-    static constexpr std::uint8_t Len_Form2 = 8; ///< SrcFuncId, TgtFuncId
+    /// Bytes of TgtFuncId alone, and of SrcFuncId and TgtFuncId.
+    enum Lengths : std::uint8_t { Len_Form1 = 4, Len_Form2 = 8 };
 
     CFunctionEnterPayload() = default;
     explicit CFunctionEnterPayload(std::uint32_t target) : m_TgtFuncId(target) {}

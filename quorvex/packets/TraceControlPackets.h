@@ -77,10 +77,8 @@ public:
                                      FormsAnd<Form<std::uint64_t, unsigned long long>>>;
     /// Which fields are valid, as bits.
     enum FieldsValid : unsigned { None = 0, TimestampValid = 1, HWCtxValid = 2, FrequencyValid = 4 };
-    static constexpr std::uint8_t Len_TS = 8;
-    static constexpr std::uint8_t Len_TS_HWCtx = 12;
-    static constexpr std::uint8_t Len_TS_Freq = 16;
-    static constexpr std::uint8_t Len_TS_HWCtx_Freq = 20;
+    /// Enumerators, because not every compiler exports constants from a shared library.
+    enum Lengths : std::uint8_t { Len_TS = 8, Len_TS_HWCtx = 12, Len_TS_Freq = 16, Len_TS_HWCtx_Freq = 20 };
 
     CTimestampPayload() = default;
     explicit CTimestampPayload(std::uint64_t timestamp) : m_Timestamp(timestamp) {}

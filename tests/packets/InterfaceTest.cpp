@@ -155,7 +155,7 @@ TEST(Interface, LetsHostsBuildOnTheSharedBases) {
     const std::uint64_t eight = 8;
     const std::uint8_t five = 5, six = 6, nine = 9;
     expectBase<CBranchBase>(DirectBranch, kCoreWire, address, kCore, eight);
-    expectBase<CBranchBase>(IndirectBranch, kCoreWire, address, 1, 2, 3, 4, eight);
+    expectBase<CBranchBase>(IndirectBranch, kCoreWire, address, 1U, 2U, 3U, 4U, eight);
     expectBase<CRelBranchBase>(RelDirectBranch, kRelWire, address, kRel, eight);
     expectBase<CHWExceptionBase>(HWExceptionEnter, kCoreWire, id, kCore, seven);
     expectBase<CRelHWExceptionBase>(RelHWExceptionLeave, kRelWire, id, five, six, seven);
@@ -169,7 +169,7 @@ TEST(Interface, LetsHostsBuildOnTheSharedBases) {
     expectBase<CRelVariableBase>(RelVariableUndefine, kRelWire, id, kRel, seven);
     expectBase<CVariableAccBase>(VariableRead, kCoreWire, id, kCore, seven);
     expectBase<CRelVariableAccBase>(RelVariableWrite, kRelWire, id + data, kRel, seven, kData);
-    expectBase<CDataBase>(ReadData, kCoreWire, address, 1, 2, 3, 4, eight);
+    expectBase<CDataBase>(ReadData, kCoreWire, address, 1U, 2U, 3U, 4U, eight);
     expectBase<CDataBase>(WriteData, kCoreWire, address + data, kCore, eight, kData);
     expectBase<CRelDataBase>(RelReadData, kRelWire, address + data, five, six, eight, kData);
     expectBase<CStateMachineBase>(StateMachineUndefine, "", id, seven);
