@@ -7,7 +7,6 @@
 #include <charconv>
 #include <limits>
 #include <memory>
-#include <type_traits>
 
 namespace Quorvex {
 
@@ -20,24 +19,6 @@ constexpr std::uint64_t kLongest = std::numeric_limits<std::int64_t>::max();
 } // namespace
 
 CViewerWriter::~CViewerWriter() = default;
-
-std::uint64_t CViewerWriter::tickOf(const CPacket& packet) {
-    if (const auto* core = contextOf<CCoreContext>(packet))
-        return core->Tick();
-    if (const auto* bus = contextOf<CBusContext>(packet))
-        return bus->Tick();
-    if (const auto* system = contextOf<CSystemContext>(packet))
-        return system->Tick();
-    if (const auto* timestamp = packetAs<CTimestamp>(packet))
-        return timestamp->Timestamp();
-    if (const auto* message = packetAs<CMessage>(packet))
-        return message->Timestamp();
-    if (const auto* state = packetAs<CInitialState>(packet))
-        return state->Tick();
-    if (const auto* transition = packetAs<CTransition>(packet))
-        return transition->Tick();
-    return kUnknown64;
-}
 
 std::uint64_t CViewerWriter::unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) const {
     if (m_frequency == 0 || m_frequency == unitsPerSecond)
@@ -63,24 +44,10 @@ void CViewerWriter::clear() {
 bool CViewerWriter::put(CPacket* packet) {
     if (!packet || m_finished)
         return false;
-    const tagTCode code = packet->TraceCode();
-    // The references of relative packets.
-    const auto note = [packet](auto& reference) {
-        if (const auto* context = contextOf<std::remove_reference_t<decltype(reference)>>(*packet))
-            reference = *context;
-    };
-    if (code == Sync)
-        note(m_core);
-    else if (code == BusSync)
-        note(m_bus);
-    else if (code == SystemSync)
-        note(m_system);
-    const ContextSort sort = sortOfRelative(code);
-    if (sort == ContextSort::None)
+    m_contexts.note(*packet);
+    if (sortOfRelative(packet->TraceCode()) == ContextSort::None)
         return showAbsolute(*packet);
-    const std::unique_ptr<CPacket> absolute(sort == ContextSort::Core  ? CPacketFactory::decompress(packet, m_core)
-                                            : sort == ContextSort::Bus ? CPacketFactory::decompress(packet, m_bus)
-                                                                       : CPacketFactory::decompress(packet, m_system));
+    const std::unique_ptr<CPacket> absolute(m_contexts.absolute(*packet));
     return absolute && showAbsolute(*absolute);
 }
 
@@ -101,7 +68,7 @@ bool CViewerWriter::showAbsolute(CPacket& packet) {
 }
 
 std::uint64_t CViewerWriter::timeOf(const CPacket& packet) {
-    const std::uint64_t tick = tickOf(packet);
+    const std::uint64_t tick = m_contexts.tickOf(packet);
     if (tick == kUnknown64)
         return m_time;
     if (m_start == kUnknown64)

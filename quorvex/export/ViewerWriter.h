@@ -1,9 +1,9 @@
 #pragma once
 
 #include "quorvex/export/TraceNames.h"
-#include "quorvex/format/Context.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/platform/TemporaryFile.h"
+#include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/TraceSink.h"
 
 #include <cstdint>
@@ -43,8 +43,8 @@ public:
     /// Whether the file has been written without a failure.
     bool written() const { return m_finished && !m_failed; }
 
-    /// The tick that a packet carries, absolute; unknown when it carries none.
-    static std::uint64_t tickOf(const CPacket& packet);
+    /// The time that a packet tells by itself; unknown for relative packets.
+    static std::uint64_t tickOf(const CPacket& packet) { return CContexts().tickOf(packet); }
 
     virtual ~CViewerWriter();
 
@@ -88,9 +88,7 @@ private:
     std::uint64_t m_start = kUnknown64;
     std::uint64_t m_time = 0;
     std::uint64_t m_frequency = 0;
-    CCoreContext m_core;
-    CBusContext m_bus;
-    CSystemContext m_system;
+    CContexts m_contexts;
     bool m_failed = false;
     bool m_finished = false;
 };

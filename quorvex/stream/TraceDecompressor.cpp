@@ -10,13 +10,12 @@ namespace Quorvex {
 
 namespace {
 
-template <class Context> bool note(const CPacket* packet, Context& reference, const char* failure) {
-    const auto* context = contextOf<Context>(*packet);
-    if (context)
-        reference = *context;
-    else
-        logError(failure);
-    return context != nullptr;
+const char* failureOf(ContextSort sync) {
+    return sync == ContextSort::Core ? "CTraceDecompressor::decompress(): Could not cast Sync packet to CCoreContext."
+           : sync == ContextSort::Bus
+               ? "CTraceDecompressor::decompress(): Could not cast BusSync packet to CBusContext."
+               : "CTraceDecompressor::decompress(): Could not cast SystemSync packet to "
+                 "CSystemContext.";
 }
 
 } // namespace
@@ -69,10 +68,8 @@ bool CTraceDecompressor::decompress() {
         const auto next = std::next(at);
         CPacket* packet = *at;
         const tagTCode code = packet ? packet->TraceCode() : Invalid;
-        if (const ContextSort sort = sortOfRelative(code); sort != ContextSort::None) {
-            CPacket* absolute = sort == ContextSort::Core  ? CPacketFactory::decompress(packet, m_core)
-                                : sort == ContextSort::Bus ? CPacketFactory::decompress(packet, m_bus)
-                                                           : CPacketFactory::decompress(packet, m_system);
+        if (sortOfRelative(code) != ContextSort::None) {
+            CPacket* absolute = m_contexts.absolute(*packet);
             good = absolute != nullptr;
             if (good) {
                 m_pending.insert(at, absolute);
@@ -80,9 +77,11 @@ bool CTraceDecompressor::decompress() {
             } else {
                 logError("CTraceDecompressor::decompress(): Could not create decompressed packet!");
             }
-        } else if (sortOfSync(code) != ContextSort::None) {
-            good = noteSync(packet);
-            if (good && m_dropSync)
+        } else if (const ContextSort sync = sortOfSync(code); sync != ContextSort::None) {
+            good = m_contexts.note(*packet);
+            if (!good)
+                logError(failureOf(sync));
+            else if (m_dropSync)
                 garbage.splice(garbage.end(), m_pending, at);
         } else if (code == Fill && m_dropFill) {
             garbage.splice(garbage.end(), m_pending, at);
@@ -92,18 +91,6 @@ bool CTraceDecompressor::decompress() {
     if (!CPacketFactory::release(garbage))
         logError("CTraceDecompressor::decompress(): Leaking decompressed packets!");
     return good;
-}
-
-bool CTraceDecompressor::noteSync(const CPacket* packet) {
-    switch (sortOfSync(packet->TraceCode())) {
-    case ContextSort::Core:
-        return note(packet, m_core, "CTraceDecompressor::decompress(): Could not cast Sync packet to CCoreContext.");
-    case ContextSort::Bus:
-        return note(packet, m_bus, "CTraceDecompressor::decompress(): Could not cast BusSync packet to CBusContext.");
-    default:
-        return note(packet, m_system,
-                    "CTraceDecompressor::decompress(): Could not cast SystemSync packet to CSystemContext.");
-    }
 }
 
 } // namespace Quorvex

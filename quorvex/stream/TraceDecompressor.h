@@ -1,14 +1,13 @@
 #pragma once
 
-#include "quorvex/format/Context.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/TraceSource.h"
 
 namespace Quorvex {
 
 /// Turns the relative packets of another source into absolute ones, with the help of the sync packets among them; the
-/// mirror of the compressor. Before the first sync packet of a kind, packets are relative to an unknown context: all
-/// ones in tick and address, 0 in the other fields.
+/// mirror of the compressor. CContexts tells what they are relative to, also before the first sync packet.
 ///
 /// The source behind must outlive the decompressor.
 class QUORVEX_API CTraceDecompressor : public CTraceSource {
@@ -36,15 +35,12 @@ private:
     bool treats(tagTCode code) const;
     /// Converts the pending packets.
     bool decompress();
-    bool noteSync(const CPacket* packet);
 
     CTraceSource& m_upstream;
     bool m_dropFill;
     bool m_dropSync;
     std::list<CPacket*> m_pending;
-    CCoreContext m_core;
-    CBusContext m_bus;
-    CSystemContext m_system;
+    CContexts m_contexts;
 };
 
 } // namespace Quorvex
