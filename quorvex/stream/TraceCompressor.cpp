@@ -89,7 +89,7 @@ CTraceCompressor::Result CTraceCompressor::compress() {
     if (!CPacketFactory::release(m_pending))
         logError("CTraceCompressor: Error! Could not release forward list content.");
     // The sync packets may be among what is lost.
-    m_references = {std::nullopt, std::nullopt, std::nullopt};
+    m_references = References();
     return Result::Refused;
 }
 

@@ -11,8 +11,9 @@
 namespace Quorvex {
 
 /// Turns absolute packets into relative ones on their way to another sink. Where a context cannot be told relative to
-/// the last one of its kind, a Sync, BusSync or SystemSync packet with that context is put before the packet; every
-/// relative packet is relative to the sync packet of its kind before it. All other packets pass as they are.
+/// the last Sync, BusSync or SystemSync packet of its sort, such a packet with that context is put before the packet.
+/// The first packet of each sort gets one in any case, also where its context is unknown: so what comes out means the
+/// same behind another trace, whose sync packets would else be taken for its own. All other packets pass as they are.
 ///
 /// The sink behind must outlive the compressor. Nothing waits between calls. A packet that cannot be converted is given
 /// back, and nothing has changed. What the sink behind refuses once it has been converted is lost, with a report; the
@@ -38,9 +39,9 @@ private:
     /// What relative packets are relative to: the last sync packets. None: what the sink behind has of them is not
     /// known.
     struct References {
-        std::optional<CCoreContext> core = CCoreContext();
-        std::optional<CBusContext> bus = CBusContext();
-        std::optional<CSystemContext> system = CSystemContext();
+        std::optional<CCoreContext> core;
+        std::optional<CBusContext> bus;
+        std::optional<CSystemContext> system;
     };
     /// A change of the pending packets that can be taken back.
     struct Change {

@@ -38,6 +38,7 @@ std::string decompressed(const std::string& wire, bool drop, bool lists = false)
 // Tick 0x1122, core 1, thread 2, address 0x3344, and another in its reach.
 const std::string kCore = "2211000000000000 01000000 02000000 4433000000000000";
 const std::string kNear = "2511000000000000 01000000 02000000 4833000000000000";
+const std::string kUnknown = "ffffffffffffffff 00000000 00000000 ffffffffffffffff";
 const std::string kFar = "2512000000000000 01000000 02000000 4833000000000000";
 
 TEST(Compressor, PutsASyncPacketBeforeWhatCannotBeToldRelatively) {
@@ -49,8 +50,11 @@ TEST(Compressor, PutsASyncPacketBeforeWhatCannotBeToldRelatively) {
         {"10 18" + kCore + "10 18" + kFar, "7f 18" + kCore + "00 02 00 00 7f 18" + kFar + "00 02 00 00"},
         // A sync packet that is there already serves as well.
         {"7f 18" + kCore + "10 18" + kNear, "7f 18" + kCore + "00 02 07 0c"},
-        // What is unknown is told relative to the unknown context that everything begins with.
-        {"10 18 ffffffffffffffff 00000000 00000000 ffffffffffffffff", "00 02 00 00"},
+        // An unknown context, too: what stands before the trace may know one.
+        {"10 18" + kUnknown + "11 18" + kUnknown, "7f 18" + kUnknown + "00 02 00 00 01 02 00 00"},
+        {"d3 14 ffffffffffffffff 00000000 00000000 07000000",
+         "72 10 ffffffffffffffff 00000000 00000000 c3 05 00 07000000"},
+        {"d5 10 ffffffffffffffff 00000000 00000000", "73 10 ffffffffffffffff 00000000 00000000 c5 01 00"},
         {"d5 11 2211000000000000 05000000 06000000 aa", "73 10 2211000000000000 05000000 06000000 c5 02 00 aa"},
         {"d3 14 2211000000000000 01000000 09000000 07000000",
          "72 10 2211000000000000 01000000 09000000 c3 05 00 07000000"},
