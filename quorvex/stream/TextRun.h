@@ -1,6 +1,10 @@
 #pragma once
 
-#include "quorvex/format/TCodeInfo.h"
+/// The texts behind packets. A text is a run of CharString packets behind a packet that takes one: it goes on as long
+/// as they are full (255 bytes) and ends with the first that is not. A run that breaks off (a packet of another kind
+/// follows, or the trace ends) is the text so far. An empty CharString packet that begins a run is no text.
+
+#include "quorvex/packets/CounterPackets.h"
 
 namespace Quorvex {
 
@@ -32,6 +36,21 @@ constexpr bool isFollowedByText(tagTCode code) {
     case StateDefine:
     case TransitionDefine:
         return true;
+    default:
+        return false;
+    }
+}
+
+/// Whether the payload of a packet of that code, as long as its header says, holds the text too. Only definitions of
+/// counters may be written so; no text follows them.
+constexpr bool countsText(tagTCode code, unsigned length) {
+    switch (code) {
+    case CounterDefine:
+    case CounterDefineUnit:
+        return length > CCounterDefine::Len();
+    case RelCounterDefine:
+    case RelCounterDefineUnit:
+        return length > CRelCounterDefine::Len();
     default:
         return false;
     }

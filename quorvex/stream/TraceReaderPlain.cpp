@@ -10,31 +10,33 @@
 
 namespace Quorvex {
 
-/// The reader's bytes as a stream, for the one packet that no block can hold.
+/// The next packet and its text as a stream, for the one that no block can hold. It shows one packet of the run at a
+/// time, and only whole ones.
 class CTraceReaderPlain::Overlong : public std::streambuf {
 public:
-    explicit Overlong(CTraceReaderPlain& reader) : m_reader(reader) { show(); }
+    explicit Overlong(CTraceReaderPlain& reader) : m_reader(reader) { show(CPacketHeader::Len() + reader.at(1)); }
     /// Tells the reader how far the bytes were taken.
-    void finish() { m_reader.m_index = static_cast<unsigned>(gptr() - m_reader.m_block); }
+    void finish() { m_reader.m_index += static_cast<unsigned>(gptr() - eback()); }
+    /// Whether the source has failed on the way.
+    bool failed() const { return m_failed; }
 
 protected:
     int_type underflow() override {
-        m_reader.m_index = m_reader.m_count;
-        if (!m_reader.fill(kPageSize) || m_reader.remain() == 0) {
-            show();
-            return traits_type::eof();
-        }
-        show();
-        return traits_type::to_int_type(*gptr());
+        finish();
+        unsigned size = 0;
+        m_failed = m_failed || !m_reader.loadText(0, size);
+        show(size);
+        return size > 0 ? traits_type::to_int_type(*gptr()) : traits_type::eof();
     }
 
 private:
-    void show() {
-        char* block = m_reader.m_block;
-        setg(block, block + m_reader.m_index, block + m_reader.m_count);
+    void show(unsigned size) {
+        char* start = m_reader.m_block + m_reader.m_index;
+        setg(start, start, start + size);
     }
 
     CTraceReaderPlain& m_reader;
+    bool m_failed = false;
 };
 
 CTraceReaderPlain::~CTraceReaderPlain() = default;
@@ -85,67 +87,85 @@ bool CTraceReaderPlain::load(unsigned count) {
 }
 
 bool CTraceReaderPlain::loadPacket(unsigned& size) {
-    const auto at = [this](unsigned offset) { return static_cast<unsigned char>((m_block + m_index)[offset]); };
     if (!load(CPacketHeader::Len()))
         return false;
     // Never more bytes than the header and the texts announce, though a damaged packet may ask for more: what it would
     // get depends on how much the block happens to hold.
-    size = CPacketHeader::Len() + at(1);
+    const unsigned sizeOfPacket = CPacketHeader::Len() + at(1);
+    size = sizeOfPacket;
     if (!load(size))
         return false;
-    const unsigned sizeOfPacket = size;
-    bool more = isFollowedByText(tagTCode(at(0)));
+    bool more = isFollowedByText(tagTCode(at(0))) && !countsText(tagTCode(at(0)), at(1));
     while (more) {
         if (size + CPacketHeader::Len() + kCharStringMax > kPageSize) {
             size = kOverlong;
             return true;
         }
-        // Only the end of the trace tells that no text follows; where reading fails, it may be there on the next try.
-        if (!load(size + 1))
-            return m_source.eof();
-        if (at(size) != CharString)
-            return true;
-        if (!load(size + CPacketHeader::Len()))
+        unsigned text = 0;
+        if (!loadText(size, text))
             return false;
-        const unsigned length = at(size + 1);
-        if (length == 0 && size == sizeOfPacket)
+        if (text == CPacketHeader::Len() && size == sizeOfPacket)
             return true;
-        size += CPacketHeader::Len() + length;
-        if (!load(size))
-            return false;
-        more = length == kCharStringMax;
+        size += text;
+        more = text == CPacketHeader::Len() + kCharStringMax;
     }
     return true;
 }
 
-CPacket* CTraceReaderPlain::build(unsigned size) {
-    if (size == kOverlong)
-        return buildOverlong();
-    try {
-        unsigned consumed = 0;
-        CPacket* packet = CPacketFactory::getCPacket(m_block + m_index, size, consumed);
-        if (packet && packet->TraceCode() == EndOfTrace)
-            m_eot = true;
-        m_index += consumed;
-        return packet;
-    } catch (const std::exception&) {
-        return nullptr;
-    }
+bool CTraceReaderPlain::loadText(unsigned offset, unsigned& size) {
+    size = 0;
+    // Only the end of the trace tells that no text follows; where reading fails, it may be there on the next try.
+    if (!load(offset + 1))
+        return m_source.eof();
+    if (at(offset) != CharString)
+        return true;
+    if (!load(offset + CPacketHeader::Len()))
+        return m_source.eof();
+    const unsigned whole = CPacketHeader::Len() + at(offset + 1);
+    if (!load(offset + whole))
+        return m_source.eof();
+    size = whole;
+    return true;
 }
 
-CPacket* CTraceReaderPlain::buildOverlong() {
+bool CTraceReaderPlain::build(unsigned size, CPacket*& packet) {
+    packet = nullptr;
+    if (size == kOverlong)
+        return buildOverlong(packet);
+    try {
+        const char* bytes = m_block + m_index;
+        unsigned consumed = 0;
+        packet = CPacketFactory::getCPacket(bytes, size, consumed);
+        if (packet && consumed != size) {
+            const unsigned length = consumed - CPacketHeader::Len();
+            const CPacketHeader header(packet->TraceCode(), static_cast<std::uint8_t>(length));
+            CPacketFactory::releaseCPacket(&packet);
+            packet = CPacketFactory::getCPacket(header, bytes + CPacketHeader::Len(), length, consumed);
+        }
+    } catch (const std::exception&) {
+        return true;
+    }
+    if (packet) {
+        m_eot = m_eot || packet->TraceCode() == EndOfTrace;
+        m_index += size;
+    }
+    return true;
+}
+
+bool CTraceReaderPlain::buildOverlong(CPacket*& packet) {
     const std::uint64_t start = position();
     Overlong bytes(*this);
     std::istream in(&bytes);
-    CPacket* packet = nullptr;
     try {
         packet = CPacketFactory::getCPacket(in);
     } catch (const std::exception&) {
     }
     bytes.finish();
+    if (bytes.failed())
+        CPacketFactory::releaseCPacket(&packet);
     if (!packet)
         seek(start);
-    return packet;
+    return !bytes.failed();
 }
 
 tagTCode CTraceReaderPlain::peek() {
@@ -154,46 +174,42 @@ tagTCode CTraceReaderPlain::peek() {
 
 CPacket* CTraceReaderPlain::get() {
     unsigned size = 0;
-    if (!loadPacket(size))
-        return nullptr;
-    CPacket* packet = build(size);
-    // One that is larger than a block is not damaged but cut: its texts have any bytes.
-    if (!packet && size != kOverlong)
+    CPacket* packet = nullptr;
+    if (loadPacket(size) && build(size, packet) && !packet)
         stepOver();
     return packet;
 }
 
 bool CTraceReaderPlain::stepOver() {
-    return load(CPacketHeader::Len()) && nextLength() > 0 && skip();
+    return load(CPacketHeader::Len()) && at(1) > 0 && skip();
 }
 
 bool CTraceReaderPlain::get(std::list<CPacket*>& packets) {
     const std::size_t before = packets.size();
     const auto inBlock = [this] {
-        return remain() >= CPacketHeader::Len() && remain() >= CPacketHeader::Len() + nextLength();
+        return remain() >= CPacketHeader::Len() && remain() >= CPacketHeader::Len() + at(1);
     };
     while (packets.size() == before || inBlock()) {
         const std::uint64_t start = m_base;
         unsigned size = 0;
-        if (!loadPacket(size))
+        CPacket* packet = nullptr;
+        if (!loadPacket(size) || !build(size, packet))
             break;
-        const tagTCode code = tagTCode(static_cast<unsigned char>(*(m_block + m_index)));
-        CPacket* packet = build(size);
         if (packet) {
             packets.push_back(packet);
             if (m_base != start) // the block was topped up on the way: one block is enough for one batch
                 break;
-        } else if (CTCodeInfo::TCodeIsValid(code) || !stepOver()) {
+        } else if (CTCodeInfo::TCodeIsValid(tagTCode(at(0))) || !stepOver()) {
             break;
         }
     }
-    return packets.size() != before;
+    return !packets.empty();
 }
 
 bool CTraceReaderPlain::skip() {
     if (!load(CPacketHeader::Len()))
         return false;
-    const unsigned size = CPacketHeader::Len() + nextLength();
+    const unsigned size = CPacketHeader::Len() + at(1);
     if (!load(size))
         return false;
     m_index += size;

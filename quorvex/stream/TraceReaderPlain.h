@@ -10,11 +10,15 @@ namespace Quorvex {
 /// The source must outlive the reader. What is handed out does not depend on how the source portions its bytes.
 ///
 /// A packet comes with the text that follows it. An empty CharString packet behind a packet that takes a text says
-/// nothing and is handed out by itself, so that a trace that is read and written again keeps every byte.
+/// nothing and is handed out by itself, so that a trace that is read and written again keeps every byte. A text that
+/// breaks off is the text so far; where the trace ends within a CharString packet, it is that packet that is cut, and
+/// the one before comes with the text that is whole.
 ///
-/// A packet that cannot be built is stepped over by its length: get() returns null and position() has moved on. When
-/// position() has not moved, nothing more can be read there: the rest is cut, or begins with an unknown code of length
-/// 0, which skip() passes.
+/// The reader always goes on behind the length that a packet's header tells, and the texts. Where that is more than the
+/// kind has fields for, the fields come in a packet whose header tells their true length, so that it can be written
+/// again; the rest is stepped over. Where a kind cannot have that length, the packet cannot be built: it is stepped
+/// over, get() returns null and position() has moved on. When position() has not moved, nothing more can be read there:
+/// the rest is cut, or begins with a packet of length 0 that cannot be built, which skip() passes.
 class QUORVEX_API CTraceReaderPlain : public CTraceSource {
 public:
     explicit CTraceReaderPlain(CTraceSourceBuffer& source) : m_source(source) {}
@@ -28,7 +32,8 @@ public:
     std::uint64_t size() override { return m_source.size(); }
     std::uint64_t position() override { return m_base + m_index; }
     tagTCode peek() override;
-    /// Appends the packets of one block. Unknown codes are skipped; a packet that cannot be built ends the batch.
+    /// Appends the packets of one block; true when the list then holds any, those that it held before included. Unknown
+    /// codes are skipped. A packet of a known code that cannot be built ends the batch; get() or skip() passes it.
     bool get(std::list<CPacket*>& packets) override;
     CPacket* get() override;
     /// Steps over the next packet without building it; false when it is cut or there is none.
@@ -44,21 +49,24 @@ private:
     class Overlong;
     static constexpr unsigned kOverlong = ~0U;
 
-    /// Payload length of the next packet, whose header stands in the block.
-    unsigned nextLength() const {
+    /// An unread byte of the block.
+    unsigned at(unsigned offset) const {
         const char* block = m_block;
-        return static_cast<unsigned char>(block[m_index + 1]);
+        return static_cast<unsigned char>(block[m_index + offset]);
     }
 
     /// Tops the block up until it holds that many unread bytes; false when the source has no more.
     bool load(unsigned count);
-    /// Makes sure that the next packet stands in the block whole, with the texts that follow it. False when it is cut.
-    /// `size` gets the bytes to build it from, or kOverlong when it is larger than a block.
+    /// Makes sure that the next packet stands in the block whole, with the texts that follow it. False when it is cut,
+    /// or the source fails. `size` gets the bytes to build it from, or kOverlong when it is larger than a block.
     bool loadPacket(unsigned& size);
+    /// Makes sure that the CharString packet stands in the block that begins that far behind the next unread byte.
+    /// `size` gets its bytes: 0 when there is none, or it is cut. False when the source fails.
+    bool loadText(unsigned offset, unsigned& size);
     /// Builds the next packet out of that many bytes and moves behind it; null, and nothing moved, when it cannot be
-    /// built.
-    CPacket* build(unsigned size);
-    CPacket* buildOverlong();
+    /// built. False, with nothing moved, when the source fails.
+    bool build(unsigned size, CPacket*& packet);
+    bool buildOverlong(CPacket*& packet);
     /// Moves behind a packet that could not be built; false where a length of 0 does not tell how far.
     bool stepOver();
 

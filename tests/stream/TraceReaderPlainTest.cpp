@@ -13,14 +13,18 @@
 namespace Quorvex::test {
 namespace {
 
-/// Expects to read these packets and no more, and to stay behind them, one by one and in lists.
-void expectPackets(const std::string& trace, const std::vector<std::string>& packets, unsigned portion = ~0U) {
-    for (const bool inLists : {false, true}) {
-        MemorySource source(trace, portion);
-        CTraceReaderPlain reader(source);
-        ASSERT_TRUE(readAll(reader, inLists) == packets) << "in portions of " << portion;
-        EXPECT_EQ(reader.position(), join(packets).size());
-        EXPECT_EQ(reader.get(), nullptr) << "again";
+/// Expects to read these packets and no more, and to stay at `end`, one by one and in lists, however the source gives
+/// its bytes.
+void expectPackets(const std::string& trace, const std::vector<std::string>& packets, std::uint64_t end,
+                   const std::string& what = {}) {
+    for (const unsigned portion : {~0U, 1000U}) {
+        for (const bool inLists : {false, true}) {
+            MemorySource source(trace, portion);
+            CTraceReaderPlain reader(source);
+            ASSERT_TRUE(readAll(reader, inLists) == packets) << what << " in portions of " << portion;
+            EXPECT_EQ(reader.position(), end) << what;
+            EXPECT_EQ(reader.get(), nullptr) << what << " again";
+        }
     }
 }
 
@@ -58,26 +62,95 @@ TEST(PlainReader, ReadsANameThatNoBlockCanHold) {
         CFunctionDefine define = named(length);
         CSync sync;
         const std::vector<std::string> packets{wireOf(sync), wireOf(define), wireOf(sync), bytes("7c 00")};
-        for (const unsigned portion : {~0U, 1000U})
-            expectPackets(join(packets), packets, portion);
-        MemorySource cut(join(packets).substr(0, length));
-        CTraceReaderPlain reader(cut);
-        EXPECT_EQ(readAll(reader), Steps{wireOf(sync)}) << "what is cut is not handed out";
-        EXPECT_EQ(reader.position(), wireOf(sync).size());
+        expectPackets(join(packets), packets, join(packets).size());
+        // One that the class refuses is stepped over alone: its texts are packets of their own.
+        std::string damaged = join(packets);
+        damaged[26 + 1] = 27;
+        MemorySource source(damaged);
+        CTraceReaderPlain reader(source);
+        EXPECT_EQ(PacketPointer(reader.get())->TraceCode(), Sync);
+        EXPECT_TRUE(reader.get() == nullptr && reader.position() == 26 + 29);
     }
 }
 
 TEST(PlainReader, StaysAtTheStartOfACutPacket) {
     CSync sync(1, 2, 3, 4);
-    CFunctionDefine define = named(4);
-    const std::string whole = wireOf(sync) + wireOf(define);
+    CMessage message(1, 2, "text");
+    const std::string whole = wireOf(sync) + wireOf(message);
     for (std::size_t size = 0; size < whole.size(); ++size) {
         std::vector<std::string> packets;
         if (size >= 26)
             packets.push_back(wireOf(sync));
-        if (size == 26 + 30)
-            packets.push_back(whole.substr(26, 30)); // without its name the definition is whole
-        expectPackets(whole.substr(0, size), packets);
+        if (size >= 26 + 11)
+            packets.push_back(whole.substr(26, 11)); // it is the text that is cut
+        expectPackets(whole.substr(0, size), packets, join(packets).size());
+    }
+}
+
+// Wherever the block ends, and for names that no block can hold.
+TEST(PlainReader, HandsOutADefinitionWithTheTextThatIsWholeWhereTheTraceEnds) {
+    std::string fills;
+    while (fills.size() < kPageSize)
+        fills += fillOf(256);
+    const auto check = [&](const std::string& before, std::size_t fullTexts, std::size_t cut) {
+        CFunctionDefine define = named(255 * fullTexts);
+        CFunctionDefine longer = named(255 * fullTexts + 255);
+        const std::size_t end = before.size() + 30 + 257 * fullTexts;
+        std::vector<std::string> packets{wireOf(define)};
+        std::string trace = before + wireOf(longer).substr(0, 30 + 257 * fullTexts + cut);
+        for (std::size_t at = before.size(); at > 0; at -= 256)
+            packets.insert(packets.begin(), fillOf(256));
+        expectPackets(trace, packets, end, std::to_string(fullTexts) + " full texts and " + std::to_string(cut));
+        // Or a packet of another kind follows: the text so far.
+        if (cut == 0) {
+            packets.push_back(bytes("7c 00"));
+            expectPackets(trace + bytes("7c 00"), packets, end + 2, "broken off");
+        }
+    };
+    for (const std::size_t cut : {0, 1, 2, 3, 256}) {
+        for (const std::size_t fullTexts : {0, 1, 2}) {
+            check("", fullTexts, cut);
+            check(fills.substr(0, kPageSize - 256), fullTexts, cut);
+            check(fills.substr(0, kPageSize - 512), fullTexts, cut);
+        }
+        for (const std::size_t fullTexts : {1018, 1019, 1020, 1021, 3000}) // a block holds 1019 and a bit
+            check("", fullTexts, cut);
+    }
+}
+
+TEST(PlainReader, GoesOnBehindTheAnnouncedLength) {
+    // Of kinds that take any length, and of those that refuse one.
+    const std::pair<std::string, std::string> cases[] = {
+        {"00 04 01 02 7c 00", "00 02 01 02"},
+        {"05 08 01 02 03000000 7c 00", "05 06 01 02 03000000"},
+        {"10 1a 0100000000000000 02000000 03000000 0400000000000000 7c 00",
+         "10 18 0100000000000000 02000000 03000000 0400000000000000"},
+        {"7f 19 0100000000000000 02000000 03000000 0400000000000000 7c",
+         "7f 18 0100000000000000 02000000 03000000 0400000000000000"},
+        {"7a 02 7c 00", "7a 00"},
+        {"7b 1a 0100000000000000 02000000 03000000 0400000000000000 7c 00",
+         "7b 18 0100000000000000 02000000 03000000 0400000000000000"},
+        {"7c 02 7d 00", "7c 00"},
+        {"80 08 01 02 03000000 7c 00", ""},
+        {"00 01 01", ""},
+        {"72 11 0100000000000000 02000000 03000000 7c", ""},
+        {"79 11 01000000 0200000000000000 00000000 7c", ""},
+    };
+    for (const auto& [given, expected] : cases) {
+        MemorySource source(bytes(given + "7a 00"));
+        CTraceReaderPlain reader(source);
+        const PacketPointer packet(reader.get());
+        EXPECT_EQ(packet ? hex(wireOf(*packet)) : "", hex(bytes(expected))) << given;
+        EXPECT_EQ(reader.position(), bytes(given).size());
+        EXPECT_EQ(reader.eot(), packet && packet->TraceCode() == EndOfTrace);
+        EXPECT_EQ(PacketPointer(reader.get())->TraceCode(), TraceDisabled) << given;
+
+        MemorySource again(bytes(given + "7a 00"));
+        CTraceReaderPlain lists(again);
+        std::list<CPacket*> packets{new CFill};
+        EXPECT_TRUE(lists.get(packets)) << "the list is not empty";
+        EXPECT_EQ(packets.size(), packet ? 3U : 1U) << given;
+        CPacketFactory::release(packets);
     }
 }
 
