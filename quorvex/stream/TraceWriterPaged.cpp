@@ -98,8 +98,12 @@ bool CTraceWriterPaged::handOver(const char* operation, unsigned& written) {
         return std::string("CTraceWriterPaged::") + operation + "(): " + text;
     };
     const unsigned requested = m_fill - m_written;
+    const std::uint64_t position = m_base + m_written;
     written = 0;
-    if (!m_target->write(at(m_written), requested, m_base + m_written, written))
+    const bool done = m_target->write(at(m_written), requested, position, written);
+    if (!m_frame.inPage && m_frame.overlaps(position, position + std::min(written, requested)))
+        m_frame = OpenFrame(); // written over
+    if (!done)
         logError(where("Failed to flush buffer to trace output."));
     else if (written > requested)
         logError(where(counts("Wrote more to output than requested", written, requested)));
@@ -113,6 +117,7 @@ bool CTraceWriterPaged::handOver(const char* operation, unsigned& written) {
 bool CTraceWriterPaged::overflow_flush() {
     unsigned written = 0;
     if (handOver("overflow_flush", written)) {
+        m_frame.inPage = false;
         m_base += m_fill;
         m_fill = m_written = 0;
         return true;
@@ -161,18 +166,27 @@ unsigned CTraceWriterPaged::syncSize() const {
 
 bool CTraceWriterPaged::seekp(std::uint64_t position) {
     if (position >= m_base && position - m_base <= m_fill) {
+        dropFrameBehind(static_cast<unsigned>(position - m_base));
         m_fill = static_cast<unsigned>(position - m_base);
         m_written = std::min(m_written, m_fill);
     } else {
         unsigned written = 0;
         if (!m_target->write(m_page, 0, position, written))
             return false;
+        dropFrameBehind(0);
         m_base = position;
         m_fill = m_written = 0;
     }
-    if (m_frame.position != kUnknown64 && position < m_frame.position + CPacketHeader::Len() + CTraceEnabled::Len())
-        m_frame = OpenFrame(); // its packet is about to be overwritten
     return true;
+}
+
+void CTraceWriterPaged::dropFrameBehind(unsigned fill) {
+    const std::uint64_t end = m_frame.position + OpenFrame::kSize;
+    if (m_frame.position == kUnknown64 || !m_frame.inPage || end <= m_base + fill)
+        return;
+    m_frame.inPage = false;
+    if (end > m_base + m_written)
+        m_frame = OpenFrame(); // the target does not have it
 }
 
 // --- packets ----------------------------------------------------------------------------------------------------
@@ -242,7 +256,7 @@ bool CTraceWriterPaged::process(CPacket* packet) {
         auto* enabled = dynamic_cast<CTraceEnabled*>(packet);
         if (!enabled)
             return false;
-        m_frame = {tellp(), enabled->Version(), enabled->FrameConfig()};
+        m_frame = {tellp(), enabled->Version(), enabled->FrameConfig(), true};
         enabled->FrameLen(kUnknown64);
         return true;
     }
@@ -255,19 +269,20 @@ bool CTraceWriterPaged::process(CPacket* packet) {
 }
 
 void CTraceWriterPaged::closeFrame(unsigned sizeOfDisabled) {
-    if (m_frame.position == kUnknown64)
-        return;
     const OpenFrame frame = std::exchange(m_frame, OpenFrame());
+    // What stands in the page in its place is about to be handed over.
+    if (frame.position == kUnknown64 || (!frame.inPage && frame.overlaps(m_base, m_base + m_fill)))
+        return;
     const std::uint64_t end = tellp() + sizeOfDisabled;
     CTraceEnabled enabled(end >= frame.position ? end - frame.position : kUnknown64, frame.config);
     enabled.Version(frame.version);
-    char bytes[CPacketHeader::Len() + CTraceEnabled::Len()];
+    char bytes[OpenFrame::kSize];
     enabled.write(bytes, sizeof bytes);
 
     // Where the packet still stands in the page it is mended there; the target is patched if it has it already.
-    if (frame.position >= m_base)
+    if (frame.inPage)
         std::memcpy(at(static_cast<unsigned>(frame.position - m_base)), bytes, sizeof bytes);
-    if (frame.position >= m_base + m_written)
+    if (frame.inPage && frame.position >= m_base + m_written)
         return;
     unsigned written = 0;
     if (m_target->write(bytes, sizeof bytes, frame.position, written)) {
@@ -296,7 +311,7 @@ unsigned CTraceWriterPaged::sizeOfPacket(const CPacketHeader& header, const char
     if (header.TraceCode() == Message || header.TraceCode() == CharString)
         return sizeOfString(data, available, open);
     const unsigned size = header.Length() + CPacketHeader::Len();
-    if (!isFollowedByText(header.TraceCode()) || size > available)
+    if (!isFollowedByText(header.TraceCode()) || countsText(header.TraceCode(), header.Length()) || size > available)
         return size;
     return size + sizeOfString(data + size, available - size, open);
 }
@@ -336,7 +351,7 @@ bool CTraceWriterPaged::process(CPacketHeader& header) {
         CTraceEnabledPayload enabled;
         if (length != CTraceEnabled::Len() || !enabled.decode(payload, length))
             return true;
-        m_frame = {tellp(), enabled.Version(), enabled.FrameConfig()};
+        m_frame = {tellp(), enabled.Version(), enabled.FrameConfig(), true};
         storeLittleEndian(at(m_fill + kFrameLenOffset), kUnknown64);
         return true;
     }

@@ -3,6 +3,7 @@
 #include "quorvex/format/Context.h"
 #include "quorvex/format/FrameConfig.h"
 #include "quorvex/format/PacketHeader.h"
+#include "quorvex/packets/TraceControlPackets.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
 #include "quorvex/stream/TraceSink.h"
 #include "quorvex/stream/TraceSinkBuffer.h"
@@ -19,7 +20,8 @@ namespace Quorvex {
 /// contexts told by such packets.
 ///
 /// The frame length of a trace-enabled packet is put in when its trace-disabled packet is written: the bytes from the
-/// first of the one to the last of the other.
+/// first of the one to the last of the other. Moving the write position about in between changes nothing about that,
+/// unless the trace-enabled packet is lost by it: written over, or dropped before the target had it.
 ///
 /// The target must outlive the writer. Failures are reported to the message log; nothing is flushed on destruction.
 class QUORVEX_API CTraceWriterPaged : public CTraceSinkEx {
@@ -49,7 +51,8 @@ public:
     /// Copies a whole plain or paged trace into pages without building packets. False, with a message, at a packet that
     /// is cut or fits no page, after every packet before it.
     virtual bool put(CTraceSourceBuffer& source);
-    /// Moves the write position: inside the page, what stood behind it is dropped; elsewhere a page begins there.
+    /// Moves the write position: inside the page, what stood behind it is dropped; elsewhere a page begins there, and
+    /// what the target does not have yet is lost, so flush first.
     virtual bool seekp(std::uint64_t position);
 
 protected:
@@ -86,6 +89,12 @@ private:
         std::uint64_t position = kUnknown64; ///< of its first byte; unknown: none waits
         std::uint32_t version = 0;
         SFrameConfig config;
+        bool inPage = true; ///< it stands in the page; else the target has it
+
+        static constexpr unsigned kSize = CPacketHeader::Len() + CTraceEnabled::Len();
+        bool overlaps(std::uint64_t from, std::uint64_t to) const {
+            return position != kUnknown64 && from < position + kSize && position < to;
+        }
     };
 
     char* at(unsigned offset) { return m_page + offset; }
@@ -97,6 +106,8 @@ private:
     /// Offers the target what it does not have yet; false, with a report, when it does not take exactly that.
     bool handOver(const char* operation, unsigned& written);
     void closeFrame(unsigned sizeOfDisabled);
+    /// Looks after the open frame when the page is cut back to that many bytes.
+    void dropFrameBehind(unsigned fill);
     /// Copies the packets of one read from a raw trace; the failure's text, or null.
     const char* copyChunk(CTraceSourceBuffer& source, std::uint64_t& position, std::uint64_t total);
     /// The sizes behind the virtual operations; `open` tells that a text may go on behind the available bytes.

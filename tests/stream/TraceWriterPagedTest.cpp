@@ -223,16 +223,55 @@ TEST(PagedWriter, LeavesAFrameAloneThatItCannotMeasure) {
     forward.flush();
     EXPECT_EQ(hex(fixed.bytes), hex(wireOf(enabled)) + " 7a 00");
     EXPECT_EQ(frameLength(fixed.bytes, 0), kUnknown64);
+}
 
-    // Written over: its length must not be put in later.
-    WriterWithRoom rewound{kPageSize};
-    rewound.writer.put(&enabled);
-    EXPECT_TRUE(rewound.writer.seekp(0));
-    CFill fill(30);
-    rewound.writer.put(&fill);
-    rewound.writer.put(&disabled);
-    rewound.writer.flush();
-    EXPECT_EQ(hex(rewound.written()), hex(wireOf(fill)) + " 7a 00");
+TEST(PagedWriter, PutsInTheFrameLengthUnlessSeekingLosesTheEnabledPacket) {
+    // What is done between the two packets: s seeks to a place, w writes a packet of 30 bytes, f flushes, d writes the
+    // trace-disabled packet. The trace-enabled packet stands at 30.
+    constexpr std::uint64_t kNone = kUnknown64;
+    struct Step {
+        char what;
+        std::uint64_t place = 0;
+    };
+    const struct {
+        std::string name;
+        std::vector<Step> steps;
+        std::uint64_t length; ///< that is put in; kNone: nothing is
+    } cases[] = {
+        {"to its end", {{'s', 48}, {'w'}, {'d'}}, 50},
+        {"before it, in the page alone", {{'s', 30}, {'w'}, {'d'}}, kNone},
+        {"away, in the page alone", {{'s', 5000}, {'f'}, {'s', 48}, {'d'}}, kNone},
+        {"before it and back", {{'f'}, {'s', 0}, {'s', 78}, {'d'}}, 50},
+        {"to its middle and back", {{'f'}, {'s', 40}, {'s', 78}, {'d'}}, 50},
+        {"away and back", {{'f'}, {'s', 5000}, {'w'}, {'f'}, {'s', 78}, {'d'}}, 50},
+        {"away, ending there", {{'f'}, {'s', 5000}, {'w'}, {'d'}}, 5002},
+        {"written before it, and back", {{'f'}, {'s', 0}, {'w'}, {'f'}, {'s', 78}, {'d'}}, 50},
+        {"written over, dropped unflushed, and back", {{'f'}, {'s', 30}, {'w'}, {'s', 78}, {'d'}}, 50},
+        {"written over, waiting", {{'f'}, {'s', 30}, {'w'}, {'d'}}, kNone},
+        {"written over, handed over, and back", {{'f'}, {'s', 20}, {'w'}, {'f'}, {'s', 78}, {'d'}}, kNone},
+        {"the same from elsewhere", {{'f'}, {'s', 5000}, {'s', 47}, {'w'}, {'f'}, {'s', 78}, {'d'}}, kNone},
+    };
+    for (const auto& [name, steps, length] : cases) {
+        WriterWithRoom target{kPageSize};
+        CFill fill(28);
+        CTraceEnabled enabled;
+        CTraceDisabled disabled;
+        ASSERT_TRUE(target.writer.put(&fill) && target.writer.put(&enabled) && target.writer.put(&fill));
+        for (const Step& step : steps) {
+            if (step.what == 's')
+                ASSERT_TRUE(target.writer.seekp(step.place)) << name;
+            else if (step.what == 'f')
+                target.writer.flush();
+            else
+                ASSERT_TRUE(target.writer.put(step.what == 'w' ? static_cast<CPacket*>(&fill) : &disabled)) << name;
+        }
+        target.writer.flush();
+        std::string& written = target.sink.bytes;
+        written.resize(std::max<std::size_t>(written.size(), 48));
+        const std::uint64_t told = written.substr(30, 2) == bytes("79 10") ? frameLength(written, 30) : kUnknown64;
+        EXPECT_EQ(told, length) << name;
+    }
+    EXPECT_EQ(takeLog(), "");
 }
 
 TEST(PagedWriter, ReportsATargetThatDoesNotTakeItsBytesAndWritesNothingTwice) {
