@@ -25,12 +25,20 @@ constexpr std::size_t kLongestQuote = 40;
 
 constexpr std::string_view kNameOfKind = "the name of a kind of packet";
 
+/// Some editors begin a text with it.
+constexpr std::string_view kUtf8Mark = "\xef\xbb\xbf";
+
 std::string_view trimmed(std::string_view text) {
     while (text.starts_with(' '))
         text.remove_prefix(1);
     while (text.ends_with(' '))
         text.remove_suffix(1);
     return text;
+}
+
+bool isTitleOrHead(std::string_view line) {
+    return line == keywords::kDefaultTitle || trimmed(line) == trimmed(keywords::kHeadWithOffset) ||
+           trimmed(line) == trimmed(keywords::kHeadWithoutOffset);
 }
 
 /// The code of a kind that has packets; Invalid for any other name.
@@ -55,6 +63,12 @@ std::optional<std::uint64_t> number(std::string_view text) {
     return value;
 }
 
+/// The length of a payload.
+std::optional<std::uint8_t> lengthOf(std::string_view text) {
+    const auto value = number(text);
+    return value && *value <= UINT8_MAX ? std::optional(static_cast<std::uint8_t>(*value)) : std::nullopt;
+}
+
 /// The bytes of "0x" and two digits for each, which show the last byte first. Empty when the text is something else.
 std::string reversedBytes(std::string_view text, std::size_t count) {
     if (!text.starts_with(keywords::kHexPrefix) || text.size() != keywords::kHexPrefix.size() + 2 * count)
@@ -70,15 +84,18 @@ std::string reversedBytes(std::string_view text, std::size_t count) {
     return bytes;
 }
 
-/// A decimal number of any width, lowest byte first. Empty when it is none or takes more bytes.
+/// A number of any width, lowest byte first. Empty when it is none or takes more bytes.
 std::string wideNumber(std::string_view digits, std::size_t count) {
+    const unsigned base = digits.starts_with(keywords::kHexPrefix) ? 16 : 10;
+    if (base == 16)
+        digits.remove_prefix(keywords::kHexPrefix.size());
     std::string bytes(count, '\0');
-    for (const char digit : digits) {
-        unsigned carry = static_cast<unsigned>(digit - '0');
-        if (carry > 9)
+    for (const char& digit : digits) {
+        unsigned carry = 0;
+        if (std::from_chars(&digit, &digit + 1, carry, static_cast<int>(base)).ptr == &digit)
             return {};
         for (char& byte : bytes) {
-            const unsigned value = static_cast<unsigned char>(byte) * 10U + carry;
+            const unsigned value = static_cast<unsigned char>(byte) * base + carry;
             byte = static_cast<char>(value & 0xFF);
             carry = value >> 8;
         }
@@ -123,6 +140,15 @@ public:
         m_rest.remove_prefix(std::min(cell.size() + 1, m_rest.size()));
         return cell;
     }
+    /// The name of the row's kind, behind the offset and the description that may stand before it.
+    std::string_view takeName() {
+        const std::string_view first = trimmed(peek());
+        if (first == keywords::kInvalid || first.starts_with(keywords::kHexPrefix))
+            take();
+        if (codeOf(trimmed(peek())) == Invalid && codeOf(trimmed(peekSecond())) != Invalid)
+            take();
+        return take();
+    }
 
 private:
     std::string_view m_rest;
@@ -150,11 +176,17 @@ private:
 
     template <class T> static std::string numberWord() { return "a number of at most " + bytesWord(sizeof(T)); }
 
-    template <class T> static T integer(std::string_view cell, const char* name) {
-        const auto value = number(trimmed(cell));
-        if (!value || *value > std::numeric_limits<T>::max())
+    /// Negative numbers are those whose value, seen as signed, fits as well.
+    template <class T> static T integer(std::string_view cell, const char* name, bool isSigned = false) {
+        std::string_view digits = trimmed(cell);
+        const bool isNegative = isSigned && digits.starts_with('-');
+        if (isNegative)
+            digits.remove_prefix(1);
+        const auto value = number(digits);
+        constexpr T kMost = std::numeric_limits<T>::max();
+        if (!value || *value > (isNegative ? kMost / 2 + 1 : kMost))
             throw Wrong{cell, std::string(name) + ", " + numberWord<T>()};
-        return static_cast<T>(*value);
+        return static_cast<T>(isNegative ? 0 - *value : *value);
     }
 
     template <class T> void append(const T& value) {
@@ -164,10 +196,11 @@ private:
     }
 
     template <class T> void encode(FieldMeaning meaning, const char* name, const T&) {
-        // Signed numbers are shown as the byte they are.
-        using Number = std::make_unsigned_t<typename IntegerOf<T>::type>;
+        using Shown = typename IntegerOf<T>::type;
+        using Number = std::make_unsigned_t<Shown>;
         const std::string_view cell = next(name, numberWord<Number>);
-        append(isUnknown(meaning, trimmed(cell)) ? std::numeric_limits<Number>::max() : integer<Number>(cell, name));
+        append(isUnknown(meaning, trimmed(cell)) ? std::numeric_limits<Number>::max()
+                                                 : integer<Number>(cell, name, std::is_signed_v<Shown>));
     }
     void encode(FieldMeaning, const char* name, const TCounter_t&) {
         append(integer<std::uint64_t>(next(name, numberWord<std::uint64_t>), name));
@@ -178,7 +211,7 @@ private:
     void encode(FieldMeaning, const char* name, const TVarCounter_t& like) {
         const std::size_t count = like.Length();
         appendShown(
-            name, count, [count] { return "a decimal number of at most " + bytesWord(count); }, wideNumber);
+            name, count, [count] { return "a number of at most " + bytesWord(count); }, wideNumber);
     }
     void encode(FieldMeaning, const char* name, const CSignalMask& like) {
         const std::size_t count = like.size();
@@ -373,16 +406,37 @@ bool TraceTextReader::readLine() {
     ++m_lineNumber;
     if (m_line.ends_with('\r'))
         m_line.pop_back();
-    if (m_lineNumber == 1 && m_line.starts_with("\xef\xbb\xbf"))
-        m_line.erase(0, 3);
+    if (m_lineNumber == 1 && m_line.starts_with(kUtf8Mark))
+        m_line.erase(0, kUtf8Mark.size());
     return true;
 }
 
 bool TraceTextReader::isDecoration() const {
-    const std::string_view line = m_line;
-    return trimmed(line).empty() || trimmed(line) == trimmed(keywords::kHeadWithOffset) ||
-           trimmed(line) == trimmed(keywords::kHeadWithoutOffset) || line == keywords::kDefaultTitle ||
-           (m_lineNumber == 1 && !line.starts_with('\t'));
+    return trimmed(m_line).empty() || isTitleOrHead(m_line) || (m_lineNumber == 1 && !m_line.starts_with('\t'));
+}
+
+bool TraceTextReader::looksLikeTable(std::string_view start) {
+    if (start.starts_with(kUtf8Mark))
+        start.remove_prefix(kUtf8Mark.size());
+    for (bool isFirst = true; !start.empty(); isFirst = false) {
+        std::string_view line = start.substr(0, start.find('\n'));
+        start.remove_prefix(std::min(line.size() + 1, start.size()));
+        if (line.ends_with('\r'))
+            line.remove_suffix(1);
+        if (isTitleOrHead(line))
+            return true;
+        const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 && c != '\t'; };
+        if (std::ranges::any_of(line, isControl))
+            return false;
+        if (line.starts_with('\t')) {
+            Cells cells(line);
+            if (codeOf(trimmed(cells.takeName())) != Invalid && lengthOf(trimmed(cells.take())))
+                return true;
+        } else if (!isFirst && !trimmed(line).empty()) {
+            return false;
+        }
+    }
+    return false;
 }
 
 void TraceTextReader::parse(Row& row) const {
@@ -391,20 +445,15 @@ void TraceTextReader::parse(Row& row) const {
     if (!m_line.starts_with('\t'))
         throw Wrong{m_line, "a row, which begins with a tab"};
     Cells cells(m_line);
-    const std::string_view first = trimmed(cells.peek());
-    if (first == keywords::kInvalid || first.starts_with(keywords::kHexPrefix))
-        cells.take(); // the offset
-    if (codeOf(trimmed(cells.peek())) == Invalid && codeOf(trimmed(cells.peekSecond())) != Invalid)
-        cells.take(); // the description
-    const std::string_view name = cells.take();
+    const std::string_view name = cells.takeName();
     const tagTCode code = codeOf(trimmed(name));
     if (code == Invalid)
         throw Wrong{name, std::string(kNameOfKind)};
     const std::string_view lengthCell = cells.take();
-    const auto told = number(trimmed(lengthCell));
-    if (!told || *told > UINT8_MAX)
+    const auto told = lengthOf(trimmed(lengthCell));
+    if (!told)
         throw Wrong{lengthCell, "the length of the payload, at most 255"};
-    const auto length = static_cast<std::uint8_t>(*told);
+    const std::uint8_t length = *told;
 
     CPacketHeader header(code, length);
     row.code = code;
@@ -429,12 +478,12 @@ void TraceTextReader::parse(Row& row) const {
             like.reset(CPacketFactory::getCPacket(header, zeros, length, consumed));
         } catch (const CQVXException&) {
         }
-        if (!like || (consumed != length && code != TraceEnabled))
+        if (!like || consumed != length)
             throw Wrong{lengthCell, "a length that the payload of this kind can have"};
         Encoder encoder(cells, row.bytes);
         visitKind(*like, [&encoder](const auto& kind) { kind.visitParts(encoder); });
-        // The fields that a short trace-enabled packet lacks are shown, but do not travel.
-        row.bytes.resize(CPacketHeader::Len() + length);
+        // A short trace-enabled packet is written with all its fields, so its length has to tell them.
+        row.bytes[1] = static_cast<char>(row.bytes.size() - CPacketHeader::Len());
     }
     while (!cells.atEnd()) {
         const std::string_view more = cells.take();

@@ -7,13 +7,18 @@
 #include <cstdint>
 #include <istream>
 #include <string>
+#include <string_view>
 
 namespace Quorvex {
 
 /// Reads a plain packet table back into packets whose bytes equal those of the packets it was made from. Any table that
 /// CPacketPlain writes will do: with or without offsets (which are not looked at), descriptions, title, heads and feet,
 /// lines ended by LF or CRLF, several tables one after the other. Only the parsable form tells a tick of all ones from
-/// an unknown one, which on the wire are the same.
+/// an unknown one, which on the wire are the same. Every number may be decimal or, behind "0x", hexadecimal; the
+/// priority of a message may be shown as the byte it is or as the signed number, as 254 or -2.
+///
+/// A trace-enabled packet whose row tells a length that lacks fields gets all of them and the length that goes with
+/// them, because it is always written whole: with the short length, what is written could not be read.
 ///
 /// A row that is wrong is skipped: it is counted, and the message log is told where it is, what was expected there and
 /// what was found. CharString rows directly behind it belong to nothing that is left and are skipped with it, counted
@@ -27,6 +32,7 @@ public:
         std::string text;         ///< what was expected, and what stands there
     };
 
+    /// What the stream throws is caught, and is its end.
     explicit TraceTextReader(std::istream& stream) : m_stream(stream) {}
     TraceTextReader(const TraceTextReader&) = delete;
     TraceTextReader& operator=(const TraceTextReader&) = delete;
@@ -43,6 +49,10 @@ public:
     /// One packet, where there is one.
     bool get(std::list<CPacket*>& packets) override;
     CPacket* get() override;
+
+    /// Whether a file that starts with these bytes (a few thousand will do) is a table: a title, a head or a row comes
+    /// behind no more than a title of its own, empty lines and rows that are wrong. No trace begins so.
+    static bool looksLikeTable(std::string_view start);
 
     /// Rows that could not be read so far.
     std::uint64_t errors() const { return m_errors; }

@@ -87,7 +87,17 @@ TEST(TextReader, ReadsWordsAndNumbersOfAnyBase) {
         {"RelBusData\t5\t1\t0xf4\t0x030201", "c0 05 01 f4 030201"},
         {"RelBusData\t4\t1\t0\t0x0201", "c0 04 01 00 0102"},
         {"RelCounterValueVar\t12\t1\t2\t5\t66051\t16777215", "43 0c 01 02 05000000 030201 ffffff"},
+        {"RelCounterValueVar\t12\t0x1\t0x2\t0x5\t0x10203\t0xffffff", "43 0c 01 02 05000000 030201 ffffff"},
+        {"RelCounterValueDim1\t0x16\t1\t2\t5\t0xfffffffffffffffe\t0xA",
+         "45 16 01 02 05000000 feffffffffffffff 0a00000000000000"},
         {"Message\t9\tInvalid\t192", "78 09 ffffffffffffffff c0"},
+        {"Message\t9\t1\t-64", "78 09 0100000000000000 c0"},
+        {"Message\t9\t1\t-128", "78 09 0100000000000000 80"},
+        {"Message\t9\t1\t255", "78 09 0100000000000000 ff"},
+        {"Message\t9\t1\t-0x40", "78 09 0100000000000000 c0"},
+        // With the length that its payload has when it is written.
+        {"TraceEnabled\t4\t7\tUnknownLength\tExpanded\tNoExceptionFrames", "79 10 07000000 ffffffffffffffff 02000000"},
+        {"TraceEnabled\t0\t7\t5\t0", "79 10 07000000 0500000000000000 00000000"},
         {"Fill\t3\t", "7d 03 80 80 80"},
         {"Fill\t0", "7d 00"},
         {"CharString\t0\t ", "7e 00"},
@@ -130,13 +140,18 @@ TEST(TextReader, TellsWhereARowIsWrongAndGoesOnWithTheNext) {
         {"\tRelExecInsn\t2\t256\t1", 16, relTick, "\"256\""},
         {"\tRelExecInsn\t2\tUnknownLength\t1", 16, relTick, "\"UnknownLength\""},
         {"\tRelExecInsn\t2\t1\t2\t3", 20, end, "\"3\""},
+        {"\tMessage\t9\t1\t-129", 14, "Priority, a number of at most 1 byte", "\"-129\""},
+        {"\tMessage\t9\t-1\t0", 12, "Timestamp, a number of at most 8 bytes", "\"-1\""},
+        {"\tRelCounterValueVar\t8\t1\t2\t3\t0x100\t1", 29, "Value, a number of at most 1 byte", "\"0x100\""},
+        {"\tRelCounterValueVar\t8\t1\t2\t3\t0x\t1", 29, "Value, a number of at most 1 byte", "\"0x\""},
+        {"\tTraceEnabled\t8\t1\t1\t0", 15, otherLength, "\"8\""},
         {"\tEventUndefine\t4\tInvalid", 18, "EvtId, a number of at most 4 bytes", "\"Invalid\""},
         {"\tEventUndefine\t4\t99999999999999999999", 18, "EvtId, a number of at most 4 bytes",
          "\"99999999999999999999\""},
         {"\tRelSystemData\t3\t1\t0x123", 20, "Data" + digits + "2 bytes", "\"0x123\""},
         {"\tRelSystemData\t3\t1\t0x12g4", 20, "Data" + digits + "2 bytes", "\"0x12g4\""},
         {"\tRelSignal\t3\t1\t0x1\t0x01", 16, "SignalValue" + digits + "1 byte", "\"0x1\""},
-        {"\tRelCounterValueVar\t8\t1\t2\t3\t256\t1", 29, "Value, a decimal number of at most 1 byte", "\"256\""},
+        {"\tRelCounterValueVar\t8\t1\t2\t3\t256\t1", 29, "Value, a number of at most 1 byte", "\"256\""},
         {"\tTraceEnabled\t16\t1\t1\tExpanded\tBoth", 31, "FrameConfig, NoExceptionFrames or ExceptionFrames",
          "\"Both\""},
         {"\tFill\t1\tx", 9, "FillBytes, an empty cell", "\"x\""},
@@ -182,6 +197,50 @@ TEST(TextReader, GivesATextThatHasLostItsPacketToNoOther) {
         EXPECT_EQ(errors, expected) << table;
     }
     takeLog();
+}
+
+// What a short trace-enabled packet becomes must be readable.
+TEST(TextReader, GivesAShortTraceEnabledPacketItsFullLength) {
+    for (const std::string wire : {"79 00", "79 04 01000000", "79 0c 01000000 0200000000000000"}) {
+        const std::string trace = traceOf(tableOf(bytes(wire + "7c 00"), true, false));
+        MemorySource source(trace);
+        CTraceReaderPlain reader(source);
+        EXPECT_EQ(join(readAll(reader)), trace);
+        EXPECT_EQ(hex(trace.substr(0, 2)) + hex(trace.substr(18)), "79 107c 00") << wire;
+    }
+}
+
+TEST(TextReader, TellsATableByMoreThanItsFirstByte) {
+    const std::string mark = "\xef\xbb\xbf", row = "\tSync \t24 \t1 ";
+    const std::string head = "Offset\t\tDescription \tTCode \tLength \tpacket payload \n";
+    const std::pair<std::string, bool> starts[] = {
+        {"Quorvex (QVX) packet description\n", true},
+        {head, true},
+        {mark + "\r\n\n" + row, true},
+        {"my title\r\n\r\n" + head, true},
+        {row, true},
+        {"\t0x10 \tsynchronisation \tSync \t24 \t", true},
+        {"\tsynchronisation \tSync \t24", true},
+        {"\tnonsense\t1\n" + row, true},
+        {"", false},
+        {mark, false},
+        {"\tSync \t", false},
+        {"\tSync \t256 \t1", false},
+        {"\tLineDefine \t28 \t1", false},
+        {"\tindented\n", false},
+        {"two\nlines\n" + row, false},
+        {"\x09\x02 \n" + row, false}, // what traces begin with
+        {"\xef\x02\x01\x02\n" + row, false},
+        {"\xef\xbb\xbf\x7f\x18\n" + row, false},
+        {std::string("\t\0\n", 3) + row, false},
+    };
+    for (const auto& [start, isTable] : starts)
+        EXPECT_EQ(TraceTextReader::looksLikeTable(start), isTable) << start;
+    for (const bool parsable : {true, false}) {
+        const std::string table = tableOf(everyKind(), parsable, !parsable);
+        for (std::size_t at = 0; at + 1 < table.size(); at = table.find('\n', at + 1))
+            EXPECT_TRUE(TraceTextReader::looksLikeTable(table.substr(at, 4096)));
+    }
 }
 
 TEST(TextReader, EndsOnAnyInput) {
