@@ -29,6 +29,7 @@
 #include "quorvex/packets/ContextStub.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/Contexts.h"
+#include "quorvex/stream/FileKind.h"
 #include "quorvex/stream/TraceBufferState.h"
 #include "quorvex/stream/TraceCompressor.h"
 #include "quorvex/stream/TraceDecompressor.h"

@@ -115,6 +115,13 @@ void PageFile::remove() {
     std::remove(m_path.c_str());
 }
 
+bool isPageFile(std::string_view start) {
+    std::uint64_t mark = 0;
+    if (start.size() >= sizeof mark)
+        std::memcpy(&mark, start.data(), sizeof mark);
+    return mark == kMark;
+}
+
 void removePageFile(const std::string& trace) {
     std::remove(pathFor(trace).c_str());
 }

@@ -8,6 +8,7 @@
 #include <istream>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace Quorvex::detail {
 
@@ -59,6 +60,9 @@ private:
     std::string m_path;
     int m_error = 0;
 };
+
+/// Whether these are the first bytes of a page file.
+QUORVEX_API bool isPageFile(std::string_view start);
 
 /// Removes the page file that an earlier recording to the trace of that path has left.
 QUORVEX_API void removePageFile(const std::string& trace);

@@ -41,19 +41,25 @@ constexpr bool isFollowedByText(tagTCode code) {
     }
 }
 
-/// Whether the payload of a packet of that code, as long as its header says, holds the text too. Only definitions of
-/// counters may be written so; no text follows them.
-constexpr bool countsText(tagTCode code, unsigned length) {
+/// The payload's length of a packet of that code that may hold the text too, without it. 0 for all kinds but
+/// definitions of counters.
+constexpr unsigned lengthWithoutText(tagTCode code) {
     switch (code) {
     case CounterDefine:
     case CounterDefineUnit:
-        return length > CCounterDefine::Len();
+        return CCounterDefine::Len();
     case RelCounterDefine:
     case RelCounterDefineUnit:
-        return length > CRelCounterDefine::Len();
+        return CRelCounterDefine::Len();
     default:
-        return false;
+        return 0;
     }
+}
+
+/// Whether the payload of a packet, as long as its header says, holds the text too; then none follows.
+constexpr bool countsText(tagTCode code, unsigned length) {
+    const unsigned without = lengthWithoutText(code);
+    return without > 0 && length > without;
 }
 
 } // namespace Quorvex
