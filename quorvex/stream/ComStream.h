@@ -5,9 +5,6 @@
 
 namespace Quorvex::detail {
 
-/// Throws the CQVXException of a failure: the kind that belongs to it, else a runtime one of the text and the result.
-[[noreturn]] void throwFailure(const char* text, HRESULT failure);
-
 /// The IStream under a buffer, or none. The moves are false when there is none and when it fails.
 class QUORVEX_API ComStream {
 public:

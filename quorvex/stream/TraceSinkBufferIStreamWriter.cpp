@@ -1,6 +1,6 @@
 #include "quorvex/stream/TraceSinkBufferIStreamWriter.h"
 
-#include "quorvex/stream/ComStream.h"
+#include "quorvex/format/Exception.h"
 
 namespace Quorvex {
 
@@ -21,7 +21,7 @@ bool CTraceSinkBufferIStreamWriter::write(const char* src, unsigned count, unsig
     else
         setstate(result == kDiskFullResult ? badbit : failbit);
     if (FAILED(result))
-        detail::throwFailure("CTraceSinkBufferIStreamWriter::write: The writer failed with ", result);
+        CQVXException::ThrowHResult(result);
     m_position += written;
     return written != 0;
 }

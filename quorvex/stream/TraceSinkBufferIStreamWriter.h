@@ -8,8 +8,9 @@ namespace Quorvex {
 
 /// Bytes to a host's writer, to which the buffer holds a reference. It cannot seek: a write goes to tellp() or fails.
 ///
-/// A write that the writer fails throws a CQVXException. The buffer is not good from any answer but S_OK until the next
-/// S_OK; after disk full nothing is offered to the writer until clear() is called.
+/// A write that the writer fails throws the CQVXException of its result, which HResultFromException gives back. The
+/// buffer is not good from any answer but S_OK until the next S_OK; after disk full nothing is offered to the writer
+/// until clear() is called.
 class QUORVEX_API CTraceSinkBufferIStreamWriter : public CTraceSinkBuffer, private CTraceBufferState {
 public:
     /// Goes on where the writer stands. Null makes a buffer that is never good.

@@ -1,6 +1,7 @@
 #include "quorvex/stream/TraceSinkBufferStream.h"
 
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/platform/Attempt.h"
 
 #include <string>
 
@@ -10,13 +11,11 @@ bool CTraceSinkBufferStream::write(const char* src, unsigned count, unsigned& wr
     written = 0;
     if (count == 0)
         return true;
-    try {
-        if (!m_stream->write(src, count))
-            return false;
-    } catch (const std::exception& exception) {
+    const auto report = [](const std::exception& exception) {
         logError(std::string("CTraceSinkBufferStream::write:  Catched I/O error during write:") + exception.what());
+    };
+    if (!attempt([&] { return !m_stream->write(src, count).fail(); }, report))
         return false;
-    }
     m_count += count;
     written = count;
     return true;
@@ -28,22 +27,20 @@ bool CTraceSinkBufferStream::write(const char* src, unsigned count, std::uint64_
 }
 
 void CTraceSinkBufferStream::flush() {
-    try {
-        m_stream->flush();
-    } catch (const std::exception&) {
-        // The stream's state tells; flush has no result.
-    }
+    // The stream's state tells; flush has no result.
+    attempt([&] { return m_stream->flush().good(); });
 }
 
 std::uint64_t CTraceSinkBufferStream::sink_tell() {
-    const std::ostream::pos_type position = m_stream->tellp();
+    std::ostream::pos_type position(-1);
+    attempt([&] { return (position = m_stream->tellp()) != std::ostream::pos_type(-1); });
     return position == std::ostream::pos_type(-1) ? 0 : static_cast<std::uint64_t>(std::streamoff(position));
 }
 
 bool CTraceSinkBufferStream::sink_seek(std::uint64_t position) {
     if (m_sequential && position == m_count)
         return true;
-    try {
+    const auto move = [&] {
         const std::ostream::pos_type none(-1);
         const std::ostream::pos_type target(static_cast<std::streamoff>(position));
         const std::ostream::pos_type current = m_stream->tellp();
@@ -56,10 +53,11 @@ bool CTraceSinkBufferStream::sink_seek(std::uint64_t position) {
         if (m_stream->tellp() != none)
             return true;
         logError("CTraceSinkBufferStream::seek(): seek of position" + std::to_string(position) + " failed.");
-    } catch (const std::exception& exception) {
+        return false;
+    };
+    return attempt(move, [](const std::exception& exception) {
         logError(std::string("CTraceSinkBufferStream::seek(): Catched Exception :") + exception.what());
-    }
-    return false;
+    });
 }
 
 void CTraceSinkBufferStream::restart(std::uint64_t count) {

@@ -1,5 +1,7 @@
 #include "quorvex/stream/TraceSourceBufferStream.h"
 
+#include "quorvex/platform/Attempt.h"
+
 namespace Quorvex {
 
 namespace {
@@ -8,10 +10,10 @@ const std::istream::pos_type kNoPosition(-1);
 
 /// Runs a step on a stream that may be set to throw; what it throws leaves the stream's state as the answer.
 template <class Step> void guarded(Step&& step) {
-    try {
+    attempt([&step] {
         step();
-    } catch (const std::exception&) {
-    }
+        return true;
+    });
 }
 
 } // namespace
@@ -79,7 +81,7 @@ bool CTraceSourceBufferStream::good() {
 
 void CTraceSourceBufferStream::clear() {
     const std::lock_guard lock(m_lock);
-    m_stream.clear();
+    guarded([&] { m_stream.clear(); });
 }
 
 } // namespace Quorvex

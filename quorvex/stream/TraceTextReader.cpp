@@ -3,6 +3,7 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/Keywords.h"
+#include "quorvex/platform/Attempt.h"
 #include "quorvex/stream/TextRun.h"
 
 #include <algorithm>
@@ -305,20 +306,28 @@ TraceTextReader::~TraceTextReader() = default;
 
 void TraceTextReader::clear() {
     m_eot = false;
-    m_stream.clear();
+    attempt([this] {
+        m_stream.clear();
+        return true;
+    });
 }
 
 std::uint64_t TraceTextReader::size() {
     const std::istream::iostate state = m_stream.rdstate();
-    m_stream.clear();
-    const std::istream::pos_type current = m_stream.tellg();
     std::uint64_t size = 0;
-    if (current != std::istream::pos_type(-1) && m_stream.seekg(0, std::ios::end)) {
-        size = static_cast<std::uint64_t>(std::streamoff(m_stream.tellg()));
-        m_stream.seekg(current);
-    }
-    m_stream.clear();
-    m_stream.setstate(state);
+    attempt([&] {
+        m_stream.clear();
+        const std::istream::pos_type current = m_stream.tellg();
+        if (current != std::istream::pos_type(-1) && m_stream.seekg(0, std::ios::end)) {
+            size = static_cast<std::uint64_t>(std::streamoff(m_stream.tellg()));
+            m_stream.seekg(current);
+        }
+        return true;
+    });
+    attempt([&] {
+        m_stream.clear(state);
+        return true;
+    });
     return size;
 }
 
@@ -387,13 +396,15 @@ bool TraceTextReader::readRow() {
 
 bool TraceTextReader::readLine() {
     m_line.resize(kLongestLine);
-    m_stream.getline(m_line.data(), static_cast<std::streamsize>(m_line.size()));
+    attempt([&] { return m_stream.getline(m_line.data(), static_cast<std::streamsize>(m_line.size())).good(); });
     const auto taken = static_cast<std::size_t>(m_stream.gcount());
     m_position += taken;
     m_wholeLine = true;
     if (m_stream.fail() && taken + 1 == m_line.size()) {
-        m_stream.clear(m_stream.rdstate() & ~std::ios::failbit);
-        m_stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        attempt([&] {
+            m_stream.clear(m_stream.rdstate() & ~std::ios::failbit);
+            return m_stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n').good();
+        });
         m_position += static_cast<std::uint64_t>(m_stream.gcount());
         m_wholeLine = false;
         m_line.resize(taken);

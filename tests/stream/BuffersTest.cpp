@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <new>
 #include <sstream>
 
@@ -104,6 +105,49 @@ TEST(StreamSink, ReportsWhatItsStreamThrows) {
     sink.clear();
     EXPECT_EQ(writeTo(sink, "a", 5), "0!");
     EXPECT_EQ(takeLog(), "CTraceSinkBufferStream::seek(): seek of position5 failed.\n");
+}
+
+// What has no text is not reported, but caught as well.
+TEST(StreamBuffers, CatchWhateverAHostsStreamThrows) {
+    struct Foreign : std::streambuf {
+        int_type underflow() override { throw 42; }
+        int_type overflow(int_type) override { throw 42; }
+        int sync() override { throw 42; }
+        pos_type seekoff(off_type, std::ios::seekdir, std::ios::openmode) override { throw 42; }
+        pos_type seekpos(pos_type, std::ios::openmode) override { throw 42; }
+    } foreign;
+    std::iostream stream(&foreign);
+    const auto renew = [&stream] {
+        stream.clear();
+        stream.exceptions(std::ios::badbit);
+    };
+    struct Sink : CTraceSinkBufferStream {
+        using CTraceSinkBufferStream::CTraceSinkBufferStream;
+        using CTraceSinkBufferStream::sink_seek;
+        using CTraceSinkBufferStream::sink_tell;
+    } sink(stream);
+    struct Source : CTraceSourceBufferStream {
+        using CTraceSourceBufferStream::CTraceSourceBufferStream;
+        using CTraceSourceBufferStream::seek;
+        using CTraceSourceBufferStream::tell;
+    } source(stream);
+    const std::pair<const char*, std::function<bool()>> steps[] = {
+        {"write", [&] { return writeTo(sink, "a") == "0!"; }},
+        {"write there", [&] { return writeTo(sink, "a", 5) == "0!"; }},
+        {"flush", [&] { return sink.flush(), true; }},
+        {"sink_seek", [&] { return !sink.sink_seek(5); }},
+        {"sink_tell", [&] { return sink.sink_tell() == 0; }},
+        {"read", [&] { return readFrom(source, 1) == "!"; }},
+        {"read there", [&] { return readFrom(source, 1, 5) == "!"; }},
+        {"seek", [&] { return source.seek(5); }},
+        {"tell", [&] { return source.tell() == 0; }},
+        {"size", [&] { return source.size() == 0; }},
+    };
+    for (const auto& [name, step] : steps) {
+        renew();
+        EXPECT_TRUE(step()) << name;
+    }
+    EXPECT_EQ(takeLog(), "");
 }
 
 TEST(Files, AreMadeAppendedToAndRead) {

@@ -252,6 +252,8 @@ TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
 TEST(PlainReader, SkipsAndMovesInASeekableSource) {
     struct Reader : CTraceReaderPlain {
         using CTraceReaderPlain::CTraceReaderPlain;
+        using CTraceReaderPlain::fill;
+        using CTraceReaderPlain::remain;
         using CTraceReaderPlain::seek;
     };
     std::string trace;
@@ -269,6 +271,8 @@ TEST(PlainReader, SkipsAndMovesInASeekableSource) {
     EXPECT_EQ(reader.position(), trace.size()) << "a lone byte is left";
     EXPECT_EQ(reader.size(), trace.size() + 1);
     EXPECT_FALSE(reader.seek(trace.size() + 2));
+    source.clear();
+    EXPECT_TRUE(reader.fill(8, 20) && reader.remain() == 20 && reader.fill(4) && reader.remain() == 24);
     for (const unsigned at : {17'000U * 8, 16'999U * 8, 3U * 8, 19'999U * 8}) {
         reader.clear();
         ASSERT_TRUE(reader.seek(at));

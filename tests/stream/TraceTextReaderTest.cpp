@@ -278,6 +278,19 @@ TEST(TextReader, TellsItsStateAsSourcesDo) {
     CPacketFactory::release(packets);
 }
 
+TEST(TextReader, CatchesWhatItsStreamThrows) {
+    const std::string table = "\t" + std::string(0x5000, 'x') + "\n\tEndOfTrace\t0";
+    std::istringstream in(table);
+    in.exceptions(std::ios::failbit | std::ios::eofbit);
+    TraceTextReader reader(in);
+    EXPECT_EQ(readAll(reader), Steps{bytes("7c 00")});
+    EXPECT_EQ(reader.errors(), 1U);
+    EXPECT_EQ(reader.size(), table.size());
+    reader.clear();
+    EXPECT_EQ(reader.get(), nullptr);
+    takeLog();
+}
+
 TEST(TextReader, ReadsBackTheTableOfAMillionRandomPacketsByteForByte) {
     RandomPackets random(20261122);
     // In parts, so that the memory of a small machine holds them; builds for debugging, many times slower, do with two.

@@ -398,6 +398,58 @@ TEST(PagedWriter, CopiesADefinitionWithTheNameThatFollowsAtThePagesEnd) {
     }
 }
 
+// The names that classes of a host derived from the writer may use.
+TEST(PagedWriter, LetsDerivedClassesDoItsSteps) {
+    struct Host : CTraceWriterPaged {
+        using CTraceWriterPaged::CalcSizeOfPacket;
+        using CTraceWriterPaged::CalcSizeOfString;
+        using CTraceWriterPaged::check_fill;
+        using CTraceWriterPaged::check_initial_pos;
+        using CTraceWriterPaged::CTraceWriterPaged;
+        using CTraceWriterPaged::fill;
+        using CTraceWriterPaged::insertSync;
+        using CTraceWriterPaged::overflow_flush;
+        using CTraceWriterPaged::process;
+        using CTraceWriterPaged::remain;
+        using CTraceWriterPaged::reset;
+        unsigned sizeOf(std::string wire) {
+            CPacketHeader header;
+            header.read(wire.data(), static_cast<unsigned>(wire.size()));
+            return CalcSizeOfPacket(header, wire.data(), static_cast<unsigned>(wire.size()));
+        }
+    };
+    const std::string full = "7e ff" + std::string(510, '0');
+    const std::pair<std::string, unsigned> sizes[] = {
+        {"00 02 01 02 7e 01 61", 4},
+        {"80 06 01 02 03000000 7e 01 61 7e 01 62", 8 + 3},
+        {"80 06 01 02 03000000" + full + full + "7c 00", 8 + 2 * 257}, // breaks off
+        {"80 06 01 02 03000000 7c 00", 8},
+        {"78 09 0100000000000000 02 7e 01 61", 11 + 3},
+        {"7e 01 61 7e 01 62", 3},
+        // A definition that counts its text has no other.
+        {"40 07 01 02 03000000 01 7e 01 61", 9 + 3},
+        {"40 0a 01 02 03000000 01 7e 01 61 7e 01 62", 9 + 3},
+        {"51 20 0100000000000000 02000000 03000000 0400000000000000 05000000 01 7e 01 61 7e 01 62", 31 + 3},
+    };
+    MemorySink sink;
+    Host host(sink);
+    for (const auto& [wire, size] : sizes)
+        EXPECT_EQ(host.sizeOf(bytes(wire)), size) << wire;
+
+    CSync sync(1, 2, 3, 4);
+    CPacketHeader header = sync;
+    bool broke = false;
+    host.reset();
+    EXPECT_TRUE(host.remain() == kPageSize && host.insertSync() && host.remain() == kPageSize) << "none is known";
+    EXPECT_TRUE(host.process(&sync) && host.process(header) && host.insertSync());
+    EXPECT_EQ(host.remain(), kPageSize - 26);
+    EXPECT_TRUE(host.check_fill(kPageSize - 26, broke) && !broke && host.check_fill(kPageSize - 27, broke) && broke);
+    EXPECT_TRUE(host.fill() && host.remain() == 0 && host.overflow_flush() && host.remain() == kPageSize);
+    sink.at = 7;
+    host.check_initial_pos();
+    EXPECT_EQ(host.tellp(), 7U);
+}
+
 TEST(PagedWriter, GoesOnInAFileOpenedForAppend) {
     const TemporaryDirectory directory;
     const std::string path = directory.path("trace.qvx");
