@@ -10,8 +10,8 @@ namespace Quorvex::fuzz {
 
 using namespace test;
 
-/// What is kept when it is written again: all but packets whose header tells another length than they have, which come
-/// from damaged traces only.
+/// What is kept when it is written again: all but packets whose header told another length than their kind has, short
+/// trace-enabled packets, and those whose text breaks off.
 inline bool isRegular(CPacket& packet, std::uint64_t size) {
     return packet.StreamSize() == size && wireOf(packet).size() == size;
 }

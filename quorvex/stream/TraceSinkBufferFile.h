@@ -19,8 +19,9 @@ public:
     CTraceSinkBufferFile() : CTraceSinkBufferStream(m_file) {}
     ~CTraceSinkBufferFile() override;
 
-    /// Opens the file, anew or, with `append`, behind what it holds; a missing file is made either way. A file that is
-    /// open is closed first. False for a null path, or with error() set.
+    /// Opens the file, anew or, with `append`, behind what it holds; a missing file is made either way. One that is
+    /// there but cannot be appended to is refused, and never emptied. A file that is open is closed first. False for a
+    /// null path, or with error() set.
     bool open(const char* path, bool append);
     /// True when no file is open afterwards; what could not be written out sets the failure bit.
     bool close();

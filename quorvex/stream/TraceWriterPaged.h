@@ -16,12 +16,16 @@ namespace Quorvex {
 
 /// Writes a paged trace: pages of 0x40000 bytes, aligned from the start of the output, each of which a reader can begin
 /// with. No packet crosses a page's end: the rest of a page is padded with Fill packets. A define packet shares its
-/// page with its name. A page after a page break begins with Sync, BusSync and SystemSync packets that restate the last
-/// contexts told by such packets.
+/// page with its name, in raw copies too, and that of state machines as well as all others: a page that began with a
+/// name would give it to no packet, or to a wrong one. A page after a page break begins with Sync, BusSync and
+/// SystemSync packets that restate the last contexts told by such packets.
 ///
 /// The frame length of a trace-enabled packet is put in when its trace-disabled packet is written: the bytes from the
 /// first of the one to the last of the other. Moving the write position about in between changes nothing about that,
 /// unless the trace-enabled packet is lost by it: written over, or dropped before the target had it.
+///
+/// A target that takes but a part of what it is handed keeps that, and is offered the rest; the page stays where it is,
+/// because later packets count on its end being at a multiple of its size.
 ///
 /// The target must outlive the writer. Failures are reported to the message log; nothing is flushed on destruction.
 class QUORVEX_API CTraceWriterPaged : public CTraceSinkEx {
@@ -37,7 +41,7 @@ public:
     /// length of a trace-enabled packet is set to unknown.
     bool put(CPacket* packet) override;
     /// Writes the packets and releases them. On false those that were written are released and gone from the list, the
-    /// others stay.
+    /// others stay: to forward the list again costs no packet and writes none twice.
     bool forward(std::list<CPacket*>& packets) override;
     /// Writes the packet and leaves it with the caller.
     bool forward(CPacket*& packet) override;

@@ -18,7 +18,7 @@ public:
     /// False for null, and for a packet that does not fit a block or that the target refuses room for.
     bool put(CPacket* packet) override;
     /// Writes the packets and releases them. On false the list holds those that were not taken: all of them, unless
-    /// some had already gone to the target.
+    /// some had already gone to the target. To forward the list again costs no packet and writes none twice.
     bool forward(std::list<CPacket*>& packets) override;
     bool forward(CPacket*& packet) override;
     std::uint64_t out_size() override { return m_fill; } ///< bytes not yet flushed
