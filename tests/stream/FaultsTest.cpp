@@ -113,8 +113,11 @@ TEST(Faults, LeaveAReadableBeginning) {
         MemorySource source(sink.bytes);
         CTraceReaderPlain reader(source);
         const std::string read = join(readAll(reader));
-        EXPECT_TRUE(all.starts_with(read)) << room;
-        EXPECT_GT(read.size() + 4000, room) << "no more than the last packet is missing";
+        const auto end = static_cast<std::size_t>(reader.position());
+        EXPECT_EQ(read.substr(0, end), all.substr(0, end)) << room;
+        // A text that breaks off gets an end when it is written again.
+        EXPECT_TRUE(read.size() == end || read.substr(end) == bytes("7e 00")) << room;
+        EXPECT_GT(end + 4000, room) << "no more than the last packet is missing";
     }
     takeLog();
 }
