@@ -208,32 +208,35 @@ private:
 
 CPacketDebugger::~CPacketDebugger() = default;
 
-bool CPacketDebugger::put(std::uint64_t offset, CPacket& packet) {
+bool CPacketDebugger::put(std::uint64_t offset, CPacket& packet, std::uint64_t size) {
     m_stream << "Offset:\t" << hex(offset) << '\n';
-    return put(&packet);
+    return print(packet, size);
 }
 
 bool CPacketDebugger::put(CPacket* packet) {
-    if (!packet)
-        return false;
-    const tagTCode code = packet->TraceCode();
+    return packet && print(*packet, kUnknown64);
+}
+
+bool CPacketDebugger::print(CPacket& packet, std::uint64_t size) {
+    const tagTCode code = packet.TraceCode();
     if (code > 0xFF)
         return false;
     Fields fields;
     fields.lines.append(CTCodeInfo::TCodeToName(code)).append(" (").append(hex(static_cast<std::uint8_t>(code)));
     fields.lines.append("): ").append(CTCodeInfo::TCodeToDescription(code)).append("\n");
-    const CCharStringSequence* text = dynamic_cast<const CCharStringSequence*>(packet);
-    visitKind(*packet, [&](const auto& kind) {
+    const CCharStringSequence* text = dynamic_cast<const CCharStringSequence*>(&packet);
+    visitKind(packet, [&](const auto& kind) {
         kind.visitParts(fields);
         text = kind.text();
     });
     if (text)
         fields.add(labelOfText(code), quoted(text->view()));
-    else if (const auto* string = dynamic_cast<const CCharString*>(packet))
+    else if (const auto* string = dynamic_cast<const CCharString*>(&packet))
         fields.add(labelOfText(code), quoted({reinterpret_cast<const char*>(string->data()), string->Length()}));
     if (m_withBytes) {
-        std::string bytes(packet->StreamSize(), '\0');
-        bytes.resize(packet->write(bytes.data(), static_cast<unsigned>(bytes.size())));
+        std::string bytes(packet.StreamSize(), '\0');
+        const std::size_t written = packet.write(bytes.data(), static_cast<unsigned>(bytes.size()));
+        bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(written, size)));
         for (std::size_t at = 0; at < bytes.size(); ++at) {
             char digits[2];
             putHex(digits, static_cast<unsigned char>(bytes[at]), 2);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quorvex/format/Fields.h"
 #include "quorvex/format/Packet.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/stream/TraceSink.h"
@@ -33,11 +34,14 @@ public:
     std::uint64_t out_size() override { return 0; }
     void flush() override { m_stream.flush(); }
 
-    /// Prints a packet that stands at that place of its trace.
-    bool put(std::uint64_t offset, CPacket& packet);
+    /// Prints a packet that stands at that place of its trace and takes `size` bytes there: less than its StreamSize()
+    /// where the CharString packets behind it break off.
+    bool put(std::uint64_t offset, CPacket& packet, std::uint64_t size = kUnknown64);
 
 private:
     class Fields;
+
+    bool print(CPacket& packet, std::uint64_t size);
 
     std::ostream& m_stream;
     bool m_withBytes;

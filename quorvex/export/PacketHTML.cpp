@@ -101,8 +101,6 @@ bool CPacketHTML::writeText(std::string_view text) {
         const Character character = firstCharacter(text);
         if (character.code == '<')
             written = writeRaw("&lt;");
-        else if (character.code == '>')
-            written = writeRaw("&gt;");
         else if (character.code == '&')
             written = writeRaw("&amp;");
         else if (character.code >= 0x80)

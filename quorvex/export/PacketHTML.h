@@ -4,7 +4,8 @@
 
 namespace Quorvex {
 
-/// Tables as an HTML 4.01 page in ISO-8859-1; other characters are written as references.
+/// Tables as an HTML 4.01 page in ISO-8859-1. Of texts, & and < are escaped, and what is not ASCII is written by
+/// references, so that the page shows what the trace holds.
 class QUORVEX_API CPacketHTML : public CPacketTableWriter {
 public:
     using CPacketTableWriter::CPacketTableWriter;

@@ -45,8 +45,6 @@ constexpr std::string_view escaped(std::uint32_t character) {
         return "$>$";
     case '|':
         return "$|$";
-    case '"':
-        return "\\char34{}";
     case '-': // two of them would become a dash
         return "{-}";
     default:

@@ -39,8 +39,4 @@ bool CPacketPlain::writeDescription(CPacket& packet) {
     return writeItem(1, text);
 }
 
-bool CPacketPlain::writeCharString(unsigned length, const unsigned char* bytes) {
-    return writeItemOpen(std::min(length, 255U)) && writeString(length, bytes) && writeItemClose();
-}
-
 } // namespace Quorvex

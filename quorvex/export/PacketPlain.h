@@ -18,7 +18,6 @@ public:
     bool writeItemOpen(unsigned span) override;
     bool writeItemClose() override;
     bool writeDescription(CPacket& packet) override; ///< padded to 30 characters
-    bool writeCharString(unsigned length, const unsigned char* bytes) override;
 };
 
 } // namespace Quorvex

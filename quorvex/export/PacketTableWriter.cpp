@@ -19,10 +19,8 @@ namespace {
 
 constexpr std::uint32_t kNone32 = 0xFFFFFFFF;
 
-/// Whether a text can be shown as it is: all of it printable, and not to be taken for the hexadecimal form.
-bool isPlainText(std::string_view text) {
-    if (text.starts_with(keywords::kHexPrefix))
-        return false;
+/// Whether all of a text can be printed.
+bool isPrintable(std::string_view text) {
     while (!text.empty()) {
         const Character character = firstCharacter(text);
         if (!character.printable)
@@ -160,7 +158,8 @@ bool CPacketTableWriter::writeItemClose() {
 }
 
 bool CPacketTableWriter::writeCPacket(tagTCode code) {
-    return writeRowOpen() && writeDescription(code) && writeHeader(code) && writePayload(code) && writeRowClose();
+    return writeRowOpen() && (m_parsable || writeDescription(code)) && writeHeader(code) && writePayload(code) &&
+           writeRowClose();
 }
 
 bool CPacketTableWriter::writeCPacket(CPacket& packet) {
@@ -184,6 +183,13 @@ bool CPacketTableWriter::writeCPacket(std::uint64_t offset, CPacket& packet) {
     m_offset = offset;
     CCharStringSequence rows(*text);
     return writeCCharStringSequenceSaveOffset(packet, rows);
+}
+
+bool CPacketTableWriter::writeCPacket(std::uint64_t offset, CPacket& packet, std::uint64_t size) {
+    m_breaksOff = size < packet.StreamSize();
+    const bool written = writeCPacket(offset, packet);
+    m_breaksOff = false;
+    return written;
 }
 
 bool CPacketTableWriter::writeOffset(std::uint64_t offset) {
@@ -401,7 +407,7 @@ bool CPacketTableWriter::writeCCharStringSequenceSaveOffset(CPacket& packet, CCh
         written = writeCCharString(chunk, true);
         before += CPacketHeader::Len() + size;
         at += size;
-    } while (written && size == kCharStringMax);
+    } while (written && size == kCharStringMax && !(m_breaksOff && at == text.length()));
     m_offset = saved;
     return written;
 }
@@ -410,7 +416,7 @@ bool CPacketTableWriter::writeCCharStringSequenceSaveOffset(CPacket& packet, CCh
 
 bool CPacketTableWriter::writeRaw(std::string_view text) {
     const auto size = static_cast<std::streamsize>(text.size());
-    if (m_stream.rdbuf()->sputn(text.data(), size) != size)
+    if (m_stream.good() && m_stream.rdbuf()->sputn(text.data(), size) != size)
         m_stream.setstate(std::ios::badbit);
     return m_stream.good();
 }
@@ -437,8 +443,8 @@ bool CPacketTableWriter::writeNumbering() {
 }
 
 bool CPacketTableWriter::writeQuoted(unsigned length, const unsigned char* bytes) {
-    return writeItemOpen(std::min(length, 255U)) && writeText("\"") && writeString(length, bytes) && writeText("\"") &&
-           writeItemClose();
+    return writeItemOpen(std::min(length, kCharStringMax)) && writeRaw("\"") && writeString(length, bytes) &&
+           writeRaw("\"") && writeItemClose();
 }
 
 bool CPacketTableWriter::writeItem(unsigned span, std::string_view text) {
@@ -560,7 +566,7 @@ bool CPacketTableWriter::writeApostropheString(const char* text) {
 }
 
 bool CPacketTableWriter::writeCharString(unsigned length, const unsigned char* bytes) {
-    return writeString(length, bytes);
+    return writeItemOpen(std::min(length, kCharStringMax)) && writeString(length, bytes) && writeItemClose();
 }
 
 bool CPacketTableWriter::writeString(const char* text, unsigned length) {
@@ -579,7 +585,7 @@ bool CPacketTableWriter::writeString(unsigned length, const unsigned char* bytes
     if (!bytes || length == 0)
         return good();
     const std::string_view text(reinterpret_cast<const char*>(bytes), length);
-    if (isPlainText(text))
+    if (isPrintable(text) && !(m_parsable && text.starts_with(keywords::kHexPrefix)))
         return writeText(text);
     return writeRaw(hexNumber(bytes, length));
 }

@@ -44,7 +44,8 @@ public:
 
     virtual void SetWithOffset(bool on) { m_withOffset = on; }
     virtual bool GetWithOffset() const { return m_withOffset; }
-    /// For programs that read the table: no descriptions, and unknown values as the keyword "Invalid".
+    /// For programs that read the table: no descriptions, unknown values as the keyword "Invalid", and no text that
+    /// could be taken for the hexadecimal form.
     virtual void SetParsable(bool on) { m_parsable = on; }
     virtual bool GetParsable() const { return m_parsable; }
     /// Ticks in hexadecimal.
@@ -114,6 +115,10 @@ public:
     /// Characters of a cell, so that they show as they are in the renderer's markup.
     virtual bool writeText(std::string_view text);
 
+    /// The row of a packet that takes `size` bytes of its trace: less than its StreamSize() where the CharString
+    /// packets behind it break off after a full one, so that the one that would end the text has no row.
+    bool writeCPacket(std::uint64_t offset, CPacket& packet, std::uint64_t size);
+
     bool writeTickItem(std::uint64_t value);
     bool writeTickItem(std::uint8_t value);
     bool writeAddrItem(std::uint64_t value);
@@ -125,8 +130,8 @@ public:
     bool writeInvalidItem(unsigned span);
     bool writeTVarCounter(const TVarCounter_t& value);
     bool writeBusDataSignalItem(const CBusDataSignals& signals);
-    /// Texts without a cell. Bytes that are no printable text, or could be taken for the hexadecimal form, are written
-    /// as "0x" and the bytes from the last to the first.
+    /// Texts without a cell. Bytes that are no printable text are written as "0x" and the bytes from the last to the
+    /// first; so is, for programs that read the table, a text that begins with "0x".
     bool writeString(const char* text, unsigned length);
     bool writeString(const std::string& text);
     bool writeString(const char* text);
@@ -138,7 +143,7 @@ public:
     static bool checkRange(tagTCode code) { return code < 256; }
 
 protected:
-    /// Writes characters as they are.
+    /// Writes characters as they are; nothing while the stream is in a failed state.
     bool writeRaw(std::string_view text);
     bool writeNumber(std::uint64_t value);
     bool writeKeyword(unsigned span, std::string_view keyword);
@@ -164,6 +169,7 @@ private:
     bool m_withOffset;
     bool m_parsable = false;
     bool m_hexTick = false;
+    bool m_breaksOff = false; ///< the text of the packet being written has no end in the trace
     std::uint64_t m_offset;
 };
 

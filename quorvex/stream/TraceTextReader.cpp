@@ -476,7 +476,7 @@ void TraceTextReader::parse(Row& row) const {
         std::string bytes = reversedBytes(trimmed(text), length);
         if (text.size() > length && text.ends_with(' '))
             text.remove_suffix(1);
-        if (bytes.empty() && text.size() == length && !text.starts_with(keywords::kHexPrefix))
+        if (bytes.empty() && text.size() == length)
             bytes = text;
         if (bytes.size() != length)
             throw Wrong{text, "a text of " + bytesWord(length) + ", or 0x and their hexadecimal digits"};

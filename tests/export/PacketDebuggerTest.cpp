@@ -48,6 +48,12 @@ TEST(PacketDebugger, ShowsBytesTextsAndWhatIsUnknown) {
                          "Counter Int Value:\t4602678819172646912\nCounter Dbl Value:\t0.5\n\n"
                          "SystemData (0xd5): system trace data\n"
                          "Tick:\t1\nChannel:\t2\nMaster:\t3\nData:\tnone\n\n");
+    out.str("");
+    CRelFunctionDefine cut(1, 2, 3, std::string(255, 'a').c_str());
+    EXPECT_TRUE(printer.put(0, cut, cut.StreamSize() - 2)); // in its trace the text has no end
+    EXPECT_TRUE(out.str().ends_with(" 61 61 61\n\n"));
+    EXPECT_TRUE(printer.put(0, cut));
+    EXPECT_TRUE(out.str().ends_with(" 61 61 61 7e 00\n\n"));
     EXPECT_FALSE(plain.put(nullptr));
     out.setstate(std::ios::badbit);
     EXPECT_FALSE(plain.put(&value));

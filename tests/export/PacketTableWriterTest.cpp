@@ -99,11 +99,11 @@ TEST(Texts, AreShownAsTheyAre) {
     } rows[] = {
         {"main", "main"},
         {"a b ", "a b "},
-        {"a<b>&c", "a<b>&c", "a&lt;b&gt;&amp;c", "a$<$b$>$\\&c"},
+        {"a<b>&\"", "a<b>&\"", "a&lt;b>&amp;\"", "a$<$b$>$\\&\""},
         {"\\x{y}_z^~", "\\x{y}_z^~", "\\x{y}_z^~", "$\\backslash$x\\{y\\}\\_z\\^{}\\~{}"},
         {"100 %$#|--", "100 %$#|--", "100 %$#|--", "100 \\%\\$\\#$|${-}{-}"},
         {unicode, unicode, "&#228;&#8364;&#128512;", "$<$U+00E4$>$$<$U+20AC$>$$<$U+01F600$>$"},
-        {"0x41", "0x31347830"},
+        {"0x41", "0x31347830", "0x41", "0x41"}, // only who reads the table could take it for the hexadecimal form
         {"a\tb", "0x620961"},
         {"a\n", "0x0a61"},
         {std::string("a\0", 2), "0x0061"},
@@ -129,7 +129,7 @@ TEST(Texts, AreShownAsTheyAre) {
         EXPECT_EQ(out.str(), "\tCharString \t" + span + " \t" + plain + " \n");
         EXPECT_TRUE(htmlTable.writeCharString(length, characters) && latexTable.writeCharString(length, characters));
         EXPECT_EQ(html.str(), "<TD class=\"payload\" colspan=" + span + ">\"" + asHTML + "\"</TD>");
-        EXPECT_EQ(latex.str(), "\\multicolumn{" + span + "}{|c|}{\\char34{}" + asLaTeX + "\\char34{}}&");
+        EXPECT_EQ(latex.str(), "\\multicolumn{" + span + "}{|c|}{\"" + asLaTeX + "\"}&");
     }
 }
 
@@ -143,6 +143,9 @@ TEST(PlainTable, GivesEveryPacketOfALongTextARowWithItsOffset) {
     CCharStringSequence sequence("xy");
     EXPECT_TRUE(table.writeCPacket(0x300, sequence));
     EXPECT_TRUE(table.writeCPacket(sequence));
+    CRelFunctionDefine cut(1, 2, 3, a.c_str());
+    EXPECT_TRUE(table.writeCPacket(0x400, cut, cut.StreamSize() - 2)); // in its trace the text has no end
+    EXPECT_TRUE(table.writeCPacket(0x600, cut, cut.StreamSize()));
     EXPECT_EQ(out.str(), "\t0x0000000000000010 \tRelFunctionDefine \t6 \t1 \t0x02 \t0x00000003 \n"
                          "\t0x0000000000000018 \tCharString \t255 \t" +
                              a +
@@ -152,7 +155,16 @@ TEST(PlainTable, GivesEveryPacketOfALongTextARowWithItsOffset) {
                              " \n"
                              "\t0x000000000000021a \tCharString \t0 \t \n"
                              "\t0x0000000000000300 \tCharString \t2 \txy \n"
-                             "\tInvalid \tCharString \t2 \txy \n");
+                             "\tInvalid \tCharString \t2 \txy \n"
+                             "\t0x0000000000000400 \tRelFunctionDefine \t6 \t1 \t0x02 \t0x00000003 \n"
+                             "\t0x0000000000000408 \tCharString \t255 \t" +
+                             a +
+                             " \n"
+                             "\t0x0000000000000600 \tRelFunctionDefine \t6 \t1 \t0x02 \t0x00000003 \n"
+                             "\t0x0000000000000608 \tCharString \t255 \t" +
+                             a +
+                             " \n"
+                             "\t0x0000000000000709 \tCharString \t0 \t \n");
 }
 
 /// The base decides; this renderer shows what it asked for.
@@ -182,6 +194,10 @@ TEST(TableWriter, GivesEveryFieldACellOfItsWidth) {
     EXPECT_EQ(row([&] { return table.writePayload(CounterValueDimN); }),
               "<8:Tick(8)><4:HWCtx(4)><4:SWCtx(4)><8:IP(8)><4:CntrId(4)><8:Value(8)><8:Idx(8){0:27}>");
     EXPECT_EQ(row([&] { return table.writeLength(SignalDefine); }), "<1:21:139>");
+    CCharString text(reinterpret_cast<const unsigned char*>("0xyz"), 4), empty;
+    EXPECT_EQ(row([&] { return table.writePayload(text) && table.writePayload(empty); }), "<4:0xyz><0:>");
+    EXPECT_EQ(row([&] { return table.writeCPacket(EventUndefine); }),
+              "<1:event invalidation><1:EventUndefine><1:4><4:EvtId(4)>");
     const unsigned char raw[] = {0x15, 0xCD, 0x5B, 0x07, 0, 0, 0, 0, 0, 1};
     EXPECT_EQ(row([&] { return table.writeDecItem(raw, 10); }), "<10:4722366482869768670485>");
     EXPECT_EQ(row([&] { return table.writeDecItem(raw, 0) && table.writeHexItem(raw, 2); }), "<0:0><2:0xcd15>");
@@ -195,6 +211,45 @@ TEST(TableWriter, GivesEveryFieldACellOfItsWidth) {
     takeLog();
     table.SetParsable(true);
     EXPECT_EQ(row([&] { return table.writeIdItem(~0U, ~0U) && table.writeCtxItem(7, ~0U); }), "<4:Invalid><4:7>");
+    EXPECT_EQ(row([&] { return table.writeCPacket(EventUndefine); }), "<1:EventUndefine><1:4><4:EvtId(4)>");
+}
+
+template <class Table> class TablesOnAFailedStream : public testing::Test {};
+using Renderers = testing::Types<CPacketTableWriter, Spans, CPacketPlain, CPacketHTML, CPacketLaTeX>;
+TYPED_TEST_SUITE(TablesOnAFailedStream, Renderers);
+
+TYPED_TEST(TablesOnAFailedStream, AreNotWrittenUntilItsStateIsCleared) {
+    std::ostringstream out;
+    TypeParam table(out, true, 0);
+    CCharString text(reinterpret_cast<const unsigned char*>("a"), 1);
+    CPacket* packet = &text;
+    bool (*const writes[])(CPacketTableWriter&, CPacket&) = {
+        [](auto& to, auto&) { return to.writePageHeader(nullptr); },
+        [](auto& to, auto&) { return to.writePageFooter(); },
+        [](auto& to, auto&) { return to.writeTableHeader(true); },
+        [](auto& to, auto&) { return to.writeTableFooter(); },
+        [](auto& to, auto&) { return to.writeRowOpen(); },
+        [](auto& to, auto&) { return to.writeRowClose(); },
+        [](auto& to, auto&) { return to.writeItemOpen(1); },
+        [](auto& to, auto&) { return to.writeItemOpen(2); },
+        [](auto& to, auto&) { return to.writeItemClose(); },
+        [](auto& to, auto&) { return to.writeText("a"); },
+        [](auto& to, auto& from) { return to.writeDescription(from); },
+        [](auto& to, auto& from) { return to.writeHeader(from); },
+        [](auto& to, auto& from) { return to.writePayload(from); },
+        [](auto& to, auto& from) { return to.put(&from); },
+        [](auto& to, auto&) { return to.writeHeader(CharString); },
+        [](auto& to, auto&) { return to.writePayload(CharString); },
+        [](auto& to, auto&) { return to.writeCPacket(CharString); },
+    };
+    out.setstate(std::ios::failbit);
+    for (const auto& write : writes)
+        EXPECT_FALSE(write(table, text)) << &write - writes;
+    EXPECT_FALSE(table.forward(packet));
+    EXPECT_EQ(out.str(), "");
+    table.clear();
+    EXPECT_TRUE(table.put(&text));
+    EXPECT_NE(out.str(), "");
 }
 
 TEST(TableWriter, StopsAtAStreamThatFailsAndKeepsWhatWasNotWritten) {

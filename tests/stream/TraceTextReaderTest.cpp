@@ -104,6 +104,7 @@ TEST(TextReader, ReadsWordsAndNumbersOfAnyBase) {
         {"CharString\t2\ta ", "7e 02 61 20"},
         {"CharString\t1\t  ", "7e 01 20"},
         {"CharString\t3\t0x630961", "7e 03 61 09 63"},
+        {"CharString\t6\t0x4142 ", "7e 06 30 78 34 31 34 32"},
         {"CharString\t7\tInvalid ", "7e 07 496e76616c6964"},
         {"CharString\t4\t\"x\"\\ ", "7e 04 2278225c"},
     };
