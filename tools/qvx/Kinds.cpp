@@ -3,12 +3,20 @@
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Exception.h"
+#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/stream/TextRun.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
+#include <concepts>
+#include <map>
 #include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
 
 namespace qvx {
 
@@ -19,8 +27,137 @@ struct KindsOptions {
     Output output;
 };
 
+using namespace Quorvex;
+
+template <class Context> constexpr const char* kContext = nullptr;
+template <> constexpr const char* kContext<CCoreContext> = "core";
+template <> constexpr const char* kContext<CBusContext> = "bus";
+template <> constexpr const char* kContext<CSystemContext> = "system";
+template <> constexpr const char* kContext<CRelCoreContext> = "relative core";
+template <> constexpr const char* kContext<CRelBusContext> = "relative bus";
+template <> constexpr const char* kContext<CRelSystemContext> = "relative system";
+
+/// What sort of value a field holds, by its name.
+class FieldTypes {
+public:
+    std::map<std::string, std::string_view, std::less<>> types{{"Msg", "text"}}; // CharString is not made of parts
+
+    template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
+    template <class T> void operator()(FieldMeaning meaning, const char* name, const T&) {
+        types[name] = typeOf<T>(meaning);
+    }
+
+private:
+    template <class T> static std::string_view typeOf(FieldMeaning meaning) {
+        if constexpr (std::same_as<T, CData>)
+            return "data";
+        else if constexpr (std::same_as<T, CSignalMask>)
+            return "mask";
+        else if constexpr (std::same_as<T, FillBytes>)
+            return "padding";
+        else if constexpr (std::same_as<T, CBusDataSignals>)
+            return "access";
+        else if constexpr (std::same_as<T, SFrameConfig>)
+            return "configuration";
+        switch (meaning) {
+        case FieldMeaning::Tick:
+            return "tick";
+        case FieldMeaning::Address:
+            return "address";
+        case FieldMeaning::Context:
+        case FieldMeaning::Unit:
+            return "unit";
+        case FieldMeaning::Id:
+            return "id";
+        case FieldMeaning::Length:
+            return "length";
+        default:
+            return "number";
+        }
+    }
+};
+
+/// The payload lengths of a kind, found by asking the library for packets.
+struct Lengths {
+    std::vector<unsigned> fitting; ///< every byte belongs to a field
+    bool longer = false;           ///< those of other lengths are taken when the fields are there
+
+    Lengths(tagTCode kind, FieldTypes& types) {
+        const char zeros[UINT8_MAX] = {};
+        for (unsigned length = 0; length <= UINT8_MAX; ++length) {
+            const CPacketHeader header(kind, static_cast<std::uint8_t>(length));
+            unsigned taken = 0;
+            try {
+                const PacketPointer packet(CPacketFactory::getCPacket(header, zeros, length, taken));
+                visitKind(*packet, [&types](const auto& its) { its.visitParts(types); });
+            } catch (const CQVXException&) {
+                continue;
+            }
+            if (taken == length)
+                fitting.push_back(length);
+            else
+                longer = true;
+        }
+    }
+
+    /// As rows of first, last and step.
+    std::string json() const {
+        std::string rows;
+        for (std::size_t at = 0, next; at < fitting.size(); at = next) {
+            next = at + 1;
+            const unsigned step = next < fitting.size() ? fitting[next] - fitting[at] : 1;
+            while (next < fitting.size() && fitting[next] - fitting[next - 1] == step)
+                ++next;
+            rows += fmt::format("{}[{}, {}, {}]", rows.empty() ? "" : ", ", fitting[at], fitting[next - 1], step);
+        }
+        return rows;
+    }
+};
+
+void writeJson(std::ostream& out) {
+    FieldTypes types;
+    std::map<unsigned, Lengths> lengths;
+    for (unsigned code = 0; code < 256; ++code) {
+        if (PacketPointer(CPacketFactory::getCPacket(tagTCode(code))))
+            lengths.emplace(code, Lengths(tagTCode(code), types));
+    }
+    const auto range = [](std::pair<unsigned, unsigned> of) {
+        return of.first == of.second ? std::to_string(of.first) : fmt::format("[{}, {}]", of.first, of.second);
+    };
+    fmt::print(out, "{{\"version\": 0, \"kinds\": [");
+    std::string_view between = "";
+    for (const auto& [code, its] : lengths) {
+        const auto kind = tagTCode(code);
+        std::string context = "null";
+        visitKind(*PacketPointer(CPacketFactory::getCPacket(kind)), [&context](const auto& packet) {
+            if (const char* name = kContext<typename std::remove_cvref_t<decltype(packet)>::Context>)
+                context = fmt::format("\"{}\"", name);
+        });
+        std::string fields;
+        for (const LayoutField& field : Layout::of(kind).fields) {
+            fields += fmt::format("{}{{\"name\": \"{}\", \"type\": \"{}\", \"size\": {}", fields.empty() ? "" : ", ",
+                                  field.name, types.types[field.name], range(field.size));
+            if (field.count != std::pair{1U, 1U})
+                fields += fmt::format(", \"count\": {}", range(field.count));
+            fields += "}";
+        }
+        fmt::print(out,
+                   "{}\n{{\"code\": {}, \"name\": \"{}\", \"description\": \"{}\", \"context\": {}, \"text\": {}, "
+                   "\"lengths\": [{}], \"longer\": {}, \"fields\": [{}]}}",
+                   between, code, CTCodeInfo::TCodeToName(kind), CTCodeInfo::TCodeToDescription(kind), context,
+                   isFollowedByText(kind), its.json(), its.longer, fields);
+        between = ",";
+    }
+    fmt::print(out, "\n]}}\n");
+}
+
 ExitCode kinds(KindsOptions& options) {
     std::ostream& out = options.output.open();
+    if (options.format == TableFormat::JSON) {
+        writeJson(out);
+        options.output.commit();
+        return Done;
+    }
     const auto table = makeTable(options.format, out, false);
     // The plain form is for reading on the terminal: it has the codes too, and no page around it.
     const bool isPage = options.format != TableFormat::Plain;
@@ -30,8 +167,8 @@ ExitCode kinds(KindsOptions& options) {
         out << "Code";
     table->writeTableHeader();
     for (unsigned code = 0; code < 256; ++code) {
-        const auto kind = Quorvex::tagTCode(code);
-        if (!PacketPointer(Quorvex::CPacketFactory::getCPacket(kind)))
+        const auto kind = tagTCode(code);
+        if (!PacketPointer(CPacketFactory::getCPacket(kind)))
             continue;
         if (!isPage)
             fmt::print(out, "0x{:02x}", code);
@@ -55,7 +192,7 @@ void addKinds(CLI::App& program, ExitCode& exitCode) {
     verb->footer(
         "Example: qvx kinds\n"
         "Behind each field stands its size in bytes, smallest:largest where it varies, and in braces how often\n"
-        "it occurs.");
+        "it occurs. json tells the same to programs that read traces, and which payload lengths there are.");
     verb->callback([options, &exitCode] { exitCode = kinds(*options); });
 }
 

@@ -11,13 +11,12 @@
 
 namespace qvx {
 
-CLI::Option* addFormatOption(CLI::App& verb, TableFormat& format, bool withVerbose) {
+CLI::Option* addFormatOption(CLI::App& verb, TableFormat& format, bool ofPackets) {
     std::map<std::string, TableFormat> formats{
         {"plain", TableFormat::Plain}, {"html", TableFormat::HTML}, {"latex", TableFormat::LaTeX}};
-    if (withVerbose)
-        formats.emplace("verbose", TableFormat::Verbose);
-    return verb
-        .add_option("--format", format, "plain (default), html, latex" + std::string(withVerbose ? ", verbose" : ""))
+    const auto& last =
+        *formats.emplace(ofPackets ? "verbose" : "json", ofPackets ? TableFormat::Verbose : TableFormat::JSON).first;
+    return verb.add_option("--format", format, "plain (default), html, latex, " + last.first)
         ->type_name("FORMAT")
         ->transform(CLI::CheckedTransformer(formats).description(""));
 }

@@ -12,13 +12,13 @@ class Option;
 
 namespace qvx {
 
-/// How packets are shown.
-enum class TableFormat { Plain, HTML, LaTeX, Verbose };
+/// How packets are shown, and kinds of packet.
+enum class TableFormat { Plain, HTML, LaTeX, Verbose, JSON };
 
-/// Adds --format to a verb; Verbose only to those that show packets.
-CLI::Option* addFormatOption(CLI::App& verb, TableFormat& format, bool withVerbose);
+/// Adds --format to a verb: with Verbose for those that show packets, with JSON for those that show kinds.
+CLI::Option* addFormatOption(CLI::App& verb, TableFormat& format, bool ofPackets);
 
-/// The renderer of a table format; not for Verbose, which is no table.
+/// The renderer of a table format; not for Verbose and JSON, which are no tables.
 std::unique_ptr<Quorvex::CPacketTableWriter> makeTable(TableFormat format, std::ostream& out, bool withOffset);
 
 } // namespace qvx

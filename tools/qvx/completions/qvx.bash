@@ -6,7 +6,7 @@ _qvx() {
     if [[ $COMP_CWORD -eq 1 ]]; then
         COMPREPLY=($(compgen -W "info dump convert export kinds --help --version" -- "$current") $(compgen -f -- "$current"))
     elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --format ]]; then
-        COMPREPLY=($(compgen -W "plain html latex verbose" -- "$current"))
+        COMPREPLY=($(compgen -W "plain html latex verbose json" -- "$current"))
     elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --to ]]; then
         COMPREPLY=($(compgen -W "vcd btf" -- "$current"))
     elif [[ $current == -* ]]; then
