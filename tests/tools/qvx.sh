@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
 # Runs qvx as people do, and compares what it says.
 #
-#     qvx.sh QVX QUICKSTART FORMAT_MD
+#     qvx.sh QVX QUICKSTART
 . "$(dirname "$0")/common.sh"
 quickstart=$2
-format=$3
 
 # expect CODE OUTPUT ERRORS COMMAND...: the exit code and the whole of both outputs; - leaves an output unchecked.
 expect() {
@@ -99,17 +98,6 @@ yes trace | head -200 | xargs cat >long
 "$qvx" dump long 2>err | head -1 >/dev/null
 # Windows does not end a program that writes to a closed pipe; there it says so.
 [ -s err ] && [ "${QVX_SYSTEM:-}" != Windows ] && { cat err; fail 'a closed pipe is not quiet'; }
-
-# The table of kinds in the format's description is this very output, and its example is a real file.
-"$qvx" kinds >kinds
-sed -n '/^<!-- qvx kinds -->$/,/^<!-- end -->$/p' "$format" | sed '1,2d;$d' | sed '$d' >described
-diff kinds described || fail 'docs/format.md has another table of kinds'
-sed -n '/^<!-- example -->$/,/^<!-- end -->$/p' "$format" | sed -n 's/^\([0-9a-f]\{4\}\)  \([0-9a-f ]*[0-9a-f]\)  .*/\2/p' |
-    tr -d ' \n' | sed 's/../\\x&/g' >escaped
-printf "$(cat escaped)" >example
-expect 0 - '' "$qvx" dump --parsable example
-[ "$(grep -c . out)" -eq 11 ] && grep -q '^	0x0000000000000042 	CharString 	4 	main $' out &&
-    grep -q '^	0x0000000000000074 	EndOfTrace 	0 $' out || { cat out; fail 'the example of docs/format.md'; }
 
 # The program of the README and its traces.
 QVX_TRACEDIR=. "$quickstart"
