@@ -3,6 +3,7 @@
 
     check.py QVX SOURCE_DIR
 """
+import difflib
 import os
 import pathlib
 import re
@@ -24,11 +25,10 @@ def expect(what, expected, got):
         return
     failures += 1
     print(f'FAILED: {what}')
-    if isinstance(expected, list) and isinstance(got, list):
-        for line in [f'  - {line}' for line in expected if line not in got] + [f'  + {line}' for line in got if line not in expected]:
-            print(line)
+    if isinstance(expected, list):
+        print(*difflib.unified_diff(expected, got, 'expected', 'got', n=1, lineterm=''), sep='\n')
     else:
-        print(f'  - {expected}\n  + {got}')
+        print(f'expected {expected}, got {got}')
 
 
 def qvx(*arguments):
@@ -60,18 +60,16 @@ def check_trace(name, data):
     expect(f'{name}: what is lost', (lost[0][0], sum(size for _, size in lost), 3) if lost else (None, 0, 0),
            (int(told[1]), int(told[2]), code) if told else (None, 0, code))
 
-    # With every context absolute, but for what a conversion has for the pages and frames of its own.
-    drop = ('Sync', 'BusSync', 'SystemSync', 'TraceEnabled')
-    qvx('convert', '--absolute', '-f', 'trace', '-o', 'absolute')
-    expect(f'{name}: contexts',
-           [' '.join(packet.absolute).rstrip(' ') for packet in packets if packet.name not in drop],
-           [row.split(' ', 1)[1] for row in rows('absolute') if row.split(' ')[1] not in drop])
+    # What is written again has references and frame lengths of its own, and ends names that broke off.
+    def written(cells):
+        return [row for row in cells if not re.match('(Bus|System)?Sync |TraceEnabled |CharString 0', row)]
 
-    # The table is a trace, too.
-    pathlib.Path('table').write_bytes(subprocess.run([QVX, 'dump', '--parsable', 'trace'], capture_output=True).stdout)
+    qvx('convert', '--absolute', '-f', 'trace', '-o', 'absolute')
+    expect(f'{name}: contexts', written(' '.join(packet.absolute).rstrip(' ') for packet in packets),
+           written(row.split(' ', 1)[1] for row in rows('absolute')))
+    pathlib.Path('table').write_text(qvx('dump', '--parsable', 'trace')[0], encoding='utf-8', newline='\n')
     qvx('convert', '-f', 'table', '-o', 'back')
-    expect(f'{name}: back from the table', *([row.split(' ', 1)[1] for row in rows(file) if row.split(' ')[1] not in drop]
-                                             for file in ('trace', 'back')))
+    expect(f'{name}: back from the table', *(written(row.split(' ', 1)[1] for row in rows(file)) for file in ('trace', 'back')))
 
 
 def vector(text):
@@ -104,14 +102,16 @@ def table(head):
 
 
 def check_page():
-    expect('docs/format.md: the table of kinds', PAGE.split('<!-- qvx kinds -->\n```\n')[1].split('```')[0], qvx('kinds')[0])
-    expect('docs/kinds.json', (SOURCE / 'docs/kinds.json').read_text(encoding='ascii'), qvx('kinds', '--format', 'json')[0])
+    expect('docs/format.md: the table of kinds', PAGE.split('<!-- qvx kinds -->\n```\n')[1].split('```')[0].split('\n'),
+           qvx('kinds')[0].split('\n'))
+    expect('docs/kinds.json', (SOURCE / 'docs/kinds.json').read_text(encoding='ascii').split('\n'),
+           qvx('kinds', '--format', 'json')[0].split('\n'))
 
     kinds = KINDS.by_code.values()
     types = {(field['name'], field['type']) for kind in kinds for field in kind['fields']}
-    expect('docs/format.md: fields', sorted(types | {('SrcFuncId', 'id')}),
-           sorted((name, kind) for names, kind_list, *_ in table('field | type')
-                  for name, kind in zip(names.split(', '), kind_list.split(', ') * 9)))
+    expect('docs/format.md: fields', sorted(f'{name} {kind}' for name, kind in types | {('SrcFuncId', 'id')}),
+           sorted(f'{name} {kind}' for names, several, *_ in table('field | type')
+                  for name, kind in zip(names.split(', '), several.split(', ') * 9)))
 
     # The lengths that the page tells: those of the fields, and where its table has others, these.
     names, lengths, _ = zip(*table('kind | payload length'))
@@ -131,8 +131,9 @@ def check_page():
             (least, most), (once, often) = (of if type(of) is list else (of, of) for of in (field['size'], field.get('count', 1)))
             every = {have + more for have in every for more in range(least * once, most * often + 1, 1 if least < most else most)}
         name = kind['name'][3:] if less else kind['name']
-        expect(f"docs/format.md: lengths of {kind['name']}", sorted(told[name]) if name in told else sorted(every),
-               sorted(length + less * (name in told) for row in kind['lengths'] for length in range(row[0], row[1] + 1, row[2])))
+        every = {length - less for length in told[name]} if name in told else every
+        expect(f"docs/format.md: lengths of {kind['name']}", str(sorted(every)),
+               str([length for first, last, step in kind['lengths'] for length in range(first, last + 1, step)]))
 
 
 def check_example():

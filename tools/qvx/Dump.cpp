@@ -36,15 +36,18 @@ ExitCode dump(DumpOptions& options) {
     std::ostream& out = options.output.open();
     if (options.format == TableFormat::Verbose) {
         Quorvex::CPacketDebugger printer(out, options.bytes);
-        showAll(input, options.limit, [&](Quorvex::CPacket& packet) { return printer.put(input.offset(), packet); });
+        showAll(input, options.limit, [&](Quorvex::CPacket& packet) {
+            return printer.put(input.offset(), packet, input.end() - input.offset());
+        });
     } else {
         const auto table = makeTable(options.format, out, true);
         table->SetParsable(options.parsable);
         table->SetHexTick(options.hexTick);
         table->writePageHeader(nullptr);
         table->writeTableHeader(true);
-        showAll(input, options.limit,
-                [&](Quorvex::CPacket& packet) { return table->writeCPacket(input.offset(), packet); });
+        showAll(input, options.limit, [&](Quorvex::CPacket& packet) {
+            return table->writeCPacket(input.offset(), packet, input.end() - input.offset());
+        });
         table->writeTableFooter();
         table->writePageFooter();
     }
