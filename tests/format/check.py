@@ -113,6 +113,9 @@ def check_page():
            sorted(f'{name} {kind}' for names, several, *_ in table('field | type')
                   for name, kind in zip(names.split(', '), several.split(', ') * 9)))
 
+    expect('docs/format.md: kinds that a text may follow', [kind['code'] for kind in kinds if kind['text']],
+           [int(code, 16) for code in re.findall('0x..', re.search('These kinds have one:([^.]*)', PAGE)[1])])
+
     # The lengths that the page tells: those of the fields, and where its table has others, these.
     names, lengths, _ = zip(*table('kind | payload length'))
     codes = [[int(code, 16) for code in part.split(' to ')] for part in names[-1].split(', ')]
