@@ -54,11 +54,14 @@ def check_trace(name, data):
     packets = [packet for packet in read if not isinstance(packet, tuple) and packet.code != reader.FILL]
     expect(f'{name}: rows', [re.sub('^([^ ]*) [^ ]*', r'\1', line) for line in reader.listing(packets)], rows('trace'))
 
-    lost = [where for where in read if isinstance(where, tuple)]
+    lost = [packet for packet in read if isinstance(packet, tuple)]
     _, errors, code = qvx('dump', 'trace')
-    told = re.search(r'offset (\d+):.*?(\d+) bytes? ', errors)
-    expect(f'{name}: what is lost', (lost[0][0], sum(size for _, size in lost), 3) if lost else (None, 0, 0),
-           (int(told[1]), int(told[2]), code) if told else (None, 0, code))
+    places, cut = ([packet for packet in lost if packet[1] == why] for why in ('lost', 'cut'))
+    expect(f'{name}: what is lost',
+           ([at for at, *_ in places[:1]], sum(size for *_, size in places), [at for at, *_ in cut], 3 if lost else 0),
+           ([int(at) for at in re.findall(r'offset (\d+): .*stepped over', errors)],
+            sum(map(int, re.findall(r'(\d+) bytes? stepped over', errors))),
+            [int(at) for at in re.findall(r'offset (\d+): the trace ends', errors)], code))
 
     # What is written again has references and frame lengths of its own, and ends names that broke off.
     def written(cells):
@@ -131,8 +134,10 @@ def check_page():
         less = {'relative core': 22, 'relative bus': 15, 'relative system': 15}.get(kind['context'], 0)
         every = {0}
         for field in kind['fields']:
-            (least, most), (once, often) = (of if type(of) is list else (of, of) for of in (field['size'], field.get('count', 1)))
-            every = {have + more for have in every for more in range(least * once, most * often + 1, 1 if least < most else most)}
+            (least, most), (few, many) = (of if type(of) is list else (of, of)
+                                          for of in (field['size'], field.get('count', 1)))
+            step = 1 if least < most else most
+            every = {size + more for size in every for more in range(least * few, most * many + 1, step)}
         name = kind['name'][3:] if less else kind['name']
         every = {length - less for length in told[name]} if name in told else every
         expect(f"docs/format.md: lengths of {kind['name']}", str(sorted(every)),
@@ -141,7 +146,8 @@ def check_page():
 
 def check_example():
     """The bytes of the page's example against its comments."""
-    lines = re.findall(r'^([0-9a-f]{4})  ((?:[0-9a-f]{2} )+) *(.*)$', PAGE.split('<!-- example -->')[1].split('<!-- end -->')[0], re.M)
+    example = PAGE.split('<!-- example -->')[1].split('<!-- end -->')[0]
+    lines = re.findall(r'^([0-9a-f]{4})  ((?:[0-9a-f]{2} )+) *(.*)$', example, re.M)
     data, expected = b'', []
     for offset, digits, comment in lines:
         expect(f'docs/format.md: offset of "{comment}"', int(offset, 16), len(data))

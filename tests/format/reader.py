@@ -4,7 +4,8 @@
     reader.py KINDS_JSON TRACE
 
 Prints a line for each packet but Fill: its offset, its time (- when it tells none, + when it belongs to the packet before),
-then the cells of its row in the plain table. What cannot be read is a line with the offset, "lost" and the number of bytes.
+then the cells of its row in the plain table. For what cannot be read it prints the offset, "lost" and the number of bytes, or
+"cut" and what is left of the last packet.
 """
 import json
 import sys
@@ -83,14 +84,19 @@ def cells_of(field, raw):
     return [number if kind in ('tick', 'unit', 'number', 'length') else digits]
 
 
+def size_of(split):
+    return sum(len(raw) for _, raw in split)
+
+
 class Packet:
     """One packet: where it stands, its time, and its row as it is and with an absolute context."""
 
     def __init__(self, kinds, at, code, length, split, references):
         kind = kinds.by_code[code]
         self.at, self.code, self.name, self.text = at, code, kind['name'], b''
-        self.takes_text = kind['text']
-        self.row = self.cells(split, length)
+        self.takes_text, self.belongs = kind['text'], False
+        self.size = size_of(split)
+        self.row = self.cells(split, min(self.size, length))
         sort = kind['context'] or ''
         if sort.startswith('relative '):
             sort = sort.split()[1]
@@ -101,17 +107,16 @@ class Packet:
             self.name = self.name[3:]
         elif code in SYNCS:
             references[SYNCS[code]] = split
-        self.absolute = self.cells(split)
+        self.absolute = self.cells(split, size_of(split))
         ticks = [int.from_bytes(raw, 'little') for field, raw in split if field['name'] in ('Tick', 'Timestamp')]
         self.tick = ticks[0] if ticks and ticks[0] >> 8 != ONES >> 8 else None
 
-    def cells(self, split, length=255):
-        size = sum(len(raw) for _, raw in split)
-        return [self.name, str(min(size, length))] + [cell for part in split for cell in cells_of(*part)]
+    def cells(self, split, length):
+        return [self.name, str(length)] + [cell for part in split for cell in cells_of(*part)]
 
 
 def read(kinds, data):
-    """The packets of a trace, and for what is lost its offset and size."""
+    """The packets of a trace; for what cannot be read, its offset, why, and its size."""
     references = {}
     for code, sort in SYNCS.items():
         fields = kinds.by_code[code]['fields']
@@ -131,22 +136,21 @@ def read(kinds, data):
         if packet and code == CHAR_STRING and named and (length > 0 or named.text):
             named.text += payload
             packet.belongs = True
-            if length < 255:
-                named = None
+            named = named if length == 255 else None
         else:
             named = packet if packet and packet.takes_text else None
-            if packet:
-                packet.belongs = False
-        yield packet or (at, end - at)
+        yield packet or (at, 'lost', end - at)
+        if packet and at + 2 + packet.size < end:
+            yield at + 2 + packet.size, 'lost', end - at - 2 - packet.size
         at = end
-    if at < len(data):
-        yield at, len(data) - at
+    if at < len(data) or named and named.text:
+        yield at, 'cut', len(data) - at
 
 
 def listing(packets):
     for packet in packets:
         if isinstance(packet, tuple):
-            yield '%04x lost %d' % packet
+            yield '%04x %s %d' % packet
         elif packet.code != FILL:
             time = '+' if packet.belongs else '-' if packet.tick is None else str(packet.tick)
             yield ' '.join(['%04x' % packet.at, time] + packet.row).rstrip(' ')
