@@ -121,7 +121,7 @@ def read(kinds, data):
     for code, sort in SYNCS.items():
         fields = kinds.by_code[code]['fields']
         references[sort] = [(field, (b'\0' if field['type'] == 'unit' else b'\xff') * field['size']) for field in fields]
-    at, named = 0, None
+    at, named, frame = 0, None, None
     while at + 2 <= len(data):
         code, length = data[at], data[at + 1]
         end = at + 2 + length
@@ -139,11 +139,13 @@ def read(kinds, data):
             named = named if length == 255 else None
         else:
             named = packet if packet and packet.takes_text else None
+        if packet and packet.name in ('TraceEnabled', 'TraceDisabled', 'EndOfTrace'):
+            frame = packet.name
         yield packet or (at, 'lost', end - at)
         if packet and at + 2 + packet.size < end:
             yield at + 2 + packet.size, 'lost', end - at - 2 - packet.size
         at = end
-    if at < len(data) or named and named.text:
+    if at < len(data) or named and named.text or frame == 'TraceEnabled':
         yield at, 'cut', len(data) - at
 
 
