@@ -1,10 +1,9 @@
 #pragma once
 
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/OutputFile.h"
 
 #include <cstddef>
-#include <cstdio>
-#include <memory>
 
 namespace Quorvex::platform {
 
@@ -18,13 +17,11 @@ public:
     /// Bytes read, 0 at the end.
     std::size_t read(char* bytes, std::size_t size);
     bool good() const { return m_good; }
+    /// Why it is not good, an error number of the system (errno).
+    int error() const { return m_file.error(); }
 
 private:
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
-    std::unique_ptr<std::FILE, Close> m_file;
+    OutputFile m_file;
     bool m_good = true;
 };
 

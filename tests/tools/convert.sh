@@ -25,7 +25,8 @@ convert 0 relative -o absolute --absolute
 same absolute plain
 convert 0 relative.paged -o absolute.paged --absolute --paged
 same absolute.paged "$trace"
-convert 0 absolute -f -o absolute --absolute # onto itself
+convert 1 absolute -f -o absolute --absolute
+says 'qvx: absolute: is the same file as the input absolute'
 same absolute plain
 "$qvx" info plain | grep '^Layout:    plain$' >/dev/null || fail 'a plain trace is not called so'
 for how in '' --parsable '--parsable --hex-tick'; do

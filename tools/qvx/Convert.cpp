@@ -15,7 +15,6 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <cerrno>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -199,8 +198,9 @@ private:
 class Conversion {
 public:
     explicit Conversion(ConvertOptions& options) : m_options(options) {
-        std::ostream& out = options.output.open();
-        if (options.output.isFile())
+        options.output.check(options.files);
+        std::ostream& out = options.output.target().open();
+        if (options.output.target().isFile())
             m_sink = std::make_unique<CTraceSinkBufferStream>(out);
         else
             m_sink = std::make_unique<SequentialSink>(out);
@@ -226,15 +226,13 @@ public:
             if (const ExitCode damage = input.reportDamage(); damage != Done)
                 exitCode = damage;
         }
-        errno = 0;
         m_writer->flush();
-        m_options.output.check();
         const std::uint64_t size = m_writer->tellp();
-        m_options.output.commit();
-        fmt::print(stderr, "qvx: {} packets, {} bytes -> {} bytes", m_packets, m_bytes, size);
+        m_options.output.target().commit();
+        std::string summary = fmt::format("{} packets, {} bytes -> {} bytes", m_packets, m_bytes, size);
         if (m_bytes > 0)
-            fmt::print(stderr, " ({:.1f} %)", 100.0 * static_cast<double>(size) / static_cast<double>(m_bytes));
-        fmt::print(stderr, "\n");
+            summary += fmt::format(" ({:.1f} %)", 100.0 * static_cast<double>(size) / static_cast<double>(m_bytes));
+        tell(summary);
         return exitCode;
     }
 
@@ -250,12 +248,11 @@ private:
         const tagTCode code = packet->TraceCode();
         const unsigned size = packet->StreamSize();
         CPacket* raw = packet.release();
-        errno = 0;
         const bool written = m_packetSink->forward(raw);
         packet.reset(raw); // some sinks leave the packet with the caller
         if (written)
             return;
-        m_options.output.check();
+        m_options.output.target().finish();
         throw Failure(input.name(), fmt::format("offset {}: a {} packet of {} bytes, its text included, does not fit a "
                                                 "block of {} bytes",
                                                 input.offset(), CTCodeInfo::TCodeToName(code), size, kPageSize));

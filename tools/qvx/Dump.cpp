@@ -32,8 +32,9 @@ template <class Show> void showAll(TraceInput& input, std::uint64_t limit, Show&
 }
 
 ExitCode dump(DumpOptions& options) {
+    options.output.check({options.file});
     TraceInput input(options.file);
-    std::ostream& out = options.output.open();
+    std::ostream& out = options.output.target().open();
     if (options.format == TableFormat::Verbose) {
         Quorvex::CPacketDebugger printer(out, options.bytes);
         showAll(input, options.limit, [&](Quorvex::CPacket& packet) {
@@ -51,7 +52,7 @@ ExitCode dump(DumpOptions& options) {
         table->writeTableFooter();
         table->writePageFooter();
     }
-    options.output.commit();
+    options.output.target().commit();
     return input.reportDamage();
 }
 

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace qvx {
@@ -19,11 +20,11 @@ namespace {
 
 using namespace Quorvex;
 
-enum class Target { VCD, BTF };
+enum class Viewer { VCD, BTF };
 
 struct ExportOptions {
     std::vector<std::string> files;
-    Target target = Target::VCD;
+    Viewer viewer = Viewer::VCD;
     bool strict = false;
     std::string save;
     Output output;
@@ -37,11 +38,21 @@ std::string listOf(const CViewerWriter::Losses& losses) {
 }
 
 ExitCode exportTo(ExportOptions& options) {
+    options.output.check(options.files);
+    Target& target = options.output.target();
+    std::optional<SaveFile> save;
+    if (!options.save.empty()) {
+        if (!target.isFile())
+            throw Failure(target.name(), "is no file that a viewer could be set up for");
+        save.emplace(options.save, options.output.force(), options.output.claims());
+    }
     Merged merged(options.files);
-    std::ostream& out = options.output.open();
+    std::ostream& out = target.open();
+    if (save)
+        save->open();
     std::unique_ptr<CViewerWriter> writer;
     CVCDWriter* dump = nullptr;
-    if (options.target == Target::BTF)
+    if (options.viewer == Viewer::BTF)
         writer = std::make_unique<CBtfWriter>(out, fmt::format("{}", fmt::join(options.files, " ")));
     else
         writer.reset(dump = new CVCDWriter(out));
@@ -52,19 +63,21 @@ ExitCode exportTo(ExportOptions& options) {
         good = writer->put(packet.get());
     if (good)
         writer->flush();
-    options.output.check();
+    target.finish();
     if (!writer->written())
         throw Failure("temporary file", platform::errorText(errno ? errno : EIO));
 
     const std::string losses = listOf(writer->losses());
     if (options.strict && !losses.empty())
-        throw Failure(options.output.name(), "cannot show " + losses);
-    options.output.commit();
-    if (!options.save.empty())
-        writeSaveFile(options.save, options.output.name(), *dump, options.output.force());
+        throw Failure(target.name(), "cannot show " + losses);
+    if (save)
+        save->write(target.name(), *dump);
+    target.commit();
+    if (save)
+        save->commit();
     ExitCode exitCode = merged.reportDamage();
     if (!losses.empty()) {
-        fmt::print(stderr, "qvx: {}: not shown as in the trace: {}\n", options.output.name(), losses);
+        tell(fmt::format("{}: not shown as in the trace: {}", target.name(), losses));
         exitCode = DoneWithLoss;
     }
     return exitCode;
@@ -76,10 +89,10 @@ void addExport(CLI::App& program, ExitCode& exitCode) {
     auto options = std::make_shared<ExportOptions>();
     CLI::App* verb = program.add_subcommand("export", "Write traces in the formats of other viewers");
     verb->add_option("FILES", options->files, "Trace files, merged by time; - for standard input")->required();
-    verb->add_option("--to", options->target, "vcd (value change dump), btf (best trace format)")
+    verb->add_option("--to", options->viewer, "vcd (value change dump), btf (best trace format)")
         ->required()
         ->type_name("FORMAT")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Target>{{"vcd", Target::VCD}, {"btf", Target::BTF}})
+        ->transform(CLI::CheckedTransformer(std::map<std::string, Viewer>{{"vcd", Viewer::VCD}, {"btf", Viewer::BTF}})
                         .description(""));
     verb->add_flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
     auto* save = verb->add_option("--save", options->save,
@@ -89,7 +102,7 @@ void addExport(CLI::App& program, ExitCode& exitCode) {
     verb->footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
                  "What the target cannot show is counted, told, and gives exit code 3.");
     verb->callback([options, &exitCode] {
-        if (!options->save.empty() && (options->target != Target::VCD || !options->output.isNamed()))
+        if (!options->save.empty() && (options->viewer != Viewer::VCD || !options->output.isNamed()))
             throw CLI::ValidationError("--save", "goes with --to vcd and a named file");
         exitCode = exportTo(*options);
     });

@@ -109,7 +109,7 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
     const auto line = [&out](std::string_view label, const std::string& text) {
         fmt::print(out, "{:<11}{}\n", label, text);
     };
-    line("File:", input.name());
+    line("File:", shown(input.name()));
     line("Layout:", layout(input.size()));
     line("Size:", fmt::format("{} bytes", input.size()));
     if (m_firstTick == kUnknown64) {
@@ -146,12 +146,14 @@ struct InfoOptions {
 };
 
 ExitCode info(InfoOptions& options) {
+    options.output.check({options.file});
     TraceInput input(options.file);
+    std::ostream& out = options.output.target().open();
     Summary summary;
     while (const PacketPointer packet = input.next())
         summary.add(*packet, input.offset(), input.end());
-    summary.print(options.output.open(), input);
-    options.output.commit();
+    summary.print(out, input);
+    options.output.target().commit();
     return input.reportDamage();
 }
 

@@ -151,16 +151,10 @@ void writeJson(std::ostream& out) {
     fmt::print(out, "\n]}}\n");
 }
 
-ExitCode kinds(KindsOptions& options) {
-    std::ostream& out = options.output.open();
-    if (options.format == TableFormat::JSON) {
-        writeJson(out);
-        options.output.commit();
-        return Done;
-    }
-    const auto table = makeTable(options.format, out, false);
+void writeTable(TableFormat format, std::ostream& out) {
+    const auto table = makeTable(format, out, false);
     // The plain form is for reading on the terminal: it has the codes too, and no page around it.
-    const bool isPage = options.format != TableFormat::Plain;
+    const bool isPage = format != TableFormat::Plain;
     if (isPage)
         table->writePageHeader(nullptr);
     else
@@ -178,7 +172,16 @@ ExitCode kinds(KindsOptions& options) {
         table->writeTableFooter();
         table->writePageFooter();
     }
-    options.output.commit();
+}
+
+ExitCode kinds(KindsOptions& options) {
+    options.output.check({});
+    std::ostream& out = options.output.target().open();
+    if (options.format == TableFormat::JSON)
+        writeJson(out);
+    else
+        writeTable(options.format, out);
+    options.output.target().commit();
     return Done;
 }
 

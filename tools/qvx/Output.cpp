@@ -6,11 +6,148 @@
 #include <CLI/CLI.hpp>
 
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
-#include <iostream>
 
 namespace qvx {
+
+using Quorvex::platform::FileStatus;
+
+namespace {
+
+constexpr int kStandardInput = 0;
+constexpr int kStandardOutput = 1;
+
+std::string directoryOf(const std::string& path) {
+    return std::filesystem::path(path).parent_path().string();
+}
+
+} // namespace
+
+void Claims::read(const std::string& path) {
+    const auto claim = [this](const FileStatus& status, const std::string& name) {
+        if (status.sort == FileStatus::Regular || status.sort == FileStatus::Fifo)
+            m_claimed.emplace(Key(status.identity, {}), name);
+    };
+    if (path == "-") {
+        claim(FileStatus::of(kStandardInput), "standard input");
+        return;
+    }
+    std::string real = path;
+    int descriptor = -1;
+    Quorvex::platform::followLinks(real, descriptor);
+    for (const std::string& file : {path, path + ".page", real + ".page"})
+        claim(FileStatus::of(file), file == path ? "the input " + path : "the page file " + file + " of an input");
+}
+
+void Claims::write(const std::string& name, const std::string& path, const FileStatus& status) {
+    Key key(status.identity, {});
+    if (status.sort == FileStatus::Missing) {
+        const std::string directory = directoryOf(path);
+        key = {FileStatus::of(directory.empty() ? "." : directory).identity,
+               std::filesystem::path(path).filename().string()};
+    } else if (status.sort == FileStatus::Device) {
+        return;
+    }
+    const auto [at, isNew] = m_claimed.emplace(key, "the output " + name);
+    if (!isNew)
+        throw Failure(name, "is the same file as " + at->second);
+}
+
+Target::Target(const std::string& path, bool force, Claims& claims)
+    : m_name(path == "-" ? "standard output" : path),
+      m_path(path),
+      m_force(force),
+      m_buffer(m_file),
+      m_stream(&m_buffer) {
+    int descriptor = path == "-" ? kStandardOutput : -1;
+    if (path != "-") {
+        if (const int error = Quorvex::platform::followLinks(m_path, descriptor))
+            fail(error);
+    }
+    const bool isOpen = descriptor >= 0;
+    const FileStatus status = isOpen ? FileStatus::of(descriptor) : FileStatus::of(m_path);
+    m_isFile = !isOpen && (status.sort == FileStatus::Missing || status.sort == FileStatus::Regular);
+    m_buffer.canSeek(m_isFile);
+    if (status.error != 0)
+        fail(status.error);
+    if (m_isFile && std::filesystem::path(m_path).filename().empty())
+        fail(ENOENT);
+    if (!isOpen && status.sort == FileStatus::Directory)
+        fail(EISDIR);
+    if (!isOpen && status.sort == FileStatus::Other)
+        throw Failure(m_name, "is a block device or a socket");
+    claims.write(m_name, m_path, status);
+    if (m_isFile && status.sort == FileStatus::Regular && !force)
+        fail(EEXIST);
+    if (status.sort != FileStatus::Missing && !status.isWritable)
+        fail(isOpen ? EBADF : EACCES);
+    // It is what it is now: once files have been opened, the number may be that of another.
+    if (isOpen && !m_file.attach(descriptor))
+        fail(m_file.error());
+}
+
+void Target::fail(int error) const {
+    if (error == EPIPE)
+        throw NobodyReads();
+    throw Failure(m_name,
+                  error == EEXIST ? "exists; use --force to overwrite it" : Quorvex::platform::errorText(error));
+}
+
+std::ostream& Target::open() {
+    if (m_isFile && !m_file.create(directoryOf(m_path)))
+        throw Failure(m_name, "no file can be made in its directory: " + Quorvex::platform::errorText(m_file.error()));
+    if (!m_file.is_open() && !m_file.open(m_path))
+        fail(m_file.error());
+    return m_stream;
+}
+
+void Target::check() const {
+    if (m_buffer.error() != 0)
+        fail(m_buffer.error());
+}
+
+void Target::finish() {
+    m_stream.flush();
+    check();
+}
+
+void Target::commit() {
+    finish();
+    if (!(m_isFile ? m_file.place(m_path, m_force) : m_file.close()))
+        fail(m_file.error());
+}
+
+Target::Buffer::int_type Target::Buffer::overflow(int_type c) {
+    if (sync() != 0)
+        return traits_type::eof();
+    if (!traits_type::eq_int_type(c, traits_type::eof()))
+        sputc(traits_type::to_char_type(c));
+    return traits_type::not_eof(c);
+}
+
+int Target::Buffer::sync() {
+    const auto count = static_cast<std::size_t>(pptr() - pbase());
+    if (m_error == 0 && !m_file.write(pbase(), count))
+        m_error = m_file.error();
+    m_position += count;
+    setp(m_bytes, m_bytes + sizeof m_bytes);
+    return m_error == 0 ? 0 : -1;
+}
+
+Target::Buffer::pos_type Target::Buffer::seekoff(off_type offset, std::ios::seekdir direction, std::ios::openmode) {
+    const auto here = static_cast<off_type>(m_position) + (pptr() - pbase());
+    if (direction == std::ios::cur)
+        return offset == 0 ? pos_type(here) : seekpos(pos_type(here + offset), std::ios::out);
+    return direction == std::ios::beg ? seekpos(pos_type(offset), std::ios::out) : pos_type(off_type(-1));
+}
+
+Target::Buffer::pos_type Target::Buffer::seekpos(pos_type position, std::ios::openmode) {
+    const auto to = static_cast<std::uint64_t>(std::streamoff(position));
+    if (!m_canSeek || sync() != 0 || !m_file.seek(to))
+        return pos_type(off_type(-1));
+    m_position = to;
+    return position;
+}
 
 void Output::addOptions(CLI::App& verb, bool required) {
     auto* path =
@@ -20,48 +157,10 @@ void Output::addOptions(CLI::App& verb, bool required) {
     verb.add_flag("-f,--force", m_force, "Overwrite FILE if it exists");
 }
 
-std::ostream& Output::open() {
-    if (m_path == "-")
-        return std::cout;
-    if (!m_force && std::filesystem::exists(m_path))
-        throw Failure(m_path, "exists; use --force to overwrite it");
-    const std::string temporary = m_path + ".part";
-    errno = 0;
-    m_file.open(temporary, std::ios::binary | std::ios::trunc);
-    if (!m_file.is_open())
-        throw Failure(temporary, Quorvex::platform::errorText(errno));
-    m_temporary = temporary;
-    return m_file;
-}
-
-void Output::check() const {
-    const bool good = isFile() ? m_file.good() : std::cout.good();
-    if (!good)
-        throw Failure(isFile() ? m_temporary : "standard output", Quorvex::platform::errorText(errno ? errno : EIO));
-}
-
-void Output::commit() {
-    errno = 0;
-    if (!isFile()) {
-        if (!std::cout.flush())
-            throw Failure("standard output", Quorvex::platform::errorText(errno));
-        return;
-    }
-    m_file.close();
-    if (m_file.fail())
-        throw Failure(m_temporary, Quorvex::platform::errorText(errno));
-    std::error_code error;
-    std::filesystem::rename(m_temporary, m_path, error);
-    if (error)
-        throw Failure(m_path, error.message());
-    m_temporary.clear();
-}
-
-Output::~Output() {
-    if (!isFile())
-        return;
-    m_file.close();
-    std::remove(m_temporary.c_str());
+void Output::check(const std::vector<std::string>& inputs) {
+    for (const std::string& input : inputs)
+        m_claims.read(input);
+    m_target = std::make_unique<Target>(m_path, m_force, m_claims);
 }
 
 } // namespace qvx

@@ -1,8 +1,14 @@
 #pragma once
 
-#include <fstream>
+#include "quorvex/platform/OutputFile.h"
+
+#include <map>
+#include <memory>
 #include <ostream>
+#include <streambuf>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -10,31 +16,95 @@ class App;
 
 namespace qvx {
 
-/// Where a verb's data goes: standard output, or a file that appears under its name only when it is whole.
+/// The files of a run, by what they are and not by their names: none that is read is written, and none is written
+/// twice.
+class Claims {
+public:
+    /// An input, "-" for standard input, and the page file that may belong to it.
+    void read(const std::string& path);
+    /// An output, `name` for the user, that leads to `path`. Throws Failure if it is claimed already.
+    void write(const std::string& name, const std::string& path, const Quorvex::platform::FileStatus& status);
+
+private:
+    /// A file that exists, or a name in a directory that does.
+    using Key = std::pair<Quorvex::platform::FileIdentity, std::string>;
+    std::map<Key, std::string> m_claimed;
+};
+
+/// Where data goes. A file comes to stand under its name only when it is whole, and nothing else is left of it; links
+/// are followed. One that exists is replaced only if `force` says so. Devices of characters and FIFOs, among them what
+/// /dev/stdout names, are written as they are; other things are refused. All functions throw Failure.
+class Target {
+public:
+    /// Makes sure that `path`, "-" for standard output, can be written and is not claimed. Nothing is changed.
+    Target(const std::string& path, bool force, Claims& claims);
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+
+    /// Whether it is a file, which can also be gone back in.
+    bool isFile() const { return m_isFile; }
+    const std::string& name() const { return m_name; }
+    /// Opens it, or makes the file that will be put in its place.
+    std::ostream& open();
+    std::ostream& stream() { return m_stream; }
+    /// Fails if a write has failed.
+    void check() const;
+    /// Hands all over to the system.
+    void finish();
+    /// Puts the file in place.
+    void commit();
+
+private:
+    class Buffer : public std::streambuf {
+    public:
+        explicit Buffer(Quorvex::platform::OutputFile& file) : m_file(file) { setp(m_bytes, m_bytes + sizeof m_bytes); }
+        void canSeek(bool can) { m_canSeek = can; }
+        int error() const { return m_error; }
+
+    protected:
+        int_type overflow(int_type c) override;
+        int sync() override;
+        pos_type seekoff(off_type offset, std::ios::seekdir direction, std::ios::openmode) override;
+        pos_type seekpos(pos_type position, std::ios::openmode) override;
+
+    private:
+        Quorvex::platform::OutputFile& m_file;
+        bool m_canSeek = false;
+        int m_error = 0; ///< of the first write that failed
+        std::uint64_t m_position = 0;
+        char m_bytes[0x10000];
+    };
+
+    [[noreturn]] void fail(int error) const;
+
+    std::string m_name;
+    std::string m_path; ///< where links lead
+    bool m_force;
+    bool m_isFile = false;
+    Quorvex::platform::OutputFile m_file;
+    Buffer m_buffer;
+    std::ostream m_stream;
+};
+
+/// The options -o and -f of a verb, and the target that they tell of.
 class Output {
 public:
-    /// Adds -o and -f to a verb.
     void addOptions(CLI::App& verb, bool required = false);
 
-    /// Opens the target; throws Failure when that cannot be done.
-    std::ostream& open();
+    /// Looks at what will be written before work begins; `inputs` are the files that the verb reads.
+    void check(const std::vector<std::string>& inputs);
+    /// What has been claimed so far.
+    Claims& claims() { return m_claims; }
+    Target& target() { return *m_target; }
     /// Whether the target has a name, or is standard output.
     bool isNamed() const { return m_path != "-"; }
-    const std::string& name() const { return m_path; }
     bool force() const { return m_force; }
-    /// Whether it is a file that is open.
-    bool isFile() const { return !m_temporary.empty(); }
-    /// To be called right behind a write that may have failed: throws Failure with the system's reason if it has.
-    void check() const;
-    /// Puts the file in place; throws Failure when not all could be written.
-    void commit();
-    ~Output();
 
 private:
     std::string m_path = "-";
-    std::string m_temporary;
     bool m_force = false;
-    std::ofstream m_file;
+    Claims m_claims;
+    std::unique_ptr<Target> m_target;
 };
 
 } // namespace qvx

@@ -1,13 +1,37 @@
 #include "Verbs.h"
+#include "quorvex/export/Characters.h"
+#include "quorvex/platform/System.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
 namespace qvx {
+
+std::string shown(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const Quorvex::Character character = Quorvex::firstCharacter(text);
+        for (unsigned i = 0; i < character.size; ++i) {
+            if (character.printable)
+                out += text[i];
+            else
+                out += fmt::format("\\x{:02x}", static_cast<unsigned char>(text[i]));
+        }
+        text.remove_prefix(character.size);
+    }
+    return out;
+}
+
+void tell(std::string_view text) {
+    // There is no place to report that there is nobody to report to.
+    std::fputs(("qvx: " + shown(text) + "\n").c_str(), stderr);
+}
 
 int run(std::vector<std::string> arguments) {
     CLI::App program("Shows, converts and exports trace files of the Quorvex format.", "qvx");
@@ -37,9 +61,20 @@ int run(std::vector<std::string> arguments) {
         program.parse(reversed);
         return exitCode;
     } catch (const CLI::ParseError& error) {
-        return program.exit(error) == 0 ? Done : WrongUse;
+        std::stringstream out, complaint;
+        const bool isHelp = program.exit(error, out, complaint) == 0;
+        for (std::string line; std::getline(complaint, line);)
+            std::fputs((shown(line) + "\n").c_str(), stderr);
+        errno = 0;
+        if (std::fputs(out.str().c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+            tell("standard output: " + Quorvex::platform::errorText(errno));
+            return Failed;
+        }
+        return isHelp ? Done : WrongUse;
+    } catch (const NobodyReads&) {
+        return Failed;
     } catch (const std::exception& error) {
-        fmt::print(stderr, "qvx: {}\n", error.what());
+        tell(error.what());
         return Failed;
     }
 }

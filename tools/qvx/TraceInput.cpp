@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <cstdio>
 #include <iostream>
 
 namespace qvx {
@@ -96,13 +95,13 @@ ExitCode TraceInput::reportDamage() const {
         return Done;
     if (m_table) {
         const Quorvex::TraceTextReader::Error& error = m_table->firstError();
-        fmt::print(stderr, "qvx: {}: line {}, column {}: {}; {} row{} skipped\n", m_name, error.line, error.column,
-                   error.text, m_damage.places, m_damage.places == 1 ? "" : "s");
+        tell(fmt::format("{}: line {}, column {}: {}; {} row{} skipped", m_name, error.line, error.column, error.text,
+                         m_damage.places, m_damage.places == 1 ? "" : "s"));
         return DoneWithLoss;
     }
     const std::string where = m_damage.places > 1 ? fmt::format("first of {} damaged places, ", m_damage.places) : "";
-    fmt::print(stderr, "qvx: {}: offset {}: {}{} byte{} stepped over\n", m_name, m_damage.first, where, m_damage.bytes,
-               m_damage.bytes == 1 ? "" : "s");
+    tell(fmt::format("{}: offset {}: {}{} byte{} stepped over", m_name, m_damage.first, where, m_damage.bytes,
+                     m_damage.bytes == 1 ? "" : "s"));
     return DoneWithLoss;
 }
 

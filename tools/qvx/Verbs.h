@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace CLI {
@@ -23,6 +24,14 @@ class Failure : public std::runtime_error {
 public:
     Failure(const std::string& file, const std::string& text) : std::runtime_error(file + ": " + text) {}
 };
+
+/// The reader of the output has gone, which is no reason to say anything.
+class NobodyReads : public std::exception {};
+
+/// A text as it can be shown in a terminal: other characters as \xNN, byte by byte. Names of files may hold anything.
+std::string shown(std::string_view text);
+/// Says a line on standard error: "qvx: TEXT", as it can be shown.
+void tell(std::string_view text);
 
 /// Runs the program with arguments; what it returns is an ExitCode.
 int run(std::vector<std::string> arguments);
