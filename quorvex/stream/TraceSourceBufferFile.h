@@ -27,6 +27,8 @@ public:
     bool open(const char* path);
     bool close();
     bool is_open() const { return m_file.is_open(); }
+    /// Whether the end of the trace stands in a page file, because a program records it or was killed.
+    bool is_joined() const { return m_joined != nullptr; }
     /// The system's error number (errno) of the last open that failed.
     int error() const { return m_error; }
 

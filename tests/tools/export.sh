@@ -41,7 +41,47 @@ export_to 3 losses.txt --to btf -o losses.btf
 says '2 messages'
 head -c 100 "$(ls thread_*.qvx | head -1)" >cut
 export_to 3 cut --to vcd -o cut.vcd
-says 'stepped over'
+says 'the trace ends within a packet'
+
+# One wrong tick does not ruin the times of all: its packet, and what is relative to it, is shown at the time before
+# and told. A pause, however long, is none, nor is an old definition.
+# times EXIT END TICKS...: the exit code, the last time that is shown, the ticks of the packets; r is relative to the one
+# before, d a definition, s a sync packet, f a border of frames, - no tick.
+times() {
+    local code=$1 end=$2 tick
+    for tick in "${@:3}"; do
+        case $tick in
+        r*) printf '\tRelFunctionEnter\t6\t%s\t0x00\t0x7\n' "${tick#r}" ;;
+        d*) printf '\tFunctionDefine\t28\t%s\t0\t1\t0x10\t0x7\n' "${tick#d}" ;;
+        s*) printf '\tSync\t24\t%s\t0\t1\t0x10\n' "${tick#s}" ;;
+        f) printf '\tTraceDisabled\t0\n\tTraceEnabled\t16\t0\tUnknownLength\t0x0\n' ;;
+        *) printf '\tFunctionEnter\t28\t%s\t0\t1\t0x10\t0x7\n' "${tick/-/Invalid}" ;;
+        esac
+    done >times.txt
+    printf '\tTraceDisabled\t0\n' >>times.txt
+    for file in times.txt "times.txt thread.qvx"; do
+        # shellcheck disable=SC2086
+        export_to "$code" $file --to vcd -f -o times.vcd
+        [ "$(grep '^#' times.vcd | tail -1)" = "#$end" ] || { cat err; fail "the time ends at $(grep '^#' times.vcd | tail -1), not $end: $*"; }
+        [ "$code" -eq 0 ] || says "${told:-qvx: times.txt: offset }"
+    done
+}
+printf '\tFunctionEnter\t28\t100\t0\t2\t0x10\t0x7\n' >thread.txt
+"$qvx" convert thread.txt -o thread.qvx 2>err
+far=1000000000000
+times 0 500 100 200 300 600
+times 3 500 100 200 $far 300 400 500 600
+says 'offset 60: a tick far ahead of all behind it; 1 packet shown at the time of the one before'
+times 3 500 $far 100 200 300 600                      # the first
+times 3 500 100 200 300 $far 600                      # the last but one
+times 3 500 100 $far 200 - $((2 * far)) 300 400 500 600 # two of them
+times 3 500 100 s$far r1 r2 - r3 s300 r0 400 600      # a reference
+says '3 packets shown'
+times 0 $((far - 100)) 100 200 $far                   # the last: nothing contradicts it
+times 0 $((far - 100)) 100 200 $((far - 9)) $((far - 5)) $far
+times 0 $((far - 100)) 100 $((far - 1)) d150 d160 d170 $far
+times 0 500 100 d50 300 d200 600
+told='4 packets earlier' times 3 $((far - 100)) 100 200 $far f 300 400 500 600 # another frame tells nothing
 
 export_to 1 missing --to vcd -o out.vcd
 export_to 1 cut --to vcd -o run.vcd

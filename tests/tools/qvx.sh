@@ -24,11 +24,12 @@ printf '\x82\x06\x01\x02\x07\0\0\0\x7c\0' >>trace
 info='File:      trace
 Layout:    plain or paged (one page reads the same either way)
 Size:      92 bytes
-Ticks:     10 to 211
-Duration:  2.010000000 s (201 ticks at 100 a second)
+Ticks:     10 to 210
+Duration:  2.000000000 s (200 ticks at 100 a second)
 Cores:     1
 Threads:   2
 Damage:    none
+End:       complete
 Packets:   5
              1  Timestamp
              1  EndOfTrace
@@ -69,14 +70,16 @@ expect 0 "$parsable" '' "$qvx" dump --parsable --hex-tick --limit 2 trace
 
 # Damage: an unknown kind in the middle, a cut packet at the end. What is whole is shown, and one line tells of the rest.
 { head -c 18 trace; printf '\x06\x02ab\x06\0'; tail -c +19 trace | head -c 70; } >damaged
-expect 3 - 'qvx: damaged: offset 18: first of 2 damaged places, 12 bytes stepped over
-' "$qvx" dump damaged
+missing='of what a program recorded, at most the last 262144 bytes'
+expect 3 - "qvx: damaged: offset 18: 6 bytes stepped over
+qvx: damaged: offset 88: the trace ends within a packet of kind RelFunctionEnter; $missing are missing
+" "$qvx" dump damaged
 grep -q 'RelFunctionEnter' out && fail 'shows a cut packet'
 expect 3 - - "$qvx" info damaged
-grep -q 'Damage:    12 bytes in 2 places, the first at offset 18' out || { cat out; fail 'the damage of info'; }
+grep -q 'Damage:    6 bytes in 1 place, the first at offset 18' out && grep -q '^End:       offset 88, within a packet' out || { cat out; fail 'the damage of info'; }
 printf '\x10' >lone
-expect 3 - 'qvx: lone: offset 0: 1 byte stepped over
-' "$qvx" lone
+expect 3 - "qvx: lone: offset 0: the trace ends within a packet of kind ExecInsn; $missing are missing
+" "$qvx" lone
 : >empty
 expect 0 - '' "$qvx" empty
 grep -q '^Packets:   0$' out || { cat out; fail 'an empty trace'; }
@@ -105,5 +108,86 @@ QVX_TRACEDIR=. "$quickstart"
 cat thread_*.qvx >both
 expect 0 - '' "$qvx" both
 grep -Eq '^ +40  FunctionEnter$' out && grep -Eq '0x00000001 +40  fibonacci$' out || { cat out; fail 'the functions of both threads'; }
+
+# What is no trace is said to be none, by every verb.
+head -c 3000 "$format" >text
+head -c 3000 "$BASH" >program
+head -c 5000 /dev/zero >zeros
+printf 'QVXPAGE1%64s' >trace.page
+printf '{"packets": [{"kind": "Sync"}, {"kind": "Fill"}]}' >json
+mkfifo pipe
+for verb in info dump 'convert -f -o out' 'export --to vcd -f -o out' 'export --to btf -f -o out'; do
+    for file in text program zeros json -; do
+        # shellcheck disable=SC2086
+        run 1 $verb "$file" <text >/dev/null
+        says "qvx: ${file/#-/standard input}: does not look like a trace"
+    done
+    # shellcheck disable=SC2086
+    run 1 $verb trace.page
+    says 'qvx: trace.page: is the page file of a trace, which is trace'
+    # A file that cannot be gone back in is read like any other, a table too.
+    for file in trace table.txt; do
+        cat "$file" >pipe &
+        # shellcheck disable=SC2086
+        run 0 $verb pipe >shown
+        wait
+        [ -s shown ] || [ "$verb" != dump ] || fail "nothing of $file through a pipe"
+    done
+done
+run 1 $'a\e[2Jb\n'
+says 'qvx: a\x1b[2Jb\x0a: No such file or directory'
+
+# The end. A frame, and where it is cut: what is said, and the line of info. With its page file, nothing is missing.
+{ printf '\x79\x10\0\0\0\0\x54\0\0\0\0\0\0\0\0\0\0\0' && head -c 82 trace | tail -c 64 && printf '\x7a\0'; } >framed
+while IFS='|' read -r size code end; do
+    head -c "$size" framed >cut
+    for verb in dump 'convert -f -o out' 'export --to btf -f -o out'; do
+        # shellcheck disable=SC2086
+        run "$code" $verb cut >/dev/null
+        [ "$code" -eq 0 ] || says "$end"
+    done
+    run "$code" info cut >out
+    grep -qF "End:       $end" out || { cat out; fail "the end at $size"; }
+done <<END
+84|0|complete
+82|3|missing
+18|3|missing
+81|3|offset 52
+83|3|offset 82
+3|3|offset 0
+END
+run 3 dump cut >/dev/null
+says 'offset 0: the trace ends within a packet of kind TraceEnabled; of what a program recorded, at most the last 262144 bytes are missing'
+run 0 dump --limit 1 framed >/dev/null
+[ -s err ] && fail 'says something of an end that it has not seen'
+head -c 18 framed >mapped
+{ printf 'QVXPAGE1\0\0\0\0\0\0\0\0\x12\0\0\0\x52\0\0\0' && head -c 4072 zeros && head -c 82 framed; } >mapped.page
+run 0 info mapped >out
+says 'qvx: mapped: the program that records it still runs or was killed; nothing is missing'
+grep -q '^End:       the program that records it still runs' out && grep -q '^Size:      82 bytes' out || { cat out; fail 'a mapped trace'; }
+
+# Texts without an end: no row is made up, and a conversion gives them one. Where the trace ends, that is told.
+x() { printf '\x7e\xff%255s' x; }
+{ head -c 48 trace | tail -c 30 && x && x && head -c 18 trace; } >broken
+"$qvx" dump broken | tail -n +3 >rows
+[ "$(grep -c CharString rows)" -eq 2 ] && grep -q '0x0000000000000220.*Timestamp' rows || { cat rows; fail 'a text without an end'; }
+run 0 convert broken -o broken.qvx
+says '-> 564 bytes'
+[ "$("$qvx" dump --parsable broken.qvx | grep -c CharString)" -eq 3 ] || fail 'a text that gets an end'
+head -c 544 broken >cut
+run 3 dump cut >/dev/null
+says 'qvx: cut: offset 544: the trace ends within the text of a packet of kind FunctionDefine'
+
+# The same times from packets in either form, and from what they are exported to.
+printf '\t%s\n' $'Sync\t24\t1000\t0\t1\t0x10' $'RelFunctionEnter\t6\t5\t0x00\t0x7' $'BusSync\t16\t2000\t1\t2' \
+    $'RelBusData\t3\t7\tBusAccRead\t0x11' $'FunctionDefine\t28\t500\t0\t1\t0x10\t0x7' $'SystemSync\t16\t3000\t1\t2' \
+    $'RelSystemData\t2\t255\t0x22' $'Message\t9\t2888\t0' $'EndOfTrace\t0' >times.txt
+run 0 convert times.txt -o times
+run 0 convert times -o times.absolute --absolute
+for file in times times.absolute times.txt; do
+    "$qvx" info "$file" | grep -q '^Ticks:     1005 to 2888$' || { "$qvx" info "$file"; fail "the times of $file"; }
+    "$qvx" export "$file" --to vcd -o - 2>/dev/null >out
+    grep -q 'Time 0 is tick 1005\.' out && [ "$(grep '^#' out | tail -1)" = '#1883' ] || fail "the exported times of $file"
+done
 
 finish qvx

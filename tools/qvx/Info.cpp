@@ -1,7 +1,9 @@
+#include "Merged.h"
 #include "Output.h"
 #include "TraceInput.h"
 #include "Verbs.h"
-#include "quorvex/packets/ContextStub.h"
+#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
 
 #include <CLI/CLI.hpp>
@@ -38,10 +40,11 @@ private:
 
     std::array<std::uint64_t, 256> m_kinds{};
     std::uint64_t m_packets = 0;
+    std::uint64_t m_tick = 0; ///< of the last packet that has one
     std::uint64_t m_firstTick = kUnknown64;
     std::uint64_t m_lastTick = 0;
     std::uint64_t m_frequency = 0;
-    CCoreContext m_reference; ///< what relative packets are relative to
+    CContexts m_contexts;
     std::set<std::uint32_t> m_cores;
     std::set<std::uint32_t> m_threads;
     std::map<std::uint32_t, Function> m_functions;
@@ -51,27 +54,23 @@ private:
 void Summary::addTick(std::uint64_t tick) {
     if (tick == kUnknown64)
         return;
+    m_tick = tick;
     m_firstTick = std::min(m_firstTick, tick);
     m_lastTick = std::max(m_lastTick, tick);
 }
 
 void Summary::addContexts(const CPacket& packet) {
-    const tagTCode code = packet.TraceCode();
-    if (CContextStub::hasCoreContext(code)) {
-        m_reference = CContextStub::CoreCtx(&packet);
-        addTick(m_reference.Tick());
-        m_cores.insert(m_reference.HWCtx());
-        m_threads.insert(m_reference.SWCtx());
-    } else if (CContextStub::hasContext(code)) {
-        addTick(CContextStub::Tick(&packet));
-    } else if (const auto* relative = contextOf<CRelCoreContext>(packet)) {
-        if (m_reference.Tick() != kUnknown64)
-            addTick(m_reference.Tick() ^ relative->RelTick());
-    } else if (const auto* timestamp = packetAs<CTimestamp>(packet)) {
-        addTick(timestamp->Timestamp());
-        if (timestamp->is_Frequency_valid())
-            m_frequency = timestamp->Frequency();
+    // A sync packet repeats the time of another, and an old definition means none.
+    const std::uint64_t tick = m_contexts.tickOf(packet);
+    if (!m_contexts.note(packet) && (tick >= m_tick || !isDefinition(packet.TraceCode())))
+        addTick(tick);
+    if (const auto* core = contextOf<CCoreContext>(packet)) {
+        m_cores.insert(core->HWCtx());
+        m_threads.insert(core->SWCtx());
     }
+    const auto* timestamp = packetAs<CTimestamp>(packet);
+    if (timestamp && timestamp->is_Frequency_valid())
+        m_frequency = timestamp->Frequency();
 }
 
 void Summary::add(const CPacket& packet, std::uint64_t from, std::uint64_t to) {
@@ -128,6 +127,7 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
     line("Damage:", damage.places == 0 ? "none"
                                        : fmt::format("{} bytes in {} place{}, the first at offset {}", damage.bytes,
                                                      damage.places, damage.places == 1 ? "" : "s", damage.first));
+    line("End:", input.ending());
     line("Packets:", fmt::format("{}", m_packets));
     for (unsigned code = 0; code < m_kinds.size(); ++code) {
         if (m_kinds[code] > 0)

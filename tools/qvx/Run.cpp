@@ -40,7 +40,8 @@ int run(std::vector<std::string> arguments) {
     program.allow_windows_style_options(false); // /FILE is a file on every system
     program.get_formatter()->column_width(28);
     program.footer("`qvx FILE` alone is `qvx info FILE`. Exit codes: 0 done, 1 failed, 2 wrong use,\n"
-                   "3 done with loss (damage was stepped over, or the target format cannot show all).");
+                   "3 done with loss (damage was stepped over, the end is missing, or the target format cannot\n"
+                   "show all).");
     ExitCode exitCode = Done;
     addInfo(program, exitCode);
     addDump(program, exitCode);

@@ -1,49 +1,119 @@
 #include "TraceInput.h"
 
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/platform/OutputFile.h"
 #include "quorvex/platform/System.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <iostream>
+#include <string_view>
 
 namespace qvx {
 
+using namespace Quorvex;
+using platform::FileStatus;
+
 namespace {
 
-/// Whether the text begins as a plain table does: with its title, a head, or a row. No packet begins so. The stream is
-/// left at its beginning.
-bool isTable(std::istream& in) {
-    const int first = in.peek();
-    if (first == '\t' || first == 0xEF) // a row, or the mark of UTF-8
-        return true;
-    if (first != 'Q' && first != 'O')
-        return false;
-    in.get();
-    const int second = in.peek();
-    in.unget();
-    return second == (first == 'Q' ? 'u' : 'f');
+enum class Look { Trace, Table, Page, Other };
+
+/// What a file is, by its first bytes. A trace may be damaged and cut: at least half of the bytes that can be told of
+/// stand in packets.
+Look lookOf(std::string_view head) {
+    if (head.starts_with("QVXPAGE1"))
+        return Look::Page;
+    std::string_view text = head.substr(head.starts_with("\xEF\xBB\xBF") ? 3 : 0);
+    text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
+    if (text.starts_with("Quorvex (QVX)") || text.starts_with("Offset") || text.starts_with('\t'))
+        return Look::Table;
+    std::size_t known = 0, at = 0;
+    while (at + CPacketHeader::Len() <= head.size()) {
+        const unsigned size = CPacketHeader::Len() + static_cast<unsigned char>(head[at + 1]);
+        if (size > head.size() - at)
+            break;
+        unsigned consumed = 0;
+        try {
+            const PacketPointer packet(CPacketFactory::getCPacket(head.data() + at, size, consumed));
+            known += packet && consumed == size && packet->StreamSize() >= size ? size : 0;
+        } catch (const std::exception&) {
+        }
+        at += size;
+    }
+    while (CMessageQueue::g_Instance->pop()) {
+    }
+    const bool isFirstCut = at == 0 && !head.empty();
+    const bool isTrace =
+        isFirstCut ? CTCodeInfo::TCodeIsValid(tagTCode(static_cast<unsigned char>(head[0]))) : known >= at - known;
+    return isTrace ? Look::Trace : Look::Other;
 }
+
+/// The text that belongs to a packet; null for a kind that has none.
+const CCharStringSequence* textOf(const CPacket& packet) {
+    const CCharStringSequence* text = nullptr;
+    visitKind(packet, [&text](const auto& kind) { text = kind.text(); });
+    return text;
+}
+
+constexpr std::size_t kHeadSize = 0x10000;
+/// What a program that is killed has not written yet, if it records in the usual way.
+const std::string kMissing = fmt::format("of what a program recorded, at most the last {} bytes", kPageSize);
+constexpr char kAllThere[] = "the program that records it still runs or was killed; nothing is missing";
 
 } // namespace
 
+bool breaksOff(const CPacket& packet, std::uint64_t taken) {
+    const CCharStringSequence* text = textOf(packet);
+    return text && text->length() > 0 && text->length() % kCharStringMax == 0 && packet.StreamSize() > taken;
+}
+
+HeadedBuffer::HeadedBuffer(std::streambuf& rest, std::size_t count) : m_rest(rest), m_bytes(count, '\0') {
+    const auto taken = m_rest.sgetn(m_bytes.data(), static_cast<std::streamsize>(count));
+    m_taken = static_cast<std::size_t>(std::max<std::streamsize>(taken, 0));
+    setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + m_taken);
+}
+
+HeadedBuffer::int_type HeadedBuffer::underflow() {
+    const auto count = m_rest.sgetn(m_bytes.data(), static_cast<std::streamsize>(m_bytes.size()));
+    setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + std::max<std::streamsize>(count, 0));
+    return count > 0 ? traits_type::to_int_type(m_bytes.front()) : traits_type::eof();
+}
+
 TraceInput::TraceInput(const std::string& path)
-    : m_name(path == "-" ? "standard input" : path),
-      m_standardInput(std::cin),
-      m_source(path == "-" ? static_cast<Quorvex::CTraceSourceBuffer&>(m_standardInput) : m_file),
-      m_reader(m_source) {
-    if (path != "-" && !m_file.open(path.c_str()))
-        throw Failure(m_name, Quorvex::platform::errorText(m_file.error()));
-    if (path == "-") {
-        if (isTable(std::cin))
-            m_table.emplace(std::cin);
-        return;
+    : m_name(path == "-" ? "standard input" : path), m_stream(nullptr), m_streamSource(m_stream) {
+    const bool isNamed = path != "-";
+    const FileStatus status = isNamed ? FileStatus::of(path) : FileStatus();
+    errno = 0;
+    if (isNamed && status.sort != FileStatus::Directory)
+        m_file.open(path, std::ios::binary);
+    if (isNamed && !m_file.is_open())
+        throw Failure(m_name, platform::errorText(
+                                  status.sort == FileStatus::Directory ? EISDIR : platform::openError(path.c_str())));
+    m_stream.rdbuf(&m_bytes.emplace(isNamed ? *m_file.rdbuf() : *std::cin.rdbuf(), kHeadSize));
+    switch (lookOf(m_bytes->head())) {
+    case Look::Table:
+        m_table.emplace(m_stream);
+        break;
+    case Look::Page:
+        throw Failure(m_name, path.ends_with(".page")
+                                  ? "is the page file of a trace, which is " + path.substr(0, path.rfind('.'))
+                                  : "is the page file of a trace");
+    case Look::Trace:
+        if (status.sort == FileStatus::Regular) {
+            m_file.close();
+            if (!m_traceFile.open(path.c_str()))
+                throw Failure(m_name, platform::errorText(m_traceFile.error()));
+            m_reader.emplace(m_traceFile);
+        } else {
+            m_reader.emplace(m_streamSource);
+        }
+        break;
+    case Look::Other:
+        throw Failure(m_name, "does not look like a trace");
     }
-    m_tableFile.open(path, std::ios::binary);
-    if (isTable(m_tableFile))
-        m_table.emplace(m_tableFile);
-    else
-        m_tableFile.close();
 }
 
 PacketPointer TraceInput::nextOfTable() {
@@ -65,20 +135,84 @@ PacketPointer TraceInput::next() {
     if (m_table)
         return nextOfTable();
     while (true) {
-        m_offset = m_reader.position();
-        if (Quorvex::CPacket* packet = m_reader.get())
+        m_offset = m_reader->position();
+        if (CPacket* packet = m_reader->get()) {
+            look(*packet);
             return PacketPointer(packet);
+        }
         // The reader has stepped over a packet that it could not build. Where it has not moved, skip() may help; if
         // not, what is left is a cut packet.
-        if (m_reader.position() != m_offset || m_reader.skip()) {
-            addDamage(m_offset, m_reader.position());
+        if (m_reader->position() != m_offset || m_reader->skip()) {
+            addDamage(m_offset, m_reader->position());
+            m_breaksOff = false;
+            m_textOf = Invalid;
             continue;
         }
-        m_size = m_offset + m_reader.remain();
-        if (m_size > m_offset)
-            addDamage(m_offset, m_size);
+        finish();
         return nullptr;
     }
+}
+
+void TraceInput::look(const CPacket& packet) {
+    const tagTCode code = packet.TraceCode();
+    const std::uint64_t size = packet.StreamSize();
+    const std::uint64_t taken = m_reader->position() - m_offset;
+    if (size < taken)
+        addDamage(m_offset + size, m_offset + taken);
+    if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace) {
+        m_isFrameOpen = code == TraceEnabled;
+        m_isEnded = !m_isFrameOpen;
+    }
+    const auto text = textOf(packet);
+    m_breaksOff = breaksOff(packet, taken);
+    m_textOf = m_breaksOff || (text && text->empty()) ? code : Invalid;
+}
+
+void TraceInput::finish() {
+    const bool isWhole = m_reader->remain() == 0;
+    const tagTCode code = m_reader->peek();
+    m_size = m_offset + m_reader->remain();
+    m_isRead = true;
+    if (m_breaksOff || (m_textOf != Invalid && code == CharString))
+        m_cutIn = fmt::format("the text of a packet of kind {}", CTCodeInfo::TCodeToName(m_textOf));
+    else if (!isWhole)
+        m_cutIn = CTCodeInfo::TCodeIsValid(code) ? fmt::format("a packet of kind {}", CTCodeInfo::TCodeToName(code))
+                                                 : "a packet of unknown kind";
+}
+
+std::string TraceInput::ending() const {
+    if (!m_cutIn.empty())
+        return fmt::format("offset {}, within {}; {} are missing", m_offset, m_cutIn, kMissing);
+    if (!m_isFrameOpen)
+        return m_isEnded ? "complete" : "not marked";
+    return isAllThere() ? kAllThere : fmt::format("missing; {}", kMissing);
+}
+
+ExitCode TraceInput::reportDamage() const {
+    ExitCode exitCode = Done;
+    if (m_table && m_damage.places > 0) {
+        const TraceTextReader::Error& error = m_table->firstError();
+        tell(fmt::format("{}: line {}, column {}: {}; {} row{} skipped", m_name, error.line, error.column, error.text,
+                         m_damage.places, m_damage.places == 1 ? "" : "s"));
+        return DoneWithLoss;
+    }
+    if (m_damage.places > 0) {
+        const std::string where =
+            m_damage.places > 1 ? fmt::format("first of {} damaged places, ", m_damage.places) : "";
+        tell(fmt::format("{}: offset {}: {}{} byte{} stepped over", m_name, m_damage.first, where, m_damage.bytes,
+                         m_damage.bytes == 1 ? "" : "s"));
+        exitCode = DoneWithLoss;
+    }
+    if (!m_isRead || (!m_isFrameOpen && m_cutIn.empty()))
+        return exitCode;
+    if (m_cutIn.empty() && isAllThere()) {
+        tell(fmt::format("{}: {}", m_name, kAllThere));
+        return exitCode;
+    }
+    tell(m_cutIn.empty() ? fmt::format("{}: the end of the trace is missing; {}", m_name, kMissing)
+                         : fmt::format("{}: offset {}: the trace ends within {}; {} are missing", m_name, m_offset,
+                                       m_cutIn, kMissing));
+    return DoneWithLoss;
 }
 
 void TraceInput::addDamage(std::uint64_t from, std::uint64_t to) {
@@ -88,21 +222,6 @@ void TraceInput::addDamage(std::uint64_t from, std::uint64_t to) {
         ++m_damage.places;
     m_damageEnd = to;
     m_damage.bytes += to - from;
-}
-
-ExitCode TraceInput::reportDamage() const {
-    if (m_damage.places == 0)
-        return Done;
-    if (m_table) {
-        const Quorvex::TraceTextReader::Error& error = m_table->firstError();
-        tell(fmt::format("{}: line {}, column {}: {}; {} row{} skipped", m_name, error.line, error.column, error.text,
-                         m_damage.places, m_damage.places == 1 ? "" : "s"));
-        return DoneWithLoss;
-    }
-    const std::string where = m_damage.places > 1 ? fmt::format("first of {} damaged places, ", m_damage.places) : "";
-    tell(fmt::format("{}: offset {}: {}{} byte{} stepped over", m_name, m_damage.first, where, m_damage.bytes,
-                     m_damage.bytes == 1 ? "" : "s"));
-    return DoneWithLoss;
 }
 
 } // namespace qvx
