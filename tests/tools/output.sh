@@ -167,8 +167,12 @@ run 1 kinds -o /dev/fd/7 7<kinds
 run 1 kinds >&-
 says 'standard output: Bad file descriptor'
 "$qvx" convert trace -o whole 2>&- && cmp trace whole || fail 'messages without a place get into the file'
-"$qvx" kinds | true
-[ "${PIPESTATUS[0]}" -eq $((128 + 13)) ] || [ "${PIPESTATUS[0]}" -eq 0 ] || fail 'a closed pipe'
+exec 8<>fifo 9>fifo 8>&- # nobody reads
+env --default-signal=PIPE "$qvx" kinds >&9 2>err
+[ $? -eq $((128 + 13)) ] && [ ! -s err ] || { cat err; fail 'a pipe without a reader'; }
+env --ignore-signal=PIPE "$qvx" kinds >&9 2>err
+[ $? -eq 1 ] && [ ! -s err ] || { cat err; fail 'a pipe without a reader, and without a signal'; }
+exec 9>&-
 fresh
 
 # What fails, fails with the reason and leaves nothing.
