@@ -4,6 +4,7 @@
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/OutputFile.h"
 #include "quorvex/platform/System.h"
+#include "quorvex/stream/FileKind.h"
 
 #include <fmt/format.h>
 
@@ -19,38 +20,6 @@ using platform::FileStatus;
 
 namespace {
 
-enum class Look { Trace, Table, Page, Other };
-
-/// What a file is, by its first bytes. A trace may be damaged and cut: at least half of the bytes that can be told of
-/// stand in packets.
-Look lookOf(std::string_view head) {
-    if (head.starts_with("QVXPAGE1"))
-        return Look::Page;
-    std::string_view text = head.substr(head.starts_with("\xEF\xBB\xBF") ? 3 : 0);
-    text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
-    if (text.starts_with("Quorvex (QVX)") || text.starts_with("Offset") || text.starts_with('\t'))
-        return Look::Table;
-    std::size_t known = 0, at = 0;
-    while (at + CPacketHeader::Len() <= head.size()) {
-        const unsigned size = CPacketHeader::Len() + static_cast<unsigned char>(head[at + 1]);
-        if (size > head.size() - at)
-            break;
-        unsigned consumed = 0;
-        try {
-            const PacketPointer packet(CPacketFactory::getCPacket(head.data() + at, size, consumed));
-            known += packet && consumed == size && packet->StreamSize() >= size ? size : 0;
-        } catch (const std::exception&) {
-        }
-        at += size;
-    }
-    while (CMessageQueue::g_Instance->pop()) {
-    }
-    const bool isFirstCut = at == 0 && !head.empty();
-    const bool isTrace =
-        isFirstCut ? CTCodeInfo::TCodeIsValid(tagTCode(static_cast<unsigned char>(head[0]))) : known >= at - known;
-    return isTrace ? Look::Trace : Look::Other;
-}
-
 /// The text that belongs to a packet; null for a kind that has none.
 const CCharStringSequence* textOf(const CPacket& packet) {
     const CCharStringSequence* text = nullptr;
@@ -58,10 +27,28 @@ const CCharStringSequence* textOf(const CPacket& packet) {
     return text;
 }
 
-constexpr std::size_t kHeadSize = 0x10000;
 /// What a program that is killed has not written yet, if it records in the usual way.
 const std::string kMissing = fmt::format("of what a program recorded, at most the last {} bytes", kPageSize);
 constexpr char kAllThere[] = "the program that records it still runs or was killed; nothing is missing";
+
+/// Whether a page behind the first one, which is destroyed, is part of a trace. Of a long file so many are looked at.
+bool hasTracePage(std::ifstream& file) {
+    constexpr std::uint64_t kMostPages = 64;
+    file.clear();
+    file.seekg(0, std::ios::end);
+    const std::uint64_t pages = static_cast<std::uint64_t>(std::streamoff(file.tellg())) / kPageSize;
+    std::string page(kPageSize, '\0');
+    const std::uint64_t step = pages / kMostPages + 1;
+    for (std::uint64_t at = 1; at <= pages; at += step) {
+        file.clear();
+        file.seekg(static_cast<std::streamoff>(at * kPageSize));
+        file.read(page.data(), kPageSize);
+        const std::string_view block(page.data(), static_cast<std::size_t>(file.gcount()));
+        if (!block.empty() && looksLikeTrace(block))
+            return true;
+    }
+    return false;
+}
 
 } // namespace
 
@@ -92,16 +79,19 @@ TraceInput::TraceInput(const std::string& path)
     if (isNamed && !m_file.is_open())
         throw Failure(m_name, platform::errorText(
                                   status.sort == FileStatus::Directory ? EISDIR : platform::openError(path.c_str())));
-    m_stream.rdbuf(&m_bytes.emplace(isNamed ? *m_file.rdbuf() : *std::cin.rdbuf(), kHeadSize));
-    switch (lookOf(m_bytes->head())) {
-    case Look::Table:
+    m_stream.rdbuf(&m_bytes.emplace(isNamed ? *m_file.rdbuf() : *std::cin.rdbuf(), kPageSize));
+    FileKind kind = kindOfFile(m_bytes->head());
+    if (kind == FileKind::Unknown && status.sort == FileStatus::Regular && hasTracePage(m_file))
+        kind = FileKind::Trace;
+    switch (kind) {
+    case FileKind::Table:
         m_table.emplace(m_stream);
         break;
-    case Look::Page:
+    case FileKind::PageFile:
         throw Failure(m_name, path.ends_with(".page")
                                   ? "is the page file of a trace, which is " + path.substr(0, path.rfind('.'))
                                   : "is the page file of a trace");
-    case Look::Trace:
+    case FileKind::Trace:
         if (status.sort == FileStatus::Regular) {
             m_file.close();
             if (!m_traceFile.open(path.c_str()))
@@ -111,7 +101,7 @@ TraceInput::TraceInput(const std::string& path)
             m_reader.emplace(m_streamSource);
         }
         break;
-    case Look::Other:
+    case FileKind::Unknown:
         throw Failure(m_name, "does not look like a trace");
     }
 }
