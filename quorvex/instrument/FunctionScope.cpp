@@ -1,6 +1,8 @@
 #include "quorvex/instrument/FunctionScope.h"
 
-#include "quorvex/packets/SoftwareObjectPackets.h"
+#include "quorvex/instrument/InstrumentingStream.h"
+
+#include <atomic>
 
 namespace Quorvex {
 
@@ -12,17 +14,13 @@ CFunctionScope::CFunctionScope(const Site& site, CQVXInstrumentingStream*& annou
         m_stream->FunctionDefine(site.name, site.id);
         announced = m_stream;
     }
-    CFunctionEnter enter(m_stream->Context(), m_id);
-    m_stream->put(&enter);
+    m_stream->FunctionEnter(m_id);
 }
 
 CFunctionScope::~CFunctionScope() {
     // The stream may have been completed since; it is asked for again rather than remembered.
-    CQVXInstrumentingStream* stream = m_stream ? CQVXInstrumentingStream::get_Instance() : nullptr;
-    if (!stream)
-        return;
-    CFunctionLeave leave(stream->Context(), m_id);
-    stream->put(&leave);
+    if (CQVXInstrumentingStream* stream = m_stream ? CQVXInstrumentingStream::get_Instance() : nullptr)
+        stream->FunctionLeave(m_id);
 }
 
 unsigned CFunctionScope::nextId() {

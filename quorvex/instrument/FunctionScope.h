@@ -1,11 +1,10 @@
 #pragma once
 
-#include "quorvex/instrument/InstrumentingStream.h"
 #include "quorvex/platform/Export.h"
 
-#include <atomic>
-
 namespace Quorvex {
+
+class CQVXInstrumentingStream;
 
 /// Records that the calling thread enters a function, and on destruction that it leaves it. The first use in a thread
 /// also announces the function's name. Where there is no stream nothing happens.
@@ -36,6 +35,14 @@ private:
 
 } // namespace Quorvex
 
+#if defined(QUORVEX_NO_TRACE)
+
+/// Nothing is recorded, and nothing is left of it in the program.
+#define QUORVEX_TRACE_SCOPE(name) static_cast<void>(0)
+#define QUORVEX_TRACE_FUNCTION() static_cast<void>(0)
+
+#else
+
 #define QUORVEX_JOIN_2(a, b) a##b
 #define QUORVEX_JOIN(a, b) QUORVEX_JOIN_2(a, b)
 
@@ -49,3 +56,5 @@ private:
 
 /// Records the enclosing function under its own name.
 #define QUORVEX_TRACE_FUNCTION() QUORVEX_TRACE_SCOPE(static_cast<const char*>(__func__))
+
+#endif

@@ -1,11 +1,15 @@
 #include "quorvex/instrument/InstrumentingStream.h"
 
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/MessagePackets.h"
 #include "quorvex/packets/SoftwareObjectPackets.h"
 #include "quorvex/packets/TraceControlPackets.h"
 #include "quorvex/platform/System.h"
 
-#include <chrono>
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+#include <string_view>
 #include <thread>
 
 namespace Quorvex {
@@ -14,50 +18,157 @@ namespace {
 
 /// The calling thread's stream. Plain memory, so that reading it costs no check for its construction.
 constinit thread_local CQVXInstrumentingStream* t_stream = nullptr;
-/// The thread is on its way out: what it still records goes to its stream, but nobody flushes after it any more.
-constinit thread_local bool t_ending = false;
+/// The thread makes or ends its stream: what is called for that, an allocator that is recorded itself, has none.
+constinit thread_local bool t_busy = false;
+constinit thread_local unsigned t_missed = 0; ///< packets that were lost by that
 /// The system has a barrier that all threads notice. Set before the first stream is made.
 constinit bool g_barrier = false;
+
+/// Nothing is to be recorded. Known when the first thread has asked for a stream.
+constinit std::atomic<bool> g_off{false};
+
+/// How QVX_TRACEMODE says to record.
+struct Mode {
+    bool off = false;
+    bool mapped = false;
+    bool quiet = false;
+    std::string unknown; ///< a word that is none
+
+    Mode() {
+        std::istringstream words(platform::environment("QVX_TRACEMODE"));
+        for (std::string word; std::getline(words, word, ',');) {
+            off = off || word == "off";
+            mapped = mapped || word == "mapped";
+            quiet = quiet || word == "quiet";
+            if (word != "off" && word != "mapped" && word != "quiet")
+                unknown = word;
+        }
+    }
+};
+
+/// While the streams of the process are worked on: no signal handler comes between, and what is called has no stream.
+class Busy {
+public:
+    Busy() { t_busy = true; }
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+    ~Busy() { t_busy = false; }
+
+private:
+    const platform::Uninterrupted m_uninterrupted;
+};
+
+std::string reasonOf(int error) {
+    return error == 0 ? "" : ": " + platform::errorText(error);
+}
+
+/// Puts the bytes of a text as CharString packets; where the last one ends.
+char* encodeText(char* to, std::string_view text) {
+    std::size_t size = 0;
+    do {
+        size = std::min<std::size_t>(text.size(), kCharStringMax);
+        CPacketHeader header(CharString, static_cast<std::uint8_t>(size));
+        to += header.write(to, CPacketHeader::Len());
+        to = std::copy_n(text.data(), size, to);
+        text.remove_prefix(size);
+    } while (size == kCharStringMax);
+    return to;
+}
+
+unsigned sizeOfText(std::string_view text) {
+    return static_cast<unsigned>(text.size() + CPacketHeader::Len() * (text.size() / kCharStringMax + 1));
+}
+
+/// A define packet with its name, as bytes: made without memory from the program's allocator.
+struct Definition {
+    CCoreContext context;
+    std::uint32_t id;
+    std::string_view name;
+
+    unsigned size() const {
+        return CPacketHeader::Len() + CFunctionDefine::Len() + (name.empty() ? 0 : sizeOfText(name));
+    }
+    void encode(char* to) const {
+        CPacketHeader header(FunctionDefine, CFunctionDefine::Len());
+        to += header.write(to, CPacketHeader::Len());
+        encodePart(context, to);
+        storeLittleEndian(to + CCoreContext::Len(), id);
+        if (!name.empty())
+            encodeText(to + CFunctionDefine::Len(), name);
+    }
+};
 
 } // namespace
 
 /// All streams of the process. It is never destroyed, because threads may ask for their stream at any time; a separate
-/// object closes it when the process ends.
+/// object closes it when the process ends. Its lock is held only where no signal handler can come between.
 struct CQVXInstrumentingStream::Registry {
     ThreadInstanceMap<CQVXInstrumentingStream> streams;
+    const Mode mode;
+    std::atomic<bool> told{false};      ///< standard error has had its line
     std::atomic<bool> completed{false}; ///< all streams are; no lock of this object is certain to be free any more
 
     Registry() {
+        g_off = mode.off;
         platform::prepareBarrierOnAllThreads();
         g_barrier = platform::barrierOnAllThreads();
         platform::onFork(beforeFork, afterForkInParent, afterForkInChild);
+        if (!mode.unknown.empty())
+            tell("Cannot record in mode " + mode.unknown + ": no such mode; recording as usual.");
     }
 
     static Registry& instance() {
         struct Closer {
             Registry* registry;
-            ~Closer() {
-                registry->streams.close();
-                registry->completed = true;
-            }
+            ~Closer() { registry->close(); }
         };
         static Registry* const registry = new Registry;
         [[maybe_unused]] static const Closer closer{registry};
         return *registry;
     }
 
-    static void threadEnded(void* stream);
+    void close() {
+        const Busy busy;
+        streams.close([](auto& all) {
+            for (const auto& [thread, stream] : all)
+                stream->m_closed.store(true);
+            platform::barrierOnAllThreads();
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kExitWait_ms);
+            std::erase_if(all, [deadline](const auto& entry) {
+                const bool done = entry.second->retire(deadline);
+                if (done)
+                    delete entry.second;
+                return done;
+            });
+        });
+        completed = true;
+    }
+
+    /// Tells the log, and once the user, that something cannot be recorded.
+    void tell(const std::string& text) {
+        logError("CQVXInstrumentingStream: " + text);
+        tellUserOnce(text);
+    }
+    void tellUserOnce(const std::string& text) {
+        if (!mode.quiet && !told.exchange(true))
+            platform::tellUser("quorvex: " + text + "\n");
+    }
 
     static void beforeFork() {
+        t_busy = true;
         instance().streams.lock();
+        detail::RecordingFile::lockAll();
         CMessageQueue::g_Instance->lock();
     }
     static void afterForkInParent() {
         CMessageQueue::g_Instance->unlock();
+        detail::RecordingFile::unlockAll();
         instance().streams.unlock();
+        t_busy = false;
     }
     static void afterForkInChild() {
         instance().streams.abandon();
+        detail::RecordingFile::forgetAll();
         platform::prepareBarrierOnAllThreads();
         if (t_stream) {
             t_stream = nullptr;
@@ -67,76 +178,106 @@ struct CQVXInstrumentingStream::Registry {
     }
 };
 
-/// Flushes the stream of a thread that ends.
-void CQVXInstrumentingStream::Registry::threadEnded(void* value) {
-    t_stream = nullptr;
-    t_ending = true;
-    if (instance().completed)
-        return;
-    auto* stream = static_cast<CQVXInstrumentingStream*>(value);
-    auto& streams = instance().streams;
-    // A stream may be completed by another thread that ends the program; the lock tells which comes first, and makes
-    // what this thread wrote visible to the one that goes on with the stream.
-    streams.lock();
-    stream->flush();
-    stream->m_ended = true;
-    streams.unlock();
-}
-
-/// Marks the stream as in use while its thread works on it, and tells whether it may.
+/// Marks the stream as in use while its thread works on it, and tells whether it may. A use inside another one, that of
+/// a signal handler, finds the mark and must leave the page alone.
 ///
 /// The other side, retire(), closes the stream, passes a barrier that all threads notice, and then waits until no use
 /// is left. So the mark costs two plain stores; only where the system has no such barrier must the mark be one itself.
 class CQVXInstrumentingStream::Use {
 public:
-    explicit Use(CQVXInstrumentingStream& stream) : m_stream(stream) {
+    explicit Use(CQVXInstrumentingStream& stream)
+        : m_stream(stream), m_nested(stream.m_inUse.load(std::memory_order_relaxed)) {
+        if (m_nested)
+            return;
         if (g_barrier) {
             m_stream.m_inUse.store(true, std::memory_order_relaxed);
             std::atomic_signal_fence(std::memory_order_seq_cst);
         } else {
             m_stream.m_inUse.exchange(true);
         }
+        m_granted = !m_stream.m_closed.load() && !m_stream.m_broken;
     }
     Use(const Use&) = delete;
     Use& operator=(const Use&) = delete;
-    ~Use() { m_stream.m_inUse.store(false, std::memory_order_release); }
+    ~Use() {
+        if (m_nested)
+            return;
+        if (m_granted && m_stream.m_besidePage.load(std::memory_order_relaxed)) [[unlikely]]
+            m_stream.takeIn();
+        m_stream.m_inUse.store(false, std::memory_order_release);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        // A handler may have come between the two.
+        if (m_granted && m_stream.m_besidePage.load(std::memory_order_relaxed)) [[unlikely]] {
+            const Use again(m_stream);
+        }
+    }
 
-    bool granted() const { return !m_stream.m_closed.load() && !m_stream.m_broken; }
+    bool granted() const { return m_granted; }
+    /// Inside another use, of a stream that takes packets.
+    bool nested() const { return m_nested && !m_stream.m_closed.load() && !m_stream.m_broken; }
 
 private:
     CQVXInstrumentingStream& m_stream;
+    const bool m_nested;
+    bool m_granted = false;
 };
+
+// --- the streams of the process ---------------------------------------------------------------------------------
 
 CQVXInstrumentingStream* CQVXInstrumentingStream::get_Instance() {
     if (t_stream)
         return t_stream->m_closed.load(std::memory_order_relaxed) ? nullptr : t_stream;
-    Registry& registry = Registry::instance();
-    if (registry.streams.closed())
-        return nullptr;
-    const unsigned thread = SWCtxId();
-    // Claimed at once: one whose thread has ended may be destroyed when the program ends.
-    CQVXInstrumentingStream* stream =
-        registry.streams.find(thread, [](CQVXInstrumentingStream& found) { found.m_ended = false; });
-    if (!stream) {
-        try {
-            stream = new CQVXInstrumentingStream(thread);
-        } catch (const std::exception&) {
-            return nullptr;
-        }
-        if (!registry.streams.insert(thread, stream)) {
-            delete stream;
-            return nullptr;
-        }
-    }
-    if (!t_ending) {
-        platform::onThreadEnd(Registry::threadEnded, stream);
-        t_stream = stream;
-    }
-    return stream;
+    return g_off.load(std::memory_order_relaxed) ? nullptr : makeInstance();
 }
 
+CQVXInstrumentingStream* CQVXInstrumentingStream::makeInstance() {
+    if (t_busy) {
+        ++t_missed;
+        return nullptr;
+    }
+    const Busy busy;
+    try {
+        Registry& registry = Registry::instance();
+        if (registry.mode.off || registry.completed || registry.streams.closed())
+            return nullptr;
+        const unsigned thread = SWCtxId();
+        CQVXInstrumentingStream* stream =
+            registry.streams.find(thread, [](CQVXInstrumentingStream& found) { found.resume(); });
+        if (!stream) {
+            stream = new CQVXInstrumentingStream(thread);
+            if (!registry.streams.insert(thread, stream)) {
+                delete stream;
+                return nullptr;
+            }
+        }
+        stream->m_missed += std::exchange(t_missed, 0);
+        stream->m_besidePage = stream->m_missed != 0;
+        platform::onThreadEnd(threadEnded, stream);
+        return t_stream = stream;
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+void CQVXInstrumentingStream::threadEnded(void* value) {
+    const Busy busy;
+    t_stream = nullptr;
+    Registry& registry = Registry::instance();
+    if (registry.completed)
+        return;
+    auto* stream = static_cast<CQVXInstrumentingStream*>(value);
+    // A stream may be completed by another thread that ends the program; the lock tells which comes first, and makes
+    // what this thread wrote visible to the one that goes on with the stream.
+    registry.streams.lock();
+    if (!stream->m_closed)
+        stream->park();
+    registry.streams.unlock();
+}
+
+// --- the trace --------------------------------------------------------------------------------------------------
+
 CQVXInstrumentingStream::CQVXInstrumentingStream(unsigned thread)
-    : CTraceWriterPaged(m_file),
+    : CTraceWriterPaged(m_file, PageElsewhere()),
       m_context(kUnknown64, 0, thread, kUnknown64),
       m_frequency(platform::counterFrequency()) {
     Context();
@@ -147,12 +288,14 @@ CQVXInstrumentingStream::CQVXInstrumentingStream(unsigned thread)
     CTraceEnabled enabled;
     CTimestamp timestamp(m_context.Tick(), m_frequency);
     keep(CTraceWriterPaged::put(&enabled) && CTraceWriterPaged::put(&timestamp));
-    m_pageFile.identify();
+    m_page.identify();
 }
 
 CQVXInstrumentingStream::~CQVXInstrumentingStream() {
-    finish();
-    m_defined.clear();
+    const platform::Uninterrupted quiet;
+    if (!m_parked)
+        finish();
+    close();
     m_context = CCoreContext(kUnknown64, ~0U, ~0U, kUnknown64);
 }
 
@@ -167,63 +310,135 @@ bool CQVXInstrumentingStream::open() {
     std::string prefix = platform::environment("QVX_TRACEFILENAME");
     if (prefix.empty())
         prefix = "thread_";
-    m_path = directory + "/" + prefix + std::to_string(m_context.SWCtx()) + ".qvx";
-    detail::removePageFile(m_path);
-    m_broken = !m_file.open(m_path.c_str(), false);
-    m_error = m_broken ? m_file.error() : 0;
-    check_initial_pos();
-    const std::string mode = platform::environment("QVX_TRACEMODE");
-    std::string reason;
-    if (mode == "mapped" && !m_broken) {
-        if (m_pageFile.create(m_path))
-            usePage(m_pageFile.page());
-        else
-            reason = platform::errorText(m_pageFile.error());
-    } else if (!mode.empty() && mode != "mapped") {
-        reason = "no such mode";
+    const std::string stem = directory + "/" + prefix + std::to_string(SWCtx());
+    Registry& registry = Registry::instance();
+    if (directory.size() > platform::kEnvironmentLimit || prefix.size() > platform::kEnvironmentLimit) {
+        registry.tellUserOnce(stem + ": longer than " + std::to_string(platform::kEnvironmentLimit) +
+                              " characters; nothing is recorded there");
+        return false;
     }
-    if (!reason.empty())
-        logError("CQVXInstrumentingStream: Cannot record in mode " + mode + ": " + reason + "; recording as usual.");
+    if (!m_file.create(stem)) {
+        fail();
+        return false;
+    }
+    detail::removePageFile(path());
+    m_broken = !openPage();
     return !m_broken;
 }
 
-void CQVXInstrumentingStream::restartPageFile() {
-    m_pageFile.restart(pageStart(), handedOver(), filled());
+bool CQVXInstrumentingStream::openPage() {
+    Registry& registry = Registry::instance();
+    if (registry.mode.mapped && !m_page.create(path()))
+        registry.tell("Cannot record in mode mapped: " + platform::errorText(m_page.error()) + "; recording as usual.");
+    if (!m_page.is_open() && !m_page.create())
+        return false;
+    usePage(m_page.page());
+    return true;
+}
+
+void CQVXInstrumentingStream::restartPage() {
+    m_page.restart(pageStart(), handedOver(), filled());
+}
+
+void CQVXInstrumentingStream::closePage() {
+    if (!m_broken)
+        m_page.remove();
+    else
+        m_page.close();
+    usePage(nullptr);
+}
+
+void CQVXInstrumentingStream::fail() {
+    m_broken = true;
+    Registry::instance().tellUserOnce(path() + reasonOf(error()) + "; this thread is not recorded any further");
+}
+
+void CQVXInstrumentingStream::finish() {
+    takeIn();
+    if (m_broken)
+        return;
+    CTraceDisabled disabled;
+    CEndOfTrace end;
+    keep(CTraceWriterPaged::put(&disabled) && CTraceWriterPaged::put(&end));
+    CTraceWriterPaged::flush();
+    if (!m_broken && !CTraceWriterPaged::good())
+        fail();
 }
 
 bool CQVXInstrumentingStream::close() {
-    if (!m_broken)
-        CTraceWriterPaged::flush();
-    const bool flushed = !m_broken && CTraceWriterPaged::good();
-    m_file.close();
-    if (flushed && m_file.error() == 0)
-        m_pageFile.remove();
+    const platform::Uninterrupted quiet;
+    if (m_page.is_open()) {
+        if (!m_broken)
+            CTraceWriterPaged::flush();
+        m_broken = m_broken || !CTraceWriterPaged::good();
+        closePage();
+    }
+    m_file.rest();
     m_broken = true;
     return true;
 }
 
-void CQVXInstrumentingStream::finish() {
-    if (!m_broken) {
-        CTraceDisabled disabled;
-        CEndOfTrace end;
-        keep(CTraceWriterPaged::put(&disabled) && CTraceWriterPaged::put(&end));
-    }
-    close();
+void CQVXInstrumentingStream::park() {
+    // What a handler has interrupted here before it ended the thread never goes on. The page is whole as far as it is
+    // filled.
+    m_inUse = false;
+    if (m_parked)
+        return;
+    takeIn();
+    m_parkedFrame = openFrame();
+    const std::uint64_t end = tellp();
+    finish();
+    m_file.rest();
+    m_file.moveTo(end);
+    closePage();
+    m_defined.pack();
+    m_parked = true;
 }
 
-bool CQVXInstrumentingStream::retire() {
-    m_closed.store(true);
-    platform::barrierOnAllThreads();
+void CQVXInstrumentingStream::resume() {
+    if (!m_parked)
+        return;
+    m_parked = false;
+    if (m_broken)
+        return;
+    // The end of the trace is written over.
+    if (!openPage())
+        return fail();
+    check_initial_pos();
+    reopenFrame(m_parkedFrame);
+    restartPage();
+}
+
+bool CQVXInstrumentingStream::retire(std::chrono::steady_clock::time_point deadline) {
+    if (t_stream == this)
+        m_inUse = false; // of what a handler has interrupted before it ended the program, nothing goes on
     // A use lasts as long as one packet takes, or one page to the disk. A thread that the system has stopped inside one
     // never ends it: its stream is left as it is.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kExitWait_ms);
     while (m_inUse.load()) {
         if (std::chrono::steady_clock::now() > deadline)
             return false;
         std::this_thread::yield();
     }
-    finish();
-    return m_ended;
+    const bool mayGo = m_parked;
+    if (!m_parked)
+        finish();
+    close();
+    return mayGo;
+}
+
+// --- packets ----------------------------------------------------------------------------------------------------
+
+CCoreContext CQVXInstrumentingStream::now() const {
+    return CCoreContext(platform::counterTick(), HWCtxId(), m_context.SWCtx(), m_context.CurrAddr());
+}
+
+CCoreContext CQVXInstrumentingStream::nowInOrder() {
+    while (true) {
+        const CCoreContext context = now();
+        if (!m_besidePage.load(std::memory_order_relaxed)) [[likely]]
+            return context;
+        takeIn(); // a handler came before that time was read
+    }
 }
 
 const CCoreContext& CQVXInstrumentingStream::Context() {
@@ -242,41 +457,127 @@ unsigned CQVXInstrumentingStream::SWCtxId() {
 
 bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
     const Use use(*this);
+    if (use.nested())
+        return defineBeside(name, id);
     if (!use.granted())
         return refuse();
+    if (!m_defined.insert(id))
+        return true;
+    const Definition definition{nowInOrder(), id, name ? name : ""};
+    char bytes[1024];
+    if (definition.size() <= sizeof bytes) {
+        definition.encode(bytes);
+        return keep(append(bytes, definition.size())) || refuse();
+    }
     try {
-        if (!m_defined.insert(id).second)
-            return true;
-        CFunctionDefine define(Context(), id, name);
+        CFunctionDefine define(definition.context, id, name);
         return keep(CTraceWriterPaged::put(&define)) || refuse();
     } catch (const std::exception&) {
         return refuse();
     }
 }
 
+template <class Packet> bool CQVXInstrumentingStream::record(unsigned id) {
+    const Use use(*this);
+    if (use.granted()) [[likely]] {
+        Packet packet(nowInOrder(), id);
+        return keep(CTraceWriterPaged::put(&packet)) || refuse();
+    }
+    Packet packet(now(), id);
+    return use.nested() ? putBeside(packet) : refuse();
+}
+
+bool CQVXInstrumentingStream::FunctionEnter(unsigned id) {
+    return record<CFunctionEnter>(id);
+}
+
+bool CQVXInstrumentingStream::FunctionLeave(unsigned id) {
+    return record<CFunctionLeave>(id);
+}
+
 bool CQVXInstrumentingStream::refuse() {
-    ++m_refused;
+    m_refused.fetch_add(1, std::memory_order_relaxed);
     return false;
 }
 
+bool CQVXInstrumentingStream::putBeside(CPacket& packet) {
+    const unsigned size = packet.StreamSize();
+    char* room = m_page.reserve(size);
+    const bool whole = room && packet.write(room, size) == size;
+    if (room)
+        m_page.finish(room, whole);
+    if (!whole)
+        ++m_missed;
+    m_besidePage = true;
+    return whole || refuse();
+}
+
+bool CQVXInstrumentingStream::defineBeside(const char* name, unsigned id) {
+    const Definition definition{now(), id, name ? name : ""};
+    char* room = m_page.reserve(definition.size());
+    if (room) {
+        definition.encode(room);
+        m_page.finish(room, true);
+    } else {
+        ++m_missed;
+    }
+    m_besidePage = true;
+    return room || refuse();
+}
+
+void CQVXInstrumentingStream::takeIn() {
+    m_besidePage = false;
+    if (!m_page.is_open())
+        return;
+    unsigned size = 0;
+    while (const char* packet = m_page.oldest(size)) {
+        if (m_broken || !append(packet, size))
+            refuse();
+        m_page.moved(filled());
+    }
+    const unsigned missed = m_missed.exchange(0);
+    if (missed == 0 || m_broken)
+        return;
+    char text[100];
+    const int length =
+        std::snprintf(text, sizeof text, "%u packets were lost that came while another one was recorded", missed);
+    CMessagePayload payload(platform::counterTick(), -0x40);
+    char bytes[sizeof text + 20];
+    CPacketHeader header(Message, CMessagePayload::Len());
+    char* to = bytes + header.write(bytes, CPacketHeader::Len());
+    encodePart(payload, to);
+    to = encodeText(to + CMessagePayload::Len(), {text, static_cast<std::size_t>(length)});
+    keep(append(bytes, static_cast<unsigned>(to - bytes)));
+}
+
 bool CQVXInstrumentingStream::good() {
-    const Use use(*this);
-    return use.granted() && CTraceWriterPaged::good();
+    return !m_closed.load() && !m_broken && CTraceWriterPaged::good();
 }
 
 bool CQVXInstrumentingStream::put(CPacket* packet) {
     const Use use(*this);
-    return (use.granted() && keep(CTraceWriterPaged::put(packet))) || refuse();
+    if (use.granted()) [[likely]]
+        return keep(CTraceWriterPaged::put(packet)) || refuse();
+    return use.nested() && packet ? putBeside(*packet) : refuse();
 }
 
 bool CQVXInstrumentingStream::forward(CPacket*& packet) {
     const Use use(*this);
-    return (use.granted() && keep(CTraceWriterPaged::forward(packet))) || refuse();
+    if (use.granted())
+        return keep(CTraceWriterPaged::forward(packet)) || refuse();
+    return use.nested() && packet ? putBeside(*packet) : refuse();
 }
 
 bool CQVXInstrumentingStream::forward(std::list<CPacket*>& packets) {
     const Use use(*this);
-    return (use.granted() && keep(CTraceWriterPaged::forward(packets))) || refuse();
+    if (!use.nested())
+        return (use.granted() && keep(CTraceWriterPaged::forward(packets))) || refuse();
+    for (; !packets.empty(); packets.pop_front()) {
+        if (packets.front() && !putBeside(*packets.front()))
+            return false;
+        delete packets.front();
+    }
+    return true;
 }
 
 bool CQVXInstrumentingStream::put(CTraceSourceBuffer& source) {
@@ -286,9 +587,10 @@ bool CQVXInstrumentingStream::put(CTraceSourceBuffer& source) {
 
 bool CQVXInstrumentingStream::seekp(std::uint64_t position) {
     const Use use(*this);
+    const platform::Uninterrupted quiet;
     if (!use.granted() || !CTraceWriterPaged::seekp(position))
         return false;
-    restartPageFile();
+    restartPage();
     return true;
 }
 
@@ -296,23 +598,22 @@ void CQVXInstrumentingStream::flush() {
     const Use use(*this);
     if (!use.granted())
         return;
+    const platform::Uninterrupted quiet;
     CTraceWriterPaged::flush();
-    m_broken = !CTraceWriterPaged::good();
-    if (!m_broken)
-        restartPageFile();
+    if (CTraceWriterPaged::good())
+        restartPage();
+    else
+        fail();
 }
 
 bool CQVXInstrumentingStream::overflow_flush() {
+    const platform::Uninterrupted quiet;
     // The Fill packets at the page's end count, too: while the page is written, the file may not have more than it.
-    m_pageFile.extend(filled());
-    m_broken = !CTraceWriterPaged::overflow_flush();
-    if (m_pageFile.is_open() && !m_broken) {
-        // The page is overwritten from now on; what stands in between must have left the process.
-        m_file.flush();
-        m_broken = !CTraceWriterPaged::good();
-        if (!m_broken)
-            restartPageFile();
-    }
+    m_page.extend(filled());
+    if (CTraceWriterPaged::overflow_flush())
+        restartPage();
+    else
+        fail();
     return !m_broken;
 }
 

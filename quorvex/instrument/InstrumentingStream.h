@@ -1,60 +1,88 @@
 #pragma once
 
 #include "quorvex/format/Context.h"
+#include "quorvex/instrument/IdSet.h"
+#include "quorvex/instrument/RecordingFile.h"
 #include "quorvex/instrument/ThreadInstanceMap.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/stream/PageFile.h"
-#include "quorvex/stream/TraceFileWriter.h"
+#include "quorvex/stream/TraceWriterPaged.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
-#include <set>
 #include <string>
 
 namespace Quorvex {
+
+namespace detail {
+/// Holds the file so that it is built before the writer on it.
+struct RecordingSink {
+    RecordingFile m_file;
+};
+} // namespace detail
 
 /// Lets a program record its own run: every thread that asks for a stream gets a paged trace file of its own, with the
 /// thread's number as software context and the processor it runs on as hardware context.
 ///
 /// The file stands in the directory named by QVX_TRACEDIR (else TEMP, else TMP; elsewhere than on Windows then TMPDIR,
-/// else /tmp) under the prefix in QVX_TRACEFILENAME (else "thread_"), the thread's number and ".qvx". It begins with a
+/// else /tmp) under the prefix in QVX_TRACEFILENAME (else "thread_"), the thread's number and ".qvx". No file is ever
+/// replaced: where that name is taken (an earlier run, the program before an exec, a second copy of this library in the
+/// process, a container with numbers of its own), "-2" and so on stands behind the number. The file begins with a
 /// trace-enabled and a timestamp packet, which tells the ticks in one second, and ends with a trace-disabled and an
 /// end-of-trace packet.
 ///
+/// QVX_TRACEMODE chooses how to record, as words with commas between them; it is read once:
+///     mapped   a killed program loses nothing, see below
+///     quiet    nothing is said on standard error
+///     off      nothing is recorded
+/// A program that is compiled with QUORVEX_NO_TRACE records nothing by the macros of FunctionScope.h.
+///
 /// What happens at the edges:
-/// - A thread that ends has its stream flushed. The file is completed when the program ends; a later thread that the
-///   system gives the same number goes on in it.
+/// - A thread that ends has its trace completed, and its memory and its descriptor are given back. A later thread that
+///   the system gives the same number goes on in the same trace.
 /// - A program that ends while threads run completes all files. From then on those threads' streams refuse packets, and
-///   get_Instance() returns null. A thread that is in the middle of a packet is waited for, at most kExitWait_ms.
+///   get_Instance() returns null. Threads that are in the middle of a packet are waited for, all together at most
+///   kExitWait_ms.
 /// - A forked child leaves its parent's files alone and records to files of its own.
-/// - Where the file cannot be opened, one message goes to the log and the stream refuses packets. Where it cannot be
-///   written later, one message goes to the log, and the stream refuses packets from then on.
-/// - What a stream has refused is counted.
+/// - A signal handler may record, also while its thread is in the middle of recording: such packets come into the trace
+///   when that is done. Where there is no room for them until then they are refused, and a message in the trace tells
+///   how many. A handler may also end the program by exit(), or the thread. Only the first call of get_Instance() in a
+///   thread takes memory from the program's allocator; where a handler may be the first to record in a thread, call it
+///   there before. What put(CTraceSourceBuffer&) and seekp() ask for is refused inside another recording. A handler
+///   that leaves what it has interrupted by a jump may leave its thread without a recording.
+/// - Where the file cannot be opened or written, that is said in one line on standard error, once in a process, and in
+///   the message log. The stream refuses packets from then on, and what it has refused is counted.
 /// - A program that is killed or crashes leaves of each trace the pages that were full, and what was flushed.
+/// - The recording thread finds errno as it was. It is not cancelled inside a write.
 ///
-/// With QVX_TRACEMODE=mapped a program that is killed or crashes loses no packet that a stream has taken. What stands
-/// at the end of the trace is then in a second file, its name with ".page" behind it, and CTraceSourceBufferFile reads
-/// the two as one; so they must be moved together. The second file goes when the trace is completed, unless the disk
-/// was full. Where it cannot be made, or QVX_TRACEMODE is anything else but empty, that is told to the log and the
-/// stream records as usual. Packets that are put behind a seekp() to before the page need a flush() to be safe.
+/// In mode mapped a program that is killed or crashes loses no packet that a stream has taken. What stands at the end
+/// of the trace is then in a second file, its name with ".page" behind it, and CTraceSourceBufferFile reads the two as
+/// one; so they must be moved together. The second file goes when the trace is completed, unless the disk was full.
+/// Where it cannot be made, that is told like any other failure, and the stream records as usual. Packets that are put
+/// behind a seekp() to before the page need a flush() to be safe.
 ///
-/// A stream belongs to its thread. Putting a packet takes no lock, allocates nothing, and never throws; announcing a
-/// function allocates.
-class QUORVEX_API CQVXInstrumentingStream : private detail::SinkFile, public CTraceWriterPaged {
+/// A stream belongs to its thread. Putting a packet takes no lock, allocates nothing, and never throws.
+class QUORVEX_API CQVXInstrumentingStream : private detail::RecordingSink, public CTraceWriterPaged {
 public:
     static constexpr unsigned kExitWait_ms = 500;
 
-    /// The calling thread's stream, made on the first call; later calls take no lock. Null when the program is ending
-    /// or memory is short.
+    /// The calling thread's stream, made on the first call; later calls take no lock. Null when nothing is recorded,
+    /// when the program is ending, when memory is short, and for what the first call itself calls.
     static CQVXInstrumentingStream* get_Instance();
 
     ~CQVXInstrumentingStream() override;
 
-    /// Announces a function; only the first call for an id writes.
+    /// Announces a function; only the first call for an id writes, or one inside another recording.
     bool FunctionDefine(const char* name, unsigned id);
+    /// Record that the thread enters or leaves a function now. Unlike a packet that is made of Context() and put, they
+    /// cannot come behind one that a signal handler records later.
+    bool FunctionEnter(unsigned id);
+    bool FunctionLeave(unsigned id);
     /// Where and when the caller is: the counter now, the processor now, this thread.
     const CCoreContext& Context();
-    unsigned HWCtx() const { return m_context.HWCtx(); }
+    /// The processor that the caller runs on now.
+    unsigned HWCtx() const { return HWCtxId(); }
     unsigned SWCtx() const { return m_context.SWCtx(); }
 
     bool good() override;
@@ -66,11 +94,11 @@ public:
     void flush() override;
 
     /// Path of the trace file, also of one that could not be opened.
-    const std::string& path() const { return m_path; }
-    /// The system's error number of the failed open; 0 when it is open.
-    int error() const { return m_error; }
+    const std::string& path() const { return m_file.path(); }
+    /// The system's error number of the open or write that failed; 0 when none has.
+    int error() const { return m_file.error(); }
     /// Packets refused so far.
-    std::uint64_t refused() const { return m_refused; }
+    std::uint64_t refused() const { return m_refused.load(std::memory_order_relaxed); }
 
 protected:
     explicit CQVXInstrumentingStream(unsigned thread);
@@ -82,31 +110,54 @@ protected:
     bool overflow_flush() override;
 
 private:
-    friend class ThreadInstanceMap<CQVXInstrumentingStream>;
     struct Registry;
     class Use;
 
-    bool retire();
-    void finish();
+    static CQVXInstrumentingStream* makeInstance();
+    static void threadEnded(void* stream);
+
+    CCoreContext now() const;
+    /// The same behind all that has been recorded, also by handlers; for the one that uses the page.
+    CCoreContext nowInOrder();
+    template <class Packet> bool record(unsigned id);
+    /// The same for a packet that comes while another is being put.
+    bool putBeside(CPacket& packet);
+    bool defineBeside(const char* name, unsigned id);
+    /// Puts what stands beside the page there, and tells of what found no room.
+    void takeIn();
     bool refuse();
-    /// What the page has now is safe.
+    /// What the page has now counts.
     bool keep(bool done) {
-        m_pageFile.extend(filled());
+        m_page.extend(filled());
         return done;
     }
-    void restartPageFile();
+    bool openPage();
+    void restartPage();
+    void closePage();
+    /// No more can be written: tells so.
+    void fail();
 
-    detail::PageFile m_pageFile; ///< not open: the page is in plain memory
+    /// Puts the end of the trace behind what it has.
+    void finish();
+    /// Completes the trace and gives back what a thread needs that runs; resume() undoes that. Both by the thread
+    /// itself.
+    void park();
+    void resume();
+    /// Completes the trace for good, once its thread is not in the middle of a packet. Whether it may be destroyed.
+    bool retire(std::chrono::steady_clock::time_point deadline);
+
+    detail::PageFile m_page;
     CCoreContext m_context;
     std::uint64_t m_frequency;
-    std::set<unsigned> m_defined;
-    std::string m_path;
-    std::uint64_t m_refused = 0;
-    int m_error = 0;
-    bool m_broken = true;              ///< not open, or a write has failed
-    bool m_ended = false;              ///< its thread has ended; guarded by the registry's lock
-    std::atomic<bool> m_inUse{false};  ///< its thread is inside an operation
-    std::atomic<bool> m_closed{false}; ///< completed: the thread must not touch it any more
+    detail::IdSet m_defined;
+    OpenFrame m_parkedFrame; ///< of a trace that is parked
+    std::atomic<std::uint64_t> m_refused{0};
+    std::atomic<unsigned> m_missed{0};     ///< refused beside the page, and not yet told in the trace
+    bool m_broken = true;                  ///< not open, or a write has failed
+    bool m_parked = false;                 ///< its thread has ended; guarded by the registry's lock
+    std::atomic<bool> m_inUse{false};      ///< its thread is inside an operation
+    std::atomic<bool> m_besidePage{false}; ///< something has come while that was so
+    std::atomic<bool> m_closed{false};     ///< completed: the thread must not touch it any more
 };
 
 } // namespace Quorvex

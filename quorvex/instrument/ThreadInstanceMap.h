@@ -5,17 +5,21 @@
 
 namespace Quorvex {
 
-/// The streams of a process by the number of their thread. The map owns them; clearing or destroying it completes every
-/// one. All operations may be called from any thread.
-///
-/// `Stream` offers `bool retire()`, which ends the stream and tells whether it may be destroyed: one whose thread may
-/// still hold it stays in memory for good.
+/// The streams of a process by the number of their thread. The map owns them and destroys all it holds with itself, by
+/// which their traces are completed. All operations may be called from any thread.
 template <class Stream> class ThreadInstanceMap {
 public:
+    using Streams = std::map<unsigned, Stream*>;
+
     ThreadInstanceMap() = default;
     ThreadInstanceMap(const ThreadInstanceMap&) = delete;
     ThreadInstanceMap& operator=(const ThreadInstanceMap&) = delete;
-    ~ThreadInstanceMap() { close(); }
+    ~ThreadInstanceMap() {
+        const std::lock_guard lock(m_lock);
+        for (const auto& [thread, stream] : m_streams)
+            delete stream;
+        m_streams.clear();
+    }
 
     /// The stream of a thread; null when it has none.
     Stream* operator()(unsigned thread) {
@@ -38,16 +42,12 @@ public:
         return !m_closed && stream && m_streams.emplace(thread, stream).second;
     }
 
-    /// Completes all streams and takes no more.
-    void close() {
+    /// Takes no more streams. `end` is called with all there are, may take out those that it destroys, and the others
+    /// stay in memory for good: their threads may still hold them.
+    template <class End> void close(End&& end) {
         const std::lock_guard lock(m_lock);
         m_closed = true;
-        std::erase_if(m_streams, [](const auto& entry) {
-            const bool done = entry.second->retire();
-            if (done)
-                delete entry.second;
-            return done;
-        });
+        end(m_streams);
         abandon();
     }
 
@@ -70,8 +70,8 @@ public:
 private:
     // Not a recursive one: a forked child may only unlock what knows no owner.
     std::mutex m_lock;
-    std::map<unsigned, Stream*> m_streams;
-    std::map<unsigned, Stream*> m_abandoned;
+    Streams m_streams;
+    Streams m_abandoned;
     bool m_closed = false;
 };
 

@@ -22,6 +22,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
@@ -33,10 +34,6 @@
 #endif
 
 namespace Quorvex::platform {
-
-namespace {
-constexpr std::size_t kEnvironmentLimit = 260; // characters
-} // namespace
 
 std::string errorText(int error) {
     return std::generic_category().message(error);
@@ -64,13 +61,15 @@ unsigned currentProcessor() {
 
 std::string environment(const char* name) {
     const std::wstring wideName(name, name + std::strlen(name));
-    wchar_t wide[kEnvironmentLimit + 1] = {};
-    const DWORD length = GetEnvironmentVariableW(wideName.c_str(), wide, kEnvironmentLimit + 1);
-    if (length == 0 || length > kEnvironmentLimit)
+    std::wstring wide(GetEnvironmentVariableW(wideName.c_str(), nullptr, 0), L'\0'); // with its terminator
+    const DWORD room = static_cast<DWORD>(wide.size());
+    const DWORD length = GetEnvironmentVariableW(wideName.c_str(), wide.data(), room);
+    if (length == 0 || length >= room)
         return {};
-    const int size = WideCharToMultiByte(CP_ACP, 0, wide, static_cast<int>(length), nullptr, 0, nullptr, nullptr);
+    const int count = static_cast<int>(length);
+    const int size = WideCharToMultiByte(CP_ACP, 0, wide.data(), count, nullptr, 0, nullptr, nullptr);
     std::string narrow(static_cast<std::size_t>(size), '\0');
-    WideCharToMultiByte(CP_ACP, 0, wide, static_cast<int>(length), narrow.data(), size, nullptr, nullptr);
+    WideCharToMultiByte(CP_ACP, 0, wide.data(), count, narrow.data(), size, nullptr, nullptr);
     return narrow;
 }
 
@@ -114,6 +113,27 @@ void unmapFile(void* memory, std::size_t) {
     UnmapViewOfFile(memory);
 }
 
+void* allocatePages(std::size_t size) {
+    return VirtualAlloc(nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+}
+
+void freePages(void* memory, std::size_t) {
+    VirtualFree(memory, 0, MEM_RELEASE);
+}
+
+void tellUser(const std::string& line) {
+    DWORD written = 0;
+    WriteFile(GetStdHandle(STD_ERROR_HANDLE), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+}
+
+// Nothing interrupts a thread here.
+Uninterrupted::Uninterrupted() : m_errno(errno), m_systemError(GetLastError()) {}
+
+Uninterrupted::~Uninterrupted() {
+    errno = m_errno;
+    SetLastError(m_systemError);
+}
+
 bool barrierOnAllThreads() {
     FlushProcessWriteBuffers();
     return true;
@@ -126,16 +146,24 @@ namespace {
 std::atomic<void (*)(void*)> g_threadEnded{nullptr};
 
 void CALLBACK callThreadEnded(void* value) {
-    if (value)
-        g_threadEnded.load()(value);
+    if (const auto ended = g_threadEnded.load(); value && ended)
+        ended(value);
 }
 } // namespace
 
 void onThreadEnd(void (*ended)(void* value), void* value) {
     // Not a thread_local object with a destructor: MinGW frees such objects before it calls their destructors.
-    static const DWORD slot = FlsAlloc(callThreadEnded);
+    struct Slot {
+        DWORD index = FlsAlloc(callThreadEnded);
+        // The library may be unloaded while threads live; giving the slot back calls for all of them.
+        ~Slot() {
+            g_threadEnded = nullptr;
+            FlsFree(index);
+        }
+    };
+    static const Slot slot;
     g_threadEnded = ended;
-    FlsSetValue(slot, value);
+    FlsSetValue(slot.index, value);
 }
 
 void onFork(void (*)(), void (*)(), void (*)()) {}
@@ -177,7 +205,7 @@ unsigned currentProcessor() {
 
 std::string environment(const char* name) {
     const char* value = std::getenv(name);
-    return value ? std::string(value, strnlen(value, kEnvironmentLimit)) : std::string();
+    return value ? value : "";
 }
 
 std::string defaultTemporaryDirectory() {
@@ -209,6 +237,39 @@ void unmapFile(void* memory, std::size_t size) {
     munmap(memory, size);
 }
 
+void* allocatePages(std::size_t size) {
+    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return memory == MAP_FAILED ? nullptr : memory;
+}
+
+void freePages(void* memory, std::size_t size) {
+    munmap(memory, size);
+}
+
+void tellUser(const std::string& line) {
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
+}
+
+Uninterrupted::Uninterrupted() : m_errno(errno) {
+    static_assert(sizeof(sigset_t) <= sizeof m_signals);
+    sigset_t all;
+    sigfillset(&all);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
+        sigdelset(&all, fault);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    std::memcpy(m_signals, &before, sizeof before);
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
+}
+
+Uninterrupted::~Uninterrupted() {
+    pthread_setcancelstate(m_cancelState, nullptr);
+    sigset_t before;
+    std::memcpy(&before, m_signals, sizeof before);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = m_errno;
+}
+
 #if defined(__linux__)
 
 bool barrierOnAllThreads() {
@@ -230,17 +291,20 @@ void prepareBarrierOnAllThreads() {}
 #endif
 
 void onThreadEnd(void (*ended)(void* value), void* value) {
-    struct End {
-        void (*ended)(void*);
-        void* value;
-        ~End() {
-            if (value)
-                ended(value);
+    // A key, because its destructor comes after those of all thread_local objects, and comes again for a value that is
+    // set meanwhile. Threads may end after the library was unloaded; then the key must be gone.
+    struct Key {
+        pthread_key_t key{};
+        bool made;
+        explicit Key(void (*call)(void*)) : made(pthread_key_create(&key, call) == 0) {}
+        ~Key() {
+            if (made)
+                pthread_key_delete(key);
         }
     };
-    static thread_local End end{nullptr, nullptr};
-    end.ended = ended;
-    end.value = value;
+    static const Key key(ended);
+    if (key.made)
+        pthread_setspecific(key.key, value);
 }
 
 void onFork(void (*before)(), void (*afterInParent)(), void (*afterInChild)()) {

@@ -21,8 +21,10 @@ QUORVEX_API unsigned currentThreadId();
 /// The processor that the caller runs on at this moment.
 QUORVEX_API unsigned currentProcessor();
 
-/// The value of an environment variable, cut at 260 characters; empty when unset.
+/// The value of an environment variable; empty when unset.
 QUORVEX_API std::string environment(const char* name);
+/// The longest value that names of files may be made of, in characters.
+inline constexpr std::size_t kEnvironmentLimit = 260;
 /// The directory for temporary files where the environment names none; may be empty.
 QUORVEX_API std::string defaultTemporaryDirectory();
 
@@ -39,6 +41,31 @@ QUORVEX_API int openError(const char* path);
 QUORVEX_API void* mapFile(const char* path, std::size_t size, int& error);
 QUORVEX_API void unmapFile(void* memory, std::size_t size);
 
+/// Zeroed memory straight from the system, whole pages, and back to it. Null when there is none. Neither uses the
+/// allocator of the program, so they may be called where that was interrupted.
+QUORVEX_API void* allocatePages(std::size_t size);
+QUORVEX_API void freePages(void* memory, std::size_t size);
+
+/// Puts a line on the standard error of the process, past all buffers.
+QUORVEX_API void tellUser(const std::string& line);
+
+/// While it lives, no signal handler of the program runs in this thread and the thread is not cancelled; both happen
+/// afterwards. Afterwards the thread finds its error number (errno and the like) as it was. Signals that a fault in the
+/// program raises are not held off. Instances may be nested.
+class QUORVEX_API Uninterrupted {
+public:
+    Uninterrupted();
+    Uninterrupted(const Uninterrupted&) = delete;
+    Uninterrupted& operator=(const Uninterrupted&) = delete;
+    ~Uninterrupted();
+
+private:
+    alignas(8) unsigned char m_signals[128];
+    int m_cancelState = 0;
+    int m_errno;
+    unsigned long m_systemError = 0;
+};
+
 /// Makes all threads of the process see what the caller wrote before, and the caller what they wrote, as if each had
 /// just passed a full memory barrier. Lets the other side of a rare handshake do without one. False where the system
 /// offers no such thing; the caller then has to wait instead.
@@ -46,9 +73,9 @@ QUORVEX_API bool barrierOnAllThreads();
 /// Tells the system that barrierOnAllThreads will be called; once per process, before the other threads matter.
 QUORVEX_API void prepareBarrierOnAllThreads();
 
-/// Has `ended(value)` called by the calling thread when it ends; what was said before for this thread no longer counts.
-/// A null value takes it back. All calls in a process give the same function. The main thread's end is told only where
-/// that comes before the end of the process.
+/// Has `ended(value)` called by the calling thread when it ends, after the destructors of its thread_local objects;
+/// what was said before for this thread no longer counts. A null value takes it back. All calls in a process give the
+/// same function. Nothing is called any more once the library is unloaded, nor for a main thread that ends the process.
 QUORVEX_API void onThreadEnd(void (*ended)(void* value), void* value);
 
 /// Calls the three functions around every fork of the process (the last one in the child). No effect where processes

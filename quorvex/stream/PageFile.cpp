@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -34,23 +35,42 @@ void keepOrder() {
 
 } // namespace
 
+/// What the file holds; its numbers are in this machine's byte order.
 struct PageFile::Shared {
+    /// How far it is, changed as a whole. Beside the page, packets stand between two offsets.
+    struct alignas(8) Progress {
+        unsigned fill;
+        std::uint16_t first;
+        std::uint16_t end;
+        bool operator==(const Progress&) const = default;
+    };
+
     struct Head {
         std::uint64_t mark;
         std::uint64_t base;
         unsigned written;
-        unsigned fill;
+        unsigned reserved;
+        Progress progress;
         char begin[kBeginSize];
+        alignas(2) char beside[kHead - 48];
 
         /// Where the page's part of the trace begins and ends.
         std::uint64_t from() const { return base + written; }
-        std::uint64_t to() const { return base + fill; }
+        std::uint64_t to() const { return base + progress.fill; }
+        bool hasBeside() const { return progress.first != progress.end; }
     };
 
-    union {
-        Head head;
-        char room[kHead];
-    };
+    /// Before each packet beside the page, two bytes tell its size, and whether it counts.
+    static constexpr unsigned kUnfinished = 0x8000;
+    static constexpr unsigned kForgotten = 0x4000;
+    static constexpr unsigned kEntryHead = 2;
+    static unsigned entrySize(unsigned packet) { return kEntryHead + packet + packet % 2; }
+
+    std::atomic_ref<std::uint16_t> entry(unsigned offset) {
+        return std::atomic_ref(*reinterpret_cast<std::uint16_t*>(head.beside + offset));
+    }
+
+    Head head;
     char page[kPageSize];
 };
 
@@ -62,19 +82,33 @@ bool PageFile::create(const std::string& trace) {
     close();
     m_path = pathFor(trace);
     errno = 0;
+    // One that is there may still be some process's memory: it is not written, but taken out of the way.
+    std::remove(m_path.c_str());
     // Written rather than just made long: a full disk must fail here, where it can be told, and not in a store.
     std::ofstream file(m_path, std::ios::binary | std::ios::trunc);
     const std::vector<char> zeros(sizeof(Shared));
     file.write(zeros.data(), static_cast<std::streamsize>(zeros.size()));
     file.close();
     m_error = file ? 0 : errno ? errno : EIO;
-    if (file)
-        m_shared = static_cast<Shared*>(platform::mapFile(m_path.c_str(), sizeof(Shared), m_error));
-    if (!m_shared) {
-        std::remove(m_path.c_str());
+    if (file && open(platform::mapFile(m_path.c_str(), sizeof(Shared), m_error)))
+        return true;
+    std::remove(m_path.c_str());
+    m_path.clear();
+    return false;
+}
+
+bool PageFile::create() {
+    close();
+    return open(platform::allocatePages(sizeof(Shared)));
+}
+
+bool PageFile::open(void* memory) {
+    static_assert(offsetof(Shared, page) == kHead && std::atomic_ref<Shared::Progress>::is_always_lock_free);
+    if (!memory)
         return false;
-    }
-    m_fill = &m_shared->head.fill;
+    m_shared = static_cast<Shared*>(memory);
+    m_fill = &m_shared->head.progress.fill;
+    std::memcpy(m_shared->head.begin, m_begin, kBeginSize);
     m_shared->head.mark = kMark;
     return true;
 }
@@ -84,8 +118,6 @@ char* PageFile::page() {
 }
 
 void PageFile::restart(std::uint64_t base, unsigned written, unsigned fill) {
-    if (!is_open())
-        return;
     // Nothing of the page counts on the way.
     Shared::Head& head = m_shared->head;
     extend(0);
@@ -97,22 +129,73 @@ void PageFile::restart(std::uint64_t base, unsigned written, unsigned fill) {
 }
 
 void PageFile::identify() {
-    if (is_open())
-        std::memcpy(m_shared->head.begin, m_shared->page + kBeginOffset, kBeginSize);
+    std::memcpy(m_begin, m_shared->page + kBeginOffset, kBeginSize);
+    std::memcpy(m_shared->head.begin, m_begin, kBeginSize);
+}
+
+char* PageFile::reserve(unsigned size) {
+    const std::atomic_ref progress(m_shared->head.progress);
+    Shared::Progress now = progress.load();
+    Shared::Progress next{};
+    do {
+        if (size >= Shared::kForgotten || Shared::entrySize(size) > sizeof m_shared->head.beside - now.end)
+            return nullptr;
+        next = now;
+        next.end = static_cast<std::uint16_t>(next.end + Shared::entrySize(size));
+        // What an interrupting handler puts here is lost only if it does not take the place, too.
+        m_shared->entry(now.end).store(static_cast<std::uint16_t>(size | Shared::kUnfinished));
+    } while (!progress.compare_exchange_weak(now, next));
+    return m_shared->head.beside + now.end + Shared::kEntryHead;
+}
+
+void PageFile::finish(char* room, bool whole) {
+    const auto offset = static_cast<unsigned>(room - m_shared->head.beside) - Shared::kEntryHead;
+    keepOrder();
+    const auto entry = m_shared->entry(offset);
+    entry.store(static_cast<std::uint16_t>((entry.load() & ~Shared::kUnfinished) | (whole ? 0 : Shared::kForgotten)));
+}
+
+const char* PageFile::oldest(unsigned& size) {
+    while (true) {
+        const Shared::Progress now = std::atomic_ref(m_shared->head.progress).load();
+        if (now.first == now.end)
+            return nullptr;
+        const unsigned entry = m_shared->entry(now.first).load();
+        size = entry & ~(Shared::kUnfinished | Shared::kForgotten);
+        if (size == entry)
+            return m_shared->head.beside + now.first + Shared::kEntryHead;
+        moved(now.fill); // not finished: the handler was left by a jump, or with the thread
+    }
+}
+
+void PageFile::moved(unsigned fill) {
+    const std::atomic_ref progress(m_shared->head.progress);
+    Shared::Progress now = progress.load();
+    Shared::Progress next{};
+    do {
+        const unsigned entry = m_shared->entry(now.first).load();
+        const unsigned size = entry & ~(Shared::kUnfinished | Shared::kForgotten);
+        next = {fill, static_cast<std::uint16_t>(now.first + Shared::entrySize(size)), now.end};
+        if (next.first == next.end)
+            next.first = next.end = 0;
+    } while (!progress.compare_exchange_weak(now, next));
 }
 
 void PageFile::close() {
-    if (m_shared)
+    if (m_shared && isShared())
         platform::unmapFile(m_shared, sizeof(Shared));
+    else if (m_shared)
+        platform::freePages(m_shared, sizeof(Shared));
     m_shared = nullptr;
     m_fill = nullptr;
+    m_path.clear();
 }
 
 void PageFile::remove() {
-    if (!is_open())
-        return;
+    const std::string path = m_path;
     close();
-    std::remove(m_path.c_str());
+    if (!path.empty())
+        std::remove(path.c_str());
 }
 
 bool isPageFile(std::string_view start) {
@@ -180,10 +263,23 @@ private:
 } // namespace
 
 std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::string& path) {
+    const auto appendBeside = [](const PageFile::Shared::Head& head, std::vector<char>& tail) {
+        using Shared = PageFile::Shared;
+        for (unsigned at = head.progress.first; at + Shared::kEntryHead <= head.progress.end;) {
+            std::uint16_t entry = 0;
+            std::memcpy(&entry, head.beside + at, sizeof entry);
+            const unsigned size = entry & ~(Shared::kUnfinished | Shared::kForgotten);
+            const char* packet = head.beside + at + Shared::kEntryHead;
+            at += Shared::entrySize(size);
+            if (size == entry && at <= head.progress.end)
+                tail.insert(tail.end(), packet, packet + size);
+        }
+    };
     std::ifstream file(pathFor(path), std::ios::binary);
     const auto readHead = [&file](PageFile::Shared::Head& head) {
         return file.seekg(0) && file.read(reinterpret_cast<char*>(&head), sizeof head) && head.mark == kMark &&
-               head.written < head.fill && head.fill <= kPageSize;
+               head.progress.fill <= kPageSize && head.progress.first <= head.progress.end &&
+               head.progress.end <= sizeof head.beside && (head.from() < head.to() || head.hasBeside());
     };
     const auto has = [&trace](std::uint64_t position, const char* bytes, std::size_t count) {
         std::vector<char> found(count);
@@ -198,8 +294,8 @@ std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::str
     do {
         if (!readHead(head))
             return nullptr;
-        page.resize(head.fill);
-        if (!file.seekg(kHead) || !file.read(page.data(), head.fill))
+        page.resize(head.progress.fill);
+        if (head.written > page.size() || !file.seekg(kHead) || !file.read(page.data(), head.progress.fill))
             return nullptr;
         // It belongs to the trace if that begins as it should, and has nothing that is not in the page, too.
         trace.seekg(0, std::ios::end);
@@ -209,10 +305,11 @@ std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::str
                has(head.from(), page.data() + head.written, static_cast<std::size_t>(size - head.from()));
         trace.clear();
         trace.seekg(0);
-    } while (!readHead(after) || after.from() != head.from());
+    } while (!readHead(after) || after.from() != head.from() || (head.hasBeside() && after.progress != head.progress));
     if (!fits)
         return nullptr;
     page.erase(page.begin(), page.begin() + head.written);
+    appendBeside(head, page);
     return std::make_unique<JoinedBuffer>(*trace.rdbuf(), head.from(), std::move(page));
 }
 

@@ -12,13 +12,16 @@
 
 namespace Quorvex::detail {
 
-/// The page that a writer is filling, kept in a file of its own beside the trace, in memory that is shared with that
-/// file. What a process has put there is in the file whatever becomes of the process; joinPageFile() reads the two as
-/// one trace. It belongs to one thread at a time.
+/// The page that a recording thread is filling. Kept in a file of its own beside the trace, in memory that is shared
+/// with that file, what a process has put there is in the file whatever becomes of the process; joinPageFile() reads
+/// the two as one trace. Or it is kept in plain memory. It belongs to one thread at a time.
 ///
 /// Of the page, the bytes from `written` to `fill` are the end of the trace; those before them are in the trace's file.
 /// A packet counts from the moment when `fill` passes its end, which is a single store. There is no guarantee about
 /// crashes of the system.
+///
+/// Beside the page there is room for packets that come while another one is being put, from a signal handler: they
+/// follow what is in the page until they are moved there. A packet is at any time in one of the two.
 class QUORVEX_API PageFile {
 public:
     PageFile() = default;
@@ -29,22 +32,33 @@ public:
     /// Makes the file, all zeros, so that the disk has room for all of it from now on. False with error() set, an error
     /// number of the system (errno), and nothing left behind.
     bool create(const std::string& trace);
+    /// The same in plain memory.
+    bool create();
     bool is_open() const { return m_shared != nullptr; }
+    /// Whether it is in a file, and so outlives the process.
+    bool isShared() const { return !m_path.empty(); }
     int error() const { return m_error; }
-    /// kPageSize bytes, as long as the file is open.
+    /// kPageSize bytes, as long as it is open.
     char* page();
 
     /// The trace goes on at offset `fill` of a page whose first byte has the position `base` in the trace; the trace's
     /// file has what stands before `written`.
     void restart(std::uint64_t base, unsigned written, unsigned fill);
-    /// The page has been filled so far. Nothing happens while no file is open.
-    void extend(unsigned fill) {
-        if (m_fill)
-            std::atomic_ref(*m_fill).store(fill, std::memory_order_release);
-    }
+    /// The page has been filled so far. Only for a page that is open.
+    void extend(unsigned fill) { std::atomic_ref(*m_fill).store(fill, std::memory_order_release); }
     /// Takes note of how the trace begins, with the page that has its beginning. By that a file is known to belong to a
     /// trace and not to another one of the same name.
     void identify();
+
+    /// Room for a packet, with its texts, beside the page; null when there is none. To be followed by finish(); that of
+    /// another packet may come between, as signal handlers interrupt each other.
+    char* reserve(unsigned size);
+    /// The packet stands in its room; `whole` is false when it does not and the room is to be forgotten.
+    void finish(char* room, bool whole);
+    /// The oldest packet beside the page, of `size` bytes; null when there is none.
+    const char* oldest(unsigned& size);
+    /// The oldest packet beside the page now stands in it, which is filled so far.
+    void moved(unsigned fill);
 
     /// Leaves the file behind.
     void close();
@@ -55,9 +69,12 @@ private:
     struct Shared;
     friend std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::string& path);
 
+    bool open(void* memory);
+
     Shared* m_shared = nullptr;
     unsigned* m_fill = nullptr;
     std::string m_path;
+    char m_begin[16] = {}; ///< what identify() has found; it holds for all page files of the trace
     int m_error = 0;
 };
 

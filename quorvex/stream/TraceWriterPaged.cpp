@@ -34,7 +34,8 @@ std::string counts(const char* text, unsigned written, unsigned requested) {
 
 } // namespace
 
-CTraceWriterPaged::CTraceWriterPaged(CTraceSinkBuffer& target) : m_target(&target) {
+CTraceWriterPaged::CTraceWriterPaged(CTraceSinkBuffer& target)
+    : m_ownPage(std::in_place), m_page(*m_ownPage), m_target(&target) {
     CTraceWriterPaged::check_initial_pos();
 }
 
@@ -234,6 +235,17 @@ bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* n
     const unsigned written = packet->write(at(m_fill), remain());
     m_fill += written;
     return written != 0;
+}
+
+bool CTraceWriterPaged::append(const char* packet, unsigned size) {
+    bool broke = false;
+    CPacketHeader header;
+    if (!header.read(packet, size) || size > kPageSize - syncSize() || !check_fill(size, broke))
+        return false;
+    std::memcpy(at(m_fill), packet, size);
+    process(header);
+    m_fill += size;
+    return true;
 }
 
 bool CTraceWriterPaged::process(CPacket* packet) {

@@ -68,6 +68,9 @@ protected:
     /// Goes on where the target stands; for owners that have just opened it.
     virtual void check_initial_pos();
 
+    /// A writer that keeps its page in other memory, which usePage() tells before anything is written.
+    struct PageElsewhere {};
+    CTraceWriterPaged(CTraceSinkBuffer& target, PageElsewhere) : m_page(nullptr), m_target(&target) {}
     /// Has the page kept in other memory: kPageSize bytes that the caller owns and that outlive the writer's work. What
     /// the page holds is not carried over.
     void usePage(char* page);
@@ -86,8 +89,9 @@ protected:
     bool process(CPacket* packet);
     /// The same for a packet whose bytes already stand there.
     bool process(CPacketHeader& header);
+    /// Writes a packet that is given as its bytes, with those of its texts behind them. False as put().
+    bool append(const char* packet, unsigned size);
 
-private:
     /// The trace-enabled packet that waits for its frame length.
     struct OpenFrame {
         std::uint64_t position = kUnknown64; ///< of its first byte; unknown: none waits
@@ -100,7 +104,10 @@ private:
             return position != kUnknown64 && from < position + kSize && position < to;
         }
     };
+    const OpenFrame& openFrame() const { return m_frame; }
+    void reopenFrame(const OpenFrame& frame) { m_frame = frame; }
 
+private:
     char* at(unsigned offset) { return m_page + offset; }
     /// Puts a packet on the page; the texts are for the message log.
     bool write(CPacket* packet, const char* noRoom, const char* notChecked);
@@ -121,8 +128,8 @@ private:
     std::uint64_t m_base = 0; ///< output position of the page's first byte
     unsigned m_fill = 0;      ///< bytes of the page in use
     unsigned m_written = 0;   ///< bytes of the page that the target has
-    std::optional<CTraceAutoBuffer> m_ownPage{std::in_place};
-    char* m_page = *m_ownPage;
+    std::optional<CTraceAutoBuffer> m_ownPage;
+    char* m_page;
     CTraceSinkBuffer* m_target;
     CCoreContext m_core;
     CBusContext m_bus;

@@ -1,20 +1,30 @@
 #include "quorvex/instrument/InstrumentingStream.h"
 
+#include "quorvex/packets/SoftwareObjectPackets.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
+#include "tests/instrument/NumberedPackets.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
+#include <random>
 #include <set>
 #include <sstream>
 
 namespace Quorvex::test {
 namespace {
+
+#if defined(NDEBUG)
+constexpr bool kChecked = false;
+#else
+constexpr bool kChecked = true; ///< built for debugging or with sanitizers, which take their time
+#endif
 
 using Variables = std::vector<std::pair<std::string, std::string>>;
 
@@ -49,6 +59,8 @@ struct Trace {
     std::map<unsigned, std::string> names;
     unsigned enters = 0;
     unsigned leaves = 0;
+    unsigned numbered[2] = {}; ///< of the functions that are numbers, how many were entered and left without a gap
+    unsigned messages = 0;
     std::uint64_t frequency = 0;
     bool whole = false; ///< framed, ticks in order, nothing left over
 
@@ -62,10 +74,16 @@ struct Trace {
             codes.push_back(packet->TraceCode());
             enters += packet->TraceCode() == FunctionEnter;
             leaves += packet->TraceCode() == FunctionLeave;
+            messages += packet->TraceCode() == Message;
+            if (const auto* function = dynamic_cast<CFunctionEnterPayload*>(packet.get());
+                function && function->TgtFuncId() > kFirstNumber) {
+                unsigned& last = numbered[packet->TraceCode() == FunctionLeave];
+                ordered = function->TgtFuncId() == kFirstNumber + ++last && ordered;
+            }
             if (const auto* timestamp = dynamic_cast<CTimestamp*>(packet.get()))
                 frequency = timestamp->Frequency();
             if (const auto* define = dynamic_cast<CFunctionDefine*>(packet.get()))
-                ordered = names.emplace(define->FuncId(), define->FuncDef().view()).second && ordered;
+                names.emplace(define->FuncId(), define->FuncDef().view());
             if (const auto* context = dynamic_cast<CCoreContext*>(packet.get())) {
                 threads.insert(context->SWCtx());
                 ordered = ordered && context->Tick() >= lastTick;
@@ -140,14 +158,128 @@ TEST(InstrumentingStream, LeavesTheParentsFilesAloneInAForkedChild) {
     }
 }
 
-TEST(InstrumentingStream, RefusesQuietlyWhereNothingCanBeWrittenAndReportsAFullDiskOnce) {
-    for (Variables mode : kModes) {
-        if (hasFullDevice()) {
-            EXPECT_EQ(Recording("full", mode).status, 0);
-        }
-        mode.emplace_back("QVX_TRACEDIR", "/nonexistent/directory");
-        EXPECT_EQ(Recording("unwritable", mode).status, 0);
+TEST(InstrumentingStream, TellsOnceWhatItCannotRecord) {
+    struct Case {
+        const char* program;
+        const char* directory;
+        const char* mode;
+        const char* said; ///< how the line ends
+    };
+    const std::string longName(platform::kEnvironmentLimit + 1, 'x');
+    const Case cases[] = {
+        {"unwritable", "/nonexistent/directory", "",
+         ": No such file or directory; this thread is not recorded any further"},
+        {"unwritable", "/nonexistent/directory", "mapped",
+         ": No such file or directory; this thread is not recorded any further"},
+        {"unwritable", "/nonexistent/directory", "quiet", ""},
+        {"unwritable", longName.c_str(), "", ": longer than 260 characters; nothing is recorded there"},
+        {"full", "sub", "", ": No space left on device; this thread is not recorded any further"},
+        {"full", "sub", "mapped,quiet", ""},
+        {"off", ".", "off", ""},
+        {"unknownMode", ".", "mmap", nullptr},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.program + std::string(" ") + test.mode);
+        const Recording run(test.program, {{"QVX_TRACEDIR", test.directory}, {"QVX_TRACEMODE", test.mode}});
+        if (run.status == kNotHere)
+            continue;
+        EXPECT_EQ(run.status, 0);
+        if (!test.said)
+            continue;
+        const std::string errors = run.directory.content("errors");
+        EXPECT_EQ(std::ranges::count(errors, '\n'), *test.said != 0) << errors;
+        EXPECT_TRUE(errors.find(std::string(test.said) + (*test.said ? "\n" : "")) != std::string::npos) << errors;
+        EXPECT_TRUE(run.traces().empty());
     }
+}
+
+TEST(InstrumentingStream, LosesNothingToSignalHandlersThatRecordAndExit) {
+    // Each with so many packets; a handler ends the program after so many calls, 0: never.
+    const bool thorough = !platform::environment("QUORVEX_THOROUGH").empty();
+    const unsigned count = thorough ? 30'000'000 : kChecked ? 50'000 : 400'000;
+    std::mt19937 random(1);
+    for (unsigned i = 0; i < (thorough ? 100 : 8); ++i) {
+        Variables settings = kModes[i % 2];
+        settings.emplace_back("COUNT", std::to_string(count));
+        const bool exits = i % 4 >= 2;
+        settings.emplace_back("EXIT", exits ? std::to_string(1 + random() % (count / 1000)) : "0");
+        const Recording run("interrupted", settings);
+        if (run.status == kNotHere)
+            GTEST_SKIP() << "there are no signal handlers here";
+        ASSERT_EQ(run.status, 0);
+        ASSERT_EQ(run.traces().size(), 1U);
+        const Trace trace(run.directory.path(run.traces()[0]));
+        EXPECT_TRUE(trace.whole);
+        EXPECT_EQ(trace.messages, 0U) << "nothing was refused";
+        ASSERT_EQ(run.told.size(), 1U);
+        const auto [outer, inner] = *run.told.begin();
+        EXPECT_GE(trace.numbered[0], outer);
+        EXPECT_LE(trace.numbered[0], outer + 1);
+        EXPECT_EQ(trace.numbered[1], inner);
+        EXPECT_FALSE(std::filesystem::exists(run.directory.path(run.traces()[0] + ".page")));
+    }
+}
+
+TEST(InstrumentingStream, MayRecordTheAllocatorThatItUses) {
+    for (const Variables& mode : kModes) {
+        const Recording run("allocating", mode);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.traces().size(), 2U);
+        for (const std::string& name : run.traces()) {
+            const Trace trace(run.directory.path(name));
+            EXPECT_TRUE(trace.whole && trace.enters == trace.leaves) << name;
+            EXPECT_GE(trace.enters, run.told.at(static_cast<unsigned>(std::stoul(name.substr(7)))));
+        }
+    }
+}
+
+TEST(InstrumentingStream, CompletesTheTraceOfACancelledThread) {
+    for (const Variables& mode : kModes) {
+        const Recording run("cancelled", mode);
+        if (run.status == kNotHere)
+            GTEST_SKIP() << "threads cannot be cancelled here";
+        EXPECT_EQ(run.status, 0);
+        for (const std::string& name : run.traces()) {
+            const Trace trace(run.directory.path(name));
+            EXPECT_TRUE(trace.whole && trace.enters == trace.leaves) << name;
+            EXPECT_GE(trace.enters, run.told.at(static_cast<unsigned>(std::stoul(name.substr(7)))));
+        }
+    }
+}
+
+TEST(InstrumentingStream, NeverReplacesATrace) {
+    const Recording run("replaced");
+    if (run.status == kNotHere)
+        GTEST_SKIP() << "a process stays one program here";
+    std::vector<std::string> traces = run.traces();
+    ASSERT_EQ(traces.size(), 2U);
+    std::ranges::sort(traces);
+    const std::string thread = std::to_string(run.told.begin()->first);
+    EXPECT_EQ(traces, (std::vector{"thread_" + thread + "-2.qvx", "thread_" + thread + ".qvx"}));
+    EXPECT_TRUE(Trace(run.directory.path(traces[0])).whole);
+    EXPECT_GT(Trace(run.directory.path(traces[1])).enters, 10'000U) << "the pages that were full";
+}
+
+TEST(InstrumentingStream, LeavesThreadsTheirFilesAndMemory) {
+    for (const Variables& mode : kModes) {
+        Variables settings = mode;
+        // Checked builds have memory of their own for each thread that there ever was.
+        settings.emplace_back("COUNT", kChecked ? "300" : "10000");
+        settings.emplace_back("MEMORY", kChecked ? "0" : std::to_string(8 << 20));
+        const Recording run("many", settings);
+        if (run.status == kNotHere)
+            GTEST_SKIP() << "open files cannot be limited here";
+        expectTraces(run, true);
+    }
+}
+
+TEST(InstrumentingStream, WaitsNotLongForThreadsThatAreStuck) {
+    const Recording run("stuck");
+    EXPECT_EQ(run.status, 0);
+    unsigned whole = 0;
+    for (const std::string& name : run.traces())
+        whole += Trace(run.directory.path(name)).whole;
+    EXPECT_EQ(whole, 1U) << "that of the main thread";
 }
 
 TEST(InstrumentingStream, LeavesTheSameFileInMappedMode) {
@@ -163,7 +295,6 @@ TEST(InstrumentingStream, LeavesTheSameFileInMappedMode) {
     ASSERT_GT(contents[0].size(), std::size_t{2 * kPageSize});
     contents[0].replace(kTick, 8, contents[1], kTick, 8);
     EXPECT_TRUE(contents[0] == contents[1]);
-    EXPECT_EQ(Recording("unknownMode", {{"QVX_TRACEMODE", "mmap"}}).status, 0);
 }
 
 TEST(InstrumentingStream, HoldsFourPacketsForAThreadThatDoesNothing) {
@@ -205,23 +336,27 @@ TEST(InstrumentingStream, LooksForItsDirectoryInTheEnvironment) {
     }
 }
 
-/// What the map asks of a stream.
 struct Stream {
-    bool mayGo;
     unsigned& gone;
-    bool retire() const { return mayGo; }
     ~Stream() { ++gone; }
 };
 
-TEST(ThreadInstanceMap, OwnsItsStreamsAndEndsThemAll) {
+TEST(ThreadInstanceMap, OwnsItsStreams) {
     unsigned gone = 0;
-    Stream running{false, gone};
+    {
+        ThreadInstanceMap<Stream> map;
+        auto* first = new Stream{gone};
+        EXPECT_TRUE(map.insert(5, first) && map.insert(6, new Stream{gone}));
+        EXPECT_FALSE(map.insert(5, first) || map.insert(7, nullptr));
+        EXPECT_TRUE(map(5) == first && !map(7));
+        EXPECT_EQ(gone, 0U);
+    }
+    EXPECT_EQ(gone, 2U);
+
+    Stream running{gone};
     ThreadInstanceMap<Stream> map;
-    EXPECT_TRUE(map.insert(5, new Stream{true, gone}) && map.insert(6, &running));
-    EXPECT_FALSE(map.insert(5, &running) || map.insert(7, nullptr));
-    EXPECT_TRUE(map(6) == &running && !map(7));
-    map.close();
-    EXPECT_EQ(gone, 1U) << "one whose thread runs stays";
+    EXPECT_TRUE(map.insert(5, &running));
+    map.close([](auto& all) { EXPECT_EQ(all.size(), 1U); });
     EXPECT_TRUE(map.closed() && !map.insert(8, &running));
 }
 

@@ -8,6 +8,8 @@
 #include "tests/support/System.h"
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -16,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -25,8 +28,11 @@ namespace {
 
 using Quorvex::CPacket;
 using Quorvex::CQVXInstrumentingStream;
+using Quorvex::test::interruptEvery;
 
 std::mutex g_lock;
+const char* g_program = nullptr;
+bool g_recordNew = false; ///< whether the program's allocator is recorded
 
 void leaf() {
     QUORVEX_TRACE_FUNCTION();
@@ -129,8 +135,15 @@ int execed() {
     return Quorvex::test::fork([] { std::_Exit(0); }, [] {}); // ends without completing anything
 }
 
+/// What goes to standard error goes to the file `errors`.
+void tellErrors() {
+    if (!std::freopen("errors", "wb", stderr))
+        std::_Exit(1);
+}
+
 /// Where nothing can be written: one message for each thread, and everything refused is counted.
 int unwritable() {
+    tellErrors();
     record(100);
     std::thread([] { record(100); }).join();
     auto* stream = CQVXInstrumentingStream::get_Instance();
@@ -140,16 +153,191 @@ int unwritable() {
             return 2;
     }
     // 100 enters and leaves, and two definitions.
-    if (messages != 2 || stream->good() || stream->error() == 0 || stream->refused() != 202)
-        return 3;
+    return messages == 2 && !stream->good() && stream->refused() == 202 ? 0 : 3;
+}
+
+int off() {
+    tellErrors();
+    record(3);
+    return CQVXInstrumentingStream::get_Instance() ? 1 : 0;
+}
+
+unsigned setting(const char* name) {
+    const std::string value = Quorvex::platform::environment(name);
+    return value.empty() ? 0 : static_cast<unsigned>(std::stoul(value));
+}
+
+/// What the loop and the handlers have recorded. A number is one too small for a moment.
+volatile unsigned g_outer = 0;
+volatile unsigned g_inner = 0;
+volatile unsigned g_exitAt = 0;
+
+void tellAccepted() {
+    interruptEvery(0, nullptr);
+    std::printf("%u %u\n", g_outer, g_inner);
+    std::fflush(stdout);
+}
+
+/// Records COUNT packets in a loop that signal handlers interrupt which record, too. Behind kFirstNumber the loop
+/// enters the functions 1, 2, 3 ..., the handlers leave those. With EXIT, the handler that comes so many calls later
+/// ends the program.
+int interrupted() {
+    std::atexit(tellAccepted); // before the stream: it comes behind the completion of the traces
+    auto* stream = CQVXInstrumentingStream::get_Instance();
+    g_exitAt = setting("EXIT");
+    const unsigned count = setting("COUNT");
+    const auto handler = [] {
+        static CQVXInstrumentingStream* const own = CQVXInstrumentingStream::get_Instance();
+        const int before = errno;
+        QUORVEX_TRACE_SCOPE("of the handler");
+        if (own->FunctionLeave(Quorvex::test::kFirstNumber + g_inner + 1))
+            g_inner = g_inner + 1;
+        if (errno != before)
+            std::_Exit(3);
+        if (g_exitAt != 0 && g_inner >= g_exitAt)
+            std::exit(0);
+    };
+    handler();
+    if (!interruptEvery(50, handler))
+        return Quorvex::test::kNotHere;
+    errno = EPROTO;
+    for (unsigned n = 1; n <= count; ++n) {
+        // Every so often, a definition, whose set of ids grows, and pages that are written early.
+        if (n % 512 == 0)
+            stream->FunctionDefine("a function", Quorvex::test::kFirstNumber + n);
+        if (n % 100'000 == 0)
+            stream->flush();
+        if (!stream->FunctionEnter(Quorvex::test::kFirstNumber + n))
+            return 2;
+        g_outer = n;
+    }
+    if (g_exitAt != 0) {
+        while (true)
+            stream->good();
+    }
+    return errno == EPROTO ? 0 : 4;
+}
+
+/// While the program's allocator is recorded, too; also for the first recording of all.
+int allocating() {
+    g_recordNew = true;
+    recordAndTell(1000);
+    std::thread([] { recordAndTell(10); }).join();
+    g_recordNew = false;
     return 0;
 }
 
-/// Where the disk fills up: one failure is reported, however much is recorded behind it. The name of the file that this
-/// thread will open leads to the full device.
+int cancelled() {
+    for (unsigned i = 0; i < 20; ++i) {
+        static std::atomic<unsigned> calls;
+        static unsigned thread;
+        calls = 0;
+        const auto work = [] {
+            thread = CQVXInstrumentingStream::get_Instance()->SWCtx();
+            while (true) {
+                record(1000);
+                calls += 1000;
+                std::this_thread::sleep_for(std::chrono::microseconds(1));
+            }
+        };
+        if (!Quorvex::test::runCancelled(work, [i] { return calls > 2000 * i; }))
+            return Quorvex::test::kNotHere;
+        std::printf("%u %u\n", thread, calls.load());
+    }
+    return 0;
+}
+
+/// Becomes the program anew: the same process, with the same thread, records a second time.
+int replaced() {
+    recordAndTell(20'000);
+    Quorvex::test::become(g_program, {"nothing"});
+    return Quorvex::test::kNotHere;
+}
+
+/// COUNT threads one after the other, and then 500 at once, in a process that may have 256 files open and has most of
+/// them open itself.
+int many() {
+    constexpr unsigned kAtOnce = 500;
+    constexpr std::size_t kOwn = 200;
+    if (!Quorvex::test::limitOpenFiles(256))
+        return Quorvex::test::kNotHere;
+    std::vector<std::FILE*> own;
+    for (std::size_t i = 0; i < kOwn; ++i)
+        own.push_back(std::fopen("told", "rb"));
+    const std::size_t openBefore = Quorvex::test::openFiles();
+    recordAndTell(1);
+    std::thread([] { recordAndTell(3); }).join();
+    const std::size_t before = Quorvex::test::memoryInUse();
+    const unsigned count = setting("COUNT");
+    for (unsigned i = 0; i < count; ++i)
+        std::thread([] { recordAndTell(3); }).join();
+    std::fprintf(stderr, "%zu bytes for %u threads\n", Quorvex::test::memoryInUse() - before, count);
+    if (setting("MEMORY") != 0 && Quorvex::test::memoryInUse() - before > setting("MEMORY"))
+        return 1;
+    std::atomic<unsigned> ready{0};
+    std::atomic<bool> go{false};
+    std::vector<std::thread> all;
+    for (unsigned i = 0; i < kAtOnce; ++i) {
+        all.emplace_back([&] {
+            record(2);
+            ++ready;
+            while (!go)
+                std::this_thread::yield();
+            record(1);
+            const std::lock_guard lock(g_lock);
+            std::printf("%u 3\n", CQVXInstrumentingStream::get_Instance()->SWCtx());
+        });
+    }
+    while (ready < kAtOnce)
+        std::this_thread::yield();
+    const std::size_t open = Quorvex::test::openFiles();
+    go = true;
+    for (std::thread& thread : all)
+        thread.join();
+    if (open > openBefore + 16)
+        return 2;
+    for (std::FILE* file : own) {
+        if (!file || std::fgetc(file) == EOF || std::fclose(file) != 0)
+            return 3;
+    }
+    return 0;
+}
+
+/// A packet in whose middle the thread stays.
+class StuckPacket : public Quorvex::CPacket {
+public:
+    unsigned write(char*, unsigned) override {
+        ++stuck;
+        while (true)
+            std::this_thread::sleep_for(std::chrono::hours(1));
+    }
+    static inline std::atomic<unsigned> stuck{0};
+};
+
+/// Ends while threads are stuck in the middle of recording, and others are not.
+int stuck() {
+    constexpr unsigned kStuck = 8;
+    for (unsigned i = 0; i < kStuck; ++i)
+        std::thread([] {
+            StuckPacket packet;
+            CQVXInstrumentingStream::get_Instance()->put(&packet);
+        }).detach();
+    while (StuckPacket::stuck < kStuck)
+        std::this_thread::yield();
+    static const auto begin = std::chrono::steady_clock::now();
+    std::atexit([] {
+        if (std::chrono::steady_clock::now() - begin > std::chrono::milliseconds(3 * 500))
+            std::_Exit(5);
+    });
+    recordAndTell(3);
+    return 0;
+}
+
+/// Where the disk fills up: one failure is reported, however much is recorded behind it.
 int full() {
-    std::filesystem::create_symlink("/dev/full",
-                                    "thread_" + std::to_string(Quorvex::platform::currentThreadId()) + ".qvx");
+    if (!Quorvex::test::limitSpace("sub", Quorvex::kPageSize + 1000))
+        return Quorvex::test::kNotHere;
+    tellErrors();
     for (unsigned i = 0; i < 5; ++i)
         record(20'000);
     return CMessageQueue::g_Instance->size() <= 2 && CQVXInstrumentingStream::get_Instance()->refused() > 0 ? 0 : 1;
@@ -240,8 +428,14 @@ int seeking() {
     return stream->seekp(end) ? 0 : 2;
 }
 
+/// Does nothing but ask where it is.
 int nothing() {
-    return CQVXInstrumentingStream::get_Instance() ? 0 : 1;
+    const auto* stream = CQVXInstrumentingStream::get_Instance();
+    for (unsigned i = 0; stream && i < 1000; ++i) {
+        if (stream->HWCtx() == Quorvex::platform::currentProcessor())
+            return 0;
+    }
+    return 1;
 }
 
 int twice() {
@@ -259,7 +453,25 @@ int late() {
 
 } // namespace
 
+void* operator new(std::size_t size) {
+    if (g_recordNew) {
+        QUORVEX_TRACE_SCOPE("operator new");
+        if (void* memory = std::malloc(size))
+            return memory;
+    } else if (void* memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
 int main(int argc, char** argv) {
+    g_program = argv[0];
     const std::map<std::string, std::function<int()>> modes = {{"threads", threads},
                                                                {"shortLived", shortLived},
                                                                {"running", running},
@@ -273,6 +485,13 @@ int main(int argc, char** argv) {
                                                                {"unknownMode", unknownMode},
                                                                {"seeking", seeking},
                                                                {"nothing", nothing},
+                                                               {"off", off},
+                                                               {"interrupted", interrupted},
+                                                               {"allocating", allocating},
+                                                               {"cancelled", cancelled},
+                                                               {"replaced", replaced},
+                                                               {"many", many},
+                                                               {"stuck", stuck},
                                                                {"twice", twice},
                                                                {"late", late}};
     const auto mode = modes.find(argc > 1 ? argv[1] : "");

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <random>
 
@@ -90,7 +91,7 @@ TEST(PageFile, IsLeftAloneWhenItIsDamaged) {
     };
     for (const std::size_t size : {0U, 1U, 30U, 4096U, 4096U + 2999U})
         expectNothing(whole.substr(0, size));
-    for (const std::size_t at : {0U, 7U, 8U, 15U, 23U}) { // the mark, the page's position, and how far it is filled
+    for (const std::size_t at : {0U, 7U, 8U, 15U, 27U}) { // the mark, the page's position, and how far it is filled
         std::string damaged = whole;
         damaged[at] ^= '\x40';
         expectNothing(damaged);
@@ -98,6 +99,54 @@ TEST(PageFile, IsLeftAloneWhenItIsDamaged) {
     detail::removePageFile(path);
     EXPECT_FALSE(std::filesystem::exists(path + ".page"));
     EXPECT_EQ(readAll(path), "!");
+}
+
+TEST(PageFile, HasThePacketsBesideThePageBehindIt) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("trace");
+    writeFile(path, "");
+    detail::PageFile page;
+    ASSERT_TRUE(page.create(path));
+    kTrace.copy(page.page(), 3000);
+    page.identify();
+    page.restart(0, 0, 3000);
+    const auto add = [&page](const std::string& packet) {
+        char* room = page.reserve(static_cast<unsigned>(packet.size()));
+        packet.copy(room, packet.size());
+        return room;
+    };
+    // The first one is interrupted by a second, that by a third which is given up, and then a fourth begins.
+    char* const first = add("first");
+    page.finish(add("second"), true);
+    page.finish(add("third"), false);
+    add("fourth");
+    EXPECT_EQ(readAll(path), kTrace.substr(0, 3000) + "second");
+    page.finish(first, true);
+    EXPECT_EQ(readAll(path), kTrace.substr(0, 3000) + "firstsecond");
+
+    unsigned size = 0;
+    EXPECT_EQ(std::string(page.oldest(size), 5), "first");
+    std::memcpy(page.page() + 3000, page.oldest(size), size);
+    page.moved(3005);
+    EXPECT_EQ(readAll(path), kTrace.substr(0, 3000) + "firstsecond");
+    EXPECT_EQ(std::string(page.oldest(size), 6), "second");
+    page.moved(3005);
+    EXPECT_EQ(page.oldest(size), nullptr) << "those that are not whole are forgotten";
+
+    // As many as there is room for, then again from the start.
+    for (unsigned round = 0; round < 2; ++round) {
+        unsigned taken = 0;
+        while (char* room = page.reserve(101)) {
+            page.finish(room, true);
+            ++taken;
+        }
+        EXPECT_EQ(taken, 4048U / 104);
+        for (; page.oldest(size); --taken)
+            page.moved(3005);
+        EXPECT_EQ(taken, 0U);
+    }
+    EXPECT_EQ(page.reserve(5000), nullptr);
+    EXPECT_EQ(page.reserve(~0U), nullptr);
 }
 
 TEST(PageFile, IsReadFromAnyPlace) {
@@ -124,7 +173,6 @@ TEST(PageFile, TellsWhyItCannotBeMade) {
     EXPECT_FALSE(page.create(directory.path("no/trace")));
     EXPECT_EQ(page.error(), ENOENT);
     EXPECT_FALSE(page.is_open());
-    page.extend(1); // without effect
     EXPECT_TRUE(page.create(directory.path("trace")));
     page.remove();
     EXPECT_TRUE(std::filesystem::is_empty(directory.path()));

@@ -42,6 +42,22 @@ int fork(const std::function<void()>& inChild, const std::function<void()>& inPa
 /// ended it; true also where threads are not ended in that way.
 bool endsThread(void (*step)(void (*end)()));
 
+/// Becomes another program, as a shell's exec does. Comes back where that cannot be done.
+void become(const std::string& program, const std::vector<std::string>& arguments);
+
+/// Runs `work` in a thread and cancels it as soon as `started` says so. False where threads cannot be cancelled.
+bool runCancelled(const std::function<void()>& work, const std::function<bool()>& started);
+
+/// Calls `handler` in a signal handler of the thread that runs, every so many microseconds of time, until it is called
+/// with null. False where there are no such handlers.
+bool interruptEvery(unsigned microseconds, void (*handler)());
+
+/// Leaves the process so many files that it may have open. False where that cannot be done.
+bool limitOpenFiles(unsigned count);
+/// Files that the process has open, and bytes of its memory that are in use; 0 where the system does not tell.
+std::size_t openFiles();
+std::size_t memoryInUse();
+
 /// A stream in memory that the system brings along; null where it has none.
 ATL::CComPtr<IStream> systemStream();
 

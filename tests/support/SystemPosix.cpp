@@ -2,14 +2,18 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <pthread.h>
+#include <sched.h>
 #include <stdlib.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #if defined(__linux__)
-#include <sched.h>
 #include <sys/mount.h>
 #endif
 
@@ -23,11 +27,7 @@ namespace {
         _exit(126);
     for (const auto& [name, value] : program.environment)
         setenv(name.c_str(), value.c_str(), 1);
-    std::vector<char*> arguments{const_cast<char*>(program.path.c_str())};
-    for (const std::string& argument : program.arguments)
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    arguments.push_back(nullptr);
-    execv(arguments[0], arguments.data());
+    Quorvex::test::become(program.path, program.arguments);
     _exit(127);
 }
 
@@ -91,6 +91,62 @@ bool endsThread(void (*step)(void (*end)())) {
     void* result = nullptr;
     return pthread_create(&thread, nullptr, run, &step) == 0 && pthread_join(thread, &result) == 0 &&
            result == PTHREAD_CANCELED;
+}
+
+void become(const std::string& program, const std::vector<std::string>& arguments) {
+    std::vector<char*> all{const_cast<char*>(program.c_str())};
+    for (const std::string& argument : arguments)
+        all.push_back(const_cast<char*>(argument.c_str()));
+    all.push_back(nullptr);
+    execv(all[0], all.data());
+}
+
+bool runCancelled(const std::function<void()>& work, const std::function<bool()>& started) {
+    pthread_t thread;
+    const auto run = [](void* function) -> void* {
+        (*static_cast<const std::function<void()>*>(function))();
+        return nullptr;
+    };
+    if (pthread_create(&thread, nullptr, run, const_cast<std::function<void()>*>(&work)) != 0)
+        return false;
+    while (!started())
+        sched_yield();
+    void* result = nullptr;
+    return pthread_cancel(thread) == 0 && pthread_join(thread, &result) == 0 && result == PTHREAD_CANCELED;
+}
+
+namespace {
+void (*g_handler)() = nullptr;
+}
+
+bool interruptEvery(unsigned microseconds, void (*handler)()) {
+    if (handler)
+        g_handler = handler;
+    struct sigaction action {};
+    action.sa_handler = [](int) { g_handler(); };
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGALRM, &action, nullptr);
+    const suseconds_t period = handler ? static_cast<suseconds_t>(microseconds) : 0;
+    const itimerval timer{{0, period}, {0, period}};
+    return setitimer(ITIMER_REAL, &timer, nullptr) == 0;
+}
+
+bool limitOpenFiles(unsigned count) {
+    const rlimit limit{count, count};
+    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
+std::size_t openFiles() {
+    std::error_code none;
+    const auto files = std::filesystem::directory_iterator("/proc/self/fd", none);
+    return none ? 0 : static_cast<std::size_t>(std::distance(begin(files), end(files))) - 1; // but for this look itself
+}
+
+std::size_t memoryInUse() {
+    std::size_t all = 0;
+    std::size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> all >> resident;
+    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 ATL::CComPtr<IStream> systemStream() {

@@ -87,6 +87,28 @@ bool endsThread(void (*)(void (*)())) {
     return true;
 }
 
+void become(const std::string&, const std::vector<std::string>&) {}
+
+bool runCancelled(const std::function<void()>&, const std::function<bool()>&) {
+    return false;
+}
+
+bool interruptEvery(unsigned, void (*)()) {
+    return false;
+}
+
+bool limitOpenFiles(unsigned) {
+    return false;
+}
+
+std::size_t openFiles() {
+    return 0;
+}
+
+std::size_t memoryInUse() {
+    return 0;
+}
+
 ATL::CComPtr<IStream> systemStream() {
     ATL::CComPtr<IStream> stream;
     CreateStreamOnHGlobal(nullptr, TRUE, &stream);

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "quorvex/platform/Export.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+
+namespace Quorvex::detail {
+
+/// The ids that a trace has announced. It takes its memory from the system, not from the program's allocator, which may
+/// just have been interrupted.
+class QUORVEX_API IdSet {
+public:
+    IdSet() = default;
+    IdSet(const IdSet&) = delete;
+    IdSet& operator=(const IdSet&) = delete;
+    ~IdSet();
+
+    /// False when the id is there already. Where there is no memory, an id may be forgotten.
+    bool insert(std::uint32_t id);
+    /// Keeps the ids in as little memory as they need, from the program's allocator, until the next insert(). False
+    /// when there is none; then all stays as it is.
+    bool pack();
+
+private:
+    /// The slot of an id, or the empty one that it belongs into. A slot holds 0 or the id; the id 0 has a flag.
+    static std::uint32_t& slotOf(std::uint32_t* slots, unsigned count, std::uint32_t id);
+    bool grow();
+    void release();
+
+    static constexpr unsigned kOwnSlots = 16;
+    static constexpr unsigned kFirstSlots = 1024;
+
+    std::array<std::uint32_t, kOwnSlots> m_own{};
+    std::uint32_t* m_slots = m_own.data();
+    unsigned m_slotCount = kOwnSlots;
+    unsigned m_count = 0;
+    bool m_hasZero = false;
+    std::unique_ptr<std::uint32_t[]> m_packed; ///< m_count ids
+};
+
+} // namespace Quorvex::detail
