@@ -63,7 +63,7 @@ int RandomAccessFile::reopen(const char* path) {
     if (found == m_identity)
         return 0;
     close();
-    return ESTALE;
+    return ENOENT;
 }
 
 bool RandomAccessFile::isOpen() const {
@@ -147,7 +147,7 @@ int RandomAccessFile::reopen(const char* path) {
     if (found == m_identity)
         return 0;
     close();
-    return ESTALE;
+    return ENOENT;
 }
 
 bool RandomAccessFile::isOpen() const {

@@ -18,7 +18,7 @@ public:
 
     /// Makes a file; EEXIST where anything has that name, a link included.
     int create(const char* path);
-    /// Opens the file that create() made; ESTALE when another one now has its name.
+    /// Opens the file that create() made; ENOENT when it is no longer there, or another one has its name.
     int reopen(const char* path);
     /// Whether it is open, and its descriptor has not been closed or taken for another file by others in the process.
     bool isOpen() const;

@@ -4,6 +4,7 @@
 #include "quorvex/platform/System.h"
 #include "quorvex/quorvex.h"
 #include "tests/instrument/NumberedPackets.h"
+#include "tests/instrument/RecordedAllocator.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/System.h"
 
@@ -18,7 +19,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -32,7 +32,6 @@ using Quorvex::test::interruptEvery;
 
 std::mutex g_lock;
 const char* g_program = nullptr;
-bool g_recordNew = false; ///< whether the program's allocator is recorded
 
 void leaf() {
     QUORVEX_TRACE_FUNCTION();
@@ -220,10 +219,10 @@ int interrupted() {
 
 /// While the program's allocator is recorded, too; also for the first recording of all.
 int allocating() {
-    g_recordNew = true;
+    Quorvex::test::g_recordNew = true;
     recordAndTell(1000);
     std::thread([] { recordAndTell(10); }).join();
-    g_recordNew = false;
+    Quorvex::test::g_recordNew = false;
     return 0;
 }
 
@@ -452,23 +451,6 @@ int late() {
 }
 
 } // namespace
-
-void* operator new(std::size_t size) {
-    if (g_recordNew) {
-        QUORVEX_TRACE_SCOPE("operator new");
-        if (void* memory = std::malloc(size))
-            return memory;
-    } else if (void* memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 int main(int argc, char** argv) {
     g_program = argv[0];

@@ -1,0 +1,30 @@
+// The allocator of the recording program. It stands apart from what uses it: inlined, it would not look like one to the
+// compiler.
+
+#include "tests/instrument/RecordedAllocator.h"
+
+#include "quorvex/instrument/FunctionScope.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace Quorvex::test {
+bool g_recordNew = false;
+}
+
+void* operator new(std::size_t size) {
+    if (Quorvex::test::g_recordNew) {
+        QUORVEX_TRACE_SCOPE("operator new");
+        if (void* memory = std::malloc(size))
+            return memory;
+    } else if (void* memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
