@@ -279,6 +279,7 @@ void CQVXInstrumentingStream::threadEnded(void* value) {
 CQVXInstrumentingStream::CQVXInstrumentingStream(unsigned thread)
     : CTraceWriterPaged(m_file, PageElsewhere()),
       m_context(kUnknown64, 0, thread, kUnknown64),
+      m_besideContext(m_context),
       m_frequency(platform::counterFrequency()) {
     Context();
     if (!open()) {
@@ -428,23 +429,23 @@ bool CQVXInstrumentingStream::retire(std::chrono::steady_clock::time_point deadl
 
 // --- packets ----------------------------------------------------------------------------------------------------
 
-CCoreContext CQVXInstrumentingStream::now() const {
-    return CCoreContext(platform::counterTick(), HWCtxId(), m_context.SWCtx(), m_context.CurrAddr());
+const CCoreContext& CQVXInstrumentingStream::stamp(CCoreContext& context) {
+    context.HWCtx(HWCtxId());
+    context.Tick(platform::counterTick());
+    return context;
 }
 
-CCoreContext CQVXInstrumentingStream::nowInOrder() {
+const CCoreContext& CQVXInstrumentingStream::stampInOrder() {
     while (true) {
-        const CCoreContext context = now();
+        stamp(m_context);
         if (!m_besidePage.load(std::memory_order_relaxed)) [[likely]]
-            return context;
+            return m_context;
         takeIn(); // a handler came before that time was read
     }
 }
 
 const CCoreContext& CQVXInstrumentingStream::Context() {
-    m_context.HWCtx(HWCtxId());
-    m_context.Tick(platform::counterTick());
-    return m_context;
+    return stamp(m_inUse.load(std::memory_order_relaxed) ? m_besideContext : m_context);
 }
 
 unsigned CQVXInstrumentingStream::HWCtxId() {
@@ -463,7 +464,7 @@ bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
         return refuse();
     if (!m_defined.insert(id))
         return true;
-    const Definition definition{nowInOrder(), id, name ? name : ""};
+    const Definition definition{stampInOrder(), id, name ? name : ""};
     char bytes[1024];
     if (definition.size() <= sizeof bytes) {
         definition.encode(bytes);
@@ -480,10 +481,10 @@ bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
 template <class Packet> bool CQVXInstrumentingStream::record(unsigned id) {
     const Use use(*this);
     if (use.granted()) [[likely]] {
-        Packet packet(nowInOrder(), id);
+        Packet packet(stampInOrder(), id);
         return keep(CTraceWriterPaged::put(&packet)) || refuse();
     }
-    Packet packet(now(), id);
+    Packet packet(stamp(m_besideContext), id);
     return use.nested() ? putBeside(packet) : refuse();
 }
 
@@ -513,7 +514,7 @@ bool CQVXInstrumentingStream::putBeside(CPacket& packet) {
 }
 
 bool CQVXInstrumentingStream::defineBeside(const char* name, unsigned id) {
-    const Definition definition{now(), id, name ? name : ""};
+    const Definition definition{stamp(m_besideContext), id, name ? name : ""};
     char* room = m_page.reserve(definition.size());
     if (room) {
         definition.encode(room);

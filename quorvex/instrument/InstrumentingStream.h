@@ -116,9 +116,9 @@ private:
     static CQVXInstrumentingStream* makeInstance();
     static void threadEnded(void* stream);
 
-    CCoreContext now() const;
-    /// The same behind all that has been recorded, also by handlers; for the one that uses the page.
-    CCoreContext nowInOrder();
+    static const CCoreContext& stamp(CCoreContext& context);
+    /// The context now, behind all that has been recorded, also by handlers; for the one that uses the page.
+    const CCoreContext& stampInOrder();
     template <class Packet> bool record(unsigned id);
     /// The same for a packet that comes while another is being put.
     bool putBeside(CPacket& packet);
@@ -148,6 +148,7 @@ private:
 
     detail::PageFile m_page;
     CCoreContext m_context;
+    CCoreContext m_besideContext; ///< of what comes inside another recording
     std::uint64_t m_frequency;
     detail::IdSet m_defined;
     OpenFrame m_parkedFrame; ///< of a trace that is parked
