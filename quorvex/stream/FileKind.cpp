@@ -13,6 +13,9 @@ namespace Quorvex {
 
 namespace {
 
+/// A longer text, of lines that are alike, may be packets to its very end by chance.
+constexpr std::size_t kShort = 4096;
+
 /// Walks packets of any bytes by their headers.
 class Walk {
 public:
@@ -26,6 +29,14 @@ public:
         // The last one may be cut, as long as there is enough to tell.
         const std::size_t left = m_bytes.size() - at;
         return left < CPacketHeader::Len() ? at > 0 || left == 0 : isPacket(at);
+    }
+
+    /// The same, none of which is cut.
+    bool isComplete() {
+        std::size_t at = 0;
+        while (step(at)) {
+        }
+        return at == m_bytes.size();
     }
 
     /// How many bytes belong to runs that are no chance.
@@ -138,9 +149,9 @@ FileKind kindOfFile(std::string_view start) {
 bool looksLikeTrace(std::string_view block) {
     if (block.empty())
         return true;
-    if (std::ranges::none_of(block, isControl))
-        return false;
     Walk walk(block);
+    if (std::ranges::none_of(block, isControl))
+        return block.size() <= kShort && walk.isComplete();
     return walk.isWhole() || walk.countRuns() >= block.size() / 4 + 1;
 }
 

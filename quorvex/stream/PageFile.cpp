@@ -279,7 +279,7 @@ std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::str
     const auto readHead = [&file](PageFile::Shared::Head& head) {
         return file.seekg(0) && file.read(reinterpret_cast<char*>(&head), sizeof head) && head.mark == kMark &&
                head.progress.fill <= kPageSize && head.progress.first <= head.progress.end &&
-               head.progress.end <= sizeof head.beside && (head.from() < head.to() || head.hasBeside());
+               head.progress.end <= sizeof head.beside && head.written <= head.progress.fill;
     };
     const auto has = [&trace](std::uint64_t position, const char* bytes, std::size_t count) {
         std::vector<char> found(count);
@@ -295,7 +295,7 @@ std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::str
         if (!readHead(head))
             return nullptr;
         page.resize(head.progress.fill);
-        if (head.written > page.size() || !file.seekg(kHead) || !file.read(page.data(), head.progress.fill))
+        if (!file.seekg(kHead) || !file.read(page.data(), head.progress.fill))
             return nullptr;
         // It belongs to the trace if that begins as it should, and has nothing that is not in the page, too.
         trace.seekg(0, std::ios::end);

@@ -84,8 +84,8 @@ QUORVEX_API bool isPageFile(std::string_view start);
 /// Removes the page file that an earlier recording to the trace of that path has left.
 QUORVEX_API void removePageFile(const std::string& trace);
 
-/// Where a page file with packets that the trace's file lacks stands beside it: the bytes of the trace with those
-/// packets, for reading and seeking; else null. `trace` is open, is left at its beginning, and must outlive the result.
+/// Where the page file of the trace stands beside it: the bytes of the trace with the packets that its file lacks, for
+/// reading and seeking; else null. `trace` is open, is left at its beginning, and must outlive the result.
 QUORVEX_API std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::string& path);
 
 } // namespace Quorvex::detail

@@ -273,6 +273,13 @@ TEST(InstrumentingStream, LeavesThreadsTheirFilesAndMemory) {
     }
 }
 
+TEST(InstrumentingStream, OpensItsFilesAgainThatTheProgramHasClosed) {
+    const Recording run("closing");
+    if (run.status == kNotHere)
+        GTEST_SKIP() << "files are not closed by number here";
+    expectTraces(run, true);
+}
+
 TEST(InstrumentingStream, WaitsNotLongForThreadsThatAreStuck) {
     const Recording run("stuck");
     EXPECT_EQ(run.status, 0);

@@ -302,6 +302,22 @@ int many() {
     return 0;
 }
 
+/// Closes all files, the recorder's too, and opens some that then have their numbers.
+int closing() {
+    recordAndTell(20'000);
+    if (!Quorvex::test::closeFiles())
+        return Quorvex::test::kNotHere;
+    std::FILE* own[10];
+    for (std::FILE*& file : own)
+        file = std::fopen("own", "ab");
+    recordAndTell(20'000);
+    for (std::FILE* file : own) {
+        if (std::fclose(file) != 0)
+            return 1;
+    }
+    return std::filesystem::file_size("own") == 0 ? 0 : 2;
+}
+
 /// A packet in whose middle the thread stays.
 class StuckPacket : public Quorvex::CPacket {
 public:
@@ -473,6 +489,7 @@ int main(int argc, char** argv) {
                                                                {"cancelled", cancelled},
                                                                {"replaced", replaced},
                                                                {"many", many},
+                                                               {"closing", closing},
                                                                {"stuck", stuck},
                                                                {"twice", twice},
                                                                {"late", late}};

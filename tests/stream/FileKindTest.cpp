@@ -103,6 +103,8 @@ TEST(FileKind, TakesNothingElseForATrace) {
         {"x", FileKind::Unknown},
         {"one line", FileKind::Unknown},
         {"#!/bin/sh\nexit 0\n", FileKind::Unknown},
+        {"~\n0123456789", FileKind::Trace}, // a text alone, in one packet
+        {"~\n01234567890", FileKind::Unknown},
         {repeated("# a text; {\"json\": [2, 3]}, ~/S 2\n"), FileKind::Unknown},
         {repeated("}}}"), FileKind::Unknown},
         {repeated("\x1b[1mbold\x1b[0m\r\n"), FileKind::Unknown},

@@ -54,6 +54,8 @@ bool interruptEvery(unsigned microseconds, void (*handler)());
 
 /// Leaves the process so many files that it may have open. False where that cannot be done.
 bool limitOpenFiles(unsigned count);
+/// Closes all files that the process has open but the standard streams. False where that cannot be done.
+bool closeFiles();
 /// Files that the process has open, and bytes of its memory that are in use; 0 where the system does not tell.
 std::size_t openFiles();
 std::size_t memoryInUse();

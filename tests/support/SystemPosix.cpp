@@ -136,6 +136,12 @@ bool limitOpenFiles(unsigned count) {
     return setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
+bool closeFiles() {
+    for (int file = STDERR_FILENO + 1; file < 1024; ++file)
+        close(file);
+    return true;
+}
+
 std::size_t openFiles() {
     std::error_code none;
     const auto files = std::filesystem::directory_iterator("/proc/self/fd", none);

@@ -101,6 +101,10 @@ bool limitOpenFiles(unsigned) {
     return false;
 }
 
+bool closeFiles() {
+    return false;
+}
+
 std::size_t openFiles() {
     return 0;
 }

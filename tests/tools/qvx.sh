@@ -110,7 +110,7 @@ expect 0 - '' "$qvx" both
 grep -Eq '^ +40  FunctionEnter$' out && grep -Eq '0x00000001 +40  fibonacci$' out || { cat out; fail 'the functions of both threads'; }
 
 # What is no trace is said to be none, by every verb.
-head -c 3000 "$format" >text
+head -c 3000 "$0" >text
 head -c 3000 "$BASH" >program
 head -c 5000 /dev/zero >zeros
 printf 'QVXPAGE1%64s' >trace.page
@@ -162,7 +162,7 @@ says 'offset 0: the trace ends within a packet of kind TraceEnabled; of what a p
 run 0 dump --limit 1 framed >/dev/null
 [ -s err ] && fail 'says something of an end that it has not seen'
 head -c 18 framed >mapped
-{ printf 'QVXPAGE1\0\0\0\0\0\0\0\0\x12\0\0\0\x52\0\0\0' && head -c 4072 zeros && head -c 82 framed; } >mapped.page
+{ printf 'QVXPAGE1\0\0\0\0\0\0\0\0\x12\0\0\0\0\0\0\0\x52\0\0\0\0\0\0\0' && head -c 4064 zeros && head -c 82 framed; } >mapped.page
 run 0 info mapped >out
 says 'qvx: mapped: the program that records it still runs or was killed; nothing is missing'
 grep -q '^End:       the program that records it still runs' out && grep -q '^Size:      82 bytes' out || { cat out; fail 'a mapped trace'; }
