@@ -143,8 +143,7 @@ TEST_P(Kinds, TakesNoHeaderThatIsNotItsOwn) {
         }
         EXPECT_TRUE(least != most || least == length || hasForms) << length;
         EXPECT_EQ(packet->Length(), length);
-        EXPECT_EQ(written(*packet).size(),
-                  3 * (2 + std::max(length, isEnabled ? 16U : 0U)) - 1);
+        EXPECT_EQ(written(*packet).size(), 3 * (2 + std::max(length, isEnabled ? 16U : 0U)) - 1);
     }
     takeLog();
 }
