@@ -95,11 +95,8 @@ FileStatus statusOfHandle(HANDLE handle) {
         status.isWritable = !(information.dwFileAttributes & FILE_ATTRIBUTE_READONLY);
         break;
     case FILE_TYPE_CHAR:
+    case FILE_TYPE_PIPE: // has nothing to tell it by
         status.sort = FileStatus::Device;
-        status.isWritable = true;
-        break;
-    case FILE_TYPE_PIPE:
-        status.sort = FileStatus::Fifo;
         status.isWritable = true;
         break;
     default:
@@ -141,10 +138,17 @@ FileStatus FileStatus::of(const std::string& path) {
 FileStatus FileStatus::of(int descriptor) {
     const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
     FileStatus status;
-    if (handle == INVALID_HANDLE_VALUE)
+    if (handle == INVALID_HANDLE_VALUE) {
         status.error = EBADF;
-    else
-        status = statusOfHandle(handle);
+        return status;
+    }
+    status = statusOfHandle(handle);
+    if (status.error != 0) {
+        // A handle for writing alone may not be asked: it is written as it is.
+        status = FileStatus();
+        status.sort = FileStatus::Device;
+    }
+    status.isWritable = true; // its rights are the handle's, which a write tells
     return status;
 }
 

@@ -32,9 +32,10 @@ void CTraceSinkBufferStream::flush() {
 }
 
 std::uint64_t CTraceSinkBufferStream::sink_tell() {
-    std::ostream::pos_type position(-1);
-    attempt([&] { return (position = m_stream->tellp()) != std::ostream::pos_type(-1); });
-    return position == std::ostream::pos_type(-1) ? 0 : static_cast<std::uint64_t>(std::streamoff(position));
+    // Not a pos_type: of a call that throws, GCC 12 leaves that half assigned.
+    std::streamoff position = -1;
+    attempt([&] { return (position = m_stream->tellp()) >= 0; });
+    return position < 0 ? 0 : static_cast<std::uint64_t>(position);
 }
 
 bool CTraceSinkBufferStream::sink_seek(std::uint64_t position) {

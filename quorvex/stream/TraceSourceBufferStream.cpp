@@ -46,14 +46,15 @@ bool CTraceSourceBufferStream::seek(std::uint64_t position) {
 
 std::uint64_t CTraceSourceBufferStream::tell() {
     const std::lock_guard lock(m_lock);
-    std::istream::pos_type position = kNoPosition;
+    // Not a pos_type: of a call that throws, GCC 12 leaves that half assigned.
+    std::streamoff position = -1;
     guarded([&] { position = m_stream.tellg(); });
-    return position == kNoPosition ? 0 : static_cast<std::uint64_t>(std::streamoff(position));
+    return position < 0 ? 0 : static_cast<std::uint64_t>(position);
 }
 
 std::uint64_t CTraceSourceBufferStream::size() {
     const std::lock_guard lock(m_lock);
-    std::istream::pos_type end = kNoPosition;
+    std::streamoff end = -1;
     guarded([&] {
         const std::istream::pos_type current = m_stream.tellg();
         if (current != kNoPosition) {
@@ -66,7 +67,7 @@ std::uint64_t CTraceSourceBufferStream::size() {
             m_stream.setstate(state);
         }
     });
-    return end == kNoPosition ? 0 : static_cast<std::uint64_t>(std::streamoff(end));
+    return end < 0 ? 0 : static_cast<std::uint64_t>(end);
 }
 
 bool CTraceSourceBufferStream::eof() {
