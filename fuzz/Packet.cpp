@@ -3,7 +3,6 @@
 
 #include "fuzz/Targets.h"
 #include "fuzz/Traces.h"
-#include "tests/support/Bytes.h"
 
 #include <sstream>
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "quorvex/stream/TraceReaderPlain.h"
 #include "tests/support/Doubles.h"
 
 #include <string>

@@ -5,7 +5,6 @@
 
 #include "fuzz/Targets.h"
 #include "fuzz/Traces.h"
-#include "tests/support/Bytes.h"
 
 #include <filesystem>
 #include <fstream>

@@ -1,7 +1,6 @@
 // The whole treatment of every kind, from the table of samples.
 
 #include "quorvex/packets/SoftwareObjectPackets.h"
-#include "tests/support/Bytes.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"
 
@@ -92,7 +91,6 @@ TEST_P(Kinds, SaysForEveryCutWhichStepFailed) {
                 << "stream of " << size;
         }
     }
-    takeLog();
 }
 
 TEST_P(Kinds, StaysAsItIsWhenAReadFails) {
@@ -111,7 +109,6 @@ TEST_P(Kinds, StaysAsItIsWhenAReadFails) {
         EXPECT_EQ(written(*packet), hex(wire)) << size;
     }
     EXPECT_EQ(packet->read(nullptr, 1000), 0U);
-    takeLog();
 }
 
 TEST_P(Kinds, TakesNoHeaderThatIsNotItsOwn) {
@@ -145,7 +142,6 @@ TEST_P(Kinds, TakesNoHeaderThatIsNotItsOwn) {
         EXPECT_EQ(packet->Length(), length);
         EXPECT_EQ(written(*packet).size(), 3 * (2 + std::max(length, isEnabled ? 16U : 0U)) - 1);
     }
-    takeLog();
 }
 
 TEST_P(Kinds, IsDuplicatedWithAllItOwns) {
@@ -210,7 +206,6 @@ TEST(KindTable, HasASampleForEveryKindAndADefaultOfTheSmallestLength) {
         EXPECT_TRUE(std::ranges::any_of(samples(), sampled)) << CTCodeInfo::TCodeToName(tagTCode(code));
     }
     EXPECT_EQ(kinds, 93U);
-    takeLog();
 }
 
 } // namespace

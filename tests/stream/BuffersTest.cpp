@@ -2,7 +2,6 @@
 #include "quorvex/stream/TraceBufferState.h"
 #include "quorvex/stream/TraceSinkBufferFile.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
-#include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -123,13 +122,11 @@ TEST(StreamBuffers, CatchWhateverAHostsStreamThrows) {
     };
     struct Sink : CTraceSinkBufferStream {
         using CTraceSinkBufferStream::CTraceSinkBufferStream;
-        using CTraceSinkBufferStream::sink_seek;
-        using CTraceSinkBufferStream::sink_tell;
+        using CTraceSinkBufferStream::sink_seek, CTraceSinkBufferStream::sink_tell;
     } sink(stream);
     struct Source : CTraceSourceBufferStream {
         using CTraceSourceBufferStream::CTraceSourceBufferStream;
-        using CTraceSourceBufferStream::seek;
-        using CTraceSourceBufferStream::tell;
+        using CTraceSourceBufferStream::seek, CTraceSourceBufferStream::tell;
     } source(stream);
     const std::pair<const char*, std::function<bool()>> steps[] = {
         {"write", [&] { return writeTo(sink, "a") == "0!"; }},

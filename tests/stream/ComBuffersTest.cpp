@@ -2,7 +2,6 @@
 #include "quorvex/stream/TraceSinkBufferIStreamWriter.h"
 #include "quorvex/stream/TraceSourceBufferIStream.h"
 #include "quorvex/stream/TraceSourceBufferIStreamReader.h"
-#include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/System.h"
 

@@ -1,7 +1,6 @@
 #include "quorvex/stream/Contexts.h"
 
 #include "quorvex/format/Fields.h"
-#include "tests/support/Bytes.h"
 #include "tests/support/RandomPackets.h"
 
 #include <gtest/gtest.h>

@@ -1,9 +1,7 @@
 #include "quorvex/stream/FileKind.h"
 
 #include "quorvex/stream/PageFile.h"
-#include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceWriterPaged.h"
-#include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/TemporaryDirectory.h"
 

@@ -51,14 +51,9 @@ TEST(PageFile, IsReadAsTheEndOfItsTraceOnly) {
     std::string other = kTrace;
     other[20] ^= 1;
     const auto begin = [](std::size_t size) { return kTrace.substr(0, size); };
-    struct Case {
-        const char* what;
-        std::string inFile;
-        unsigned base;
-        unsigned written, fill;
-        std::size_t whole; ///< bytes of the trace that are read; 0: those of the file
-    };
-    const Case cases[] = {
+    // What is in the trace's file; where the page begins, what is written of it and how far it is filled; and the bytes
+    // of the trace that are read, 0 for those of the file.
+    const std::tuple<std::string, std::string, unsigned, unsigned, unsigned, std::size_t> cases[] = {
         {"nothing is in the trace's file", "", 0, 0, 3000, 3000},
         {"part of the page has been flushed", begin(1000), 0, 1000, 1001, 1001},
         {"a page has been written", begin(kPageSize), kPageSize, 0, 5000, kPageSize + 5000},
@@ -71,12 +66,11 @@ TEST(PageFile, IsReadAsTheEndOfItsTraceOnly) {
         {"another trace of the same name", other.substr(0, kPageSize), kPageSize, 0, 5000, 0},
         {"something has been appended", begin(100) + "more", 0, 100, 2500, 0},
     };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.what);
+    for (const auto& [what, inFile, base, written, fill, whole] : cases) {
         const TemporaryDirectory directory;
         const std::string path = directory.path("trace");
-        leave(path, test.inFile, test.base, test.written, test.fill);
-        EXPECT_TRUE(readAll(path) == (test.whole ? begin(test.whole) : test.inFile));
+        leave(path, inFile, base, written, fill);
+        EXPECT_TRUE(readAll(path) == (whole ? begin(whole) : inFile)) << what;
     }
 }
 

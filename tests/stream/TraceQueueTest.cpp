@@ -1,6 +1,5 @@
 #include "quorvex/stream/TraceQueue.h"
 
-#include "tests/support/Bytes.h"
 #include "tests/support/RandomPackets.h"
 
 #include <gtest/gtest.h>

@@ -3,7 +3,6 @@
 #include "quorvex/stream/TraceSourceBufferStream.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
-#include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
 
 #include <gtest/gtest.h>
@@ -28,14 +27,6 @@ void expectPackets(const std::string& trace, const std::vector<std::string>& pac
     }
 }
 
-std::string fillOf(std::size_t size) {
-    return wireOf(*PacketPointer(new CFill(static_cast<std::uint8_t>(size - 2))));
-}
-
-CFunctionDefine named(std::size_t length) {
-    return CFunctionDefine(CCoreContext(1, 2, 3, 4), 5, std::string(length, 'n').c_str());
-}
-
 // The define packet's own end, the ends of the packets of its name, and the byte that tells whether there is one: each
 // at each place around the end of a block.
 TEST(PlainReader, KeepsADefinitionAndItsNameTogetherAcrossTheEndOfABlock) {
@@ -49,9 +40,7 @@ TEST(PlainReader, KeepsADefinitionAndItsNameTogetherAcrossTheEndOfABlock) {
             std::string trace = fills;
             while (const std::size_t left = kPageSize - overlap - trace.size())
                 trace += fillOf(left == 256 ? 100 : std::min<std::size_t>(left, 255));
-            MemorySource source(trace + middle + bytes("7c 00"));
-            CTraceReaderPlain reader(source);
-            const std::vector<std::string> packets = readAll(reader);
+            const std::vector<std::string> packets = packetsIn(trace + middle + bytes("7c 00"));
             ASSERT_EQ(Steps(packets.end() - 2, packets.end()), (Steps{middle, bytes("7c 00")})) << overlap;
         }
     }
@@ -179,11 +168,8 @@ TEST(PlainReader, StepsOverDamageByItsLength) {
         {bytes("7a 00 06 03 33 33 33 7c 00"), 2},
         {bytes("06 00 7c 00"), 0},
     };
-    for (const auto& [damaged, count] : lists) {
-        MemorySource listSource(damaged);
-        CTraceReaderPlain listReader(listSource);
-        EXPECT_EQ(readAll(listReader, true).size(), count);
-    }
+    for (const auto& [damaged, count] : lists)
+        EXPECT_EQ(packetsIn(damaged, true).size(), count);
 }
 
 // Every bit of a small trace flipped, every length cut: reading ends and what stood before the damage is handed out.
@@ -215,17 +201,11 @@ TEST(PlainReader, EndsAndLosesNothingBeforeTheDamage) {
         ASSERT_GE(read.size(), untouched) << bit;
         ASSERT_TRUE(std::equal(packets.begin(), packets.begin() + std::ptrdiff_t(untouched), read.begin())) << bit;
     }
-    takeLog();
 }
 
 // All kinds, with texts of all lengths, through both writers and back.
 TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
     RandomPackets random(20261121);
-    const auto read = [](const MemorySink& sink) {
-        MemorySource source(sink.bytes);
-        CTraceReaderPlain reader(source);
-        return readAll(reader);
-    };
     // In parts, so that the memory of a small machine holds them.
     for (unsigned part = 0; part < 20; ++part) {
         MemorySink plainSink, pagedSink;
@@ -240,21 +220,18 @@ TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
         plain.flush();
         paged.flush();
         ASSERT_TRUE(plainSink.bytes == join(expected));
-        ASSERT_TRUE(read(plainSink) == expected);
-        std::vector<std::string> inPages = read(pagedSink);
+        ASSERT_TRUE(packetsIn(plainSink.bytes) == expected);
+        std::vector<std::string> inPages = packetsIn(pagedSink.bytes);
         for (auto* packets : {&expected, &inPages})
             std::erase_if(*packets, [](const std::string& wire) { return isPagedBusiness(codeOf(wire)); });
         ASSERT_TRUE(inPages == expected);
     }
-    takeLog();
 }
 
 TEST(PlainReader, SkipsAndMovesInASeekableSource) {
     struct Reader : CTraceReaderPlain {
         using CTraceReaderPlain::CTraceReaderPlain;
-        using CTraceReaderPlain::fill;
-        using CTraceReaderPlain::remain;
-        using CTraceReaderPlain::seek;
+        using CTraceReaderPlain::fill, CTraceReaderPlain::remain, CTraceReaderPlain::seek;
     };
     std::string trace;
     for (unsigned i = 0; i < 20'000; ++i) {

@@ -3,7 +3,6 @@
 #include "quorvex/stream/TraceFileWriter.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
-#include "tests/support/Bytes.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -23,10 +22,6 @@ std::vector<std::string> split(const std::string& trace) {
     for (std::size_t at = 0; at + 2 <= trace.size(); at += packets.back().size())
         packets.push_back(trace.substr(at, 2 + static_cast<unsigned char>(trace[at + 1])));
     return packets;
-}
-
-std::string fillOf(unsigned size) {
-    return std::string("\x7d") + static_cast<char>(size - 2) + std::string(size - 2, '\x80');
 }
 
 /// Fill packets of 256 bytes; 1024 of them are a page.
@@ -62,10 +57,6 @@ void expectPaged(const std::string& trace) {
 
 std::uint64_t frameLength(const std::string& trace, std::size_t enabledAt) {
     return loadLittleEndian<std::uint64_t>(trace.data() + enabledAt + 6);
-}
-
-CFunctionDefine named(std::size_t length) {
-    return CFunctionDefine(CCoreContext(), 1, std::string(length, 'n').c_str());
 }
 
 TEST(PagedWriter, PutsAPacketOnThePageThatItFitsAndOpensANewOneElse) {
@@ -233,11 +224,8 @@ TEST(PagedWriter, PutsInTheFrameLengthUnlessSeekingLosesTheEnabledPacket) {
         char what;
         std::uint64_t place = 0;
     };
-    const struct {
-        std::string name;
-        std::vector<Step> steps;
-        std::uint64_t length; ///< that is put in; kNone: nothing is
-    } cases[] = {
+    // At the end, the length that is put in; kNone: nothing is.
+    const std::tuple<std::string, std::vector<Step>, std::uint64_t> cases[] = {
         {"to its end", {{'s', 48}, {'w'}, {'d'}}, 50},
         {"before it, in the page alone", {{'s', 30}, {'w'}, {'d'}}, kNone},
         {"away, in the page alone", {{'s', 5000}, {'f'}, {'s', 48}, {'d'}}, kNone},
@@ -379,7 +367,6 @@ TEST(PagedWriter, CopiesARawTraceUpToWhatIsCutOrFitsNoPage) {
     EXPECT_EQ(takeLog(), "Error: Could not read from source buffer!\nError: Could not read from source buffer!\n");
     sink.refuse = true;
     EXPECT_FALSE(put(writer, fills(1028))) << "no endless loop on a target that takes nothing";
-    takeLog();
 }
 
 // A name may begin right behind the page's end, where only the source tells that it is there.
@@ -401,17 +388,10 @@ TEST(PagedWriter, CopiesADefinitionWithTheNameThatFollowsAtThePagesEnd) {
 // The names that classes of a host derived from the writer may use.
 TEST(PagedWriter, LetsDerivedClassesDoItsSteps) {
     struct Host : CTraceWriterPaged {
-        using CTraceWriterPaged::CalcSizeOfPacket;
-        using CTraceWriterPaged::CalcSizeOfString;
-        using CTraceWriterPaged::check_fill;
-        using CTraceWriterPaged::check_initial_pos;
-        using CTraceWriterPaged::CTraceWriterPaged;
-        using CTraceWriterPaged::fill;
-        using CTraceWriterPaged::insertSync;
-        using CTraceWriterPaged::overflow_flush;
-        using CTraceWriterPaged::process;
-        using CTraceWriterPaged::remain;
-        using CTraceWriterPaged::reset;
+        using CTraceWriterPaged::CalcSizeOfString, CTraceWriterPaged::check_fill, CTraceWriterPaged::check_initial_pos;
+        using CTraceWriterPaged::CTraceWriterPaged, CTraceWriterPaged::CalcSizeOfPacket;
+        using CTraceWriterPaged::fill, CTraceWriterPaged::insertSync, CTraceWriterPaged::overflow_flush;
+        using CTraceWriterPaged::process, CTraceWriterPaged::remain, CTraceWriterPaged::reset;
         unsigned sizeOf(std::string wire) {
             CPacketHeader header;
             header.read(wire.data(), static_cast<unsigned>(wire.size()));

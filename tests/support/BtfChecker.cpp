@@ -17,16 +17,15 @@ struct Edge {
     std::string_view event, from, to;
 };
 
-constexpr Edge kProcessEdges[] = {
-    {"activate", "terminated", "active"}, {"start", "active", "running"},         {"preempt", "running", "ready"},
-    {"resume", "ready", "running"},       {"terminate", "running", "terminated"},
-};
-constexpr Edge kRunnableEdges[] = {
-    {"start", "terminated", "running"},
-    {"suspend", "running", "suspended"},
-    {"resume", "suspended", "running"},
-    {"terminate", "running", "terminated"},
-};
+constexpr Edge kProcessEdges[] = {{"activate", "terminated", "active"},
+                                  {"start", "active", "running"},
+                                  {"preempt", "running", "ready"},
+                                  {"resume", "ready", "running"},
+                                  {"terminate", "running", "terminated"}};
+constexpr Edge kRunnableEdges[] = {{"start", "terminated", "running"},
+                                   {"suspend", "running", "suspended"},
+                                   {"resume", "suspended", "running"},
+                                   {"terminate", "running", "terminated"}};
 
 class Checker {
 public:

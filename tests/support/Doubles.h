@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSinkBuffer.h"
 #include "quorvex/stream/TraceSource.h"
 #include "quorvex/stream/TraceSourceBuffer.h"
@@ -126,6 +127,23 @@ inline std::vector<std::string> readAll(CTraceSource& source, bool inLists = fal
         CPacketFactory::release(batch);
     }
     return packets;
+}
+
+/// The same of a trace.
+inline std::vector<std::string> packetsIn(const std::string& trace, bool inLists = false) {
+    MemorySource source(trace);
+    CTraceReaderPlain reader(source);
+    return readAll(reader, inLists);
+}
+
+/// A Fill packet of that many bytes.
+inline std::string fillOf(std::size_t size) {
+    return std::string("\x7d") + static_cast<char>(size - 2) + std::string(size - 2, '\x80');
+}
+
+/// A definition with a name of that many bytes.
+inline CFunctionDefine named(std::size_t length) {
+    return CFunctionDefine(CCoreContext(1, 2, 3, 4), 5, std::string(length, 'n').c_str());
 }
 
 inline std::string join(const std::vector<std::string>& packets) {

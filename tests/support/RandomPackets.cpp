@@ -1,7 +1,6 @@
 #include "tests/support/RandomPackets.h"
 
 #include "quorvex/stream/TextRun.h"
-#include "tests/support/Bytes.h"
 
 #include <iterator>
 #include <sstream>

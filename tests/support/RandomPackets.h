@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quorvex/factory/PacketFactory.h"
+#include "tests/support/Bytes.h"
 
 #include <memory>
 #include <random>
