@@ -59,9 +59,7 @@ TEST(BtfChecker, NamesEachFault) {
     EXPECT_EQ(checkBtf(legal), kLegal);
     EXPECT_EQ(checkBtf(legal.substr(0, legal.find("# events"))),
               std::vector{std::string("line 21: file ends inside a table")});
-    const struct {
-        std::string from, to, first;
-    } kFaults[] = {
+    const std::tuple<std::string, std::string, std::string> kFaults[] = {
         {"#version 2.1.0", "# 2.1.0", "line 0: version is missing"},
         {"#-2 A\n", "", "line 36: A is not in the entity table"},
         {"#-3 F\n", "#-3 F\n#-9 F\n", "line 13: F is twice in the entity table"},
@@ -111,28 +109,27 @@ TEST(BtfChecker, NamesEachFault) {
 
 TEST(BtfWriter, WritesTasksInterruptsFunctionsAndValues) {
     const std::uint8_t wide[] = {1, 2, 3, 4, 5, 6, 7, 8, 0xFF};
-    const Written file = written({
-        std::make_shared<CTraceEnabled>(),
-        at<CFunctionDefine>(100, 0, 1, 7U, "main"),
-        at<CProcessDefine>(100, 0, 1, 3U, "shell"),
-        at<CVariableDefine>(100, 0, 1, 5U, 0U, "speed"),
-        at<CCounterDefine>(100, 0, 1, 6U, std::uint8_t{1}, "misses"),
-        at<CFunctionEnter>(110, 0, 1, 7U),
-        at<CVariableWrite>(120, 0, 1, 5U, CData(std::uint16_t{513})),
-        at<CHWExceptionEnter>(130, 0, 1, 2U),
-        at<CFunctionEnter>(140, 0, 1, 7U, 8U),
-        at<CFunctionLeave>(150, 0, 1, 8U),
-        at<CHWExceptionLeave>(160, 0, 1, 2U),
-        at<CExecInsn>(170, 1, 1),
-        at<CCounterValueDim1>(180, 1, 1, 6U, TCounter_t(std::uint64_t{9}), TCounterIdx_t(std::uint64_t{4})),
-        at<CProcessEnter>(190, 1, 1, 3U),
-        at<CVariableRead>(200, 1, 9, 5U, CData(wide, 9)),
-        at<CProcessLeave>(210, 1, 9, 3U),
-        at<CFunctionLeave>(220, 1, 1, 7U),
-        at<CProcessEnter>(230, 0, 2, 3U),
-        at<CProcessUndefine>(240, 0, 2, 3U),
-        std::make_shared<CTraceDisabled>(),
-    });
+    const Written file =
+        written({std::make_shared<CTraceEnabled>(),
+                 at<CFunctionDefine>(100, 0, 1, 7U, "main"),
+                 at<CProcessDefine>(100, 0, 1, 3U, "shell"),
+                 at<CVariableDefine>(100, 0, 1, 5U, 0U, "speed"),
+                 at<CCounterDefine>(100, 0, 1, 6U, std::uint8_t{1}, "misses"),
+                 at<CFunctionEnter>(110, 0, 1, 7U),
+                 at<CVariableWrite>(120, 0, 1, 5U, CData(std::uint16_t{513})),
+                 at<CHWExceptionEnter>(130, 0, 1, 2U),
+                 at<CFunctionEnter>(140, 0, 1, 7U, 8U),
+                 at<CFunctionLeave>(150, 0, 1, 8U),
+                 at<CHWExceptionLeave>(160, 0, 1, 2U),
+                 at<CExecInsn>(170, 1, 1),
+                 at<CCounterValueDim1>(180, 1, 1, 6U, TCounter_t(std::uint64_t{9}), TCounterIdx_t(std::uint64_t{4})),
+                 at<CProcessEnter>(190, 1, 1, 3U),
+                 at<CVariableRead>(200, 1, 9, 5U, CData(wide, 9)),
+                 at<CProcessLeave>(210, 1, 9, 3U),
+                 at<CFunctionLeave>(220, 1, 1, 7U),
+                 at<CProcessEnter>(230, 0, 2, 3U),
+                 at<CProcessUndefine>(240, 0, 2, 3U),
+                 std::make_shared<CTraceDisabled>()});
     EXPECT_TRUE(file.text.starts_with("#version 2.1.0\n#creator Quorvex ("));
     expectGolden("everything.btf", file.text.substr(file.text.find("#creationDate")));
     EXPECT_EQ(checkBtf(file.text), kLegal);
@@ -274,17 +271,11 @@ TEST(BtfWriter, WritesALegalFileFromAnyPackets) {
 }
 
 TEST(BtfWriter, MakesNamesLegalAndUnique) {
-    const Written file = written({
-        at<CFunctionDefine>(0, 0, 1, 1U, "#a,b c\n\xc3\xa4"),
-        at<CFunctionDefine>(0, 0, 1, 2U, "_a_b_c___"),
-        at<CFunctionDefine>(0, 0, 1, 3U, "TASK_1"),
-        at<CProcessDefine>(0, 0, 1, 1U, "1"),
-        at<CFunctionEnter>(0, 0, 1, 1U),
-        at<CFunctionEnter>(0, 0, 1, 2U),
-        at<CFunctionEnter>(0, 0, 1, 3U),
-        at<CProcessEnter>(0, 0, 1, 1U),
-        at<CVariableWrite>(0, 0, 1, 9U, CData()),
-    });
+    const Written file =
+        written({at<CFunctionDefine>(0, 0, 1, 1U, "#a,b c\n\xc3\xa4"), at<CFunctionDefine>(0, 0, 1, 2U, "_a_b_c___"),
+                 at<CFunctionDefine>(0, 0, 1, 3U, "TASK_1"), at<CProcessDefine>(0, 0, 1, 1U, "1"),
+                 at<CFunctionEnter>(0, 0, 1, 1U), at<CFunctionEnter>(0, 0, 1, 2U), at<CFunctionEnter>(0, 0, 1, 3U),
+                 at<CProcessEnter>(0, 0, 1, 1U), at<CVariableWrite>(0, 0, 1, 9U, CData())});
     EXPECT_NE(file.text.find("#-T TASK_1\n#-STI STI_TASK_1\n#-R _a_b_c___\n#-R _a_b_c____2\n#-R TASK_1_3\n"
                              "#-T TASK_1_1\n#-STI STI_TASK_1_1\n#-SIG variable_9\n"),
               std::string::npos)

@@ -1,7 +1,6 @@
 #include "quorvex/export/VCDWriter.h"
 
 #include "quorvex/stream/ContextSort.h"
-#include "tests/support/Bytes.h"
 #include "tests/support/Golden.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"
@@ -40,45 +39,26 @@ std::list<CPacket*> everything() {
     const unsigned char bytes[] = {1, 2, 3};
     CSignalMask lines("10110000"), values("00110000"), valid("10011111");
     return {
-        new CTraceEnabled,
-        new CTimestamp(1000, std::uint64_t{1'000'000}),
-        new CFunctionDefine(at(1000), 7, "main"),
-        new CFunctionDefine(at(1000), 8, "ns::f(int)"),
-        new CFunctionEnter(at(1005), 7),
-        new CFunctionEnter(at(1006), 8),
-        new CFunctionEnter(at(1007), 8),
-        new CFunctionLeave(at(1008), 8),
-        new CFunctionEnter(at(1008, 1, 2), 9),
-        new CProcessDefine(at(1009), 3, "idle"),
-        new CProcessEnter(at(1009), 3),
-        new CHWExceptionEnter(at(1010), 14),
-        new CHWExceptionLeave(at(1011), 14),
-        new CProcessLeave(at(1012), 3),
-        new CCounterDefine(at(1012), 5, 0, "load"),
-        new CCounterValue(at(1012), 5, TCounter_t(std::uint64_t{300})),
+        new CTraceEnabled, new CTimestamp(1000, std::uint64_t{1'000'000}), new CFunctionDefine(at(1000), 7, "main"),
+        new CFunctionDefine(at(1000), 8, "ns::f(int)"), new CFunctionEnter(at(1005), 7),
+        new CFunctionEnter(at(1006), 8), new CFunctionEnter(at(1007), 8), new CFunctionLeave(at(1008), 8),
+        new CFunctionEnter(at(1008, 1, 2), 9), new CProcessDefine(at(1009), 3, "idle"), new CProcessEnter(at(1009), 3),
+        new CHWExceptionEnter(at(1010), 14), new CHWExceptionLeave(at(1011), 14), new CProcessLeave(at(1012), 3),
+        new CCounterDefine(at(1012), 5, 0, "load"), new CCounterValue(at(1012), 5, TCounter_t(std::uint64_t{300})),
         new CCounterValue(at(1013), 5, TCounter_t(0.5)),
         new CCounterValueDim2(at(1013), 6, TCounter_t(std::uint64_t{4}), TCounterIdx_t(std::uint64_t{1}),
                               TCounterIdx_t(std::uint64_t{2})),
         new CCounterValueVar(
             at(1013), 6, CCounterValueVarPayload(TVarCounter_t(std::uint16_t{513}), TVarCounter_t(std::uint16_t{3}))),
-        new CEventDefine(4, Watchpoint, "watch"),
-        new CEvent(at(1014), 4, CData(std::uint8_t{0x81})),
-        new CEvent(at(1015), 4),
-        new CVariableWrite(at(1015), 2, CData(bytes, 3)),
+        new CEventDefine(4, Watchpoint, "watch"), new CEvent(at(1014), 4, CData(std::uint8_t{0x81})),
+        new CEvent(at(1015), 4), new CVariableWrite(at(1015), 2, CData(bytes, 3)),
         new CSignal(CBusContext(1016, 0, 9), values, valid),
         new CSignalDefine(CBusContext(1016, 0, 8), 1, lines, "bus"),
-        new CSignal(CBusContext(1016, 0, 8), values, valid),
-        new CStateMachineDefine(11, "door"),
-        new CStateMachineInstanceDefine(11, 1, "front"),
-        new CTransitionDefine(11, 0, 2, 5, "open"),
-        new CInitialState(11, 1, 0, 0, 1017),
-        new CTransition(11, 1, 5, 0, 1018),
-        new CTransition(11, 1, 6, 0, 1019),
+        new CSignal(CBusContext(1016, 0, 8), values, valid), new CStateMachineDefine(11, "door"),
+        new CStateMachineInstanceDefine(11, 1, "front"), new CTransitionDefine(11, 0, 2, 5, "open"),
+        new CInitialState(11, 1, 0, 0, 1017), new CTransition(11, 1, 5, 0, 1018), new CTransition(11, 1, 6, 0, 1019),
         // Relative to nothing known: at the time of the packet before, on core 0, thread 0.
-        new CRelFunctionLeave(0, 0, 7),
-        new CMessage(1020, 0, "lost"),
-        new CTraceDisabled,
-    };
+        new CRelFunctionLeave(0, 0, 7), new CMessage(1020, 0, "lost"), new CTraceDisabled};
 }
 
 TEST(VCDWriter, WritesEverythingThatADumpCanShow) {
@@ -131,11 +111,8 @@ TEST(VCDWriter, SuppliesWhatIsMissingAndKeepsTimeGoingForward) {
 }
 
 TEST(VCDWriter, TellsTimeInAUnitThatFitsTheClock) {
-    struct {
-        std::uint64_t frequency;
-        std::string unit;
-        std::uint64_t end; ///< of 7 ticks
-    } const cases[] = {
+    // The end is that of 7 ticks.
+    const std::tuple<std::uint64_t, std::string, std::uint64_t> cases[] = {
         {1, "1s", 7},
         {1'000, "1ms", 7},
         {1'000'000'000, "1ns", 7},
