@@ -89,8 +89,6 @@ says 'qvx: wrong.txt: line 2, column 15: expected IP, a number of at most 8 byte
 says '2 packets'
 convert 1 missing -o out
 says 'qvx: missing: No such file or directory'
-convert 1 plain -o paged
-says 'qvx: paged: exists; use --force to overwrite it'
 convert 2 plain
 convert 2 plain -o out --plain --paged
 convert 2 plain -o out --absolute --relative

@@ -84,8 +84,6 @@ times 0 500 100 d50 300 d200 600
 told='4 packets earlier' times 3 $((far - 100)) 100 200 $far f 300 400 500 600 # another frame tells nothing
 
 export_to 1 missing --to vcd -o out.vcd
-export_to 1 cut --to vcd -o run.vcd
-says 'qvx: run.vcd: exists; use --force to overwrite it'
 export_to 2 cut -o out.vcd
 export_to 2 cut --to nonsense -o out.vcd
 export_to 2 cut --to btf -o out.btf --save out.gtkw

@@ -167,11 +167,9 @@ run 0 info mapped >out
 says 'qvx: mapped: the program that records it still runs or was killed; nothing is missing'
 grep -q '^End:       the program that records it still runs' out && grep -q '^Size:      82 bytes' out || { cat out; fail 'a mapped trace'; }
 
-# Texts without an end: no row is made up, and a conversion gives them one. Where the trace ends, that is told.
+# Texts without an end: a conversion gives them one. Where the trace ends, that is told.
 x() { printf '\x7e\xff%255s' x; }
 { head -c 48 trace | tail -c 30 && x && x && head -c 18 trace; } >broken
-"$qvx" dump broken | tail -n +3 >rows
-[ "$(grep -c CharString rows)" -eq 2 ] && grep -q '0x0000000000000220.*Timestamp' rows || { cat rows; fail 'a text without an end'; }
 run 0 convert broken -o broken.qvx
 says '-> 564 bytes'
 [ "$("$qvx" dump --parsable broken.qvx | grep -c CharString)" -eq 3 ] || fail 'a text that gets an end'
