@@ -327,9 +327,17 @@ bool CQVXInstrumentingStream::open() {
     return !m_broken;
 }
 
+bool CQVXInstrumentingStream::createSharedPage() {
+    // It takes descriptors for a moment; those of hundreds of threads that begin at once would be many.
+    detail::RecordingFile::lockAll();
+    const bool created = m_page.create(path());
+    detail::RecordingFile::unlockAll();
+    return created;
+}
+
 bool CQVXInstrumentingStream::openPage() {
     Registry& registry = Registry::instance();
-    if (registry.mode.mapped && !m_page.create(path()))
+    if (registry.mode.mapped && !createSharedPage())
         registry.tell("Cannot record in mode mapped: " + platform::errorText(m_page.error()) + "; recording as usual.");
     if (!m_page.is_open() && !m_page.create())
         return false;

@@ -132,6 +132,7 @@ private:
         return done;
     }
     bool openPage();
+    bool createSharedPage();
     void restartPage();
     void closePage();
     /// No more can be written: tells so.

@@ -43,7 +43,7 @@ public:
     void clear() override { m_error = 0; }
     std::uint64_t tellp() override { return m_position; }
 
-    /// Around a fork: holds all such files at rest; then, in the child, lets go of those of the parent.
+    /// Hold all such files at rest; and, in the child of a fork that has found them so, let go of those of the parent.
     static void lockAll();
     static void unlockAll();
     static void forgetAll();

@@ -350,7 +350,9 @@ TEST(Counters, TakeTheNumberOfIndicesAndTheWidthFromTheLength) {
 
 TEST(Counters, AreNotWrittenWhenNoPacketCouldTellThem) {
     const std::uint8_t raw[255] = {};
-    const auto wide = [&](unsigned width) { return TVarCounter_t(raw, static_cast<std::uint8_t>(width)); };
+    const auto wide = [&](unsigned width) {
+        return width == 0 ? TVarCounter_t() : TVarCounter_t(raw, static_cast<std::uint8_t>(width));
+    };
     for (const auto& [value, index] : {std::pair{3U, 5U}, {0U, 3U}, {112U, 113U}, {114U, 114U}, {255U, 255U}}) {
         const CCounterValueVarPayload payload(wide(value), wide(index));
         CCounterValueVar absolute(kContext, 1, payload);
