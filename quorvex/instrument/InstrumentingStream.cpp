@@ -535,6 +535,8 @@ bool CQVXInstrumentingStream::defineBeside(const char* name, unsigned id) {
 }
 
 void CQVXInstrumentingStream::takeIn() {
+    // A handler that ends the program must not find a packet in both places.
+    const platform::Uninterrupted quiet;
     m_besidePage = false;
     if (!m_page.is_open())
         return;
