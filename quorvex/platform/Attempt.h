@@ -14,7 +14,7 @@ namespace Quorvex {
 /// of a cancelled thread, which unwinds the stack as an exception would, passes through.
 template <class Step, class Report>
 #if defined(__GLIBCXX__)
-[[gnu::no_sanitize("null")]] // there is no object where a thread ends
+__attribute__((no_sanitize("null"))) // there is no object where a thread ends
 #endif
 bool attempt(Step&& step, Report&& report) {
     try {

@@ -181,21 +181,25 @@ void PageFile::moved(unsigned fill) {
     } while (!progress.compare_exchange_weak(now, next));
 }
 
-void PageFile::close() {
+void PageFile::unmap() {
     if (m_shared && isShared())
         platform::unmapFile(m_shared, sizeof(Shared));
     else if (m_shared)
         platform::freePages(m_shared, sizeof(Shared));
     m_shared = nullptr;
     m_fill = nullptr;
+}
+
+void PageFile::close() {
+    unmap();
     m_path.clear();
 }
 
 void PageFile::remove() {
-    const std::string path = m_path;
-    close();
-    if (!path.empty())
-        std::remove(path.c_str());
+    unmap();
+    if (isShared())
+        std::remove(m_path.c_str());
+    m_path.clear();
 }
 
 bool isPageFile(std::string_view start) {

@@ -70,6 +70,7 @@ private:
     friend std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::string& path);
 
     bool open(void* memory);
+    void unmap();
 
     Shared* m_shared = nullptr;
     unsigned* m_fill = nullptr;

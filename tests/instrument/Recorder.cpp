@@ -181,6 +181,8 @@ void tellAccepted() {
 /// enters the functions 1, 2, 3 ..., the handlers leave those. With EXIT, the handler that comes so many calls later
 /// ends the program.
 int interrupted() {
+    static char buffer[100]; // what a handler prints must not be in need of memory
+    std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
     std::atexit(tellAccepted); // before the stream: it comes behind the completion of the traces
     auto* stream = CQVXInstrumentingStream::get_Instance();
     g_exitAt = setting("EXIT");
@@ -256,7 +258,7 @@ int replaced() {
 /// COUNT threads one after the other, and then 500 at once, in a process that may have 256 files open and has most of
 /// them open itself.
 int many() {
-    constexpr unsigned kAtOnce = 500;
+    constexpr unsigned kAtOnce = sizeof(void*) < 8 ? 100 : 500; // there is not room for more stacks in 32 bits
     constexpr std::size_t kOwn = 200;
     if (!Quorvex::test::limitOpenFiles(256))
         return Quorvex::test::kNotHere;
