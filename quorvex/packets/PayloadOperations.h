@@ -58,12 +58,17 @@ protected:
     /// Bytes of the payload as it is; a text behind it is not counted.
     std::uint8_t _length() const { return static_cast<std::uint8_t>(partSize(self())); }
 
-    bool read(std::istream& in) requires(!VariablePart<Payload>) { return read(in, Payload::Len()); }
+    /// These two are for payloads of one size.
+    bool read(std::istream& in) {
+        static_assert(!VariablePart<Payload>);
+        return read(in, Payload::Len());
+    }
     bool read(std::istream& in, std::uint8_t length) {
         PayloadIn from(header(length), in);
         return take(from);
     }
-    unsigned read(const char* buf, unsigned size) requires(!VariablePart<Payload>) {
+    unsigned read(const char* buf, unsigned size) {
+        static_assert(!VariablePart<Payload>);
         return read(buf, size, Payload::Len());
     }
     unsigned read(const char* buf, unsigned size, std::uint8_t length) {
