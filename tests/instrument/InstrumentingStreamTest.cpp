@@ -173,7 +173,7 @@ TEST(InstrumentingStream, TellsOnceWhatItCannotRecord) {
          ": No such file or directory; this thread is not recorded any further"},
         {"unwritable", "/nonexistent/directory", "quiet", ""},
         {"unwritable", longName.c_str(), "", ": longer than 260 characters; nothing is recorded there"},
-        {"full", "sub", "", ": No space left on device; this thread is not recorded any further"},
+        {"full", "sub", "", "; this thread is not recorded any further"}, // for a full disk, or a limit of the process
         {"full", "sub", "mapped,quiet", ""},
         {"off", ".", "off", ""},
         {"unknownMode", ".", "mmap", nullptr},

@@ -352,7 +352,7 @@ int stuck() {
 
 /// Where the disk fills up: one failure is reported, however much is recorded behind it.
 int full() {
-    if (!Quorvex::test::limitSpace("sub", Quorvex::kPageSize + 1000))
+    if (!Quorvex::test::limitSpace("sub", 2 * Quorvex::kPageSize))
         return Quorvex::test::kNotHere;
     tellErrors();
     for (unsigned i = 0; i < 5; ++i)
