@@ -3,7 +3,7 @@
 
 #include "fuzz/Targets.h"
 #include "fuzz/Traces.h"
-#include "quorvex/stream/ContextSort.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/stream/TraceCompressor.h"
 #include "quorvex/stream/TraceDecompressor.h"
 #include "quorvex/stream/TraceQueue.h"

@@ -4,7 +4,7 @@
 
 #include "fuzz/Targets.h"
 #include "fuzz/Traces.h"
-#include "quorvex/stream/TextRun.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/stream/TraceWriterPlain.h"
 
 namespace Quorvex::fuzz {

@@ -4,10 +4,12 @@
 #include "quorvex/export/Digits.h"
 #include "quorvex/export/ForwardAll.h"
 #include "quorvex/packets/Keywords.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -77,43 +79,29 @@ std::string_view labelOf(std::string_view field) {
     return row != std::end(kLabels) && row->field == field ? row->text : field;
 }
 
-/// What the text behind a packet is.
+/// What the text of a packet is called, by TextSort.
+constexpr std::string_view kTextLabels[] = {
+    "Text",
+    "Text",
+    "Function Name",
+    "Process Name",
+    "Line",
+    "Type Name",
+    "Variable Name",
+    "Expression",
+    "Counter Name",
+    "Counter Unit",
+    "Event Name",
+    "Signal Name",
+    "State Machine Name",
+    "State Machine Instance Name",
+    "State Name",
+    "Transition Name",
+};
+static_assert(std::size(kTextLabels) == std::size_t(TextSort::Transition) + 1);
+
 std::string_view labelOfText(tagTCode code) {
-    switch (code) {
-    case FunctionDefine:
-    case RelFunctionDefine:
-        return "Function Name";
-    case ProcessDefine:
-    case RelProcessDefine:
-        return "Process Name";
-    case TypeDefine:
-    case RelTypeDefine:
-        return "Type Name";
-    case VariableDefine:
-    case RelVariableDefine:
-        return "Variable Name";
-    case CounterDefine:
-    case RelCounterDefine:
-        return "Counter Name";
-    case CounterDefineUnit:
-    case RelCounterDefineUnit:
-        return "Counter Unit";
-    case EventDefine:
-        return "Event Name";
-    case SignalDefine:
-    case RelSignalDefine:
-        return "Signal Name";
-    case StateMachineDefine:
-        return "State Machine Name";
-    case StateMachineInstanceDefine:
-        return "State Machine Instance Name";
-    case StateDefine:
-        return "State Name";
-    case TransitionDefine:
-        return "Transition Name";
-    default:
-        return "Text";
-    }
+    return kTextLabels[std::size_t(factsOf(code).text)];
 }
 
 template <class T> std::string decimal(T value) {

@@ -5,7 +5,6 @@
 #include "quorvex/export/ForwardAll.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
-#include "quorvex/packets/ContextStub.h"
 #include "quorvex/packets/Keywords.h"
 
 #include <algorithm>
@@ -298,8 +297,8 @@ template <class Packet> bool CPacketTableWriter::writeParts(Packet& packet) {
 
 namespace {
 
-/// The relative context of a packet, which the context view does not hand out whole.
-template <class Context> Context relativeContext(const CPacket& packet) {
+/// The context of a packet; that of no time and place for one of another sort.
+template <class Context> Context contextIn(const CPacket& packet) {
     const auto* context = contextOf<Context>(packet);
     return context ? *context : Context();
 }
@@ -307,27 +306,27 @@ template <class Context> Context relativeContext(const CPacket& packet) {
 } // namespace
 
 bool CPacketTableWriter::writeCoreContext(CPacket& packet) {
-    return writeContext(packet, CContextStub::CoreCtx(&packet));
+    return writeContext(packet, contextIn<CCoreContext>(packet));
 }
 
 bool CPacketTableWriter::writeRelCoreContext(CPacket& packet) {
-    return writeContext(packet, relativeContext<CRelCoreContext>(packet));
+    return writeContext(packet, contextIn<CRelCoreContext>(packet));
 }
 
 bool CPacketTableWriter::writeBusContext(CPacket& packet) {
-    return writeContext(packet, CContextStub::BusCtx(&packet));
+    return writeContext(packet, contextIn<CBusContext>(packet));
 }
 
 bool CPacketTableWriter::writeRelBusContext(CPacket& packet) {
-    return writeContext(packet, relativeContext<CRelBusContext>(packet));
+    return writeContext(packet, contextIn<CRelBusContext>(packet));
 }
 
 bool CPacketTableWriter::writeSystemContext(CPacket& packet) {
-    return writeContext(packet, CContextStub::SystemCtx(&packet));
+    return writeContext(packet, contextIn<CSystemContext>(packet));
 }
 
 bool CPacketTableWriter::writeRelSystemContext(CPacket& packet) {
-    return writeContext(packet, relativeContext<CRelSystemContext>(packet));
+    return writeContext(packet, contextIn<CRelSystemContext>(packet));
 }
 
 bool CPacketTableWriter::writeCDataBase(CDataBase& packet) {

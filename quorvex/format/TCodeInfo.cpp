@@ -38,11 +38,12 @@ constexpr std::array<Row, kCodes> makeRows() {
     std::array<Row, kCodes> rows{};
     for (std::uint32_t code = 0; code < kCodes; ++code)
         rows[code] = {code, false, kReservedNames[code].text, "reserved", ""};
-#define QUORVEX_TCODE(code, name, description, layout) rows[code] = {code, true, #name, description, layout};
-#define QUORVEX_PLANNED_TCODE(code, name, description, layout) rows[code] = {code, false, #name, description, layout};
+#define QUORVEX_TCODE(code, name, description, layout, role, text)                                                     \
+    rows[code] = {code, true, #name, description, layout};
+#define QUORVEX_PLANNED_TCODE(code, name, description, layout, role, text)                                             \
+    rows[code] = {code, false, #name, description, layout};
 #include "quorvex/format/TCodes.def"
-#undef QUORVEX_TCODE
-#undef QUORVEX_PLANNED_TCODE
+    rows[Invalid].valid = true; // the code of no packet, and meant to be
     return rows;
 }
 

@@ -11,11 +11,8 @@ namespace Quorvex {
 
 /// The kind of a packet. On the wire it is one byte; larger values exist only by a cast and name nothing.
 enum tagTCode : std::uint32_t {
-#define QUORVEX_TCODE(code, name, description, layout) name = code,
-#define QUORVEX_PLANNED_TCODE(code, name, description, layout) name = code,
+#define QUORVEX_TCODE(code, name, description, layout, role, text) name = code,
 #include "quorvex/format/TCodes.def"
-#undef QUORVEX_TCODE
-#undef QUORVEX_PLANNED_TCODE
 };
 
 /// One field of a layout string: `Name:size`, `Name:min-max`, `Name:size{min-max}` or `Name:size:min-max`.

@@ -1,7 +1,7 @@
 #include "quorvex/stream/Contexts.h"
 
 #include "quorvex/factory/PacketFactory.h"
-#include "quorvex/stream/ContextSort.h"
+#include "quorvex/packets/KindFacts.h"
 
 namespace Quorvex {
 

@@ -1,8 +1,8 @@
 #include "quorvex/stream/FileKind.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/stream/PageFile.h"
-#include "quorvex/stream/TextRun.h"
 #include "quorvex/stream/TraceTextReader.h"
 
 #include <algorithm>
@@ -68,8 +68,8 @@ private:
             return false;
         const tagTCode code = codeAt(start);
         unsigned length = at(start + 1);
-        if (countsText(code, length)) {
-            const unsigned text = lengthWithoutText(code);
+        if (const KindFacts& kind = factsOf(code); kind.countsText(length)) {
+            const unsigned text = kind.length;
             const std::size_t textAt = start + CPacketHeader::Len() + text;
             if (textAt + CPacketHeader::Len() > m_bytes.size() || codeAt(textAt) != CharString ||
                 text + CPacketHeader::Len() + at(textAt + 1) != length)

@@ -2,7 +2,7 @@
 
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
-#include "quorvex/stream/ContextSort.h"
+#include "quorvex/packets/KindFacts.h"
 
 #include <new>
 

@@ -1,7 +1,7 @@
 #include "quorvex/stream/TraceReaderPlain.h"
 
 #include "quorvex/factory/PacketFactory.h"
-#include "quorvex/stream/TextRun.h"
+#include "quorvex/packets/KindFacts.h"
 
 #include <algorithm>
 #include <cstring>
@@ -95,7 +95,7 @@ bool CTraceReaderPlain::loadPacket(unsigned& size) {
     size = sizeOfPacket;
     if (!load(size))
         return false;
-    bool more = isFollowedByText(tagTCode(at(0))) && !countsText(tagTCode(at(0)), at(1));
+    bool more = isFollowedByText(tagTCode(at(0))) && !factsOf(tagTCode(at(0))).countsText(at(1));
     while (more) {
         if (size + CPacketHeader::Len() + kCharStringMax > kPageSize) {
             size = kOverlong;

@@ -3,8 +3,8 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/Keywords.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/platform/Attempt.h"
-#include "quorvex/stream/TextRun.h"
 
 #include <algorithm>
 #include <charconv>

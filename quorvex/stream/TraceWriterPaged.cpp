@@ -3,10 +3,9 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/ContextStub.h"
-#include "quorvex/stream/TextRun.h"
+#include "quorvex/packets/KindFacts.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <string>
 
@@ -17,16 +16,11 @@ namespace {
 constexpr unsigned kLargestPacket = CPacketHeader::Len() + 255;                    ///< without the texts behind it
 constexpr unsigned kFrameLenOffset = CPacketHeader::Len() + sizeof(std::uint32_t); ///< behind header and version
 
-/// The codes whose packets are written as they come: no text follows them, and the writer takes no note of them.
-constexpr std::array<bool, 256> ordinaryCodes() {
-    std::array<bool, 256> ordinary{};
-    for (unsigned code = 0; code < ordinary.size(); ++code)
-        ordinary[code] = !isFollowedByText(tagTCode(code));
-    for (const tagTCode code : {CharString, Sync, BusSync, SystemSync, TraceEnabled, TraceDisabled})
-        ordinary[code] = false;
-    return ordinary;
+/// Whether packets of that code are written as they come: no text follows them, and the writer takes no note of them.
+bool isOrdinary(tagTCode code) {
+    const KindFacts& kind = factsOf(code);
+    return kind.text == TextSort::None && kind.role != Role::Structure && code != CharString;
 }
-constexpr auto kOrdinary = ordinaryCodes();
 
 std::string counts(const char* text, unsigned written, unsigned requested) {
     return text + (" (" + std::to_string(written)) + "/" + std::to_string(requested) + ").";
@@ -194,7 +188,7 @@ void CTraceWriterPaged::dropFrameBehind(unsigned fill) {
 
 bool CTraceWriterPaged::put(CPacket* packet) {
     // Most packets are of a kind that the writer takes no note of, and there is room for any of them.
-    if (remain() >= kLargestPacket + CPacketHeader::Len() && packet && kOrdinary[packet->TraceCode() & 0xFF]) {
+    if (remain() >= kLargestPacket + CPacketHeader::Len() && packet && isOrdinary(packet->TraceCode())) {
         const unsigned written = packet->write(at(m_fill), remain());
         m_fill += written;
         return written != 0;
@@ -323,7 +317,8 @@ unsigned CTraceWriterPaged::sizeOfPacket(const CPacketHeader& header, const char
     if (header.TraceCode() == Message || header.TraceCode() == CharString)
         return sizeOfString(data, available, open);
     const unsigned size = header.Length() + CPacketHeader::Len();
-    if (!isFollowedByText(header.TraceCode()) || countsText(header.TraceCode(), header.Length()) || size > available)
+    if (!isFollowedByText(header.TraceCode()) || factsOf(header.TraceCode()).countsText(header.Length()) ||
+        size > available)
         return size;
     return size + sizeOfString(data + size, available - size, open);
 }

@@ -1,6 +1,6 @@
 #include "quorvex/export/VCDWriter.h"
 
-#include "quorvex/stream/ContextSort.h"
+#include "quorvex/packets/KindFacts.h"
 #include "tests/support/Golden.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"

@@ -1,7 +1,7 @@
 #include "quorvex/stream/TraceCompressor.h"
 
 #include "quorvex/packets/ContextStub.h"
-#include "quorvex/stream/ContextSort.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/stream/TraceDecompressor.h"
 #include "quorvex/stream/TraceQueue.h"
 #include "quorvex/stream/TraceWriterPaged.h"

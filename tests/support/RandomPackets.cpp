@@ -1,6 +1,6 @@
 #include "tests/support/RandomPackets.h"
 
-#include "quorvex/stream/TextRun.h"
+#include "quorvex/packets/KindFacts.h"
 
 #include <iterator>
 #include <sstream>

@@ -4,8 +4,8 @@
 #include "Verbs.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/Exception.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
-#include "quorvex/stream/TextRun.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

@@ -2,8 +2,8 @@
 
 #include "Unpaged.h"
 #include "quorvex/export/ViewerWriter.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
-#include "quorvex/stream/TextRun.h"
 #include "quorvex/stream/TraceDecompressor.h"
 
 #include <fmt/format.h>

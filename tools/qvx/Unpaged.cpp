@@ -1,8 +1,8 @@
 #include "Unpaged.h"
 
 #include "quorvex/packets/ContextStub.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
-#include "quorvex/stream/ContextSort.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
 
 #include <type_traits>
