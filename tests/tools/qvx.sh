@@ -88,6 +88,9 @@ expect 1 '' 'qvx: missing: No such file or directory
 ' "$qvx" missing
 expect 1 '' 'qvx: .: Is a directory
 ' "$qvx" dump .
+expect 2 '' "--format: 'xml' is none of plain, html, latex, verbose
+Run with --help for more information.
+" "$qvx" dump trace --format xml
 expect 2 '' - "$qvx"
 expect 2 '' - "$qvx" dump
 expect 2 '' - "$qvx" dump --nonsense trace

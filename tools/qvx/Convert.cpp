@@ -1,3 +1,4 @@
+#include "Arguments.h"
 #include "Output.h"
 #include "TraceInput.h"
 #include "Unpaged.h"
@@ -11,7 +12,6 @@
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <array>
@@ -272,21 +272,22 @@ private:
 
 } // namespace
 
-void addConvert(CLI::App& program, ExitCode& exitCode) {
+void addConvert(Program& program) {
     auto options = std::make_shared<ConvertOptions>();
-    CLI::App* verb = program.add_subcommand("convert", "Change the layout or the form of traces, or join them");
-    verb->add_option("FILES", options->files, "Trace files, or plain tables as dump shows them; - for standard input")
-        ->required();
-    auto* paged = verb->add_flag("--paged", options->paged, "Pages of 256 KiB, each of which a reader can begin with");
-    verb->add_flag("--plain", options->plain, "Packets back to back (default)")->excludes(paged);
-    auto* absolute = verb->add_flag("--absolute", options->absolute, "Every packet with its full context");
-    verb->add_flag("--relative", options->relative, "Contexts told by their change, where that is possible")
-        ->excludes(absolute);
-    options->output.addOptions(*verb, true);
-    verb->footer("Example: qvx convert thread_4711.qvx -o small.qvx --relative\n"
-                 "Without --absolute or --relative packets keep their form. Several files are written one after the\n"
-                 "other. What only pages need (padding, contexts restated at a page's start) is left out.");
-    verb->callback([options, &exitCode] { exitCode = Conversion(*options).run(); });
+    Verb verb = program.add("convert", "Change the layout or the form of traces, or join them");
+    verb.option("FILES", options->files, "Trace files, or plain tables as dump shows them; - for standard input")
+        .required();
+    const Option paged =
+        verb.flag("--paged", options->paged, "Pages of 256 KiB, each of which a reader can begin with");
+    verb.flag("--plain", options->plain, "Packets back to back (default)").excludes(paged);
+    const Option absolute = verb.flag("--absolute", options->absolute, "Every packet with its full context");
+    verb.flag("--relative", options->relative, "Contexts told by their change, where that is possible")
+        .excludes(absolute);
+    options->output.addOptions(verb, true);
+    verb.footer("Example: qvx convert thread_4711.qvx -o small.qvx --relative\n"
+                "Without --absolute or --relative packets keep their form. Several files are written one after the\n"
+                "other. What only pages need (padding, contexts restated at a page's start) is left out.");
+    verb.runs([options] { return Conversion(*options).run(); });
 }
 
 } // namespace qvx

@@ -1,10 +1,9 @@
+#include "Arguments.h"
 #include "Output.h"
 #include "TableFormat.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/export/PacketDebugger.h"
-
-#include <CLI/CLI.hpp>
 
 #include <memory>
 
@@ -58,19 +57,19 @@ ExitCode dump(DumpOptions& options) {
 
 } // namespace
 
-void addDump(CLI::App& program, ExitCode& exitCode) {
+void addDump(Program& program) {
     auto options = std::make_shared<DumpOptions>();
-    CLI::App* verb = program.add_subcommand("dump", "Show the packets of a trace as a table, or one field a line");
-    verb->add_option("FILE", options->file, "Trace file; - for standard input")->required();
-    CLI::Option* format = addFormatOption(*verb, options->format, true);
-    verb->add_flag("--bytes", options->bytes, "(verbose) The bytes of each packet too")->needs(format);
-    verb->add_flag("--parsable", options->parsable,
-                   "For programs and `qvx convert`: without descriptions, unknown values as \"Invalid\"");
-    verb->add_flag("--hex-tick", options->hexTick, "Ticks in hexadecimal");
-    verb->add_option("--limit", options->limit, "Show the first N packets only")->type_name("N");
-    options->output.addOptions(*verb);
-    verb->footer("Example: qvx dump --limit 20 thread_4711.qvx");
-    verb->callback([options, &exitCode] { exitCode = dump(*options); });
+    Verb verb = program.add("dump", "Show the packets of a trace as a table, or one field a line");
+    verb.option("FILE", options->file, "Trace file; - for standard input").required();
+    const Option format = addFormatOption(verb, options->format, true);
+    verb.flag("--bytes", options->bytes, "(verbose) The bytes of each packet too").needs(format);
+    verb.flag("--parsable", options->parsable,
+              "For programs and `qvx convert`: without descriptions, unknown values as \"Invalid\"");
+    verb.flag("--hex-tick", options->hexTick, "Ticks in hexadecimal");
+    verb.option("--limit", options->limit, "Show the first N packets only");
+    options->output.addOptions(verb);
+    verb.footer("Example: qvx dump --limit 20 thread_4711.qvx");
+    verb.runs([options] { return dump(*options); });
 }
 
 } // namespace qvx

@@ -1,3 +1,4 @@
+#include "Arguments.h"
 #include "Merged.h"
 #include "Output.h"
 #include "SaveFile.h"
@@ -5,7 +6,6 @@
 #include "quorvex/export/BtfWriter.h"
 #include "quorvex/export/VCDWriter.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <cerrno>
@@ -85,26 +85,23 @@ ExitCode exportTo(ExportOptions& options) {
 
 } // namespace
 
-void addExport(CLI::App& program, ExitCode& exitCode) {
+void addExport(Program& program) {
     auto options = std::make_shared<ExportOptions>();
-    CLI::App* verb = program.add_subcommand("export", "Write traces in the formats of other viewers");
-    verb->add_option("FILES", options->files, "Trace files, merged by time; - for standard input")->required();
-    verb->add_option("--to", options->viewer, "vcd (value change dump), btf (best trace format)")
-        ->required()
-        ->type_name("FORMAT")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Viewer>{{"vcd", Viewer::VCD}, {"btf", Viewer::BTF}})
-                        .description(""));
-    verb->add_flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
-    auto* save = verb->add_option("--save", options->save,
-                                  "(vcd) Also write FILE, which sets the viewer GTKWave up, and names beside it");
-    save->type_name("FILE");
-    options->output.addOptions(*verb, true);
-    verb->footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
-                 "What the target cannot show is counted, told, and gives exit code 3.");
-    verb->callback([options, &exitCode] {
+    Verb verb = program.add("export", "Write traces in the formats of other viewers");
+    verb.option("FILES", options->files, "Trace files, merged by time; - for standard input").required();
+    verb.choice("--to", options->viewer, {{"vcd", Viewer::VCD}, {"btf", Viewer::BTF}},
+                "vcd (value change dump), btf (best trace format)")
+        .required();
+    verb.flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
+    verb.option("--save", options->save,
+                "(vcd) Also write FILE, which sets the viewer GTKWave up, and names beside it");
+    options->output.addOptions(verb, true);
+    verb.footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
+                "What the target cannot show is counted, told, and gives exit code 3.");
+    verb.runs([options] {
         if (!options->save.empty() && (options->viewer != Viewer::VCD || !options->output.isNamed()))
-            throw CLI::ValidationError("--save", "goes with --to vcd and a named file");
-        exitCode = exportTo(*options);
+            throw Misuse("--save", "goes with --to vcd and a named file");
+        return exportTo(*options);
     });
 }
 

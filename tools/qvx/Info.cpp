@@ -1,3 +1,4 @@
+#include "Arguments.h"
 #include "Merged.h"
 #include "Output.h"
 #include "TraceInput.h"
@@ -6,7 +7,6 @@
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
@@ -159,13 +159,13 @@ ExitCode info(InfoOptions& options) {
 
 } // namespace
 
-void addInfo(CLI::App& program, ExitCode& exitCode) {
+void addInfo(Program& program) {
     auto options = std::make_shared<InfoOptions>();
-    CLI::App* verb = program.add_subcommand("info", "Tell what is in a trace");
-    verb->add_option("FILE", options->file, "Trace file; - for standard input")->required();
-    options->output.addOptions(*verb);
-    verb->footer("Example: qvx info thread_4711.qvx");
-    verb->callback([options, &exitCode] { exitCode = info(*options); });
+    Verb verb = program.add("info", "Tell what is in a trace");
+    verb.option("FILE", options->file, "Trace file; - for standard input").required();
+    options->output.addOptions(verb);
+    verb.footer("Example: qvx info thread_4711.qvx");
+    verb.runs([options] { return info(*options); });
 }
 
 } // namespace qvx

@@ -1,3 +1,4 @@
+#include "Arguments.h"
 #include "Output.h"
 #include "TableFormat.h"
 #include "TraceInput.h"
@@ -7,7 +8,6 @@
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
@@ -187,16 +187,16 @@ ExitCode kinds(KindsOptions& options) {
 
 } // namespace
 
-void addKinds(CLI::App& program, ExitCode& exitCode) {
+void addKinds(Program& program) {
     auto options = std::make_shared<KindsOptions>();
-    CLI::App* verb = program.add_subcommand("kinds", "Show the format of every kind of packet");
-    addFormatOption(*verb, options->format, false);
-    options->output.addOptions(*verb);
-    verb->footer(
+    Verb verb = program.add("kinds", "Show the format of every kind of packet");
+    addFormatOption(verb, options->format, false);
+    options->output.addOptions(verb);
+    verb.footer(
         "Example: qvx kinds\n"
         "Behind each field stands its size in bytes, smallest:largest where it varies, and in braces how often\n"
         "it occurs. json tells the same to programs that read traces, and which payload lengths there are.");
-    verb->callback([options, &exitCode] { exitCode = kinds(*options); });
+    verb.runs([options] { return kinds(*options); });
 }
 
 } // namespace qvx

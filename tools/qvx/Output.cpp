@@ -1,9 +1,8 @@
 #include "Output.h"
 
+#include "Arguments.h"
 #include "Verbs.h"
 #include "quorvex/platform/System.h"
-
-#include <CLI/CLI.hpp>
 
 #include <cerrno>
 #include <filesystem>
@@ -149,12 +148,13 @@ Target::Buffer::pos_type Target::Buffer::seekpos(pos_type position, std::ios::op
     return position;
 }
 
-void Output::addOptions(CLI::App& verb, bool required) {
-    auto* path =
-        verb.add_option("-o,--output", m_path,
-                        required ? "Write to FILE; - for standard output" : "Write to FILE instead of standard output");
-    path->type_name("FILE")->required(required);
-    verb.add_flag("-f,--force", m_force, "Overwrite FILE if it exists");
+void Output::addOptions(Verb& verb, bool required) {
+    Option path =
+        verb.option("-o,--output", m_path,
+                    required ? "Write to FILE; - for standard output" : "Write to FILE instead of standard output");
+    if (required)
+        path.required();
+    verb.flag("-f,--force", m_force, "Overwrite FILE if it exists");
 }
 
 void Output::check(const std::vector<std::string>& inputs) {

@@ -10,11 +10,9 @@
 #include <utility>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 namespace qvx {
+
+class Verb;
 
 /// The files of a run, by what they are and not by their names: none that is read is written, and none is written
 /// twice.
@@ -89,7 +87,7 @@ private:
 /// The options -o and -f of a verb, and the target that they tell of.
 class Output {
 public:
-    void addOptions(CLI::App& verb, bool required = false);
+    void addOptions(Verb& verb, bool required = false);
 
     /// Looks at what will be written before work begins; `inputs` are the files that the verb reads.
     void check(const std::vector<std::string>& inputs);

@@ -1,24 +1,26 @@
 #include "TableFormat.h"
 
+#include "Arguments.h"
 #include "quorvex/export/PacketHTML.h"
 #include "quorvex/export/PacketLaTeX.h"
 #include "quorvex/export/PacketPlain.h"
 
-#include <CLI/CLI.hpp>
-
-#include <map>
-#include <string>
-
 namespace qvx {
 
-CLI::Option* addFormatOption(CLI::App& verb, TableFormat& format, bool ofPackets) {
-    std::map<std::string, TableFormat> formats{
-        {"plain", TableFormat::Plain}, {"html", TableFormat::HTML}, {"latex", TableFormat::LaTeX}};
-    const auto& last =
-        *formats.emplace(ofPackets ? "verbose" : "json", ofPackets ? TableFormat::Verbose : TableFormat::JSON).first;
-    return verb.add_option("--format", format, "plain (default), html, latex, " + last.first)
-        ->type_name("FORMAT")
-        ->transform(CLI::CheckedTransformer(formats).description(""));
+Option addFormatOption(Verb& verb, TableFormat& format, bool ofPackets) {
+    if (ofPackets)
+        return verb.choice("--format", format,
+                           {{"plain", TableFormat::Plain},
+                            {"html", TableFormat::HTML},
+                            {"latex", TableFormat::LaTeX},
+                            {"verbose", TableFormat::Verbose}},
+                           "plain (default), html, latex, verbose");
+    return verb.choice("--format", format,
+                       {{"plain", TableFormat::Plain},
+                        {"html", TableFormat::HTML},
+                        {"latex", TableFormat::LaTeX},
+                        {"json", TableFormat::JSON}},
+                       "plain (default), html, latex, json");
 }
 
 std::unique_ptr<Quorvex::CPacketTableWriter> makeTable(TableFormat format, std::ostream& out, bool withOffset) {

@@ -5,10 +5,6 @@
 #include <string_view>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 namespace qvx {
 
 /// How the program ends.
@@ -36,11 +32,13 @@ void tell(std::string_view text);
 /// Runs the program with arguments; what it returns is an ExitCode.
 int run(std::vector<std::string> arguments);
 
-/// Each verb adds its options to the program and sets `run`-callback code to `exitCode`.
-void addInfo(CLI::App& program, ExitCode& exitCode);
-void addDump(CLI::App& program, ExitCode& exitCode);
-void addKinds(CLI::App& program, ExitCode& exitCode);
-void addConvert(CLI::App& program, ExitCode& exitCode);
-void addExport(CLI::App& program, ExitCode& exitCode);
+class Program;
+
+/// Each adds its verb to the program.
+void addInfo(Program& program);
+void addDump(Program& program);
+void addKinds(Program& program);
+void addConvert(Program& program);
+void addExport(Program& program);
 
 } // namespace qvx
