@@ -2,6 +2,7 @@
 
 #include "quorvex/packets/TraceControlPackets.h"
 #include "quorvex/platform/System.h"
+#include "quorvex/stream/TraceAutoBuffer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -229,7 +230,7 @@ protected:
             const auto passed = static_cast<std::size_t>(std::min<std::uint64_t>(m_position - m_from, m_tail.size()));
             setg(m_tail.data() + passed, m_tail.data() + passed, m_tail.data() + m_tail.size());
         } else {
-            const auto room = static_cast<std::streamsize>(std::min<std::uint64_t>(kPageSize, m_from - m_position));
+            const auto room = static_cast<std::streamsize>(std::min<std::uint64_t>(kBlockSize, m_from - m_position));
             m_file.pubseekpos(static_cast<std::streamoff>(m_position));
             const std::streamsize count = m_file.sgetn(m_block, room);
             char* const block = m_block;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "quorvex/platform/Export.h"
-#include "quorvex/stream/TraceAutoBuffer.h"
 
 #include <atomic>
 #include <cstdint>

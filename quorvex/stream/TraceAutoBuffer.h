@@ -1,26 +1,28 @@
 #pragma once
 
 #include "quorvex/format/Exception.h"
+#include "quorvex/stream/PageFormat.h"
 
 #include <cstring>
 #include <new>
 
 namespace Quorvex {
 
-/// Bytes of a page of the paged format, and of the blocks in which all readers and writers work.
-inline constexpr unsigned kPageSize = 0x40000;
+/// Bytes of the blocks in which all readers and writers work.
+inline constexpr unsigned kBlockSize = 0x40000;
+static_assert(kBlockSize >= kPageSize, "the paged writer keeps its page in a block, and a reader what fits a page");
 
-/// A zeroed heap block of exactly one page. Throws the out-of-memory CQVXException.
+/// A zeroed heap block. Throws the out-of-memory CQVXException.
 class CTraceAutoBuffer {
 public:
-    CTraceAutoBuffer() : m_block(new (std::nothrow) char[kPageSize]()) {
+    CTraceAutoBuffer() : m_block(new (std::nothrow) char[kBlockSize]()) {
         if (!m_block)
             CQVXException::ThrowOutOfMemory();
     }
     CTraceAutoBuffer(const CTraceAutoBuffer& other) : CTraceAutoBuffer() { *this = other; }
     CTraceAutoBuffer& operator=(const CTraceAutoBuffer& other) {
         if (this != &other)
-            std::memcpy(m_block, other.m_block, kPageSize);
+            std::memcpy(m_block, other.m_block, kBlockSize);
         return *this;
     }
     ~CTraceAutoBuffer() {
@@ -28,8 +30,8 @@ public:
         m_block = nullptr;
     }
 
-    static constexpr unsigned size() { return kPageSize; }
-    void clear() { std::memset(m_block, 0, kPageSize); }
+    static constexpr unsigned size() { return kBlockSize; }
+    void clear() { std::memset(m_block, 0, kBlockSize); }
 
     operator char*() { return m_block; }
     operator const char*() const { return m_block; }

@@ -53,7 +53,7 @@ bool CTraceReaderPlain::fill(unsigned count) {
     m_index = 0;
     m_count = rest;
     unsigned got = 0;
-    if (!m_source.read(m_block + rest, std::min(count, kPageSize - rest), got))
+    if (!m_source.read(m_block + rest, std::min(count, kBlockSize - rest), got))
         return false;
     m_count += got;
     return true;
@@ -61,7 +61,7 @@ bool CTraceReaderPlain::fill(unsigned count) {
 
 bool CTraceReaderPlain::fill(std::uint64_t position, unsigned count) {
     unsigned got = 0;
-    if (!m_source.read(m_block, std::min(count, kPageSize), position, got))
+    if (!m_source.read(m_block, std::min(count, kBlockSize), position, got))
         return false;
     m_base = position;
     m_count = got;
@@ -74,13 +74,13 @@ bool CTraceReaderPlain::seek(std::uint64_t position) {
         m_index = static_cast<unsigned>(position - m_base);
         return true;
     }
-    return fill(position, kPageSize);
+    return fill(position, kBlockSize);
 }
 
 bool CTraceReaderPlain::load(unsigned count) {
     while (remain() < count) {
         const unsigned before = remain();
-        if (!fill(kPageSize) || remain() == before)
+        if (!fill(kBlockSize) || remain() == before)
             return false;
     }
     return true;
@@ -97,7 +97,7 @@ bool CTraceReaderPlain::loadPacket(unsigned& size) {
         return false;
     bool more = isFollowedByText(tagTCode(at(0))) && !factsOf(tagTCode(at(0))).countsText(at(1));
     while (more) {
-        if (size + CPacketHeader::Len() + kCharStringMax > kPageSize) {
+        if (size + CPacketHeader::Len() + kCharStringMax > kBlockSize) {
             size = kOverlong;
             return true;
         }

@@ -33,7 +33,7 @@ protected:
     virtual void check_initial_pos();
 
 private:
-    unsigned room() const { return kPageSize - m_fill; }
+    unsigned room() const { return kBlockSize - m_fill; }
     /// Takes the first bytes, which the target has, out of the block.
     void dropWritten(unsigned written);
 

@@ -255,7 +255,7 @@ private:
         m_options.output.target().finish();
         throw Failure(input.name(), fmt::format("offset {}: a {} packet of {} bytes, its text included, does not fit a "
                                                 "block of {} bytes",
-                                                input.offset(), CTCodeInfo::TCodeToName(code), size, kPageSize));
+                                                input.offset(), CTCodeInfo::TCodeToName(code), size, kBlockSize));
     }
 
     ConvertOptions& m_options;

@@ -5,7 +5,7 @@
 #include "Verbs.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/Contexts.h"
-#include "quorvex/stream/TraceAutoBuffer.h"
+#include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
 #include <fmt/ostream.h>
@@ -76,7 +76,7 @@ void Summary::addContexts(const CPacket& packet) {
 void Summary::add(const CPacket& packet, std::uint64_t from, std::uint64_t to) {
     ++m_packets;
     ++m_kinds[packet.TraceCode() & 0xFF];
-    m_crossesPage = m_crossesPage || from / kPageSize != (to - 1) / kPageSize;
+    m_crossesPage = m_crossesPage || pages::crossesEnd(from, to);
     addContexts(packet);
     visitKind(packet, [this](const auto& kind) {
         if constexpr (requires { kind.FuncDef(); })

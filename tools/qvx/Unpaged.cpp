@@ -3,7 +3,7 @@
 #include "quorvex/packets/ContextStub.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
-#include "quorvex/stream/TraceAutoBuffer.h"
+#include "quorvex/stream/PageFormat.h"
 
 #include <type_traits>
 #include <utility>
