@@ -3,19 +3,34 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/packets/KindFacts.h"
 
+#include <new>
+
 namespace Quorvex {
 
 namespace {
 
-template <class Context> bool noteIn(Context& reference, const CPacket& packet) {
-    const auto* context = contextOf<Context>(packet);
-    if (context)
-        reference = *context;
-    return context != nullptr;
+/// What goes with a context: its relative form, and the sync packet that tells it.
+template <class Context> struct FormsOf;
+template <> struct FormsOf<CCoreContext> {
+    using Relative = CRelCoreContext;
+    using Told = CSync;
+};
+template <> struct FormsOf<CBusContext> {
+    using Relative = CRelBusContext;
+    using Told = CBusSync;
+};
+template <> struct FormsOf<CSystemContext> {
+    using Relative = CRelSystemContext;
+    using Told = CSystemSync;
+};
+
+ContextSort sortOf(const CPacket& packet) {
+    const ContextSort sync = sortOfSync(packet.TraceCode());
+    return sync != ContextSort::None ? sync : sortOfAbsolute(packet.TraceCode());
 }
 
-template <class Relative, class Context>
-std::optional<Context> resolve(const CPacket& packet, const Context& reference) {
+template <class Context> std::optional<Context> resolve(const CPacket& packet, const Context& reference) {
+    using Relative = typename FormsOf<Context>::Relative;
     if (const auto* context = contextOf<Context>(packet))
         return *context;
     if (const auto* relative = contextOf<Relative>(packet))
@@ -42,69 +57,112 @@ std::uint64_t ownTick(const CPacket& packet) {
     return kUnknown64;
 }
 
-template <class Context> std::uint64_t tickIn(const std::optional<Context>& context) {
-    return context ? context->Tick() : kUnknown64;
-}
-
 } // namespace
 
-bool CContexts::note(const CPacket& packet) {
-    switch (sortOfSync(packet.TraceCode())) {
+template <class Self, class Use> auto CContexts::with(Self& self, ContextSort sort, Use&& use) {
+    using Result = decltype(use(self.m_core));
+    switch (sort) {
     case ContextSort::Core:
-        return noteIn(m_core, packet);
+        return use(self.m_core);
     case ContextSort::Bus:
-        return noteIn(m_bus, packet);
+        return use(self.m_bus);
     case ContextSort::System:
-        return noteIn(m_system, packet);
+        return use(self.m_system);
     case ContextSort::None:
         break;
     }
-    return false;
+    return Result();
+}
+
+bool CContexts::note(const CPacket& packet) {
+    return sortOfSync(packet.TraceCode()) != ContextSort::None && adopt(packet);
+}
+
+bool CContexts::note(tagTCode code, const char* payload, unsigned length) {
+    return with(*this, sortOfSync(code), [=](auto& reference) {
+        const bool told = reference.context.read(payload, length) != 0;
+        reference.known = reference.known || told;
+        return told;
+    });
+}
+
+bool CContexts::adopt(const CPacket& packet) {
+    return with(*this, sortOf(packet), [&packet]<class Context>(Reference<Context>& reference) {
+        const auto* context = contextOf<Context>(packet);
+        if (context)
+            reference = {*context, true};
+        return context != nullptr;
+    });
+}
+
+bool CContexts::knows(ContextSort sort) const {
+    return with(*this, sort, [](const auto& reference) { return reference.known; });
 }
 
 std::optional<CCoreContext> CContexts::coreOf(const CPacket& packet) const {
-    return resolve<CRelCoreContext>(packet, m_core);
+    return resolve(packet, m_core.context);
 }
 
 std::optional<CBusContext> CContexts::busOf(const CPacket& packet) const {
-    return resolve<CRelBusContext>(packet, m_bus);
+    return resolve(packet, m_bus.context);
 }
 
 std::optional<CSystemContext> CContexts::systemOf(const CPacket& packet) const {
-    return resolve<CRelSystemContext>(packet, m_system);
+    return resolve(packet, m_system.context);
 }
 
 std::uint64_t CContexts::tickOf(const CPacket& packet) const {
-    std::uint64_t tick = kUnknown64;
-    switch (sortOfRelative(packet.TraceCode())) {
-    case ContextSort::Core:
-        tick = tickIn(coreOf(packet));
-        break;
-    case ContextSort::Bus:
-        tick = tickIn(busOf(packet));
-        break;
-    case ContextSort::System:
-        tick = tickIn(systemOf(packet));
-        break;
-    case ContextSort::None:
-        tick = ownTick(packet);
-        break;
-    }
+    const ContextSort sort = sortOfRelative(packet.TraceCode());
+    const std::uint64_t tick =
+        sort == ContextSort::None ? ownTick(packet) : with(*this, sort, [&packet](const auto& reference) {
+            const auto context = resolve(packet, reference.context);
+            return context ? context->Tick() : kUnknown64;
+        });
     return tick >> 8 == kUnknown64 >> 8 ? kUnknown64 : tick;
 }
 
+bool CContexts::repeats(const CPacket& packet) const {
+    return with(*this, sortOf(packet), [&packet]<class Context>(const Reference<Context>& reference) {
+        const auto* context = contextOf<Context>(packet);
+        return context && *context == reference.context;
+    });
+}
+
+bool CContexts::reaches(const CPacket& packet) const {
+    return with(*this, sortOf(packet), [&packet]<class Context>(const Reference<Context>& reference) {
+        const auto* context = contextOf<Context>(packet);
+        return context && FormsOf<Context>::Relative::testRelative(reference.context, *context);
+    });
+}
+
 CPacket* CContexts::absolute(CPacket& packet) const {
-    switch (sortOfRelative(packet.TraceCode())) {
-    case ContextSort::Core:
-        return CPacketFactory::decompress(&packet, m_core);
-    case ContextSort::Bus:
-        return CPacketFactory::decompress(&packet, m_bus);
-    case ContextSort::System:
-        return CPacketFactory::decompress(&packet, m_system);
-    case ContextSort::None:
-        break;
-    }
-    return nullptr;
+    return with(*this, sortOfRelative(packet.TraceCode()),
+                [&packet](const auto& reference) { return CPacketFactory::decompress(&packet, reference.context); });
+}
+
+CPacket* CContexts::relative(CPacket& packet) const {
+    return with(*this, sortOfAbsolute(packet.TraceCode()),
+                [&packet](const auto& reference) { return CPacketFactory::compress(&packet, reference.context); });
+}
+
+CPacket* CContexts::sync(ContextSort sort) const {
+    return with(*this, sort, []<class Context>(const Reference<Context>& reference) -> CPacket* {
+        return new (std::nothrow) typename FormsOf<Context>::Told(reference.context);
+    });
+}
+
+unsigned CContexts::writeSync(ContextSort sort, char* to, unsigned room) const {
+    return with(*this, sort, [=]<class Context>(const Reference<Context>& reference) {
+        typename FormsOf<Context>::Told packet(reference.context);
+        return packet.write(to, room);
+    });
+}
+
+unsigned CContexts::syncSize() const {
+    const auto size = []<class Context>(const Reference<Context>& reference) {
+        return reference.known ? CPacketHeader::Len() + Context::Len() : 0U;
+    };
+    return size(m_core) + size(m_bus) + size(m_system);
 }
 
 } // namespace Quorvex

@@ -3,6 +3,7 @@
 #include "quorvex/format/Context.h"
 #include "quorvex/format/Packet.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/stream/ContextSort.h"
 
 #include <cstdint>
 #include <optional>
@@ -18,17 +19,26 @@ namespace Quorvex {
 /// tick of 0x01 make 0xFFFFFFFFFFFFFFFE. That is no time. A tick whose upper seven bytes are all ones comes about in no
 /// other way, so whoever shows ticks takes all of these for unknown, as tickOf does.
 ///
-/// Give every packet of a trace to note, in order, before asking about it. Used by one thread at a time.
+/// Give every packet of a trace to note, in order, before asking about it. Whoever makes relative packets asks whether
+/// the reference reaches the context of a packet, and where it does not, adopts that and writes it as a sync packet.
+/// Of the packets, those of a sort are its sync packet and the kinds that have a relative form. Packets that are handed
+/// out are new objects, owned by the caller. Used by one thread at a time.
 class QUORVEX_API CContexts {
 public:
     /// Takes note of a sync packet; false for a packet that is none.
     bool note(const CPacket& packet);
+    /// The same of a packet that is given as its bytes.
+    bool note(tagTCode code, const char* payload, unsigned length);
+    /// Takes the context of an absolute packet of any sort, as if a sync packet told it; false for a packet of none.
+    bool adopt(const CPacket& packet);
     /// Back to the unknown contexts, as at the start of a trace.
     void forget() { *this = CContexts(); }
 
-    const CCoreContext& core() const { return m_core; }
-    const CBusContext& bus() const { return m_bus; }
-    const CSystemContext& system() const { return m_system; }
+    const CCoreContext& core() const { return m_core.context; }
+    const CBusContext& bus() const { return m_bus.context; }
+    const CSystemContext& system() const { return m_system.context; }
+    /// Whether a context of that sort has been told.
+    bool knows(ContextSort sort) const;
 
     /// The absolute context of a packet that carries one of that sort, absolute or relative.
     std::optional<CCoreContext> coreOf(const CPacket& packet) const;
@@ -37,13 +47,35 @@ public:
     /// The time of a packet: the tick of its context, or of a field of its own (timestamps, messages, states of state
     /// machines). kUnknown64 when it has none.
     std::uint64_t tickOf(const CPacket& packet) const;
-    /// The absolute form of a relative packet: a new object, owned by the caller. Null for every other packet.
+
+    /// Whether an absolute packet of any sort has the reference for its context: as a sync packet it tells nothing new.
+    bool repeats(const CPacket& packet) const;
+    /// Whether the context of an absolute packet of any sort can be told by a change of the reference.
+    bool reaches(const CPacket& packet) const;
+
+    /// The absolute form of a relative packet. Null for every other packet.
     CPacket* absolute(CPacket& packet) const;
+    /// The relative form of an absolute packet. Null where there is none, and where the reference does not reach it.
+    CPacket* relative(CPacket& packet) const;
+    /// The sync packet that tells the reference of a sort, also an unknown one. Null when memory is short.
+    CPacket* sync(ContextSort sort) const;
+    /// The same as bytes: how many; 0 where there is no room for them.
+    unsigned writeSync(ContextSort sort, char* to, unsigned room) const;
+    /// Bytes of the sync packets of all sorts that are known.
+    unsigned syncSize() const;
 
 private:
-    CCoreContext m_core;
-    CBusContext m_bus;
-    CSystemContext m_system;
+    template <class Context> struct Reference {
+        Context context;
+        bool known = false;
+    };
+
+    /// Calls `use` with the reference of a sort; for none gives the value that is false.
+    template <class Self, class Use> static auto with(Self& self, ContextSort sort, Use&& use);
+
+    Reference<CCoreContext> m_core;
+    Reference<CBusContext> m_bus;
+    Reference<CSystemContext> m_system;
 };
 
 } // namespace Quorvex

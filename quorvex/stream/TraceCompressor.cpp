@@ -4,30 +4,29 @@
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFacts.h"
 
-#include <new>
-
 namespace Quorvex {
 
 namespace {
 
-/// What goes with a sort of context: its sync packet, its relative form, and what is said of failures.
-template <class Context> struct Sort;
+/// What is said of failures, by sort of context.
+struct Failures {
+    const char* noSyncContext;
+    const char* noContext;
+    const char* noSync;
+};
 
-#define QUORVEX_SORT(Context, RelContext, SyncPacket)                                                                  \
-    template <> struct Sort<Context> {                                                                                 \
-        using Relative = RelContext;                                                                                   \
-        using Restated = SyncPacket;                                                                                   \
-        static constexpr const char* kNoSyncContext =                                                                  \
-            "CTraceCompressor::compress(): Dynamic cast from " #SyncPacket " to " #Context " failed!";                 \
-        static constexpr const char* kNoContext =                                                                      \
-            "CTraceCompressor::compress(): Dynamic cast to " #Context " failed!";                                      \
-        static constexpr const char* kNoSync =                                                                         \
-            "CTraceCompressor::compress(): error creating a " #SyncPacket " packet!";                                  \
-    };
-QUORVEX_SORT(CCoreContext, CRelCoreContext, CSync)
-QUORVEX_SORT(CBusContext, CRelBusContext, CBusSync)
-QUORVEX_SORT(CSystemContext, CRelSystemContext, CSystemSync)
-#undef QUORVEX_SORT
+constexpr Failures kFailures[] = {
+    {},
+    {"CTraceCompressor::compress(): Dynamic cast from CSync to CCoreContext failed!",
+     "CTraceCompressor::compress(): Dynamic cast to CCoreContext failed!",
+     "CTraceCompressor::compress(): error creating a CSync packet!"},
+    {"CTraceCompressor::compress(): Dynamic cast from CBusSync to CBusContext failed!",
+     "CTraceCompressor::compress(): Dynamic cast to CBusContext failed!",
+     "CTraceCompressor::compress(): error creating a CBusSync packet!"},
+    {"CTraceCompressor::compress(): Dynamic cast from CSystemSync to CSystemContext failed!",
+     "CTraceCompressor::compress(): Dynamic cast to CSystemContext failed!",
+     "CTraceCompressor::compress(): error creating a CSystemSync packet!"},
+};
 
 ContextSort sortOf(tagTCode code) {
     const ContextSort sync = sortOfSync(code);
@@ -89,31 +88,18 @@ CTraceCompressor::Result CTraceCompressor::compress() {
     if (!CPacketFactory::release(m_pending))
         logError("CTraceCompressor: Error! Could not release forward list content.");
     // The sync packets may be among what is lost.
-    m_references = References();
+    m_contexts.forget();
     return Result::Refused;
 }
 
 bool CTraceCompressor::convert() {
-    const References before = m_references;
+    const CContexts before = m_contexts;
     bool good = true;
-    for (auto at = m_pending.begin(); good && at != m_pending.end(); ++at) {
-        switch (*at ? sortOf((*at)->TraceCode()) : ContextSort::None) {
-        case ContextSort::Core:
-            good = convert(at, m_references.core);
-            break;
-        case ContextSort::Bus:
-            good = convert(at, m_references.bus);
-            break;
-        case ContextSort::System:
-            good = convert(at, m_references.system);
-            break;
-        case ContextSort::None:
-            break;
-        }
-    }
+    for (auto at = m_pending.begin(); good && at != m_pending.end(); ++at)
+        good = !*at || convert(at);
     if (!good) {
         undo();
-        m_references = before;
+        m_contexts = before;
         return false;
     }
     for (Change& change : m_changes) {
@@ -124,33 +110,29 @@ bool CTraceCompressor::convert() {
     return true;
 }
 
-template <class Context>
-bool CTraceCompressor::convert(std::list<CPacket*>::iterator at, std::optional<Context>& reference) {
+bool CTraceCompressor::convert(std::list<CPacket*>::iterator at) {
     CPacket* packet = *at;
-    const auto* context = contextOf<Context>(*packet);
-    const bool isSync = sortOfSync(packet->TraceCode()) != ContextSort::None;
-    if (!context) {
-        logError(isSync ? Sort<Context>::kNoSyncContext : Sort<Context>::kNoContext);
-        return false;
-    }
-    if (isSync) {
-        reference = *context;
+    const ContextSort sort = sortOf(packet->TraceCode());
+    if (sort == ContextSort::None)
         return true;
-    }
-    if (!reference || !Sort<Context>::Relative::testRelative(*reference, *context)) {
-        CPacket* sync = new (std::nothrow) typename Sort<Context>::Restated(*context);
-        if (!sync) {
-            logError(Sort<Context>::kNoSync);
-            return false;
-        }
-        m_changes.push_back({m_pending.insert(at, sync), nullptr});
-        reference = *context;
-    }
-    CPacket* relative = CPacketFactory::compress(packet, *reference);
-    if (!relative) {
-        logError("CTraceCompressor::compress(): error creating a compressed packet!");
+    const Failures& failures = kFailures[std::size_t(sort)];
+    const auto failed = [](const char* text) {
+        logError(text);
         return false;
+    };
+    if (sortOfSync(packet->TraceCode()) != ContextSort::None)
+        return m_contexts.note(*packet) || failed(failures.noSyncContext);
+    if (!m_contexts.knows(sort) || !m_contexts.reaches(*packet)) {
+        if (!m_contexts.adopt(*packet))
+            return failed(failures.noContext);
+        CPacket* sync = m_contexts.sync(sort);
+        if (!sync)
+            return failed(failures.noSync);
+        m_changes.push_back({m_pending.insert(at, sync), nullptr});
     }
+    CPacket* relative = m_contexts.relative(*packet);
+    if (!relative)
+        return failed("CTraceCompressor::compress(): error creating a compressed packet!");
     *at = relative;
     m_changes.push_back({at, packet});
     return true;

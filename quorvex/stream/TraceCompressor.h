@@ -1,11 +1,10 @@
 #pragma once
 
-#include "quorvex/format/Context.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/TraceSink.h"
 
 #include <list>
-#include <optional>
 #include <vector>
 
 namespace Quorvex {
@@ -36,13 +35,6 @@ public:
     std::uint64_t tellp() override;
 
 private:
-    /// What relative packets are relative to: the last sync packets. None: what the sink behind has of them is not
-    /// known.
-    struct References {
-        std::optional<CCoreContext> core;
-        std::optional<CBusContext> bus;
-        std::optional<CSystemContext> system;
-    };
     /// A change of the pending packets that can be taken back.
     struct Change {
         std::list<CPacket*>::iterator at;
@@ -53,13 +45,13 @@ private:
     /// Converts the pending packets and hands them over. Those that cannot be converted are pending as they were.
     Result compress();
     bool convert();
-    /// Converts one packet whose context is of that sort.
-    template <class Context> bool convert(std::list<CPacket*>::iterator at, std::optional<Context>& reference);
+    /// Converts one packet, or takes note of it.
+    bool convert(std::list<CPacket*>::iterator at);
     void undo();
 
     CTraceSink& m_downstream;
     std::list<CPacket*> m_pending;
-    References m_references;
+    CContexts m_contexts;          ///< what the sink behind has been told
     std::vector<Change> m_changes; ///< a member only so that it keeps its memory
 };
 

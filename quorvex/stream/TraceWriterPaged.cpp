@@ -2,8 +2,8 @@
 
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
-#include "quorvex/packets/ContextStub.h"
 #include "quorvex/packets/KindFacts.h"
+#include "quorvex/packets/TraceControlPackets.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,8 +13,7 @@ namespace Quorvex {
 
 namespace {
 
-constexpr unsigned kLargestPacket = CPacketHeader::Len() + 255;                    ///< without the texts behind it
-constexpr unsigned kFrameLenOffset = CPacketHeader::Len() + sizeof(std::uint32_t); ///< behind header and version
+constexpr unsigned kLargestPacket = CPacketHeader::Len() + 255; ///< without the texts behind it
 
 /// Whether packets of that code are written as they come: no text follows them, and the writer takes no note of them.
 bool isOrdinary(tagTCode code) {
@@ -39,7 +38,7 @@ void CTraceWriterPaged::check_initial_pos() {
     const std::uint64_t position = m_target->tellp();
     if (position == 0)
         return;
-    m_fill = m_written = static_cast<unsigned>(position % kPageSize);
+    m_fill = m_written = pages::offsetIn(position);
     m_base = position - m_fill;
 }
 
@@ -48,12 +47,8 @@ void CTraceWriterPaged::usePage(char* page) {
     m_ownPage.reset();
 }
 
-// --- pages ------------------------------------------------------------------------------------------------------
-
 bool CTraceWriterPaged::check_fill(unsigned size, bool& broke) {
-    const unsigned room = remain();
-    // A gap of one byte would be too small for a Fill packet.
-    if (size == room || (size < room && size + CPacketHeader::Len() <= room))
+    if (pages::fits(size, m_fill))
         return true;
     if (!breakPage())
         return false;
@@ -66,25 +61,11 @@ bool CTraceWriterPaged::breakPage() {
 }
 
 bool CTraceWriterPaged::fill() {
-    unsigned room = remain();
-    if (room == 1) {
+    if (!pages::end(m_page, m_fill)) {
         logError("CTraceWriterPaged::fill(): Not enough space to emit a packet!");
         return false;
     }
-    unsigned chunk = kLargestPacket;
-    while (room % chunk == 1)
-        --chunk;
-    while (room > 0) {
-        const unsigned size = std::min(chunk, room);
-        CPacketHeader header(Fill, static_cast<std::uint8_t>(size - CPacketHeader::Len()));
-        if (!header.write(at(m_fill), remain())) {
-            logError("CTraceWriterPaged::fill(): Not enough space to emit fill packet!");
-            return false;
-        }
-        std::memset(at(m_fill + CPacketHeader::Len()), 0x80, size - CPacketHeader::Len());
-        m_fill += size;
-        room -= size;
-    }
+    m_fill = kPageSize;
     return true;
 }
 
@@ -131,32 +112,23 @@ void CTraceWriterPaged::flush() {
     m_target->flush();
 }
 
-template <class Context> bool CTraceWriterPaged::insert(tagTCode code, const Context& context, const char* failure) {
-    CPacketHeader header(code, Context::Len());
-    const unsigned size = CPacketHeader::Len() + Context::Len();
-    if (remain() < size) {
-        logError(failure);
-        return false;
-    }
-    header.write(at(m_fill), remain());
-    encodePart(context, at(m_fill + CPacketHeader::Len()));
-    m_fill += size;
-    return true;
-}
-
 bool CTraceWriterPaged::insertSync() {
-    return (!m_coreKnown ||
-            insert(Sync, m_core, "CTraceWriterPaged::insertSync(): Could not write core sync packet!")) &&
-           (!m_busKnown ||
-            insert(BusSync, m_bus, "CTraceWriterPaged::insertSync(): Could not write bus sync packet!")) &&
-           (!m_systemKnown ||
-            insert(SystemSync, m_system, "CTraceWriterPaged::insertSync(): Could not write system sync packet!"));
-}
-
-unsigned CTraceWriterPaged::syncSize() const {
-    const auto size = [](bool known, unsigned context) { return known ? CPacketHeader::Len() + context : 0; };
-    return size(m_coreKnown, CCoreContext::Len()) + size(m_busKnown, CBusContext::Len()) +
-           size(m_systemKnown, CSystemContext::Len());
+    static constexpr std::pair<ContextSort, const char*> kRestated[] = {
+        {ContextSort::Core, "CTraceWriterPaged::insertSync(): Could not write core sync packet!"},
+        {ContextSort::Bus, "CTraceWriterPaged::insertSync(): Could not write bus sync packet!"},
+        {ContextSort::System, "CTraceWriterPaged::insertSync(): Could not write system sync packet!"},
+    };
+    for (const auto& [sort, failure] : kRestated) {
+        if (!m_contexts.knows(sort))
+            continue;
+        const unsigned written = m_contexts.writeSync(sort, at(m_fill), remain());
+        m_fill += written;
+        if (written == 0) {
+            logError(failure);
+            return false;
+        }
+    }
+    return true;
 }
 
 bool CTraceWriterPaged::seekp(std::uint64_t position) {
@@ -176,15 +148,12 @@ bool CTraceWriterPaged::seekp(std::uint64_t position) {
 }
 
 void CTraceWriterPaged::dropFrameBehind(unsigned fill) {
-    const std::uint64_t end = m_frame.position + OpenFrame::kSize;
-    if (m_frame.position == kUnknown64 || !m_frame.inPage || end <= m_base + fill)
+    if (!m_frame || !m_frame.inPage || m_frame.end() <= m_base + fill)
         return;
     m_frame.inPage = false;
-    if (end > m_base + m_written)
+    if (m_frame.end() > m_base + m_written)
         m_frame = OpenFrame(); // the target does not have it
 }
-
-// --- packets ----------------------------------------------------------------------------------------------------
 
 bool CTraceWriterPaged::put(CPacket* packet) {
     // Most packets are of a kind that the writer takes no note of, and there is room for any of them.
@@ -220,7 +189,7 @@ bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* n
         return false;
     const unsigned size = packet->StreamSize();
     bool broke = false;
-    if (size > kPageSize - syncSize() || !check_fill(size, broke)) {
+    if (size > pages::room(m_contexts.syncSize()) || !check_fill(size, broke)) {
         logError(noRoom);
         return false;
     }
@@ -234,7 +203,7 @@ bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* n
 bool CTraceWriterPaged::append(const char* packet, unsigned size) {
     bool broke = false;
     CPacketHeader header;
-    if (!header.read(packet, size) || size > kPageSize - syncSize() || !check_fill(size, broke))
+    if (!header.read(packet, size) || size > pages::room(m_contexts.syncSize()) || !check_fill(size, broke))
         return false;
     std::memcpy(at(m_fill), packet, size);
     process(header);
@@ -243,64 +212,35 @@ bool CTraceWriterPaged::append(const char* packet, unsigned size) {
 }
 
 bool CTraceWriterPaged::process(CPacket* packet) {
-    switch (packet->TraceCode()) {
-    case Sync:
-        if (packet->Length() == CCoreContext::Len()) {
-            m_core = CContextStub::CoreCtx(packet);
-            m_coreKnown = true;
-        }
-        return true;
-    case BusSync:
-        m_bus = CContextStub::BusCtx(packet);
-        m_busKnown = true;
-        return true;
-    case SystemSync:
-        m_system = CContextStub::SystemCtx(packet);
-        m_systemKnown = true;
-        return true;
-    case TraceEnabled: {
+    const tagTCode code = packet->TraceCode();
+    if (code == TraceDisabled) {
+        closeFrame(packet->StreamSize());
+    } else if (code == TraceEnabled) {
         auto* enabled = dynamic_cast<CTraceEnabled*>(packet);
         if (!enabled)
             return false;
-        m_frame = {tellp(), enabled->Version(), enabled->FrameConfig(), true};
+        m_frame = OpenFrame(tellp(), *enabled);
         enabled->FrameLen(kUnknown64);
-        return true;
+    } else if (code != Sync || packet->Length() == CCoreContext::Len()) {
+        m_contexts.note(*packet);
     }
-    case TraceDisabled:
-        closeFrame(packet->StreamSize());
-        return true;
-    default:
-        return true;
-    }
+    return true;
 }
 
 void CTraceWriterPaged::closeFrame(unsigned sizeOfDisabled) {
     const OpenFrame frame = std::exchange(m_frame, OpenFrame());
     // What stands in the page in its place is about to be handed over.
-    if (frame.position == kUnknown64 || (!frame.inPage && frame.overlaps(m_base, m_base + m_fill)))
+    if (!frame || (!frame.inPage && frame.overlaps(m_base, m_base + m_fill)))
         return;
-    const std::uint64_t end = tellp() + sizeOfDisabled;
-    CTraceEnabled enabled(end >= frame.position ? end - frame.position : kUnknown64, frame.config);
-    enabled.Version(frame.version);
-    char bytes[OpenFrame::kSize];
-    enabled.write(bytes, sizeof bytes);
-
+    const auto packet = frame.closed(tellp() + sizeOfDisabled);
     // Where the packet still stands in the page it is mended there; the target is patched if it has it already.
     if (frame.inPage)
-        std::memcpy(at(static_cast<unsigned>(frame.position - m_base)), bytes, sizeof bytes);
-    if (frame.inPage && frame.position >= m_base + m_written)
+        std::ranges::copy(packet, at(static_cast<unsigned>(frame.position() - m_base)));
+    if (frame.inPage && frame.position() >= m_base + m_written)
         return;
-    unsigned written = 0;
-    if (m_target->write(bytes, sizeof bytes, frame.position, written)) {
-        if (!m_target->write(bytes, 0, m_base, written))
-            logError(
-                "TraceStreamWriter::process(): Discovered Seek Error! Couldn't set the stream to original position!");
-    } else if (!m_target->good()) {
+    if (!frame.closeIn(*m_target, packet, m_base) && !m_target->good())
         m_target->clear();
-    }
 }
-
-// --- raw traces -------------------------------------------------------------------------------------------------
 
 unsigned CTraceWriterPaged::CalcSizeOfPacket(CPacketHeader& header, char* data, unsigned available) {
     bool open = false;
@@ -340,34 +280,22 @@ unsigned CTraceWriterPaged::sizeOfString(const char* data, unsigned available, b
 }
 
 bool CTraceWriterPaged::process(CPacketHeader& header) {
-    char* payload = at(m_fill + CPacketHeader::Len());
+    const char* payload = at(m_fill + CPacketHeader::Len());
+    const tagTCode code = header.TraceCode();
     const unsigned length = header.Length();
-    switch (header.TraceCode()) {
-    case Sync:
-        if (length == CCoreContext::Len())
-            m_coreKnown = m_core.read(payload, length) != 0 || m_coreKnown;
-        return true;
-    case BusSync:
-        m_busKnown = m_bus.read(payload, length) != 0 || m_busKnown;
-        return true;
-    case SystemSync:
-        m_systemKnown = m_system.read(payload, length) != 0 || m_systemKnown;
-        return true;
-    case TraceEnabled: {
+    if (code == TraceDisabled) {
+        closeFrame(length + CPacketHeader::Len());
+    } else if (code == TraceEnabled) {
         // Shorter forms have no room for a frame length, or not for the whole packet that is put in later.
         CTraceEnabledPayload enabled;
         if (length != CTraceEnabled::Len() || !enabled.decode(payload, length))
             return true;
-        m_frame = {tellp(), enabled.Version(), enabled.FrameConfig(), true};
-        storeLittleEndian(at(m_fill + kFrameLenOffset), kUnknown64);
-        return true;
+        m_frame = OpenFrame(tellp(), enabled);
+        storeLittleEndian(at(m_fill + OpenFrame::kLengthAt), kUnknown64);
+    } else if (code != Sync || length == CCoreContext::Len()) {
+        m_contexts.note(code, payload, length);
     }
-    case TraceDisabled:
-        closeFrame(length + CPacketHeader::Len());
-        return true;
-    default:
-        return true;
-    }
+    return true;
 }
 
 bool CTraceWriterPaged::put(CTraceSourceBuffer& source) {
@@ -416,9 +344,9 @@ const char* CTraceWriterPaged::copyChunk(CTraceSourceBuffer& source, std::uint64
         if (size > left && atEnd)
             return kCut;
         const bool whole = size <= left && !(open && !atEnd && textFollows(position + size));
-        if (!whole || (size != remain() && size + CPacketHeader::Len() > remain())) {
+        if (!whole || !pages::fits(size, m_fill)) {
             // It is read again at the start of the next page. On a page that holds no other packet, none is larger.
-            return m_fill > syncSize() && breakPage() ? nullptr : kNoPage;
+            return m_fill > m_contexts.syncSize() && breakPage() ? nullptr : kNoPage;
         }
         if (!process(header))
             return kCut;

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "quorvex/format/Context.h"
-#include "quorvex/format/FrameConfig.h"
 #include "quorvex/format/PacketHeader.h"
-#include "quorvex/packets/TraceControlPackets.h"
+#include "quorvex/stream/Contexts.h"
+#include "quorvex/stream/OpenFrame.h"
+#include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
 #include "quorvex/stream/TraceSink.h"
 #include "quorvex/stream/TraceSinkBuffer.h"
@@ -14,11 +14,9 @@
 
 namespace Quorvex {
 
-/// Writes a paged trace: pages of 0x40000 bytes, aligned from the start of the output, each of which a reader can begin
-/// with. No packet crosses a page's end: the rest of a page is padded with Fill packets. A define packet shares its
-/// page with its name, in raw copies too, and that of state machines as well as all others: a page that began with a
-/// name would give it to no packet, or to a wrong one. A page after a page break begins with Sync, BusSync and
-/// SystemSync packets that restate the last contexts told by such packets.
+/// Writes a paged trace by the rules of PageFormat.h. A define packet shares its page with its name, in raw copies too,
+/// and that of state machines as well as all others: a page that began with a name would give it to no packet, or to a
+/// wrong one.
 ///
 /// The frame length of a trace-enabled packet is put in when its trace-disabled packet is written: the bytes from the
 /// first of the one to the last of the other. Moving the write position about in between changes nothing about that,
@@ -78,7 +76,7 @@ protected:
     unsigned filled() const { return m_fill; }
     unsigned handedOver() const { return m_written; }
 
-    unsigned remain() const { return m_fill < kPageSize ? kPageSize - m_fill : 0; }
+    unsigned remain() const { return pages::room(m_fill); }
     void reset() { std::memset(m_page, 0, kPageSize); }
     /// Pads the page to its end.
     bool fill();
@@ -93,16 +91,9 @@ protected:
     bool append(const char* packet, unsigned size);
 
     /// The trace-enabled packet that waits for its frame length.
-    struct OpenFrame {
-        std::uint64_t position = kUnknown64; ///< of its first byte; unknown: none waits
-        std::uint32_t version = 0;
-        SFrameConfig config;
+    struct OpenFrame : detail::OpenFrame {
+        using detail::OpenFrame::OpenFrame;
         bool inPage = true; ///< it stands in the page; else the target has it
-
-        static constexpr unsigned kSize = CPacketHeader::Len() + CTraceEnabled::Len();
-        bool overlaps(std::uint64_t from, std::uint64_t to) const {
-            return position != kUnknown64 && from < position + kSize && position < to;
-        }
     };
     const OpenFrame& openFrame() const { return m_frame; }
     void reopenFrame(const OpenFrame& frame) { m_frame = frame; }
@@ -111,8 +102,6 @@ private:
     char* at(unsigned offset) { return m_page + offset; }
     /// Puts a packet on the page; the texts are for the message log.
     bool write(CPacket* packet, const char* noRoom, const char* notChecked);
-    template <class Context> bool insert(tagTCode code, const Context& context, const char* failure);
-    unsigned syncSize() const;
     bool breakPage();
     /// Offers the target what it does not have yet; false, with a report, when it does not take exactly that.
     bool handOver(const char* operation, unsigned& written);
@@ -131,12 +120,7 @@ private:
     std::optional<CTraceAutoBuffer> m_ownPage;
     char* m_page;
     CTraceSinkBuffer* m_target;
-    CCoreContext m_core;
-    CBusContext m_bus;
-    CSystemContext m_system;
-    bool m_coreKnown = false;
-    bool m_busKnown = false;
-    bool m_systemKnown = false;
+    CContexts m_contexts;
     OpenFrame m_frame;
 };
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 namespace Quorvex::test {
 namespace {
@@ -72,7 +73,10 @@ TEST(RelativePackets, StandForTheLastSyncPacketOfTheirSortAndNothingElse) {
         const PacketPointer packet = packetOf(bytes(wire));
         ASSERT_TRUE(packet) << wire;
         const unsigned code = codeOf(bytes(wire));
-        EXPECT_EQ(contexts.note(*packet), (code == Sync || code == BusSync || code == SystemSync));
+        const bool isSync = code == Sync || code == BusSync || code == SystemSync;
+        EXPECT_FALSE(contexts.repeats(*packet)) << wire;
+        EXPECT_EQ(contexts.note(*packet), isSync);
+        EXPECT_EQ(contexts.repeats(*packet), isSync) << wire;
         EXPECT_EQ(told(contexts, *packet), expected) << wire;
         // A packet that is made absolute tells the same by itself.
         const PacketPointer absolute(contexts.absolute(*packet));
@@ -80,15 +84,62 @@ TEST(RelativePackets, StandForTheLastSyncPacketOfTheirSortAndNothingElse) {
             << wire;
         if (absolute) {
             EXPECT_EQ(told(CContexts(), *absolute), expected) << wire;
+            const PacketPointer relative(contexts.relative(*absolute));
+            EXPECT_TRUE(contexts.reaches(*absolute) && relative && wireOf(*relative) == bytes(wire)) << wire;
         }
     }
     EXPECT_EQ(contexts.core(), CCoreContext(0x1122, 1, 2, 0x3344));
     EXPECT_EQ(contexts.bus(), CBusContext(0x1133, 3, 4));
     EXPECT_EQ(contexts.system(), CSystemContext(0x1144, 5, 6));
+    char room[26];
+    for (const auto& [sort, wire] : {std::pair{ContextSort::Core, kSync},
+                                     {ContextSort::Bus, kBusSync},
+                                     {ContextSort::System, kSystemSync},
+                                     {ContextSort::None, std::string()}}) {
+        const std::string told = bytes(wire);
+        const PacketPointer sync(contexts.sync(sort));
+        EXPECT_EQ(sync ? hex(wireOf(*sync)) : "", hex(told));
+        EXPECT_EQ(hex({room, contexts.writeSync(sort, room, sizeof room)}), hex(told));
+        EXPECT_TRUE(wire.empty() || contexts.writeSync(sort, room, unsigned(told.size()) - 1) == 0);
+        EXPECT_EQ(contexts.knows(sort), !wire.empty());
+    }
+    EXPECT_EQ(contexts.syncSize(), 26U + 18U + 18U);
     contexts.forget();
+    EXPECT_TRUE(contexts.syncSize() == 0 && !contexts.knows(ContextSort::Core));
     EXPECT_EQ(contexts.core(), CCoreContext());
     EXPECT_EQ(contexts.bus(), CBusContext());
     EXPECT_EQ(contexts.system(), CSystemContext());
+}
+
+TEST(References, TakeWhatTheyDoNotReach) {
+    const std::string exec = " 18 2211000000000000 01000000 02000000 4433000000000000";
+    const std::tuple<std::string, bool, std::string> packets[] = {
+        {"10" + exec, true, "00 02 00 00"}, // the reference itself
+        {"10 18 ff11000000000000 01000000 02000000 0033000000000000", true, "00 02 dd 44"},
+        {"10 18 0012000000000000 01000000 02000000 4433000000000000", false, ""},
+        {"10 18 2211000000000000 01000000 03000000 4433000000000000", false, ""},
+        {"7b" + exec, false, ""}, // has no relative form
+        {"00 02 00 00", false, ""},
+        {"7c 00", false, ""},
+    };
+    for (const auto& [wire, isReached, relative] : packets) {
+        CContexts contexts;
+        EXPECT_TRUE(contexts.note(Sync, bytes(kSync).data() + 2, 24));
+        const PacketPointer packet = packetOf(bytes(wire));
+        ASSERT_TRUE(packet) << wire;
+        EXPECT_EQ(contexts.repeats(*packet), relative == "00 02 00 00") << wire;
+        EXPECT_EQ(contexts.reaches(*packet), isReached) << wire;
+        EXPECT_EQ(PacketPointer(contexts.relative(*packet)) != nullptr, isReached) << wire;
+        if (isReached) {
+            EXPECT_EQ(hex(wireOf(*PacketPointer(contexts.relative(*packet)))), hex(bytes(relative)));
+        }
+        const bool hasSort = wire.starts_with("10");
+        EXPECT_EQ(contexts.adopt(*packet), hasSort) << wire;
+        EXPECT_EQ(contexts.repeats(*packet), hasSort) << wire;
+    }
+    CContexts contexts;
+    EXPECT_FALSE(contexts.note(Sync, bytes(kSync).data() + 2, 23) || contexts.note(Event, bytes(kSync).data() + 2, 24));
+    EXPECT_EQ(contexts.syncSize(), 0U);
 }
 
 } // namespace

@@ -31,14 +31,14 @@ void expectPackets(const std::string& trace, const std::vector<std::string>& pac
 // at each place around the end of a block.
 TEST(PlainReader, KeepsADefinitionAndItsNameTogetherAcrossTheEndOfABlock) {
     std::string fills;
-    while (fills.size() + 2000 < kPageSize)
+    while (fills.size() + 2000 < kBlockSize)
         fills += fillOf(255);
     for (const unsigned length : {0U, 1U, 254U, 255U, 256U, 520U}) {
         CFunctionDefine define = named(length);
         const std::string middle = wireOf(define);
         for (std::size_t overlap = 0; overlap <= middle.size() + 3; ++overlap) {
             std::string trace = fills;
-            while (const std::size_t left = kPageSize - overlap - trace.size())
+            while (const std::size_t left = kBlockSize - overlap - trace.size())
                 trace += fillOf(left == 256 ? 100 : std::min<std::size_t>(left, 255));
             const std::vector<std::string> packets = packetsIn(trace + middle + bytes("7c 00"));
             ASSERT_EQ(Steps(packets.end() - 2, packets.end()), (Steps{middle, bytes("7c 00")})) << overlap;
@@ -47,7 +47,7 @@ TEST(PlainReader, KeepsADefinitionAndItsNameTogetherAcrossTheEndOfABlock) {
 }
 
 TEST(PlainReader, ReadsANameThatNoBlockCanHold) {
-    for (const unsigned length : {kPageSize - 300, kPageSize, 3 * kPageSize + 17}) {
+    for (const unsigned length : {kBlockSize - 300, kBlockSize, 3 * kBlockSize + 17}) {
         CFunctionDefine define = named(length);
         CSync sync;
         const std::vector<std::string> packets{wireOf(sync), wireOf(define), wireOf(sync), bytes("7c 00")};
@@ -79,7 +79,7 @@ TEST(PlainReader, StaysAtTheStartOfACutPacket) {
 // Wherever the block ends, and for names that no block can hold.
 TEST(PlainReader, HandsOutADefinitionWithTheTextThatIsWholeWhereTheTraceEnds) {
     std::string fills;
-    while (fills.size() < kPageSize)
+    while (fills.size() < kBlockSize)
         fills += fillOf(256);
     const auto check = [&](const std::string& before, std::size_t fullTexts, std::size_t cut) {
         CFunctionDefine define = named(255 * fullTexts);
@@ -99,8 +99,8 @@ TEST(PlainReader, HandsOutADefinitionWithTheTextThatIsWholeWhereTheTraceEnds) {
     for (const std::size_t cut : {0, 1, 2, 3, 256}) {
         for (const std::size_t fullTexts : {0, 1, 2}) {
             check("", fullTexts, cut);
-            check(fills.substr(0, kPageSize - 256), fullTexts, cut);
-            check(fills.substr(0, kPageSize - 512), fullTexts, cut);
+            check(fills.substr(0, kBlockSize - 256), fullTexts, cut);
+            check(fills.substr(0, kBlockSize - 512), fullTexts, cut);
         }
         for (const std::size_t fullTexts : {1018, 1019, 1020, 1021, 3000}) // a block holds 1019 and a bit
             check("", fullTexts, cut);

@@ -16,7 +16,7 @@ TEST(PlainWriter, NeverFillsItsBlockToTheLastByte) {
         writer.put(&fill);
     EXPECT_EQ(sink.operations.front(), "write 0 261888");
     EXPECT_EQ(writer.out_size(), 256U);
-    EXPECT_FALSE(writer.put(PacketPointer(new CFunctionDefine(named(kPageSize))).get()) || writer.put(nullptr));
+    EXPECT_FALSE(writer.put(PacketPointer(new CFunctionDefine(named(kBlockSize))).get()) || writer.put(nullptr));
     writer.flush();
     EXPECT_EQ(sink.bytes.size(), 1024 * 256U);
 }
@@ -49,7 +49,7 @@ TEST(PlainWriter, ForwardsAListWhollyOrNotAtAllUnlessSomeHasGoneOut) {
     MemorySink sink;
     CTraceWriterPlain writer(sink);
     sink.refuse = true; // so that the flush for the oversize one moves nothing
-    std::list<CPacket*> packets{new CFill(1), nullptr, new CFill(2), new CFunctionDefine(named(kPageSize))};
+    std::list<CPacket*> packets{new CFill(1), nullptr, new CFill(2), new CFunctionDefine(named(kBlockSize))};
     EXPECT_FALSE(writer.forward(packets));
     EXPECT_EQ(packets.size(), 4U);
     EXPECT_EQ(writer.out_size(), 0U) << "nothing is written twice on a retry";

@@ -3,9 +3,9 @@
 #include "TraceInput.h"
 #include "Unpaged.h"
 #include "Verbs.h"
-#include "quorvex/packets/ContextStub.h"
 #include "quorvex/packets/KindFacts.h"
-#include "quorvex/platform/LittleEndian.h"
+#include "quorvex/stream/Contexts.h"
+#include "quorvex/stream/OpenFrame.h"
 #include "quorvex/stream/TraceCompressor.h"
 #include "quorvex/stream/TraceDecompressor.h"
 #include "quorvex/stream/TraceSinkBufferStream.h"
@@ -14,8 +14,8 @@
 
 #include <fmt/format.h>
 
-#include <array>
 #include <memory>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -53,34 +53,31 @@ public:
     explicit FrameWriter(CTraceSinkBuffer& target) : CTraceWriterPlain(target), m_sink(target) {}
 
     bool put(CPacket* packet) override {
-        const std::uint64_t position = tellp();
         const auto* enabled = packetAs<CTraceEnabled>(*packet);
         const bool told = enabled && enabled->FrameLen() != kUnknown64;
+        const auto frame = told ? OpenFrame(tellp(), *enabled) : OpenFrame();
         if (told)
             static_cast<CTraceEnabled*>(packet)->FrameLen(kUnknown64);
         if (!CTraceWriterPlain::put(packet))
             return false;
         if (enabled)
-            m_frame = told ? position : kUnknown64;
-        else if (packet->TraceCode() == TraceDisabled && m_frame != kUnknown64)
+            m_frame = frame;
+        else if (packet->TraceCode() == TraceDisabled && m_frame)
             closeFrame();
         return true;
     }
 
 private:
+    using OpenFrame = Quorvex::detail::OpenFrame;
+
     void closeFrame() {
-        static constexpr unsigned kLengthAt = 6; // behind the header and the version
-        char bytes[sizeof(std::uint64_t)];
-        storeLittleEndian(bytes, tellp() - m_frame);
         flush();
-        unsigned written = 0;
-        if (m_sink.write(bytes, sizeof bytes, m_frame + kLengthAt, written))
-            m_sink.write(bytes, 0, tellp(), written);
-        m_frame = kUnknown64;
+        m_frame.closeIn(m_sink, m_frame.closed(tellp()), tellp());
+        m_frame = OpenFrame();
     }
 
     CTraceSinkBuffer& m_sink;
-    std::uint64_t m_frame = kUnknown64; ///< where the frame that is open began
+    OpenFrame m_frame;
 };
 
 /// A trace in absolute form. A sync packet that told a relative packet its context, which that packet now carries
@@ -97,7 +94,8 @@ public:
                 m_held.reset();
             if (packet && sortOfSync(packet->TraceCode()) != ContextSort::None) {
                 std::swap(m_held, packet);
-                m_needed = note(*m_held);
+                m_needed = !m_contexts.reaches(*m_held);
+                m_contexts.note(*m_held);
                 if (packet)
                     return packet;
             } else if (m_held) {
@@ -114,35 +112,8 @@ private:
     /// Whether the packet was relative, could not have been told without the sync packet that is held, and repeats its
     /// context.
     bool carries(const CPacket& packet) const {
-        const ContextSort sort = sortOfRelative(m_source.lastCode());
-        if (!m_needed || sort != sortOfSync(m_held->TraceCode()))
-            return false;
-        switch (sort) {
-        case ContextSort::Core:
-            return CContextStub::CoreCtx(&packet) == m_core;
-        case ContextSort::Bus:
-            return CContextStub::BusCtx(&packet) == m_bus;
-        case ContextSort::System:
-            return CContextStub::SystemCtx(&packet) == m_system;
-        case ContextSort::None:
-            break;
-        }
-        return false;
-    }
-
-    /// Takes note of a sync packet; whether its context cannot be told relative to the one before.
-    bool note(const CPacket& sync) {
-        switch (sortOfSync(sync.TraceCode())) {
-        case ContextSort::Core:
-            return !CRelCoreContext::testRelative(std::exchange(m_core, CContextStub::CoreCtx(&sync)), m_core);
-        case ContextSort::Bus:
-            return !CRelBusContext::testRelative(std::exchange(m_bus, CContextStub::BusCtx(&sync)), m_bus);
-        case ContextSort::System:
-            return !CRelSystemContext::testRelative(std::exchange(m_system, CContextStub::SystemCtx(&sync)), m_system);
-        case ContextSort::None:
-            break;
-        }
-        return false;
+        return m_needed && sortOfRelative(m_source.lastCode()) == sortOfSync(m_held->TraceCode()) &&
+               m_contexts.repeats(packet);
     }
 
     Unpaged& m_source;
@@ -151,46 +122,35 @@ private:
     PacketPointer m_ahead; ///< the packet behind it
     bool m_needed = false;
     bool m_ended = false;
-    CCoreContext m_core;
-    CBusContext m_bus;
-    CSystemContext m_system;
+    CContexts m_contexts;
 };
-
-/// By sort of context, whether there has been a sync packet.
-using Known = std::array<bool, 4>;
 
 /// A trace with its packets as they are. Behind another one, relative packets before the first sync packet would change
 /// their meaning: the unknown context that they are relative to is restated for them.
 class SameForm {
 public:
-    /// `before` tells of the traces before this one, and gets what this one adds.
-    SameForm(Unpaged& source, Known& before) : m_source(source), m_before(before) {}
-    ~SameForm() {
-        for (std::size_t sort = 0; sort < m_here.size(); ++sort)
-            m_before[sort] = m_before[sort] || m_here[sort];
-    }
+    /// `written` is what the traces before this one have told, and gets what this one tells.
+    SameForm(Unpaged& source, CContexts& written) : m_source(source), m_written(written) {}
 
     PacketPointer next() {
-        if (m_ahead)
-            return std::move(m_ahead);
-        PacketPointer packet(m_source.get());
+        PacketPointer packet = m_ahead ? std::move(m_ahead) : PacketPointer(m_source.get());
         if (!packet)
             return nullptr;
-        if (const ContextSort sort = sortOfSync(packet->TraceCode()); sort != ContextSort::None)
-            m_here[std::size_t(sort)] = true;
         const ContextSort sort = sortOfRelative(packet->TraceCode());
-        if (!m_before[std::size_t(sort)] || std::exchange(m_here[std::size_t(sort)], true))
-            return packet;
-        m_ahead = std::move(packet);
-        return PacketPointer(CPacketFactory::getCPacket(sort == ContextSort::Core  ? Sync
-                                                        : sort == ContextSort::Bus ? BusSync
-                                                                                   : SystemSync));
+        if (m_written.knows(sort) && !m_here.knows(sort)) {
+            m_ahead = std::exchange(packet, PacketPointer(m_here.sync(sort)));
+            if (!packet)
+                throw std::bad_alloc();
+        }
+        m_here.note(*packet);
+        m_written.note(*packet);
+        return packet;
     }
 
 private:
     Unpaged& m_source;
-    Known& m_before;
-    Known m_here{};
+    CContexts& m_written;
+    CContexts m_here;
     PacketPointer m_ahead;
 };
 
@@ -221,7 +181,7 @@ public:
             if (m_options.absolute || m_options.relative)
                 writeAll(input, AbsoluteForm(source));
             else
-                writeAll(input, SameForm(source, m_known));
+                writeAll(input, SameForm(source, m_written));
             m_bytes += input.size();
             if (const ExitCode damage = input.reportDamage(); damage != Done)
                 exitCode = damage;
@@ -265,7 +225,7 @@ private:
     std::optional<CTraceCompressor> m_compressor;
     CTraceSinkEx* m_writer = nullptr;     ///< what writes to the sink
     CTraceSinkEx* m_packetSink = nullptr; ///< what takes the packets
-    Known m_known{};
+    CContexts m_written;
     std::uint64_t m_packets = 0;
     std::uint64_t m_bytes = 0;
 };
