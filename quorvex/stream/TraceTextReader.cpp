@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <istream>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -23,8 +24,6 @@ namespace {
 constexpr std::size_t kLongestLine = 0x4000;
 /// How much of a wrong cell is quoted.
 constexpr std::size_t kLongestQuote = 40;
-
-constexpr std::string_view kNameOfKind = "the name of a kind of packet";
 
 /// Some editors begin a text with it.
 constexpr std::string_view kUtf8Mark = "\xef\xbb\xbf";
@@ -129,26 +128,23 @@ public:
     bool atEnd() const { return m_ended; }
     /// The next cell, not taken; at the end of the row, an empty one there.
     std::string_view peek() const { return m_ended ? m_rest : m_rest.substr(0, m_rest.find('\t')); }
-    /// The cell behind that.
-    std::string_view peekSecond() const {
-        Cells behind(*this);
-        behind.take();
-        return behind.peek();
-    }
     std::string_view take() {
         const std::string_view cell = peek();
         m_ended = m_ended || cell.size() == m_rest.size();
         m_rest.remove_prefix(std::min(cell.size() + 1, m_rest.size()));
         return cell;
     }
-    /// The name of the row's kind, behind the offset and the description that may stand before it.
-    std::string_view takeName() {
+    /// The row's kind, by its name, behind the offset and the description that may stand before it. Invalid when there
+    /// is no such kind; then `name` is the cell that should have told it.
+    tagTCode takeKind(std::string_view& name) {
         const std::string_view first = trimmed(peek());
         if (first == keywords::kInvalid || first.starts_with(keywords::kHexPrefix))
             take();
-        if (codeOf(trimmed(peek())) == Invalid && codeOf(trimmed(peekSecond())) != Invalid)
-            take();
-        return take();
+        name = take();
+        tagTCode code = codeOf(trimmed(name));
+        if (code == Invalid && (code = codeOf(trimmed(peek()))) != Invalid)
+            name = take();
+        return code;
     }
 
 private:
@@ -302,7 +298,14 @@ private:
     std::string& m_bytes;
 };
 
+TraceTextReader::TraceTextReader(std::istream& stream)
+    : m_stream(stream), m_block(kLongestLine), m_models(UINT8_MAX + 1) {}
+
 TraceTextReader::~TraceTextReader() = default;
+
+bool TraceTextReader::good() {
+    return !m_eot && (m_ahead.code != Invalid || m_stream.good());
+}
 
 void TraceTextReader::clear() {
     m_eot = false;
@@ -348,7 +351,7 @@ CPacket* TraceTextReader::get() {
     if (peek() == Invalid)
         return nullptr;
     const tagTCode code = m_ahead.code;
-    std::string bytes = std::move(m_ahead.bytes);
+    m_bytes.swap(m_ahead.bytes);
     readRow();
     // The texts behind a packet are part of it, as long as they go on: an empty one in the first place says nothing.
     bool open = isFollowedByText(code);
@@ -357,68 +360,65 @@ CPacket* TraceTextReader::get() {
     while (open && m_ahead.code == CharString && m_ahead.belongs && !(first && length() == 0)) {
         open = length() == kCharStringMax;
         first = false;
-        bytes += m_ahead.bytes;
+        m_bytes += m_ahead.bytes;
         readRow();
     }
     // A text whose rest is lost ends where it was lost.
     if (open && !first) {
         CCharString end;
         char terminator[CPacketHeader::Len()];
-        bytes.append(terminator, end.write(terminator, sizeof terminator));
+        m_bytes.append(terminator, end.write(terminator, sizeof terminator));
     }
     unsigned consumed = 0;
-    CPacket* packet = CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), consumed);
+    CPacket* packet = CPacketFactory::getCPacket(m_bytes.data(), static_cast<unsigned>(m_bytes.size()), consumed);
     m_eot = m_eot || code == EndOfTrace;
     return packet;
 }
 
 bool TraceTextReader::readRow() {
-    bool damaged = false;
-    m_ahead = Row();
+    m_ahead.code = Invalid;
+    m_ahead.belongs = true;
     while (readLine()) {
         if (isDecoration())
             continue;
         try {
-            Row row;
-            parse(row);
-            if (damaged && row.code == CharString)
+            const tagTCode code = parse(m_ahead.bytes);
+            if (code == CharString && !m_ahead.belongs)
                 throw Wrong{m_line, "a packet that the text can belong to"};
-            row.belongs = !damaged;
-            m_ahead = std::move(row);
+            m_ahead.code = code;
             return true;
         } catch (const Wrong& wrong) {
             report(wrong);
-            damaged = true;
+            m_ahead.belongs = false;
         }
     }
     return false;
 }
 
 bool TraceTextReader::readLine() {
-    m_line.resize(kLongestLine);
-    attempt([&] { return m_stream.getline(m_line.data(), static_cast<std::streamsize>(m_line.size())).good(); });
+    m_line = {};
+    attempt([&] { return m_stream.getline(m_block.data(), static_cast<std::streamsize>(m_block.size())).good(); });
     const auto taken = static_cast<std::size_t>(m_stream.gcount());
     m_position += taken;
     m_wholeLine = true;
-    if (m_stream.fail() && taken + 1 == m_line.size()) {
+    if (m_stream.fail() && taken + 1 == m_block.size()) {
         attempt([&] {
             m_stream.clear(m_stream.rdstate() & ~std::ios::failbit);
             return m_stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n').good();
         });
         m_position += static_cast<std::uint64_t>(m_stream.gcount());
         m_wholeLine = false;
-        m_line.resize(taken);
+        m_line = {m_block.data(), taken};
     } else if (taken == 0) {
-        m_line.clear();
         return false;
     } else {
-        m_line.resize(m_stream.eof() ? taken : taken - 1); // the line's end counts as taken
+        m_line = {m_block.data(), m_stream.eof() ? taken : taken - 1}; // the line's end counts as taken
     }
     ++m_lineNumber;
     if (m_line.ends_with('\r'))
-        m_line.pop_back();
+        m_line.remove_suffix(1);
     if (m_lineNumber == 1 && m_line.starts_with(kUtf8Mark))
-        m_line.erase(0, kUtf8Mark.size());
+        m_line.remove_prefix(kUtf8Mark.size());
     return true;
 }
 
@@ -441,7 +441,8 @@ bool TraceTextReader::looksLikeTable(std::string_view start) {
             return false;
         if (line.starts_with('\t')) {
             Cells cells(line);
-            if (codeOf(trimmed(cells.takeName())) != Invalid && lengthOf(trimmed(cells.take())))
+            std::string_view name;
+            if (cells.takeKind(name) != Invalid && lengthOf(trimmed(cells.take())))
                 return true;
         } else if (!isFirst && !trimmed(line).empty()) {
             return false;
@@ -450,57 +451,69 @@ bool TraceTextReader::looksLikeTable(std::string_view start) {
     return false;
 }
 
-void TraceTextReader::parse(Row& row) const {
+tagTCode TraceTextReader::parse(std::string& bytes) {
     if (!m_wholeLine)
-        throw Wrong{std::string_view(m_line).substr(m_line.size()), "the end of the row"};
+        throw Wrong{m_line.substr(m_line.size()), "the end of the row"};
     if (!m_line.starts_with('\t'))
         throw Wrong{m_line, "a row, which begins with a tab"};
     Cells cells(m_line);
-    const std::string_view name = cells.takeName();
-    const tagTCode code = codeOf(trimmed(name));
+    std::string_view name;
+    const tagTCode code = cells.takeKind(name);
     if (code == Invalid)
-        throw Wrong{name, std::string(kNameOfKind)};
+        throw Wrong{name, "the name of a kind of packet"};
     const std::string_view lengthCell = cells.take();
-    const auto told = lengthOf(trimmed(lengthCell));
-    if (!told)
+    const auto length = lengthOf(trimmed(lengthCell));
+    if (!length)
         throw Wrong{lengthCell, "the length of the payload, at most 255"};
-    const std::uint8_t length = *told;
 
-    CPacketHeader header(code, length);
-    row.code = code;
-    row.bytes.resize(CPacketHeader::Len());
-    header.write(row.bytes.data(), CPacketHeader::Len());
+    bytes.resize(CPacketHeader::Len());
     if (code == CharString) {
-        // The cell ends with a blank of its own. Other blanks at the end are the text's, unless an editor took them.
-        std::string_view text = cells.take();
-        std::string bytes = reversedBytes(trimmed(text), length);
-        if (text.size() > length && text.ends_with(' '))
-            text.remove_suffix(1);
-        if (bytes.empty() && text.size() == length)
-            bytes = text;
-        if (bytes.size() != length)
-            throw Wrong{text, "a text of " + bytesWord(length) + ", or 0x and their hexadecimal digits"};
-        row.bytes += bytes;
+        appendText(cells, *length, bytes);
     } else {
-        const char zeros[UINT8_MAX] = {};
-        unsigned consumed = 0;
-        std::unique_ptr<CPacket> like;
-        try {
-            like.reset(CPacketFactory::getCPacket(header, zeros, length, consumed));
-        } catch (const CQVXException&) {
-        }
-        if (!like || consumed != length)
+        const CPacket* model = modelOf(code, *length);
+        if (!model)
             throw Wrong{lengthCell, "a length that the payload of this kind can have"};
-        Encoder encoder(cells, row.bytes);
-        visitKind(*like, [&encoder](const auto& kind) { kind.visitParts(encoder); });
-        // A short trace-enabled packet is written with all its fields, so its length has to tell them.
-        row.bytes[1] = static_cast<char>(row.bytes.size() - CPacketHeader::Len());
+        Encoder encoder(cells, bytes);
+        visitKind(*model, [&encoder](const auto& kind) { kind.visitParts(encoder); });
     }
+    // A short trace-enabled packet is written with all its fields, so its length has to tell them.
+    CPacketHeader(code, static_cast<std::uint8_t>(bytes.size() - CPacketHeader::Len()))
+        .write(bytes.data(), CPacketHeader::Len());
     while (!cells.atEnd()) {
         const std::string_view more = cells.take();
         if (!trimmed(more).empty())
             throw Wrong{more, "the end of the row"};
     }
+    return code;
+}
+
+void TraceTextReader::appendText(Cells& cells, std::size_t length, std::string& bytes) {
+    // The cell ends with a blank of its own. Other blanks at the end are the text's, unless an editor took them.
+    std::string_view text = cells.take();
+    const std::string shown = reversedBytes(trimmed(text), length);
+    if (text.size() > length && text.ends_with(' '))
+        text.remove_suffix(1);
+    const std::string_view told = shown.empty() && text.size() == length ? text : shown;
+    if (told.size() != length)
+        throw Wrong{text, "a text of " + bytesWord(length) + ", or 0x and their hexadecimal digits"};
+    bytes += told;
+}
+
+const CPacket* TraceTextReader::modelOf(tagTCode code, std::uint8_t length) {
+    auto& [packet, lengthOfPacket] = m_models[code];
+    if (packet && lengthOfPacket == length)
+        return packet.get();
+    const char zeros[UINT8_MAX] = {};
+    unsigned consumed = 0;
+    packet.reset();
+    lengthOfPacket = length;
+    try {
+        packet.reset(CPacketFactory::getCPacket(CPacketHeader(code, length), zeros, length, consumed));
+    } catch (const CQVXException&) {
+    }
+    if (consumed != length)
+        packet.reset();
+    return packet.get();
 }
 
 void TraceTextReader::report(const Wrong& wrong) {

@@ -5,9 +5,11 @@
 #include "quorvex/stream/TraceSource.h"
 
 #include <cstdint>
-#include <istream>
+#include <iosfwd>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Quorvex {
 
@@ -22,7 +24,8 @@ namespace Quorvex {
 ///
 /// A row that is wrong is skipped: it is counted, and the message log is told where it is, what was expected there and
 /// what was found. CharString rows directly behind it belong to nothing that is left and are skipped with it, counted
-/// too. The stream must outlive the reader; memory holds a line and a packet with its text.
+/// too. The stream must outlive the reader; memory holds a line, a packet with its text, and a small packet of each
+/// kind.
 class QUORVEX_API TraceTextReader : public CTraceSource {
 public:
     /// A row that could not be read.
@@ -33,12 +36,12 @@ public:
     };
 
     /// What the stream throws is caught, and is its end.
-    explicit TraceTextReader(std::istream& stream) : m_stream(stream) {}
+    explicit TraceTextReader(std::istream& stream);
     TraceTextReader(const TraceTextReader&) = delete;
     TraceTextReader& operator=(const TraceTextReader&) = delete;
     virtual ~TraceTextReader();
 
-    bool good() override { return !m_eot && (m_ahead.code != Invalid || m_stream.good()); }
+    bool good() override;
     bool eot() override { return m_eot; }
     void clear() override;
     /// Bytes of the text; 0 where the stream cannot tell.
@@ -63,7 +66,12 @@ private:
     struct Row {
         tagTCode code = Invalid;
         std::string bytes;
-        bool belongs = false; ///< nothing unreadable stands between it and the row before
+        bool belongs = true; ///< nothing unreadable stands between it and the row before
+    };
+    /// A packet that tells the types and widths of the fields of a row.
+    struct Model {
+        std::unique_ptr<CPacket> packet;
+        std::uint8_t length = 0;
     };
     struct Wrong;
     class Cells;
@@ -75,16 +83,22 @@ private:
     bool readLine();
     /// Whether the line is none of the table's rows: a title, a head, or empty.
     bool isDecoration() const;
-    /// Makes the row of the line; throws Wrong.
-    void parse(Row& row) const;
+    /// Puts the packet of the line into bytes; throws Wrong.
+    tagTCode parse(std::string& bytes);
+    static void appendText(Cells& cells, std::size_t length, std::string& bytes);
+    /// The model of rows of that kind and length; null when the kind cannot have it.
+    const CPacket* modelOf(tagTCode code, std::uint8_t length);
     void report(const Wrong& wrong);
 
     std::istream& m_stream;
-    std::string m_line;
+    std::vector<char> m_block; ///< where the line stands
+    std::string_view m_line;
     std::uint64_t m_lineNumber = 0;
     std::uint64_t m_position = 0;
     Row m_ahead;
-    bool m_wholeLine = true; ///< the line's end has been seen
+    std::string m_bytes;         ///< of the packet that is handed out
+    std::vector<Model> m_models; ///< the last that was asked for of each kind, by its code
+    bool m_wholeLine = true;     ///< the line's end has been seen
     bool m_eot = false;
     std::uint64_t m_errors = 0;
     Error m_firstError;

@@ -25,6 +25,13 @@ std::string counts(const char* text, unsigned written, unsigned requested) {
     return text + (" (" + std::to_string(written)) + "/" + std::to_string(requested) + ").";
 }
 
+/// Whether a CharString packet begins there.
+bool beginsText(CTraceSourceBuffer& source, std::uint64_t position) {
+    char code = 0;
+    unsigned got = 0;
+    return source.read(&code, 1, position, got) && static_cast<unsigned char>(code) == CharString;
+}
+
 } // namespace
 
 CTraceWriterPaged::CTraceWriterPaged(CTraceSinkBuffer& target)
@@ -310,31 +317,27 @@ bool CTraceWriterPaged::put(CTraceSourceBuffer& source) {
     return true;
 }
 
+unsigned CTraceWriterPaged::takeIn(CTraceSourceBuffer& source, std::uint64_t position, unsigned count) {
+    unsigned sum = 0;
+    for (unsigned got = 0; sum < count && source.read(at(m_fill + sum), count - sum, position + sum, got) && got > 0;)
+        sum += got;
+    return sum;
+}
+
 const char* CTraceWriterPaged::copyChunk(CTraceSourceBuffer& source, std::uint64_t& position, std::uint64_t total) {
     static constexpr const char* kCut =
         "Error: Could not process current message. Assuming packet is not in buffer completely!";
-    static constexpr const char* kNoPage = "Error: Page could not be filled and written to target buffer!";
 
     if (total - position < CPacketHeader::Len())
         return kCut;
     if (remain() < CPacketHeader::Len() && (!breakPage() || remain() < CPacketHeader::Len()))
         return "Error: Failed to flush current buffer content. Not enough space available!";
-
     const unsigned wanted = static_cast<unsigned>(std::min<std::uint64_t>(remain(), total - position));
-    unsigned left = 0;
-    for (unsigned got = 0; left < wanted; left += got) {
-        if (!source.read(at(m_fill + left), wanted - left, position + left, got))
-            break;
-    }
+    unsigned left = takeIn(source, position, wanted);
     if (left == 0)
         return "Error: Could not read from source buffer!";
     // Less than asked for means that the source ends before its size.
     const bool atEnd = left < wanted || position + left == total;
-    const auto textFollows = [&](std::uint64_t at) {
-        char next = 0;
-        unsigned got = 0;
-        return source.read(&next, 1, at, got) && static_cast<unsigned char>(next) == CharString;
-    };
 
     while (left >= CPacketHeader::Len()) {
         CPacketHeader header;
@@ -343,10 +346,12 @@ const char* CTraceWriterPaged::copyChunk(CTraceSourceBuffer& source, std::uint64
         const unsigned size = sizeOfPacket(header, at(m_fill), left, open);
         if (size > left && atEnd)
             return kCut;
-        const bool whole = size <= left && !(open && !atEnd && textFollows(position + size));
-        if (!whole || !pages::fits(size, m_fill)) {
+        const bool isWhole = size <= left && (atEnd || !open || !beginsText(source, position + size));
+        if (!isWhole || !pages::fits(size, m_fill)) {
             // It is read again at the start of the next page. On a page that holds no other packet, none is larger.
-            return m_fill > m_contexts.syncSize() && breakPage() ? nullptr : kNoPage;
+            return m_fill > m_contexts.syncSize() && breakPage()
+                       ? nullptr
+                       : "Error: Page could not be filled and written to target buffer!";
         }
         if (!process(header))
             return kCut;

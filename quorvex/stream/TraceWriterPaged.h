@@ -108,6 +108,8 @@ private:
     void closeFrame(unsigned sizeOfDisabled);
     /// Looks after the open frame when the page is cut back to that many bytes.
     void dropFrameBehind(unsigned fill);
+    /// Reads up to that many bytes behind what the page holds; how many there were.
+    unsigned takeIn(CTraceSourceBuffer& source, std::uint64_t position, unsigned count);
     /// Copies the packets of one read from a raw trace; the failure's text, or null.
     const char* copyChunk(CTraceSourceBuffer& source, std::uint64_t& position, std::uint64_t total);
     /// The sizes behind the virtual operations; `open` tells that a text may go on behind the available bytes.
