@@ -1,6 +1,7 @@
 #pragma once
 
-/// All of the library.
+/// All of the library but the buffers over COM streams, CTraceSinkBufferIStream and its like: whoever uses them
+/// includes their headers, and with them the names of COM.
 
 #include "quorvex/export/BtfWriter.h"
 #include "quorvex/export/PacketDebugger.h"
@@ -37,12 +38,8 @@
 #include "quorvex/stream/TraceQueue.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSinkBufferFile.h"
-#include "quorvex/stream/TraceSinkBufferIStream.h"
-#include "quorvex/stream/TraceSinkBufferIStreamWriter.h"
 #include "quorvex/stream/TraceSinkBufferStream.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
-#include "quorvex/stream/TraceSourceBufferIStream.h"
-#include "quorvex/stream/TraceSourceBufferIStreamReader.h"
 #include "quorvex/stream/TraceSourceBufferStream.h"
 #include "quorvex/stream/TraceTextReader.h"
 #include "quorvex/stream/TraceWriterPaged.h"

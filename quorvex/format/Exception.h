@@ -1,7 +1,7 @@
 #pragma once
 
-#include "quorvex/platform/Com.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/HResult.h"
 
 #include <exception>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "quorvex/platform/Com.h"
+#include "quorvex/platform/Bstr.h"
 #include "quorvex/platform/Export.h"
 
 #include <deque>

@@ -1,6 +1,7 @@
 #include "quorvex/instrument/InstrumentingStream.h"
 
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/instrument/ThreadInstanceMap.h"
 #include "quorvex/packets/MessagePackets.h"
 #include "quorvex/packets/SoftwareObjectPackets.h"
 #include "quorvex/packets/TraceControlPackets.h"
@@ -133,7 +134,7 @@ struct CQVXInstrumentingStream::Registry {
             for (const auto& [thread, stream] : all)
                 stream->m_closed.store(true);
             platform::barrierOnAllThreads();
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kExitWait_ms);
+            const std::uint64_t deadline = platform::counterTick() + platform::counterFrequency() / 1000 * kExitWait_ms;
             std::erase_if(all, [deadline](const auto& entry) {
                 const bool done = entry.second->retire(deadline);
                 if (done)
@@ -222,8 +223,6 @@ private:
     bool m_granted = false;
 };
 
-// --- the streams of the process ---------------------------------------------------------------------------------
-
 CQVXInstrumentingStream* CQVXInstrumentingStream::get_Instance() {
     if (t_stream)
         return t_stream->m_closed.load(std::memory_order_relaxed) ? nullptr : t_stream;
@@ -274,8 +273,6 @@ void CQVXInstrumentingStream::threadEnded(void* value) {
     registry.streams.unlock();
 }
 
-// --- the trace --------------------------------------------------------------------------------------------------
-
 CQVXInstrumentingStream::CQVXInstrumentingStream(unsigned thread)
     : CTraceWriterPaged(m_file, PageElsewhere()),
       m_context(kUnknown64, 0, thread, kUnknown64),
@@ -302,12 +299,8 @@ CQVXInstrumentingStream::~CQVXInstrumentingStream() {
 
 bool CQVXInstrumentingStream::open() {
     std::string directory = platform::environment("QVX_TRACEDIR");
-    for (const char* fallback : {"TEMP", "TMP"}) {
-        if (directory.empty())
-            directory = platform::environment(fallback);
-    }
     if (directory.empty())
-        directory = platform::defaultTemporaryDirectory();
+        directory = platform::temporaryDirectory();
     std::string prefix = platform::environment("QVX_TRACEFILENAME");
     if (prefix.empty())
         prefix = "thread_";
@@ -418,13 +411,13 @@ void CQVXInstrumentingStream::resume() {
     restartPage();
 }
 
-bool CQVXInstrumentingStream::retire(std::chrono::steady_clock::time_point deadline) {
+bool CQVXInstrumentingStream::retire(std::uint64_t deadline) {
     if (t_stream == this)
         m_inUse = false; // of what a handler has interrupted before it ended the program, nothing goes on
     // A use lasts as long as one packet takes, or one page to the disk. A thread that the system has stopped inside one
     // never ends it: its stream is left as it is.
     while (m_inUse.load()) {
-        if (std::chrono::steady_clock::now() > deadline)
+        if (platform::counterTick() > deadline)
             return false;
         std::this_thread::yield();
     }
@@ -434,8 +427,6 @@ bool CQVXInstrumentingStream::retire(std::chrono::steady_clock::time_point deadl
     close();
     return mayGo;
 }
-
-// --- packets ----------------------------------------------------------------------------------------------------
 
 const CCoreContext& CQVXInstrumentingStream::stamp(CCoreContext& context) {
     context.HWCtx(HWCtxId());

@@ -3,13 +3,11 @@
 #include "quorvex/format/Context.h"
 #include "quorvex/instrument/IdSet.h"
 #include "quorvex/instrument/RecordingFile.h"
-#include "quorvex/instrument/ThreadInstanceMap.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/stream/PageFile.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -144,8 +142,9 @@ private:
     /// itself.
     void park();
     void resume();
-    /// Completes the trace for good, once its thread is not in the middle of a packet. Whether it may be destroyed.
-    bool retire(std::chrono::steady_clock::time_point deadline);
+    /// Completes the trace for good, once its thread is not in the middle of a packet; until `deadline`, a tick of the
+    /// counter, that is waited for. Whether it may be destroyed.
+    bool retire(std::uint64_t deadline);
 
     detail::PageFile m_page;
     CCoreContext m_context;

@@ -1,4 +1,4 @@
-#include "quorvex/platform/Com.h"
+#include "quorvex/platform/Bstr.h"
 
 #include <cstdlib>
 #include <cstring>

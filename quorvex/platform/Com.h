@@ -1,26 +1,17 @@
 #pragma once
 
-/// The COM names that the library's interface uses. On Windows they are the system's own; elsewhere they are declared
-/// here with their usual layout, so that a host reads the same source on every system.
+/// The COM names that the buffers over a host's streams use. On Windows they are the system's own; elsewhere they are
+/// declared here with their usual layout, so that a host reads the same source on every system.
 
+#include "quorvex/platform/Bstr.h"
 #include "quorvex/platform/Export.h"
 
 #include <concepts>
 #include <cstdint>
-#include <new>
-#include <string>
 #include <utility>
 
 #if defined(_WIN32)
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
 #include <objidl.h>
-#include <oleauto.h>
-#include <windows.h>
 
 namespace Quorvex::platform {
 /// The identifier of a COM interface.
@@ -29,35 +20,6 @@ template <class T> const IID& iidOf() {
 }
 } // namespace Quorvex::platform
 #else
-using HRESULT = std::int32_t;
-/// A wide, zero-terminated string whose byte count stands in the four bytes before it; null is the empty string.
-using BSTR = wchar_t*;
-
-constexpr HRESULT S_OK = 0;
-constexpr HRESULT S_FALSE = 1;
-constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001);
-constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002);
-constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80004003);
-constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005);
-constexpr HRESULT E_UNEXPECTED = static_cast<HRESULT>(0x8000FFFF);
-constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000E);
-
-constexpr bool SUCCEEDED(HRESULT result) {
-    return result >= 0;
-}
-constexpr bool FAILED(HRESULT result) {
-    return result < 0;
-}
-
-/// A copy of `count` characters of `text` (zeros for a null `text`); null when memory is short, or the text longer than
-/// the four bytes of its length can tell. Free with SysFreeString.
-QUORVEX_API BSTR SysAllocStringLen(const wchar_t* text, unsigned count);
-/// A copy of `count` bytes, taken as they are; null when memory is short.
-QUORVEX_API BSTR SysAllocStringByteLen(const char* bytes, unsigned count);
-QUORVEX_API void SysFreeString(BSTR text);
-QUORVEX_API unsigned SysStringLen(BSTR text);     ///< characters, 0 for null
-QUORVEX_API unsigned SysStringByteLen(BSTR text); ///< bytes, 0 for null
-
 /// How methods of COM interfaces are called, where the system has several ways.
 #define STDMETHODCALLTYPE
 
@@ -147,51 +109,10 @@ template <> inline const IID& iidOf<IStream>() {
 } // namespace Quorvex::platform
 #endif
 
-/// The system's "disk full" error as an HRESULT.
-constexpr HRESULT kDiskFullResult = static_cast<HRESULT>(0x80070070);
-
 #if defined(_MSC_VER) && __has_include(<atlbase.h>)
 #include <atlbase.h>
 #else
 namespace ATL {
-
-/// What the string layer throws when memory is short, with the HRESULT of that.
-class QUORVEX_API CAtlException : public std::bad_alloc {
-public:
-    explicit CAtlException(HRESULT result) noexcept : m_hr(result) {}
-    ~CAtlException() override;
-    operator HRESULT() const noexcept { return m_hr; }
-
-    HRESULT m_hr;
-};
-
-/// Owns one BSTR. Copies allocate; a failed allocation throws CAtlException(E_OUTOFMEMORY).
-class QUORVEX_API CComBSTR {
-public:
-    CComBSTR() = default;
-    CComBSTR(const wchar_t* text);
-    /// Widens each byte of a narrow text to one character.
-    CComBSTR(const char* text);
-    CComBSTR(int length, const wchar_t* text);
-    CComBSTR(const CComBSTR& other);
-    CComBSTR(CComBSTR&& other) noexcept : m_str(std::exchange(other.m_str, nullptr)) {}
-    CComBSTR& operator=(CComBSTR other) noexcept {
-        std::swap(m_str, other.m_str);
-        return *this;
-    }
-    ~CComBSTR() { SysFreeString(m_str); }
-
-    operator BSTR() const { return m_str; }
-    unsigned Length() const { return SysStringLen(m_str); }
-    unsigned ByteLength() const { return SysStringByteLen(m_str); }
-    BSTR Copy() const;                                      ///< a new string that the caller frees
-    BSTR Detach() { return std::exchange(m_str, nullptr); } ///< gives the string away
-    void Attach(BSTR text);                                 ///< takes the string over
-    void Empty() { Attach(nullptr); }
-    bool operator==(const CComBSTR& other) const;
-
-    BSTR m_str = nullptr;
-};
 
 /// Holds one reference to a COM object, or null.
 template <class T> class QUORVEX_TEMPLATE_API CComPtr {

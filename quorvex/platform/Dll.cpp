@@ -1,7 +1,7 @@
 // The entry points by which Windows registers components in libraries. This one has none: they do nothing. Dll.def
 // exports them.
 
-#include "quorvex/platform/Com.h"
+#include "quorvex/platform/HResult.h"
 
 extern "C" {
 HRESULT __stdcall DllCanUnloadNow() {

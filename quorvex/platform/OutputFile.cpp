@@ -3,6 +3,8 @@
 
 #include "quorvex/platform/OutputFile.h"
 
+#include "quorvex/platform/Files.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -13,14 +15,9 @@
 #include <system_error>
 
 #if defined(_WIN32)
-#include "quorvex/platform/Com.h"
-
-#include <fileapi.h>
-#include <handleapi.h>
 #include <io.h>
 #include <winbase.h>
 #else
-#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -74,11 +71,6 @@ bool OutputFile::failed() {
 
 namespace {
 
-int lastError() {
-    const auto reason = std::error_code(static_cast<int>(GetLastError()), std::system_category());
-    return reason.default_error_condition().value();
-}
-
 FileStatus statusOfHandle(HANDLE handle) {
     FileStatus status;
     BY_HANDLE_FILE_INFORMATION information{};
@@ -90,8 +82,7 @@ FileStatus statusOfHandle(HANDLE handle) {
         }
         status.sort =
             information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY ? FileStatus::Directory : FileStatus::Regular;
-        status.identity = {information.dwVolumeSerialNumber,
-                           std::uint64_t{information.nFileIndexHigh} << 32 | information.nFileIndexLow};
+        status.identity = identityOf(information);
         status.isWritable = !(information.dwFileAttributes & FILE_ATTRIBUTE_READONLY);
         break;
     case FILE_TYPE_CHAR:
@@ -266,7 +257,7 @@ FileStatus statusOf(const struct stat& found) {
                   : S_ISFIFO(found.st_mode) ? FileStatus::Fifo
                   : S_ISDIR(found.st_mode)  ? FileStatus::Directory
                                             : FileStatus::Other;
-    status.identity = {static_cast<std::uint64_t>(found.st_dev), static_cast<std::uint64_t>(found.st_ino)};
+    status.identity = identityOf(found);
     return status;
 }
 

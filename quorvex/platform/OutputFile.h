@@ -1,20 +1,13 @@
 #pragma once
 
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/FileIdentity.h"
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace Quorvex::platform {
-
-/// What tells a file from all others that there are at the moment, whatever names it has.
-struct FileIdentity {
-    std::uint64_t volume = 0;
-    std::uint64_t index = 0;
-    auto operator<=>(const FileIdentity&) const = default;
-};
 
 /// What a path or a descriptor leads to, links followed.
 struct QUORVEX_API FileStatus {

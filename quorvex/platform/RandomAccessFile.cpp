@@ -3,16 +3,13 @@
 
 #include "quorvex/platform/RandomAccessFile.h"
 
+#include "quorvex/platform/Files.h"
+
 #include <cerrno>
 
-#if defined(_WIN32)
-#include "quorvex/platform/Com.h"
-
-#include <system_error>
-#else
+#if !defined(_WIN32)
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 #endif
@@ -22,10 +19,6 @@ namespace Quorvex::platform {
 #if defined(_WIN32)
 
 namespace {
-
-int lastError() {
-    return std::error_code(static_cast<int>(GetLastError()), std::system_category()).default_error_condition().value();
-}
 
 HANDLE asHandle(std::intptr_t handle) {
     return reinterpret_cast<HANDLE>(handle);
@@ -39,12 +32,11 @@ std::intptr_t open(const char* path, DWORD disposition) {
 
 } // namespace
 
-bool RandomAccessFile::identify(std::intptr_t handle, Identity& identity) {
+bool RandomAccessFile::identify(std::intptr_t handle, FileIdentity& identity) {
     BY_HANDLE_FILE_INFORMATION information;
     if (!GetFileInformationByHandle(asHandle(handle), &information))
         return false;
-    identity.volume = information.dwVolumeSerialNumber;
-    identity.index = (std::uint64_t{information.nFileIndexHigh} << 32) | information.nFileIndexLow;
+    identity = identityOf(information);
     return true;
 }
 
@@ -57,7 +49,7 @@ int RandomAccessFile::create(const char* path) {
 int RandomAccessFile::reopen(const char* path) {
     close();
     m_handle = open(path, OPEN_EXISTING);
-    Identity found;
+    FileIdentity found;
     if (m_handle == kNone || !identify(m_handle, found))
         return lastError();
     if (found == m_identity)
@@ -93,11 +85,11 @@ void RandomAccessFile::close() {
 
 #else
 
-bool RandomAccessFile::identify(std::intptr_t handle, Identity& identity) {
+bool RandomAccessFile::identify(std::intptr_t handle, FileIdentity& identity) {
     struct stat status;
     if (fstat(static_cast<int>(handle), &status) != 0)
         return false;
-    identity = {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
+    identity = identityOf(status);
     return true;
 }
 
@@ -141,7 +133,7 @@ int RandomAccessFile::create(const char* path) {
 int RandomAccessFile::reopen(const char* path) {
     close();
     m_handle = open(path, O_NOFOLLOW);
-    Identity found;
+    FileIdentity found;
     if (m_handle == kNone || !identify(m_handle, found))
         return errno;
     if (found == m_identity)
@@ -151,7 +143,7 @@ int RandomAccessFile::reopen(const char* path) {
 }
 
 bool RandomAccessFile::isOpen() const {
-    Identity found;
+    FileIdentity found;
     return m_handle != kNone && identify(m_handle, found) && found == m_identity;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/FileIdentity.h"
 
 #include <cstdint>
 
@@ -27,16 +28,11 @@ public:
     void close();
 
 private:
-    struct Identity {
-        std::uint64_t volume = 0;
-        std::uint64_t index = 0;
-        bool operator==(const Identity&) const = default;
-    };
-    static bool identify(std::intptr_t handle, Identity& identity);
+    static bool identify(std::intptr_t handle, FileIdentity& identity);
 
     static constexpr std::intptr_t kNone = -1;
     std::intptr_t m_handle = kNone;
-    Identity m_identity;
+    FileIdentity m_identity;
 };
 
 } // namespace Quorvex::platform

@@ -6,14 +6,12 @@
 #include <system_error>
 
 #if defined(_WIN32)
-#include "quorvex/platform/Com.h"
+#include "quorvex/platform/Files.h"
 
 #include <atomic>
 #include <cstdio>
 #include <fcntl.h>
 #include <fibersapi.h>
-#include <fileapi.h>
-#include <handleapi.h>
 #include <io.h>
 #include <memoryapi.h>
 #include <processthreadsapi.h>
@@ -37,6 +35,14 @@ namespace Quorvex::platform {
 
 std::string errorText(int error) {
     return std::generic_category().message(error);
+}
+
+std::string temporaryDirectory() {
+    for (const char* variable : {"TEMP", "TMP"}) {
+        if (std::string named = environment(variable); !named.empty())
+            return named;
+    }
+    return defaultTemporaryDirectory();
 }
 
 #if defined(_WIN32)
@@ -102,10 +108,8 @@ void* mapFile(const char* path, std::size_t size, int& error) {
         }
         CloseHandle(file);
     }
-    if (!memory) {
-        const auto reason = std::error_code(static_cast<int>(GetLastError()), std::system_category());
-        error = reason.default_error_condition().value();
-    }
+    if (!memory)
+        error = lastError();
     return memory;
 }
 

@@ -25,7 +25,9 @@ QUORVEX_API unsigned currentProcessor();
 QUORVEX_API std::string environment(const char* name);
 /// The longest value that names of files may be made of, in characters.
 inline constexpr std::size_t kEnvironmentLimit = 260;
-/// The directory for temporary files where the environment names none; may be empty.
+/// The directory for temporary files: that in TEMP, else in TMP, else the default.
+QUORVEX_API std::string temporaryDirectory();
+/// The directory for temporary files where those name none; may be empty.
 QUORVEX_API std::string defaultTemporaryDirectory();
 
 /// Has the standard streams of the process carry bytes as they are, also where the system makes line ends of its own.

@@ -11,12 +11,8 @@ namespace Quorvex::platform {
 namespace {
 
 std::string directory() {
-    for (const char* variable : {"TMPDIR", "TEMP", "TMP"}) {
-        if (std::string named = environment(variable); !named.empty())
-            return named;
-    }
+    const std::string named = temporaryDirectory();
     std::error_code error;
-    const std::string named = defaultTemporaryDirectory();
     return named.empty() ? std::filesystem::temp_directory_path(error).string() : named;
 }
 

@@ -7,8 +7,8 @@
 
 namespace Quorvex::platform {
 
-/// A file without a name, gone when it is closed or the program ends. It is made in the directory for temporary files
-/// (TMPDIR, TEMP or TMP, else the system's) by the first write. First it is written, then read.
+/// A file without a name, gone when it is closed or the program ends. It is made in temporaryDirectory() by the first
+/// write. First it is written, then read.
 class QUORVEX_API TemporaryFile {
 public:
     bool write(const char* bytes, std::size_t size);

@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <istream>
+#include <iosfwd>
 #include <memory>
 #include <string>
 #include <string_view>

@@ -3,7 +3,6 @@
 #include "quorvex/format/Context.h"
 #include "quorvex/format/PacketHeader.h"
 
-#include <algorithm>
 #include <cassert>
 #include <cstdint>
 #include <cstring>
@@ -64,7 +63,7 @@ inline bool end(char* page, unsigned fill) {
     while (left % most == 1) // or the last would have one byte
         --most;
     while (left > 0) {
-        const unsigned size = std::min(most, left);
+        const unsigned size = left < most ? left : most;
         assert(size >= CPacketHeader::Len());
         char* packet = page + (kPageSize - left);
         CPacketHeader header(Fill, static_cast<std::uint8_t>(size - CPacketHeader::Len()));

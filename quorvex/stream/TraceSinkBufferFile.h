@@ -2,21 +2,26 @@
 
 #include "quorvex/stream/TraceSinkBufferStream.h"
 
-#include <fstream>
+#include <iosfwd>
+#include <memory>
 
 namespace Quorvex {
 
 namespace detail {
 /// Holds the stream so that it is built before the base that writes it.
-struct OutputFile {
-    std::ofstream m_file;
+struct QUORVEX_API OutputFile {
+    OutputFile();
+    ~OutputFile();
+    std::ostream& stream() const;
+
+    const std::unique_ptr<std::ofstream> m_file;
 };
 } // namespace detail
 
 /// Bytes to a file. For a file opened for append, tellp() counts from the file's real start.
 class QUORVEX_API CTraceSinkBufferFile : private detail::OutputFile, public CTraceSinkBufferStream {
 public:
-    CTraceSinkBufferFile() : CTraceSinkBufferStream(m_file) {}
+    CTraceSinkBufferFile() : CTraceSinkBufferStream(stream()) {}
     ~CTraceSinkBufferFile() override;
 
     /// Opens the file, anew or, with `append`, behind what it holds; a missing file is made either way. One that is
@@ -25,7 +30,7 @@ public:
     bool open(const char* path, bool append);
     /// True when no file is open afterwards; what could not be written out sets the failure bit.
     bool close();
-    bool is_open() const { return m_file.is_open(); }
+    bool is_open() const;
     /// The system's error number (errno) of the last open or close that failed.
     int error() const { return m_error; }
 

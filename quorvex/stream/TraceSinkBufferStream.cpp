@@ -3,6 +3,7 @@
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/platform/Attempt.h"
 
+#include <ostream>
 #include <string>
 
 namespace Quorvex {
@@ -24,6 +25,18 @@ bool CTraceSinkBufferStream::write(const char* src, unsigned count, unsigned& wr
 bool CTraceSinkBufferStream::write(const char* src, unsigned count, std::uint64_t position, unsigned& written) {
     written = 0;
     return sink_seek(position) && write(src, count, written);
+}
+
+bool CTraceSinkBufferStream::eof() {
+    return m_stream->eof();
+}
+
+bool CTraceSinkBufferStream::good() {
+    return m_stream->good();
+}
+
+void CTraceSinkBufferStream::clear() {
+    m_stream->clear();
 }
 
 void CTraceSinkBufferStream::flush() {

@@ -2,7 +2,7 @@
 
 #include "quorvex/stream/TraceSinkBuffer.h"
 
-#include <ostream>
+#include <iosfwd>
 
 namespace Quorvex {
 
@@ -14,10 +14,10 @@ public:
 
     bool write(const char* src, unsigned count, std::uint64_t position, unsigned& written) override;
     bool write(const char* src, unsigned count, unsigned& written) override;
-    bool eof() override { return m_stream->eof(); }
-    bool good() override { return m_stream->good(); }
+    bool eof() override;
+    bool good() override;
     void flush() override;
-    void clear() override { m_stream->clear(); }
+    void clear() override;
     /// Bytes that this sink has written, wherever to: not the position of the stream.
     std::uint64_t tellp() override { return m_count; }
 

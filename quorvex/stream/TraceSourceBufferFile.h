@@ -2,15 +2,19 @@
 
 #include "quorvex/stream/TraceSourceBufferStream.h"
 
-#include <fstream>
+#include <iosfwd>
 #include <memory>
 
 namespace Quorvex {
 
 namespace detail {
 /// Holds the stream so that it is built before the base that reads it.
-struct InputFile {
-    std::ifstream m_file;
+struct QUORVEX_API InputFile {
+    InputFile();
+    ~InputFile();
+    std::istream& stream() const;
+
+    const std::unique_ptr<std::ifstream> m_file;
     std::unique_ptr<std::streambuf> m_joined; ///< where a killed program has left the end of the trace elsewhere
 };
 } // namespace detail
@@ -19,14 +23,14 @@ struct InputFile {
 /// the whole: what stands in the file PATH.page comes behind what the file itself has.
 class QUORVEX_API CTraceSourceBufferFile : private detail::InputFile, public CTraceSourceBufferStream {
 public:
-    CTraceSourceBufferFile() : CTraceSourceBufferStream(m_file) {}
+    CTraceSourceBufferFile() : CTraceSourceBufferStream(stream()) {}
     ~CTraceSourceBufferFile() override;
 
     /// Opens the file for reading from its start; a file that is open is closed first. False for a null path, or with
     /// error() set.
     bool open(const char* path);
     bool close();
-    bool is_open() const { return m_file.is_open(); }
+    bool is_open() const;
     /// Whether the end of the trace stands in a page file, because a program records it or was killed.
     bool is_joined() const { return m_joined != nullptr; }
     /// The system's error number (errno) of the last open that failed.

@@ -2,6 +2,8 @@
 
 #include "quorvex/platform/Attempt.h"
 
+#include <istream>
+
 namespace Quorvex {
 
 namespace {

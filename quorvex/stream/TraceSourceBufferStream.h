@@ -2,7 +2,7 @@
 
 #include "quorvex/stream/TraceSourceBuffer.h"
 
-#include <istream>
+#include <iosfwd>
 #include <mutex>
 
 namespace Quorvex {

@@ -1,5 +1,6 @@
 #include "quorvex/instrument/InstrumentingStream.h"
 
+#include "quorvex/instrument/ThreadInstanceMap.h"
 #include "quorvex/packets/SoftwareObjectPackets.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/TraceReaderPlain.h"

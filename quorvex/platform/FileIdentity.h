@@ -1,0 +1,15 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+
+namespace Quorvex::platform {
+
+/// What tells a file from all others that there are at the moment, whatever names it has.
+struct FileIdentity {
+    std::uint64_t volume = 0;
+    std::uint64_t index = 0;
+    auto operator<=>(const FileIdentity&) const = default;
+};
+
+} // namespace Quorvex::platform
