@@ -3,7 +3,7 @@
 #include "quorvex/format/Context.h"
 #include "quorvex/format/Packet.h"
 #include "quorvex/platform/Export.h"
-#include "quorvex/stream/ContextSort.h"
+#include "quorvex/packets/KindFacts.h"
 
 #include <cstdint>
 #include <optional>
