@@ -15,6 +15,7 @@ public:
     /// A null buffer has room for nothing. The buffer must outlive the helper.
     CBufferHelper(Char* buffer, unsigned size) : m_buffer(buffer), m_size(buffer ? size : 0) {}
 
+    /// Puts a piece behind the text; whether all pieces have fitted so far.
     bool append(Char character) { return append({&character, 1}); }
     bool append(std::basic_string_view<Char> text) {
         if (Char* to = claim(text.size()))
@@ -32,9 +33,9 @@ public:
         m_overflowed = false;
     }
 
-    std::basic_string_view<Char> text() const { return {m_buffer, m_count}; }
-    unsigned remain() const { return m_overflowed ? 0 : m_size - m_count; } ///< characters that still go in
-    bool overflowed() const { return m_overflowed; }                        ///< a piece did not fit
+    std::basic_string_view<Char> text() const { return {m_buffer, m_count}; } ///< valid as long as the buffer
+    unsigned remain() const { return m_overflowed ? 0 : m_size - m_count; }   ///< characters that still go in
+    bool overflowed() const { return m_overflowed; }                          ///< a piece did not fit
 
 private:
     Char* m_buffer;

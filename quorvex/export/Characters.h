@@ -7,9 +7,9 @@ namespace Quorvex {
 
 /// One character of a text: its number, and the bytes that it takes.
 struct Character {
-    std::uint32_t code;
-    unsigned size;
-    bool printable; ///< well-formed UTF-8, and no control character
+    std::uint32_t code; ///< in Unicode
+    unsigned size;      ///< bytes
+    bool printable;     ///< well-formed UTF-8, and no control character
 };
 
 /// The first character of a text that is not empty. A byte that is no UTF-8 is the character of its number.

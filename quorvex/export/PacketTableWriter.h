@@ -17,7 +17,7 @@ struct DebugFieldFormatEntry {
     unsigned width = 0;                       ///< columns that the cell spans: the field's largest size in bytes
     std::pair<unsigned, unsigned> size;       ///< smallest and largest
     std::pair<unsigned, unsigned> repetition; ///< fewest and most
-    std::string name;
+    std::string name;                         ///< as in the kind's layout
 };
 
 /// Shows packets as rows of a table: offset (on request), description, type code, length, then the payload, in which a
@@ -29,6 +29,7 @@ struct DebugFieldFormatEntry {
 /// caller writes page and table heads and feet. The stream must outlive the writer.
 class QUORVEX_API CPacketTableWriter : public CTraceSink {
 public:
+    /// `offset` is that of the next packet, which is shown if `withOffset`; each row moves it on.
     CPacketTableWriter(std::ostream& stream, bool withOffset, std::uint64_t offset);
 
     // The order of the virtual operations is part of the interface.
@@ -42,31 +43,39 @@ public:
     void flush() override;
     virtual ~CPacketTableWriter();
 
+    /// Offsets as the first column.
     virtual void SetWithOffset(bool on) { m_withOffset = on; }
-    virtual bool GetWithOffset() const { return m_withOffset; }
+    virtual bool GetWithOffset() const { return m_withOffset; } ///< what SetWithOffset set
     /// For programs that read the table: no descriptions, unknown values as the keyword "Invalid", and no text that
     /// could be taken for the hexadecimal form.
     virtual void SetParsable(bool on) { m_parsable = on; }
-    virtual bool GetParsable() const { return m_parsable; }
+    virtual bool GetParsable() const { return m_parsable; } ///< what SetParsable set
     /// Ticks in hexadecimal.
     virtual void SetHexTick(bool on) { m_hexTick = on; }
-    virtual bool GetHexTick() const { return m_hexTick; }
+    virtual bool GetHexTick() const { return m_hexTick; } ///< what SetHexTick set
 
     virtual bool writePageHeader(const char* title); ///< null for the default title
-    virtual bool writePageFooter();
-    virtual bool writeTableHeader(bool withOffset); ///< sets the offset column, then writes the head
+    virtual bool writePageFooter();                  ///< what ends the page
+    virtual bool writeTableHeader(bool withOffset);  ///< sets the offset column, then writes the head
     virtual bool writeTableHeader();
-    virtual bool writeTableFooter();
+    virtual bool writeTableFooter(); ///< what ends the table
 
     virtual bool writeCPacket(tagTCode code); ///< the row that documents a kind
+    /// The row of a packet, and those of the text that follows it.
     virtual bool writeCPacket(std::uint64_t offset, CPacket& packet);
     virtual bool writeCPacket(CPacket& packet);
 
+    /// The markup around a row, and around a cell of `span` columns.
+    /// @{
     virtual bool writeRowOpen();
     virtual bool writeRowClose();
     virtual bool writeItemOpen(unsigned span);
     virtual bool writeItemClose();
+    /// @}
 
+    /// The cells of a packet, or those that document a kind: offset, description, type code and length (together the
+    /// header), payload.
+    /// @{
     virtual bool writeOffset(std::uint64_t offset);
     virtual bool writeDescription(tagTCode code);
     virtual bool writeDescription(CPacket& packet);
@@ -78,7 +87,10 @@ public:
     virtual bool writeTCode(CPacket& packet);
     virtual bool writeLength(tagTCode code);
     virtual bool writeLength(CPacket& packet);
+    /// @}
 
+    /// The cells of a context, value or payload.
+    /// @{
     virtual bool writeCoreContext(CPacket& packet);
     virtual bool writeRelCoreContext(CPacket& packet);
     virtual bool writeBusContext(CPacket& packet);
@@ -92,10 +104,13 @@ public:
     virtual bool writeCVariableAccBase(CVariableAccBase& packet);
     virtual bool writeCRelVariableAccBase(CRelVariableAccBase& packet);
     virtual bool writeCMessage(CMessage& packet);
+    /// @}
+
     /// The text as a cell or, with `asRow`, as a row of its own at the current offset.
     virtual bool writeCCharString(CCharString& text, bool asRow);
     /// The rows of what follows `packet`, whose own offset is the current one and stays so.
     virtual bool writeCCharStringSaveOffset(CPacket& packet, CCharString& text);
+    /// The same for a text of several packets.
     virtual bool writeCCharStringSequenceSaveOffset(CPacket& packet, CCharStringSequence& text);
 
     virtual bool writeHexItem(const unsigned char* bytes, unsigned char count); ///< a number, lowest byte first
@@ -109,8 +124,11 @@ public:
     virtual bool writeDecItem(std::uint32_t value);
     virtual bool writeDecItem(std::uint16_t value);
     virtual bool writeDecItem(std::uint8_t value);
+    /// A cell with a text of a packet in double quotes.
     virtual bool writeCharString(unsigned length, const unsigned char* bytes);
+    /// A cell of `span` columns with a word of the table's own.
     virtual bool writeKeyword(unsigned span, unsigned length, const char* text);
+    /// The cell that documents a field.
     virtual bool writeDebugFieldFormatEntry(DebugFieldFormatEntry* entry);
     /// Characters of a cell, so that they show as they are in the renderer's markup.
     virtual bool writeText(std::string_view text);
@@ -119,17 +137,21 @@ public:
     /// packets behind it break off after a full one, so that the one that would end the text has no row.
     bool writeCPacket(std::uint64_t offset, CPacket& packet, std::uint64_t size);
 
+    /// A cell with a field of that meaning. What is unknown, which for contexts and identifiers is `invalid`, is shown
+    /// as such.
+    /// @{
     bool writeTickItem(std::uint64_t value);
     bool writeTickItem(std::uint8_t value);
     bool writeAddrItem(std::uint64_t value);
     bool writeAddrItem(std::uint8_t value);
     bool writeCtxItem(std::uint32_t value, std::uint32_t invalid);
     bool writeIdItem(std::uint32_t value, std::uint32_t invalid);
-    bool writeApostropheString(const std::string& text); ///< a cell with the text in double quotes
-    bool writeApostropheString(const char* text);
-    bool writeInvalidItem(unsigned span);
     bool writeTVarCounter(const TVarCounter_t& value);
     bool writeBusDataSignalItem(const CBusDataSignals& signals);
+    /// @}
+    bool writeApostropheString(const std::string& text); ///< a cell with the text in double quotes
+    bool writeApostropheString(const char* text);
+    bool writeInvalidItem(unsigned span); ///< a cell of something unknown
     /// Texts without a cell. Bytes that are no printable text are written as "0x" and the bytes from the last to the
     /// first; so is, for programs that read the table, a text that begins with "0x".
     bool writeString(const char* text, unsigned length);
@@ -137,16 +159,16 @@ public:
     bool writeString(const char* text);
     bool writeString(unsigned length, const unsigned char* bytes);
     bool writeHexValue(const unsigned char* bytes, unsigned char count); ///< no cell; a number, lowest byte first
-    bool writeDecValue(const unsigned char* bytes, unsigned char count);
+    bool writeDecValue(const unsigned char* bytes, unsigned char count); ///< the same in decimal
     /// Smallest and largest payload of a kind in bytes; (0, 0) for a code of 256 or more.
     static std::pair<unsigned, unsigned> getSizeFromTCode(tagTCode code);
-    static bool checkRange(tagTCode code) { return code < 256; }
+    static bool checkRange(tagTCode code) { return code < 256; } ///< whether a packet can have the code
 
 protected:
     /// Writes characters as they are; nothing while the stream is in a failed state.
     bool writeRaw(std::string_view text);
-    bool writeNumber(std::uint64_t value);
-    bool writeKeyword(unsigned span, std::string_view keyword);
+    bool writeNumber(std::uint64_t value);                      ///< decimal, without a cell
+    bool writeKeyword(unsigned span, std::string_view keyword); ///< a cell of that word
     /// A number, or the smallest and the largest with a colon between them.
     bool writeRange(std::pair<unsigned, unsigned> range);
     /// The row of numbers by which readers of a page count payload bytes.
@@ -155,7 +177,7 @@ protected:
     bool writeQuoted(unsigned length, const unsigned char* bytes);
     /// A cell around characters.
     bool writeItem(unsigned span, std::string_view text);
-    std::uint64_t currentOffset() const { return m_offset; }
+    std::uint64_t currentOffset() const { return m_offset; } ///< of the row that is written
 
 private:
     class PayloadCells;

@@ -15,6 +15,7 @@ namespace Quorvex {
 /// The state of one bit; each enumerator is its character.
 enum tagVCDValueData : char { VCDZero = '0', VCDOne = '1', VCDUnknown = 'X', VCDHighImpedance = 'Z' };
 
+/// The kinds of value.
 enum tagVCDType : int {
     VCDSingle = 0,
     VCDVector = 1,
@@ -33,7 +34,7 @@ public:
     virtual ~IVCDValue();
     /// Returns the characters written; 0, with nothing written, when they do not fit or there are none.
     virtual unsigned write(CBufferHelper<char>& out) const = 0;
-    tagVCDType getType() const { return m_type; }
+    tagVCDType getType() const { return m_type; } ///< never VCDNone
 
 protected:
     explicit IVCDValue(tagVCDType type) : m_type(type) {}
@@ -44,6 +45,7 @@ private:
     tagVCDType m_type;
 };
 
+/// The state of one bit.
 class QUORVEX_API CVCDSingleValue : public IVCDValue {
 public:
     explicit CVCDSingleValue(tagVCDValueData state) : IVCDValue(VCDSingle), m_state(state) {}
@@ -70,8 +72,8 @@ public:
     /// As many states as `values` has bits; one whose bit in `validity` is 0 or missing is unknown.
     void assign(const CSignalMask& values, const CSignalMask& validity);
 
-    unsigned getSize() const { return m_size; }
-    /// High impedance beyond the last.
+    unsigned getSize() const { return m_size; } ///< number of bits
+    /// The state of a bit; high impedance beyond the last.
     tagVCDValueData getData(unsigned index) const;
     tagVCDValueData operator[](unsigned index) const { return getData(index); }
 
@@ -89,6 +91,7 @@ private:
     unsigned m_size;
 };
 
+/// A number.
 class QUORVEX_API CVCDRealValue : public IVCDValue {
 public:
     explicit CVCDRealValue(double value) : IVCDValue(VCDReal), m_value(value) {}
@@ -107,7 +110,7 @@ public:
     CVCDValue(CVCDVectorValue value) : m_value(std::move(value)) {}
     CVCDValue(const CVCDRealValue& value) : m_value(value) {}
 
-    tagVCDType GetType() const;
+    tagVCDType GetType() const; ///< VCDNone without a value
 
     /// As IVCDValue::write; without a value there is nothing to write.
     unsigned write(CBufferHelper<char>& out) const;
