@@ -1,4 +1,4 @@
-# Doxygen reads the headers through this filter (docs/Doxyfile). It puts in what need not be written at each place:
+# Doxygen reads the headers through this filter (Doxyfile). It puts in what need not be written at each place:
 #   - a kind of packet has the description and layout of its row in TCodes.def
 #   - an overload below a function with a text has that text
 #   - what means the same in every class is told once, in `texts`: rows of a pattern for the name, a tab and the text
@@ -80,6 +80,8 @@ function told(name, i) {
         added = ""
         if (commented || line ~ /\/\/\/</)
             last = isClass ? "" : name
+        else if (line ~ /\) override|\) const override/)
+            added = "" # has the text of what it overrides
         else if (name == last)
             added = "\\overload"
         else if (name in classes)
