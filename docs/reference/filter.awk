@@ -67,11 +67,16 @@ function told(name, i) {
     if (line !~ /#[ \t]*define/)
         sub(/QUORVEX_EXTERN_TEMPLATE\(.*\)/, "", line)
     if (line ~ /^extern .* ReadRules /)
-        hidden = 1
-    if (hidden) {
-        hidden = line !~ /;/
+        hidden = ";"
+    if (line ~ /^QUORVEX_EXTERN_TEMPLATE\(/)
+        hidden = ")"
+    if (hidden != "") {
+        if (index(line, hidden))
+            hidden = ""
         line = ""
     }
+    # Doxygen takes a template that is its own base, with other arguments, for endless.
+    sub(/, PacketOf<[^<>]*>,/, ", CPacket,", line)
     name = declared(line)
     isClass = line ~ /^[ \t]*(template <.*> *)?(class|struct|union|enum) /
     if (isClass || line ~ /^[ \t]*#[ \t]*define/)
