@@ -4,13 +4,16 @@
 //     replay --seeds DIRECTORY             writes inputs to begin with: a directory for each target
 
 #include "fuzz/Targets.h"
+#include "quorvex/export/PacketPlain.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Samples.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <memory>
+#include <sstream>
 
 namespace {
 
@@ -24,15 +27,16 @@ unsigned replay(fuzz::Target target, const fs::path& path) {
             count += replay(target, entry.path());
         return count;
     }
-    std::ifstream in(path, std::ios::binary);
-    const std::string content(std::istreambuf_iterator<char>(in), {});
-    target(content);
+    target(test::contentOf(path));
     test::takeLog();
     return 1;
 }
 
 void writeSeeds(const fs::path& directory) {
     std::string all;
+    std::stringstream table;
+    CPacketPlain rows(table, false, 0);
+    rows.SetParsable(true);
     for (const auto& [name, target] : fuzz::kTargets)
         fs::create_directories(directory / name);
     const auto write = [&](const char* target, const std::string& name, const std::string& content) {
@@ -42,17 +46,17 @@ void writeSeeds(const fs::path& directory) {
         const std::string bytes = test::bytes(sample.wire);
         write("packet", sample.name, bytes);
         all += bytes;
+        rows.put(std::unique_ptr<CPacket>(sample.make()).get());
     }
     for (const char* target : {"reader", "pages", "compressor", "table", "viewers", "verbs"}) {
         write(target, "samples", all);
         for (std::size_t at = 0; at < all.size(); at += 200)
             write(target, "part" + std::to_string(at), all.substr(at, 200));
     }
-    for (const char* target : {"text", "verbs"}) {
-        std::ifstream in(QUORVEX_TEST_DATA "/table_parsable.txt", std::ios::binary);
-        unsigned number = 0;
-        for (std::string line; std::getline(in, line); ++number)
-            write(target, "row" + std::to_string(number), line + "\n");
+    unsigned number = 0;
+    for (std::string row; std::getline(table, row); ++number) {
+        for (const char* target : {"text", "verbs"})
+            write(target, "row" + std::to_string(number), row + "\n");
     }
     write("signalMask", "bits", "0110100110010110");
 }

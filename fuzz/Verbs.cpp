@@ -5,10 +5,8 @@
 
 #include "fuzz/Targets.h"
 #include "fuzz/Traces.h"
+#include "tests/support/TemporaryDirectory.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -26,12 +24,8 @@ int run(std::vector<std::string> arguments) {
 } // namespace
 
 void verbs(const std::string& data) {
-    static const std::filesystem::path kDirectory = [] {
-        std::string name = (std::filesystem::temp_directory_path() / "quorvex_fuzz_XXXXXX").string();
-        return std::filesystem::path(mkdtemp(name.data()));
-    }();
-    const std::string in = kDirectory / "in", out = kDirectory / "out", again = kDirectory / "again";
-    std::ofstream(in, std::ios::binary) << data;
+    static const TemporaryDirectory directory;
+    const std::string in = directory.write("in", data), out = directory.path("out"), again = directory.path("again");
 
     run({"info", in, "-f", "-o", out});
     for (const char* format : {"plain", "html", "latex", "verbose"})
@@ -43,9 +37,8 @@ void verbs(const std::string& data) {
                 convert.emplace_back(form);
             if (run(convert) != 1) {
                 require(run({"info", out, "-f", "-o", again}) != 1, "a conversion is a trace");
-                std::ifstream info(again);
-                const std::string text{std::istreambuf_iterator<char>(info), {}};
-                require(text.find("\nDamage:    none\n") != std::string::npos, "a conversion has no damage");
+                require(directory.content("again").find("\nDamage:    none\n") != std::string::npos,
+                        "a conversion has no damage");
             }
         }
     }

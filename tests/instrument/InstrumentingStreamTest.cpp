@@ -5,7 +5,7 @@
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
-#include "tests/instrument/NumberedPackets.h"
+#include "tests/support/NumberedPackets.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -44,14 +44,7 @@ struct Recording {
             told[thread] += enters;
     }
 
-    std::vector<std::string> traces() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
-            if (entry.path().extension() == ".qvx")
-                names.push_back(entry.path().filename().string());
-        }
-        return names;
-    }
+    std::vector<std::string> traces() const { return directory.files(".qvx"); }
 };
 
 struct Trace {
@@ -253,9 +246,8 @@ TEST(InstrumentingStream, NeverReplacesATrace) {
     const Recording run("replaced");
     if (run.status == kNotHere)
         GTEST_SKIP() << "a process stays one program here";
-    std::vector<std::string> traces = run.traces();
+    const std::vector<std::string> traces = run.traces();
     ASSERT_EQ(traces.size(), 2U);
-    std::ranges::sort(traces);
     const std::string thread = std::to_string(run.told.begin()->first);
     EXPECT_EQ(traces, (std::vector{"thread_" + thread + "-2.qvx", "thread_" + thread + ".qvx"}));
     EXPECT_TRUE(Trace(run.directory.path(traces[0])).whole);

@@ -1,7 +1,7 @@
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
-#include "tests/instrument/NumberedPackets.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/NumberedPackets.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -77,13 +77,7 @@ struct KilledRun {
         taken = count();
     }
 
-    std::string trace() const {
-        for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
-            if (entry.path().extension() == ".qvx")
-                return entry.path().string();
-        }
-        return "";
-    }
+    std::string trace() const { return directory.path(directory.files(".qvx").at(0)); }
 
 #if defined(QUORVEX_QVX)
     /// Lines of the trace's table, and what `qvx dump` ended with.

@@ -3,9 +3,9 @@
 
 #include "quorvex/platform/System.h"
 #include "quorvex/quorvex.h"
-#include "tests/instrument/NumberedPackets.h"
 #include "tests/instrument/RecordedAllocator.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/NumberedPackets.h"
 #include "tests/support/System.h"
 
 #include <atomic>

@@ -124,8 +124,7 @@ TEST(FileKind, TakesNothingElseForATrace) {
         EXPECT_FALSE(looksLikeTrace(randomBytes(1000, seed))) << seed;
 
     // A program, with its tables and texts.
-    std::ifstream in(QUORVEX_RECORDER, std::ios::binary);
-    const std::string program(std::istreambuf_iterator<char>(in), {});
+    const std::string program = contentOf(QUORVEX_RECORDER);
     ASSERT_GT(program.size(), kPageSize);
     for (std::size_t at = 0; at < program.size() / kPageSize; ++at)
         EXPECT_EQ(kindOfFile(pageOf(program, at)), FileKind::Unknown) << at;

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "tests/support/TemporaryDirectory.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 namespace Quorvex::test {
@@ -16,8 +17,7 @@ inline void expectGolden(const std::string& name, const std::string& text) {
         std::ofstream(path, std::ios::binary) << text;
         return;
     }
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_EQ(text, std::string(std::istreambuf_iterator<char>(in), {})) << path;
+    EXPECT_EQ(text, contentOf(path)) << path;
 }
 
 } // namespace Quorvex::test

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "quorvex/quorvex.h"
+#include "quorvex/format/Packet.h"
 
 #include <memory>
-#include <string>
 
 namespace Quorvex::test {
 
@@ -18,15 +17,6 @@ constexpr unsigned kFirstNumber = 1U << 30;
 
 /// The packet that a program records as its n-th, so that a reader can tell what is missing: mostly small ones, some
 /// with a text behind them, and some of any size.
-inline std::unique_ptr<CPacket> numberedPacket(unsigned n) {
-    const CCoreContext context(n, 1, 2, kUnknown64);
-    if (n % 50 == 0)
-        return std::make_unique<CFunctionDefine>(context, n, std::string(1 + n / 50 % 600, 'f').c_str());
-    if (n % 7 == 0) {
-        const std::string text(1 + n / 7 % 254, 't');
-        return std::make_unique<CCharString>(text.c_str());
-    }
-    return std::make_unique<CFunctionEnter>(context, n);
-}
+std::unique_ptr<CPacket> numberedPacket(unsigned n);
 
 } // namespace Quorvex::test
