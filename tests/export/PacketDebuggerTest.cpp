@@ -11,10 +11,10 @@
 namespace Quorvex::test {
 namespace {
 
-TEST(PacketDebugger, TellsEveryKindInWords) {
+TEST(PacketDebugger, TellsEverySortOfFieldInWords) {
     std::ostringstream out;
     CPacketDebugger printer(out);
-    for (const Sample& sample : samples()) {
+    for (const Sample& sample : shownSamples()) {
         const PacketPointer packet(sample.make());
         EXPECT_TRUE(printer.put(packet.get())) << sample.name;
     }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Compares docs/format.md, the reader made from it, and qvx: they must say the same.
 
-    check.py QVX SOURCE_DIR
+    check.py QVX SOURCE_DIR SAMPLES      SAMPLES is a trace with packets of every kind
 """
 import difflib
 import os
@@ -13,7 +13,7 @@ import tempfile
 
 import reader
 
-QVX, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
+QVX, SOURCE, SAMPLES = sys.argv[1], pathlib.Path(sys.argv[2]), pathlib.Path(sys.argv[3])
 PAGE = (SOURCE / 'docs/format.md').read_text(encoding='utf-8')
 KINDS = reader.Kinds(SOURCE / 'docs/kinds.json')
 failures = 0
@@ -97,6 +97,12 @@ def check_vectors():
         check_trace(path.name, data)
 
 
+def check_samples():
+    data = SAMPLES.read_bytes()
+    expect('samples: kinds', list(KINDS.by_code), sorted({packet.code for packet in reader.read(KINDS, data)}))
+    check_trace('samples', data)
+
+
 def table(head):
     """The rows of the page's table whose head begins so, as lists of cells."""
     lines = PAGE[PAGE.index(f'| {head} |'):].split('\n\n')[0].split('\n')[2:]
@@ -171,6 +177,7 @@ with tempfile.TemporaryDirectory() as work:
     check_page()
     check_example()
     check_vectors()
+    check_samples()
     os.chdir(SOURCE)
 if not failures:
     print('format: ok')

@@ -2,6 +2,10 @@
 
 #include "quorvex/packets/PacketKinds.h"
 
+#include <algorithm>
+#include <iterator>
+#include <set>
+
 namespace Quorvex::test {
 
 namespace {
@@ -423,6 +427,64 @@ const std::vector<Sample>& samples() {
         return table.rows;
     }();
     return rows;
+}
+
+std::vector<Sample> shownSamples() {
+    static const std::set<std::string> kShown = {"BusAddrData",
+                                                 "BusSync",
+                                                 "CharString",
+                                                 "CounterDefine",
+                                                 "CounterDefineUnit",
+                                                 "CounterUndefine",
+                                                 "CounterValue",
+                                                 "CounterValueDim1",
+                                                 "CounterValueDim2",
+                                                 "CounterValueVarOfThreeBytes",
+                                                 "DirectBranch",
+                                                 "Event",
+                                                 "EventDefine",
+                                                 "EventUndefine",
+                                                 "ExecInsn",
+                                                 "Fill",
+                                                 "FunctionDefine",
+                                                 "FunctionEnterFromSource",
+                                                 "FunctionUndefine",
+                                                 "HWExceptionEnter",
+                                                 "InitialState",
+                                                 "Message",
+                                                 "MessageWithoutText",
+                                                 "ProcessDefine",
+                                                 "ProcessEnter",
+                                                 "ReadData",
+                                                 "RelBusData",
+                                                 "RelCounterValueDimN",
+                                                 "RelExecInsn",
+                                                 "RelFunctionLeaveFromSource",
+                                                 "RelProcessDefine",
+                                                 "RelSystemData",
+                                                 "RelVariableWriteOfFiveBytes",
+                                                 "Signal",
+                                                 "SignalDefine",
+                                                 "StateDefine",
+                                                 "StateMachineDefine",
+                                                 "StateMachineInstanceDefine",
+                                                 "Sync",
+                                                 "SystemSync",
+                                                 "Timestamp",
+                                                 "TimestampOfCoreWithFrequency",
+                                                 "TraceBroken",
+                                                 "TraceDisabled",
+                                                 "TraceEnabled",
+                                                 "Transition",
+                                                 "TransitionDefine",
+                                                 "TypeDefine",
+                                                 "VariableDefine",
+                                                 "VariableRead",
+                                                 "VariableReadOfTwoBytes"};
+    std::vector<Sample> shown;
+    std::ranges::copy_if(samples(), std::back_inserter(shown),
+                         [](const Sample& sample) { return kShown.contains(sample.name); });
+    return shown;
 }
 
 } // namespace Quorvex::test
