@@ -5,6 +5,7 @@
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
+#include "tests/support/Effort.h"
 #include "tests/support/NumberedPackets.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/System.h"
@@ -20,12 +21,6 @@
 
 namespace Quorvex::test {
 namespace {
-
-#if defined(NDEBUG)
-constexpr bool kChecked = false;
-#else
-constexpr bool kChecked = true; ///< built for debugging or with sanitizers, which take their time
-#endif
 
 using Variables = std::vector<std::pair<std::string, std::string>>;
 
@@ -189,10 +184,9 @@ TEST(InstrumentingStream, TellsOnceWhatItCannotRecord) {
 
 TEST(InstrumentingStream, LosesNothingToSignalHandlersThatRecordAndExit) {
     // Each with so many packets; a handler ends the program after so many calls, 0: never.
-    const bool thorough = !platform::environment("QUORVEX_THOROUGH").empty();
-    const unsigned count = thorough ? 30'000'000 : kChecked ? 50'000 : 400'000;
+    const unsigned count = isThorough() ? 30'000'000 : effort(400'000, 50'000);
     std::mt19937 random(1);
-    for (unsigned i = 0; i < (thorough ? 100 : 8); ++i) {
+    for (unsigned i = 0; i < (isThorough() ? 100 : 8); ++i) {
         Variables settings = kModes[i % 2];
         settings.emplace_back("COUNT", std::to_string(count));
         const bool exits = i % 4 >= 2;

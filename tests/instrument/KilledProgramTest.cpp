@@ -1,6 +1,7 @@
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
 #include "tests/support/Bytes.h"
+#include "tests/support/Effort.h"
 #include "tests/support/NumberedPackets.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/System.h"
@@ -9,17 +10,35 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <random>
+#include <sstream>
 
 namespace Quorvex::test {
 namespace {
 
-#if defined(NDEBUG)
-constexpr unsigned kKills = 200;
-#else
-constexpr unsigned kKills = 30; ///< each takes its time where nothing is optimised
-#endif
-constexpr unsigned kShown = 10; ///< of so many traces that killed programs leave, one is also shown by the program
+/// Kills as often as a few seconds allow, but at least 30 times.
+class Kills {
+public:
+    bool goOn() {
+        const auto now = std::chrono::steady_clock::now();
+        return m_count++ < (isThorough() ? 1000 : 30) || (now - m_begin < std::chrono::seconds(2) && m_count <= 200);
+    }
+    /// Whether this run's trace is also shown by the program.
+    bool areShown() const { return m_count % 10 == 1; }
+
+private:
+    std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
+    unsigned m_count = 0;
+};
+
+/// The bytes of the numbered packets, which all runs put alike.
+const std::string& numberedWire(unsigned n) {
+    static std::vector<std::string> wires;
+    while (wires.size() <= n)
+        wires.push_back(wireOf(*numberedPacket(static_cast<unsigned>(wires.size()))));
+    return wires[n];
+}
 
 struct Found {
     unsigned packets = 0;   ///< the first so many are the ones that were put
@@ -38,7 +57,7 @@ struct Found {
             const tagTCode code = packet->TraceCode();
             if (code == TraceEnabled || code == Timestamp || code == Fill)
                 continue;
-            if (others == 0 && wireOf(*packet) == wireOf(*numberedPacket(packets)))
+            if (others == 0 && wireOf(*packet) == numberedWire(packets))
                 ++packets;
             else
                 ++others;
@@ -91,7 +110,7 @@ struct KilledRun {
 
 TEST(KilledProgram, LosesNoPacketThatWasTakenInMappedMode) {
     std::mt19937 random(1);
-    for (unsigned i = 0; i < kKills; ++i) {
+    for (Kills kills; kills.goOn();) {
         const auto enough = 1 + static_cast<unsigned>(random() % 20'000);
         const KilledRun run("mapped", enough, [](const KilledRun& alive) {
             const Found found(alive.trace(), alive.taken + 1000);
@@ -105,7 +124,7 @@ TEST(KilledProgram, LosesNoPacketThatWasTakenInMappedMode) {
         EXPECT_EQ(found.others, 0U);
         EXPECT_EQ(found.left, 0U);
 #if defined(QUORVEX_QVX)
-        if (i % kShown != 0)
+        if (!kills.areShown())
             continue;
         const auto [lines, status] = run.shown();
         EXPECT_GE(lines, run.taken);
@@ -116,7 +135,7 @@ TEST(KilledProgram, LosesNoPacketThatWasTakenInMappedMode) {
 
 TEST(KilledProgram, LosesNothingBeforeTheLastFlushInTheDefaultMode) {
     std::mt19937 random(2);
-    for (unsigned i = 0; i < kKills; ++i) {
+    for (Kills kills; kills.goOn();) {
         const KilledRun run("", 1 + static_cast<unsigned>(random() % 20'000));
         ASSERT_TRUE(run.killed);
         const Found found(run.trace());
@@ -124,7 +143,7 @@ TEST(KilledProgram, LosesNothingBeforeTheLastFlushInTheDefaultMode) {
         EXPECT_LE(found.others, 1U) << "a define packet without the whole of its name";
         EXPECT_LE(found.left, 700U) << "the packet in which the writing was cut, with its text";
 #if defined(QUORVEX_QVX)
-        if (i % kShown == 0) {
+        if (kills.areShown()) {
             EXPECT_GE(run.shown().first, run.taken);
         }
 #endif

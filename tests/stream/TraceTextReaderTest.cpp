@@ -2,6 +2,7 @@
 
 #include "quorvex/export/PacketPlain.h"
 #include "tests/support/Doubles.h"
+#include "tests/support/Effort.h"
 #include "tests/support/Samples.h"
 
 #include <gtest/gtest.h>
@@ -278,13 +279,8 @@ TEST(TextReader, CatchesWhatItsStreamThrows) {
 
 TEST(TextReader, ReadsBackTheTableOfAMillionRandomPacketsByteForByte) {
     RandomPackets random(20261122);
-    // In parts, so that the memory of a small machine holds them; builds for debugging, many times slower, do with two.
-#ifdef NDEBUG
-    constexpr unsigned kParts = 20;
-#else
-    constexpr unsigned kParts = 2;
-#endif
-    for (unsigned part = 0; part < kParts; ++part) {
+    // In parts, so that the memory of a small machine holds them.
+    for (unsigned part = 0; part < effort(20, 2); ++part) {
         std::string trace;
         for (unsigned i = 0; i < 50'000; ++i)
             trace += wireOf(*random.next());

@@ -2,6 +2,8 @@
 
 #include "quorvex/packets/KindFacts.h"
 
+#include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <sstream>
 
@@ -43,10 +45,16 @@ std::string RandomPackets::text() {
     if (below(20) == 0)
         return std::string(255 + 255 * below(2), ' '); // full packets
     const unsigned longest[] = {1, 10, 254, 256, 600, 3000};
-    std::string text(below(longest[below(6)] + 1), '\0');
-    for (char& byte : text)
-        byte = static_cast<char>(below(256));
-    return text;
+    return bytes(below(longest[below(6)] + 1));
+}
+
+std::string RandomPackets::bytes(unsigned count) {
+    std::string bytes(count, '\0');
+    for (unsigned at = 0; at < count; at += 4) {
+        const auto word = static_cast<std::uint32_t>(m_random());
+        std::memcpy(bytes.data() + at, &word, std::min(4U, count - at));
+    }
+    return bytes;
 }
 
 std::string RandomPackets::wire() {
@@ -63,9 +71,7 @@ PacketPointer RandomPackets::packet() {
         const auto [smallest, largest] = CTCodeInfo::TCodeToLength(code);
         const unsigned widest = std::max(largest, smallest + (code == Timestamp ? 12U : 4U));
         const unsigned length = below(2) ? smallest : smallest + below(std::min(widest, 255U) - smallest + 1);
-        std::string payload(length, '\0');
-        for (char& byte : payload)
-            byte = static_cast<char>(below(256));
+        std::string payload = bytes(length);
         if (isFollowedByText(code) && below(4) != 0) {
             const std::string content = text();
             CCharStringSequence sequence(reinterpret_cast<const unsigned char*>(content.data()),

@@ -22,6 +22,7 @@ public:
     PacketPointer packet();
     /// For a trace: no text of its own behind a packet without its name, which that would become.
     PacketPointer next();
+    std::string bytes(unsigned count);
     unsigned below(unsigned limit) { return std::uniform_int_distribution<unsigned>(0, limit - 1)(m_random); }
 
 private:
