@@ -14,13 +14,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <list>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -472,29 +471,15 @@ int late() {
 
 int main(int argc, char** argv) {
     g_program = argv[0];
-    const std::map<std::string, std::function<int()>> modes = {{"threads", threads},
-                                                               {"shortLived", shortLived},
-                                                               {"running", running},
-                                                               {"forkedWithThreads", forkedWithThreads},
-                                                               {"forkedWhileBusy", forkedWhileBusy},
-                                                               {"execed", execed},
-                                                               {"unwritable", unwritable},
-                                                               {"full", full},
-                                                               {"endless", endless},
-                                                               {"limited", limited},
-                                                               {"unknownMode", unknownMode},
-                                                               {"seeking", seeking},
-                                                               {"nothing", nothing},
-                                                               {"off", off},
-                                                               {"interrupted", interrupted},
-                                                               {"allocating", allocating},
-                                                               {"cancelled", cancelled},
-                                                               {"replaced", replaced},
-                                                               {"many", many},
-                                                               {"closing", closing},
-                                                               {"stuck", stuck},
-                                                               {"twice", twice},
-                                                               {"late", late}};
-    const auto mode = modes.find(argc > 1 ? argv[1] : "");
-    return mode == modes.end() ? 100 : mode->second();
+    const std::string_view mode = argc > 1 ? argv[1] : "";
+#define QUORVEX_MODES(X)                                                                                               \
+    X(threads)                                                                                                         \
+    X(shortLived) X(running) X(forkedWithThreads) X(forkedWhileBusy) X(execed) X(unwritable) X(full) X(endless)        \
+        X(limited) X(unknownMode) X(seeking) X(nothing) X(off) X(interrupted) X(allocating) X(cancelled) X(replaced)   \
+            X(many) X(closing) X(stuck) X(twice) X(late)
+#define QUORVEX_RUN(name)                                                                                              \
+    if (mode == #name)                                                                                                 \
+        return name();
+    QUORVEX_MODES(QUORVEX_RUN)
+    return 100;
 }
