@@ -1,7 +1,10 @@
 #include "quorvex/factory/PacketFactory.h"
 
+#include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/KindFunctions.h"
+
 #include <array>
-#include <memory>
+#include <istream>
 #include <type_traits>
 
 namespace Quorvex {
@@ -25,46 +28,12 @@ struct Row : Conversion<CCoreContext>, Conversion<CBusContext>, Conversion<CSyst
 constexpr unsigned kHighestCode = 0xDC;
 using Table = std::array<Row, kHighestCode + 1>;
 
-template <class Abs, class Rel> CPacket* toRelative(const CPacket& packet, const typename Abs::Context& last) {
-    using RelContext = typename Rel::Context;
-    const Abs* absolute = packetAs<Abs>(packet);
-    RelContext context;
-    if (!absolute || !RelContext::createRelative(last, *absolute, context))
-        return nullptr;
-    auto relative = std::make_unique<Rel>();
-    static_cast<RelContext&>(*relative) = context;
-    relative->copyPayload(*absolute);
-    return relative.release();
-}
-
-template <class Abs, class Rel> CPacket* toAbsolute(const CPacket& packet, const typename Abs::Context& last) {
-    using RelContext = typename Rel::Context;
-    const Rel* relative = packetAs<Rel>(packet);
-    if (!relative)
-        return nullptr;
-    auto absolute = std::make_unique<Abs>();
-    RelContext::createAbsolute(last, *relative, static_cast<typename Abs::Context&>(*absolute));
-    absolute->copyPayload(*relative);
-    return absolute.release();
-}
-
-template <class P> CPacket* copyOf(const CPacket& packet) {
-    // A text of any length goes by the code of the packets that it is written as.
-    if constexpr (std::is_same_v<P, CCharString>) {
-        if (const auto* sequence = dynamic_cast<const CCharStringSequence*>(&packet))
-            return new CCharStringSequence(*sequence);
-    }
-    const P* original = packetAs<P>(packet);
-    return original ? new P(*original) : nullptr;
-}
-
 template <class P> constexpr void addKind(Table& table) {
     Row& row = table[P::kCode];
-    row.create = []() -> CPacket* { return new P(); };
-    row.readStream = [](const CPacketHeader& header, std::istream& in) -> CPacket* { return new P(header, in); };
-    row.readBuffer = [](const CPacketHeader& header, const char* buffer, unsigned size,
-                        unsigned& consumed) -> CPacket* { return new P(header, buffer, size, consumed); };
-    row.copy = copyOf<P>;
+    row.create = KindFunctions<P>::create;
+    row.readStream = KindFunctions<P>::read;
+    row.readBuffer = KindFunctions<P>::read;
+    row.copy = KindFunctions<P>::copy;
 }
 
 template <class Context> constexpr Conversion<Context>& conversion(Row& row) {
@@ -76,14 +45,14 @@ template <class Abs, class Rel> constexpr void addPair(Table& table) {
                   "a relative code lies 0x10 below its absolute one");
     static_assert(std::is_same_v<typename Rel::Context::Absolute, typename Abs::Context>);
     using Context = typename Abs::Context;
-    conversion<Context>(table[Abs::kCode]).compress = toRelative<Abs, Rel>;
-    conversion<Context>(table[Rel::kCode]).decompress = toAbsolute<Abs, Rel>;
+    conversion<Context>(table[Abs::kCode]).compress = PairFunctions<Abs, Rel>::toRelative;
+    conversion<Context>(table[Rel::kCode]).decompress = PairFunctions<Abs, Rel>::toAbsolute;
 }
 
 constexpr Table makeTable() {
     Table table{};
-#define QUORVEX_PACKET(name) addKind<C##name>(table);
-#define QUORVEX_ABSOLUTE_PACKET(name)                                                                                  \
+#define QUORVEX_PACKET(name, ...) addKind<C##name>(table);
+#define QUORVEX_ABSOLUTE_PACKET(name, ...)                                                                             \
     addKind<C##name>(table);                                                                                           \
     addPair<C##name, CRel##name>(table);
 #include "quorvex/packets/Packets.def"
@@ -94,7 +63,7 @@ constexpr Table kTable = makeTable();
 
 constexpr bool isSorted() {
     constexpr tagTCode kCodes[] = {
-#define QUORVEX_PACKET(name) name,
+#define QUORVEX_PACKET(name, ...) name,
 #include "quorvex/packets/Packets.def"
     };
     for (std::size_t i = 1; i < std::size(kCodes); ++i) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quorvex/format/Exception.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/Export.h"
 

@@ -4,6 +4,9 @@
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/platform/Attempt.h"
 
+#include <istream>
+#include <ostream>
+
 namespace Quorvex {
 
 namespace {
@@ -16,17 +19,26 @@ std::uint8_t lowestByte(std::uint64_t value) {
     return static_cast<std::uint8_t>(value);
 }
 
-template <class Part> bool readLogged(Part& context, std::istream& in, const char* where) {
-    return attempt([&] { return part::read(context, in); },
+template <class Context> bool readFrom(std::istream& in, Context& context) {
+    char bytes[Context::Len()];
+    return in.read(bytes, sizeof bytes) && context.read(bytes, sizeof bytes) != 0;
+}
+
+template <class Context> bool readLogged(Context& context, std::istream& in, const char* where) {
+    return attempt([&] { return readFrom(in, context); },
                    [where](const std::exception& exception) { logException(where, exception.what()); });
 }
 
-template <class Part> bool readQuietly(Part& context, std::istream& in) {
-    return attempt([&] { return part::read(context, in); });
+template <class Context> bool readQuietly(Context& context, std::istream& in) {
+    return attempt([&] { return readFrom(in, context); });
 }
 
-template <class Part> bool writeQuietly(const Part& context, std::ostream& out) {
-    return attempt([&] { return part::write(context, out); });
+template <class Context> bool writeQuietly(const Context& context, std::ostream& out) {
+    return attempt([&] {
+        char bytes[Context::Len()];
+        context.write(bytes, sizeof bytes);
+        return out.write(bytes, sizeof bytes).good();
+    });
 }
 
 } // namespace

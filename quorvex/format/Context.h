@@ -19,6 +19,11 @@
 
 namespace Quorvex {
 
+#include "quorvex/format/Field.def"
+
+/// Marks the constructors by which packets take the values of their context without a context between.
+struct FromValues {};
+
 /// The four operations by which a context travels; the buffer forms return the bytes moved, or 0. A failed read
 /// leaves the context as it was. What a stream throws while an absolute context is read goes to the message log.
 #define QUORVEX_CONTEXT_OPERATIONS                                                                                     \
@@ -38,20 +43,28 @@ class QUORVEX_API CCoreContext {
     QUORVEX_FIELD(std::uint64_t, CurrAddr, kUnknown64) ///< instruction address
 
 public:
-    using Values = Form<std::uint64_t, std::uint32_t, std::uint32_t, std::uint64_t>;
+    /// What a context holds.
+    struct Values {
+        std::uint64_t tick;
+        std::uint32_t hwCtx;
+        std::uint32_t swCtx;
+        std::uint64_t ip;
+    };
 
     CCoreContext() = default;
     CCoreContext(std::uint64_t Tick, std::uint32_t HWCtx, std::uint32_t SWCtx, std::uint64_t CurrAddr)
         : m_Tick(Tick), m_HWCtx(HWCtx), m_SWCtx(SWCtx), m_CurrAddr(CurrAddr) {}
+    CCoreContext(const Values& values, FromValues) : CCoreContext(values.tick, values.hwCtx, values.swCtx, values.ip) {}
     CCoreContext(const CCoreContext&) = default;
     CCoreContext& operator=(const CCoreContext&) = default;
     ~CCoreContext() { platform::overwrite(this, 0xFF, sizeof *this); }
 
+    Values values() const { return {m_Tick, m_HWCtx, m_SWCtx, m_CurrAddr}; }
     static constexpr std::uint8_t Len() { return 24; }
     bool operator==(const CCoreContext&) const = default;
     QUORVEX_CONTEXT_OPERATIONS
 
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Tick, "Tick", self.m_Tick);
         visit(FieldMeaning::Context, "HWCtx", self.m_HWCtx);
         visit(FieldMeaning::Context, "SWCtx", self.m_SWCtx);
@@ -65,20 +78,27 @@ class QUORVEX_API CBusContext {
     QUORVEX_FIELD(std::uint32_t, Master, 0) ///< bus master
 
 public:
-    using Values = Form<std::uint64_t, std::uint32_t, std::uint32_t>;
+    /// What a context holds.
+    struct Values {
+        std::uint64_t tick;
+        std::uint32_t hwCtx;
+        std::uint32_t master;
+    };
 
     CBusContext() = default;
     CBusContext(std::uint64_t Tick, std::uint32_t HWCtx, std::uint32_t Master)
         : m_Tick(Tick), m_HWCtx(HWCtx), m_Master(Master) {}
+    CBusContext(const Values& values, FromValues) : CBusContext(values.tick, values.hwCtx, values.master) {}
     CBusContext(const CBusContext&) = default;
     CBusContext& operator=(const CBusContext&) = default;
     ~CBusContext() { platform::overwrite(this, 0xFF, sizeof *this); }
 
+    Values values() const { return {m_Tick, m_HWCtx, m_Master}; }
     static constexpr std::uint8_t Len() { return 16; }
     bool operator==(const CBusContext&) const = default;
     QUORVEX_CONTEXT_OPERATIONS
 
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Tick, "Tick", self.m_Tick);
         visit(FieldMeaning::Context, "HWCtx", self.m_HWCtx);
         visit(FieldMeaning::Unit, "Master", self.m_Master);
@@ -92,20 +112,27 @@ class QUORVEX_API CSystemContext {
     QUORVEX_FIELD(std::uint32_t, Channel, 0)
 
 public:
-    using Values = Form<std::uint64_t, std::uint32_t, std::uint32_t>;
+    /// What a context holds.
+    struct Values {
+        std::uint64_t tick;
+        std::uint32_t channel;
+        std::uint32_t master;
+    };
 
     CSystemContext() = default;
     CSystemContext(std::uint64_t Tick, std::uint32_t Channel, std::uint32_t Master)
         : m_Tick(Tick), m_Master(Master), m_Channel(Channel) {}
+    CSystemContext(const Values& values, FromValues) : CSystemContext(values.tick, values.channel, values.master) {}
     CSystemContext(const CSystemContext&) = default;
     CSystemContext& operator=(const CSystemContext&) = default;
     ~CSystemContext() { platform::overwrite(this, 0xFF, sizeof *this); }
 
+    Values values() const { return {m_Tick, m_Channel, m_Master}; }
     static constexpr std::uint8_t Len() { return 16; }
     bool operator==(const CSystemContext&) const = default;
     QUORVEX_CONTEXT_OPERATIONS
 
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Tick, "Tick", self.m_Tick);
         visit(FieldMeaning::Unit, "Channel", self.m_Channel);
         visit(FieldMeaning::Unit, "Master", self.m_Master);
@@ -130,20 +157,26 @@ class QUORVEX_API CRelCoreContext {
     QUORVEX_FIELD(std::uint8_t, RelCurrAddr, 0)
 
 public:
-    using Values = Form<std::uint8_t, std::uint8_t>;
+    /// What a context holds.
+    struct Values {
+        std::uint8_t relTick;
+        std::uint8_t relIp;
+    };
 
     CRelCoreContext() = default;
     CRelCoreContext(std::uint8_t RelTick, std::uint8_t RelCurrAddr) : m_RelTick(RelTick), m_RelCurrAddr(RelCurrAddr) {}
+    CRelCoreContext(const Values& values, FromValues) : CRelCoreContext(values.relTick, values.relIp) {}
     CRelCoreContext(const CRelCoreContext&) = default;
     CRelCoreContext& operator=(const CRelCoreContext&) = default;
     ~CRelCoreContext() { platform::overwrite(this, 0xFF, sizeof *this); }
 
+    Values values() const { return {m_RelTick, m_RelCurrAddr}; }
     static constexpr std::uint8_t Len() { return 2; }
     bool operator==(const CRelCoreContext&) const = default;
     QUORVEX_CONTEXT_OPERATIONS
     QUORVEX_RELATIVE_OPERATIONS(CRelCoreContext, CCoreContext)
 
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Tick, "RelTick", self.m_RelTick);
         visit(FieldMeaning::Address, "RelIP", self.m_RelCurrAddr);
     }
@@ -155,20 +188,24 @@ public:
         QUORVEX_FIELD(std::uint8_t, RelTick, 0)                                                                        \
                                                                                                                        \
     public:                                                                                                            \
-        using Values = Form<std::uint8_t>;                                                                             \
+        struct Values {                                                                                                \
+            std::uint8_t relTick;                                                                                      \
+        };                                                                                                             \
                                                                                                                        \
         Rel() = default;                                                                                               \
         Rel(std::uint8_t RelTick) : m_RelTick(RelTick) {}                                                              \
+        Rel(const Values& values, FromValues) : Rel(values.relTick) {}                                                 \
         Rel(const Rel&) = default;                                                                                     \
         Rel& operator=(const Rel&) = default;                                                                          \
         ~Rel() { platform::overwrite(this, 0xFF, sizeof *this); }                                                      \
                                                                                                                        \
+        Values values() const { return {m_RelTick}; }                                                                  \
         static constexpr std::uint8_t Len() { return 1; }                                                              \
         bool operator==(const Rel&) const = default;                                                                   \
         QUORVEX_CONTEXT_OPERATIONS                                                                                     \
         QUORVEX_RELATIVE_OPERATIONS(Rel, Abs)                                                                          \
                                                                                                                        \
-        template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {                          \
+        template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {                \
             visit(FieldMeaning::Tick, "RelTick", self.m_RelTick);                                                      \
         }                                                                                                              \
     };
@@ -179,5 +216,7 @@ QUORVEX_RELATIVE_TICK_CONTEXT(CRelSystemContext, CSystemContext)
 #undef QUORVEX_RELATIVE_TICK_CONTEXT
 #undef QUORVEX_RELATIVE_OPERATIONS
 #undef QUORVEX_CONTEXT_OPERATIONS
+
+#include "quorvex/format/Field.def"
 
 } // namespace Quorvex

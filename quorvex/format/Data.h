@@ -121,6 +121,7 @@ private:
 
 /// A data field is the last of its payload: its width is whatever the payload still holds.
 template <> struct FieldCodec<CData> {
+    static constexpr unsigned kFixed = 0;
     static unsigned size(const CData& value) { return value.Length(); }
     static int decode(CData& value, const char* from, unsigned size) {
         unsigned consumed = 0;

@@ -4,44 +4,26 @@
 ///
 /// A *part* of a packet (a context or a payload) lists its fields once, in wire order:
 ///
-///     template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+///     template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
 ///         visit(FieldMeaning::Id, "TypeId", self.m_TypeId);
 ///         visit(FieldMeaning::Count, "VarSize", self.m_VarSize);
 ///     }
 ///
 /// Size, reading, writing and every presentation follow from that list. Self is const for those that only look.
-/// A part says the bytes of its fixed fields by `static Len()`. One whose fields depend on how many bytes there are has
-/// `bool shape(unsigned size)`, which chooses the fields for that size or refuses it; one that reads by other rules
-/// than it writes has `bool decode(const char* from, unsigned size)`.
+/// A part says the bytes of its fixed fields by `static Len()`, which is checked against the list. One whose fields
+/// depend on how many bytes there are has `bool shape(unsigned size)`, which chooses the fields for that size or
+/// refuses it; one that reads by other rules than it writes has `bool decode(const char* from, unsigned size)`.
 
 #include "quorvex/platform/LittleEndian.h"
 
 #include <concepts>
 #include <cstdint>
-#include <istream>
-#include <ostream>
 #include <type_traits>
 
 namespace Quorvex {
 
 /// An unknown tick or address.
 inline constexpr std::uint64_t kUnknown64 = ~std::uint64_t{0};
-
-/// The types of the values that something is made from, in order.
-template <class... Values> struct Form {};
-
-/// A value of a context or payload with its getter and setter.
-#define QUORVEX_FIELD(Type, Name, Default)                                                                             \
-public:                                                                                                                \
-    Type Name() const {                                                                                                \
-        return m_##Name;                                                                                               \
-    }                                                                                                                  \
-    void Name(Type value) {                                                                                            \
-        m_##Name = value;                                                                                              \
-    }                                                                                                                  \
-                                                                                                                       \
-private:                                                                                                               \
-    Type m_##Name = Default;
 
 /// What a field tells, which decides how people and tools are shown it.
 enum class FieldMeaning : std::uint8_t {
@@ -57,9 +39,11 @@ enum class FieldMeaning : std::uint8_t {
 };
 
 /// How a value travels. The primary form serves integers and enumerations of a fixed width; variable-width types
-/// bring their own with the same three functions.
+/// bring their own with the same members.
 template <class T> struct FieldCodec {
     static_assert(std::integral<T> || std::is_enum_v<T>);
+    /// Bytes of every value; 0 for types of variable width.
+    static constexpr unsigned kFixed = sizeof(T);
     static unsigned size(const T&) { return sizeof(T); }
     /// Takes the value from the `size` bytes at `from`; the bytes taken, or -1 when they do not make a value.
     static int decode(T& value, const char* from, unsigned size) {
@@ -134,17 +118,8 @@ template <class Part> bool decodePart(Part& part, const char* from, unsigned siz
     }
 }
 
-/// The four operations that every part of fixed size offers to callers: the part's own `read` and `write` call these.
+/// How a part of fixed size moves in memory: the part's own `read` and `write` call these.
 namespace part {
-
-template <class Part> bool read(Part& part, std::istream& in) {
-    char bytes[Part::Len()];
-    Part fresh;
-    if (!in.read(bytes, sizeof bytes) || !decodePart(fresh, bytes, sizeof bytes))
-        return false;
-    part = fresh;
-    return true;
-}
 
 template <class Part> unsigned read(Part& part, const char* buf, unsigned size) {
     Part fresh;
@@ -152,12 +127,6 @@ template <class Part> unsigned read(Part& part, const char* buf, unsigned size) 
         return 0;
     part = fresh;
     return Part::Len();
-}
-
-template <class Part> bool write(const Part& part, std::ostream& out) {
-    char bytes[Part::Len()];
-    encodePart(part, bytes);
-    return out.write(bytes, sizeof bytes).good();
 }
 
 template <class Part> unsigned write(const Part& part, char* buf, unsigned size) {

@@ -14,10 +14,18 @@
 /// relative one. How wide the variable parts are follows from the header's length.
 
 #include "quorvex/format/Data.h"
-#include "quorvex/packets/CommonPayloads.h"
+#include "quorvex/packets/PacketProtocol.h"
 #include "quorvex/packets/SignalMask.h"
 
 namespace Quorvex {
+
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CBusDataPayload)
+QUORVEX_PAYLOAD(CBusAddrDataPayload)
+QUORVEX_PAYLOAD(CSystemDataPayload)
+QUORVEX_PAYLOAD(CSignalPayload)
+QUORVEX_PAYLOAD(CSignalDefinePayload)
 
 /// What a bus transfer does.
 enum BusSignals : unsigned { BusAccUnknown = 0, BusAccRead = 1, BusAccWrite = 2, BusAccReadWrite = 3 };
@@ -52,6 +60,7 @@ private:
 };
 
 template <> struct FieldCodec<CBusDataSignals> {
+    static constexpr unsigned kFixed = CBusDataSignals::Len();
     static unsigned size(const CBusDataSignals&) { return CBusDataSignals::Len(); }
     static int decode(CBusDataSignals& value, const char* from, unsigned size) {
         if (size < CBusDataSignals::Len())
@@ -66,7 +75,6 @@ class QUORVEX_API CBusDataPayload : public PayloadOperations<CBusDataPayload> {
     QUORVEX_PUBLIC_OPERATIONS
 
 public:
-    using Forms = FormList<Form<const CBusDataSignals&, const CData&>>;
     static constexpr bool kTakesRest = true;
 
     CBusDataPayload() = default;
@@ -82,7 +90,7 @@ public:
     }
 
     static constexpr std::uint8_t Len() { return 1; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Number, "Signals", self.m_signals);
         visit(FieldMeaning::Bytes, "Data", self.m_data);
     }
@@ -99,7 +107,6 @@ class QUORVEX_API CBusAddrDataPayload : public PayloadOperations<CBusAddrDataPay
     QUORVEX_FIELD(std::uint64_t, Addr, kUnknown64)
 
 public:
-    using Forms = FormList<Form<const CBusDataSignals&, std::uint64_t, const CData&>>;
     static constexpr bool kTakesRest = true;
 
     CBusAddrDataPayload() = default;
@@ -116,7 +123,7 @@ public:
     }
 
     static constexpr std::uint8_t Len() { return 9; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Number, "Signals", self.m_signals);
         visit(FieldMeaning::Address, "Addr", self.m_Addr);
         visit(FieldMeaning::Bytes, "Data", self.m_data);
@@ -133,7 +140,6 @@ class QUORVEX_API CSystemDataPayload : public PayloadOperations<CSystemDataPaylo
     QUORVEX_PUBLIC_OPERATIONS
 
 public:
-    using Forms = FormList<Form<const CData&>>;
     static constexpr bool kTakesRest = true;
 
     CSystemDataPayload() = default;
@@ -147,7 +153,7 @@ public:
     }
 
     static constexpr std::uint8_t Len() { return 0; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Bytes, "Data", self.m_data);
     }
 
@@ -163,8 +169,6 @@ class QUORVEX_API CSignalPayload : public PayloadOperations<CSignalPayload> {
     QUORVEX_PUBLIC_OPERATIONS
 
 public:
-    using Forms = FormList<Form<const CSignalMask&, const CSignalMask&>>;
-
     CSignalPayload() = default;
     CSignalPayload(const CSignalMask& value, const CSignalMask& mask) : m_value(value), m_mask(mask) {}
 
@@ -181,7 +185,7 @@ public:
 
     static constexpr std::uint8_t Len() { return 0; }
     bool shape(unsigned size) { return size % 2 == 0 && m_value.resize(size / 2 * 8) && m_mask.resize(size / 2 * 8); }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Bytes, "SignalValue", self.m_value);
         visit(FieldMeaning::Bytes, "SignalMask", self.m_mask);
     }
@@ -201,8 +205,6 @@ class QUORVEX_API CSignalDefinePayload : public PayloadOperations<CSignalDefineP
     QUORVEX_DEFINITION(SignalDef)
 
 public:
-    using Forms = FormList<Form<std::uint32_t, const CSignalMask&, const CCharStringSequence&>>;
-
     CSignalDefinePayload() = default;
     CSignalDefinePayload(std::uint32_t id, const CSignalMask& mask, const CCharStringSequence& name)
         : m_SignalId(id), m_SignalDef(name), m_mask(mask) {}
@@ -216,7 +218,7 @@ public:
     static constexpr bool kTextIfRoom = true;
     static constexpr std::uint8_t Len() { return 4; }
     bool shape(unsigned size) { return size >= Len() && m_mask.resize((size - Len()) * 8); }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "SignalId", self.m_SignalId);
         visit(FieldMeaning::Bytes, "SignalMask", self.m_mask);
     }
@@ -229,91 +231,163 @@ private:
 
 QUORVEX_ID_PAYLOAD(CSignalUndefinePayload, SignalId, QUORVEX_PUBLIC_OPERATIONS)
 
-#define QUORVEX_CALLED(Class, What) Class ": Read-In Constructor called with invalid " What
-#define QUORVEX_COULD_NOT(Class, What) Class ": Read-In Constructor could not read " What
+// Defined with the texts of their failures, and compiled, in BusPackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kBusSyncRules, kSystemSyncRules, kBusDataRules, kBusAddrDataRules,
+    kRelBusDataRules, kRelBusAddrDataRules, kSignalRules, kRelSignalRules, kSignalDefineRules, kRelSignalDefineRules,
+    kSignalUndefineRules, kRelSignalUndefineRules, kSystemDataRules, kRelSystemDataRules;
 
-#define QUORVEX_SYNC_RULES(Class)                                                                                      \
-    {                                                                                                                  \
-        .header = QUORVEX_CALLED(Class, "header data"),                                                                \
-        .context = QUORVEX_COULD_NOT(Class, "absolute context from stream")                                            \
-    }
-#define QUORVEX_BUS_RULES(Class)                                                                                       \
-    {                                                                                                                  \
-        .header = QUORVEX_CALLED(Class, "header data"),                                                                \
-        .size = Class ": Read-In Constructor invalid buffer size supplied",                                            \
-        .context = QUORVEX_COULD_NOT(Class, "context from stream"),                                                    \
-        .payload = QUORVEX_COULD_NOT(Class, "data from stream")                                                        \
-    }
-#define QUORVEX_REL_BUS_RULES(Class)                                                                                   \
-    {                                                                                                                  \
-        .header = QUORVEX_CALLED(Class, "header data"),                                                                \
-        .size = Class ": Read-In Constructor invalid buffer space supplied.",                                          \
-        .context = QUORVEX_COULD_NOT(Class, "absolute context from stream"),                                           \
-        .payload = QUORVEX_COULD_NOT(Class, "payload from stream")                                                     \
-    }
-#define QUORVEX_SIGNAL_RULES(Class, Size, ...)                                                                         \
-    {                                                                                                                  \
-        .header = QUORVEX_CALLED(Class, "header data"), .size = Size,                                                  \
-        .context = QUORVEX_COULD_NOT(Class, "bus context from stream"),                                                \
-        .payload = QUORVEX_COULD_NOT(Class, "payload from stream"),                                                    \
-        .text = QUORVEX_COULD_NOT(Class, "payload from stream") __VA_OPT__(, ) __VA_ARGS__                             \
-    }
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kBusSyncRules, BusPacket>)
+class QUORVEX_API CBusSync : public PacketOf<kBusSyncRules, BusPacket> {
+    QUORVEX_KIND(BusSync, PacketOf)
 
-inline constexpr ReadRules kBusSyncRules = QUORVEX_SYNC_RULES("CBusSync");
-inline constexpr ReadRules kSystemSyncRules = QUORVEX_SYNC_RULES("CSystemSync");
-inline constexpr ReadRules kBusDataRules = QUORVEX_BUS_RULES("CBusData");
-inline constexpr ReadRules kBusAddrDataRules = QUORVEX_BUS_RULES("CBusAddrData");
-inline constexpr ReadRules kRelBusDataRules = QUORVEX_REL_BUS_RULES("CRelBusData");
-inline constexpr ReadRules kRelBusAddrDataRules = QUORVEX_REL_BUS_RULES("CRelBusAddrData");
+public:
+    CBusSync(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master) : PacketOf({tick, hwCtx, master}, kCode) {}
+    CBusSync(const CBusContext& context) : PacketOf(context.values(), kCode) {}
+};
 
-inline constexpr ReadRules kSignalRules{.header = QUORVEX_CALLED("CSignal", "header data"),
-                                        .size = QUORVEX_CALLED("CSignal", "buffer size"),
-                                        .context = {QUORVEX_COULD_NOT("CSignal", "absolute context from stream"),
-                                                    QUORVEX_COULD_NOT("CSignal", "bus context from stream")},
-                                        .payload = QUORVEX_COULD_NOT("CSignal", "payload from stream")};
-/// The plain read asks for as large a buffer as the absolute kind, though its packets can be much smaller: callers rely
-/// on the refusal.
-inline constexpr ReadRules kRelSignalRules =
-    QUORVEX_SIGNAL_RULES("CRelSignal", QUORVEX_CALLED("CRelSignal", "buffer size."), .least = 16);
-inline constexpr ReadRules kSignalDefineRules = QUORVEX_SIGNAL_RULES("CSignalDefine", nullptr);
-inline constexpr ReadRules kRelSignalDefineRules = QUORVEX_SIGNAL_RULES("CRelSignalDefine", nullptr);
-inline constexpr ReadRules kSignalUndefineRules =
-    QUORVEX_SIGNAL_RULES("CSignalUndefine", QUORVEX_CALLED("CSignalUndefine", "buffer size"));
-inline constexpr ReadRules kRelSignalUndefineRules =
-    QUORVEX_SIGNAL_RULES("CRelSignalUndefine", QUORVEX_CALLED("CRelSignalUndefine", "buffer size"));
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kSystemSyncRules, SystemPacket>)
+class QUORVEX_API CSystemSync : public PacketOf<kSystemSyncRules, SystemPacket> {
+    QUORVEX_KIND(SystemSync, PacketOf)
 
-inline constexpr ReadRules kSystemDataRules{.header = QUORVEX_CALLED("CSystemData", "header data"),
-                                            .size = QUORVEX_CALLED("CSystemData", "buffer size."),
-                                            .context = QUORVEX_COULD_NOT("CSystemData", "absolute context from stream"),
-                                            .payload = QUORVEX_COULD_NOT("CSystemData", "payload from stream.")};
-inline constexpr ReadRules kRelSystemDataRules{.header = QUORVEX_CALLED("CRelSystemData", "header data"),
-                                               .size = QUORVEX_CALLED("CRelSystemData", "buffer size."),
-                                               .context =
-                                                   QUORVEX_COULD_NOT("CRelSystemData", "absolute context from stream"),
-                                               .payload = QUORVEX_COULD_NOT("CRelSystemData", "payload from stream")};
+public:
+    CSystemSync(std::uint64_t tick, std::uint32_t channel, std::uint32_t master)
+        : PacketOf({tick, channel, master}, kCode) {}
+    CSystemSync(const CSystemContext& context) : PacketOf(context.values(), kCode) {}
+};
 
-#undef QUORVEX_CALLED
-#undef QUORVEX_COULD_NOT
-#undef QUORVEX_SYNC_RULES
-#undef QUORVEX_BUS_RULES
-#undef QUORVEX_REL_BUS_RULES
-#undef QUORVEX_SIGNAL_RULES
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kBusDataRules, BusPacket, CBusDataPayload>)
+class QUORVEX_API CBusData : public PacketOf<kBusDataRules, BusPacket, CBusDataPayload> {
+    QUORVEX_KIND(BusData, PacketOf)
 
-QUORVEX_KIND(BusSync, PacketOf<kBusSyncRules, BusPacket>)
-QUORVEX_KIND(SystemSync, PacketOf<kSystemSyncRules, SystemPacket>)
+public:
+    CBusData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, const CBusDataSignals& signals,
+             const CData& data)
+        : PacketOf({tick, hwCtx, master}, kCode, signals, data) {}
+    CBusData(const CBusContext& context, const CBusDataSignals& signals, const CData& data)
+        : PacketOf(context.values(), kCode, signals, data) {}
+};
 
-QUORVEX_KIND(BusData, PacketOf<kBusDataRules, BusPacket, CBusDataPayload>)
-QUORVEX_KIND(BusAddrData, PacketOf<kBusAddrDataRules, BusPacket, CBusAddrDataPayload>)
-QUORVEX_KIND(SignalDefine, PacketOf<kSignalDefineRules, BusPacket, CSignalDefinePayload>)
-QUORVEX_KIND(SignalUndefine, PacketOf<kSignalUndefineRules, BusPacket, CSignalUndefinePayload>)
-QUORVEX_KIND(Signal, PacketOf<kSignalRules, BusPacket, CSignalPayload>)
-QUORVEX_KIND(SystemData, PacketOf<kSystemDataRules, SystemPacket, CSystemDataPayload>)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kBusAddrDataRules, BusPacket, CBusAddrDataPayload>)
+class QUORVEX_API CBusAddrData : public PacketOf<kBusAddrDataRules, BusPacket, CBusAddrDataPayload> {
+    QUORVEX_KIND(BusAddrData, PacketOf)
 
-QUORVEX_KIND(RelBusData, PacketOf<kRelBusDataRules, RelBusPacket, CBusDataPayload>)
-QUORVEX_KIND(RelBusAddrData, PacketOf<kRelBusAddrDataRules, RelBusPacket, CBusAddrDataPayload>)
-QUORVEX_KIND(RelSignalDefine, PacketOf<kRelSignalDefineRules, RelBusPacket, CSignalDefinePayload>)
-QUORVEX_KIND(RelSignalUndefine, PacketOf<kRelSignalUndefineRules, RelBusPacket, CSignalUndefinePayload>)
-QUORVEX_KIND(RelSignal, PacketOf<kRelSignalRules, RelBusPacket, CSignalPayload>)
-QUORVEX_KIND(RelSystemData, PacketOf<kRelSystemDataRules, RelSystemPacket, CSystemDataPayload>)
+public:
+    CBusAddrData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, const CBusDataSignals& signals,
+                 std::uint64_t address, const CData& data)
+        : PacketOf({tick, hwCtx, master}, kCode, signals, address, data) {}
+    CBusAddrData(const CBusContext& context, const CBusDataSignals& signals, std::uint64_t address, const CData& data)
+        : PacketOf(context.values(), kCode, signals, address, data) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kSignalDefineRules, BusPacket, CSignalDefinePayload>)
+class QUORVEX_API CSignalDefine : public PacketOf<kSignalDefineRules, BusPacket, CSignalDefinePayload> {
+    QUORVEX_KIND(SignalDefine, PacketOf)
+
+public:
+    CSignalDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, std::uint32_t id,
+                  const CSignalMask& mask, const CCharStringSequence& name)
+        : PacketOf({tick, hwCtx, master}, kCode, id, mask, name) {}
+    CSignalDefine(const CBusContext& context, std::uint32_t id, const CSignalMask& mask,
+                  const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, id, mask, name) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kSignalUndefineRules, BusPacket, CSignalUndefinePayload>)
+class QUORVEX_API CSignalUndefine : public PacketOf<kSignalUndefineRules, BusPacket, CSignalUndefinePayload> {
+    QUORVEX_KIND(SignalUndefine, PacketOf)
+
+public:
+    CSignalUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, std::uint32_t id)
+        : PacketOf({tick, hwCtx, master}, kCode, id) {}
+    CSignalUndefine(const CBusContext& context, std::uint32_t id) : PacketOf(context.values(), kCode, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kSignalRules, BusPacket, CSignalPayload>)
+class QUORVEX_API CSignal : public PacketOf<kSignalRules, BusPacket, CSignalPayload> {
+    QUORVEX_KIND(Signal, PacketOf)
+
+public:
+    CSignal(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, const CSignalMask& value,
+            const CSignalMask& mask)
+        : PacketOf({tick, hwCtx, master}, kCode, value, mask) {}
+    CSignal(const CBusContext& context, const CSignalMask& value, const CSignalMask& mask)
+        : PacketOf(context.values(), kCode, value, mask) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kSystemDataRules, SystemPacket, CSystemDataPayload>)
+class QUORVEX_API CSystemData : public PacketOf<kSystemDataRules, SystemPacket, CSystemDataPayload> {
+    QUORVEX_KIND(SystemData, PacketOf)
+
+public:
+    CSystemData(std::uint64_t tick, std::uint32_t channel, std::uint32_t master, const CData& data)
+        : PacketOf({tick, channel, master}, kCode, data) {}
+    CSystemData(const CSystemContext& context, const CData& data) : PacketOf(context.values(), kCode, data) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelBusDataRules, RelBusPacket, CBusDataPayload>)
+class QUORVEX_API CRelBusData : public PacketOf<kRelBusDataRules, RelBusPacket, CBusDataPayload> {
+    QUORVEX_KIND(RelBusData, PacketOf)
+
+public:
+    CRelBusData(std::uint8_t relTick, const CBusDataSignals& signals, const CData& data)
+        : PacketOf({relTick}, kCode, signals, data) {}
+    CRelBusData(const CRelBusContext& context, const CBusDataSignals& signals, const CData& data)
+        : PacketOf(context.values(), kCode, signals, data) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelBusAddrDataRules, RelBusPacket, CBusAddrDataPayload>)
+class QUORVEX_API CRelBusAddrData : public PacketOf<kRelBusAddrDataRules, RelBusPacket, CBusAddrDataPayload> {
+    QUORVEX_KIND(RelBusAddrData, PacketOf)
+
+public:
+    CRelBusAddrData(std::uint8_t relTick, const CBusDataSignals& signals, std::uint64_t address, const CData& data)
+        : PacketOf({relTick}, kCode, signals, address, data) {}
+    CRelBusAddrData(const CRelBusContext& context, const CBusDataSignals& signals, std::uint64_t address,
+                    const CData& data)
+        : PacketOf(context.values(), kCode, signals, address, data) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelSignalDefineRules, RelBusPacket, CSignalDefinePayload>)
+class QUORVEX_API CRelSignalDefine : public PacketOf<kRelSignalDefineRules, RelBusPacket, CSignalDefinePayload> {
+    QUORVEX_KIND(RelSignalDefine, PacketOf)
+
+public:
+    CRelSignalDefine(std::uint8_t relTick, std::uint32_t id, const CSignalMask& mask, const CCharStringSequence& name)
+        : PacketOf({relTick}, kCode, id, mask, name) {}
+    CRelSignalDefine(const CRelBusContext& context, std::uint32_t id, const CSignalMask& mask,
+                     const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, id, mask, name) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelSignalUndefineRules, RelBusPacket, CSignalUndefinePayload>)
+class QUORVEX_API CRelSignalUndefine : public PacketOf<kRelSignalUndefineRules, RelBusPacket, CSignalUndefinePayload> {
+    QUORVEX_KIND(RelSignalUndefine, PacketOf)
+
+public:
+    CRelSignalUndefine(std::uint8_t relTick, std::uint32_t id) : PacketOf({relTick}, kCode, id) {}
+    CRelSignalUndefine(const CRelBusContext& context, std::uint32_t id) : PacketOf(context.values(), kCode, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelSignalRules, RelBusPacket, CSignalPayload>)
+class QUORVEX_API CRelSignal : public PacketOf<kRelSignalRules, RelBusPacket, CSignalPayload> {
+    QUORVEX_KIND(RelSignal, PacketOf)
+
+public:
+    CRelSignal(std::uint8_t relTick, const CSignalMask& value, const CSignalMask& mask)
+        : PacketOf({relTick}, kCode, value, mask) {}
+    CRelSignal(const CRelBusContext& context, const CSignalMask& value, const CSignalMask& mask)
+        : PacketOf(context.values(), kCode, value, mask) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelSystemDataRules, RelSystemPacket, CSystemDataPayload>)
+class QUORVEX_API CRelSystemData : public PacketOf<kRelSystemDataRules, RelSystemPacket, CSystemDataPayload> {
+    QUORVEX_KIND(RelSystemData, PacketOf)
+
+public:
+    CRelSystemData(std::uint8_t relTick, const CData& data) : PacketOf({relTick}, kCode, data) {}
+    CRelSystemData(const CRelSystemContext& context, const CData& data) : PacketOf(context.values(), kCode, data) {}
+};
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

@@ -1,5 +1,7 @@
 #include "quorvex/packets/CounterPackets.h"
 
+#include "quorvex/packets/PacketImplementation.h"
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -77,5 +79,104 @@ bool CCounterValueVarPayload::decode(const char* from, unsigned size) {
     m_index = makeCounter(from + width, width);
     return true;
 }
+
+#define QUORVEX_COUNTER_BASE_RULES(Class)                                                                              \
+    {                                                                                                                  \
+        .header = Class ": Read-In constructor invalid header data supplied!",                                         \
+        .size = Class ": Read-In constructor invalid buffer size supplied!",                                           \
+        .context = Class ": Read-In constructor could not read context data!",                                         \
+        .payload = Class ": Read-In constructor could not read counter id!"                                            \
+    }
+/// In memory, a definition that is cut counts as none; a stream has no way back, there it is a failure.
+#define QUORVEX_COUNTER_DEFINE_RULES(Class, Text)                                                                      \
+    {                                                                                                                  \
+        .header = Class ": Read-In constructor invalid header data supplied!",                                         \
+        .payload = Class ": Read-In constructor could not read counter dimension and definition!",                     \
+        .text = Class ": Read-In constructor could not read " Text "!"                                                 \
+    }
+#define QUORVEX_COUNTER_CALLED(Class) Class ": Read-In Constructor called with invalid header data"
+#define QUORVEX_COUNTER_COULD_NOT(Class, What) Class ": Read-In Constructor could not read " What
+
+constexpr ReadRules kCounterBaseRules = QUORVEX_COUNTER_BASE_RULES("CCounterBase");
+constexpr ReadRules kRelCounterBaseRules = QUORVEX_COUNTER_BASE_RULES("CRelCounterBase");
+constexpr ReadRules kCounterDefineBaseRules =
+    QUORVEX_COUNTER_DEFINE_RULES("CCounterDefineBase", "subsequent counter definition");
+constexpr ReadRules kRelCounterDefineBaseRules =
+    QUORVEX_COUNTER_DEFINE_RULES("CRelCounterDefineBase", "counter dimension and definition");
+constexpr ReadRules kCounterValueBaseRules{
+    .header = QUORVEX_COUNTER_CALLED("CCounterValueBase"),
+    .payload = {QUORVEX_COUNTER_COULD_NOT("CCounterValueBase", "counter value."),
+                "CCounterValueBase: Read-In Constructor copuld not read from buffer."}};
+constexpr ReadRules kRelCounterValueBaseRules{
+    .header = {QUORVEX_COUNTER_CALLED("CRelCounterValueBase"), QUORVEX_COUNTER_CALLED("CRelCounterValueBase") "."},
+    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueBase", "basic data."),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueBase", "counter value.")};
+constexpr ReadRules kCounterValueDim1Rules{.header = QUORVEX_COUNTER_CALLED("CCounterValueDim1"),
+                                           .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim1", "basic value."),
+                                           .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim1", "counter index.")};
+constexpr ReadRules kCounterValueDim2Rules{.header = QUORVEX_COUNTER_CALLED("CCounterValueDim2"),
+                                           .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim2", "basic value."),
+                                           .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim2", "counter index.")};
+constexpr ReadRules kRelCounterValueDim1Rules{
+    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDim1"),
+    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim1", "basic value."),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim1", "counter index.")};
+constexpr ReadRules kRelCounterValueDim2Rules{
+    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDim2"),
+    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim2", "basic couner value."),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim2", "counter index.")};
+constexpr ReadRules kCounterValueDimNRules{
+    .header = QUORVEX_COUNTER_CALLED("CCounterValueDimN"),
+    .misfit = "CCounterValueDimN: Read-In Constructor read invalid counter index data.",
+    .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "basic value"),
+    .payload = {QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "counter index."),
+                QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "index value")}};
+constexpr ReadRules kRelCounterValueDimNRules{
+    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDimN"),
+    .misfit = "CRelCounterValueDimN: Read-In Constructor read invalid counter index data.",
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDimN", "counter index.")};
+constexpr ReadRules kCounterValueVarRules{
+    .header = QUORVEX_COUNTER_CALLED("CCounterValueVar"),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueVar", "variable length counter data from stream")};
+constexpr ReadRules kRelCounterValueVarRules{
+    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueVar"),
+    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueVar", "variable counter value and index from stream")};
+
+#undef QUORVEX_COUNTER_BASE_RULES
+#undef QUORVEX_COUNTER_DEFINE_RULES
+#undef QUORVEX_COUNTER_CALLED
+#undef QUORVEX_COUNTER_COULD_NOT
+
+template class PayloadOperations<CCounterBasePayload>;
+template class PayloadOperations<CCounterDefineBasePayload>;
+template class PayloadOperations<CCounterValueBasePayload>;
+template class PayloadOperations<CCounterIndexDim1>;
+template class PayloadOperations<CCounterIndexDim2>;
+template class PayloadOperations<CCounterIndexDimN>;
+template class PayloadOperations<CCounterValueVarPayload>;
+
+template class PacketOf<kCounterBaseRules, CorePacket, CCounterBasePayload>;
+template class PacketOf<kCounterDefineBaseRules, CCounterBase, CCounterDefineBasePayload>;
+template class PacketOf<kCounterValueBaseRules, CCounterBase, CCounterValueBasePayload>;
+template class PacketOf<kCounterValueDim1Rules, CCounterValueBase, CCounterIndexDim1>;
+template class PacketOf<kCounterValueDim2Rules, CCounterValueBase, CCounterIndexDim2>;
+template class PacketOf<kCounterValueDimNRules, CCounterValueBase, CCounterIndexDimN>;
+template class PacketOf<kCounterValueVarRules, CCounterBase, CCounterValueVarPayload>;
+template class PacketOf<kRelCounterBaseRules, RelCorePacket, CCounterBasePayload>;
+template class PacketOf<kRelCounterDefineBaseRules, CRelCounterBase, CCounterDefineBasePayload>;
+template class PacketOf<kRelCounterValueBaseRules, CRelCounterBase, CCounterValueBasePayload>;
+template class PacketOf<kRelCounterValueDim1Rules, CRelCounterValueBase, CCounterIndexDim1>;
+template class PacketOf<kRelCounterValueDim2Rules, CRelCounterValueBase, CCounterIndexDim2>;
+template class PacketOf<kRelCounterValueDimNRules, CRelCounterValueBase, CCounterIndexDimN>;
+template class PacketOf<kRelCounterValueVarRules, CRelCounterBase, CCounterValueVarPayload>;
+
+QUORVEX_COMPILE_PAIR(CounterDefine)
+QUORVEX_COMPILE_PAIR(CounterDefineUnit)
+QUORVEX_COMPILE_PAIR(CounterUndefine)
+QUORVEX_COMPILE_PAIR(CounterValueVar)
+QUORVEX_COMPILE_PAIR(CounterValue)
+QUORVEX_COMPILE_PAIR(CounterValueDim1)
+QUORVEX_COMPILE_PAIR(CounterValueDim2)
+QUORVEX_COMPILE_PAIR(CounterValueDimN)
 
 } // namespace Quorvex

@@ -15,15 +15,25 @@
 
 #include "quorvex/format/Counter.h"
 #include "quorvex/format/VarCounter.h"
-#include "quorvex/packets/CommonPayloads.h"
+#include "quorvex/packets/PacketProtocol.h"
 
 #include <array>
 
 namespace Quorvex {
 
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CCounterDefineBasePayload)
+QUORVEX_PAYLOAD(CCounterValueBasePayload)
+QUORVEX_PAYLOAD(CCounterIndexDim1)
+QUORVEX_PAYLOAD(CCounterIndexDim2)
+QUORVEX_PAYLOAD(CCounterIndexDimN)
+QUORVEX_PAYLOAD(CCounterValueVarPayload)
+
 namespace detail {
 /// Counter words travel as the eight bytes they are.
 template <class Word> struct CounterWordCodec {
+    static constexpr unsigned kFixed = sizeof(std::uint64_t);
     static unsigned size(const Word&) { return sizeof(std::uint64_t); }
     static int decode(Word& value, const char* from, unsigned size) {
         return FieldCodec<std::uint64_t>::decode(value.u64, from, size);
@@ -44,8 +54,6 @@ class QUORVEX_API CCounterDefineBasePayload : public PayloadOperations<CCounterD
     QUORVEX_DEFINITION(CntrDef)
 
 public:
-    using Forms = FormList<Form<std::uint8_t>, Form<std::uint8_t, const CCharStringSequence&>>;
-
     CCounterDefineBasePayload() = default;
     explicit CCounterDefineBasePayload(std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence())
         : m_CntrDim(dimensions), m_CntrDef(name) {}
@@ -53,7 +61,7 @@ public:
     static constexpr bool kCutTextIsNone = true;
     static constexpr bool kTextMayCount = true;
     static constexpr std::uint8_t Len() { return 1; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Count, "Dim", self.m_CntrDim);
     }
 };
@@ -62,13 +70,11 @@ class QUORVEX_API CCounterValueBasePayload : public PayloadOperations<CCounterVa
     QUORVEX_FIELD(TCounter_t, CntrVal, TCounter_t())
 
 public:
-    using Forms = FormList<Form<TCounter_t>>;
-
     CCounterValueBasePayload() = default;
     explicit CCounterValueBasePayload(TCounter_t value) : m_CntrVal(value) {}
 
     static constexpr std::uint8_t Len() { return 8; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Number, "Value", self.m_CntrVal);
     }
 };
@@ -77,13 +83,11 @@ class QUORVEX_API CCounterIndexDim1 : public PayloadOperations<CCounterIndexDim1
     QUORVEX_FIELD(TCounterIdx_t, CntrIdx1, TCounterIdx_t())
 
 public:
-    using Forms = FormList<Form<TCounterIdx_t>>;
-
     CCounterIndexDim1() = default;
     explicit CCounterIndexDim1(TCounterIdx_t index) : m_CntrIdx1(index) {}
 
     static constexpr std::uint8_t Len() { return 8; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Number, "Idx1", self.m_CntrIdx1);
     }
 };
@@ -93,13 +97,11 @@ class QUORVEX_API CCounterIndexDim2 : public PayloadOperations<CCounterIndexDim2
     QUORVEX_FIELD(TCounterIdx_t, CntrIdx2, TCounterIdx_t())
 
 public:
-    using Forms = FormList<Form<TCounterIdx_t, TCounterIdx_t>>;
-
     CCounterIndexDim2() = default;
     CCounterIndexDim2(TCounterIdx_t index1, TCounterIdx_t index2) : m_CntrIdx1(index1), m_CntrIdx2(index2) {}
 
     static constexpr std::uint8_t Len() { return 16; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Number, "Idx1", self.m_CntrIdx1);
         visit(FieldMeaning::Number, "Idx2", self.m_CntrIdx2);
     }
@@ -108,7 +110,6 @@ public:
 /// Up to 27 indices. More throw std::out_of_range, as does access beyond the count.
 class QUORVEX_API CCounterIndexDimN : public PayloadOperations<CCounterIndexDimN> {
 public:
-    using Forms = FormList<Form<const CCounterIndexDimN&>>;
     static constexpr unsigned kMaxDim = 27;
 
     CCounterIndexDimN() = default;
@@ -133,7 +134,7 @@ public:
         m_dimensions = static_cast<std::uint8_t>(size / 8);
         return fits(size);
     }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         for (unsigned i = 0; i < self.m_dimensions; ++i)
             visit(FieldMeaning::Number, "Idx", self.m_indices[i]);
     }
@@ -151,7 +152,6 @@ private:
 /// tell them. A packet that holds them has a StreamSize() of 0.
 class QUORVEX_API CCounterValueVarPayload : public PayloadOperations<CCounterValueVarPayload> {
 public:
-    using Forms = FormList<Form<const CCounterValueVarPayload&>>;
     static constexpr unsigned kMaxSize = 113;
     static constexpr bool kTakesRest = true;
 
@@ -178,7 +178,7 @@ public:
     bool writable() const { return m_value.Length() == m_index.Length() && m_value.Length() <= kMaxSize; }
     /// Throws what Len2Size throws; so does the Read-In constructor from memory.
     bool decode(const char* from, unsigned size);
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Number, "Value", self.m_value);
         visit(FieldMeaning::Number, "Idx1", self.m_index);
     }
@@ -192,6 +192,7 @@ private:
 
 /// Written as it is; read by the payload, which knows the width.
 template <> struct FieldCodec<TVarCounter_t> {
+    static constexpr unsigned kFixed = 0;
     static unsigned size(const TVarCounter_t& value) { return value.Length(); }
     static void encode(const TVarCounter_t& value, char* to) {
         if (value.Length() > 0)
@@ -199,112 +200,390 @@ template <> struct FieldCodec<TVarCounter_t> {
     }
 };
 
-#define QUORVEX_COUNTER_BASE_RULES(Class)                                                                              \
-    {                                                                                                                  \
-        .header = Class ": Read-In constructor invalid header data supplied!",                                         \
-        .size = Class ": Read-In constructor invalid buffer size supplied!",                                           \
-        .context = Class ": Read-In constructor could not read context data!",                                         \
-        .payload = Class ": Read-In constructor could not read counter id!"                                            \
+// Defined with the texts of their failures, and compiled, in CounterPackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kCounterBaseRules, kRelCounterBaseRules, kCounterDefineBaseRules,
+    kRelCounterDefineBaseRules, kCounterValueBaseRules, kRelCounterValueBaseRules, kCounterValueDim1Rules,
+    kCounterValueDim2Rules, kRelCounterValueDim1Rules, kRelCounterValueDim2Rules, kCounterValueDimNRules,
+    kRelCounterValueDimNRules, kCounterValueVarRules, kRelCounterValueVarRules;
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterBaseRules, CorePacket, CCounterBasePayload>)
+class QUORVEX_API CCounterBase : public PacketOf<kCounterBaseRules, CorePacket, CCounterBasePayload> {
+    QUORVEX_BASE(CCounterBase)
+
+public:
+    CCounterBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                 std::uint32_t id)
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+    CCounterBase(tagTCode code, const CCoreContext& context, std::uint32_t id) : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterDefineBaseRules, CCounterBase, CCounterDefineBasePayload>)
+class QUORVEX_API CCounterDefineBase
+    : public PacketOf<kCounterDefineBaseRules, CCounterBase, CCounterDefineBasePayload> {
+    QUORVEX_BASE(CCounterDefineBase)
+
+public:
+    CCounterDefineBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                       std::uint32_t id, std::uint8_t dimensions,
+                       const CCharStringSequence& name = CCharStringSequence())
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, dimensions, name) {
+        CntrId(id);
     }
-/// In memory, a definition that is cut counts as none; a stream has no way back, there it is a failure.
-#define QUORVEX_COUNTER_DEFINE_RULES(Class, Text)                                                                      \
-    {                                                                                                                  \
-        .header = Class ": Read-In constructor invalid header data supplied!",                                         \
-        .payload = Class ": Read-In constructor could not read counter dimension and definition!",                     \
-        .text = Class ": Read-In constructor could not read " Text "!"                                                 \
+    CCounterDefineBase(tagTCode code, const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                       const CCharStringSequence& name = CCharStringSequence())
+        : PacketOf(context.values(), code, dimensions, name) {
+        CntrId(id);
     }
-#define QUORVEX_COUNTER_CALLED(Class) Class ": Read-In Constructor called with invalid header data"
-#define QUORVEX_COUNTER_COULD_NOT(Class, What) Class ": Read-In Constructor could not read " What
+};
 
-inline constexpr ReadRules kCounterBaseRules = QUORVEX_COUNTER_BASE_RULES("CCounterBase");
-inline constexpr ReadRules kRelCounterBaseRules = QUORVEX_COUNTER_BASE_RULES("CRelCounterBase");
-inline constexpr ReadRules kCounterDefineBaseRules =
-    QUORVEX_COUNTER_DEFINE_RULES("CCounterDefineBase", "subsequent counter definition");
-inline constexpr ReadRules kRelCounterDefineBaseRules =
-    QUORVEX_COUNTER_DEFINE_RULES("CRelCounterDefineBase", "counter dimension and definition");
-inline constexpr ReadRules kCounterValueBaseRules{
-    .header = QUORVEX_COUNTER_CALLED("CCounterValueBase"),
-    .payload = {QUORVEX_COUNTER_COULD_NOT("CCounterValueBase", "counter value."),
-                "CCounterValueBase: Read-In Constructor copuld not read from buffer."}};
-inline constexpr ReadRules kRelCounterValueBaseRules{
-    .header = {QUORVEX_COUNTER_CALLED("CRelCounterValueBase"), QUORVEX_COUNTER_CALLED("CRelCounterValueBase") "."},
-    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueBase", "basic data."),
-    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueBase", "counter value.")};
-inline constexpr ReadRules kCounterValueDim1Rules{
-    .header = QUORVEX_COUNTER_CALLED("CCounterValueDim1"),
-    .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim1", "basic value."),
-    .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim1", "counter index.")};
-inline constexpr ReadRules kCounterValueDim2Rules{
-    .header = QUORVEX_COUNTER_CALLED("CCounterValueDim2"),
-    .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim2", "basic value."),
-    .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueDim2", "counter index.")};
-inline constexpr ReadRules kRelCounterValueDim1Rules{
-    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDim1"),
-    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim1", "basic value."),
-    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim1", "counter index.")};
-inline constexpr ReadRules kRelCounterValueDim2Rules{
-    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDim2"),
-    .basis = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim2", "basic couner value."),
-    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDim2", "counter index.")};
-inline constexpr ReadRules kCounterValueDimNRules{
-    .header = QUORVEX_COUNTER_CALLED("CCounterValueDimN"),
-    .misfit = "CCounterValueDimN: Read-In Constructor read invalid counter index data.",
-    .basis = QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "basic value"),
-    .payload = {QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "counter index."),
-                QUORVEX_COUNTER_COULD_NOT("CCounterValueDimN", "index value")}};
-inline constexpr ReadRules kRelCounterValueDimNRules{
-    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueDimN"),
-    .misfit = "CRelCounterValueDimN: Read-In Constructor read invalid counter index data.",
-    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueDimN", "counter index.")};
-inline constexpr ReadRules kCounterValueVarRules{
-    .header = QUORVEX_COUNTER_CALLED("CCounterValueVar"),
-    .payload = QUORVEX_COUNTER_COULD_NOT("CCounterValueVar", "variable length counter data from stream")};
-inline constexpr ReadRules kRelCounterValueVarRules{
-    .header = QUORVEX_COUNTER_CALLED("CRelCounterValueVar"),
-    .payload = QUORVEX_COUNTER_COULD_NOT("CRelCounterValueVar", "variable counter value and index from stream")};
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueBaseRules, CCounterBase, CCounterValueBasePayload>)
+class QUORVEX_API CCounterValueBase : public PacketOf<kCounterValueBaseRules, CCounterBase, CCounterValueBasePayload> {
+    QUORVEX_BASE(CCounterValueBase)
 
-#undef QUORVEX_COUNTER_BASE_RULES
-#undef QUORVEX_COUNTER_DEFINE_RULES
-#undef QUORVEX_COUNTER_CALLED
-#undef QUORVEX_COUNTER_COULD_NOT
+public:
+    CCounterValueBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                      std::uint32_t id, TCounter_t value)
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, value) {
+        CntrId(id);
+    }
+    CCounterValueBase(tagTCode code, const CCoreContext& context, std::uint32_t id, TCounter_t value)
+        : PacketOf(context.values(), code, value) {
+        CntrId(id);
+    }
+};
 
-QUORVEX_BASE(CCounterBase, kCounterBaseRules, CorePacket, CCounterBasePayload)
-QUORVEX_BASE(CRelCounterBase, kRelCounterBaseRules, RelCorePacket, CCounterBasePayload)
-QUORVEX_BASE(CCounterDefineBase, kCounterDefineBaseRules, CCounterBase, CCounterDefineBasePayload)
-QUORVEX_BASE(CRelCounterDefineBase, kRelCounterDefineBaseRules, CRelCounterBase, CCounterDefineBasePayload)
-QUORVEX_BASE(CCounterValueBase, kCounterValueBaseRules, CCounterBase, CCounterValueBasePayload)
-QUORVEX_BASE(CRelCounterValueBase, kRelCounterValueBaseRules, CRelCounterBase, CCounterValueBasePayload)
+class QUORVEX_API CCounterDefine : public CCounterDefineBase {
+    QUORVEX_KIND(CounterDefine, CCounterDefineBase)
 
-QUORVEX_KIND(CounterDefine, CCounterDefineBase)
-QUORVEX_KIND(CounterDefineUnit, CCounterDefineBase)
-QUORVEX_KIND(CounterUndefine, CCounterBase)
-QUORVEX_KIND(CounterValue, CCounterValueBase)
-QUORVEX_KIND(CounterValueDim1, PacketOf<kCounterValueDim1Rules, CCounterValueBase, CCounterIndexDim1>)
-QUORVEX_KIND(CounterValueDim2, PacketOf<kCounterValueDim2Rules, CCounterValueBase, CCounterIndexDim2>)
+public:
+    CCounterDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                   std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence())
+        : CCounterDefineBase({tick, hwCtx, swCtx, ip}, kCode, dimensions, name) {
+        CntrId(id);
+    }
+    CCounterDefine(const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                   const CCharStringSequence& name = CCharStringSequence())
+        : CCounterDefineBase(context.values(), kCode, dimensions, name) {
+        CntrId(id);
+    }
+};
 
-QUORVEX_KIND(RelCounterDefine, CRelCounterDefineBase)
-QUORVEX_KIND(RelCounterDefineUnit, CRelCounterDefineBase)
-QUORVEX_KIND(RelCounterUndefine, CRelCounterBase)
-QUORVEX_KIND(RelCounterValue, CRelCounterValueBase)
-QUORVEX_KIND(RelCounterValueDim1, PacketOf<kRelCounterValueDim1Rules, CRelCounterValueBase, CCounterIndexDim1>)
-QUORVEX_KIND(RelCounterValueDim2, PacketOf<kRelCounterValueDim2Rules, CRelCounterValueBase, CCounterIndexDim2>)
+class QUORVEX_API CCounterDefineUnit : public CCounterDefineBase {
+    QUORVEX_KIND(CounterDefineUnit, CCounterDefineBase)
 
-/// Kinds whose variable part can be assigned as a whole, which resizes the packet.
-#define QUORVEX_RESIZING_KIND(Name, Rules, Base, Payload)                                                              \
-    class QUORVEX_API C##Name : public Kind<Name, PacketOf<Rules, Base, Payload>> {                                    \
-    public:                                                                                                            \
-        using Constructors::Constructors;                                                                              \
-        C##Name& operator=(const Payload& payload) {                                                                   \
-            Payload::operator=(payload);                                                                               \
-            SetPacketHeaderLength();                                                                                   \
-            return *this;                                                                                              \
-        }                                                                                                              \
-    };
+public:
+    CCounterDefineUnit(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                       std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence())
+        : CCounterDefineBase({tick, hwCtx, swCtx, ip}, kCode, dimensions, name) {
+        CntrId(id);
+    }
+    CCounterDefineUnit(const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                       const CCharStringSequence& name = CCharStringSequence())
+        : CCounterDefineBase(context.values(), kCode, dimensions, name) {
+        CntrId(id);
+    }
+};
 
-QUORVEX_RESIZING_KIND(CounterValueDimN, kCounterValueDimNRules, CCounterValueBase, CCounterIndexDimN)
-QUORVEX_RESIZING_KIND(CounterValueVar, kCounterValueVarRules, CCounterBase, CCounterValueVarPayload)
-QUORVEX_RESIZING_KIND(RelCounterValueDimN, kRelCounterValueDimNRules, CRelCounterValueBase, CCounterIndexDimN)
-QUORVEX_RESIZING_KIND(RelCounterValueVar, kRelCounterValueVarRules, CRelCounterBase, CCounterValueVarPayload)
-#undef QUORVEX_RESIZING_KIND
+class QUORVEX_API CCounterUndefine : public CCounterBase {
+    QUORVEX_KIND(CounterUndefine, CCounterBase)
+
+public:
+    CCounterUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
+        : CCounterBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+    CCounterUndefine(const CCoreContext& context, std::uint32_t id) : CCounterBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CCounterValue : public CCounterValueBase {
+    QUORVEX_KIND(CounterValue, CCounterValueBase)
+
+public:
+    CCounterValue(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                  TCounter_t value)
+        : CCounterValueBase({tick, hwCtx, swCtx, ip}, kCode, value) {
+        CntrId(id);
+    }
+    CCounterValue(const CCoreContext& context, std::uint32_t id, TCounter_t value)
+        : CCounterValueBase(context.values(), kCode, value) {
+        CntrId(id);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueDim1Rules, CCounterValueBase, CCounterIndexDim1>)
+class QUORVEX_API CCounterValueDim1 : public PacketOf<kCounterValueDim1Rules, CCounterValueBase, CCounterIndexDim1> {
+    QUORVEX_KIND(CounterValueDim1, PacketOf)
+
+public:
+    CCounterValueDim1(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                      TCounter_t value, TCounterIdx_t index)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, index) {
+        CntrId(id);
+        CntrVal(value);
+    }
+    CCounterValueDim1(const CCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index)
+        : PacketOf(context.values(), kCode, index) {
+        CntrId(id);
+        CntrVal(value);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueDim2Rules, CCounterValueBase, CCounterIndexDim2>)
+class QUORVEX_API CCounterValueDim2 : public PacketOf<kCounterValueDim2Rules, CCounterValueBase, CCounterIndexDim2> {
+    QUORVEX_KIND(CounterValueDim2, PacketOf)
+
+public:
+    CCounterValueDim2(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                      TCounter_t value, TCounterIdx_t index1, TCounterIdx_t index2)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, index1, index2) {
+        CntrId(id);
+        CntrVal(value);
+    }
+    CCounterValueDim2(const CCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index1,
+                      TCounterIdx_t index2)
+        : PacketOf(context.values(), kCode, index1, index2) {
+        CntrId(id);
+        CntrVal(value);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueDimNRules, CCounterValueBase, CCounterIndexDimN>)
+class QUORVEX_API CCounterValueDimN : public PacketOf<kCounterValueDimNRules, CCounterValueBase, CCounterIndexDimN> {
+    QUORVEX_KIND(CounterValueDimN, PacketOf)
+
+public:
+    CCounterValueDimN(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                      TCounter_t value, const CCounterIndexDimN& indices)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, indices) {
+        CntrId(id);
+        CntrVal(value);
+    }
+    CCounterValueDimN(const CCoreContext& context, std::uint32_t id, TCounter_t value, const CCounterIndexDimN& indices)
+        : PacketOf(context.values(), kCode, indices) {
+        CntrId(id);
+        CntrVal(value);
+    }
+
+    /// Replaces the variable part, which resizes the packet.
+    CCounterValueDimN& operator=(const CCounterIndexDimN& payload) {
+        CCounterIndexDimN::operator=(payload);
+        SetPacketHeaderLength();
+        return *this;
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueVarRules, CCounterBase, CCounterValueVarPayload>)
+class QUORVEX_API CCounterValueVar : public PacketOf<kCounterValueVarRules, CCounterBase, CCounterValueVarPayload> {
+    QUORVEX_KIND(CounterValueVar, PacketOf)
+
+public:
+    CCounterValueVar(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                     const CCounterValueVarPayload& counter)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, counter) {
+        CntrId(id);
+    }
+    CCounterValueVar(const CCoreContext& context, std::uint32_t id, const CCounterValueVarPayload& counter)
+        : PacketOf(context.values(), kCode, counter) {
+        CntrId(id);
+    }
+
+    /// Replaces the variable part, which resizes the packet.
+    CCounterValueVar& operator=(const CCounterValueVarPayload& payload) {
+        CCounterValueVarPayload::operator=(payload);
+        SetPacketHeaderLength();
+        return *this;
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterBaseRules, RelCorePacket, CCounterBasePayload>)
+class QUORVEX_API CRelCounterBase : public PacketOf<kRelCounterBaseRules, RelCorePacket, CCounterBasePayload> {
+    QUORVEX_BASE(CRelCounterBase)
+
+public:
+    CRelCounterBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : PacketOf({relTick, relIp}, code, id) {}
+    CRelCounterBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+        : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterDefineBaseRules, CRelCounterBase, CCounterDefineBasePayload>)
+class QUORVEX_API CRelCounterDefineBase
+    : public PacketOf<kRelCounterDefineBaseRules, CRelCounterBase, CCounterDefineBasePayload> {
+    QUORVEX_BASE(CRelCounterDefineBase)
+
+public:
+    CRelCounterDefineBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                          std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence())
+        : PacketOf({relTick, relIp}, code, dimensions, name) {
+        CntrId(id);
+    }
+    CRelCounterDefineBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                          const CCharStringSequence& name = CCharStringSequence())
+        : PacketOf(context.values(), code, dimensions, name) {
+        CntrId(id);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueBaseRules, CRelCounterBase, CCounterValueBasePayload>)
+class QUORVEX_API CRelCounterValueBase
+    : public PacketOf<kRelCounterValueBaseRules, CRelCounterBase, CCounterValueBasePayload> {
+    QUORVEX_BASE(CRelCounterValueBase)
+
+public:
+    CRelCounterValueBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value)
+        : PacketOf({relTick, relIp}, code, value) {
+        CntrId(id);
+    }
+    CRelCounterValueBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id, TCounter_t value)
+        : PacketOf(context.values(), code, value) {
+        CntrId(id);
+    }
+};
+
+class QUORVEX_API CRelCounterDefine : public CRelCounterDefineBase {
+    QUORVEX_KIND(RelCounterDefine, CRelCounterDefineBase)
+
+public:
+    CRelCounterDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint8_t dimensions,
+                      const CCharStringSequence& name = CCharStringSequence())
+        : CRelCounterDefineBase({relTick, relIp}, kCode, dimensions, name) {
+        CntrId(id);
+    }
+    CRelCounterDefine(const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                      const CCharStringSequence& name = CCharStringSequence())
+        : CRelCounterDefineBase(context.values(), kCode, dimensions, name) {
+        CntrId(id);
+    }
+};
+
+class QUORVEX_API CRelCounterDefineUnit : public CRelCounterDefineBase {
+    QUORVEX_KIND(RelCounterDefineUnit, CRelCounterDefineBase)
+
+public:
+    CRelCounterDefineUnit(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint8_t dimensions,
+                          const CCharStringSequence& name = CCharStringSequence())
+        : CRelCounterDefineBase({relTick, relIp}, kCode, dimensions, name) {
+        CntrId(id);
+    }
+    CRelCounterDefineUnit(const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                          const CCharStringSequence& name = CCharStringSequence())
+        : CRelCounterDefineBase(context.values(), kCode, dimensions, name) {
+        CntrId(id);
+    }
+};
+
+class QUORVEX_API CRelCounterUndefine : public CRelCounterBase {
+    QUORVEX_KIND(RelCounterUndefine, CRelCounterBase)
+
+public:
+    CRelCounterUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : CRelCounterBase({relTick, relIp}, kCode, id) {}
+    CRelCounterUndefine(const CRelCoreContext& context, std::uint32_t id)
+        : CRelCounterBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CRelCounterValue : public CRelCounterValueBase {
+    QUORVEX_KIND(RelCounterValue, CRelCounterValueBase)
+
+public:
+    CRelCounterValue(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value)
+        : CRelCounterValueBase({relTick, relIp}, kCode, value) {
+        CntrId(id);
+    }
+    CRelCounterValue(const CRelCoreContext& context, std::uint32_t id, TCounter_t value)
+        : CRelCounterValueBase(context.values(), kCode, value) {
+        CntrId(id);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueDim1Rules, CRelCounterValueBase, CCounterIndexDim1>)
+class QUORVEX_API CRelCounterValueDim1
+    : public PacketOf<kRelCounterValueDim1Rules, CRelCounterValueBase, CCounterIndexDim1> {
+    QUORVEX_KIND(RelCounterValueDim1, PacketOf)
+
+public:
+    CRelCounterValueDim1(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
+                         TCounterIdx_t index)
+        : PacketOf({relTick, relIp}, kCode, index) {
+        CntrId(id);
+        CntrVal(value);
+    }
+    CRelCounterValueDim1(const CRelCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index)
+        : PacketOf(context.values(), kCode, index) {
+        CntrId(id);
+        CntrVal(value);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueDim2Rules, CRelCounterValueBase, CCounterIndexDim2>)
+class QUORVEX_API CRelCounterValueDim2
+    : public PacketOf<kRelCounterValueDim2Rules, CRelCounterValueBase, CCounterIndexDim2> {
+    QUORVEX_KIND(RelCounterValueDim2, PacketOf)
+
+public:
+    CRelCounterValueDim2(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
+                         TCounterIdx_t index1, TCounterIdx_t index2)
+        : PacketOf({relTick, relIp}, kCode, index1, index2) {
+        CntrId(id);
+        CntrVal(value);
+    }
+    CRelCounterValueDim2(const CRelCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index1,
+                         TCounterIdx_t index2)
+        : PacketOf(context.values(), kCode, index1, index2) {
+        CntrId(id);
+        CntrVal(value);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueDimNRules, CRelCounterValueBase, CCounterIndexDimN>)
+class QUORVEX_API CRelCounterValueDimN
+    : public PacketOf<kRelCounterValueDimNRules, CRelCounterValueBase, CCounterIndexDimN> {
+    QUORVEX_KIND(RelCounterValueDimN, PacketOf)
+
+public:
+    CRelCounterValueDimN(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
+                         const CCounterIndexDimN& indices)
+        : PacketOf({relTick, relIp}, kCode, indices) {
+        CntrId(id);
+        CntrVal(value);
+    }
+    CRelCounterValueDimN(const CRelCoreContext& context, std::uint32_t id, TCounter_t value,
+                         const CCounterIndexDimN& indices)
+        : PacketOf(context.values(), kCode, indices) {
+        CntrId(id);
+        CntrVal(value);
+    }
+
+    /// Replaces the variable part, which resizes the packet.
+    CRelCounterValueDimN& operator=(const CCounterIndexDimN& payload) {
+        CCounterIndexDimN::operator=(payload);
+        SetPacketHeaderLength();
+        return *this;
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueVarRules, CRelCounterBase, CCounterValueVarPayload>)
+class QUORVEX_API CRelCounterValueVar
+    : public PacketOf<kRelCounterValueVarRules, CRelCounterBase, CCounterValueVarPayload> {
+    QUORVEX_KIND(RelCounterValueVar, PacketOf)
+
+public:
+    CRelCounterValueVar(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                        const CCounterValueVarPayload& counter)
+        : PacketOf({relTick, relIp}, kCode, counter) {
+        CntrId(id);
+    }
+    CRelCounterValueVar(const CRelCoreContext& context, std::uint32_t id, const CCounterValueVarPayload& counter)
+        : PacketOf(context.values(), kCode, counter) {
+        CntrId(id);
+    }
+
+    /// Replaces the variable part, which resizes the packet.
+    CRelCounterValueVar& operator=(const CCounterValueVarPayload& payload) {
+        CCounterValueVarPayload::operator=(payload);
+        SetPacketHeaderLength();
+        return *this;
+    }
+};
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

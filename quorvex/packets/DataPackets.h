@@ -11,12 +11,15 @@
 
 namespace Quorvex {
 
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CDataBasePayload, 8)
+
 /// The address that is accessed, and the bytes that were read or written there.
 class QUORVEX_API CDataBasePayload : public PayloadOperations<CDataBasePayload, 8> {
     QUORVEX_FIELD(std::uint64_t, AccAddr, kUnknown64)
 
 public:
-    using Forms = FormList<Form<std::uint64_t>, Form<std::uint64_t, const CData&>>;
     static constexpr bool kTakesRest = true;
 
     CDataBasePayload() = default;
@@ -35,7 +38,7 @@ public:
     }
 
     static constexpr std::uint8_t Len() { return 8; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Address, "DataAddr", self.m_AccAddr);
         visit(FieldMeaning::Bytes, "Data", self.m_AccData);
     }
@@ -48,22 +51,75 @@ private:
     QUORVEX_RESIZABLE
 };
 
-inline constexpr ReadRules kDataBaseRules{.size = "CDataBase: Read-In constructor invalid input buffer size.",
-                                          .context = "CDataBase: Read-In constructor could not read context data.",
-                                          .payload = {"CDataBase: Read-In constructor could not access data.",
-                                                      "CDataBase: Read-In constructor could not read data."},
-                                          .wholeSize = true};
-inline constexpr ReadRules kRelDataBaseRules{.size = "CRelDataBase: Read-In constructor invalid input buffer size.",
-                                             .context =
-                                                 "CRelDataBase: Read-In constructor could not read context data.",
-                                             .payload = "CRelDataBase: Read-In constructor could not read data."};
+// Defined with the texts of their failures, and compiled, in DataPackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kDataBaseRules, kRelDataBaseRules;
 
-QUORVEX_BASE(CDataBase, kDataBaseRules, CorePacket, CDataBasePayload)
-QUORVEX_BASE(CRelDataBase, kRelDataBaseRules, RelCorePacket, CDataBasePayload)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kDataBaseRules, CorePacket, CDataBasePayload>)
+class QUORVEX_API CDataBase : public PacketOf<kDataBaseRules, CorePacket, CDataBasePayload> {
+    QUORVEX_BASE(CDataBase)
 
-QUORVEX_KIND(ReadData, CDataBase)
-QUORVEX_KIND(WriteData, CDataBase)
-QUORVEX_KIND(RelReadData, CRelDataBase)
-QUORVEX_KIND(RelWriteData, CRelDataBase)
+public:
+    CDataBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+              std::uint64_t address, const CData& data = CData())
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, address, data) {}
+    CDataBase(tagTCode code, const CCoreContext& context, std::uint64_t address, const CData& data = CData())
+        : PacketOf(context.values(), code, address, data) {}
+};
+
+class QUORVEX_API CReadData : public CDataBase {
+    QUORVEX_KIND(ReadData, CDataBase)
+
+public:
+    CReadData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint64_t address,
+              const CData& data = CData())
+        : CDataBase({tick, hwCtx, swCtx, ip}, kCode, address, data) {}
+    CReadData(const CCoreContext& context, std::uint64_t address, const CData& data = CData())
+        : CDataBase(context.values(), kCode, address, data) {}
+};
+
+class QUORVEX_API CWriteData : public CDataBase {
+    QUORVEX_KIND(WriteData, CDataBase)
+
+public:
+    CWriteData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint64_t address,
+               const CData& data = CData())
+        : CDataBase({tick, hwCtx, swCtx, ip}, kCode, address, data) {}
+    CWriteData(const CCoreContext& context, std::uint64_t address, const CData& data = CData())
+        : CDataBase(context.values(), kCode, address, data) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelDataBaseRules, RelCorePacket, CDataBasePayload>)
+class QUORVEX_API CRelDataBase : public PacketOf<kRelDataBaseRules, RelCorePacket, CDataBasePayload> {
+    QUORVEX_BASE(CRelDataBase)
+
+public:
+    CRelDataBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address,
+                 const CData& data = CData())
+        : PacketOf({relTick, relIp}, code, address, data) {}
+    CRelDataBase(tagTCode code, const CRelCoreContext& context, std::uint64_t address, const CData& data = CData())
+        : PacketOf(context.values(), code, address, data) {}
+};
+
+class QUORVEX_API CRelReadData : public CRelDataBase {
+    QUORVEX_KIND(RelReadData, CRelDataBase)
+
+public:
+    CRelReadData(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address, const CData& data = CData())
+        : CRelDataBase({relTick, relIp}, kCode, address, data) {}
+    CRelReadData(const CRelCoreContext& context, std::uint64_t address, const CData& data = CData())
+        : CRelDataBase(context.values(), kCode, address, data) {}
+};
+
+class QUORVEX_API CRelWriteData : public CRelDataBase {
+    QUORVEX_KIND(RelWriteData, CRelDataBase)
+
+public:
+    CRelWriteData(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address, const CData& data = CData())
+        : CRelDataBase({relTick, relIp}, kCode, address, data) {}
+    CRelWriteData(const CRelCoreContext& context, std::uint64_t address, const CData& data = CData())
+        : CRelDataBase(context.values(), kCode, address, data) {}
+};
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

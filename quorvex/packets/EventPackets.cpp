@@ -1,5 +1,7 @@
 #include "quorvex/packets/EventPackets.h"
 
+#include "quorvex/packets/PacketImplementation.h"
+
 namespace Quorvex {
 
 namespace {
@@ -46,5 +48,29 @@ const char* CEventTypeInfo::EventTypeToDescription(EEventType type) {
     const Row* row = find(type);
     return row ? row->description : nullptr;
 }
+
+#define QUORVEX_EVENT_RULES(Class)                                                                                     \
+    {                                                                                                                  \
+        .header = Class ": Read-In Constructor called with invalid header data",                                       \
+        .context = Class ": Read-In Constructor could not read context data.",                                         \
+        .payload = Class ": Read-In Constructor could not read event data.",                                           \
+        .text = Class ": Read-In constructor could not read valid event definition string."                            \
+    }
+constexpr ReadRules kEventDefineRules = QUORVEX_EVENT_RULES("CEventDefine");
+constexpr ReadRules kEventUndefineRules = QUORVEX_EVENT_RULES("CEventUndefine");
+constexpr ReadRules kEventRules = QUORVEX_EVENT_RULES("CEvent");
+#undef QUORVEX_EVENT_RULES
+
+template class PayloadOperations<CEventDefinePayload>;
+template class PayloadOperations<CEventUndefinePayload>;
+template class PayloadOperations<CEventPayload, 4>;
+
+template class PacketOf<kEventDefineRules, PlainPacket, CEventDefinePayload>;
+template class PacketOf<kEventUndefineRules, PlainPacket, CEventUndefinePayload>;
+template class PacketOf<kEventRules, CorePacket, CEventPayload>;
+
+QUORVEX_COMPILE_KIND(EventDefine)
+QUORVEX_COMPILE_KIND(EventUndefine)
+QUORVEX_COMPILE_KIND(Event)
 
 } // namespace Quorvex

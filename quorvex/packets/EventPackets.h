@@ -7,9 +7,14 @@
 ///     Event           core context | EvtId:4 | 0 to 64 bytes of data
 
 #include "quorvex/format/Data.h"
-#include "quorvex/packets/CommonPayloads.h"
+#include "quorvex/packets/PacketProtocol.h"
 
 namespace Quorvex {
+
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CEventDefinePayload)
+QUORVEX_PAYLOAD(CEventPayload, 4)
 
 /// What events are about. Other values travel as they are.
 enum EEventType : std::uint32_t {
@@ -41,15 +46,12 @@ class QUORVEX_API CEventDefinePayload : public PayloadOperations<CEventDefinePay
     QUORVEX_DEFINITION(EvtDef)
 
 public:
-    using Forms =
-        FormList<Form<std::uint32_t, EEventType>, Form<std::uint32_t, EEventType, const CCharStringSequence&>>;
-
     CEventDefinePayload() = default;
     CEventDefinePayload(std::uint32_t id, EEventType type, const CCharStringSequence& name = CCharStringSequence())
         : m_EvtId(id), m_EvtType(type), m_EvtDef(name) {}
 
     static constexpr std::uint8_t Len() { return 8; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "EvtId", self.m_EvtId);
         visit(FieldMeaning::Id, "EvtType", self.m_EvtType);
     }
@@ -61,7 +63,6 @@ class QUORVEX_API CEventPayload : public PayloadOperations<CEventPayload, 4> {
     QUORVEX_FIELD(std::uint32_t, EvtId, 0)
 
 public:
-    using Forms = FormList<Form<std::uint32_t>, Form<std::uint32_t, const CData&>>;
     static constexpr bool kTakesRest = true;
 
     CEventPayload() = default;
@@ -75,7 +76,7 @@ public:
     }
 
     static constexpr std::uint8_t Len() { return 4; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "EvtId", self.m_EvtId);
         visit(FieldMeaning::Bytes, "Data", self.m_data);
     }
@@ -86,20 +87,38 @@ private:
     QUORVEX_RESIZABLE
 };
 
-#define QUORVEX_EVENT_RULES(Class)                                                                                     \
-    {                                                                                                                  \
-        .header = Class ": Read-In Constructor called with invalid header data",                                       \
-        .context = Class ": Read-In Constructor could not read context data.",                                         \
-        .payload = Class ": Read-In Constructor could not read event data.",                                           \
-        .text = Class ": Read-In constructor could not read valid event definition string."                            \
-    }
-inline constexpr ReadRules kEventDefineRules = QUORVEX_EVENT_RULES("CEventDefine");
-inline constexpr ReadRules kEventUndefineRules = QUORVEX_EVENT_RULES("CEventUndefine");
-inline constexpr ReadRules kEventRules = QUORVEX_EVENT_RULES("CEvent");
-#undef QUORVEX_EVENT_RULES
+// Defined with the texts of their failures, and compiled, in EventPackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kEventDefineRules, kEventUndefineRules, kEventRules;
 
-QUORVEX_KIND(EventDefine, PacketOf<kEventDefineRules, PlainPacket, CEventDefinePayload>)
-QUORVEX_KIND(EventUndefine, PacketOf<kEventUndefineRules, PlainPacket, CEventUndefinePayload>)
-QUORVEX_KIND(Event, PacketOf<kEventRules, CorePacket, CEventPayload>)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kEventDefineRules, PlainPacket, CEventDefinePayload>)
+class QUORVEX_API CEventDefine : public PacketOf<kEventDefineRules, PlainPacket, CEventDefinePayload> {
+    QUORVEX_KIND(EventDefine, PacketOf)
+
+public:
+    CEventDefine(std::uint32_t id, EEventType type, const CCharStringSequence& name = CCharStringSequence())
+        : PacketOf({}, kCode, id, type, name) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kEventUndefineRules, PlainPacket, CEventUndefinePayload>)
+class QUORVEX_API CEventUndefine : public PacketOf<kEventUndefineRules, PlainPacket, CEventUndefinePayload> {
+    QUORVEX_KIND(EventUndefine, PacketOf)
+
+public:
+    CEventUndefine(std::uint32_t id) : PacketOf({}, kCode, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kEventRules, CorePacket, CEventPayload>)
+class QUORVEX_API CEvent : public PacketOf<kEventRules, CorePacket, CEventPayload> {
+    QUORVEX_KIND(Event, PacketOf)
+
+public:
+    CEvent(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+           const CData& data = CData())
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, id, data) {}
+    CEvent(const CCoreContext& context, std::uint32_t id, const CData& data = CData())
+        : PacketOf(context.values(), kCode, id, data) {}
+};
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

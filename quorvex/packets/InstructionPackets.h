@@ -14,13 +14,16 @@
 
 namespace Quorvex {
 
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CBranchTarget)
+QUORVEX_PAYLOAD(CHWExceptionBasePayload)
+
 /// The address that a branch goes to.
 class QUORVEX_API CBranchTarget : public PayloadOperations<CBranchTarget> {
     QUORVEX_PUBLIC_OPERATIONS
 
 public:
-    using Forms = FormList<Form<std::uint64_t>>;
-
     CBranchTarget() = default;
     explicit CBranchTarget(std::uint64_t target) : m_target(target) {}
     CBranchTarget(const CBranchTarget&) = default;
@@ -31,7 +34,7 @@ public:
     virtual std::uint64_t BranchTargetAddress() const;
 
     static constexpr std::uint8_t Len() { return 8; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Address, "BranchTarget", self.m_target);
     }
 
@@ -44,69 +47,195 @@ class QUORVEX_API CHWExceptionBasePayload : public PayloadOperations<CHWExceptio
     QUORVEX_FIELD(std::uint32_t, ExceptionId, 0)
 
 public:
-    using Forms = FormList<Form<std::uint32_t>>;
-
     CHWExceptionBasePayload() = default;
     explicit CHWExceptionBasePayload(std::uint32_t ExceptionId) : m_ExceptionId(ExceptionId) {}
 
     static constexpr std::uint8_t Len() { return 4; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "ExcId", self.m_ExceptionId);
     }
 };
 
-inline constexpr ReadRules kExecInsnRules = sameText("CExecInsn: Read-In Constructor could not read context data.");
-inline constexpr ReadRules kNonExecInsnRules =
-    sameText("CNonExecInsn: Read-In Constructor could not read context data.");
-inline constexpr ReadRules kRelExecInsnRules =
-    sameText("CRelExecInsn: Read-In Constructor could not read context data.");
-inline constexpr ReadRules kRelNonExecInsnRules =
-    sameText("CRelNonExecInsn: Read-In Constructor could not read context data.");
-inline constexpr ReadRules kTraceBrokenRules =
-    sameText("CTraceBroken: Read-In Constructor could not read context from stream");
+// Defined with the texts of their failures, and compiled, in InstructionPackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kExecInsnRules, kNonExecInsnRules, kRelExecInsnRules, kRelNonExecInsnRules,
+    kTraceBrokenRules, kBranchBaseRules, kRelBranchBaseRules, kHWExceptionBaseRules, kRelHWExceptionBaseRules;
 
-inline constexpr ReadRules kBranchBaseRules{
-    .size = "CBranchBase: Read-In constructor could not read from input.",
-    .context = {"CBranchBase: Read-In constructor could not read context from input stream.",
-                "CBranchBase: Read-In constructor could not read from input."},
-    .payload = {"CBranchBase: Read-In constructor could not read branch target address from input stream.",
-                "CBranchBase: Read-In constructor could not read branch target address from input."}};
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kBranchBaseRules, CorePacket, CBranchTarget>)
+class QUORVEX_API CBranchBase : public PacketOf<kBranchBaseRules, CorePacket, CBranchTarget> {
+    QUORVEX_BASE(CBranchBase)
 
-inline constexpr ReadRules kRelBranchBaseRules{
-    .size = "CRelBranchBase: Read-In constructor could not read from input buffer.",
-    .context = {"CRelBranchBase: Read-In constructor could not read context from input stream.",
-                "CRelBranchBase: Read-In constructor could not read context from input buffer."},
-    .payload = {"CRelBranchBase: Read-In constructor could not read branch target address from input stream.",
-                "CRelBranchBase: Read-In constructor could not read branch target address from input buffer."}};
+public:
+    CBranchBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                std::uint64_t target)
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, target) {}
+    CBranchBase(tagTCode code, const CCoreContext& context, std::uint64_t target)
+        : PacketOf(context.values(), code, target) {}
+};
 
-inline constexpr ReadRules kHWExceptionBaseRules{
-    .size = "CHWExceptionBase: Read-In Constructor could not read data.",
-    .context = "CHWExceptionBase: Read-In Constructor could not read context data.",
-    .payload = "CHWExceptionBase: Read-In Constructor could not read exception id."};
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kHWExceptionBaseRules, CorePacket, CHWExceptionBasePayload>)
+class QUORVEX_API CHWExceptionBase : public PacketOf<kHWExceptionBaseRules, CorePacket, CHWExceptionBasePayload> {
+    QUORVEX_BASE(CHWExceptionBase)
 
-inline constexpr ReadRules kRelHWExceptionBaseRules{
-    .size = "CRelHWExceptionBase: Read-In Constructor could not read data.",
-    .context = "CRelHWExceptionBase: Read-In Constructor could not read context data.",
-    .payload = "CRelHWExceptionBase: Read-In Constructor could not read exception id."};
+public:
+    CHWExceptionBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                     std::uint32_t exception)
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, exception) {}
+    CHWExceptionBase(tagTCode code, const CCoreContext& context, std::uint32_t exception)
+        : PacketOf(context.values(), code, exception) {}
+};
 
-QUORVEX_BASE(CBranchBase, kBranchBaseRules, CorePacket, CBranchTarget)
-QUORVEX_BASE(CRelBranchBase, kRelBranchBaseRules, RelCorePacket, CBranchTarget)
-QUORVEX_BASE(CHWExceptionBase, kHWExceptionBaseRules, CorePacket, CHWExceptionBasePayload)
-QUORVEX_BASE(CRelHWExceptionBase, kRelHWExceptionBaseRules, RelCorePacket, CHWExceptionBasePayload)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kExecInsnRules, CorePacket>)
+class QUORVEX_API CExecInsn : public PacketOf<kExecInsnRules, CorePacket> {
+    QUORVEX_KIND(ExecInsn, PacketOf)
 
-QUORVEX_KIND(ExecInsn, PacketOf<kExecInsnRules, CorePacket>)
-QUORVEX_KIND(NonExecInsn, PacketOf<kNonExecInsnRules, CorePacket>)
-QUORVEX_KIND(DirectBranch, CBranchBase)
-QUORVEX_KIND(IndirectBranch, CBranchBase)
-QUORVEX_KIND(HWExceptionLeave, CHWExceptionBase)
-QUORVEX_KIND(HWExceptionEnter, CHWExceptionBase)
-QUORVEX_KIND(TraceBroken, PacketOf<kTraceBrokenRules, CorePacket>)
+public:
+    CExecInsn(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
+    CExecInsn(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+};
 
-QUORVEX_KIND(RelExecInsn, PacketOf<kRelExecInsnRules, RelCorePacket>)
-QUORVEX_KIND(RelNonExecInsn, PacketOf<kRelNonExecInsnRules, RelCorePacket>)
-QUORVEX_KIND(RelDirectBranch, CRelBranchBase)
-QUORVEX_KIND(RelIndirectBranch, CRelBranchBase)
-QUORVEX_KIND(RelHWExceptionLeave, CRelHWExceptionBase)
-QUORVEX_KIND(RelHWExceptionEnter, CRelHWExceptionBase)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kNonExecInsnRules, CorePacket>)
+class QUORVEX_API CNonExecInsn : public PacketOf<kNonExecInsnRules, CorePacket> {
+    QUORVEX_KIND(NonExecInsn, PacketOf)
+
+public:
+    CNonExecInsn(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
+    CNonExecInsn(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+};
+
+class QUORVEX_API CDirectBranch : public CBranchBase {
+    QUORVEX_KIND(DirectBranch, CBranchBase)
+
+public:
+    CDirectBranch(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint64_t target)
+        : CBranchBase({tick, hwCtx, swCtx, ip}, kCode, target) {}
+    CDirectBranch(const CCoreContext& context, std::uint64_t target) : CBranchBase(context.values(), kCode, target) {}
+};
+
+class QUORVEX_API CIndirectBranch : public CBranchBase {
+    QUORVEX_KIND(IndirectBranch, CBranchBase)
+
+public:
+    CIndirectBranch(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                    std::uint64_t target)
+        : CBranchBase({tick, hwCtx, swCtx, ip}, kCode, target) {}
+    CIndirectBranch(const CCoreContext& context, std::uint64_t target) : CBranchBase(context.values(), kCode, target) {}
+};
+
+class QUORVEX_API CHWExceptionLeave : public CHWExceptionBase {
+    QUORVEX_KIND(HWExceptionLeave, CHWExceptionBase)
+
+public:
+    CHWExceptionLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                      std::uint32_t exception)
+        : CHWExceptionBase({tick, hwCtx, swCtx, ip}, kCode, exception) {}
+    CHWExceptionLeave(const CCoreContext& context, std::uint32_t exception)
+        : CHWExceptionBase(context.values(), kCode, exception) {}
+};
+
+class QUORVEX_API CHWExceptionEnter : public CHWExceptionBase {
+    QUORVEX_KIND(HWExceptionEnter, CHWExceptionBase)
+
+public:
+    CHWExceptionEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                      std::uint32_t exception)
+        : CHWExceptionBase({tick, hwCtx, swCtx, ip}, kCode, exception) {}
+    CHWExceptionEnter(const CCoreContext& context, std::uint32_t exception)
+        : CHWExceptionBase(context.values(), kCode, exception) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kTraceBrokenRules, CorePacket>)
+class QUORVEX_API CTraceBroken : public PacketOf<kTraceBrokenRules, CorePacket> {
+    QUORVEX_KIND(TraceBroken, PacketOf)
+
+public:
+    CTraceBroken(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
+    CTraceBroken(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelBranchBaseRules, RelCorePacket, CBranchTarget>)
+class QUORVEX_API CRelBranchBase : public PacketOf<kRelBranchBaseRules, RelCorePacket, CBranchTarget> {
+    QUORVEX_BASE(CRelBranchBase)
+
+public:
+    CRelBranchBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
+        : PacketOf({relTick, relIp}, code, target) {}
+    CRelBranchBase(tagTCode code, const CRelCoreContext& context, std::uint64_t target)
+        : PacketOf(context.values(), code, target) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelHWExceptionBaseRules, RelCorePacket, CHWExceptionBasePayload>)
+class QUORVEX_API CRelHWExceptionBase
+    : public PacketOf<kRelHWExceptionBaseRules, RelCorePacket, CHWExceptionBasePayload> {
+    QUORVEX_BASE(CRelHWExceptionBase)
+
+public:
+    CRelHWExceptionBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception)
+        : PacketOf({relTick, relIp}, code, exception) {}
+    CRelHWExceptionBase(tagTCode code, const CRelCoreContext& context, std::uint32_t exception)
+        : PacketOf(context.values(), code, exception) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelExecInsnRules, RelCorePacket>)
+class QUORVEX_API CRelExecInsn : public PacketOf<kRelExecInsnRules, RelCorePacket> {
+    QUORVEX_KIND(RelExecInsn, PacketOf)
+
+public:
+    CRelExecInsn(std::uint8_t relTick, std::uint8_t relIp) : PacketOf({relTick, relIp}, kCode) {}
+    CRelExecInsn(const CRelCoreContext& context) : PacketOf(context.values(), kCode) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelNonExecInsnRules, RelCorePacket>)
+class QUORVEX_API CRelNonExecInsn : public PacketOf<kRelNonExecInsnRules, RelCorePacket> {
+    QUORVEX_KIND(RelNonExecInsn, PacketOf)
+
+public:
+    CRelNonExecInsn(std::uint8_t relTick, std::uint8_t relIp) : PacketOf({relTick, relIp}, kCode) {}
+    CRelNonExecInsn(const CRelCoreContext& context) : PacketOf(context.values(), kCode) {}
+};
+
+class QUORVEX_API CRelDirectBranch : public CRelBranchBase {
+    QUORVEX_KIND(RelDirectBranch, CRelBranchBase)
+
+public:
+    CRelDirectBranch(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
+        : CRelBranchBase({relTick, relIp}, kCode, target) {}
+    CRelDirectBranch(const CRelCoreContext& context, std::uint64_t target)
+        : CRelBranchBase(context.values(), kCode, target) {}
+};
+
+class QUORVEX_API CRelIndirectBranch : public CRelBranchBase {
+    QUORVEX_KIND(RelIndirectBranch, CRelBranchBase)
+
+public:
+    CRelIndirectBranch(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
+        : CRelBranchBase({relTick, relIp}, kCode, target) {}
+    CRelIndirectBranch(const CRelCoreContext& context, std::uint64_t target)
+        : CRelBranchBase(context.values(), kCode, target) {}
+};
+
+class QUORVEX_API CRelHWExceptionLeave : public CRelHWExceptionBase {
+    QUORVEX_KIND(RelHWExceptionLeave, CRelHWExceptionBase)
+
+public:
+    CRelHWExceptionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception)
+        : CRelHWExceptionBase({relTick, relIp}, kCode, exception) {}
+    CRelHWExceptionLeave(const CRelCoreContext& context, std::uint32_t exception)
+        : CRelHWExceptionBase(context.values(), kCode, exception) {}
+};
+
+class QUORVEX_API CRelHWExceptionEnter : public CRelHWExceptionBase {
+    QUORVEX_KIND(RelHWExceptionEnter, CRelHWExceptionBase)
+
+public:
+    CRelHWExceptionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception)
+        : CRelHWExceptionBase({relTick, relIp}, kCode, exception) {}
+    CRelHWExceptionEnter(const CRelCoreContext& context, std::uint32_t exception)
+        : CRelHWExceptionBase(context.values(), kCode, exception) {}
+};
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

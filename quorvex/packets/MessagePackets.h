@@ -8,15 +8,16 @@
 
 namespace Quorvex {
 
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CMessagePayload)
+
 /// Time, level and text of a message. The level is signed: log 0, debug 64, error -64.
 class QUORVEX_API CMessagePayload : public PayloadOperations<CMessagePayload> {
     QUORVEX_FIELD(std::uint64_t, Timestamp, kUnknown64)
     QUORVEX_FIELD(std::int8_t, Level, 0)
 
 public:
-    using Forms =
-        FormList<Form<std::uint64_t, std::int8_t>, Form<std::uint64_t, std::int8_t, const CCharStringSequence&>>;
-
     CMessagePayload() = default;
     CMessagePayload(std::uint64_t timestamp, std::int8_t level, const CCharStringSequence& text = CCharStringSequence())
         : m_Timestamp(timestamp), m_Level(level), m_text(text) {}
@@ -28,7 +29,7 @@ public:
     const CCharStringSequence& followingText() const { return m_text; }
 
     static constexpr std::uint8_t Len() { return 9; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Tick, "Timestamp", self.m_Timestamp);
         visit(FieldMeaning::Number, "Priority", self.m_Level);
     }
@@ -37,14 +38,18 @@ private:
     CCharStringSequence m_text;
 };
 
-inline constexpr ReadRules kMessageRules{.header = "CMessage: Read-In constructor was supplied invalid header data.",
-                                         .payload = "CMessage: Read-In constructor could not read payload.",
-                                         .text = "CMessage: Read-In constructor could not read followup message.",
-                                         .textReadLog = "CMessage: Read of followup message failed!",
-                                         .textWriteLog = "CMessage: Write of followup message failed!"};
+// Defined with the texts of their failures, and compiled, in MessagePackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kMessageRules;
 
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kMessageRules, PlainPacket, CMessagePayload>)
 /// A message packet; not to be mixed up with the entries of the library's own log, which are the global class.
-QUORVEX_KIND(Message, PacketOf<kMessageRules, PlainPacket, CMessagePayload>)
+class QUORVEX_API CMessage : public PacketOf<kMessageRules, PlainPacket, CMessagePayload> {
+    QUORVEX_KIND(Message, PacketOf)
+
+public:
+    CMessage(std::uint64_t timestamp, std::int8_t level, const CCharStringSequence& text = CCharStringSequence())
+        : PacketOf({}, kCode, timestamp, level, text) {}
+};
 
 /// A message whose level is fixed.
 template <int kLevel> class MessageOf : public CMessage {
@@ -68,5 +73,7 @@ class QUORVEX_API CErrorMsg : public MessageOf<-0x40> {
 public:
     using MessageOf::MessageOf;
 };
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

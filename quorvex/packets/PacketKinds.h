@@ -11,14 +11,12 @@
 #include "quorvex/packets/StringPackets.h"
 #include "quorvex/packets/TraceControlPackets.h"
 
-#include <typeinfo>
-
 namespace Quorvex {
 
 /// A kind that the protocol builds from parts, as all are but CharString.
 template <class Packet>
 concept MadeOfParts = requires {
-    Packet::kRules;
+    typename Packet::Context;
 };
 
 namespace protocol {
@@ -29,15 +27,6 @@ template <class Packet, class Visit> bool visitAs(const CPacket& packet, Visit&&
 }
 } // namespace protocol
 
-/// The packet as the class of a kind; null when it is something else. Nearly all packets are of the very class that
-/// their code names, which is seen many times faster than by a dynamic_cast.
-template <class Packet> const Packet* packetAs(const CPacket& packet) {
-    if (packet.TraceCode() != Packet::kCode)
-        return nullptr;
-    return typeid(packet) == typeid(Packet) ? static_cast<const Packet*>(&packet)
-                                            : dynamic_cast<const Packet*>(&packet);
-}
-
 /// The packet's context of that sort, absolute or relative; null when it carries none.
 template <class Context> const Context* contextOf(const CPacket& packet);
 
@@ -45,7 +34,7 @@ template <class Context> const Context* contextOf(const CPacket& packet);
 /// for CharString.
 template <class Visit> bool visitKind(const CPacket& packet, Visit&& visit) {
     switch (packet.TraceCode()) {
-#define QUORVEX_PACKET(name)                                                                                           \
+#define QUORVEX_PACKET(name, ...)                                                                                      \
     case name:                                                                                                         \
         return protocol::visitAs<C##name>(packet, visit);
 #include "quorvex/packets/Packets.def"

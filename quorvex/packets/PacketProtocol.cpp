@@ -1,6 +1,4 @@
-#include "quorvex/packets/PacketProtocol.h"
-
-#include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/PacketImplementation.h"
 
 #include <string>
 

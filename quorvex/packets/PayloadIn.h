@@ -2,6 +2,7 @@
 
 #include "quorvex/format/Fields.h"
 #include "quorvex/format/PacketHeader.h"
+#include "quorvex/packets/PayloadOperations.h"
 #include "quorvex/packets/StringPackets.h"
 
 #include <cstdint>
@@ -9,13 +10,6 @@
 #include <istream>
 
 namespace Quorvex {
-
-/// A part whose width follows from what its packet's payload still holds.
-template <class Part>
-concept VariablePart = requires(Part& part) {
-    part.shape(0U);
-}
-|| Part::kTakesRest;
 
 /// A context, which reports by itself what a stream throws.
 template <class Part>

@@ -135,6 +135,7 @@ private:
 
 /// A mask field is as wide as the payload has made it before it is read.
 template <> struct FieldCodec<CSignalMask> {
+    static constexpr unsigned kFixed = 0;
     static unsigned size(const CSignalMask& value) { return value.size(); }
     static int decode(CSignalMask& value, const char* from, unsigned size) {
         unsigned consumed = 0;

@@ -14,10 +14,16 @@
 /// A header whose code or length is not that of the kind is refused.
 
 #include "quorvex/format/Data.h"
-#include "quorvex/packets/CommonPayloads.h"
 #include "quorvex/packets/PacketProtocol.h"
 
 namespace Quorvex {
+
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CTypeDefinePayload)
+QUORVEX_PAYLOAD(CVariableDefinePayload)
+QUORVEX_PAYLOAD(CFunctionEnterPayload)
+QUORVEX_PAYLOAD(CVariableAccBasePayload)
 
 QUORVEX_ID_PAYLOAD(CFunctionIdentifier, FuncId)
 QUORVEX_ID_PAYLOAD(CProcessBasePayload, ProcId)
@@ -32,13 +38,11 @@ class QUORVEX_API CTypeDefinePayload : public PayloadOperations<CTypeDefinePaylo
     QUORVEX_DEFINITION(TypeDef)
 
 public:
-    using Forms = FormList<Form<std::uint8_t, const CCharStringSequence&>>;
-
     CTypeDefinePayload() = default;
     CTypeDefinePayload(std::uint8_t size, const CCharStringSequence& name) : m_VarSize(size), m_TypeDef(name) {}
 
     static constexpr std::uint8_t Len() { return 1; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Count, "VarSize", self.m_VarSize);
     }
 };
@@ -49,13 +53,11 @@ class QUORVEX_API CVariableDefinePayload : public PayloadOperations<CVariableDef
     QUORVEX_DEFINITION(VarDef)
 
 public:
-    using Forms = FormList<Form<std::uint32_t, const CCharStringSequence&>>;
-
     CVariableDefinePayload() = default;
     CVariableDefinePayload(std::uint32_t type, const CCharStringSequence& name) : m_TypeId(type), m_VarDef(name) {}
 
     static constexpr std::uint8_t Len() { return 4; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "TypeId", self.m_TypeId);
     }
 };
@@ -64,7 +66,6 @@ public:
 /// known. All ones is no function. A payload with a valid source is in form 2, any other in form 1.
 class QUORVEX_API CFunctionEnterPayload : public PayloadOperations<CFunctionEnterPayload> {
 public:
-    using Forms = FormList<Form<std::uint32_t>, Form<std::uint32_t, std::uint32_t>>;
     static constexpr std::uint32_t kNoFunction = 0xFFFFFFFF;
     /// Bytes of TgtFuncId alone, and of SrcFuncId and TgtFuncId.
     enum Lengths : std::uint8_t { Len_Form1 = 4, Len_Form2 = 8 };
@@ -88,7 +89,7 @@ public:
         m_SrcFuncId = kNoFunction;
         return fits(size);
     }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         if (self.m_form2)
             visit(FieldMeaning::Id, "SrcFuncId", self.m_SrcFuncId);
         visit(FieldMeaning::Id, self.m_form2 ? "TgtFuncId" : "FuncId", self.m_TgtFuncId);
@@ -105,7 +106,6 @@ private:
 /// The value that a variable had when it was read or written.
 class QUORVEX_API CVariableAccBasePayload : public PayloadOperations<CVariableAccBasePayload> {
 public:
-    using Forms = FormList<Form<>, Form<const CData&>>;
     static constexpr bool kTakesRest = true;
 
     CVariableAccBasePayload() = default;
@@ -120,12 +120,10 @@ public:
     unsigned VarLen() const { return m_VarData.Length(); }
 
     static constexpr std::uint8_t Len() { return 0; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Bytes, "Data", self.m_VarData);
     }
-    static void onWriteException(const char*) {
-        logError("CVariableAccBasePayload::write: Catched exception while writing payload!");
-    }
+    static void onWriteException(const char*);
 
 private:
     CData m_VarData;
@@ -133,87 +131,78 @@ private:
     QUORVEX_RESIZABLE
 };
 
-#define QUORVEX_OBJECT_RULES(Class, Id, Packet)                                                                        \
-    {                                                                                                                  \
-        .header = Class ": Read-In constructor invalid header data supplied!",                                         \
-        .size = Class ": Read-In constructor " Packet,                                                                 \
-        .context = Class ": Read-In constructor could not read context data!",                                         \
-        .payload = Class ": Read-In constructor could not read " Id "!"                                                \
+// Defined with the texts of their failures, and compiled, in SoftwareObjectPackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kFunctionBaseRules, kRelFunctionBaseRules, kProcessBaseRules,
+    kRelProcessBaseRules, kTypeBaseRules, kRelTypeBaseRules, kVariableBaseRules, kRelVariableBaseRules,
+    kVariableAccBaseRules, kRelVariableAccBaseRules, kVariableDataRules, kRelVariableDataRules, kFunctionEnterRules,
+    kRelFunctionEnterRules, kFunctionDefineRules, kRelFunctionDefineRules, kProcessDefineRules, kRelProcessDefineRules,
+    kTypeDefineRules, kRelTypeDefineRules, kVariableDefineRules, kRelVariableDefineRules;
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kFunctionBaseRules, CorePacket, CFunctionIdentifier>)
+class QUORVEX_API CFunctionBase : public PacketOf<kFunctionBaseRules, CorePacket, CFunctionIdentifier> {
+    QUORVEX_BASE(CFunctionBase)
+
+public:
+    CFunctionBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                  std::uint32_t id)
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+    CFunctionBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
+        : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kProcessBaseRules, CorePacket, CProcessBasePayload>)
+class QUORVEX_API CProcessBase : public PacketOf<kProcessBaseRules, CorePacket, CProcessBasePayload> {
+    QUORVEX_BASE(CProcessBase)
+
+public:
+    CProcessBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                 std::uint32_t id)
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+    CProcessBase(tagTCode code, const CCoreContext& context, std::uint32_t id) : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kTypeBaseRules, CorePacket, CTypeBasePayload>)
+class QUORVEX_API CTypeBase : public PacketOf<kTypeBaseRules, CorePacket, CTypeBasePayload> {
+    QUORVEX_BASE(CTypeBase)
+
+public:
+    CTypeBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+              std::uint32_t id)
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+    CTypeBase(tagTCode code, const CCoreContext& context, std::uint32_t id) : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kVariableBaseRules, CorePacket, CVariableBasePayload>)
+class QUORVEX_API CVariableBase : public PacketOf<kVariableBaseRules, CorePacket, CVariableBasePayload> {
+    QUORVEX_BASE(CVariableBase)
+
+public:
+    CVariableBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                  std::uint32_t id)
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+    CVariableBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
+        : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kVariableAccBaseRules, CorePacket, CVariableBasePayload>)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kVariableDataRules, PacketOf<kVariableAccBaseRules, CorePacket, CVariableBasePayload>,
+                                 CVariableAccBasePayload>)
+class QUORVEX_API CVariableAccBase
+    : public PacketOf<kVariableDataRules, PacketOf<kVariableAccBaseRules, CorePacket, CVariableBasePayload>,
+                      CVariableAccBasePayload> {
+    QUORVEX_BASE(CVariableAccBase)
+
+public:
+    CVariableAccBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                     std::uint32_t id, const CData& data = CData())
+        : PacketOf({tick, hwCtx, swCtx, ip}, code, data) {
+        VarId(id);
     }
-#define QUORVEX_DEFINE_RULES(Class, Object, Packet)                                                                    \
-    {                                                                                                                  \
-        .header = Class ": Read-In Constructor called with invalid header data", .payload = Packet,                    \
-        .text = Class ": Read-In constructor could not read valid " Object " definition string."                       \
+    CVariableAccBase(tagTCode code, const CCoreContext& context, std::uint32_t id, const CData& data = CData())
+        : PacketOf(context.values(), code, data) {
+        VarId(id);
     }
-#define QUORVEX_ABS_PACKET "could not packet data!"
-#define QUORVEX_REL_PACKET "could not read packet data!"
-
-// "funcion" and the "function definition" of processes are the texts that tools know.
-inline constexpr ReadRules kFunctionBaseRules =
-    QUORVEX_OBJECT_RULES("CFunctionBase", "function id", QUORVEX_ABS_PACKET);
-inline constexpr ReadRules kRelFunctionBaseRules =
-    QUORVEX_OBJECT_RULES("CRelFunctionBase", "function id", QUORVEX_REL_PACKET);
-inline constexpr ReadRules kProcessBaseRules = QUORVEX_OBJECT_RULES("CProcessBase", "funcion id", QUORVEX_ABS_PACKET);
-inline constexpr ReadRules kRelProcessBaseRules =
-    QUORVEX_OBJECT_RULES("CRelProcessBase", "funcion id", QUORVEX_REL_PACKET);
-inline constexpr ReadRules kTypeBaseRules = QUORVEX_OBJECT_RULES("CTypeBase", "type id", QUORVEX_ABS_PACKET);
-inline constexpr ReadRules kRelTypeBaseRules = QUORVEX_OBJECT_RULES("CRelTypeBase", "type id", QUORVEX_REL_PACKET);
-inline constexpr ReadRules kVariableBaseRules = QUORVEX_OBJECT_RULES("CVariableBase", "var id", QUORVEX_ABS_PACKET);
-inline constexpr ReadRules kRelVariableBaseRules =
-    QUORVEX_OBJECT_RULES("CRelVariableBase", "var id", QUORVEX_REL_PACKET);
-inline constexpr ReadRules kVariableAccBaseRules =
-    QUORVEX_OBJECT_RULES("CVariableAccBase", "var id", QUORVEX_ABS_PACKET);
-inline constexpr ReadRules kRelVariableAccBaseRules =
-    QUORVEX_OBJECT_RULES("CRelVariableAccBase", "var id", QUORVEX_REL_PACKET);
-
-inline constexpr ReadRules kVariableDataRules{.header = kVariableAccBaseRules.header,
-                                              .payload = kVariableAccBaseRules.size};
-inline constexpr ReadRules kRelVariableDataRules{.header = kRelVariableAccBaseRules.header,
-                                                 .payload = kRelVariableAccBaseRules.size};
-
-inline constexpr ReadRules kFunctionEnterRules{.header = kFunctionBaseRules.header,
-                                               .size = kFunctionBaseRules.size,
-                                               .context = kFunctionBaseRules.context,
-                                               .payload = kFunctionBaseRules.payload,
-                                               .logged = true};
-inline constexpr ReadRules kRelFunctionEnterRules{.header = kRelFunctionBaseRules.header,
-                                                  .size = kRelFunctionBaseRules.size,
-                                                  .context = kRelFunctionBaseRules.context,
-                                                  .payload = kRelFunctionBaseRules.payload,
-                                                  .logged = true};
-
-inline constexpr ReadRules kFunctionDefineRules =
-    QUORVEX_DEFINE_RULES("CFunctionDefine", "function", kFunctionBaseRules.size);
-inline constexpr ReadRules kRelFunctionDefineRules =
-    QUORVEX_DEFINE_RULES("CRelFunctionDefine", "function", kRelFunctionBaseRules.size);
-inline constexpr ReadRules kProcessDefineRules =
-    QUORVEX_DEFINE_RULES("CProcessDefine", "function", kProcessBaseRules.size);
-inline constexpr ReadRules kRelProcessDefineRules =
-    QUORVEX_DEFINE_RULES("CRelProcessDefine", "function", kRelProcessBaseRules.size);
-inline constexpr ReadRules kTypeDefineRules = QUORVEX_DEFINE_RULES("CTypeDefine", "type", kTypeBaseRules.size);
-inline constexpr ReadRules kRelTypeDefineRules = QUORVEX_DEFINE_RULES("CRelTypeDefine", "type", kRelTypeBaseRules.size);
-inline constexpr ReadRules kVariableDefineRules =
-    QUORVEX_DEFINE_RULES("CVariableDefine", "variable", kVariableBaseRules.size);
-inline constexpr ReadRules kRelVariableDefineRules =
-    QUORVEX_DEFINE_RULES("CRelVariableDefine", "variable", kRelVariableBaseRules.size);
-
-#undef QUORVEX_OBJECT_RULES
-#undef QUORVEX_DEFINE_RULES
-#undef QUORVEX_ABS_PACKET
-#undef QUORVEX_REL_PACKET
-
-QUORVEX_BASE(CFunctionBase, kFunctionBaseRules, CorePacket, CFunctionIdentifier)
-QUORVEX_BASE(CRelFunctionBase, kRelFunctionBaseRules, RelCorePacket, CFunctionIdentifier)
-QUORVEX_BASE(CProcessBase, kProcessBaseRules, CorePacket, CProcessBasePayload)
-QUORVEX_BASE(CRelProcessBase, kRelProcessBaseRules, RelCorePacket, CProcessBasePayload)
-QUORVEX_BASE(CTypeBase, kTypeBaseRules, CorePacket, CTypeBasePayload)
-QUORVEX_BASE(CRelTypeBase, kRelTypeBaseRules, RelCorePacket, CTypeBasePayload)
-QUORVEX_BASE(CVariableBase, kVariableBaseRules, CorePacket, CVariableBasePayload)
-QUORVEX_BASE(CRelVariableBase, kRelVariableBaseRules, RelCorePacket, CVariableBasePayload)
-QUORVEX_BASE(CVariableAccBase, kVariableDataRules, PacketOf<kVariableAccBaseRules, CorePacket, CVariableBasePayload>,
-             CVariableAccBasePayload)
-QUORVEX_BASE(CRelVariableAccBase, kRelVariableDataRules,
-             PacketOf<kRelVariableAccBaseRules, RelCorePacket, CVariableBasePayload>, CVariableAccBasePayload)
+};
 
 /// An entry or exit, whose header tells which of the two forms it has.
 template <const ReadRules& Rules, class Base>
@@ -230,34 +219,431 @@ protected:
     void SetLength() { this->SetPacketHeaderLength(); }
 };
 
-QUORVEX_KIND(FunctionDefine, PacketOf<kFunctionDefineRules, CFunctionBase, CFunctionDefinePayload>)
-QUORVEX_KIND(FunctionUndefine, CFunctionBase)
-QUORVEX_KIND(FunctionEnter, FunctionAccess<kFunctionEnterRules, CorePacket>)
-QUORVEX_KIND(FunctionLeave, FunctionAccess<kFunctionEnterRules, CorePacket>)
-QUORVEX_KIND(ProcessDefine, PacketOf<kProcessDefineRules, CProcessBase, CProcessDefinePayload>)
-QUORVEX_KIND(ProcessUndefine, CProcessBase)
-QUORVEX_KIND(ProcessEnter, CProcessBase)
-QUORVEX_KIND(ProcessLeave, CProcessBase)
-QUORVEX_KIND(TypeDefine, PacketOf<kTypeDefineRules, CTypeBase, CTypeDefinePayload>)
-QUORVEX_KIND(TypeUndefine, CTypeBase)
-QUORVEX_KIND(VariableDefine, PacketOf<kVariableDefineRules, CVariableBase, CVariableDefinePayload>)
-QUORVEX_KIND(VariableUndefine, CVariableBase)
-QUORVEX_KIND(VariableRead, CVariableAccBase)
-QUORVEX_KIND(VariableWrite, CVariableAccBase)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kFunctionEnterRules, CorePacket, CFunctionEnterPayload>)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kFunctionDefineRules, CFunctionBase, CFunctionDefinePayload>)
+class QUORVEX_API CFunctionDefine : public PacketOf<kFunctionDefineRules, CFunctionBase, CFunctionDefinePayload> {
+    QUORVEX_KIND(FunctionDefine, PacketOf)
 
-QUORVEX_KIND(RelFunctionDefine, PacketOf<kRelFunctionDefineRules, CRelFunctionBase, CFunctionDefinePayload>)
-QUORVEX_KIND(RelFunctionUndefine, CRelFunctionBase)
-QUORVEX_KIND(RelFunctionEnter, FunctionAccess<kRelFunctionEnterRules, RelCorePacket>)
-QUORVEX_KIND(RelFunctionLeave, FunctionAccess<kRelFunctionEnterRules, RelCorePacket>)
-QUORVEX_KIND(RelProcessDefine, PacketOf<kRelProcessDefineRules, CRelProcessBase, CProcessDefinePayload>)
-QUORVEX_KIND(RelProcessUndefine, CRelProcessBase)
-QUORVEX_KIND(RelProcessEnter, CRelProcessBase)
-QUORVEX_KIND(RelProcessLeave, CRelProcessBase)
-QUORVEX_KIND(RelTypeDefine, PacketOf<kRelTypeDefineRules, CRelTypeBase, CTypeDefinePayload>)
-QUORVEX_KIND(RelTypeUndefine, CRelTypeBase)
-QUORVEX_KIND(RelVariableDefine, PacketOf<kRelVariableDefineRules, CRelVariableBase, CVariableDefinePayload>)
-QUORVEX_KIND(RelVariableUndefine, CRelVariableBase)
-QUORVEX_KIND(RelVariableRead, CRelVariableAccBase)
-QUORVEX_KIND(RelVariableWrite, CRelVariableAccBase)
+public:
+    CFunctionDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                    const CCharStringSequence& name)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, name) {
+        FuncId(id);
+    }
+    CFunctionDefine(const CCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, name) {
+        FuncId(id);
+    }
+};
+
+class QUORVEX_API CFunctionUndefine : public CFunctionBase {
+    QUORVEX_KIND(FunctionUndefine, CFunctionBase)
+
+public:
+    CFunctionUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
+        : CFunctionBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+    CFunctionUndefine(const CCoreContext& context, std::uint32_t id) : CFunctionBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CFunctionEnter : public FunctionAccess<kFunctionEnterRules, CorePacket> {
+    QUORVEX_KIND(FunctionEnter, FunctionAccess)
+
+public:
+    CFunctionEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                   std::uint32_t function)
+        : FunctionAccess({tick, hwCtx, swCtx, ip}, kCode, function) {}
+    CFunctionEnter(const CCoreContext& context, std::uint32_t function)
+        : FunctionAccess(context.values(), kCode, function) {}
+    CFunctionEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t source,
+                   std::uint32_t target)
+        : FunctionAccess({tick, hwCtx, swCtx, ip}, kCode, source, target) {}
+    CFunctionEnter(const CCoreContext& context, std::uint32_t source, std::uint32_t target)
+        : FunctionAccess(context.values(), kCode, source, target) {}
+};
+
+class QUORVEX_API CFunctionLeave : public FunctionAccess<kFunctionEnterRules, CorePacket> {
+    QUORVEX_KIND(FunctionLeave, FunctionAccess)
+
+public:
+    CFunctionLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                   std::uint32_t function)
+        : FunctionAccess({tick, hwCtx, swCtx, ip}, kCode, function) {}
+    CFunctionLeave(const CCoreContext& context, std::uint32_t function)
+        : FunctionAccess(context.values(), kCode, function) {}
+    CFunctionLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t source,
+                   std::uint32_t target)
+        : FunctionAccess({tick, hwCtx, swCtx, ip}, kCode, source, target) {}
+    CFunctionLeave(const CCoreContext& context, std::uint32_t source, std::uint32_t target)
+        : FunctionAccess(context.values(), kCode, source, target) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kProcessDefineRules, CProcessBase, CProcessDefinePayload>)
+class QUORVEX_API CProcessDefine : public PacketOf<kProcessDefineRules, CProcessBase, CProcessDefinePayload> {
+    QUORVEX_KIND(ProcessDefine, PacketOf)
+
+public:
+    CProcessDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                   const CCharStringSequence& name)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, name) {
+        ProcId(id);
+    }
+    CProcessDefine(const CCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, name) {
+        ProcId(id);
+    }
+};
+
+class QUORVEX_API CProcessUndefine : public CProcessBase {
+    QUORVEX_KIND(ProcessUndefine, CProcessBase)
+
+public:
+    CProcessUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
+        : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+    CProcessUndefine(const CCoreContext& context, std::uint32_t id) : CProcessBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CProcessEnter : public CProcessBase {
+    QUORVEX_KIND(ProcessEnter, CProcessBase)
+
+public:
+    CProcessEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
+        : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+    CProcessEnter(const CCoreContext& context, std::uint32_t id) : CProcessBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CProcessLeave : public CProcessBase {
+    QUORVEX_KIND(ProcessLeave, CProcessBase)
+
+public:
+    CProcessLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
+        : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+    CProcessLeave(const CCoreContext& context, std::uint32_t id) : CProcessBase(context.values(), kCode, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kTypeDefineRules, CTypeBase, CTypeDefinePayload>)
+class QUORVEX_API CTypeDefine : public PacketOf<kTypeDefineRules, CTypeBase, CTypeDefinePayload> {
+    QUORVEX_KIND(TypeDefine, PacketOf)
+
+public:
+    CTypeDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                std::uint8_t size, const CCharStringSequence& name)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, size, name) {
+        TypeId(id);
+    }
+    CTypeDefine(const CCoreContext& context, std::uint32_t id, std::uint8_t size, const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, size, name) {
+        TypeId(id);
+    }
+};
+
+class QUORVEX_API CTypeUndefine : public CTypeBase {
+    QUORVEX_KIND(TypeUndefine, CTypeBase)
+
+public:
+    CTypeUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
+        : CTypeBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+    CTypeUndefine(const CCoreContext& context, std::uint32_t id) : CTypeBase(context.values(), kCode, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kVariableDefineRules, CVariableBase, CVariableDefinePayload>)
+class QUORVEX_API CVariableDefine : public PacketOf<kVariableDefineRules, CVariableBase, CVariableDefinePayload> {
+    QUORVEX_KIND(VariableDefine, PacketOf)
+
+public:
+    CVariableDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                    std::uint32_t type, const CCharStringSequence& name)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, type, name) {
+        VarId(id);
+    }
+    CVariableDefine(const CCoreContext& context, std::uint32_t id, std::uint32_t type, const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, type, name) {
+        VarId(id);
+    }
+};
+
+class QUORVEX_API CVariableUndefine : public CVariableBase {
+    QUORVEX_KIND(VariableUndefine, CVariableBase)
+
+public:
+    CVariableUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
+        : CVariableBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+    CVariableUndefine(const CCoreContext& context, std::uint32_t id) : CVariableBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CVariableRead : public CVariableAccBase {
+    QUORVEX_KIND(VariableRead, CVariableAccBase)
+
+public:
+    CVariableRead(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                  const CData& data = CData())
+        : CVariableAccBase({tick, hwCtx, swCtx, ip}, kCode, data) {
+        VarId(id);
+    }
+    CVariableRead(const CCoreContext& context, std::uint32_t id, const CData& data = CData())
+        : CVariableAccBase(context.values(), kCode, data) {
+        VarId(id);
+    }
+};
+
+class QUORVEX_API CVariableWrite : public CVariableAccBase {
+    QUORVEX_KIND(VariableWrite, CVariableAccBase)
+
+public:
+    CVariableWrite(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+                   const CData& data = CData())
+        : CVariableAccBase({tick, hwCtx, swCtx, ip}, kCode, data) {
+        VarId(id);
+    }
+    CVariableWrite(const CCoreContext& context, std::uint32_t id, const CData& data = CData())
+        : CVariableAccBase(context.values(), kCode, data) {
+        VarId(id);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelFunctionBaseRules, RelCorePacket, CFunctionIdentifier>)
+class QUORVEX_API CRelFunctionBase : public PacketOf<kRelFunctionBaseRules, RelCorePacket, CFunctionIdentifier> {
+    QUORVEX_BASE(CRelFunctionBase)
+
+public:
+    CRelFunctionBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : PacketOf({relTick, relIp}, code, id) {}
+    CRelFunctionBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+        : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelProcessBaseRules, RelCorePacket, CProcessBasePayload>)
+class QUORVEX_API CRelProcessBase : public PacketOf<kRelProcessBaseRules, RelCorePacket, CProcessBasePayload> {
+    QUORVEX_BASE(CRelProcessBase)
+
+public:
+    CRelProcessBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : PacketOf({relTick, relIp}, code, id) {}
+    CRelProcessBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+        : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelTypeBaseRules, RelCorePacket, CTypeBasePayload>)
+class QUORVEX_API CRelTypeBase : public PacketOf<kRelTypeBaseRules, RelCorePacket, CTypeBasePayload> {
+    QUORVEX_BASE(CRelTypeBase)
+
+public:
+    CRelTypeBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : PacketOf({relTick, relIp}, code, id) {}
+    CRelTypeBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+        : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelVariableBaseRules, RelCorePacket, CVariableBasePayload>)
+class QUORVEX_API CRelVariableBase : public PacketOf<kRelVariableBaseRules, RelCorePacket, CVariableBasePayload> {
+    QUORVEX_BASE(CRelVariableBase)
+
+public:
+    CRelVariableBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : PacketOf({relTick, relIp}, code, id) {}
+    CRelVariableBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+        : PacketOf(context.values(), code, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelVariableAccBaseRules, RelCorePacket, CVariableBasePayload>)
+QUORVEX_EXTERN_TEMPLATE(
+    PacketOf<kRelVariableDataRules, PacketOf<kRelVariableAccBaseRules, RelCorePacket, CVariableBasePayload>,
+             CVariableAccBasePayload>)
+class QUORVEX_API CRelVariableAccBase
+    : public PacketOf<kRelVariableDataRules, PacketOf<kRelVariableAccBaseRules, RelCorePacket, CVariableBasePayload>,
+                      CVariableAccBasePayload> {
+    QUORVEX_BASE(CRelVariableAccBase)
+
+public:
+    CRelVariableAccBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                        const CData& data = CData())
+        : PacketOf({relTick, relIp}, code, data) {
+        VarId(id);
+    }
+    CRelVariableAccBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id, const CData& data = CData())
+        : PacketOf(context.values(), code, data) {
+        VarId(id);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelFunctionEnterRules, RelCorePacket, CFunctionEnterPayload>)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelFunctionDefineRules, CRelFunctionBase, CFunctionDefinePayload>)
+class QUORVEX_API CRelFunctionDefine
+    : public PacketOf<kRelFunctionDefineRules, CRelFunctionBase, CFunctionDefinePayload> {
+    QUORVEX_KIND(RelFunctionDefine, PacketOf)
+
+public:
+    CRelFunctionDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CCharStringSequence& name)
+        : PacketOf({relTick, relIp}, kCode, name) {
+        FuncId(id);
+    }
+    CRelFunctionDefine(const CRelCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, name) {
+        FuncId(id);
+    }
+};
+
+class QUORVEX_API CRelFunctionUndefine : public CRelFunctionBase {
+    QUORVEX_KIND(RelFunctionUndefine, CRelFunctionBase)
+
+public:
+    CRelFunctionUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : CRelFunctionBase({relTick, relIp}, kCode, id) {}
+    CRelFunctionUndefine(const CRelCoreContext& context, std::uint32_t id)
+        : CRelFunctionBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CRelFunctionEnter : public FunctionAccess<kRelFunctionEnterRules, RelCorePacket> {
+    QUORVEX_KIND(RelFunctionEnter, FunctionAccess)
+
+public:
+    CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function)
+        : FunctionAccess({relTick, relIp}, kCode, function) {}
+    CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t function)
+        : FunctionAccess(context.values(), kCode, function) {}
+    CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source, std::uint32_t target)
+        : FunctionAccess({relTick, relIp}, kCode, source, target) {}
+    CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target)
+        : FunctionAccess(context.values(), kCode, source, target) {}
+};
+
+class QUORVEX_API CRelFunctionLeave : public FunctionAccess<kRelFunctionEnterRules, RelCorePacket> {
+    QUORVEX_KIND(RelFunctionLeave, FunctionAccess)
+
+public:
+    CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function)
+        : FunctionAccess({relTick, relIp}, kCode, function) {}
+    CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t function)
+        : FunctionAccess(context.values(), kCode, function) {}
+    CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source, std::uint32_t target)
+        : FunctionAccess({relTick, relIp}, kCode, source, target) {}
+    CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target)
+        : FunctionAccess(context.values(), kCode, source, target) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelProcessDefineRules, CRelProcessBase, CProcessDefinePayload>)
+class QUORVEX_API CRelProcessDefine : public PacketOf<kRelProcessDefineRules, CRelProcessBase, CProcessDefinePayload> {
+    QUORVEX_KIND(RelProcessDefine, PacketOf)
+
+public:
+    CRelProcessDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CCharStringSequence& name)
+        : PacketOf({relTick, relIp}, kCode, name) {
+        ProcId(id);
+    }
+    CRelProcessDefine(const CRelCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, name) {
+        ProcId(id);
+    }
+};
+
+class QUORVEX_API CRelProcessUndefine : public CRelProcessBase {
+    QUORVEX_KIND(RelProcessUndefine, CRelProcessBase)
+
+public:
+    CRelProcessUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : CRelProcessBase({relTick, relIp}, kCode, id) {}
+    CRelProcessUndefine(const CRelCoreContext& context, std::uint32_t id)
+        : CRelProcessBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CRelProcessEnter : public CRelProcessBase {
+    QUORVEX_KIND(RelProcessEnter, CRelProcessBase)
+
+public:
+    CRelProcessEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : CRelProcessBase({relTick, relIp}, kCode, id) {}
+    CRelProcessEnter(const CRelCoreContext& context, std::uint32_t id) : CRelProcessBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CRelProcessLeave : public CRelProcessBase {
+    QUORVEX_KIND(RelProcessLeave, CRelProcessBase)
+
+public:
+    CRelProcessLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : CRelProcessBase({relTick, relIp}, kCode, id) {}
+    CRelProcessLeave(const CRelCoreContext& context, std::uint32_t id) : CRelProcessBase(context.values(), kCode, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelTypeDefineRules, CRelTypeBase, CTypeDefinePayload>)
+class QUORVEX_API CRelTypeDefine : public PacketOf<kRelTypeDefineRules, CRelTypeBase, CTypeDefinePayload> {
+    QUORVEX_KIND(RelTypeDefine, PacketOf)
+
+public:
+    CRelTypeDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint8_t size,
+                   const CCharStringSequence& name)
+        : PacketOf({relTick, relIp}, kCode, size, name) {
+        TypeId(id);
+    }
+    CRelTypeDefine(const CRelCoreContext& context, std::uint32_t id, std::uint8_t size, const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, size, name) {
+        TypeId(id);
+    }
+};
+
+class QUORVEX_API CRelTypeUndefine : public CRelTypeBase {
+    QUORVEX_KIND(RelTypeUndefine, CRelTypeBase)
+
+public:
+    CRelTypeUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : CRelTypeBase({relTick, relIp}, kCode, id) {}
+    CRelTypeUndefine(const CRelCoreContext& context, std::uint32_t id) : CRelTypeBase(context.values(), kCode, id) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelVariableDefineRules, CRelVariableBase, CVariableDefinePayload>)
+class QUORVEX_API CRelVariableDefine
+    : public PacketOf<kRelVariableDefineRules, CRelVariableBase, CVariableDefinePayload> {
+    QUORVEX_KIND(RelVariableDefine, PacketOf)
+
+public:
+    CRelVariableDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint32_t type,
+                       const CCharStringSequence& name)
+        : PacketOf({relTick, relIp}, kCode, type, name) {
+        VarId(id);
+    }
+    CRelVariableDefine(const CRelCoreContext& context, std::uint32_t id, std::uint32_t type,
+                       const CCharStringSequence& name)
+        : PacketOf(context.values(), kCode, type, name) {
+        VarId(id);
+    }
+};
+
+class QUORVEX_API CRelVariableUndefine : public CRelVariableBase {
+    QUORVEX_KIND(RelVariableUndefine, CRelVariableBase)
+
+public:
+    CRelVariableUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+        : CRelVariableBase({relTick, relIp}, kCode, id) {}
+    CRelVariableUndefine(const CRelCoreContext& context, std::uint32_t id)
+        : CRelVariableBase(context.values(), kCode, id) {}
+};
+
+class QUORVEX_API CRelVariableRead : public CRelVariableAccBase {
+    QUORVEX_KIND(RelVariableRead, CRelVariableAccBase)
+
+public:
+    CRelVariableRead(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CData& data = CData())
+        : CRelVariableAccBase({relTick, relIp}, kCode, data) {
+        VarId(id);
+    }
+    CRelVariableRead(const CRelCoreContext& context, std::uint32_t id, const CData& data = CData())
+        : CRelVariableAccBase(context.values(), kCode, data) {
+        VarId(id);
+    }
+};
+
+class QUORVEX_API CRelVariableWrite : public CRelVariableAccBase {
+    QUORVEX_KIND(RelVariableWrite, CRelVariableAccBase)
+
+public:
+    CRelVariableWrite(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CData& data = CData())
+        : CRelVariableAccBase({relTick, relIp}, kCode, data) {
+        VarId(id);
+    }
+    CRelVariableWrite(const CRelCoreContext& context, std::uint32_t id, const CData& data = CData())
+        : CRelVariableAccBase(context.values(), kCode, data) {
+        VarId(id);
+    }
+};
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

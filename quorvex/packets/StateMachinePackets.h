@@ -12,9 +12,17 @@
 ///                                  0 to 64 bytes of data
 
 #include "quorvex/format/Data.h"
-#include "quorvex/packets/CommonPayloads.h"
+#include "quorvex/packets/PacketProtocol.h"
 
 namespace Quorvex {
+
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CStateMachineInstanceDefinePayload)
+QUORVEX_PAYLOAD(CStateDefinePayload)
+QUORVEX_PAYLOAD(CTransitionDefinePayload)
+QUORVEX_PAYLOAD(CInitialStatePayload)
+QUORVEX_PAYLOAD(CTransitionPayload, 20)
 
 QUORVEX_ID_PAYLOAD(CStateMachineIdentifier, StateMachine)
 QUORVEX_NAME_PAYLOAD(CStateMachineDefinePayload, StateMachineDefinition)
@@ -24,14 +32,12 @@ class QUORVEX_API CStateMachineInstanceDefinePayload : public PayloadOperations<
     QUORVEX_DEFINITION(InstanceDefinition)
 
 public:
-    using Forms = FormList<Form<std::uint32_t, const CCharStringSequence&>>;
-
     CStateMachineInstanceDefinePayload() = default;
     CStateMachineInstanceDefinePayload(std::uint32_t instance, const CCharStringSequence& name)
         : m_StateMachineInstance(instance), m_InstanceDefinition(name) {}
 
     static constexpr std::uint8_t Len() { return 4; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "StateMachineInstance", self.m_StateMachineInstance);
     }
 };
@@ -41,14 +47,12 @@ class QUORVEX_API CStateDefinePayload : public PayloadOperations<CStateDefinePay
     QUORVEX_DEFINITION(StateDefinition)
 
 public:
-    using Forms = FormList<Form<std::uint32_t, const CCharStringSequence&>>;
-
     CStateDefinePayload() = default;
     CStateDefinePayload(std::uint32_t state, const CCharStringSequence& name)
         : m_State(state), m_StateDefinition(name) {}
 
     static constexpr std::uint8_t Len() { return 4; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "State", self.m_State);
     }
 };
@@ -60,15 +64,13 @@ class QUORVEX_API CTransitionDefinePayload : public PayloadOperations<CTransitio
     QUORVEX_DEFINITION(TransitionDefinition)
 
 public:
-    using Forms = FormList<Form<std::uint32_t, std::uint32_t, std::uint32_t, const CCharStringSequence&>>;
-
     CTransitionDefinePayload() = default;
     CTransitionDefinePayload(std::uint32_t source, std::uint32_t target, std::uint32_t transition,
                              const CCharStringSequence& name)
         : m_SourceState(source), m_TargetState(target), m_Transition(transition), m_TransitionDefinition(name) {}
 
     static constexpr std::uint8_t Len() { return 12; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "SourceState", self.m_SourceState);
         visit(FieldMeaning::Id, "TargetState", self.m_TargetState);
         visit(FieldMeaning::Id, "Transition", self.m_Transition);
@@ -82,14 +84,12 @@ class QUORVEX_API CInitialStatePayload : public PayloadOperations<CInitialStateP
     QUORVEX_FIELD(std::uint64_t, Tick, kUnknown64)
 
 public:
-    using Forms = FormList<Form<std::uint32_t, std::uint32_t, std::uint32_t, std::uint64_t>>;
-
     CInitialStatePayload() = default;
     CInitialStatePayload(std::uint32_t instance, std::uint32_t state, std::uint32_t hwCtx, std::uint64_t tick)
         : m_StateMachineInstance(instance), m_State(state), m_HWCtx(hwCtx), m_Tick(tick) {}
 
     static constexpr std::uint8_t Len() { return 20; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "StateMachineInstance", self.m_StateMachineInstance);
         visit(FieldMeaning::Id, "State", self.m_State);
         visit(FieldMeaning::Context, "HWCtx", self.m_HWCtx);
@@ -104,8 +104,6 @@ class QUORVEX_API CTransitionPayload : public PayloadOperations<CTransitionPaylo
     QUORVEX_FIELD(std::uint64_t, Tick, kUnknown64)
 
 public:
-    using Forms = FormList<Form<std::uint32_t, std::uint32_t, std::uint32_t, std::uint64_t>,
-                           Form<std::uint32_t, std::uint32_t, std::uint32_t, std::uint64_t, const CData&>>;
     static constexpr bool kTakesRest = true;
 
     CTransitionPayload() = default;
@@ -121,7 +119,7 @@ public:
     }
 
     static constexpr std::uint8_t Len() { return 20; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Id, "StateMachineInstance", self.m_StateMachineInstance);
         visit(FieldMeaning::Id, "Transition", self.m_TransitionId);
         visit(FieldMeaning::Context, "HWCtx", self.m_HWCtx);
@@ -135,34 +133,98 @@ private:
     QUORVEX_RESIZABLE
 };
 
-inline constexpr const char* kStateMachinePacketText = "CStateMachineBase: Read-In constructor could not packet data!";
-inline constexpr ReadRules kStateMachineBaseRules{
-    .header = kStateMachinePacketText, .size = kStateMachinePacketText, .payload = kStateMachinePacketText};
+// Defined with the texts of their failures, and compiled, in StateMachinePackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kStateMachineBaseRules, kStateMachineDefineRules,
+    kStateMachineInstanceDefineRules, kStateDefineRules, kTransitionDefineRules, kInitialStateRules, kTransitionRules;
 
-#define QUORVEX_STATE_RULES(Class, ...)                                                                                \
-    {                                                                                                                  \
-        .header = kStateMachinePacketText __VA_OPT__(, ) __VA_ARGS__,                                                  \
-        .payload = Class ": Read-In constructor could not read valid state machine definition string.",                \
-        .text = Class ": Read-In constructor could not read valid state machine definition string."                    \
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kStateMachineBaseRules, PlainPacket, CStateMachineIdentifier>)
+class QUORVEX_API CStateMachineBase : public PacketOf<kStateMachineBaseRules, PlainPacket, CStateMachineIdentifier> {
+    QUORVEX_BASE(CStateMachineBase)
+
+public:
+    CStateMachineBase(tagTCode code, std::uint32_t machine) : PacketOf({}, code, machine) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kStateMachineDefineRules, CStateMachineBase, CStateMachineDefinePayload>)
+class QUORVEX_API CStateMachineDefine
+    : public PacketOf<kStateMachineDefineRules, CStateMachineBase, CStateMachineDefinePayload> {
+    QUORVEX_KIND(StateMachineDefine, PacketOf)
+
+public:
+    CStateMachineDefine(std::uint32_t machine, const CCharStringSequence& definition)
+        : PacketOf({}, kCode, definition) {
+        StateMachine(machine);
     }
-inline constexpr ReadRules kStateMachineDefineRules = QUORVEX_STATE_RULES("CStateMachineDefine");
-inline constexpr ReadRules kStateMachineInstanceDefineRules = QUORVEX_STATE_RULES("CStateMachineInstanceDefine");
-inline constexpr ReadRules kStateDefineRules = QUORVEX_STATE_RULES("CStateDefine");
-inline constexpr ReadRules kTransitionDefineRules = QUORVEX_STATE_RULES("CTransitionDefine");
-inline constexpr ReadRules kInitialStateRules = QUORVEX_STATE_RULES("CInitialState");
-inline constexpr ReadRules kTransitionRules = QUORVEX_STATE_RULES(
-    "CTransition", .tooShort = "Transition payload length in header is less than fixed payload size.");
-#undef QUORVEX_STATE_RULES
+};
 
-QUORVEX_BASE(CStateMachineBase, kStateMachineBaseRules, PlainPacket, CStateMachineIdentifier)
+QUORVEX_EXTERN_TEMPLATE(
+    PacketOf<kStateMachineInstanceDefineRules, CStateMachineBase, CStateMachineInstanceDefinePayload>)
+class QUORVEX_API CStateMachineInstanceDefine
+    : public PacketOf<kStateMachineInstanceDefineRules, CStateMachineBase, CStateMachineInstanceDefinePayload> {
+    QUORVEX_KIND(StateMachineInstanceDefine, PacketOf)
 
-QUORVEX_KIND(StateMachineDefine, PacketOf<kStateMachineDefineRules, CStateMachineBase, CStateMachineDefinePayload>)
-QUORVEX_KIND(StateMachineInstanceDefine,
-             PacketOf<kStateMachineInstanceDefineRules, CStateMachineBase, CStateMachineInstanceDefinePayload>)
-QUORVEX_KIND(StateDefine, PacketOf<kStateDefineRules, CStateMachineBase, CStateDefinePayload>)
-QUORVEX_KIND(TransitionDefine, PacketOf<kTransitionDefineRules, CStateMachineBase, CTransitionDefinePayload>)
-QUORVEX_KIND(StateMachineUndefine, CStateMachineBase)
-QUORVEX_KIND(InitialState, PacketOf<kInitialStateRules, CStateMachineBase, CInitialStatePayload>)
-QUORVEX_KIND(Transition, PacketOf<kTransitionRules, CStateMachineBase, CTransitionPayload>)
+public:
+    CStateMachineInstanceDefine(std::uint32_t machine, std::uint32_t instance, const CCharStringSequence& name)
+        : PacketOf({}, kCode, instance, name) {
+        StateMachine(machine);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kStateDefineRules, CStateMachineBase, CStateDefinePayload>)
+class QUORVEX_API CStateDefine : public PacketOf<kStateDefineRules, CStateMachineBase, CStateDefinePayload> {
+    QUORVEX_KIND(StateDefine, PacketOf)
+
+public:
+    CStateDefine(std::uint32_t machine, std::uint32_t state, const CCharStringSequence& name)
+        : PacketOf({}, kCode, state, name) {
+        StateMachine(machine);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kTransitionDefineRules, CStateMachineBase, CTransitionDefinePayload>)
+class QUORVEX_API CTransitionDefine
+    : public PacketOf<kTransitionDefineRules, CStateMachineBase, CTransitionDefinePayload> {
+    QUORVEX_KIND(TransitionDefine, PacketOf)
+
+public:
+    CTransitionDefine(std::uint32_t machine, std::uint32_t source, std::uint32_t target, std::uint32_t transition,
+                      const CCharStringSequence& name)
+        : PacketOf({}, kCode, source, target, transition, name) {
+        StateMachine(machine);
+    }
+};
+
+class QUORVEX_API CStateMachineUndefine : public CStateMachineBase {
+    QUORVEX_KIND(StateMachineUndefine, CStateMachineBase)
+
+public:
+    CStateMachineUndefine(std::uint32_t machine) : CStateMachineBase({}, kCode, machine) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kInitialStateRules, CStateMachineBase, CInitialStatePayload>)
+class QUORVEX_API CInitialState : public PacketOf<kInitialStateRules, CStateMachineBase, CInitialStatePayload> {
+    QUORVEX_KIND(InitialState, PacketOf)
+
+public:
+    CInitialState(std::uint32_t machine, std::uint32_t instance, std::uint32_t state, std::uint32_t hwCtx,
+                  std::uint64_t tick)
+        : PacketOf({}, kCode, instance, state, hwCtx, tick) {
+        StateMachine(machine);
+    }
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kTransitionRules, CStateMachineBase, CTransitionPayload>)
+class QUORVEX_API CTransition : public PacketOf<kTransitionRules, CStateMachineBase, CTransitionPayload> {
+    QUORVEX_KIND(Transition, PacketOf)
+
+public:
+    CTransition(std::uint32_t machine, std::uint32_t instance, std::uint32_t transition, std::uint32_t hwCtx,
+                std::uint64_t tick, const CData& data = CData())
+        : PacketOf({}, kCode, instance, transition, hwCtx, tick, data) {
+        StateMachine(machine);
+    }
+};
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

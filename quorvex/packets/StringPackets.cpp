@@ -2,6 +2,7 @@
 
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/PacketImplementation.h"
 #include "quorvex/platform/Attempt.h"
 
 #include <algorithm>
@@ -489,5 +490,15 @@ QUORVEX_CONVERT_FROM(char16_t)
 QUORVEX_CONVERT_FROM(char32_t)
 #undef QUORVEX_CONVERT_FROM
 #undef QUORVEX_CONVERT
+
+// A text of any length goes by the code of the packets that it is written as.
+template <> CPacket* KindFunctions<CCharString>::copy(const CPacket& packet) {
+    if (const auto* sequence = dynamic_cast<const CCharStringSequence*>(&packet))
+        return new CCharStringSequence(*sequence);
+    const auto* text = packetAs<CCharString>(packet);
+    return text ? new CCharString(*text) : nullptr;
+}
+
+QUORVEX_COMPILE_KIND(CharString)
 
 } // namespace Quorvex

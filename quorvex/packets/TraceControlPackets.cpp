@@ -1,5 +1,7 @@
 #include "quorvex/packets/TraceControlPackets.h"
 
+#include "quorvex/packets/PacketImplementation.h"
+
 namespace Quorvex {
 
 bool CTraceEnabledPayload::decode(const char* from, unsigned size) {
@@ -30,5 +32,32 @@ CTimestampPayload::FieldsValid CTimestampPayload::Len2FieldsValid(unsigned lengt
         return None;
     }
 }
+
+constexpr ReadRules kTraceEnabledRules{.payload = "CTraceEnabled: Read-In constructor could no read payload data.",
+                                       .least = 0};
+/// Nothing can fail.
+constexpr ReadRules kNoRules{};
+constexpr ReadRules kTimestampRules{.payload = "CTimestamp: Read-In Constructor coud not read timestamp from stream"};
+constexpr ReadRules kFillRules{.payload = "CFill: Read-In Constructor could not read valid Fill packet from stream."};
+constexpr ReadRules kSyncRules{.size = "CSync: Read-In Constructor invalid buffer size supplied",
+                               .context = {"CSync: Read-In Constructor could not read absolute context from stream",
+                                           "CSync: Read-In Constructor could not read sync data from stream."}};
+
+template class PayloadOperations<CTraceEnabledPayload>;
+template class PayloadOperations<CTimestampPayload>;
+template class PayloadOperations<CFillPayload>;
+
+template class PacketOf<kTraceEnabledRules, PlainPacket, CTraceEnabledPayload>;
+template class PacketOf<kNoRules, PlainPacket>;
+template class PacketOf<kFillRules, PlainPacket, CFillPayload>;
+template class PacketOf<kSyncRules, CorePacket>;
+template class PacketOf<kTimestampRules, PlainPacket, CTimestampPayload>;
+
+QUORVEX_COMPILE_KIND(TraceEnabled)
+QUORVEX_COMPILE_KIND(TraceDisabled)
+QUORVEX_COMPILE_KIND(EndOfTrace)
+QUORVEX_COMPILE_KIND(Fill)
+QUORVEX_COMPILE_KIND(Sync)
+QUORVEX_COMPILE_KIND(Timestamp)
 
 } // namespace Quorvex

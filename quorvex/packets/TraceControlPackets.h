@@ -14,7 +14,14 @@
 
 namespace Quorvex {
 
+#include "quorvex/packets/KindMacros.def"
+
+QUORVEX_PAYLOAD(CTraceEnabledPayload)
+QUORVEX_PAYLOAD(CTimestampPayload)
+QUORVEX_PAYLOAD(CFillPayload)
+
 template <> struct FieldCodec<SFrameConfig> {
+    static constexpr unsigned kFixed = SFrameConfig::Len();
     static unsigned size(const SFrameConfig&) { return SFrameConfig::Len(); }
     static int decode(SFrameConfig& value, const char* from, unsigned size) {
         if (size < SFrameConfig::Len())
@@ -31,7 +38,6 @@ class QUORVEX_API CTraceEnabledPayload : public PayloadOperations<CTraceEnabledP
     QUORVEX_FIELD(std::uint64_t, FrameLen, kUnknown64)
 
 public:
-    using Forms = FormList<Form<std::uint64_t, TraceExpansion, bool>, Form<std::uint64_t, const SFrameConfig&>>;
     static constexpr bool kTakesRest = true;
 
     CTraceEnabledPayload() = default;
@@ -51,7 +57,7 @@ public:
 
     static constexpr bool kLengthAsRead = true; ///< also when it is written
     static constexpr std::uint8_t Len() { return 16; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Number, "Version", self.m_Version);
         visit(FieldMeaning::Length, "FrameLen", self.m_FrameLen);
         visit(FieldMeaning::Number, "FrameConfig", self.m_FrameConfig);
@@ -66,15 +72,7 @@ private:
 /// A time in ticks of a clock, with the core it belongs to and the ticks of that clock in one second where known. The
 /// payload holds the fields that are valid; setting a field makes it so.
 class QUORVEX_API CTimestampPayload : public PayloadOperations<CTimestampPayload> {
-    template <class... More>
-    using FormsAnd =
-        FormList<Form<std::uint64_t>, Form<std::uint64_t, std::uint32_t>, Form<std::uint64_t, std::uint64_t>,
-                 Form<std::uint64_t, std::uint32_t, std::uint64_t>, More...>;
-
 public:
-    /// 64 bits may come as another type than std::uint64_t, and must not be taken for a core.
-    using Forms = std::conditional_t<std::is_same_v<std::uint64_t, unsigned long long>, FormsAnd<>,
-                                     FormsAnd<Form<std::uint64_t, unsigned long long>>>;
     /// Which fields are valid, as bits.
     enum FieldsValid : unsigned { None = 0, TimestampValid = 1, HWCtxValid = 2, FrequencyValid = 4 };
     /// Enumerators, because not every compiler exports constants from a shared library.
@@ -86,6 +84,7 @@ public:
         : m_Timestamp(timestamp), m_HWCtx(hwCtx), m_valid(TimestampValid | HWCtxValid) {}
     CTimestampPayload(std::uint64_t timestamp, std::uint64_t frequency)
         : m_Timestamp(timestamp), m_Frequency(frequency), m_valid(TimestampValid | FrequencyValid) {}
+    /// 64 bits may come as another type than std::uint64_t, and must not be taken for a core.
     template <std::same_as<unsigned long long> Frequency>
     CTimestampPayload(std::uint64_t timestamp, Frequency frequency) requires(!std::same_as<Frequency, std::uint64_t>)
         : CTimestampPayload(timestamp, std::uint64_t{frequency}) {}
@@ -112,7 +111,7 @@ public:
         m_valid = Len2FieldsValid(size);
         return m_valid != None;
     }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         if (self.is_Timestamp_valid())
             visit(FieldMeaning::Tick, "Timestamp", self.m_Timestamp);
         if (self.is_HWCtx_valid())
@@ -147,6 +146,7 @@ struct FillBytes {
 };
 
 template <> struct FieldCodec<FillBytes> {
+    static constexpr unsigned kFixed = 0;
     static unsigned size(const FillBytes& value) { return value.count; }
     static int decode(FillBytes& value, const char*, unsigned size) {
         value.count = static_cast<std::uint8_t>(size);
@@ -157,14 +157,13 @@ template <> struct FieldCodec<FillBytes> {
 
 class QUORVEX_API CFillPayload : public PayloadOperations<CFillPayload> {
 public:
-    using Forms = FormList<Form<std::uint8_t>>;
     static constexpr bool kTakesRest = true;
 
     CFillPayload() = default;
     explicit CFillPayload(std::uint8_t count) : m_fill{count} {}
 
     static constexpr std::uint8_t Len() { return 0; }
-    template <class Self, class Visitor> static void fields(Self& self, Visitor& visit) {
+    template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Bytes, "FillBytes", self.m_fill);
     }
 
@@ -174,35 +173,41 @@ protected:
     QUORVEX_RESIZABLE
 };
 
-inline constexpr ReadRules kTraceEnabledRules{
-    .payload = "CTraceEnabled: Read-In constructor could no read payload data.", .least = 0};
-inline constexpr ReadRules kTimestampRules{.payload =
-                                               "CTimestamp: Read-In Constructor coud not read timestamp from stream"};
-inline constexpr ReadRules kFillRules{.payload =
-                                          "CFill: Read-In Constructor could not read valid Fill packet from stream."};
-inline constexpr ReadRules kSyncRules{
-    .size = "CSync: Read-In Constructor invalid buffer size supplied",
-    .context = {"CSync: Read-In Constructor could not read absolute context from stream",
-                "CSync: Read-In Constructor could not read sync data from stream."}};
+// Defined with the texts of their failures, and compiled, in TraceControlPackets.cpp.
+extern QUORVEX_TEMPLATE_API const ReadRules kTraceEnabledRules, kNoRules, kTimestampRules, kFillRules, kSyncRules;
 
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kTraceEnabledRules, PlainPacket, CTraceEnabledPayload>)
 /// A payload shorter than 16 bytes is read, and the header keeps its length; written is always the full payload, behind
 /// the header as it is. A reader of what a short packet wrote loses step: put a fresh packet with its values into a
 /// trace. Length() is the header's, StreamSize() the bytes that are written.
-class QUORVEX_API CTraceEnabled
-    : public Kind<TraceEnabled, PacketOf<kTraceEnabledRules, PlainPacket, CTraceEnabledPayload>> {
+class QUORVEX_API CTraceEnabled : public PacketOf<kTraceEnabledRules, PlainPacket, CTraceEnabledPayload> {
+    QUORVEX_KIND(TraceEnabled, PacketOf)
+
 public:
-    using Constructors::Constructors;
+    CTraceEnabled(std::uint64_t frameLen, TraceExpansion expansion, bool exceptionFrames)
+        : PacketOf({}, kCode, frameLen, expansion, exceptionFrames) {}
+    CTraceEnabled(std::uint64_t frameLen, const SFrameConfig& config) : PacketOf({}, kCode, frameLen, config) {}
 
     unsigned Length() const override { return GetLength(); }
 };
 
-// The Read-In constructors neither check nor skip a length in their header.
-QUORVEX_KIND(TraceDisabled, PacketOf<kNoRules, PlainPacket>)
-QUORVEX_KIND(EndOfTrace, PacketOf<kNoRules, PlainPacket>)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kNoRules, PlainPacket>)
+/// The Read-In constructors neither check nor skip a length in their header.
+class QUORVEX_API CTraceDisabled : public PacketOf<kNoRules, PlainPacket> {
+    QUORVEX_KIND(TraceDisabled, PacketOf)
+};
 
-class QUORVEX_API CFill : public Kind<Fill, PacketOf<kFillRules, PlainPacket, CFillPayload>> {
+/// As CTraceDisabled.
+class QUORVEX_API CEndOfTrace : public PacketOf<kNoRules, PlainPacket> {
+    QUORVEX_KIND(EndOfTrace, PacketOf)
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kFillRules, PlainPacket, CFillPayload>)
+class QUORVEX_API CFill : public PacketOf<kFillRules, PlainPacket, CFillPayload> {
+    QUORVEX_KIND(Fill, PacketOf)
+
 public:
-    using Constructors::Constructors;
+    CFill(std::uint8_t count) : PacketOf({}, kCode, count) {}
 
     void SetLength(std::uint8_t count) {
         m_fill.count = count;
@@ -210,14 +215,35 @@ public:
     }
 };
 
-QUORVEX_KIND(Sync, PacketOf<kSyncRules, CorePacket>)
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kSyncRules, CorePacket>)
+class QUORVEX_API CSync : public PacketOf<kSyncRules, CorePacket> {
+    QUORVEX_KIND(Sync, PacketOf)
 
-class QUORVEX_API CTimestamp : public Kind<Timestamp, PacketOf<kTimestampRules, PlainPacket, CTimestampPayload>> {
 public:
-    using Constructors::Constructors;
+    CSync(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
+        : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
+    CSync(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+};
+
+QUORVEX_EXTERN_TEMPLATE(PacketOf<kTimestampRules, PlainPacket, CTimestampPayload>)
+class QUORVEX_API CTimestamp : public PacketOf<kTimestampRules, PlainPacket, CTimestampPayload> {
+    QUORVEX_KIND(Timestamp, PacketOf)
+
+public:
+    CTimestamp(std::uint64_t timestamp) : PacketOf({}, kCode, timestamp) {}
+    CTimestamp(std::uint64_t timestamp, std::uint32_t hwCtx) : PacketOf({}, kCode, timestamp, hwCtx) {}
+    CTimestamp(std::uint64_t timestamp, std::uint64_t frequency) : PacketOf({}, kCode, timestamp, frequency) {}
+    CTimestamp(std::uint64_t timestamp, std::uint32_t hwCtx, std::uint64_t frequency)
+        : PacketOf({}, kCode, timestamp, hwCtx, frequency) {}
+    template <std::same_as<unsigned long long> Frequency>
+    CTimestamp(std::uint64_t timestamp, Frequency frequency) requires(!std::same_as<Frequency, std::uint64_t>)
+        : CTimestamp(timestamp, std::uint64_t{frequency}) {}
+
     using CTimestampPayload::Frequency;
     using CTimestampPayload::HWCtx;
     using CTimestampPayload::Timestamp;
 };
+
+#include "quorvex/packets/KindMacros.def"
 
 } // namespace Quorvex

@@ -1,6 +1,7 @@
 // What hosts that are compiled against the packet classes rely on: names, bases, constructors, the operations of
 // payloads, what is protected for classes of their own, and the order of virtual operations.
 
+#include "quorvex/packets/PacketImplementation.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "tests/support/RandomPackets.h"
 

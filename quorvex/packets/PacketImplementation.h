@@ -1,0 +1,430 @@
+#pragma once
+
+/// How packets are read and written. Only sources that compile kinds include it: those of the families, and a host's
+/// that declares a packet class of its own. A family's source names what it compiles:
+///
+///     constexpr ReadRules kBranchBaseRules{...};                                the rules, which the header declares
+///     template class PayloadOperations<CBranchTarget>;                          its payloads,
+///     template class PacketOf<kBranchBaseRules, CorePacket, CBranchTarget>;     its packets,
+///     QUORVEX_COMPILE_PAIR(DirectBranch)                                        and its kinds for the factory
+
+#include "quorvex/format/Exception.h"
+#include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/KindFunctions.h"
+#include "quorvex/packets/PacketProtocol.h"
+#include "quorvex/packets/PayloadIn.h"
+#include "quorvex/packets/ReadRules.h"
+
+#include <algorithm>
+#include <exception>
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <type_traits>
+
+namespace Quorvex {
+
+namespace protocol {
+
+enum class Step { Header, Context, Payload };
+
+/// A part that can tell whether a payload may have that many bytes for it.
+template <class Part>
+concept SizedPart = requires {
+    Part::fits(0U);
+};
+
+/// Throws the text for the medium that is read from.
+[[noreturn]] QUORVEX_API void failReadIn(const PayloadIn& in, const MediaTexts& texts);
+/// Report a failed plain read or write of a packet, as in "FunctionEnter: Failed to read core context from stream.".
+QUORVEX_API void logFailedRead(tagTCode code, Step step, bool fromStream);
+QUORVEX_API void logFailedWrite(tagTCode code, Step step, bool toStream);
+QUORVEX_API void logInvalidHeader(tagTCode code, bool fromStream);
+
+inline void logText(const char* text) {
+    if (text)
+        logError(text);
+}
+
+/// Whether the part can be told in a packet at all; those that need not be so say it by `writable()`.
+template <class Part> bool isWritable(const Part& part) {
+    if constexpr (requires { part.writable(); })
+        return part.writable();
+    else
+        return true;
+}
+
+template <class Part> bool writePart(const Part& part, std::ostream& out) {
+    try {
+        if constexpr (MovesItself<Part>) {
+            return part.write(out);
+        } else if constexpr (Part::Len() == 0 && !VariablePart<Part>) {
+            return true;
+        } else {
+            char bytes[UINT8_MAX];
+            encodePart(part, bytes);
+            return out.write(bytes, partSize(part)).good();
+        }
+    } catch (const std::exception& exception) {
+        if constexpr (requires { Part::onWriteException(""); })
+            Part::onWriteException(exception.what());
+        return false;
+    }
+}
+
+struct FixedSizer {
+    unsigned size = 0;
+    template <class T> constexpr void operator()(FieldMeaning, const char*, const T&) { size += FieldCodec<T>::kFixed; }
+};
+
+/// Room for a part that is never made, whose fields are only named.
+template <class Part> union Unmade {
+    constexpr Unmade() : nothing() {}
+    constexpr ~Unmade() {}
+    char nothing;
+    Part part;
+};
+template <class Part> inline Unmade<Part> unmade;
+
+/// Whether Len() is the sum of the part's fixed fields. A part that chooses its fields by the size is not asked.
+template <class Part> constexpr bool hasItsLength() {
+    if constexpr (requires(Part & part) { part.shape(0U); }) {
+        return true;
+    } else {
+        FixedSizer sizer;
+        Part::fields(unmade<Part>.part, sizer);
+        return sizer.size == Part::Len();
+    }
+}
+
+} // namespace protocol
+
+template <class ContextPart>
+ContextPacket<ContextPart>::ContextPacket(PayloadIn& in, const ReadRules* above) : CPacket(in.header()) {
+    static_assert(protocol::hasItsLength<Context>());
+    if (!in.read(static_cast<Context&>(*this)))
+        protocol::failReadIn(in, above->context);
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+unsigned PacketOf<Rules, Base, Payload>::StreamSize() const {
+    if (!protocol::isWritable(static_cast<const Payload&>(*this)))
+        return 0;
+    const CCharStringSequence* following = text();
+    const unsigned own = CPacketHeader::Len() + payloadSize();
+    const unsigned more = following && !following->empty() ? following->StreamSize() : 0;
+    return std::max(own + more, more); // a text that is too long to tell does not make the packet a short one
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+unsigned PacketOf<Rules, Base, Payload>::read(const char* buf, unsigned size) {
+    CPacketHeader header;
+    if (!header.read(buf, size)) {
+        if constexpr (Rules.logged)
+            protocol::logFailedRead(this->TraceCode(), protocol::Step::Header, false);
+        return 0;
+    }
+    constexpr unsigned kLeast = CPacketHeader::Len() + (Rules.least >= 0 ? unsigned(Rules.least) : unsigned{Len()});
+    if (size < kLeast && !Rules.logged)
+        return 0;
+    PayloadIn in(header, buf + CPacketHeader::Len(), size - CPacketHeader::Len());
+    return load(in) ? CPacketHeader::Len() + in.consumed() : 0;
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+bool PacketOf<Rules, Base, Payload>::read(std::istream& stream) {
+    CPacketHeader header;
+    if (!header.read(stream)) {
+        if constexpr (Rules.logged)
+            protocol::logFailedRead(this->TraceCode(), protocol::Step::Header, true);
+        return false;
+    }
+    PayloadIn in(header, stream);
+    return load(in);
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+unsigned PacketOf<Rules, Base, Payload>::write(char* buf, unsigned size) {
+    if (!protocol::isWritable(static_cast<const Payload&>(*this)))
+        return 0;
+    const unsigned need = CPacketHeader::Len() + payloadSize();
+    if (!buf || size < need) {
+        if constexpr (Rules.logged)
+            protocol::logFailedWrite(this->TraceCode(),
+                                     size < CPacketHeader::Len()                    ? protocol::Step::Header
+                                     : size < CPacketHeader::Len() + Context::Len() ? protocol::Step::Context
+                                                                                    : protocol::Step::Payload,
+                                     false);
+        return 0;
+    }
+    renewHeader();
+    CPacketHeader::write(buf, size);
+    char* to = buf + CPacketHeader::Len();
+    visitParts([&to](const auto& part) {
+        encodePart(part, to);
+        to += partSize(part);
+    });
+    const CCharStringSequence* following = text();
+    if (!following || following->empty())
+        return need;
+    const unsigned more = following->write(to, size - need);
+    if (more == 0) {
+        if (requires { Payload::kTextIfRoom; })
+            return need;
+        protocol::logText(Rules.textWriteLog);
+    }
+    return more == 0 ? 0 : need + more;
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+bool PacketOf<Rules, Base, Payload>::write(std::ostream& out) {
+    if (!protocol::isWritable(static_cast<const Payload&>(*this)))
+        return false;
+    renewHeader();
+    protocol::Step step = protocol::Step::Header;
+    bool good = CPacketHeader::write(out);
+    visitParts([&](const auto& part) {
+        if (!good)
+            return;
+        step = std::is_base_of_v<std::decay_t<decltype(part)>, Context> ? protocol::Step::Context
+                                                                        : protocol::Step::Payload;
+        good = protocol::writePart(part, out);
+    });
+    if (!good) {
+        if constexpr (Rules.logged)
+            protocol::logFailedWrite(this->TraceCode(), step, true);
+        return false;
+    }
+    const CCharStringSequence* following = text();
+    if (!following || following->empty() || following->write(out))
+        return true;
+    protocol::logText(Rules.textWriteLog);
+    return false;
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+PacketOf<Rules, Base, Payload>::PacketOf(const CPacketHeader& header, std::istream& in, tagTCode code)
+    : PacketOf(PayloadIn(header, in), code, nullptr) {}
+
+template <const ReadRules& Rules, class Base, class Payload>
+PacketOf<Rules, Base, Payload>::PacketOf(const CPacketHeader& header, const char* buf, unsigned size,
+                                         unsigned& consumed, tagTCode code)
+    : PacketOf(PayloadIn(header, buf, size), code, &(consumed = 0)) {}
+
+template <const ReadRules& Rules, class Base, class Payload>
+PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn&& in, tagTCode code, unsigned* consumed) : PacketOf(in) {
+    if (Rules.header.stream && (in.header().TraceCode() != code || in.left() != 0))
+        protocol::failReadIn(in, Rules.header);
+    if (consumed)
+        *consumed = in.consumed();
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn& in, const ReadRules* above) : Base(checked(in), &Rules) {
+    static_assert(protocol::hasItsLength<Payload>());
+    if (!in.read(static_cast<Payload&>(*this)))
+        protocol::failReadIn(in, above ? above->basis.orElse(Rules.payload) : Rules.payload);
+    if constexpr (HasFollowingText<Payload>)
+        readText(in);
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+void PacketOf<Rules, Base, Payload>::readText(PayloadIn& in) {
+    if constexpr (HasFollowingText<Payload>) {
+        CCharStringSequence& text = Payload::followingText();
+        if constexpr (requires { Payload::kTextMayCount; }) {
+            if (in.left() > 0) {
+                if (!in.readCountedText(text))
+                    protocol::failReadIn(in, Rules.text);
+                PacketOf::SetPacketHeaderLength();
+                return;
+            }
+        }
+        if (!in.readText(text) && !in.cutTextIsNone(static_cast<const Payload&>(*this))) {
+            protocol::logText(Rules.textReadLog);
+            protocol::failReadIn(in, Rules.text);
+        }
+    }
+}
+
+/// Whether a payload of that many bytes may be, as far as its last part can tell.
+template <const ReadRules& Rules, class Base, class Payload>
+bool PacketOf<Rules, Base, Payload>::fits(unsigned length) {
+    if constexpr (protocol::SizedPart<Payload>)
+        return Payload::fits(length - Base::Len());
+    else
+        return true;
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+PayloadIn& PacketOf<Rules, Base, Payload>::checked(PayloadIn& in) {
+    const unsigned length = in.header().Length();
+    if constexpr (Rules.header.stream) {
+        if (length < Len())
+            protocol::failReadIn(in, Rules.tooShort.orElse(Rules.header));
+        if (!fits(length))
+            protocol::failReadIn(in, Rules.misfit.orElse(Rules.header));
+    }
+    if (Rules.size.buffer && !in.holds(Rules.wholeSize ? length : Len()))
+        protocol::failReadIn(in, Rules.size);
+    return in;
+}
+
+/// Reads into a fresh packet first, so that a failure leaves this one as it was.
+template <const ReadRules& Rules, class Base, class Payload> bool PacketOf<Rules, Base, Payload>::load(PayloadIn& in) {
+    if (in.header().TraceCode() == CPacketHeader::TraceCode() && fits(in.header().Length())) {
+        try {
+            PacketOf fresh(in);
+            if (in.left() == 0) {
+                *this = fresh;
+                return true;
+            }
+        } catch (const std::exception&) {
+            if constexpr (Rules.logged)
+                protocol::logFailedRead(this->TraceCode(),
+                                        in.held(Context::Len()) ? protocol::Step::Payload : protocol::Step::Context,
+                                        in.fromStream());
+            return false;
+        }
+    }
+    if constexpr (Rules.logged)
+        protocol::logInvalidHeader(CPacketHeader::TraceCode(), in.fromStream());
+    return false;
+}
+
+/// Makes the header tell what is about to be written.
+template <const ReadRules& Rules, class Base, class Payload> void PacketOf<Rules, Base, Payload>::renewHeader() {
+    if constexpr (!requires { Payload::kLengthAsRead; })
+        PacketOf::SetPacketHeaderLength();
+}
+
+namespace protocol {
+
+/// What is longer than a header can tell comes out shorter than the fixed fields, and is refused as such.
+inline CPacketHeader payloadHeader(unsigned before, std::uint8_t length) {
+    return CPacketHeader(Invalid, static_cast<std::uint8_t>(before + length));
+}
+
+} // namespace protocol
+
+template <class Payload, unsigned kBefore>
+bool PayloadOperations<Payload, kBefore>::read(std::istream& in, std::uint8_t length) {
+    PayloadIn from(protocol::payloadHeader(kBefore, length), in);
+    return take(from);
+}
+
+template <class Payload, unsigned kBefore>
+unsigned PayloadOperations<Payload, kBefore>::read(const char* buf, unsigned size, std::uint8_t length) {
+    unsigned consumed = 0;
+    return read(buf, size, length, consumed) ? consumed : 0;
+}
+
+template <class Payload, unsigned kBefore>
+bool PayloadOperations<Payload, kBefore>::read(const char* buf, unsigned size, std::uint8_t length,
+                                               unsigned& consumed) {
+    PayloadIn from(protocol::payloadHeader(kBefore, length), buf, size);
+    if (!take(from))
+        return false;
+    consumed = from.consumed();
+    return true;
+}
+
+template <class Payload, unsigned kBefore> bool PayloadOperations<Payload, kBefore>::write(std::ostream& out) const {
+    if (!protocol::isWritable(self()) || !protocol::writePart(self(), out))
+        return false;
+    if constexpr (HasFollowingText<const Payload>)
+        return self().followingText().empty() || self().followingText().write(out);
+    else
+        return true;
+}
+
+template <class Payload, unsigned kBefore>
+unsigned PayloadOperations<Payload, kBefore>::write(char* buf, unsigned size) const {
+    unsigned written = 0;
+    return write(buf, size, written) ? written : 0;
+}
+
+template <class Payload, unsigned kBefore>
+bool PayloadOperations<Payload, kBefore>::write(char* buf, unsigned size, unsigned& written) const {
+    const unsigned fields = partSize(self());
+    if (!buf || size < fields || !protocol::isWritable(self()))
+        return false;
+    encodePart(self(), buf);
+    unsigned more = 0;
+    if constexpr (HasFollowingText<const Payload>) {
+        if (!self().followingText().empty()) {
+            more = self().followingText().write(buf + fields, size - fields);
+            if (more == 0 && !requires { Payload::kTextIfRoom; })
+                return false;
+        }
+    }
+    written = fields + more;
+    return true;
+}
+
+template <class Payload, unsigned kBefore> bool PayloadOperations<Payload, kBefore>::take(PayloadIn& in) {
+    Payload fresh;
+    if (!in.read(fresh))
+        return false;
+    if constexpr (HasFollowingText<Payload>) {
+        if (!in.readText(fresh.followingText()) && !in.cutTextIsNone(fresh))
+            return false;
+    }
+    Payload& payload = static_cast<Payload&>(*this);
+    payload = fresh;
+    if constexpr (requires { payload.SetPacketHeaderLength(); })
+        payload.SetPacketHeaderLength();
+    return true;
+}
+
+template <class Packet> CPacket* KindFunctions<Packet>::create() {
+    return new Packet();
+}
+
+template <class Packet> CPacket* KindFunctions<Packet>::read(const CPacketHeader& header, std::istream& in) {
+    return new Packet(header, in);
+}
+
+template <class Packet>
+CPacket* KindFunctions<Packet>::read(const CPacketHeader& header, const char* buffer, unsigned size,
+                                     unsigned& consumed) {
+    return new Packet(header, buffer, size, consumed);
+}
+
+template <class Packet> CPacket* KindFunctions<Packet>::copy(const CPacket& packet) {
+    const Packet* original = packetAs<Packet>(packet);
+    return original ? new Packet(*original) : nullptr;
+}
+
+template <class Abs, class Rel>
+CPacket* PairFunctions<Abs, Rel>::toRelative(const CPacket& packet, const typename Abs::Context& last) {
+    using RelContext = typename Rel::Context;
+    const Abs* absolute = packetAs<Abs>(packet);
+    RelContext context;
+    if (!absolute || !RelContext::createRelative(last, *absolute, context))
+        return nullptr;
+    auto relative = std::make_unique<Rel>();
+    static_cast<RelContext&>(*relative) = context;
+    relative->copyPayload(*absolute);
+    return relative.release();
+}
+
+template <class Abs, class Rel>
+CPacket* PairFunctions<Abs, Rel>::toAbsolute(const CPacket& packet, const typename Abs::Context& last) {
+    const Rel* relative = packetAs<Rel>(packet);
+    if (!relative)
+        return nullptr;
+    auto absolute = std::make_unique<Abs>();
+    Rel::Context::createAbsolute(last, *relative, static_cast<typename Abs::Context&>(*absolute));
+    absolute->copyPayload(*relative);
+    return absolute.release();
+}
+
+} // namespace Quorvex
+
+/// A kind, and an absolute kind with its relative form.
+#define QUORVEX_COMPILE_KIND(Name) template struct KindFunctions<C##Name>;
+#define QUORVEX_COMPILE_PAIR(Name)                                                                                     \
+    template struct KindFunctions<C##Name>;                                                                            \
+    template struct KindFunctions<CRel##Name>;                                                                         \
+    template struct PairFunctions<C##Name, CRel##Name>;
