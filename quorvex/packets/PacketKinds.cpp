@@ -15,7 +15,7 @@ template <class Context, class Packet> const Context* contextAs(const CPacket& p
 
 template <class Context> const Context* contextOf(const CPacket& packet) {
     switch (packet.TraceCode()) {
-#define QUORVEX_PACKET(name, ...)                                                                                      \
+#define QUORVEX_PACKET(name)                                                                                           \
     case name:                                                                                                         \
         return contextAs<Context, C##name>(packet);
 #include "quorvex/packets/Packets.def"

@@ -34,7 +34,7 @@ template <class Context> const Context* contextOf(const CPacket& packet);
 /// for CharString.
 template <class Visit> bool visitKind(const CPacket& packet, Visit&& visit) {
     switch (packet.TraceCode()) {
-#define QUORVEX_PACKET(name, ...)                                                                                      \
+#define QUORVEX_PACKET(name)                                                                                           \
     case name:                                                                                                         \
         return protocol::visitAs<C##name>(packet, visit);
 #include "quorvex/packets/Packets.def"
