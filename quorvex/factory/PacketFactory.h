@@ -49,7 +49,16 @@ public:
     static CPacket* decompress(CPacket* packet, const CBusContext& last);
     static CPacket* decompress(CPacket* packet, const CSystemContext& last);
 
-    // One creator for each kind and set of values.
+    /// A packet of that class from the values of one of its constructors.
+    template <class P, class... Values> static CPacket* make(Values&&... values) {
+        try {
+            return new P(std::forward<Values>(values)...);
+        } catch (const std::bad_alloc&) {
+            CQVXException::ThrowOutOfMemory();
+        }
+    }
+
+    // The same by name, for each kind and set of values.
     static CPacket* getCExecInsn(const CCoreContext& context) { return make<CExecInsn>(context); }
     static CPacket* getCRelExecInsn(const CRelCoreContext& context) { return make<CRelExecInsn>(context); }
     static CPacket* getCNonExecInsn(const CCoreContext& context) { return make<CNonExecInsn>(context); }
@@ -372,15 +381,6 @@ public:
     /// A text of any length: not a CCharString, but a CCharStringSequence, which writes itself as CharString packets.
     static CPacket* getCCharString(const unsigned char* bytes, unsigned length) {
         return make<CCharStringSequence>(bytes, length);
-    }
-
-private:
-    template <class P, class... Values> static CPacket* make(Values&&... values) {
-        try {
-            return new P(std::forward<Values>(values)...);
-        } catch (const std::bad_alloc&) {
-            CQVXException::ThrowOutOfMemory();
-        }
     }
 };
 
