@@ -153,12 +153,10 @@ public:
 private:
     template <class T> void write(FieldMeaning meaning, std::string_view label, T value) {
         static_assert(std::is_integral_v<T>);
-        const bool canBeUnknown =
-            sizeof(T) == 8 &&
-            (meaning == FieldMeaning::Tick || meaning == FieldMeaning::Address || meaning == FieldMeaning::Length);
-        if (canBeUnknown && value == static_cast<T>(~T{0}))
+        const FieldLook look = factsOf(meaning).look;
+        if (sizeof(T) == 8 && look >= FieldLook::Tick && value == static_cast<T>(~T{0}))
             add(label, kUnknown);
-        else if (meaning == FieldMeaning::Address || meaning == FieldMeaning::Id)
+        else if (look == FieldLook::Address || look == FieldLook::Hexadecimal)
             add(label, hex(value));
         else
             add(label, decimal(value));

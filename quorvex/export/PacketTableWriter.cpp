@@ -55,21 +55,22 @@ private:
         static_assert(std::is_integral_v<T>);
         // Signed numbers are shown as the byte they are.
         const auto number = static_cast<std::make_unsigned_t<T>>(value);
+        const FieldLook look = factsOf(meaning).look;
         if constexpr (sizeof(T) == 1 || sizeof(T) == 8) {
-            if (meaning == FieldMeaning::Tick)
+            if (look == FieldLook::Tick)
                 return m_writer.writeTickItem(number);
-            if (meaning == FieldMeaning::Address)
+            if (look == FieldLook::Address)
                 return m_writer.writeAddrItem(number);
         }
         if constexpr (sizeof(T) == 4) {
-            if (meaning == FieldMeaning::Context)
+            if (look == FieldLook::Context)
                 return m_writer.writeCtxItem(number, kNone32);
-            if (meaning == FieldMeaning::Unit)
+            if (look == FieldLook::Unit)
                 return m_writer.writeIdItem(number, kNone32);
         }
-        if (meaning == FieldMeaning::Length && number == static_cast<std::make_unsigned_t<T>>(~T{0}))
+        if (look == FieldLook::Length && number == static_cast<std::make_unsigned_t<T>>(~T{0}))
             return m_writer.writeKeyword(sizeof(T), keywords::kUnknownLength);
-        return meaning == FieldMeaning::Id ? m_writer.writeHexItem(number) : m_writer.writeDecItem(number);
+        return look == FieldLook::Hexadecimal ? m_writer.writeHexItem(number) : m_writer.writeDecItem(number);
     }
     bool write(FieldMeaning, EEventType type) { return m_writer.writeHexItem(static_cast<std::uint32_t>(type)); }
     bool write(FieldMeaning, const TCounter_t& value) { return m_writer.writeDecItem(value.u64); }

@@ -18,6 +18,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <iterator>
 #include <type_traits>
 
 namespace Quorvex {
@@ -37,6 +38,35 @@ enum class FieldMeaning : std::uint8_t {
     Length,  ///< byte count of a trace; all ones is unknown
     Bytes,   ///< raw data
 };
+
+/// How the number in a field is shown.
+enum class FieldLook : std::uint8_t {
+    Decimal,
+    Hexadecimal,
+    Tick,    ///< decimal, or hexadecimal for who asks for it; may be unknown, as all the following
+    Address, ///< hexadecimal
+    Context, ///< decimal
+    Unit,    ///< decimal
+    Length,  ///< decimal
+};
+
+/// What is known of a meaning.
+struct FieldFacts {
+    const char* type; ///< what tables of the format call it
+    FieldLook look;
+};
+
+/// The facts of each meaning, in the order of FieldMeaning.
+inline constexpr FieldFacts kFieldFacts[] = {
+    {"tick", FieldLook::Tick},      {"address", FieldLook::Address}, {"unit", FieldLook::Context},
+    {"unit", FieldLook::Unit},      {"id", FieldLook::Hexadecimal},  {"number", FieldLook::Decimal},
+    {"number", FieldLook::Decimal}, {"length", FieldLook::Length},   {"data", FieldLook::Hexadecimal},
+};
+static_assert(std::size(kFieldFacts) == std::size_t(FieldMeaning::Bytes) + 1);
+
+constexpr const FieldFacts& factsOf(FieldMeaning meaning) {
+    return kFieldFacts[std::size_t(meaning)];
+}
 
 /// How a value travels. The primary form serves integers and enumerations of a fixed width; variable-width types
 /// bring their own with the same members.

@@ -265,17 +265,9 @@ private:
     }
 
     static bool isUnknown(FieldMeaning meaning, std::string_view word) {
-        switch (meaning) {
-        case FieldMeaning::Tick:
-        case FieldMeaning::Address:
-        case FieldMeaning::Context:
-        case FieldMeaning::Unit:
-            return word == keywords::kInvalid;
-        case FieldMeaning::Length:
-            return word == keywords::kUnknownLength;
-        default:
-            return false;
-        }
+        const FieldLook look = factsOf(meaning).look;
+        return look >= FieldLook::Tick &&
+               word == (look == FieldLook::Length ? keywords::kUnknownLength : keywords::kInvalid);
     }
 
     static std::string digitsWord(std::size_t count) { return "0x and the hexadecimal digits of " + bytesWord(count); }

@@ -49,9 +49,7 @@ public:
 
 private:
     template <class T> static std::string_view typeOf(FieldMeaning meaning) {
-        if constexpr (std::same_as<T, CData>)
-            return "data";
-        else if constexpr (std::same_as<T, CSignalMask>)
+        if constexpr (std::same_as<T, CSignalMask>)
             return "mask";
         else if constexpr (std::same_as<T, FillBytes>)
             return "padding";
@@ -59,21 +57,8 @@ private:
             return "access";
         else if constexpr (std::same_as<T, SFrameConfig>)
             return "configuration";
-        switch (meaning) {
-        case FieldMeaning::Tick:
-            return "tick";
-        case FieldMeaning::Address:
-            return "address";
-        case FieldMeaning::Context:
-        case FieldMeaning::Unit:
-            return "unit";
-        case FieldMeaning::Id:
-            return "id";
-        case FieldMeaning::Length:
-            return "length";
-        default:
-            return "number";
-        }
+        else
+            return factsOf(meaning).type;
     }
 };
 
