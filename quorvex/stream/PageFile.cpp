@@ -2,6 +2,7 @@
 
 #include "quorvex/packets/TraceControlPackets.h"
 #include "quorvex/platform/System.h"
+#include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
 
 #include <algorithm>

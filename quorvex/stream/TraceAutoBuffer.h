@@ -1,7 +1,6 @@
 #pragma once
 
 #include "quorvex/format/Exception.h"
-#include "quorvex/stream/PageFormat.h"
 
 #include <cstring>
 #include <new>
@@ -10,7 +9,6 @@ namespace Quorvex {
 
 /// Bytes of the blocks in which all readers and writers work.
 inline constexpr unsigned kBlockSize = 0x40000;
-static_assert(kBlockSize >= kPageSize, "the paged writer keeps its page in a block, and a reader what fits a page");
 
 /// A zeroed heap block. Throws the out-of-memory CQVXException.
 class CTraceAutoBuffer {

@@ -21,6 +21,7 @@ public:
         m_failed = !m_file.open(path, append);
         this->check_initial_pos();
     }
+    explicit CTraceFileWriter(const std::string& path, bool append = false) : CTraceFileWriter(path.c_str(), append) {}
     ~CTraceFileWriter() { close(); }
     CTraceFileWriter(const CTraceFileWriter&) = delete;
     CTraceFileWriter& operator=(const CTraceFileWriter&) = delete;

@@ -4,6 +4,7 @@
 
 #include <iosfwd>
 #include <memory>
+#include <string>
 
 namespace Quorvex {
 
@@ -28,6 +29,7 @@ public:
     /// there but cannot be appended to is refused, and never emptied. A file that is open is closed first. False for a
     /// null path, or with error() set.
     bool open(const char* path, bool append);
+    bool open(const std::string& path, bool append) { return open(path.c_str(), append); }
     /// True when no file is open afterwards; what could not be written out sets the failure bit.
     bool close();
     bool is_open() const;

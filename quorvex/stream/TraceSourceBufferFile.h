@@ -4,6 +4,7 @@
 
 #include <iosfwd>
 #include <memory>
+#include <string>
 
 namespace Quorvex {
 
@@ -29,6 +30,7 @@ public:
     /// Opens the file for reading from its start; a file that is open is closed first. False for a null path, or with
     /// error() set.
     bool open(const char* path);
+    bool open(const std::string& path) { return open(path.c_str()); }
     bool close();
     bool is_open() const;
     /// Whether the end of the trace stands in a page file, because a program records it or was killed.

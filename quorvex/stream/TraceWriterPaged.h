@@ -119,6 +119,7 @@ private:
     std::uint64_t m_base = 0; ///< output position of the page's first byte
     unsigned m_fill = 0;      ///< bytes of the page in use
     unsigned m_written = 0;   ///< bytes of the page that the target has
+    static_assert(CTraceAutoBuffer::size() >= kPageSize, "the page stands in a block");
     std::optional<CTraceAutoBuffer> m_ownPage;
     char* m_page;
     CTraceSinkBuffer* m_target;

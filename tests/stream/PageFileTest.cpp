@@ -1,5 +1,6 @@
 #include "quorvex/stream/PageFile.h"
 
+#include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -29,7 +30,7 @@ void writeFile(const std::string& path, const std::string& bytes) {
 
 std::string readAll(const std::string& path) {
     CTraceSourceBufferFile file;
-    EXPECT_TRUE(file.open(path.c_str()));
+    EXPECT_TRUE(file.open(path));
     const std::string bytes = readFrom(file, static_cast<unsigned>(file.size()) + 10);
     EXPECT_EQ(file.size(), bytes == "!" ? 0 : bytes.size());
     EXPECT_TRUE(file.eof());
@@ -148,7 +149,7 @@ TEST(PageFile, IsReadFromAnyPlace) {
     const std::string path = directory.path("trace");
     leave(path, kTrace.substr(0, kPageSize), kPageSize, 0, 5000);
     CTraceSourceBufferFile file;
-    ASSERT_TRUE(file.open(path.c_str()));
+    ASSERT_TRUE(file.open(path));
     std::mt19937 random(4);
     for (unsigned i = 0; i < 200; ++i) {
         const std::size_t position = i % 2 ? random() % kTrace.size() : kPageSize - 4000 + random() % 8000;

@@ -59,6 +59,22 @@ std::uint64_t frameLength(const std::string& trace, std::size_t enabledAt) {
     return loadLittleEndian<std::uint64_t>(trace.data() + enabledAt + 6);
 }
 
+TEST(PageFormat, TellsWherePagesEndAndWhatFitsThem) {
+    EXPECT_TRUE(!pages::isBreak(0) && !pages::isBreak(kPageSize - 1) && pages::isBreak(5 * std::uint64_t{kPageSize}));
+    EXPECT_EQ(pages::offsetIn((std::uint64_t{1} << 40) + 7), 7U);
+    for (const auto& [from, to, crosses] : {std::tuple{0U, kPageSize, false},
+                                            {kPageSize - 1, kPageSize, false},
+                                            {kPageSize - 1, kPageSize + 1, true},
+                                            {kPageSize, 2 * kPageSize, false},
+                                            {0U, 3 * kPageSize, true},
+                                            {kPageSize, kPageSize, false}})
+        EXPECT_EQ(pages::crossesEnd(from, to), crosses) << from << " " << to;
+    const unsigned room = pages::room(100);
+    for (const auto& [size, fits] :
+         {std::pair{room, true}, {room - 1, false}, {room - 2, true}, {room + 1, false}, {~0U, false}})
+        EXPECT_EQ(pages::fits(size, 100), fits) << size;
+}
+
 TEST(PagedWriter, PutsAPacketOnThePageThatItFitsAndOpensANewOneElse) {
     CSync sync(1, 2, 3, 4); // 26 bytes
     for (const unsigned room : {26U, 28U, 29U, 1000U, 2U, 3U, 25U, 27U}) {
@@ -437,7 +453,7 @@ TEST(PagedWriter, GoesOnInAFileOpenedForAppend) {
     CTraceEnabled enabled;
     CTraceDisabled disabled;
     for (unsigned frame = 0; frame < 3; ++frame) {
-        CTraceFileWriterPaged writer(path.c_str(), true);
+        CTraceFileWriterPaged writer(path, true);
         ASSERT_TRUE(writer.is_open());
         EXPECT_EQ(writer.tellp(), before.size());
         writer.put(&enabled);
@@ -450,7 +466,7 @@ TEST(PagedWriter, GoesOnInAFileOpenedForAppend) {
         expectPaged(now);
         before = now;
     }
-    CTraceFileWriterPaged nowhere((directory.path("missing") + "/x.qvx").c_str());
+    CTraceFileWriterPaged nowhere(directory.path("missing") + "/x.qvx");
     EXPECT_FALSE(nowhere.is_open() || nowhere.close());
     EXPECT_EQ(nowhere.error(), ENOENT);
     if (hasFullDevice()) {

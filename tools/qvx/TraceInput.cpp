@@ -5,6 +5,7 @@
 #include "quorvex/platform/OutputFile.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/FileKind.h"
+#include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
 
@@ -94,7 +95,7 @@ TraceInput::TraceInput(const std::string& path)
     case FileKind::Trace:
         if (status.sort == FileStatus::Regular) {
             m_file.close();
-            if (!m_traceFile.open(path.c_str()))
+            if (!m_traceFile.open(path))
                 throw Failure(m_name, platform::errorText(m_traceFile.error()));
             m_reader.emplace(m_traceFile);
         } else {

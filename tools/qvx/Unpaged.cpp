@@ -43,7 +43,7 @@ CPacket* Unpaged::get() {
         m_ended = !packet;
         if (packet && packet->StreamSize() != m_input.end() - m_input.offset())
             packet = regular(std::move(packet));
-        if (m_input.offset() > 0 && m_input.offset() % kPageSize == 0) {
+        if (pages::isBreak(m_input.offset())) {
             m_ahead.clear();
             m_fillSize = 0;
             m_atPageStart = true;
