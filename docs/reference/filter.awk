@@ -11,7 +11,7 @@ BEGIN {
         }
     }
     while ((getline line < codes) > 0) {
-        if (line ~ /^QUORVEX_TCODE/) {
+        if (line ~ /^QUORVEX_(ABSOLUTE_)?TCODE/) {
             split(line, quoted, "\"")
             split(line, words, /[(,] */)
             kind["C" words[3]] = "Packet \"" quoted[2] "\": `" quoted[4] "`."
