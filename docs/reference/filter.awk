@@ -70,6 +70,8 @@ function told(name, i) {
         hidden = ";"
     if (line ~ /^QUORVEX_EXTERN_TEMPLATE\(/)
         hidden = ")"
+    if (line ~ /^extern template /)
+        hidden = ";"
     if (hidden != "") {
         if (index(line, hidden))
             hidden = ""
