@@ -50,7 +50,7 @@ TEST(Tables, ShowEverySortOfField) {
     EXPECT_EQ(takeLog(), "");
 }
 
-tagTCode codeOf(const Sample& sample) {
+tagTCode kindOf(const Sample& sample) {
     return tagTCode(std::stoul(sample.wire.substr(0, 2), nullptr, 16));
 }
 
@@ -58,7 +58,7 @@ TEST(GoldenFiles, ShowEveryFieldThatAKindHas) {
     const auto fields = [](const std::vector<Sample>& of) {
         std::set<std::string> names;
         for (const Sample& sample : of) {
-            std::string layout(CTCodeInfo::TCodeToFormat(codeOf(sample)));
+            std::string layout(CTCodeInfo::TCodeToFormat(kindOf(sample)));
             std::ranges::replace(layout, '|', '\n');
             std::istringstream in(layout);
             for (std::string field; std::getline(in, field);)
@@ -75,7 +75,7 @@ template <class Table> std::string tableOfCodes(const char* title) {
     Table table(out, false, 0);
     EXPECT_TRUE(table.writePageHeader(title) && table.writeTableHeader());
     for (const Sample& sample : shownSamples())
-        EXPECT_TRUE(table.writeCPacket(codeOf(sample)));
+        EXPECT_TRUE(table.writeCPacket(kindOf(sample)));
     EXPECT_TRUE(table.writeCPacket(tagTCode(0x30)));
     EXPECT_TRUE(table.writeTableFooter() && table.writePageFooter());
     takeLog();
