@@ -210,7 +210,10 @@ public:
         }                                                                                                              \
     };
 
+/// The time since the last bus sync packet.
 QUORVEX_RELATIVE_TICK_CONTEXT(CRelBusContext, CBusContext)
+
+/// The time since the last system sync packet.
 QUORVEX_RELATIVE_TICK_CONTEXT(CRelSystemContext, CSystemContext)
 
 #undef QUORVEX_RELATIVE_TICK_CONTEXT

@@ -87,6 +87,7 @@ public:
 
 protected:
     static constexpr bool isInline(unsigned len) { return len == 0 || len == 1 || len == 2 || len == 4 || len == 8; }
+    /// The length as it may be: not above the greatest.
     static std::uint8_t LenLimited(unsigned len) {
         return static_cast<std::uint8_t>(len < kMaxLength ? len : kMaxLength);
     }

@@ -17,9 +17,9 @@ public:
     CMessage() = default;
     CMessage(tagEMessageLevel level, ATL::CComBSTR origin, ATL::CComBSTR message);
 
-    const tagEMessageLevel& Level() const { return m_level; }
-    const ATL::CComBSTR& Origin() const { return m_origin; }
-    const ATL::CComBSTR& Message() const { return m_message; }
+    const tagEMessageLevel& Level() const { return m_level; }  ///< how grave it is
+    const ATL::CComBSTR& Origin() const { return m_origin; }   ///< the part of the library that says it
+    const ATL::CComBSTR& Message() const { return m_message; } ///< what it says
 
     /// A new entry from narrow texts, each byte of which becomes one wide character. Short of memory for them, throws
     /// the CAtlException of the string layer.
@@ -65,6 +65,7 @@ private:
 
 namespace Quorvex {
 
+/// Sees to it that the log exists before the first report.
 inline const bool kMessageLogReady = CMessageQueue::ensureInstance();
 
 /// Pushes a message with an empty origin. Never throws: a report that memory is too short for is lost.

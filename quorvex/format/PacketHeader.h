@@ -25,7 +25,7 @@ public:
 
     tagTCode TraceCode() const { return tagTCode(m_code); }
     unsigned Length() const { return m_length; }
-    unsigned StreamSize() const { return Len(); }
+    unsigned StreamSize() const { return Len(); } ///< bytes of the header
 
     /// Reads both bytes; on failure the header stays as it was. The code is not checked.
     bool read(std::istream& in);
@@ -48,8 +48,8 @@ public:
     }
 
 protected:
-    void SetLength(std::uint8_t length) { m_length = length; }
-    std::uint8_t GetLength() const { return m_length; }
+    void SetLength(std::uint8_t length) { m_length = length; } ///< sets the bytes of the payload
+    std::uint8_t GetLength() const { return m_length; }        ///< bytes of the payload
 
 private:
     std::uint8_t m_code;

@@ -25,7 +25,7 @@ struct LayoutField {
 /// A parsed layout string. The fields may repeat as a whole; no registered layout uses that.
 struct QUORVEX_API Layout {
     std::vector<LayoutField> fields;
-    std::pair<unsigned, unsigned> repetition{1, 1};
+    std::pair<unsigned, unsigned> repetition{1, 1}; ///< fewest and most
 
     /// Smallest and largest payload in bytes.
     std::pair<unsigned, unsigned> length() const;
@@ -43,8 +43,8 @@ public:
     static bool TCodeIsValid(tagTCode code);
     /// Name, one-line description and layout string; static texts.
     static const char* TCodeToName(tagTCode code);
-    static const char* TCodeToDescription(tagTCode code);
-    static const char* TCodeToFormat(tagTCode code);
+    static const char* TCodeToDescription(tagTCode code); ///< what the kind tells, in words
+    static const char* TCodeToFormat(tagTCode code);      ///< the layout of the kind
     /// Smallest and largest payload length in bytes that the layout allows.
     static std::pair<unsigned, unsigned> TCodeToLength(tagTCode code);
 

@@ -72,7 +72,7 @@ struct QUORVEX_API TVarCounter_t {
     /// then holds the buffer's address in place of a value and clear() does not free it. Counter packets build their
     /// values from scalars instead.
     void assign(const std::uint8_t* bytes, std::uint8_t len);
-    bool equal(const TVarCounter_t& other) const;
+    bool equal(const TVarCounter_t& other) const; ///< of the same width and value
 
 private:
     static constexpr bool isInline(unsigned len) { return len == 0 || len == 1 || len == 2 || len == 4 || len == 8; }

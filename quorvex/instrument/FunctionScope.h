@@ -15,7 +15,7 @@ public:
     /// A place in the program: a name, which must live as long as the program, and an id of its own.
     struct Site {
         const char* name;
-        unsigned id;
+        unsigned id; ///< in all threads
 
         explicit Site(const char* siteName) : name(siteName), id(nextId()) {}
     };

@@ -63,7 +63,7 @@ struct RecordingSink {
 /// A stream belongs to its thread. Putting a packet takes no lock, allocates nothing, and never throws.
 class QUORVEX_API CQVXInstrumentingStream : private detail::RecordingSink, public CTraceWriterPaged {
 public:
-    static constexpr unsigned kExitWait_ms = 500;
+    static constexpr unsigned kExitWait_ms = 500; ///< the longest that the end of the program waits for threads
 
     /// The calling thread's stream, made on the first call; later calls take no lock. Null when nothing is recorded,
     /// when the program is ending, when memory is short, and for what the first call itself calls.
@@ -76,7 +76,7 @@ public:
     /// Record that the thread enters or leaves a function now. Unlike a packet that is made of Context() and put, they
     /// cannot come behind one that a signal handler records later.
     bool FunctionEnter(unsigned id);
-    bool FunctionLeave(unsigned id);
+    bool FunctionLeave(unsigned id); ///< the counterpart of FunctionEnter
     /// Where and when the caller is: the counter now, the processor now, this thread.
     const CCoreContext& Context();
     /// The processor that the caller runs on now.
@@ -100,10 +100,10 @@ public:
 
 protected:
     explicit CQVXInstrumentingStream(unsigned thread);
-    bool open();
-    bool close();
-    static unsigned HWCtxId();
-    static unsigned SWCtxId();
+    bool open();               ///< makes the file of the thread
+    bool close();              ///< completes the trace
+    static unsigned HWCtxId(); ///< the processor that the thread runs on
+    static unsigned SWCtxId(); ///< the number of the thread
 
     bool overflow_flush() override;
 

@@ -12,20 +12,21 @@ public:
     /// With `startNow` the watch runs at once.
     CStopwatch(bool startNow = false);
 
-    void start() { m_start = tick(); }
-    void stop() { m_stop = tick(); }
+    void start() { m_start = tick(); } ///< begins a span
+    void stop() { m_stop = tick(); }   ///< ends it
     /// The counter's value now, in ticks.
     std::uint64_t getCurrentTick() const { return tick(); }
     /// Ticks in one second.
     std::uint64_t getFreq() const { return m_frequency; }
     /// Ticks from start to stop; wraps around when stopped before started.
     std::uint64_t getExpiredTicks() const { return m_stop - m_start; }
+    /// From start() to stop().
     double getExpiredSeconds() const {
         return static_cast<double>(getExpiredTicks()) / static_cast<double>(m_frequency);
     }
 
 protected:
-    void init();
+    void init(); ///< asks the clock for its frequency
     /// The counter's value; all ones, which means unknown in traces, is replaced by 0.
     static std::uint64_t tick();
 

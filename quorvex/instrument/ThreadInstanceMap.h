@@ -9,7 +9,7 @@ namespace Quorvex {
 /// which their traces are completed. All operations may be called from any thread.
 template <class Stream> class ThreadInstanceMap {
 public:
-    using Streams = std::map<unsigned, Stream*>;
+    using Streams = std::map<unsigned, Stream*>; ///< by thread number
 
     ThreadInstanceMap() = default;
     ThreadInstanceMap(const ThreadInstanceMap&) = delete;

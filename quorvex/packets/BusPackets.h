@@ -41,13 +41,13 @@ public:
 
     static constexpr std::uint8_t Len() { return 1; }
 
-    std::uint8_t GetRawFlags() const { return m_raw; }
+    std::uint8_t GetRawFlags() const { return m_raw; } ///< the byte on the wire
     bool AccUnknown() const { return access() == BusAccUnknown; }
     bool AccRead() const { return (m_raw & BusAccRead) != 0; }
     bool AccWrite() const { return (m_raw & BusAccWrite) != 0; }
     /// Each is false for a value above 3.
     bool GetSignal(BusSignals access) const { return access <= kAccess && this->access() == access; }
-    bool SetSignal(BusSignals access);
+    bool SetSignal(BusSignals access); ///< false for a kind of access that there is not
     /// Clears both bits, whichever access is named.
     bool ClearSignal(BusSignals access);
     bool operator==(const CBusDataSignals&) const = default;

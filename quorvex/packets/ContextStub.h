@@ -27,7 +27,7 @@ public:
     CCoreContext CoreCtx() const { return CoreCtx(m_packet); }
     CBusContext BusCtx() const { return BusCtx(m_packet); }
     CSystemContext SystemCtx() const { return SystemCtx(m_packet); }
-    bool hasContext() const { return m_packet && hasContext(m_packet->TraceCode()); }
+    bool hasContext() const { return m_packet && hasContext(m_packet->TraceCode()); } ///< whether the packet has any
     bool hasCoreContext() const { return m_packet && hasCoreContext(m_packet->TraceCode()); }
     bool hasBusContext() const { return m_packet && hasBusContext(m_packet->TraceCode()); }
     bool hasSystemContext() const { return m_packet && hasSystemContext(m_packet->TraceCode()); }
@@ -45,7 +45,7 @@ public:
     static CCoreContext CoreCtx(const CPacket* packet);
     static CBusContext BusCtx(const CPacket* packet);
     static CSystemContext SystemCtx(const CPacket* packet);
-    static bool hasContext(tagTCode code);
+    static bool hasContext(tagTCode code); ///< whether packets of that kind have any
     static bool hasCoreContext(tagTCode code);
     static bool hasBusContext(tagTCode code);
     static bool hasSystemContext(tagTCode code);

@@ -35,7 +35,7 @@ struct QUORVEX_API CEventTypeInfo {
     static bool EventTypeIsValid(EEventType type);
     /// Static texts; null for an unknown type.
     static const char* EventTypeToName(EEventType type);
-    static const char* EventTypeToDescription(EEventType type);
+    static const char* EventTypeToDescription(EEventType type); ///< in words
     /// Bits 25 to 27 of the type, in place. All known types are in group 0: none has a bit there.
     static std::uint32_t EventTypeToGroup(EEventType type) { return type & 0x0E000000; }
 };

@@ -6,8 +6,11 @@
 
 namespace Quorvex::keywords {
 
+/// The title of a page that is given none.
 inline constexpr const char* kDefaultTitle = "Quorvex (QVX) packet description";
+/// The heads of plain tables with and without offsets.
 inline constexpr std::string_view kHeadWithOffset = "Offset\t\tDescription \tTCode \tLength \tpacket payload ";
+/// See kHeadWithOffset.
 inline constexpr std::string_view kHeadWithoutOffset = "\t \tDescription \tTCode \tLength \tpacket payload ";
 
 inline constexpr std::string_view kInvalid = "Invalid";             ///< an unknown tick, address, context or offset

@@ -41,9 +41,9 @@ enum class TextSort : std::uint8_t {
 
 /// What is known of a kind of packet without one at hand. Name, description and layout of a kind tells CTCodeInfo.
 struct KindFacts {
-    bool hasClass = false; ///< without a class, packets of that code can be stepped over only
-    Role role = Role::Structure;
-    TextSort text = TextSort::None;
+    bool hasClass = false;                   ///< without a class, packets of that code can be stepped over only
+    Role role = Role::Structure;             ///< what it does in a trace
+    TextSort text = TextSort::None;          ///< what the text behind it is
     ContextSort context = ContextSort::None; ///< of the context it carries, absolute or relative
     bool isRelative = false;                 ///< carries the relative form of it
     ContextSort sync = ContextSort::None;    ///< of the context that it restates for relative packets behind it
@@ -57,6 +57,7 @@ struct KindFacts {
 
 /// The facts of each type code.
 using KindTable = std::array<KindFacts, 256>;
+/// The facts, by type code.
 extern QUORVEX_API const KindTable kKindFacts;
 
 /// The facts of a code; those of Invalid for what is no type code.

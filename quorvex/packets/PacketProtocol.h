@@ -73,8 +73,8 @@ struct NoPayload {
 /// Header and context: where every packet class begins.
 template <class ContextPart> class QUORVEX_TEMPLATE_API ContextPacket : public CPacket, public ContextPart {
 public:
-    using Context = ContextPart;
-    static constexpr bool kVariable = false;
+    using Context = ContextPart;             ///< where and when it happened
+    static constexpr bool kVariable = false; ///< the size of the payload may change
     static constexpr std::uint8_t Len() { return Context::Len(); }
 
     /// Calls `visit` with the context, then with each payload, in wire order.
@@ -108,11 +108,13 @@ template <const ReadRules& Rules, class Base, class Payload = NoPayload>
 class QUORVEX_TEMPLATE_API PacketOf : public Base, public Payload {
 public:
     using typename Base::Context;
+    /// The size of the payload may change.
     static constexpr bool kVariable = Base::kVariable || VariablePart<Payload>;
 
     /// Bytes of the payload's fixed fields, context included.
     static constexpr std::uint8_t Len() { return Base::Len() + Payload::Len(); }
 
+    /// Bytes of the payload as it is, context included.
     unsigned Length() const override {
         if constexpr (kVariable)
             return payloadSize();
@@ -122,22 +124,25 @@ public:
     /// 0 for a packet that cannot be written.
     unsigned StreamSize() const override;
 
-    unsigned read(const char* buf, unsigned size) override;
-    bool read(std::istream& stream) override;
-    unsigned write(char* buf, unsigned size) override;
-    bool write(std::ostream& out) override;
+    unsigned read(const char* buf, unsigned size) override; ///< the bytes taken, 0 on failure
+    bool read(std::istream& stream) override;               ///< a failed read changes nothing
+    unsigned write(char* buf, unsigned size) override;      ///< the bytes put, 0 on failure
+    bool write(std::ostream& out) override;                 ///< false on failure
 
+    /// Hands over the context and the payloads, in wire order.
     template <class Visit> void visitParts(Visit&& visit) const {
         Base::visitParts(visit);
         visit(static_cast<const Payload&>(*this));
     }
 
+    /// Takes the payloads of a packet that has the same ones.
     template <class Other> void copyPayload(const Other& other) {
         Base::copyPayload(other);
         static_cast<Payload&>(*this) = static_cast<const Payload&>(other);
         PacketOf::SetPacketHeaderLength();
     }
 
+    /// The text that follows the packet; null if none can.
     const CCharStringSequence* text() const {
         if constexpr (HasFollowingText<const Payload>)
             return &Payload::followingText();

@@ -26,8 +26,8 @@ public:
     PayloadIn(const CPacketHeader& header, const char* payload, unsigned size)
         : m_header(header), m_buffer(payload), m_size(size) {}
 
-    const CPacketHeader& header() const { return m_header; }
-    bool fromStream() const { return m_stream != nullptr; }
+    const CPacketHeader& header() const { return m_header; } ///< of the packet that is read
+    bool fromStream() const { return m_stream != nullptr; }  ///< not from memory
     /// Whether that many bytes of payload are there. A stream cannot tell beforehand.
     bool holds(unsigned size) const { return m_stream || size <= m_size; }
     /// Whether that many bytes of payload were there.

@@ -4,11 +4,12 @@ namespace Quorvex {
 
 /// A text for each of the two media that packets are read from.
 struct MediaTexts {
-    const char* stream;
-    const char* buffer;
+    const char* stream; ///< when reading from a stream
+    const char* buffer; ///< when reading from memory
 
     constexpr MediaTexts(const char* both) : stream(both), buffer(both) {}
     constexpr MediaTexts(const char* ofStream, const char* ofBuffer) : stream(ofStream), buffer(ofBuffer) {}
+    /// These texts; the others if there are none.
     constexpr const MediaTexts& orElse(const MediaTexts& other) const { return stream ? *this : other; }
 };
 

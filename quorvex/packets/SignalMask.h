@@ -104,7 +104,7 @@ public:
     /// The bits that `mask` selects, packed to the front.
     CSignalMask submask(const CSignalMask& mask) const;
 
-    bool print(std::ostream& out) const;
+    bool print(std::ostream& out) const; ///< the bits as digits
     /// False when `size` characters are too few; no terminator is written.
     bool print(char* buf, unsigned size, unsigned& written) const;
     /// Reads that many bytes: the mask then has eight times as many bits. On false it is empty.

@@ -216,7 +216,7 @@ public:
 protected:
     using PacketOf<Rules, Base, CFunctionEnterPayload>::PacketOf;
 
-    void SetLength() { this->SetPacketHeaderLength(); }
+    void SetLength() { this->SetPacketHeaderLength(); } ///< brings the header's length in line
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kFunctionEnterRules, CorePacket, CFunctionEnterPayload>)

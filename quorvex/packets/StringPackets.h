@@ -29,7 +29,7 @@ public:
     const unsigned char* data() const { return m_bytes.data(); }
 
 protected:
-    std::array<unsigned char, kCharStringMax> m_bytes{};
+    std::array<unsigned char, kCharStringMax> m_bytes{}; ///< those beyond the length are no part of it
 };
 
 /// One CharString packet.
@@ -66,7 +66,7 @@ public:
 
     /// Null for the empty text.
     const unsigned char* data() const { return m_bytes.get(); }
-    unsigned length() const { return m_length; }
+    unsigned length() const { return m_length; } ///< bytes
     bool empty() const { return m_length == 0; }
     std::string_view view() const { return {reinterpret_cast<const char*>(m_bytes.get()), m_length}; }
 

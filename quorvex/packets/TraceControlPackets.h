@@ -168,7 +168,7 @@ public:
     }
 
 protected:
-    FillBytes m_fill;
+    FillBytes m_fill; ///< how many bytes are filled
 
     QUORVEX_RESIZABLE
 };

@@ -33,6 +33,7 @@ bool attempt(Step&& step, Report&& report) {
     }
 }
 
+/// The same without a report.
 template <class Step> bool attempt(Step&& step) {
     return attempt(step, [](const std::exception&) {});
 }

@@ -29,6 +29,7 @@ inline FileIdentity identityOf(const BY_HANDLE_FILE_INFORMATION& file) {
 
 #else
 
+/// Of a file by its status.
 inline FileIdentity identityOf(const struct stat& file) {
     return {static_cast<std::uint64_t>(file.st_dev), static_cast<std::uint64_t>(file.st_ino)};
 }

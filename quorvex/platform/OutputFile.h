@@ -11,6 +11,7 @@ namespace Quorvex::platform {
 
 /// What a path or a descriptor leads to, links followed.
 struct QUORVEX_API FileStatus {
+    /// What stands under a name.
     enum Sort {
         Missing,
         Regular,
@@ -20,11 +21,12 @@ struct QUORVEX_API FileStatus {
         Other, ///< block devices, sockets
     };
 
-    Sort sort = Missing;
-    FileIdentity identity;
+    Sort sort = Missing;     ///< what stands there
+    FileIdentity identity;   ///< which file that is
     bool isWritable = false; ///< the process may write to it, and replace it if it is Regular
     int error = 0;           ///< why it cannot be told, an error number of the system (errno); then it is Missing
 
+    /// Of a name, or of an open file.
     static FileStatus of(const std::string& path);
     static FileStatus of(int descriptor);
 };
@@ -54,10 +56,10 @@ public:
     bool is_open() const { return m_descriptor >= 0; }
 
     bool write(const char* bytes, std::size_t size);
-    bool seek(std::uint64_t position);
+    bool seek(std::uint64_t position); ///< where the next write goes
     /// Bytes read; 0 at the end and for a failure.
     std::size_t read(char* bytes, std::size_t size);
-    int error() const { return m_error; }
+    int error() const { return m_error; } ///< the system's number of the first failure; 0 if there was none
 
     /// Closes the file that create() has made and gives it its name, in the directory it was made in. A regular file of
     /// that name is replaced only if `replaces`, and leaves its mode and, where that is allowed, its owner; otherwise

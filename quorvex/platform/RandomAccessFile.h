@@ -25,7 +25,7 @@ public:
     bool isOpen() const;
     /// All `count` bytes, or an error after the first `written` of them.
     int write(const char* bytes, unsigned count, std::uint64_t position, unsigned& written);
-    void close();
+    void close(); ///< without a report of failure
 
 private:
     static bool identify(std::intptr_t handle, FileIdentity& identity);

@@ -41,12 +41,12 @@ QUORVEX_API int openError(const char* path);
 /// The first `size` bytes of an existing file, as memory that is shared with it: what is stored there is in the file,
 /// whatever becomes of the process. The file must be that long, and stay so. Null with the system's error number.
 QUORVEX_API void* mapFile(const char* path, std::size_t size, int& error);
-QUORVEX_API void unmapFile(void* memory, std::size_t size);
+QUORVEX_API void unmapFile(void* memory, std::size_t size); ///< gives back what mapFile gave
 
 /// Zeroed memory straight from the system, whole pages, and back to it. Null when there is none. Neither uses the
 /// allocator of the program, so they may be called where that was interrupted.
 QUORVEX_API void* allocatePages(std::size_t size);
-QUORVEX_API void freePages(void* memory, std::size_t size);
+QUORVEX_API void freePages(void* memory, std::size_t size); ///< gives back what allocatePages gave
 
 /// Puts a line on the standard error of the process, past all buffers.
 QUORVEX_API void tellUser(const std::string& line);

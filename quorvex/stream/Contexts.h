@@ -2,8 +2,8 @@
 
 #include "quorvex/format/Context.h"
 #include "quorvex/format/Packet.h"
-#include "quorvex/platform/Export.h"
 #include "quorvex/packets/KindFacts.h"
+#include "quorvex/platform/Export.h"
 
 #include <cstdint>
 #include <optional>
@@ -34,15 +34,17 @@ public:
     /// Back to the unknown contexts, as at the start of a trace.
     void forget() { *this = CContexts(); }
 
-    const CCoreContext& core() const { return m_core.context; }
-    const CBusContext& bus() const { return m_bus.context; }
-    const CSystemContext& system() const { return m_system.context; }
+    const CCoreContext& core() const { return m_core.context; }       ///< the last known one of cores
+    const CBusContext& bus() const { return m_bus.context; }          ///< of buses
+    const CSystemContext& system() const { return m_system.context; } ///< of the system
     /// Whether a context of that sort has been told.
     bool knows(ContextSort sort) const;
 
     /// The absolute context of a packet that carries one of that sort, absolute or relative.
     std::optional<CCoreContext> coreOf(const CPacket& packet) const;
+    /// The same for packets of buses.
     std::optional<CBusContext> busOf(const CPacket& packet) const;
+    /// The same for packets of the system.
     std::optional<CSystemContext> systemOf(const CPacket& packet) const;
     /// The time of a packet: the tick of its context, or of a field of its own (timestamps, messages, states of state
     /// machines). kUnknown64 when it has none.

@@ -8,6 +8,7 @@ namespace Quorvex {
 /// The error state of a byte buffer, with the bits of a stream's. A destroyed state never reads as good.
 class QUORVEX_API CTraceBufferState {
 public:
+    /// Bits, as those of a standard stream.
     enum State : int {
         goodbit = 0,
         eofbit = 1,

@@ -43,7 +43,9 @@ private:
     bool m_failed = false;
 };
 
+/// Writes a file of packets one after the other.
 using CTraceFileWriterPlain = CTraceFileWriter<CTraceWriterPlain>;
+/// Writes a file of pages.
 using CTraceFileWriterPaged = CTraceFileWriter<CTraceWriterPaged>;
 
 } // namespace Quorvex

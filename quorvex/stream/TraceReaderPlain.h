@@ -40,10 +40,12 @@ public:
     bool skip();
 
 protected:
+    /// Bytes in the block that are not read yet.
     unsigned remain() const { return m_index < m_count ? m_count - m_index : 0; }
+    /// Reads up to `count` bytes behind those that remain, or from that place instead of them.
     bool fill(unsigned count);
     bool fill(std::uint64_t position, unsigned count);
-    bool seek(std::uint64_t position);
+    bool seek(std::uint64_t position); ///< goes on from that place
 
 private:
     class Overlong;

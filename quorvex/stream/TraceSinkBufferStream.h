@@ -22,8 +22,8 @@ public:
     std::uint64_t tellp() override { return m_count; }
 
 protected:
-    std::uint64_t sink_tell();
-    bool sink_seek(std::uint64_t position);
+    std::uint64_t sink_tell();              ///< where the next byte goes
+    bool sink_seek(std::uint64_t position); ///< goes on from that place
     /// The stream begins anew, or goes on behind `count` bytes that are already there.
     void restart(std::uint64_t count);
 

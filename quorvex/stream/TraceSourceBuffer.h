@@ -18,7 +18,7 @@ public:
     virtual bool eof() = 0;
     virtual bool good() = 0;
     virtual void clear() = 0;
-    virtual std::uint64_t position() = 0;
+    virtual std::uint64_t position() = 0; ///< of the next byte
     virtual std::uint64_t size() = 0;
     virtual void flush() = 0;
 };

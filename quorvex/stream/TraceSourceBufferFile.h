@@ -31,7 +31,7 @@ public:
     /// error() set.
     bool open(const char* path);
     bool open(const std::string& path) { return open(path.c_str()); }
-    bool close();
+    bool close(); ///< whether it is closed now
     bool is_open() const;
     /// Whether the end of the trace stands in a page file, because a program records it or was killed.
     bool is_joined() const { return m_joined != nullptr; }

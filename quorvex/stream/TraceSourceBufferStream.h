@@ -23,8 +23,8 @@ public:
     void flush() override {}
 
 protected:
-    bool seek(std::uint64_t position);
-    std::uint64_t tell();
+    bool seek(std::uint64_t position); ///< goes on from that place
+    std::uint64_t tell();              ///< where the next byte comes from
 
 private:
     std::istream& m_stream;

@@ -59,7 +59,7 @@ public:
 
     /// Rows that could not be read so far.
     std::uint64_t errors() const { return m_errors; }
-    const Error& firstError() const { return m_firstError; }
+    const Error& firstError() const { return m_firstError; } ///< of the rows that were stepped over
 
 private:
     /// The packet of one row, as bytes. Invalid: there is none.

@@ -62,6 +62,7 @@ protected:
     virtual bool overflow_flush();
     /// Bytes at `data` that must share a page: a packet, with the texts that follow it.
     virtual unsigned CalcSizeOfPacket(CPacketHeader& header, char* data, unsigned available);
+    /// Bytes of the packets of the text that begins at `data`.
     virtual unsigned CalcSizeOfString(char* data, unsigned available);
     /// Goes on where the target stands; for owners that have just opened it.
     virtual void check_initial_pos();
@@ -72,17 +73,17 @@ protected:
     /// Has the page kept in other memory: kPageSize bytes that the caller owns and that outlive the writer's work. What
     /// the page holds is not carried over.
     void usePage(char* page);
-    std::uint64_t pageStart() const { return m_base; }
-    unsigned filled() const { return m_fill; }
-    unsigned handedOver() const { return m_written; }
+    std::uint64_t pageStart() const { return m_base; } ///< where the page begins in the target
+    unsigned filled() const { return m_fill; }         ///< bytes in the page
+    unsigned handedOver() const { return m_written; }  ///< bytes of the page that the target has
 
-    unsigned remain() const { return pages::room(m_fill); }
+    unsigned remain() const { return pages::room(m_fill); } ///< bytes that still go into the page
     void reset() { std::memset(m_page, 0, kPageSize); }
     /// Pads the page to its end.
     bool fill();
     /// Makes room for `size` bytes on one page; `broke` is set when that took a new one.
     bool check_fill(unsigned size, bool& broke);
-    bool insertSync();
+    bool insertSync(); ///< restates the contexts
     /// Takes note of a packet that is about to be written at the write position.
     bool process(CPacket* packet);
     /// The same for a packet whose bytes already stand there.
@@ -95,8 +96,8 @@ protected:
         using detail::OpenFrame::OpenFrame;
         bool inPage = true; ///< it stands in the page; else the target has it
     };
-    const OpenFrame& openFrame() const { return m_frame; }
-    void reopenFrame(const OpenFrame& frame) { m_frame = frame; }
+    const OpenFrame& openFrame() const { return m_frame; }        ///< whose length is not told yet
+    void reopenFrame(const OpenFrame& frame) { m_frame = frame; } ///< takes up a frame that was left open
 
 private:
     char* at(unsigned offset) { return m_page + offset; }
