@@ -12,7 +12,7 @@
 namespace Quorvex::test {
 namespace {
 
-std::string written(const PacketPointer& packet) {
+std::string wireOfHeld(const PacketPointer& packet) {
     return hex(wireOf(*packet));
 }
 
@@ -103,7 +103,7 @@ TEST(Factory, CreatesFromValuesWhatTheConstructorsMake) {
         {CPacketFactory::getCFill(2), "7d 02 80 80"},
     };
     for (const auto& [packet, wire] : rows)
-        EXPECT_EQ(written(PacketPointer(packet)), wire);
+        EXPECT_EQ(wireOfHeld(PacketPointer(packet)), wire);
 }
 
 // Every creator by its name and values, absolute and relative. Names, data and texts are passed as a host has them.
@@ -219,7 +219,7 @@ TEST(Factory, SurvivesDamagedBytes) {
             continue;
         ASSERT_EQ(fromBuffer == nullptr, fromStream == nullptr) << "the media disagree: " << hex(wire);
         if (fromBuffer) {
-            EXPECT_EQ(written(fromBuffer), written(fromStream)) << hex(wire);
+            EXPECT_EQ(wireOfHeld(fromBuffer), wireOfHeld(fromStream)) << hex(wire);
         }
     }
 }
