@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
     put(Quorvex::CFunctionDefine(at(0), kBoil, "boil"));
     put(Quorvex::CCounterDefine(at(0), kTemperature, 0, "temperature"));
     std::uint64_t tick = 0;
-    for (const std::uint64_t coldest : {20, 80}) {
+    for (const std::uint64_t coldest : {20U, 80U}) {
         put(Quorvex::CFunctionEnter(at(tick), kBoil));
         for (std::uint64_t degrees = coldest; degrees <= 100; degrees += 20, tick += 30 * kSecond)
             put(Quorvex::CCounterValue(at(tick), kTemperature, TCounter_t(degrees)));

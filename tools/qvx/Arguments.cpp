@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <sstream>
+#include <string>
 
 namespace qvx {
 
@@ -70,6 +71,8 @@ Option Verb::chooseNumber(const char* name, std::function<void(unsigned)> take,
     CLI::Option* option = m_verb.add_option_function<unsigned>(
         name, [take = std::move(take)](const unsigned& number) { take(number); }, help);
     option->type_name(type)->transform(CLI::Validator(numberOf, ""));
+    for (const auto& [word, number] : words)
+        m_program.m_words[option].push_back(word);
     return Option(option);
 }
 
@@ -87,6 +90,82 @@ void Verb::runs(std::function<ExitCode()> action) {
     });
 }
 
+namespace {
+
+std::vector<const CLI::App*> verbsOf(const CLI::App& program) {
+    return program.get_subcommands([](const CLI::App*) { return true; });
+}
+
+/// Plain text in the language of manual pages.
+std::string roff(const std::string& text) {
+    std::string result = text.starts_with('.') || text.starts_with('\'') ? "\\&" : "";
+    for (const char c : text)
+        result += c == '-' ? "\\-" : c == '\\' ? "\\e" : std::string(1, c);
+    return result;
+}
+
+} // namespace
+
+std::string Program::manual() const {
+    std::string page;
+    for (const CLI::App* verb : verbsOf(*m_program)) {
+        page += ".SS qvx " + verb->get_name() + "\n" + roff(verb->get_description()) + ".\n";
+        for (const CLI::Option* option : verb->get_options()) {
+            std::string names;
+            for (const std::string& name : option->get_snames())
+                names += (names.empty() ? "" : ", ") + ("\\fB" + roff("-" + name) + "\\fR");
+            for (const std::string& name : option->get_lnames())
+                names += (names.empty() ? "" : ", ") + ("\\fB" + roff("--" + name) + "\\fR");
+            if (names.empty())
+                names = "\\fI" + roff(option->get_name(true)) + "\\fR";
+            else if (option->get_items_expected_max() > 0)
+                names += " \\fI" + roff(option->get_type_name()) + "\\fR";
+            page += ".TP\n" + names + "\n" + roff(option->get_description()) + ".\n";
+        }
+    }
+    return page;
+}
+
+std::string Program::completion() const {
+    std::string verbs, options, words;
+    for (const CLI::App* verb : verbsOf(*m_program)) {
+        verbs += verb->get_name() + " ";
+        std::string names;
+        for (const CLI::Option* option : verb->get_options()) {
+            for (const std::string& name : option->get_snames())
+                names += "-" + name + " ";
+            for (const std::string& name : option->get_lnames())
+                names += "--" + name + " ";
+            if (const auto choice = m_words.find(option); choice != m_words.end())
+                words += "    '" + verb->get_name() + " --" + option->get_lnames().front() + "') words='" +
+                         CLI::detail::join(choice->second, " ") + "' ;;\n";
+        }
+        options += "    " + verb->get_name() + ") options='" + names + "' ;;\n";
+    }
+    return "# bash completion for qvx\n"
+           "_qvx() {\n"
+           "    local current=${COMP_WORDS[COMP_CWORD]} options='--help' words=\n"
+           "    case ${COMP_WORDS[1]} in\n" +
+           options +
+           "    esac\n"
+           "    case \"${COMP_WORDS[1]} ${COMP_WORDS[COMP_CWORD - 1]}\" in\n" +
+           words +
+           "    esac\n"
+           "    if [[ $COMP_CWORD -eq 1 ]]; then\n"
+           "        COMPREPLY=($(compgen -W '" +
+           verbs +
+           "--help --version' -- \"$current\") $(compgen -f -- \"$current\"))\n"
+           "    elif [[ $words ]]; then\n"
+           "        COMPREPLY=($(compgen -W \"$words\" -- \"$current\"))\n"
+           "    elif [[ $current == -* ]]; then\n"
+           "        COMPREPLY=($(compgen -W \"$options\" -- \"$current\"))\n"
+           "    else\n"
+           "        COMPREPLY=($(compgen -f -- \"$current\"))\n"
+           "    fi\n"
+           "}\n"
+           "complete -o filenames -F _qvx qvx\n";
+}
+
 Program::Program(const char* description, const char* version, const char* footer)
     : m_program(std::make_unique<CLI::App>(description, "qvx")) {
     m_program->set_version_flag("--version", version);
@@ -94,6 +173,15 @@ Program::Program(const char* description, const char* version, const char* foote
     m_program->allow_windows_style_options(false); // /FILE is a file on every system
     m_program->get_formatter()->column_width(28);
     m_program->footer(footer);
+    // For the build, which makes the manual page and the completion of them; the help does not tell of these.
+    const auto answer = [this](std::string (Program::*tell)() const) {
+        return [this, tell] {
+            m_answer = (this->*tell)();
+            throw CLI::Success();
+        };
+    };
+    m_program->add_flag_callback("--options-of-manual", answer(&Program::manual))->group("");
+    m_program->add_flag_callback("--completion", answer(&Program::completion))->group("");
 }
 
 Program::~Program() = default;
@@ -105,7 +193,7 @@ Verb Program::add(const char* verb, const char* description) {
 int Program::run(std::vector<std::string> arguments, const char* otherwise) {
     if (!arguments.empty()) {
         const std::string& first = arguments.front();
-        const bool isFile = first == "-" || first.front() != '-';
+        const bool isFile = first == "-" || !first.starts_with('-');
         const auto isVerb = [&first](const CLI::App* verb) { return verb->check_name(first); };
         if (isFile && m_program->get_subcommands(isVerb).empty())
             arguments.insert(arguments.begin(), otherwise);
@@ -117,6 +205,7 @@ int Program::run(std::vector<std::string> arguments, const char* otherwise) {
         return m_exitCode;
     } catch (const CLI::ParseError& error) {
         std::stringstream out, complaint;
+        out << m_answer;
         const bool isHelp = m_program->exit(error, out, complaint) == 0;
         for (std::string line; std::getline(complaint, line);)
             std::fputs((shown(line) + "\n").c_str(), stderr);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -87,7 +88,14 @@ public:
     int run(std::vector<std::string> arguments, const char* otherwise);
 
 private:
+    /// The options of all verbs, as a manual page tells them.
+    std::string manual() const;
+    /// What completes a command line in bash.
+    std::string completion() const;
+
     std::unique_ptr<CLI::App> m_program;
+    std::map<const CLI::Option*, std::vector<std::string>> m_words; ///< that an option takes
+    std::string m_answer;                                           ///< to those who ask for no verb
     ExitCode m_exitCode = Done;
 
     friend class Verb;

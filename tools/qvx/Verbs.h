@@ -12,7 +12,7 @@ enum ExitCode : int {
     Done = 0,
     Failed = 1,
     WrongUse = 2,
-    DoneWithLoss = 3, ///< damage was stepped over, or the target cannot show all
+    DoneWithLoss = 3, ///< damage was stepped over, the end is missing, or the target cannot show all
 };
 
 /// A failure that ends the verb; reported as "qvx: FILE: TEXT".
