@@ -19,10 +19,10 @@ namespace Quorvex {
 /// tick of 0x01 make 0xFFFFFFFFFFFFFFFE. That is no time. A tick whose upper seven bytes are all ones comes about in no
 /// other way, so whoever shows ticks takes all of these for unknown, as tickOf does.
 ///
-/// Give every packet of a trace to note, in order, before asking about it. Whoever makes relative packets asks whether
-/// the reference reaches the context of a packet, and where it does not, adopts that and writes it as a sync packet.
-/// Of the packets, those of a sort are its sync packet and the kinds that have a relative form. Packets that are handed
-/// out are new objects, owned by the caller. Used by one thread at a time.
+/// Give every packet of a trace to note, in order, before asking about it. Whoever makes relative packets asks for the
+/// relative form, and where there is none, adopts the packet's context and writes it as a sync packet. Absolute packets
+/// of a sort are its sync packet and the kinds that have a relative form. Packets that are handed out are new objects,
+/// owned by the caller. Used by one thread at a time.
 class QUORVEX_API CContexts {
 public:
     /// Takes note of a sync packet; false for a packet that is none.

@@ -122,15 +122,16 @@ bool CTraceCompressor::convert(std::list<CPacket*>::iterator at) {
     };
     if (sortOfSync(packet->TraceCode()) != ContextSort::None)
         return m_contexts.note(*packet) || failed(failures.noSyncContext);
-    if (!m_contexts.knows(sort) || !m_contexts.reaches(*packet)) {
+    CPacket* relative = m_contexts.knows(sort) ? m_contexts.relative(*packet) : nullptr;
+    if (!relative) {
         if (!m_contexts.adopt(*packet))
             return failed(failures.noContext);
         CPacket* sync = m_contexts.sync(sort);
         if (!sync)
             return failed(failures.noSync);
         m_changes.push_back({m_pending.insert(at, sync), nullptr});
+        relative = m_contexts.relative(*packet);
     }
-    CPacket* relative = m_contexts.relative(*packet);
     if (!relative)
         return failed("CTraceCompressor::compress(): error creating a compressed packet!");
     *at = relative;

@@ -25,6 +25,10 @@ std::string counts(const char* text, unsigned written, unsigned requested) {
     return text + (" (" + std::to_string(written)) + "/" + std::to_string(requested) + ").";
 }
 
+bool fitsNoPage(unsigned size, const CContexts& restated) {
+    return size > pages::room(pages::kMostRestated) && size > pages::room(restated.syncSize());
+}
+
 /// Whether a CharString packet begins there.
 bool beginsText(CTraceSourceBuffer& source, std::uint64_t position) {
     char code = 0;
@@ -196,7 +200,7 @@ bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* n
         return false;
     const unsigned size = packet->StreamSize();
     bool broke = false;
-    if (size > pages::room(m_contexts.syncSize()) || !check_fill(size, broke)) {
+    if (fitsNoPage(size, m_contexts) || !check_fill(size, broke)) {
         logError(noRoom);
         return false;
     }
@@ -210,7 +214,7 @@ bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* n
 bool CTraceWriterPaged::append(const char* packet, unsigned size) {
     bool broke = false;
     CPacketHeader header;
-    if (!header.read(packet, size) || size > pages::room(m_contexts.syncSize()) || !check_fill(size, broke))
+    if (!header.read(packet, size) || fitsNoPage(size, m_contexts) || !check_fill(size, broke))
         return false;
     std::memcpy(at(m_fill), packet, size);
     process(header);
