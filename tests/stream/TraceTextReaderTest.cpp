@@ -107,8 +107,13 @@ TEST(TextReader, ReadsWordsAndNumbersOfAnyBase) {
         {"CharString\t7\tInvalid ", "7e 07 496e76616c6964"},
         {"CharString\t4\t\"x\"\\ ", "7e 04 2278225c"},
     };
-    for (const auto& [row, wire] : rows)
+    std::string table, trace;
+    for (const auto& [row, wire] : rows) {
         EXPECT_EQ(hex(traceOf("\t" + row + "\n")), hex(bytes(wire))) << row;
+        table += "\t" + row + "\n";
+        trace += bytes(wire);
+    }
+    EXPECT_EQ(hex(traceOf(table + table)), hex(trace + trace)) << "a kind with changing lengths";
 }
 
 TEST(TextReader, TellsWhereARowIsWrongAndGoesOnWithTheNext) {
