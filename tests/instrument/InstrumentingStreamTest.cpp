@@ -129,8 +129,8 @@ TEST(InstrumentingStream, GivesEveryThreadAFileThatHoldsJustWhatItRecorded) {
             SCOPED_TRACE(program);
             Variables settings = mode;
             // Checked builds have memory of their own for each thread that there ever was.
-            settings.emplace_back("COUNT", std::to_string(effort(5000, 300)));
-            settings.emplace_back("MEMORY", std::to_string(effort(4 << 20, 0)));
+            settings.emplace_back("COUNT", std::to_string(effort(2000, 300)));
+            settings.emplace_back("MEMORY", std::to_string(effort(2000 * 800, 0)));
             const Recording run(program, settings);
             if (run.status == kNotHere)
                 continue;
