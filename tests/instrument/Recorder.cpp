@@ -472,14 +472,14 @@ int late() {
 int main(int argc, char** argv) {
     g_program = argv[0];
     const std::string_view mode = argc > 1 ? argv[1] : "";
-#define QUORVEX_MODES(X)                                                                                               \
-    X(threads)                                                                                                         \
-    X(shortLived) X(running) X(forkedWithThreads) X(forkedWhileBusy) X(execed) X(unwritable) X(full) X(endless)        \
-        X(limited) X(unknownMode) X(seeking) X(nothing) X(off) X(interrupted) X(allocating) X(cancelled) X(replaced)   \
-            X(many) X(closing) X(stuck) X(twice) X(late)
-#define QUORVEX_RUN(name)                                                                                              \
-    if (mode == #name)                                                                                                 \
-        return name();
-    QUORVEX_MODES(QUORVEX_RUN)
-    return 100;
+#define QUORVEX_RUN(name) mode == #name ? name():
+    // clang-format off
+    return QUORVEX_RUN(threads) QUORVEX_RUN(shortLived) QUORVEX_RUN(running) QUORVEX_RUN(forkedWithThreads)
+           QUORVEX_RUN(forkedWhileBusy) QUORVEX_RUN(execed) QUORVEX_RUN(unwritable) QUORVEX_RUN(full)
+           QUORVEX_RUN(endless) QUORVEX_RUN(limited) QUORVEX_RUN(unknownMode) QUORVEX_RUN(seeking)
+           QUORVEX_RUN(nothing) QUORVEX_RUN(off) QUORVEX_RUN(interrupted) QUORVEX_RUN(allocating)
+           QUORVEX_RUN(cancelled) QUORVEX_RUN(replaced) QUORVEX_RUN(many) QUORVEX_RUN(closing)
+           QUORVEX_RUN(stuck) QUORVEX_RUN(twice) QUORVEX_RUN(late) 100;
+    // clang-format on
+#undef QUORVEX_RUN
 }
