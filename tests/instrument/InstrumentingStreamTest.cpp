@@ -124,13 +124,14 @@ TEST(InstrumentingStream, GivesEveryThreadAFileThatHoldsJustWhatItRecorded) {
                  {"closing", 0}, // opens its files again that the program has closed
                  {"late", 0},    // is gone for static objects that are destroyed late
                  {"many", 0}};   // leaves threads their files and memory
+    const unsigned threads = isThorough() ? 10'000 : effort(2000, 300);
     for (const auto& [program, files] : cases) {
         for (const Variables& mode : kModes) {
             SCOPED_TRACE(program);
             Variables settings = mode;
             // Checked builds have memory of their own for each thread that there ever was.
-            settings.emplace_back("COUNT", std::to_string(effort(2000, 300)));
-            settings.emplace_back("MEMORY", std::to_string(effort(2000 * 800, 0)));
+            settings.emplace_back("COUNT", std::to_string(threads));
+            settings.emplace_back("MEMORY", std::to_string(effort(threads * 800, 0)));
             const Recording run(program, settings);
             if (run.status == kNotHere)
                 continue;
