@@ -3,6 +3,15 @@
 /// All of the library but the buffers over COM streams, CTraceSinkBufferIStream and its like: whoever uses them
 /// includes their headers, and with them the names of COM.
 
+#include "quorvex/analysis/CallStack.h"
+#include "quorvex/analysis/Merged.h"
+#include "quorvex/analysis/TimeBase.h"
+#include "quorvex/analysis/Trace.h"
+#include "quorvex/analysis/TraceError.h"
+#include "quorvex/analysis/TraceFile.h"
+#include "quorvex/analysis/TraceNames.h"
+#include "quorvex/analysis/TraceReport.h"
+#include "quorvex/analysis/Unpaged.h"
 #include "quorvex/export/BtfWriter.h"
 #include "quorvex/export/PacketDebugger.h"
 #include "quorvex/export/PacketHTML.h"
@@ -12,6 +21,7 @@
 #include "quorvex/export/VCDIdentifier.h"
 #include "quorvex/export/VCDValue.h"
 #include "quorvex/export/VCDWriter.h"
+#include "quorvex/export/ViewerFormats.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/factory/PacketSequence.h"
 #include "quorvex/format/Context.h"

@@ -1,5 +1,6 @@
 #include "quorvex/export/BtfWriter.h"
 
+#include "quorvex/analysis/CallStack.h"
 #include "quorvex/export/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -19,6 +20,8 @@ constexpr std::size_t kMaxInterrupts = 256;
 
 constexpr char kSupplied[] = "events that were missing and supplied";
 constexpr char kNoEnter[] = "leaves without an enter";
+constexpr char kDeepFunctions[] = "functions nested too deep";
+constexpr char kDeepInterrupts[] = "interrupts nested too deep";
 
 constexpr std::string_view kTypes[] = {"C", "T", "I", "R", "SIG", "STI"};
 enum class Type : std::uint8_t { Core, Task, Interrupt, Runnable, Signal, Stimulus };
@@ -48,9 +51,8 @@ struct Process {
     Entity* entity;
     State state = State::Terminated;
     std::uint64_t instance = 0;
-    std::vector<Frame> stack;
-    std::uint64_t tooDeep = 0; ///< functions entered above a full stack
-    Core* core = nullptr;      ///< whose task it is
+    CallStack<Frame> stack{kMaxFunctions};
+    Core* core = nullptr; ///< whose task it is
 };
 
 /// Running on a core is the innermost interrupt, else the task; everything else is not.
@@ -62,40 +64,8 @@ struct Core {
     Entity* entity;
     Process* task = nullptr;
     bool entered = false; ///< the task is a process, and stays whatever the software context
-    std::vector<Process> interrupts;
-    std::uint64_t tooDeep = 0; ///< interrupts entered above a full stack
+    CallStack<Process> interrupts{kMaxInterrupts};
 };
-
-/// What a packet tells and BTF cannot hold; null when that is nothing.
-const char* lossOf(tagTCode code) {
-    switch (code) {
-    case ExecInsn:
-    case NonExecInsn:
-        return "instructions";
-    case DirectBranch:
-    case IndirectBranch:
-        return "branches";
-    case ReadData:
-    case WriteData:
-        return "data accesses";
-    case Event:
-        return "events";
-    case Message:
-        return "messages";
-    case BusData:
-    case BusAddrData:
-        return "bus packets";
-    case Signal:
-        return "signals";
-    case SystemData:
-        return "system trace packets";
-    case InitialState:
-    case Transition:
-        return "state machines";
-    default:
-        return nullptr;
-    }
-}
 
 void append(std::string& to, std::uint64_t number) {
     char digits[20];
@@ -130,9 +100,19 @@ class CBtfWriter::Model {
 public:
     explicit Model(CBtfWriter& writer) : m_writer(writer) {}
 
-    void show(const CPacket& packet, std::uint64_t time) {
+    bool show(const CPacket& packet, std::uint64_t time) {
         m_time = time;
-        visitKind(packet, [this](const auto& kind) { take(kind); });
+        bool isShown = false;
+        visitKind(packet, [&](const auto& kind) {
+            if constexpr (requires { this->take(kind); }) {
+                take(kind);
+                isShown = true;
+            }
+        });
+        const CCoreContext* place = isShown ? nullptr : placeOf(packet);
+        if (place)
+            run(*place);
+        return isShown;
     }
 
     void end(std::uint64_t time) {
@@ -146,30 +126,22 @@ public:
     const std::deque<Entity>& entities() const { return m_entities; }
 
 private:
-    void take(const CPacket& packet) {
-        const char* reason = lossOf(packet.TraceCode());
-        if (!reason)
-            return;
-        m_writer.lose(reason);
-        if (const auto* context = contextOf<CCoreContext>(packet))
-            run(*context);
-    }
     void take(const CHWExceptionEnter& packet) { enterInterrupt(coreOf(packet.HWCtx()), packet.ExceptionId()); }
     void take(const CHWExceptionLeave& packet) { leaveInterrupt(coreOf(packet.HWCtx()), packet.ExceptionId()); }
     void take(const CProcessEnter& packet) {
         Core& core = coreOf(packet.HWCtx());
-        assign(core, &processOf(packet.ProcId()));
+        assign(core, &processOf(packet));
         core.entered = true;
     }
     void take(const CProcessLeave& packet) {
         Core& core = coreOf(packet.HWCtx());
-        if (core.entered && core.task == known(m_processes, packet.ProcId()))
+        if (core.entered && core.task == knownProcess(packet))
             assign(core, nullptr);
         else
             m_writer.lose(kNoEnter);
     }
     void take(const CProcessUndefine& packet) {
-        if (Process* process = known(m_processes, packet.ProcId()))
+        if (Process* process = knownProcess(packet))
             undefine(coreOf(packet.HWCtx()), *process);
     }
     void take(const CFunctionEnter& packet) {
@@ -179,7 +151,10 @@ private:
         else
             m_writer.lose("functions without a number");
     }
-    void take(const CFunctionLeave& packet) { leaveFunction(run(packet), packet.TgtFuncId()); }
+    void take(const CFunctionLeave& packet) {
+        Entity* const* function = known(m_functions, m_writer.numberOf(TextSort::Function, packet.TgtFuncId()));
+        leaveFunction(run(packet), function ? *function : nullptr);
+    }
     void take(const CVariableRead& packet) { access(packet, "read"); }
     void take(const CVariableWrite& packet) { access(packet, "write"); }
     void take(const CCounterValue& packet) { count(packet, nullptr, 0); }
@@ -283,65 +258,55 @@ private:
     }
 
     void enterInterrupt(Core& core, std::uint32_t number) {
-        if (core.interrupts.size() == kMaxInterrupts) {
-            ++core.tooDeep;
-            m_writer.lose("interrupts nested too deep");
-            return;
-        }
-        if (Process* process = core.running())
-            preempt(core, *process);
-        dispatch(core, core.interrupts.emplace_back(interruptOf(number)));
+        const auto interrupt = [&] {
+            if (Process* process = core.running())
+                preempt(core, *process);
+            return Process(interruptOf(number));
+        };
+        if (core.interrupts.enter(interrupt))
+            dispatch(core, core.interrupts.back());
+        else
+            m_writer.lose(kDeepInterrupts);
     }
     void leaveInterrupt(Core& core, std::uint32_t number) {
-        if (core.tooDeep > 0) {
-            --core.tooDeep;
-            m_writer.lose("interrupts nested too deep");
-            return;
-        }
         Entity* const* entity = known(m_interrupts, number);
-        std::size_t depth = entity ? core.interrupts.size() : 0;
-        while (depth > 0 && core.interrupts[depth - 1].entity != *entity)
-            --depth;
-        if (depth == 0)
-            return m_writer.lose(kNoEnter);
-        supplied(core.interrupts.size() - depth);
-        while (core.interrupts.size() >= depth) {
+        const auto left =
+            core.interrupts.leave([entity](const Process& process) { return entity && process.entity == *entity; });
+        if (!left || *left == 0)
+            return m_writer.lose(left ? kDeepInterrupts : kNoEnter);
+        supplied(*left - 1);
+        for (std::size_t count = *left; count > 0; --count) {
             supplied(core.interrupts.back().stack.size());
             terminate(core, core.interrupts.back());
-            core.interrupts.pop_back();
+            core.interrupts.pop();
             if (Process* process = core.running())
                 dispatch(core, *process);
         }
     }
 
-    void enterFunction(Process& process, std::uint32_t number) {
-        if (process.stack.size() == kMaxFunctions) {
-            ++process.tooDeep;
-            m_writer.lose("functions nested too deep");
-            return;
-        }
-        Entity& function = functionOf(number);
-        process.stack.push_back({&function, function.occurrences++});
-        line(process, process.stack.back(), "start");
+    void enterFunction(Process& process, std::uint32_t id) {
+        const auto frame = [&] {
+            Entity& function = functionOf(id);
+            return Frame{&function, function.occurrences++};
+        };
+        if (process.stack.enter(frame))
+            line(process, process.stack.back(), "start");
+        else
+            m_writer.lose(kDeepFunctions);
     }
-    void leaveFunction(Process& process, std::uint32_t number) {
-        if (process.tooDeep > 0) {
-            --process.tooDeep;
-            m_writer.lose("functions nested too deep");
-            return;
-        }
-        Entity* const* entity = known(m_functions, number);
-        std::size_t depth = entity ? process.stack.size() : 0;
-        while (depth > 0 && process.stack[depth - 1].runnable != *entity)
-            --depth;
-        if (depth == 0)
-            return m_writer.lose(kNoEnter);
-        supplied(process.stack.size() - depth);
-        leaveDownTo(process, depth - 1);
+    /// Null for a function that has never been entered.
+    void leaveFunction(Process& process, const Entity* function) {
+        const auto left = process.stack.leave([function](const Frame& frame) { return frame.runnable == function; });
+        if (!left || *left == 0)
+            return m_writer.lose(left ? kDeepFunctions : kNoEnter);
+        supplied(*left - 1);
+        leave(process, *left);
     }
-    void leaveDownTo(Process& process, std::size_t depth) {
-        for (; process.stack.size() > depth; process.stack.pop_back())
+    void leave(Process& process, std::size_t count) {
+        for (; count > 0; --count) {
             line(process, process.stack.back(), "terminate");
+            process.stack.pop();
+        }
     }
 
     /// Starts or resumes what does not run on a core that is free.
@@ -355,18 +320,19 @@ private:
         }
         process.state = Process::State::Running;
         line(*core.entity, 0, *process.entity, process.instance, starts ? "start" : "resume");
-        for (const Frame& frame : process.stack)
+        for (const Frame& frame : process.stack.entries())
             line(process, frame, "resume");
     }
     void preempt(Core& core, Process& process) {
-        for (auto frame = process.stack.rbegin(); frame != process.stack.rend(); ++frame)
+        const std::vector<Frame>& frames = process.stack.entries();
+        for (auto frame = frames.rbegin(); frame != frames.rend(); ++frame)
             line(process, *frame, "suspend");
         process.state = Process::State::Ready;
         line(*core.entity, 0, *process.entity, process.instance, "preempt");
     }
     void terminate(Core& core, Process& process) {
-        leaveDownTo(process, 0);
-        process.tooDeep = 0;
+        leave(process, process.stack.size());
+        process.stack.forgetHidden();
         process.state = Process::State::Terminated;
         line(*core.entity, 0, *process.entity, process.instance, "terminate");
     }
@@ -415,36 +381,42 @@ private:
         return findOrMake(m_threads, number,
                           [&] { return Process(activated(Type::Task, "TASK_" + std::to_string(number), number)); });
     }
-    Process& processOf(std::uint32_t number) {
+    Process& processOf(const CProcessBase& packet) {
+        const std::uint32_t number = m_writer.numberOf(TextSort::Process, packet.ProcId());
         return findOrMake(m_processes, number, [&] {
-            return Process(
-                activated(Type::Task, "TASK_" + given(CTraceNames::Sort::Process, number, "process_"), number));
+            return Process(activated(Type::Task, "TASK_" + given(TextSort::Process, number, "process_"), number));
         });
+    }
+    Process* knownProcess(const CProcessBase& packet) {
+        return known(m_processes, m_writer.numberOf(TextSort::Process, packet.ProcId()));
     }
     Entity& interruptOf(std::uint32_t number) {
         return *findOrMake(m_interrupts, number,
                            [&] { return &activated(Type::Interrupt, "ISR_" + std::to_string(number), number); });
     }
-    Entity& functionOf(std::uint32_t number) {
+    Entity& functionOf(std::uint32_t id) {
+        const std::uint32_t number = m_writer.numberOf(TextSort::Function, id);
         return *findOrMake(m_functions, number, [&] {
-            return &entity(Type::Runnable, given(CTraceNames::Sort::Function, number, "function_"), number);
+            return &entity(Type::Runnable, given(TextSort::Function, number, "function_"), number);
         });
     }
-    Entity& variableOf(std::uint32_t number) {
+    Entity& variableOf(std::uint32_t id) {
+        const std::uint32_t number = m_writer.numberOf(TextSort::Variable, id);
         return *findOrMake(m_variables, number, [&] {
-            return &entity(Type::Signal, given(CTraceNames::Sort::Variable, number, "variable_"), number);
+            return &entity(Type::Signal, given(TextSort::Variable, number, "variable_"), number);
         });
     }
     /// The cell of a counter that m_cell tells.
-    Entity& counterOf(std::uint32_t number) {
+    Entity& counterOf(std::uint32_t id) {
+        const std::uint32_t number = m_writer.numberOf(TextSort::Counter, id);
         return *findOrMake(m_counters[number], m_cell, [&] {
-            return &entity(Type::Signal, given(CTraceNames::Sort::Counter, number, "counter_") + m_cell, number);
+            return &entity(Type::Signal, given(TextSort::Counter, number, "counter_") + m_cell, number);
         });
     }
 
-    std::string given(CTraceNames::Sort sort, std::uint32_t number, const char* otherwise) const {
+    std::string given(TextSort sort, std::uint32_t number, const char* otherwise) const {
         const std::string& name = m_writer.names().name(sort, number);
-        return name.empty() ? otherwise + std::to_string(number) : name;
+        return name.empty() ? otherwise + std::to_string(m_writer.names().idOf(sort, number)) : name;
     }
     Entity& entity(Type type, std::string name, std::uint32_t number) {
         name = legalName(std::move(name));
@@ -476,15 +448,15 @@ private:
 };
 
 CBtfWriter::CBtfWriter(std::ostream& out, std::string inputFile, std::string creationDate)
-    : CViewerWriter(out),
+    : CViewerWriter(out, {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter}),
       m_inputFile(std::move(inputFile)),
       m_creationDate(std::move(creationDate)),
       m_model(std::make_unique<Model>(*this)) {}
 
 CBtfWriter::~CBtfWriter() = default;
 
-void CBtfWriter::show(const CPacket& packet, std::uint64_t time) {
-    m_model->show(packet, time);
+bool CBtfWriter::show(const CPacket& packet, std::uint64_t time) {
+    return m_model->show(packet, time);
 }
 
 void CBtfWriter::end(std::uint64_t time) {

@@ -33,7 +33,7 @@ public:
     ~CBtfWriter() override;
 
 protected:
-    void show(const CPacket& packet, std::uint64_t time) override;
+    bool show(const CPacket& packet, std::uint64_t time) override;
     void end(std::uint64_t time) override;
     bool writeFile() override;
 

@@ -1,17 +1,10 @@
 #pragma once
 
-#include "quorvex/export/VCDIdentifier.h"
-#include "quorvex/export/VCDValue.h"
 #include "quorvex/export/ViewerWriter.h"
-#include "quorvex/packets/PacketKinds.h"
 
-#include <compare>
-#include <map>
-#include <optional>
+#include <cstdint>
+#include <memory>
 #include <string>
-#include <string_view>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 namespace Quorvex {
@@ -42,103 +35,29 @@ public:
         std::string path;           ///< scopes and name with dots between them, and the range of bits where declared
         unsigned width;             ///< bits
         Meaning meaning;            ///< of its numbers
-        std::uint32_t stateMachine; ///< whose states they are
+        std::uint32_t stateMachine; ///< its number in names(), whose states they are
         bool isDetail;              ///< one of the bits of functions and processes
     };
 
     explicit CVCDWriter(std::ostream& out);
     ~CVCDWriter() override;
 
-    /// The variables in the order of the file, and the last time in it in its own units; once it is written.
+    /// The variables in the order of the file, once it is written.
     const std::vector<Variable>& variables() const { return m_shown; }
+    /// The last time in the file in its own units, likewise.
     std::uint64_t duration() const { return m_duration; }
     using CViewerWriter::names;
 
 protected:
-    void show(const CPacket& packet, std::uint64_t time) override;
+    bool show(const CPacket& packet, std::uint64_t time) override;
     void end(std::uint64_t time) override;
     bool writeFile() override;
 
 private:
-    enum class Type : std::uint8_t { Bit, Vector, Integer, Real, Event };
-    /// Where variables stand in the file, in this order.
-    enum class Area : std::uint8_t { Cores, Threads, Counters, Events, Signals, States, Variables };
+    class Model;
+    class Header;
 
-    static constexpr unsigned kNone = ~0U;
-
-    /// What a variable is declared by.
-    struct Declaration {
-        Area area;
-        std::uint32_t owner; ///< core or thread; 0 elsewhere
-        bool isDetail;       ///< stands in a scope of its own inside the owner's
-        Type type;
-        unsigned width;
-        std::string_view label; ///< a literal: the name, or what stands before the number of what has no name
-        std::optional<CTraceNames::Sort> sort; ///< of what gives the name
-        std::uint64_t id;                      ///< likewise
-        std::string suffix;                    ///< behind the name
-        Meaning meaning = Meaning::Value;
-
-        auto operator<=>(const Declaration&) const = default;
-    };
-    struct Entered {
-        unsigned variable = kNone;
-        unsigned count = 0;
-    };
-    /// What is entered and not left, outermost first.
-    struct Stack {
-        std::vector<std::uint32_t> ids;
-        std::uint64_t deeper = 0; ///< entered beyond what is kept
-        std::unordered_map<std::uint32_t, Entered> bits;
-        unsigned current = kNone;
-        unsigned depth = kNone;
-    };
-    struct Core {
-        std::optional<std::uint32_t> thread;
-        unsigned threadVariable = kNone;
-        Stack processes;
-        Stack exceptions;
-    };
-    struct Thread {
-        std::optional<std::uint32_t> core;
-        unsigned coreVariable = kNone;
-        Stack functions;
-    };
-    struct DefinedSignal {
-        std::uint32_t id;
-        CSignalMask lines;
-        unsigned variable = kNone;
-    };
-
-    unsigned declare(Declaration&& declaration);
-    /// Writes a change of a variable.
-    void change(unsigned variable, const CVCDValue& value);
-    void changeNumber(unsigned variable, std::uint64_t number);
-    void changeBytes(unsigned variable, const unsigned char* bytes, unsigned count);
-
-    void runs(const CCoreContext& context);
-    Thread& thread(std::uint32_t number);
-    Core& core(std::uint32_t number);
-    /// Enter and leave; `bit` declares the variable of one id.
-    template <class Bit> void enter(Stack& stack, std::uint32_t id, Bit&& bit);
-    void leave(Stack& stack, std::uint32_t id);
-    void leaveLast(Stack& stack);
-
-    void showFunction(const CCoreContext& context, std::uint32_t id, bool entered);
-    void showProcess(const CCoreContext& context, std::uint32_t id, bool entered);
-    void showException(const CCoreContext& context, std::uint32_t id, bool entered);
-    void showCounter(std::uint32_t id, const TCounter_t& value, const std::string& index);
-    void showSignal(const CSignal& signal);
-    void showState(std::uint32_t machine, std::uint32_t instance, std::optional<std::uint32_t> state);
-
-    std::uint64_t m_time = 0;            ///< of the packet that is shown
-    std::optional<std::uint64_t> m_told; ///< the last time in the body
-    CVCDIdentifier m_identifiers;
-    std::map<Declaration, unsigned> m_variables; ///< their identifiers
-    std::unordered_map<std::uint32_t, Thread> m_threads;
-    std::unordered_map<std::uint32_t, Core> m_cores;
-    std::map<std::pair<std::uint32_t, std::uint32_t>, std::vector<DefinedSignal>> m_signals; ///< by core and master
-    std::map<std::uint64_t, std::uint32_t> m_targets;                                        ///< of transitions
+    std::unique_ptr<Model> m_model;
     std::vector<Variable> m_shown;
     std::uint64_t m_duration = 0;
 };

@@ -3,7 +3,9 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFacts.h"
+#include "quorvex/packets/PacketKinds.h"
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <memory>
@@ -16,24 +18,53 @@ constexpr std::size_t kBufferSize = 0x10000;
 /// Viewers hold times as signed numbers of 64 bits.
 constexpr std::uint64_t kLongest = std::numeric_limits<std::int64_t>::max();
 
+/// What is said of the kinds that viewers mostly cannot show. Of all others, it is the description of the kind.
+struct Words {
+    tagTCode code;
+    std::string_view text;
+};
+constexpr Words kWords[] = {
+    {ExecInsn, "instructions and branches"},
+    {NonExecInsn, "instructions and branches"},
+    {DirectBranch, "instructions and branches"},
+    {IndirectBranch, "instructions and branches"},
+    {ReadData, "data accesses"},
+    {WriteData, "data accesses"},
+    {Event, "events"},
+    {Message, "messages"},
+    {TraceBroken, "gaps in the trace"},
+    {CharString, "free texts"},
+    {TypeDefine, "types"},
+    {BusData, "bus data"},
+    {BusAddrData, "bus data"},
+    {Signal, "signals"},
+    {SystemData, "system trace data"},
+    {InitialState, "states of state machines"},
+    {Transition, "states of state machines"},
+};
+
+std::string wordsFor(tagTCode code) {
+    const auto* row = std::ranges::find(kWords, code, &Words::code);
+    return row != std::end(kWords) ? std::string(row->text)
+                                   : std::string(CTCodeInfo::TCodeToDescription(code)) + " packets";
+}
+
 } // namespace
+
+CViewerWriter::CViewerWriter(std::ostream& out, std::initializer_list<TextSort> shown) : m_out(out), m_shown(shown) {}
 
 CViewerWriter::~CViewerWriter() = default;
 
 std::uint64_t CViewerWriter::unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) const {
-    if (m_frequency == 0 || m_frequency == unitsPerSecond)
-        return ticks;
-    // Three digits at a time, so that nothing overflows on the way; of an absurdly fast clock, without its last bits.
-    const unsigned shift = m_frequency > std::numeric_limits<std::uint64_t>::max() / 1000 ? 10 : 0;
-    const std::uint64_t ticksPerSecond = m_frequency >> shift;
-    std::uint64_t rest = ticks % m_frequency >> shift;
-    std::uint64_t part = 0;
-    for (std::uint64_t units = 1; units < unitsPerSecond; units *= 1000) {
-        part = part * 1000 + rest * 1000 / ticksPerSecond;
-        rest = rest * 1000 % ticksPerSecond;
-    }
-    const std::uint64_t seconds = ticks / m_frequency;
-    return seconds < kLongest / unitsPerSecond ? seconds * unitsPerSecond + part : kLongest;
+    return TimeBase::unitsOf(ticks, frequency(), unitsPerSecond, kLongest);
+}
+
+std::uint32_t CViewerWriter::numberOf(TextSort sort, std::uint32_t id) {
+    return static_cast<std::uint32_t>(m_names.numberOf(sort, id, m_process));
+}
+
+std::uint64_t CViewerWriter::numberOf(TextSort sort, std::uint32_t machine, std::uint32_t id) {
+    return m_names.numberOf(sort, CTraceNames::pair(machine, id), m_process);
 }
 
 void CViewerWriter::clear() {
@@ -52,19 +83,30 @@ bool CViewerWriter::put(CPacket* packet) {
 }
 
 bool CViewerWriter::showAbsolute(CPacket& packet) {
-    if (!m_names.note(packet))
+    if (!m_names.note(packet, m_process))
         lose("names given anew, of which one is shown");
-    if (const auto* timestamp = packetAs<CTimestamp>(packet); timestamp && timestamp->is_Frequency_valid()) {
-        if (m_frequency != 0 && m_frequency != timestamp->Frequency())
-            lose("changes of the clock's frequency");
-        else
-            m_frequency = timestamp->Frequency();
-    }
+    if (!m_clock.note(packet))
+        lose("changes of the clock's frequency");
     const std::uint64_t time = timeOf(packet);
     if (packet.TraceCode() == TraceDisabled)
         return finish();
-    show(packet, time);
+    if (!show(packet, time) && isLost(packet))
+        lose(wordsFor(packet.TraceCode()));
     return !m_failed;
+}
+
+bool CViewerWriter::isLost(const CPacket& packet) const {
+    const KindFacts& facts = factsOf(packet.TraceCode());
+    if (facts.role == Role::Definition)
+        return !m_shown.contains(facts.text);
+    // A reader hands an empty string out by itself where it ends a definition: it says nothing.
+    return facts.role == Role::Happening && (packet.TraceCode() != CharString || packet.Length() > 0);
+}
+
+const CCoreContext* CViewerWriter::placeOf(const CPacket& packet) {
+    // A gap tells what ran before it, not what does now.
+    const bool tells = factsOf(packet.TraceCode()).role == Role::Happening && packet.TraceCode() != TraceBroken;
+    return tells ? contextOf<CCoreContext>(packet) : nullptr;
 }
 
 std::uint64_t CViewerWriter::timeOf(const CPacket& packet) {
@@ -122,7 +164,7 @@ void CViewerWriter::writeBody(std::string_view text) {
 }
 
 bool CViewerWriter::copyBody(char mark, std::uint64_t unitsPerSecond) {
-    const bool asItIs = m_frequency == 0 || m_frequency == unitsPerSecond;
+    const bool asItIs = frequency() == 0 || frequency() == unitsPerSecond;
     if (!m_body.rewind())
         return false;
     std::string rest, out, block(kBufferSize, '\0');

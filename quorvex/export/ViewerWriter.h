@@ -1,6 +1,7 @@
 #pragma once
 
-#include "quorvex/export/TraceNames.h"
+#include "quorvex/analysis/TimeBase.h"
+#include "quorvex/analysis/TraceNames.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/platform/TemporaryFile.h"
 #include "quorvex/stream/Contexts.h"
@@ -8,8 +9,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -20,7 +23,8 @@ namespace Quorvex {
 /// written when a trace-disabled packet arrives, or by flush() at the end of a trace that has none.
 ///
 /// Packets may be absolute or relative. Ticks must not go back; where they do, and where they are unknown, a packet is
-/// shown at the time of the one before it. The stream must outlive the writer.
+/// shown at the time of the one before it. What a writer has no case for is counted as lost, be it of a kind that comes
+/// later; but undefinitions, and what only frames a trace. The stream must outlive the writer.
 class QUORVEX_API CViewerWriter : public CTraceSink {
 public:
     CViewerWriter(const CViewerWriter&) = delete;
@@ -37,22 +41,27 @@ public:
     /// Writes the file, if that has not been done.
     void flush() override;
 
+    /// The packets from now on are of that process. Traces of the same process, and those of which nothing is known but
+    /// that they name things alike, may have the same number; CTraceNames tells how they share names.
+    void setProcess(unsigned process) { m_process = process; }
+
     /// How many times something could not be shown as it is in the trace, by reason.
     using Losses = std::map<std::string, std::uint64_t, std::less<>>;
-    const Losses& losses() const { return m_losses; }
+    const Losses& losses() const { return m_losses; } ///< so far
     /// Whether the file has been written without a failure.
     bool written() const { return m_finished && !m_failed; }
-
-    /// The time that a packet tells by itself; unknown for relative packets.
-    static std::uint64_t tickOf(const CPacket& packet) { return CContexts().tickOf(packet); }
+    /// Why the temporary file failed, an error number of the system (errno); 0 where it did not.
+    int error() const { return m_body.error(); }
 
     virtual ~CViewerWriter();
 
 protected:
-    explicit CViewerWriter(std::ostream& out) : m_out(out) {}
+    /// A writer that shows names of those sorts.
+    CViewerWriter(std::ostream& out, std::initializer_list<TextSort> shown);
 
-    /// Shows an absolute packet, `time` ticks behind the first known tick. Times never go back.
-    virtual void show(const CPacket& packet, std::uint64_t time) = 0;
+    /// Shows an absolute packet, `time` ticks behind the first known tick. Times never go back. False when the writer
+    /// has no case for it.
+    virtual bool show(const CPacket& packet, std::uint64_t time) = 0;
     /// Completes the body; the time is that of the last packet.
     virtual void end(std::uint64_t time) = 0;
     /// Writes the file: what stands before the body, then copyBody.
@@ -63,20 +72,31 @@ protected:
     /// Copies the body. A line that begins with a time, in ticks, gets it in units of the file: `mark` is the character
     /// before the times, or 0 when they begin the line.
     bool copyBody(char mark, std::uint64_t unitsPerSecond);
-    /// Ticks in units of the file, of which there are a power of 1000 in a second.
+    /// Ticks in units of the file, of which there are a power of 1000 in a second; no more than viewers can show.
     std::uint64_t unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) const;
+    /// Writes to the file; false when that fails.
     bool writeOut(std::string_view text);
+    /// Counts a loss.
     void lose(std::string_view reason);
 
-    const CTraceNames& names() const { return m_names; }
+    /// Where a packet that has no case tells that something runs; null if it does not.
+    static const CCoreContext* placeOf(const CPacket& packet);
+
+    const CTraceNames& names() const { return m_names; } ///< so far
+    /// The number by which names() knows what the packet that is shown calls by that identifier.
+    std::uint32_t numberOf(TextSort sort, std::uint32_t id);
+    /// The same of what is numbered within a state machine.
+    std::uint64_t numberOf(TextSort sort, std::uint32_t machine, std::uint32_t id);
     /// Ticks in a second; 0 when the trace does not tell.
-    std::uint64_t frequency() const { return m_frequency; }
+    std::uint64_t frequency() const { return m_clock.frequency(); }
     /// The first known tick; unknown when there has been none.
     std::uint64_t startTick() const { return m_start; }
 
 private:
     bool showAbsolute(CPacket& packet);
     std::uint64_t timeOf(const CPacket& packet);
+    /// Whether the trace is poorer without the packet.
+    bool isLost(const CPacket& packet) const;
     bool finish();
 
     std::ostream& m_out;
@@ -84,10 +104,12 @@ private:
     std::uint64_t m_bodySize = 0;
     std::string m_buffer; ///< of the body, not yet in the file
     CTraceNames m_names;
+    unsigned m_process = 0;
+    std::set<TextSort> m_shown; ///< the sorts of names
+    TimeBase m_clock;
     Losses m_losses;
     std::uint64_t m_start = kUnknown64;
     std::uint64_t m_time = 0;
-    std::uint64_t m_frequency = 0;
     CContexts m_contexts;
     bool m_failed = false;
     bool m_finished = false;

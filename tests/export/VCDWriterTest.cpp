@@ -1,6 +1,7 @@
 #include "quorvex/export/VCDWriter.h"
 
 #include "quorvex/packets/KindFacts.h"
+#include "quorvex/packets/PacketKinds.h"
 #include "tests/support/Golden.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"

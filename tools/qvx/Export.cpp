@@ -1,15 +1,15 @@
 #include "Arguments.h"
-#include "Merged.h"
 #include "Output.h"
 #include "SaveFile.h"
+#include "TraceInput.h"
 #include "Verbs.h"
-#include "quorvex/export/BtfWriter.h"
+#include "quorvex/analysis/Merged.h"
 #include "quorvex/export/VCDWriter.h"
+#include "quorvex/export/ViewerFormats.h"
 
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -20,15 +20,21 @@ namespace {
 
 using namespace Quorvex;
 
-enum class Viewer { VCD, BTF };
-
 struct ExportOptions {
     std::vector<std::string> files;
-    Viewer viewer = Viewer::VCD;
+    std::string viewer;
     bool strict = false;
     std::string save;
     Output output;
 };
+
+/// What there is to choose from, as help says it.
+std::string formatNames() {
+    std::string list;
+    for (const ViewerFormat& format : viewerFormats())
+        list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", format.name, format.description);
+    return list;
+}
 
 std::string listOf(const CViewerWriter::Losses& losses) {
     std::string list;
@@ -46,36 +52,34 @@ ExitCode exportTo(ExportOptions& options) {
             throw Failure(target.name(), "is no file that a viewer could be set up for");
         save.emplace(options.save, options.output.force(), options.output.claims());
     }
-    Merged merged(options.files);
+    Merged merged;
+    addAll(merged, options.files);
     std::ostream& out = target.open();
     if (save)
         save->open();
-    std::unique_ptr<CViewerWriter> writer;
-    CVCDWriter* dump = nullptr;
-    if (options.viewer == Viewer::BTF)
-        writer = std::make_unique<CBtfWriter>(out, fmt::format("{}", fmt::join(options.files, " ")));
-    else
-        writer.reset(dump = new CVCDWriter(out));
+    const std::unique_ptr<CViewerWriter> writer =
+        viewerFormat(options.viewer)->make(out, fmt::format("{}", fmt::join(options.files, " ")));
 
-    errno = 0;
     bool good = true;
-    while (const PacketPointer packet = good ? merged.next() : nullptr)
+    while (const PacketPointer packet = good ? merged.next() : nullptr) {
+        writer->setProcess(static_cast<unsigned>(merged.file()));
         good = writer->put(packet.get());
+    }
     if (good)
         writer->flush();
     target.finish();
     if (!writer->written())
-        throw Failure("temporary file", platform::errorText(errno ? errno : EIO));
+        throw Failure("temporary file", platform::errorText(writer->error() ? writer->error() : EIO));
 
     const std::string losses = listOf(writer->losses());
     if (options.strict && !losses.empty())
         throw Failure(target.name(), "cannot show " + losses);
     if (save)
-        save->write(target.name(), *dump);
+        save->write(target.name(), dynamic_cast<const CVCDWriter&>(*writer));
     target.commit();
     if (save)
         save->commit();
-    ExitCode exitCode = merged.reportDamage();
+    ExitCode exitCode = reportDamage(merged);
     if (!losses.empty()) {
         tell(fmt::format("{}: not shown as in the trace: {}", target.name(), losses));
         exitCode = DoneWithLoss;
@@ -89,9 +93,7 @@ void addExport(Program& program) {
     auto options = std::make_shared<ExportOptions>();
     Verb verb = program.add("export", "Write traces in the formats of other viewers");
     verb.option("FILES", options->files, "Trace files, merged by time; - for standard input").required();
-    verb.choice("--to", options->viewer, {{"vcd", Viewer::VCD}, {"btf", Viewer::BTF}},
-                "vcd (value change dump), btf (best trace format)")
-        .required();
+    verb.option("--to", options->viewer, formatNames().c_str(), "FORMAT").required();
     verb.flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
     verb.option("--save", options->save,
                 "(vcd) Also write FILE, which sets the viewer GTKWave up, and names beside it");
@@ -99,7 +101,9 @@ void addExport(Program& program) {
     verb.footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
                 "What the target cannot show is counted, told, and gives exit code 3.");
     verb.runs([options] {
-        if (!options->save.empty() && (options->viewer != Viewer::VCD || !options->output.isNamed()))
+        if (!viewerFormat(options->viewer))
+            throw Misuse("--to", "'" + options->viewer + "' is none of " + formatNames());
+        if (!options->save.empty() && (options->viewer != "vcd" || !options->output.isNamed()))
             throw Misuse("--save", "goes with --to vcd and a named file");
         return exportTo(*options);
     });

@@ -1,8 +1,10 @@
 #include "Arguments.h"
-#include "Merged.h"
 #include "Output.h"
 #include "TraceInput.h"
 #include "Verbs.h"
+#include "quorvex/analysis/TimeBase.h"
+#include "quorvex/analysis/TraceNames.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/PageFormat.h"
@@ -36,6 +38,8 @@ private:
 
     void addTick(std::uint64_t tick);
     void addContexts(const CPacket& packet);
+    void addFunction(const CPacket& packet);
+    std::string duration() const;
     std::string layout(std::uint64_t size) const;
 
     std::array<std::uint64_t, 256> m_kinds{};
@@ -43,7 +47,7 @@ private:
     std::uint64_t m_tick = 0; ///< of the last packet that has one
     std::uint64_t m_firstTick = kUnknown64;
     std::uint64_t m_lastTick = 0;
-    std::uint64_t m_frequency = 0;
+    TimeBase m_clock;
     CContexts m_contexts;
     std::set<std::uint32_t> m_cores;
     std::set<std::uint32_t> m_threads;
@@ -62,15 +66,22 @@ void Summary::addTick(std::uint64_t tick) {
 void Summary::addContexts(const CPacket& packet) {
     // A sync packet repeats the time of another, and an old definition means none.
     const std::uint64_t tick = m_contexts.tickOf(packet);
-    if (!m_contexts.note(packet) && (tick >= m_tick || !isDefinition(packet.TraceCode())))
+    const bool isDefinition = factsOf(packet.TraceCode()).role == Role::Definition;
+    if (!m_contexts.note(packet) && (tick >= m_tick || !isDefinition))
         addTick(tick);
     if (const auto* core = contextOf<CCoreContext>(packet)) {
         m_cores.insert(core->HWCtx());
         m_threads.insert(core->SWCtx());
     }
-    const auto* timestamp = packetAs<CTimestamp>(packet);
-    if (timestamp && timestamp->is_Frequency_valid())
-        m_frequency = timestamp->Frequency();
+    m_clock.note(packet);
+}
+
+void Summary::addFunction(const CPacket& packet) {
+    const tagTCode code = packet.TraceCode();
+    if (factsOf(code).text == TextSort::Function)
+        m_functions[static_cast<std::uint32_t>(subjectOf(packet)->id)].name = textOf(packet)->view();
+    else if (code == FunctionEnter || code == RelFunctionEnter)
+        ++m_functions[static_cast<std::uint32_t>(subjectOf(packet)->id)].entered;
 }
 
 void Summary::add(const CPacket& packet, std::uint64_t from, std::uint64_t to) {
@@ -78,12 +89,7 @@ void Summary::add(const CPacket& packet, std::uint64_t from, std::uint64_t to) {
     ++m_kinds[packet.TraceCode() & 0xFF];
     m_crossesPage = m_crossesPage || pages::crossesEnd(from, to);
     addContexts(packet);
-    visitKind(packet, [this](const auto& kind) {
-        if constexpr (requires { kind.FuncDef(); })
-            m_functions[kind.FuncId()].name = kind.FuncDef().view();
-    });
-    if (packet.TraceCode() == FunctionEnter || packet.TraceCode() == RelFunctionEnter)
-        ++m_functions[dynamic_cast<const CFunctionEnterPayload&>(packet).TgtFuncId()].entered;
+    addFunction(packet);
 }
 
 std::string Summary::layout(std::uint64_t size) const {
@@ -91,6 +97,17 @@ std::string Summary::layout(std::uint64_t size) const {
     if (pages > 1)
         return m_crossesPage ? "plain" : fmt::format("paged, {} pages of 256 KiB", pages);
     return "plain or paged (one page reads the same either way)";
+}
+
+std::string Summary::duration() const {
+    constexpr std::uint64_t kNanoseconds = 1'000'000'000;
+    const std::uint64_t ticks = m_lastTick - m_firstTick;
+    const std::uint64_t frequency = m_clock.frequency();
+    if (frequency == 0)
+        return fmt::format("{} ticks", ticks);
+    const std::uint64_t time = TimeBase::unitsOf(ticks, frequency, kNanoseconds);
+    return fmt::format("{}.{:09} s ({} ticks at {} a second)", time / kNanoseconds, time % kNanoseconds, ticks,
+                       frequency);
 }
 
 std::string list(const std::set<std::uint32_t>& numbers) {
@@ -115,15 +132,11 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
         line("Ticks:", "none");
     } else {
         line("Ticks:", fmt::format("{} to {}", m_firstTick, m_lastTick));
-        line("Duration:", m_frequency == 0 ? fmt::format("{} ticks", m_lastTick - m_firstTick)
-                                           : fmt::format("{:.9f} s ({} ticks at {} a second)",
-                                                         static_cast<double>(m_lastTick - m_firstTick) /
-                                                             static_cast<double>(m_frequency),
-                                                         m_lastTick - m_firstTick, m_frequency));
+        line("Duration:", duration());
     }
     line("Cores:", list(m_cores));
     line("Threads:", list(m_threads));
-    const Damage& damage = input.damage();
+    const TraceDamage& damage = input.report().damage;
     line("Damage:", damage.places == 0 ? "none"
                                        : fmt::format("{} bytes in {} place{}, the first at offset {}", damage.bytes,
                                                      damage.places, damage.places == 1 ? "" : "s", damage.first));

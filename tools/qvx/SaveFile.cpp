@@ -56,11 +56,11 @@ SaveFile::Names& SaveFile::names(const std::string& what) {
 std::string SaveFile::namesOf(const Variable& variable, const CVCDWriter& writer) {
     switch (variable.meaning) {
     case Meaning::Function:
-        return writeNames("functions", CTraceNames::Sort::Function, 0, ~std::uint64_t{0}, writer);
+        return writeNames("functions", TextSort::Function, 0, ~std::uint64_t{0}, writer);
     case Meaning::Process:
-        return writeNames("processes", CTraceNames::Sort::Process, 0, ~std::uint64_t{0}, writer);
+        return writeNames("processes", TextSort::Process, 0, ~std::uint64_t{0}, writer);
     case Meaning::State:
-        return writeNames(fmt::format("states_{}", variable.stateMachine), CTraceNames::Sort::State,
+        return writeNames(fmt::format("states_{}", variable.stateMachine), TextSort::State,
                           CTraceNames::pair(variable.stateMachine, 0), CTraceNames::pair(variable.stateMachine, ~0U),
                           writer);
     default:
@@ -68,8 +68,8 @@ std::string SaveFile::namesOf(const Variable& variable, const CVCDWriter& writer
     }
 }
 
-std::string SaveFile::writeNames(const std::string& what, CTraceNames::Sort sort, std::uint64_t first,
-                                 std::uint64_t last, const CVCDWriter& writer) {
+std::string SaveFile::writeNames(const std::string& what, TextSort sort, std::uint64_t first, std::uint64_t last,
+                                 const CVCDWriter& writer) {
     Names& file = names(what);
     const std::string path = std::filesystem::absolute(file.target.name()).generic_string();
     if (std::exchange(file.isUsed, true))
@@ -78,7 +78,7 @@ std::string SaveFile::writeNames(const std::string& what, CTraceNames::Sort sort
     const auto& all = writer.names().all();
     for (auto name = all.lower_bound({sort, first}); name != all.end() && name->first.first == sort; ++name) {
         if (name->first.second <= last)
-            fmt::print(out, "{:08X} {}\n", name->first.second & 0xFFFFFFFF, forViewer(name->second));
+            fmt::print(out, "{:08X} {}\n", name->first.second & 0xFFFFFFFF, forViewer(name->second.text));
     }
     file.target.finish();
     return path;

@@ -32,8 +32,8 @@ private:
     Names& names(const std::string& what);
     /// The path of the file of names for a variable; empty when its numbers have no names.
     std::string namesOf(const Quorvex::CVCDWriter::Variable& variable, const Quorvex::CVCDWriter& writer);
-    std::string writeNames(const std::string& what, Quorvex::CTraceNames::Sort sort, std::uint64_t first,
-                           std::uint64_t last, const Quorvex::CVCDWriter& writer);
+    std::string writeNames(const std::string& what, Quorvex::TextSort sort, std::uint64_t first, std::uint64_t last,
+                           const Quorvex::CVCDWriter& writer);
 
     std::string m_path;
     bool m_force;

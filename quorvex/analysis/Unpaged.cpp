@@ -1,16 +1,12 @@
-#include "Unpaged.h"
+#include "quorvex/analysis/Unpaged.h"
 
-#include "quorvex/packets/ContextStub.h"
-#include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/PageFormat.h"
 
 #include <type_traits>
 #include <utility>
 
-namespace qvx {
-
-using namespace Quorvex;
+namespace Quorvex {
 
 namespace {
 
@@ -30,6 +26,8 @@ PacketPointer regular(PacketPointer packet) {
 
 } // namespace
 
+Unpaged::~Unpaged() = default;
+
 bool Unpaged::get(std::list<CPacket*>& packets) {
     CPacket* packet = get();
     if (packet)
@@ -40,10 +38,11 @@ bool Unpaged::get(std::list<CPacket*>& packets) {
 CPacket* Unpaged::get() {
     while (m_ahead.empty() || m_fillSize > 0) {
         PacketPointer packet = m_input.next();
+        const std::uint64_t offset = m_input.offset();
         m_ended = !packet;
-        if (packet && packet->StreamSize() != m_input.end() - m_input.offset())
+        if (packet && packet->StreamSize() != m_input.end() - offset)
             packet = regular(std::move(packet));
-        if (pages::isBreak(m_input.offset())) {
+        if (pages::isBreak(offset)) {
             m_ahead.clear();
             m_fillSize = 0;
             m_atPageStart = true;
@@ -60,28 +59,20 @@ CPacket* Unpaged::get() {
             m_fillSize = 0;
         }
         if (packet)
-            m_ahead.push_back(std::move(packet));
+            m_ahead.push_back({std::move(packet), offset});
         else if (m_ahead.empty())
             return nullptr;
     }
-    CPacket* packet = m_ahead.front().release();
+    CPacket* packet = m_ahead.front().packet.release();
+    m_lastOffset = m_ahead.front().offset;
     m_ahead.pop_front();
     m_lastCode = packet->TraceCode();
     return packet;
 }
 
 bool Unpaged::restates(const CPacket& packet) {
-    switch (sortOfSync(packet.TraceCode())) {
-    case ContextSort::Core:
-        return std::exchange(m_core, CContextStub::CoreCtx(&packet)) == m_core;
-    case ContextSort::Bus:
-        return std::exchange(m_bus, CContextStub::BusCtx(&packet)) == m_bus;
-    case ContextSort::System:
-        return std::exchange(m_system, CContextStub::SystemCtx(&packet)) == m_system;
-    case ContextSort::None:
-        break;
-    }
-    return false;
+    const bool isKnown = m_contexts.repeats(packet);
+    return m_contexts.note(packet) && isKnown;
 }
 
-} // namespace qvx
+} // namespace Quorvex

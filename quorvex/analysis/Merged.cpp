@@ -1,29 +1,31 @@
-#include "Merged.h"
+#include "quorvex/analysis/Merged.h"
 
-#include "Unpaged.h"
-#include "quorvex/export/ViewerWriter.h"
+#include "quorvex/analysis/Unpaged.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/TraceDecompressor.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <deque>
-#include <functional>
 
-namespace qvx {
-
-using namespace Quorvex;
+namespace Quorvex {
 
 namespace {
 
 /// So many packets behind a tick tell whether it can be,
 constexpr unsigned kWitnesses = 8;
-/// unless more than so many were relative to it.
+/// unless more than so many were relative to it, or have to be looked at.
 constexpr std::size_t kMostRelative = 4096;
 /// A jump is far when the packets behind it would have room in it so many times.
 constexpr std::uint64_t kFar = 4;
+
+/// More traces than that are not kept open.
+constexpr std::size_t kMostOpen = 64;
+/// Packets that are taken out of all of these together while they are open, and out of each at least.
+constexpr std::size_t kMostAhead = 0x80000;
+constexpr std::size_t kLeastAhead = 32;
+/// Bytes that they are read at a time.
+constexpr unsigned kPortion = 0x2000;
 
 /// Makes the packet one without a time.
 void forgetTick(CPacket& packet) {
@@ -38,18 +40,20 @@ void forgetTick(CPacket& packet) {
     forgetIn(packetAs<CTransition>(packet));
     if (packetAs<CTimestamp>(packet))
         static_cast<CTimestamp&>(packet).Timestamp(kUnknown64);
-    if (packetAs<Quorvex::CMessage>(packet))
-        static_cast<Quorvex::CMessage&>(packet).Timestamp(kUnknown64);
+    if (packetAs<CMessage>(packet))
+        static_cast<CMessage&>(packet).Timestamp(kUnknown64);
+}
+
+/// The tick of a definition that is older than the packet before it means nothing.
+bool isDefinition(const CPacket& packet) {
+    return factsOf(packet.TraceCode()).role == Role::Definition;
 }
 
 } // namespace
 
-bool isDefinition(tagTCode code) {
-    return isFollowedByText(code) && code != Message;
-}
-
 struct Merged::Source {
-    explicit Source(const std::string& file) : input(file), unpaged(input), decompressor(unpaged, true, true) {}
+    explicit Source(std::unique_ptr<TraceFile> trace)
+        : input(std::move(trace)), unpaged(*input), decompressor(unpaged, true, true) {}
 
     /// A packet, or null where a frame begins or ends.
     struct Ahead {
@@ -62,19 +66,25 @@ struct Merged::Source {
 
     /// The packet that is so many behind the next one; null at the end of the trace.
     Ahead* at(std::size_t index);
+    /// Reads packets until there are so many, or the trace ends.
+    void read(std::size_t count);
     /// How many packets from the next one on have a tick that one sync packet may tell.
     std::size_t relatives();
     /// Whether the next packet's tick cannot be, with those behind it that are relative to it.
     bool isWrong(std::size_t count);
+    /// How many packets may be relative to a tick that is looked into.
+    std::size_t mostRelative() const { return batch > 0 ? std::min(batch, kMostRelative) : kMostRelative; }
     void forget(Ahead& packet);
     /// Makes the next packet ready; false at the end of the trace.
     bool prepare();
-    PacketPointer take();
+    Ahead take();
 
-    TraceInput input;
+    std::unique_ptr<TraceFile> input;
     Unpaged unpaged;
     CTraceDecompressor decompressor;
     std::deque<Ahead> ahead;
+    std::size_t batch = 0; ///< packets that are read before the file is closed again; 0 when it stays open
+    bool isEnded = false;
     std::uint64_t tick = 0; ///< of the last packet that has one
     bool hasTick = false;   ///< in this frame
     std::uint64_t wrong = 0;
@@ -82,23 +92,32 @@ struct Merged::Source {
 };
 
 Merged::Source::Ahead* Merged::Source::at(std::size_t index) {
-    while (ahead.size() <= index) {
+    if (ahead.size() <= index && !isEnded) {
+        read(std::max(index + 1, batch));
+        if (batch > 0)
+            input->pause();
+    }
+    return index < ahead.size() ? &ahead[index] : nullptr;
+}
+
+void Merged::Source::read(std::size_t count) {
+    while (ahead.size() < count) {
         PacketPointer packet(decompressor.get());
-        if (!packet)
-            return nullptr;
+        isEnded = !packet;
+        if (isEnded)
+            return;
         const tagTCode code = packet->TraceCode();
         if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace)
             packet.reset();
-        const std::uint64_t told = packet ? CViewerWriter::tickOf(*packet) : kUnknown64;
-        ahead.push_back({std::move(packet), told, input.offset()});
+        const std::uint64_t told = packet ? CContexts().tickOf(*packet) : kUnknown64;
+        ahead.push_back({std::move(packet), told, unpaged.lastOffset()});
     }
-    return &ahead[index];
 }
 
 std::size_t Merged::Source::relatives() {
     const std::uint64_t block = ahead.front().tick >> 8;
     std::size_t count = 1;
-    for (const Ahead* next = at(count); next && !next->isBorder() && count < kMostRelative; next = at(++count)) {
+    for (const Ahead* next = at(count); next && !next->isBorder() && count < mostRelative(); next = at(++count)) {
         if (next->tick != kUnknown64 && next->tick >> 8 != block)
             break;
     }
@@ -107,10 +126,11 @@ std::size_t Merged::Source::relatives() {
 
 bool Merged::Source::isWrong(std::size_t count) {
     const std::uint64_t claimed = ahead.front().tick;
+    const std::size_t most = count + mostRelative();
     std::vector<std::uint64_t> before;
     unsigned behind = 0;
-    for (const Ahead* next = at(count); next && !next->isBorder(); next = at(++count)) {
-        if (next->tick == kUnknown64 || isDefinition(next->packet->TraceCode()))
+    for (const Ahead* next = at(count); next && !next->isBorder() && count < most; next = at(++count)) {
+        if (next->tick == kUnknown64 || isDefinition(*next->packet))
             continue;
         if (next->tick >= claimed)
             ++behind;
@@ -143,11 +163,11 @@ bool Merged::Source::prepare() {
         return false;
     if (next->tick == kUnknown64)
         return true;
-    if (hasTick && next->tick < tick && isDefinition(next->packet->TraceCode())) {
+    if (hasTick && next->tick < tick && isDefinition(*next->packet)) {
         forget(ahead.front());
     } else if (!hasTick || (next->tick > tick && next->tick >> 8 != tick >> 8)) {
         const std::size_t count = relatives();
-        if (count < kMostRelative && isWrong(count)) {
+        if (count < mostRelative() && isWrong(count)) {
             if (wrong == 0)
                 firstWrong = ahead.front().offset;
             for (std::size_t i = 0; i < count; ++i) {
@@ -163,20 +183,32 @@ bool Merged::Source::prepare() {
     return true;
 }
 
-PacketPointer Merged::Source::take() {
-    PacketPointer packet = std::move(ahead.front().packet);
+Merged::Source::Ahead Merged::Source::take() {
+    Ahead packet = std::move(ahead.front());
     ahead.pop_front();
     return packet;
 }
 
-Merged::Merged(const std::vector<std::string>& files) {
-    for (const std::string& file : files) {
-        m_sources.push_back(std::make_unique<Source>(file));
-        advance(m_sources.size() - 1);
-    }
-}
+Merged::Merged() = default;
 
 Merged::~Merged() = default;
+
+void Merged::add(std::unique_ptr<TraceFile> trace) {
+    trace->pause(); // there may be more of them than can be open
+    m_sources.push_back(std::make_unique<Source>(std::move(trace)));
+}
+
+void Merged::begin() {
+    m_isBegun = true;
+    for (std::size_t index = 0; index < m_sources.size(); ++index) {
+        Source& source = *m_sources[index];
+        if (m_sources.size() > kMostOpen) {
+            source.batch = std::max(kLeastAhead, kMostAhead / m_sources.size());
+            source.input->readAtATime(kPortion);
+        }
+        advance(index);
+    }
+}
 
 void Merged::advance(std::size_t index) {
     Source& source = *m_sources[index];
@@ -185,29 +217,30 @@ void Merged::advance(std::size_t index) {
 }
 
 PacketPointer Merged::next() {
+    // The file of the last packet goes on only now: what cannot be read any more does not cost that packet.
+    if (!m_isBegun)
+        begin();
+    else if (m_file != kNone)
+        advance(std::exchange(m_file, kNone));
     if (m_turns.empty())
         return nullptr;
-    const std::size_t index = m_turns.top().second;
+    m_file = m_turns.top().second;
     m_turns.pop();
-    PacketPointer packet = m_sources[index]->take();
-    advance(index);
-    return packet;
+    Source::Ahead packet = m_sources[m_file]->take();
+    m_offset = packet.offset;
+    return std::move(packet.packet);
 }
 
-ExitCode Merged::reportDamage() const {
-    ExitCode exitCode = Done;
-    for (const auto& source : m_sources) {
-        if (source->wrong > 0) {
-            tell(fmt::format(
-                "{}: offset {}: a tick far ahead of all behind it; {} packet{} shown at the time of the one "
-                "before",
-                source->input.name(), source->firstWrong, source->wrong, source->wrong == 1 ? "" : "s"));
-            exitCode = DoneWithLoss;
-        }
-        if (const ExitCode damage = source->input.reportDamage(); damage != Done)
-            exitCode = damage;
-    }
-    return exitCode;
+const TraceFile& Merged::trace(std::size_t file) const {
+    return *m_sources[file]->input;
 }
 
-} // namespace qvx
+TraceReport Merged::report(std::size_t file) const {
+    const Source& source = *m_sources[file];
+    TraceReport report = source.input->report();
+    report.wrongTicks = source.wrong;
+    report.firstWrongTick = source.firstWrong;
+    return report;
+}
+
+} // namespace Quorvex

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "quorvex/analysis/TraceFile.h"
+#include "quorvex/platform/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <queue>
+#include <utility>
+#include <vector>
+
+namespace Quorvex {
+
+/// Several traces as one, in the order of time: packets are absolute, and what frames a trace or restates contexts is
+/// left out. A packet whose tick is not known comes right behind the one before it in its trace.
+///
+/// Damage can make a tick that lies far ahead, behind which nothing else would have a place. The packets behind it
+/// tell: where nearly all of the next eight that have a tick go on from before the jump, in a stretch that is short
+/// beside it, the tick is taken as unknown, with those that were relative to it. Only packets of the same frame tell,
+/// so a last packet is believed. The tick of a definition that is older than the packet before it is taken as unknown
+/// too.
+///
+/// Up to 64 files stay open while they are read. Of more, each is opened for a moment at a time, to take some packets
+/// out of it: so thousands can be merged, with half a million packets in memory at most, and a few kilobytes a file.
+/// What cannot be gone back in stays open.
+class QUORVEX_API Merged {
+public:
+    Merged();
+    Merged(const Merged&) = delete;
+    Merged& operator=(const Merged&) = delete;
+    ~Merged();
+
+    /// Adds a trace. To be done before the first packet is read.
+    void add(std::unique_ptr<TraceFile> trace);
+
+    /// The next packet; null at the end of all traces. Throws what TraceFile throws.
+    PacketPointer next();
+    /// Which trace the packet that next() gave is of, in the order in which they were added.
+    std::size_t file() const { return m_file; }
+    /// Where it begins there.
+    std::uint64_t offset() const { return m_offset; }
+
+    std::size_t size() const { return m_sources.size(); } ///< traces
+    /// One of them, for what it knows of itself.
+    const TraceFile& trace(std::size_t file) const;
+    /// How reading that trace went so far, wrong ticks included.
+    TraceReport report(std::size_t file) const;
+
+private:
+    struct Source;
+
+    void begin();
+    /// Makes the source's next packet ready, if it has one.
+    void advance(std::size_t index);
+
+    std::vector<std::unique_ptr<Source>> m_sources;
+    /// The sources that have a packet, by its tick, then in the order of the files.
+    using Turn = std::pair<std::uint64_t, std::size_t>;
+    std::priority_queue<Turn, std::vector<Turn>, std::greater<>> m_turns;
+    bool m_isBegun = false;
+    static constexpr std::size_t kNone = ~std::size_t{0};
+    std::size_t m_file = kNone;
+    std::uint64_t m_offset = 0;
+};
+
+} // namespace Quorvex

@@ -1,0 +1,331 @@
+#include "quorvex/analysis/TraceFile.h"
+
+#include "quorvex/analysis/TraceError.h"
+#include "quorvex/analysis/TraceNames.h"
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/MessageQueue.h"
+#include "quorvex/platform/OutputFile.h"
+#include "quorvex/platform/System.h"
+#include "quorvex/stream/FileKind.h"
+#include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/TraceReaderPlain.h"
+#include "quorvex/stream/TraceSourceBufferFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <optional>
+#include <streambuf>
+#include <string_view>
+#include <utility>
+
+namespace Quorvex {
+
+using platform::FileStatus;
+
+namespace {
+
+/// Bytes by which a file is known.
+constexpr unsigned kHead = kPageSize;
+
+/// The bytes of a stream that cannot be gone back in, of which the first have been looked at.
+class HeadedBuffer : public std::streambuf {
+public:
+    /// Takes up to kHead bytes of `rest`, which must outlive this.
+    explicit HeadedBuffer(std::streambuf& rest) : m_rest(rest), m_bytes(kHead, '\0') { fill(); }
+    /// The bytes that were taken last.
+    std::string_view head() const { return {eback(), static_cast<std::size_t>(egptr() - eback())}; }
+
+protected:
+    int_type underflow() override {
+        fill();
+        return gptr() == egptr() ? traits_type::eof() : traits_type::to_int_type(*gptr());
+    }
+
+private:
+    void fill() {
+        const auto count = m_rest.sgetn(m_bytes.data(), static_cast<std::streamsize>(m_bytes.size()));
+        setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + std::max<std::streamsize>(count, 0));
+    }
+
+    std::streambuf& m_rest;
+    std::string m_bytes;
+};
+
+/// A file that is read in portions of no more than that many bytes.
+class PortionedFile : public CTraceSourceBufferFile {
+public:
+    explicit PortionedFile(unsigned portion) : m_portion(portion) {}
+
+    using CTraceSourceBufferFile::read;
+    bool read(char* dst, unsigned count, unsigned& got) override {
+        return CTraceSourceBufferFile::read(dst, std::min(count, m_portion), got);
+    }
+
+private:
+    unsigned m_portion;
+};
+
+/// The reader, which here also tells how much of a cut packet it holds.
+class Reader : public CTraceReaderPlain {
+public:
+    using CTraceReaderPlain::CTraceReaderPlain;
+    using CTraceReaderPlain::remain;
+};
+
+/// Whether a page behind the first one, which is destroyed, is part of a trace. Of a long file so many are looked at.
+bool hasTracePage(std::istream& file) {
+    constexpr std::uint64_t kMostPages = 64;
+    file.clear();
+    file.seekg(0, std::ios::end);
+    const std::uint64_t pages = static_cast<std::uint64_t>(std::streamoff(file.tellg())) / kPageSize;
+    std::string page(kPageSize, '\0');
+    const std::uint64_t step = pages / kMostPages + 1;
+    for (std::uint64_t at = 1; at <= pages; at += step) {
+        file.clear();
+        file.seekg(static_cast<std::streamoff>(at * kPageSize));
+        file.read(page.data(), kPageSize);
+        const std::string_view block(page.data(), static_cast<std::size_t>(file.gcount()));
+        if (!block.empty() && looksLikeTrace(block))
+            return true;
+    }
+    return false;
+}
+
+/// Whether the text of a packet, which takes so many bytes of the trace, has no end there: its last CharString packet
+/// is full, and none follows. When it is written it gets one.
+bool breaksOff(const CPacket& packet, const CCharStringSequence* text, std::uint64_t taken) {
+    return text && text->length() > 0 && text->length() % kCharStringMax == 0 && packet.StreamSize() > taken;
+}
+
+} // namespace
+
+void ReleasePacket::operator()(CPacket* packet) const {
+    CPacketFactory::releaseCPacket(&packet);
+}
+
+/// An open file, or a stream in its place.
+class TraceFile::Input {
+public:
+    /// False with errno set.
+    bool open(const std::string& path) {
+        errno = 0;
+        m_file.open(path, std::ios::binary);
+        return m_file.is_open();
+    }
+    std::ifstream& file() { return m_file; }
+
+    /// Takes the first bytes, to look at them.
+    std::string_view head(std::istream* stream) {
+        m_stream.rdbuf(&m_bytes.emplace(*(stream ? *stream : m_file).rdbuf()));
+        return m_bytes->head();
+    }
+    /// Goes back to the start of a regular file, without a buffer of its own.
+    void rewind() {
+        m_file.clear();
+        m_file.seekg(0);
+        m_stream.rdbuf(m_file.rdbuf());
+        m_bytes.reset();
+    }
+    std::istream& stream() { return m_stream; }
+
+    void pause() {
+        if (!m_file.is_open())
+            return;
+        m_position = m_file.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in);
+        m_file.close();
+    }
+    /// Opens the file again and goes on where it was.
+    bool resume(const std::string& path) {
+        return m_file.is_open() || (open(path) && m_file.rdbuf()->pubseekpos(m_position, std::ios::in) == m_position);
+    }
+
+private:
+    std::ifstream m_file;
+    std::optional<HeadedBuffer> m_bytes;
+    std::istream m_stream{nullptr};
+    std::streampos m_position = 0;
+};
+
+struct TraceFile::Binary {
+    Binary(std::unique_ptr<CTraceSourceBuffer> bytes, std::uint64_t begin)
+        : source(std::move(bytes)), from(begin), reader(*source) {}
+
+    std::uint64_t position() { return from + reader.position(); }
+
+    std::unique_ptr<CTraceSourceBuffer> source;
+    std::uint64_t from; ///< where in the trace the reader has begun
+    Reader reader;
+    bool isJoined = false; ///< with a page file
+};
+
+struct TraceFile::Table {
+    explicit Table(std::istream& stream) : reader(stream) {}
+
+    TraceTextReader reader;
+};
+
+TraceFile::TraceFile(std::string path, std::istream* stream) : m_stream(stream) {
+    m_report.file = std::move(path);
+    open();
+}
+
+TraceFile::~TraceFile() = default;
+
+void TraceFile::fail(std::string reason) const {
+    if (m_end == 0)
+        throw TraceError(name(), std::move(reason));
+    throw TraceError(name(), m_end, std::move(reason));
+}
+
+void TraceFile::open() {
+    const FileStatus status = m_stream ? FileStatus() : FileStatus::of(name());
+    m_isRegular = status.sort == FileStatus::Regular;
+    m_input = std::make_unique<Input>();
+    if (status.sort == FileStatus::Directory)
+        fail(platform::errorText(EISDIR));
+    if (!m_stream && !m_input->open(name()))
+        fail(platform::errorText(platform::openError(name().c_str())));
+    FileKind kind = kindOfFile(m_input->head(m_stream));
+    if (kind == FileKind::Unknown && m_isRegular && hasTracePage(m_input->file()))
+        kind = FileKind::Trace;
+    switch (kind) {
+    case FileKind::Table:
+        if (m_isRegular)
+            m_input->rewind();
+        m_table = std::make_unique<Table>(m_input->stream());
+        break;
+    case FileKind::PageFile:
+        fail(name().ends_with(".page") ? "is the page file of a trace, which is " + name().substr(0, name().rfind('.'))
+                                       : "is the page file of a trace");
+    case FileKind::Trace:
+        if (m_isRegular)
+            m_input.reset();
+        openBinary();
+        break;
+    case FileKind::Unknown:
+        fail("does not look like a trace");
+    }
+}
+
+void TraceFile::openBinary() {
+    if (!m_isRegular) {
+        m_open = std::make_unique<Binary>(std::make_unique<CTraceSourceBufferStream>(m_input->stream()), 0);
+        return;
+    }
+    auto file = std::make_unique<PortionedFile>(m_portion);
+    unsigned got = 0;
+    // To read nothing at a position only goes there.
+    if (!file->open(name().c_str()) || !file->CTraceSourceBufferStream::read(nullptr, 0, m_end, got))
+        fail(platform::errorText(file->error()));
+    const bool isJoined = file->is_joined();
+    m_open = std::make_unique<Binary>(std::move(file), m_end);
+    m_open->isJoined = isJoined;
+}
+
+bool TraceFile::pause() {
+    if (!m_isRegular)
+        return m_report.end != TraceEnd::Unread;
+    if (m_input)
+        m_input->pause();
+    m_open.reset();
+    return true;
+}
+
+const TraceTextReader::Error* TraceFile::tableError() const {
+    return m_table && m_table->reader.errors() > 0 ? &m_table->reader.firstError() : nullptr;
+}
+
+PacketPointer TraceFile::nextOfTable() {
+    if (m_isRegular && !m_input->resume(name()))
+        fail(platform::errorText(platform::openError(name().c_str())));
+    m_offset = m_end;
+    PacketPointer packet(m_table->reader.get());
+    if (packet)
+        m_end += packet->StreamSize();
+    m_size = m_table->reader.position();
+    if (m_report.damage.places != m_table->reader.errors()) {
+        m_report.damage.places = m_table->reader.errors();
+        // The first error is all that will be told: what the library logs of the others must not pile up.
+        while (CMessageQueue::g_Instance->pop()) {
+        }
+    }
+    if (!packet)
+        m_report.end = TraceEnd::NotMarked;
+    return packet;
+}
+
+PacketPointer TraceFile::next() {
+    if (m_report.end != TraceEnd::Unread)
+        return nullptr;
+    if (m_table)
+        return nextOfTable();
+    if (!m_open)
+        openBinary();
+    Reader& reader = m_open->reader;
+    while (true) {
+        m_offset = m_open->position();
+        PacketPointer packet(reader.get());
+        m_end = m_open->position();
+        if (packet) {
+            look(*packet);
+            return packet;
+        }
+        // The reader has stepped over a packet that it could not build. Where it has not moved, skip() may help; if
+        // not, what is left is a cut packet.
+        if (m_end == m_offset && !reader.skip())
+            break;
+        m_end = m_open->position();
+        addDamage(m_offset, m_end);
+        m_breaksOff = false;
+        m_textOf = Invalid;
+    }
+    finish();
+    m_open.reset();
+    return nullptr;
+}
+
+void TraceFile::look(const CPacket& packet) {
+    const tagTCode code = packet.TraceCode();
+    const std::uint64_t size = packet.StreamSize();
+    const std::uint64_t taken = m_end - m_offset;
+    if (size < taken)
+        addDamage(m_offset + size, m_end);
+    if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace) {
+        m_isFrameOpen = code == TraceEnabled;
+        m_isEnded = !m_isFrameOpen;
+    }
+    const CCharStringSequence* text = textOf(packet);
+    m_breaksOff = breaksOff(packet, text, taken);
+    m_textOf = m_breaksOff || (text && text->empty()) ? code : Invalid;
+}
+
+void TraceFile::finish() {
+    const unsigned left = m_open->reader.remain();
+    const tagTCode code = m_open->reader.peek();
+    m_size = m_offset + left;
+    m_report.endOffset = m_offset;
+    if (m_breaksOff || (m_textOf != Invalid && code == CharString)) {
+        m_report.end = TraceEnd::InText;
+        m_report.cutKind = CTCodeInfo::TCodeToName(m_textOf);
+    } else if (left > 0) {
+        m_report.end = TraceEnd::InPacket;
+        m_report.cutKind = CTCodeInfo::TCodeIsValid(code) ? CTCodeInfo::TCodeToName(code) : "";
+    } else if (m_isFrameOpen) {
+        m_report.end = m_open->isJoined ? TraceEnd::Recording : TraceEnd::Missing;
+    } else {
+        m_report.end = m_isEnded ? TraceEnd::Complete : TraceEnd::NotMarked;
+    }
+}
+
+void TraceFile::addDamage(std::uint64_t from, std::uint64_t to) {
+    TraceDamage& damage = m_report.damage;
+    if (damage.places == 0)
+        damage.first = from;
+    if (m_damageEnd != from)
+        ++damage.places;
+    m_damageEnd = to;
+    damage.bytes += to - from;
+}
+
+} // namespace Quorvex

@@ -1,0 +1,91 @@
+#pragma once
+
+#include "quorvex/analysis/TraceReport.h"
+#include "quorvex/format/Packet.h"
+#include "quorvex/platform/Export.h"
+#include "quorvex/stream/TraceTextReader.h"
+
+#include <cstdint>
+#include <istream>
+#include <memory>
+#include <string>
+
+namespace Quorvex {
+
+/// Gives packets back to the packet factory.
+struct QUORVEX_API ReleasePacket {
+    void operator()(CPacket* packet) const;
+};
+/// A packet that is owned.
+using PacketPointer = std::unique_ptr<CPacket, ReleasePacket>;
+
+/// Reads one trace packet by packet, as they are, with their places in it: a file in the binary form, with the page
+/// file that may belong to it, or a plain table, which is told by its first bytes. Damage is stepped over and counted.
+/// A trace is cut if it ends within a packet or its text, or has begun a frame and not ended it.
+///
+/// Whatever fails throws a TraceError. Used by one thread at a time.
+class QUORVEX_API TraceFile {
+public:
+    /// Opens the file. With a stream, which must outlive this and need not go back, that is read in its place, and the
+    /// path is its name in reports. Throws when the file cannot be opened, or is no trace.
+    explicit TraceFile(std::string path, std::istream* stream = nullptr);
+    TraceFile(const TraceFile&) = delete;
+    TraceFile& operator=(const TraceFile&) = delete;
+    virtual ~TraceFile();
+
+    /// The next packet; null at the end.
+    PacketPointer next();
+    /// Where the packet that next() gave begins. In a table, where it would in the binary form of what has been read.
+    std::uint64_t offset() const { return m_offset; }
+    /// Where the packet ends, with the texts that follow it.
+    std::uint64_t end() const { return m_end; }
+    /// Bytes of the whole trace, or of the table; known once next() has given null.
+    std::uint64_t size() const { return m_size; }
+
+    const std::string& name() const { return m_report.file; }
+    /// How reading went so far.
+    const TraceReport& report() const { return m_report; }
+    /// Of a table, the first row that could not be read; null of any other trace.
+    const TraceTextReader::Error* tableError() const;
+
+    /// Closes the file until the next packet is asked for, and gives back the memory of its reader. False where that is
+    /// not possible, because it cannot be gone back in.
+    bool pause();
+    /// Makes reads small: `bytes` at a time in place of a whole block. For those who pause after a few packets.
+    void readAtATime(unsigned bytes) { m_portion = bytes; }
+
+private:
+    class Input;
+    struct Binary;
+    struct Table;
+
+    /// Opens the file for the first time: it may be anything.
+    void open();
+    /// Opens a file that is known to be a trace, where the last packet has ended.
+    void openBinary();
+    [[noreturn]] void fail(std::string reason) const;
+    PacketPointer nextOfTable();
+    /// Takes note of what tells whether the trace is cut, and whether the packet was longer than what it holds.
+    void look(const CPacket& packet);
+    /// Looks at what is left behind the last packet.
+    void finish();
+    void addDamage(std::uint64_t from, std::uint64_t to);
+
+    TraceReport m_report;
+    std::istream* m_stream;         ///< that is read in place of a file, or null
+    bool m_isRegular = false;       ///< the file can be gone back in
+    std::unique_ptr<Input> m_input; ///< the open file, but for a trace in a regular one
+    std::unique_ptr<Binary> m_open; ///< the reader of a trace, and the open file; null while paused, and at the end
+    std::unique_ptr<Table> m_table;
+    unsigned m_portion = ~0U;
+    std::uint64_t m_offset = 0;
+    std::uint64_t m_end = 0;
+    std::uint64_t m_size = 0;
+    bool m_isFrameOpen = false;
+    bool m_isEnded = false;                        ///< by the end of a frame, or of the trace
+    tagTCode m_textOf = Invalid;                   ///< the last packet, if text may follow that belongs to it
+    bool m_breaksOff = false;                      ///< the text of the last packet does
+    std::uint64_t m_damageEnd = ~std::uint64_t{0}; ///< where the last damaged place ends
+};
+
+} // namespace Quorvex

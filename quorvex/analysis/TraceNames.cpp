@@ -1,0 +1,189 @@
+#include "quorvex/analysis/TraceNames.h"
+
+#include "quorvex/packets/PacketKinds.h"
+
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+
+namespace Quorvex {
+
+namespace {
+
+/// Hands fields on as numbers.
+class Numbers {
+public:
+    Numbers(void (*take)(void*, const NumberField&), void* to) : m_take(take), m_to(to) {}
+
+    template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
+    template <class T> void operator()(FieldMeaning meaning, const char* name, const T& value) {
+        if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+            number(meaning, name, static_cast<std::uint64_t>(value), sizeof value);
+        } else if constexpr (requires { value.data() + value.Length(); }) {
+            bytes(meaning, name, value.data(), value.Length());
+        } else if constexpr (requires { value.data() + value.size(); }) {
+            bytes(meaning, name, value.data(), value.size());
+        } else {
+            char wire[UINT8_MAX + 1];
+            FieldCodec<T>::encode(value, wire);
+            bytes(meaning, name, reinterpret_cast<const unsigned char*>(wire), FieldCodec<T>::size(value));
+        }
+    }
+
+private:
+    void number(FieldMeaning meaning, const char* name, std::uint64_t value, std::size_t size) {
+        const bool canBeUnknown = factsOf(meaning).look >= FieldLook::Tick && size == sizeof value;
+        m_take(m_to, {meaning, name, value, !canBeUnknown || value != kUnknown64});
+    }
+    void bytes(FieldMeaning meaning, const char* name, const unsigned char* from, std::size_t count) {
+        std::uint64_t value = 0;
+        for (std::size_t i = 0; i < std::min(count, sizeof value); ++i)
+            value |= std::uint64_t{from[i]} << 8 * i;
+        m_take(m_to, {meaning, name, value, count > 0});
+    }
+
+    void (*m_take)(void*, const NumberField&);
+    void* m_to;
+};
+
+/// What the fields refer to that hold identifiers.
+struct Reference {
+    std::string_view field;
+    TextSort sort;
+};
+constexpr Reference kReferences[] = {
+    {"CntrId", TextSort::Counter},
+    {"EvtId", TextSort::Event},
+    {"FuncId", TextSort::Function},
+    {"ProcId", TextSort::Process},
+    {"SignalId", TextSort::Signal},
+    {"State", TextSort::State},
+    {"StateMachine", TextSort::StateMachine},
+    {"StateMachineInstance", TextSort::StateMachineInstance},
+    {"TgtFuncId", TextSort::Function},
+    {"Transition", TextSort::Transition},
+    {"TypeId", TextSort::Type},
+    {"VarId", TextSort::Variable},
+};
+static_assert(std::ranges::is_sorted(kReferences, {}, &Reference::field));
+
+constexpr bool isPart(TextSort sort) {
+    return sort == TextSort::StateMachineInstance || sort == TextSort::State || sort == TextSort::Transition;
+}
+
+constexpr std::uint64_t kPart = 0xFFFFFFFF;
+
+} // namespace
+
+const CCharStringSequence* textOf(const CPacket& packet) {
+    const CCharStringSequence* text = nullptr;
+    visitKind(packet, [&text](const auto& kind) { text = kind.text(); });
+    return text;
+}
+
+void detail::eachNumber(const CPacket& packet, void (*take)(void*, const NumberField&), void* to) {
+    Numbers numbers(take, to);
+    visitKind(packet, [&numbers](const auto& kind) { kind.visitParts(numbers); });
+}
+
+std::optional<Subject> subjectOf(const CPacket& packet) {
+    // The first identifier tells; of a state machine, the last one, which is numbered within it. Where control comes
+    // from is something else.
+    std::optional<Subject> subject;
+    std::uint32_t machine = 0;
+    eachNumber(packet, [&](const NumberField& field) {
+        const std::string_view name = field.name;
+        if (field.meaning != FieldMeaning::Id || name == "SrcFuncId")
+            return;
+        if (!subject || subject->sort == TextSort::StateMachine || isPart(subject->sort)) {
+            const auto* row = std::ranges::lower_bound(kReferences, name, {}, &Reference::field);
+            const bool isKnown = row != std::end(kReferences) && row->field == name;
+            subject = {isKnown ? row->sort : TextSort::None, field.value};
+            if (subject->sort == TextSort::StateMachine)
+                machine = static_cast<std::uint32_t>(field.value);
+        }
+    });
+    const KindFacts& facts = factsOf(packet.TraceCode());
+    if (subject && facts.role == Role::Definition)
+        subject->sort = facts.text;
+    if (subject && isPart(subject->sort))
+        subject->id = CTraceNames::pair(machine, static_cast<std::uint32_t>(subject->id));
+    return subject;
+}
+
+bool CTraceNames::note(const CPacket& packet, unsigned process) {
+    if (factsOf(packet.TraceCode()).role != Role::Definition)
+        return true;
+    const CCharStringSequence* text = textOf(packet);
+    const std::optional<Subject> subject = text && !text->empty() ? subjectOf(packet) : std::nullopt;
+    return !subject || give(process, keyOf(subject->sort, subject->id, process), text->view());
+}
+
+bool CTraceNames::give(unsigned process, Key key, std::string_view text) {
+    const auto [sort, id] = key;
+    const auto [own, isFirst] = m_numbers.try_emplace({process, sort, id}, id);
+    const auto [at, isNew] = m_names.try_emplace({sort, own->second}, Name{std::string(text), process});
+    if (isNew || at->second.text == text)
+        return true;
+    if (!isFirst && at->second.process == process) {
+        at->second.text = text;
+        return false;
+    }
+    // Another process means something else by it.
+    if (isOfSame(process, at->second.process))
+        m_apart.insert(process);
+    const auto [other, isOther] = m_others.try_emplace({sort, id, std::string(text)}, 0);
+    if (isOther) {
+        other->second = newNumber(key);
+        m_names.emplace(Key(sort, other->second), Name{std::string(text), process});
+    }
+    own->second = other->second;
+    return true;
+}
+
+CTraceNames::Key CTraceNames::keyOf(TextSort sort, std::uint64_t id, unsigned process) {
+    if (isPart(sort))
+        id = numberOf(TextSort::StateMachine, id >> 32, process) << 32 | (id & kPart);
+    return {sort, id};
+}
+
+bool CTraceNames::isOfSame(unsigned one, unsigned other) const {
+    return one == other || (!m_apart.contains(one) && !m_apart.contains(other));
+}
+
+std::uint64_t CTraceNames::newNumber(Key key) {
+    const std::uint64_t rest = key.second & ~kPart;
+    std::uint64_t number = rest | (kPart - 1);
+    // As numbers are given away from the top down, those that are in use there are in a row.
+    while (m_names.contains({key.first, number}) || m_ids.contains({key.first, number}))
+        --number;
+    m_ids.emplace(Key(key.first, number), key.second);
+    return number;
+}
+
+std::uint64_t CTraceNames::numberOf(TextSort sort, std::uint64_t id, unsigned process) {
+    const Key key = keyOf(sort, id, process);
+    if (m_apart.empty())
+        return key.second;
+    const auto own = m_numbers.find({process, sort, key.second});
+    if (own != m_numbers.end())
+        return own->second;
+    const auto named = m_names.find(key);
+    if (named == m_names.end() || isOfSame(process, named->second.process))
+        return key.second;
+    // What others have named means nothing here.
+    return m_numbers[{process, sort, key.second}] = newNumber(key);
+}
+
+std::uint64_t CTraceNames::idOf(TextSort sort, std::uint64_t number) const {
+    const auto at = m_ids.find({sort, number});
+    return at == m_ids.end() ? number : at->second;
+}
+
+const std::string& CTraceNames::name(TextSort sort, std::uint64_t number) const {
+    static const std::string kNone;
+    const auto at = m_names.find({sort, number});
+    return at == m_names.end() ? kNone : at->second.text;
+}
+
+} // namespace Quorvex

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "quorvex/format/Fields.h"
+#include "quorvex/format/Packet.h"
+#include "quorvex/packets/KindFacts.h"
+#include "quorvex/platform/Export.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <tuple>
+#include <utility>
+
+namespace Quorvex {
+
+class CCharStringSequence;
+
+/// The text behind a packet; null for a kind that has none.
+QUORVEX_API const CCharStringSequence* textOf(const CPacket& packet);
+
+/// A field of a packet as a number.
+struct NumberField {
+    FieldMeaning meaning; ///< what it tells
+    const char* name;     ///< as in the layout of the kind
+    std::uint64_t value;  ///< of raw bytes, the first eight, lowest first
+    bool isKnown;         ///< false for an unknown tick, address or length, and for no bytes at all
+};
+
+namespace detail {
+QUORVEX_API void eachNumber(const CPacket& packet, void (*take)(void* to, const NumberField& field), void* to);
+}
+
+/// Calls `take` with each field of the packet's context and payload, in wire order.
+template <class Take> void eachNumber(const CPacket& packet, Take take) {
+    detail::eachNumber(
+        packet, [](void* to, const NumberField& field) { (*static_cast<Take*>(to))(field); }, &take);
+}
+
+/// What packets are about.
+struct Subject {
+    TextSort sort = TextSort::None; ///< None: it can have no name, as an interrupt
+    std::uint64_t id = 0;           ///< of a part of a state machine, that of CTraceNames::pair()
+};
+
+/// What the packet defines, or else what it is about: the function that is entered, the state that is begun with.
+/// Nothing for kinds without an identifier.
+QUORVEX_API std::optional<Subject> subjectOf(const CPacket& packet);
+
+/// The names that the define packets of traces give. Undefine packets take nothing back: what was shown under a name
+/// keeps it.
+///
+/// Identifiers belong to a process. Where nothing says otherwise, all traces are of one: an identifier that one of them
+/// does not name has the name that another one gives. A process that names an identifier otherwise than those before it
+/// is another one, though: from then on it shares what it names alike, and nothing else. So that one number is one
+/// thing for whoever shows them, what is not shared gets a number that is nobody's.
+///
+/// Used by one thread at a time. Memory grows with the definitions.
+class QUORVEX_API CTraceNames {
+public:
+    using Key = std::pair<TextSort, std::uint64_t>; ///< sort and number
+
+    /// The id of what is numbered within a state machine.
+    static constexpr std::uint64_t pair(std::uint32_t machine, std::uint32_t id) {
+        return std::uint64_t{machine} << 32 | id;
+    }
+
+    /// Takes note of what the packet of a process defines, if anything. False when the process has named it otherwise
+    /// before: it has the new name now.
+    bool note(const CPacket& packet, unsigned process = 0);
+    /// The number of what a process calls by that identifier: nearly always the identifier itself.
+    std::uint64_t numberOf(TextSort sort, std::uint64_t id, unsigned process = 0);
+    /// The identifier behind a number.
+    std::uint64_t idOf(TextSort sort, std::uint64_t number) const;
+    /// The name of a number; empty when none was given.
+    const std::string& name(TextSort sort, std::uint64_t number) const;
+
+    /// What is known of a number.
+    struct Name {
+        std::string text; ///< its name
+        unsigned process; ///< the first that has given it
+    };
+    /// The names of all numbers so far.
+    const std::map<Key, Name>& all() const { return m_names; }
+
+private:
+    bool give(unsigned process, Key key, std::string_view text);
+    /// The identifier with the number of its state machine, if it is of one.
+    Key keyOf(TextSort sort, std::uint64_t id, unsigned process);
+    std::uint64_t newNumber(Key key);
+    /// Whether two processes are one as far as their names tell.
+    bool isOfSame(unsigned one, unsigned other) const;
+
+    std::map<Key, Name> m_names;
+    std::map<std::tuple<unsigned, TextSort, std::uint64_t>, std::uint64_t> m_numbers;   ///< of what a process has named
+    std::map<std::tuple<TextSort, std::uint64_t, std::string>, std::uint64_t> m_others; ///< by identifier and name
+    std::map<Key, std::uint64_t> m_ids; ///< behind numbers that are not the identifiers
+    std::set<unsigned> m_apart;         ///< processes that are not the first one
+};
+
+} // namespace Quorvex

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Quorvex {
+
+/// What of a trace could not be read and was stepped over.
+struct TraceDamage {
+    std::uint64_t places = 0; ///< how many; of a table, rows
+    std::uint64_t bytes = 0;  ///< in all of them; 0 for a table
+    std::uint64_t first = 0;  ///< offset of the first place
+};
+
+/// How a trace ends.
+enum class TraceEnd : std::uint8_t {
+    Unread,    ///< that is not known yet: there are packets left
+    NotMarked, ///< with a whole packet outside of a frame; a table, which may be a part of a trace, always does
+    Complete,  ///< with the end of a frame, or with an end-of-trace packet
+    Recording, ///< in a frame that a program still records, or recorded until it was killed; nothing is missing
+    Missing,   ///< in a frame: what its program had not written yet is missing
+    InPacket,  ///< within a packet
+    InText,    ///< within the text of a packet
+};
+
+/// How reading one file went.
+struct TraceReport {
+    std::string file;   ///< as it was named
+    TraceDamage damage; ///< so far
+    TraceEnd end = TraceEnd::Unread;
+    std::uint64_t endOffset = 0;      ///< where the cut packet begins: InPacket and InText
+    std::string cutKind;              ///< the kind of the cut packet, as FunctionEnter; empty for an unknown one
+    std::uint64_t wrongTicks = 0;     ///< packets whose tick could not be and is taken as unknown
+    std::uint64_t firstWrongTick = 0; ///< offset of the first of them
+
+    /// Whether something is missing: the end, or what was damaged.
+    bool isLossy() const { return damage.places > 0 || wrongTicks > 0 || end >= TraceEnd::Missing; }
+};
+
+} // namespace Quorvex

@@ -1,0 +1,36 @@
+#include "quorvex/export/ViewerFormats.h"
+
+#include "quorvex/export/BtfWriter.h"
+#include "quorvex/export/VCDWriter.h"
+
+#include <algorithm>
+#include <type_traits>
+
+namespace Quorvex {
+
+namespace {
+
+template <class Writer> std::unique_ptr<CViewerWriter> make(std::ostream& out, const std::string& inputs) {
+    if constexpr (std::is_constructible_v<Writer, std::ostream&, const std::string&>)
+        return std::make_unique<Writer>(out, inputs);
+    else
+        return std::make_unique<Writer>(out);
+}
+
+constexpr ViewerFormat kFormats[] = {
+    {"vcd", "value change dump", make<CVCDWriter>},
+    {"btf", "best trace format", make<CBtfWriter>},
+};
+
+} // namespace
+
+std::span<const ViewerFormat> viewerFormats() {
+    return kFormats;
+}
+
+const ViewerFormat* viewerFormat(std::string_view name) {
+    const auto* format = std::ranges::find(kFormats, name, &ViewerFormat::name);
+    return format == std::end(kFormats) ? nullptr : format;
+}
+
+} // namespace Quorvex

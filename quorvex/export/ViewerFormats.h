@@ -1,0 +1,27 @@
+#pragma once
+
+#include "quorvex/export/ViewerWriter.h"
+#include "quorvex/platform/Export.h"
+
+#include <memory>
+#include <ostream>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace Quorvex {
+
+/// A format of other viewers that traces can be written in.
+struct ViewerFormat {
+    std::string_view name;        ///< by which people ask for it: "vcd"
+    std::string_view description; ///< "value change dump"
+    /// A writer of it to a stream, which must outlive it. `inputs` names what is written, for formats that tell.
+    std::unique_ptr<CViewerWriter> (*make)(std::ostream& out, const std::string& inputs);
+};
+
+/// All formats there are. Valid for ever.
+QUORVEX_API std::span<const ViewerFormat> viewerFormats();
+/// The format of that name; null when there is none.
+QUORVEX_API const ViewerFormat* viewerFormat(std::string_view name);
+
+} // namespace Quorvex

@@ -1,0 +1,93 @@
+#include "quorvex/analysis/Merged.h"
+
+#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/stream/Contexts.h"
+#include "tests/support/RandomPackets.h"
+#include "tests/support/System.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace Quorvex::test {
+namespace {
+
+constexpr unsigned kPackets = 200;
+
+/// A trace of functions at the ticks 1000 * i + of, the last of which are far apart.
+std::string traceOf(std::uint32_t thread, std::uint64_t of, std::uint64_t wrongAt = kPackets) {
+    std::string trace;
+    for (std::uint64_t i = 0; i < kPackets; ++i) {
+        const std::uint64_t tick = i == wrongAt ? 1'000'000'000'000 : 1000 * i + of;
+        CFunctionEnter packet(CCoreContext(tick, 0, thread, 0), static_cast<std::uint32_t>(i));
+        trace += wireOf(packet);
+    }
+    return trace;
+}
+
+/// Merges so many files; what is wrong with the packets that come, or nothing.
+std::string merge(const TemporaryDirectory& directory, unsigned files, Merged& merged) {
+    for (unsigned file = 0; file < files; ++file)
+        merged.add(std::make_unique<TraceFile>(directory.path(std::to_string(file))));
+    std::vector<std::uint32_t> next(files);
+    std::uint64_t last = 0, count = 0;
+    std::size_t lastFile = 0;
+    while (const auto packet = merged.next()) {
+        const auto& enter = dynamic_cast<const CFunctionEnter&>(*packet);
+        const std::size_t file = merged.file();
+        const std::uint64_t tick = enter.Tick() == kUnknown64 ? last : enter.Tick();
+        if (enter.SWCtx() != file || enter.TgtFuncId() != next[file]++)
+            return "a packet of another file, or another place in it";
+        if (merged.offset() != std::uint64_t{enter.TgtFuncId()} * packet->StreamSize())
+            return "another offset";
+        if (tick < last || (tick == last && file < lastFile && enter.Tick() != kUnknown64))
+            return "not in the order of time, then of files";
+        last = tick;
+        lastFile = file;
+        ++count;
+    }
+    return count == std::uint64_t{files} * kPackets ? "" : "packets are missing";
+}
+
+TEST(Merged, OpensNoMoreThanSomeOfManyFiles) {
+    constexpr unsigned kFiles = 300;
+    const TemporaryDirectory directory;
+    for (unsigned file = 0; file < kFiles; ++file)
+        std::ofstream(directory.path(std::to_string(file)), std::ios::binary) << traceOf(file, file * 7 % 500 / 3 * 3);
+    // The order in which the same file would come if all were open is that of the ticks, whatever the number of files.
+    for (const unsigned files : {1U, 64U, 65U}) {
+        Merged merged;
+        EXPECT_EQ(merge(directory, files, merged), "") << files;
+    }
+    const auto inChild = [&] {
+        Merged merged;
+        const bool isLimited = limitOpenFiles(32);
+        const std::string wrong = isLimited ? merge(directory, kFiles, merged) : "";
+        std::fputs(wrong.c_str(), stderr);
+        std::_Exit(wrong.empty() ? 0 : 1);
+    };
+    if (isPosix()) {
+        EXPECT_EQ(fork(inChild, [] {}), 0);
+    }
+    Merged merged;
+    EXPECT_EQ(merge(directory, kFiles, merged), "");
+}
+
+TEST(Merged, TellsWrongTicksHoweverManyFilesThereAre) {
+    for (const unsigned files : {1U, 70U}) {
+        const TemporaryDirectory directory;
+        for (unsigned file = 0; file < files; ++file)
+            std::ofstream(directory.path(std::to_string(file)), std::ios::binary)
+                << traceOf(file, file, file == 0 ? 50 : kPackets);
+        Merged merged;
+        EXPECT_EQ(merge(directory, files, merged), "");
+        EXPECT_EQ(merged.report(0).wrongTicks, 1U);
+        EXPECT_EQ(merged.report(0).firstWrongTick, 50U * 30);
+        EXPECT_TRUE(merged.report(0).isLossy());
+        EXPECT_EQ(merged.report(files - 1).wrongTicks, files == 1 ? 1U : 0U);
+    }
+}
+
+} // namespace
+} // namespace Quorvex::test

@@ -1,0 +1,115 @@
+#include "quorvex/analysis/TraceFile.h"
+
+#include "quorvex/export/PacketPlain.h"
+#include "tests/support/Doubles.h"
+#include "tests/support/Samples.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+/// A line a packet: where it begins and ends, and its bytes; then how the file ends.
+std::string contentOf(
+    TraceFile& file, const std::function<void()>& between = [] {}) {
+    std::ostringstream out;
+    while (const auto packet = file.next()) {
+        out << file.offset() << ' ' << file.end() << ' ' << hex(wireOf(*packet)) << '\n';
+        between();
+    }
+    EXPECT_FALSE(file.next());
+    const TraceReport& report = file.report();
+    out << file.size() << " bytes, end " << int(report.end) << " at " << report.endOffset << " in " << report.cutKind
+        << ", damage " << report.damage.places << ' ' << report.damage.bytes << ' ' << report.damage.first;
+    return out.str();
+}
+
+/// All samples, with bytes of no packet between some of them.
+std::string damagedTrace() {
+    std::string trace;
+    for (const Sample& sample : samples())
+        trace += bytes(sample.wire) + (sample.name.starts_with("Event") ? "\x06\x02yz" : "");
+    return trace;
+}
+
+TEST(TraceFile, GoesOnWhereItWasPaused) {
+    const TemporaryDirectory directory;
+    const std::string trace = damagedTrace();
+    std::ostringstream table;
+    CPacketPlain plain(table, true, 0);
+    for (const Sample& sample : samples())
+        plain.put(packetOf(bytes(sample.wire)).get());
+    const std::string cases[] = {trace, trace + "\x10\x18" + "cut", table.str(), "",
+                                 "\x79\x10" + std::string(16, '\0')};
+    for (const std::string& content : cases) {
+        const std::string path = directory.path("trace");
+        std::ofstream(path, std::ios::binary) << content;
+        TraceFile whole(path);
+        const std::string expected = contentOf(whole);
+        for (const unsigned portion : {1U, 7U, 0x2000U}) {
+            TraceFile paused(path);
+            paused.readAtATime(portion);
+            EXPECT_TRUE(paused.pause());
+            EXPECT_EQ(contentOf(paused, [&] { EXPECT_TRUE(paused.pause()); }), expected) << portion;
+        }
+        std::istringstream stream(content);
+        TraceFile streamed("stream", &stream);
+        EXPECT_FALSE(streamed.pause()) << "it cannot be gone back in";
+        EXPECT_EQ(contentOf(streamed), expected);
+    }
+}
+
+TEST(TraceFile, TellsHowATraceEnds) {
+    const TemporaryDirectory directory;
+    const std::string begin = bytes("79 10") + std::string(16, '\0');
+    const std::string end = bytes("7a 00");
+    const std::string define = bytes("90 1c") + std::string(28, '\1');
+    const std::string enter = bytes("92 1c") + std::string(28, '\1');
+    const std::string run = begin + define + enter + define + enter; // enough to be known as a trace
+    const std::string full = bytes("7e ff") + std::string(255, 'n');
+    const std::tuple<std::string, TraceEnd, std::string> cases[] = {
+        {"", TraceEnd::NotMarked, ""},
+        {define, TraceEnd::NotMarked, ""},
+        {begin + define + end, TraceEnd::Complete, ""},
+        {define + bytes("7c 00"), TraceEnd::Complete, ""},
+        {begin + define, TraceEnd::Missing, ""},
+        {begin + define.substr(0, 20), TraceEnd::InPacket, "FunctionDefine"},
+        {run + bytes("06 04 00"), TraceEnd::InPacket, ""},
+        {begin + define + full, TraceEnd::InText, "FunctionDefine"},
+        {begin + define + full.substr(0, 100), TraceEnd::InText, "FunctionDefine"},
+    };
+    for (const auto& [content, how, kind] : cases) {
+        std::ofstream(directory.path("trace"), std::ios::binary) << content;
+        TraceFile file(directory.path("trace"));
+        EXPECT_EQ(file.report().end, TraceEnd::Unread);
+        contentOf(file);
+        EXPECT_EQ(file.report().end, how) << hex(content);
+        EXPECT_EQ(file.report().cutKind, kind) << hex(content);
+        EXPECT_EQ(file.report().isLossy(), how >= TraceEnd::Missing);
+    }
+}
+
+TEST(TraceFile, ThrowsWhereItCannotGoOn) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("trace");
+    EXPECT_EQ(thrownBy([&] { TraceFile file(path); }), path + ": No such file or directory");
+    EXPECT_EQ(thrownBy([&] { TraceFile file(directory.path().string()); }),
+              directory.path().string() + ": Is a directory");
+    std::ofstream(path) << "This is a text.\n";
+    EXPECT_EQ(thrownBy([&] { TraceFile file(path); }), path + ": does not look like a trace");
+    std::ofstream(path, std::ios::binary) << damagedTrace();
+    TraceFile file(path);
+    EXPECT_TRUE(file.next());
+    const std::string offset = std::to_string(file.end());
+    EXPECT_TRUE(file.pause());
+    std::filesystem::remove(path);
+    EXPECT_EQ(thrownBy([&] { file.next(); }), path + ": offset " + offset + ": No such file or directory");
+}
+
+} // namespace
+} // namespace Quorvex::test

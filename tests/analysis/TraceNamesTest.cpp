@@ -1,0 +1,106 @@
+#include "quorvex/analysis/TraceNames.h"
+
+#include "quorvex/packets/PacketKinds.h"
+#include "tests/support/RandomPackets.h"
+#include "tests/support/Samples.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <tuple>
+
+namespace Quorvex::test {
+namespace {
+
+const CCoreContext kContext(1, 0, 1, 0);
+
+TEST(TraceNames, BelongToTheProcessThatGivesThem) {
+    // What processes define (0: by a name, or use: by none), and the number and the name of it there.
+    struct Step {
+        unsigned process;
+        std::uint32_t id;
+        const char* name;
+        std::uint32_t number;
+        const char* shown;
+        bool isRenamed = false;
+    };
+    constexpr std::uint32_t kFirst = 0xFFFFFFFE;
+    const std::vector<Step> cases[] = {
+        {{0, 7, "main", 7, "main"},
+         {1, 7, "main", 7, "main"},
+         {2, 7, "", 7, "main"},
+         {1, 8, "f", 8, "f"},
+         {0, 8, "", 8, "f"}},
+        {{0, 7, "main", 7, "main"}, {0, 7, "start", 7, "start", true}, {1, 7, "", 7, "start"}},
+        // A process that means something else shares nothing but what it names alike.
+        {{0, 7, "a", 7, "a"},
+         {0, 8, "b", 8, "b"},
+         {0, 9, "c", 9, "c"},
+         {1, 7, "x", kFirst, "x"},
+         {1, 8, "", kFirst - 1, ""},
+         {1, 9, "c", 9, "c"},
+         {1, 5, "", 5, ""},
+         {0, 7, "", 7, "a"},
+         {0, 8, "", 8, "b"},
+         {2, 7, "x", kFirst, "x"},
+         {2, 8, "y", kFirst - 2, "y"},
+         {1, 5, "own", 5, "own"},
+         {0, 5, "", kFirst - 3, ""}},
+        {{0, 7, "a", 7, "a"}, {1, 7, "a", 7, "a"}, {1, 7, "b", kFirst, "b"}, {0, 7, "", 7, "a"}},
+        {{0, kFirst, "a", kFirst, "a"}, {1, kFirst, "b", kFirst - 1, "b"}},
+    };
+    for (const auto& steps : cases) {
+        CTraceNames names;
+        for (const Step& step : steps) {
+            SCOPED_TRACE(std::to_string(step.process) + " " + std::to_string(step.id) + " " + step.name);
+            EXPECT_EQ(names.note(CFunctionDefine(kContext, step.id, step.name), step.process), !step.isRenamed);
+            const std::uint64_t number = names.numberOf(TextSort::Function, step.id, step.process);
+            EXPECT_EQ(number, step.number);
+            EXPECT_EQ(names.name(TextSort::Function, number), step.shown);
+            EXPECT_EQ(names.idOf(TextSort::Function, number), step.id);
+        }
+    }
+}
+
+TEST(TraceNames, NumberPartsWithinTheirStateMachine) {
+    CTraceNames names;
+    for (unsigned process = 0; process < 2; ++process) {
+        names.note(CStateMachineDefine(3, process == 0 ? "door" : "lift"), process);
+        names.note(CStateDefine(3, 1, process == 0 ? "open" : "up"), process);
+    }
+    const std::uint64_t other = names.numberOf(TextSort::StateMachine, 3, 1);
+    EXPECT_NE(other, 3U);
+    for (unsigned process = 0; process < 2; ++process) {
+        const std::uint64_t state = names.numberOf(TextSort::State, CTraceNames::pair(3, 1), process);
+        EXPECT_EQ(state >> 32, process == 0 ? 3 : other);
+        EXPECT_EQ(names.name(TextSort::State, state), process == 0 ? "open" : "up");
+    }
+}
+
+/// What the samples' kinds are about: the sort as a number, and the identifier.
+TEST(TraceNames, KnowWhatEachDefinitionIsAbout) {
+    std::size_t definitions = 0;
+    for (const Sample& sample : samples()) {
+        const auto packet = packetOf(bytes(sample.wire));
+        const KindFacts& facts = factsOf(packet->TraceCode());
+        const auto subject = subjectOf(*packet);
+        if (facts.role != Role::Definition)
+            continue;
+        ++definitions;
+        ASSERT_TRUE(subject) << sample.name;
+        EXPECT_EQ(subject->sort, facts.text) << sample.name;
+        EXPECT_NE(subject->id, 0U) << sample.name;
+    }
+    EXPECT_GT(definitions, 0U);
+    const CFunctionEnter call(kContext, 5, 6);
+    EXPECT_EQ(subjectOf(call)->id, 6U) << "not where control comes from";
+    const CTransition transition(3, 4, 5, 0, 1);
+    EXPECT_EQ(subjectOf(transition)->sort, TextSort::Transition);
+    EXPECT_EQ(subjectOf(transition)->id, CTraceNames::pair(3, 5));
+    EXPECT_EQ(subjectOf(CVariableDefine(kContext, 8, 9, "v"))->id, 8U);
+    EXPECT_EQ(subjectOf(CHWExceptionEnter(kContext, 2))->sort, TextSort::None);
+    EXPECT_FALSE(subjectOf(CExecInsn(kContext)));
+}
+
+} // namespace
+} // namespace Quorvex::test

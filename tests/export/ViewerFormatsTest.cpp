@@ -1,0 +1,104 @@
+#include "quorvex/export/ViewerFormats.h"
+
+#include "quorvex/packets/PacketKinds.h"
+#include "tests/support/RandomPackets.h"
+#include "tests/support/Samples.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+/// A format that has a case for nothing.
+class NothingWriter : public CViewerWriter {
+public:
+    explicit NothingWriter(std::ostream& out) : CViewerWriter(out, {}) {}
+
+protected:
+    bool show(const CPacket&, std::uint64_t) override { return false; }
+    void end(std::uint64_t) override {}
+    bool writeFile() override { return true; }
+};
+
+/// The losses of one packet, as "1 messages".
+std::string lossesOf(CViewerWriter& writer, CPacket& packet) {
+    EXPECT_TRUE(writer.put(&packet));
+    std::string losses;
+    for (const auto& [what, count] : writer.losses())
+        losses += std::to_string(count) + " " + what + ";";
+    return losses;
+}
+
+TEST(ViewerWriter, CountsWhatAWriterHasNoCaseFor) {
+    for (const Sample& sample : samples()) {
+        std::ostringstream out;
+        NothingWriter writer(out);
+        const auto packet = packetOf(bytes(sample.wire));
+        const Role role = factsOf(packet->TraceCode()).role;
+        const bool tells = role == Role::Happening || role == Role::Definition;
+        EXPECT_EQ(lossesOf(writer, *packet).starts_with("1 "), tells) << sample.name;
+    }
+    std::ostringstream out;
+    NothingWriter writer(out);
+    CCharString empty;
+    EXPECT_EQ(lossesOf(writer, empty), "") << "a reader hands it out behind a definition without a name";
+}
+
+TEST(ViewerFormats, DropNothingSilently) {
+    const CCoreContext context(1, 0, 1, 0);
+    const std::tuple<std::shared_ptr<CPacket>, std::string, std::string> cases[] = {
+        {std::make_shared<CTraceBroken>(context), "1 gaps in the trace;", "1 gaps in the trace;"},
+        {std::make_shared<CTypeDefine>(context, 1, 4, "int"), "1 types;", "1 types;"},
+        {std::make_shared<CCharString>("abc"), "1 free texts;", "1 free texts;"},
+        {std::make_shared<CCounterDefineUnit>(context, 1, 0, "ms"), "1 define counter unit packets;",
+         "1 define counter unit packets;"},
+        {std::make_shared<CEventDefine>(1, Watchpoint, "e"), "", "1 event definition packets;"},
+        {std::make_shared<CEvent>(context, 1), "", "1 events;"},
+        {std::make_shared<CFunctionDefine>(context, 1, "f"), "", ""},
+        {std::make_shared<CFunctionUndefine>(context, 1), "", ""},
+        {std::make_shared<CTypeUndefine>(context, 1), "", ""},
+        {std::make_shared<CTimestamp>(1), "", ""},
+        {std::make_shared<CSync>(context), "", ""},
+    };
+    for (const auto& [packet, vcd, btf] : cases) {
+        for (const ViewerFormat& format : viewerFormats()) {
+            std::ostringstream out;
+            const auto writer = format.make(out, "");
+            EXPECT_EQ(lossesOf(*writer, *packet), format.name == "vcd" ? vcd : btf)
+                << format.name << ' ' << CTCodeInfo::TCodeToName(packet->TraceCode());
+        }
+    }
+    EXPECT_EQ(viewerFormat("nonsense"), nullptr);
+}
+
+/// What two traces of their own processes become, in which a counter has these names.
+std::string written(const ViewerFormat& format, const char* first, const char* second, bool areTold = true) {
+    std::ostringstream out;
+    const auto writer = format.make(out, "");
+    for (unsigned process = 0; process < 2; ++process) {
+        if (areTold)
+            writer->setProcess(process);
+        CCounterDefine define(CCoreContext(1, 0, process, 0), 5, 0, process == 0 ? first : second);
+        CCounterValue value(CCoreContext(2, 0, process, 0), 5, TCounter_t(std::uint64_t{process} + 3));
+        EXPECT_TRUE(writer->put(&define) && writer->put(&value));
+    }
+    writer->flush();
+    EXPECT_TRUE(writer->written());
+    return out.str();
+}
+
+TEST(ViewerFormats, KeepThingsOfDifferentProcessesApart) {
+    for (const ViewerFormat& format : viewerFormats()) {
+        SCOPED_TRACE(format.name);
+        EXPECT_EQ(written(format, "hits", "hits"), written(format, "hits", "hits", false)) << "one process, or alike";
+        EXPECT_EQ(written(format, "hits", ""), written(format, "hits", "", false)) << "known by the other's name";
+        const std::string apart = written(format, "hits", "misses");
+        EXPECT_NE(apart.find("hits"), std::string::npos);
+        EXPECT_NE(apart.find("misses"), std::string::npos);
+    }
+}
+
+} // namespace
+} // namespace Quorvex::test
