@@ -103,6 +103,15 @@ struct Encoder {
     }
 };
 
+/// Takes fields of fixed width from bytes that are all there.
+struct Loader {
+    const char* from;
+    template <class T> void operator()(FieldMeaning, const char*, T& value) {
+        FieldCodec<T>::decode(value, from, FieldCodec<T>::kFixed);
+        from += FieldCodec<T>::kFixed;
+    }
+};
+
 struct Decoder {
     const char* from;
     unsigned left;
@@ -119,6 +128,13 @@ struct Decoder {
 };
 
 } // namespace fields
+
+/// A part whose width follows from what its packet's payload still holds.
+template <class Part>
+concept VariablePart = requires(Part& part) {
+    part.shape(0U);
+}
+|| Part::kTakesRest;
 
 /// Bytes that the part occupies on the wire as it is now.
 template <class Part> unsigned partSize(const Part& part) {
@@ -137,6 +153,11 @@ template <class Part> void encodePart(const Part& part, char* to) {
 template <class Part> bool decodePart(Part& part, const char* from, unsigned size) {
     if constexpr (requires { part.decode(from, size); }) {
         return part.decode(from, size);
+    } else if constexpr (!VariablePart<Part>) {
+        fields::Loader loader{from};
+        if (size == Part::Len())
+            Part::fields(part, loader);
+        return size == Part::Len();
     } else {
         if constexpr (requires { part.shape(size); }) {
             if (!part.shape(size))

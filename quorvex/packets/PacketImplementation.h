@@ -100,7 +100,7 @@ template <class Part> constexpr bool hasItsLength() {
 } // namespace protocol
 
 template <class ContextPart>
-ContextPacket<ContextPart>::ContextPacket(PayloadIn& in, const ReadRules* above) : CPacket(in.header()) {
+inline ContextPacket<ContextPart>::ContextPacket(PayloadIn& in, const ReadRules* above) : CPacket(in.header()) {
     static_assert(protocol::hasItsLength<Context>());
     if (!in.read(static_cast<Context&>(*this)))
         protocol::failReadIn(in, above->context);
@@ -212,7 +212,7 @@ PacketOf<Rules, Base, Payload>::PacketOf(const CPacketHeader& header, const char
     : PacketOf(PayloadIn(header, buf, size), code, &(consumed = 0)) {}
 
 template <const ReadRules& Rules, class Base, class Payload>
-PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn&& in, tagTCode code, unsigned* consumed) : PacketOf(in) {
+inline PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn&& in, tagTCode code, unsigned* consumed) : PacketOf(in) {
     if (Rules.header.stream && (in.header().TraceCode() != code || in.left() != 0))
         protocol::failReadIn(in, Rules.header);
     if (consumed)
@@ -220,7 +220,7 @@ PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn&& in, tagTCode code, unsigned
 }
 
 template <const ReadRules& Rules, class Base, class Payload>
-PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn& in, const ReadRules* above) : Base(checked(in), &Rules) {
+inline PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn& in, const ReadRules* above) : Base(checked(in), &Rules) {
     static_assert(protocol::hasItsLength<Payload>());
     if (!in.read(static_cast<Payload&>(*this)))
         protocol::failReadIn(in, above ? above->basis.orElse(Rules.payload) : Rules.payload);
@@ -229,7 +229,7 @@ PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn& in, const ReadRules* above) 
 }
 
 template <const ReadRules& Rules, class Base, class Payload>
-void PacketOf<Rules, Base, Payload>::readText(PayloadIn& in) {
+inline void PacketOf<Rules, Base, Payload>::readText(PayloadIn& in) {
     if constexpr (HasFollowingText<Payload>) {
         CCharStringSequence& text = Payload::followingText();
         if constexpr (requires { Payload::kTextMayCount; }) {
@@ -249,7 +249,7 @@ void PacketOf<Rules, Base, Payload>::readText(PayloadIn& in) {
 
 /// Whether a payload of that many bytes may be, as far as its last part can tell.
 template <const ReadRules& Rules, class Base, class Payload>
-bool PacketOf<Rules, Base, Payload>::fits(unsigned length) {
+inline bool PacketOf<Rules, Base, Payload>::fits(unsigned length) {
     if constexpr (protocol::SizedPart<Payload>)
         return Payload::fits(length - Base::Len());
     else
@@ -257,7 +257,7 @@ bool PacketOf<Rules, Base, Payload>::fits(unsigned length) {
 }
 
 template <const ReadRules& Rules, class Base, class Payload>
-PayloadIn& PacketOf<Rules, Base, Payload>::checked(PayloadIn& in) {
+inline PayloadIn& PacketOf<Rules, Base, Payload>::checked(PayloadIn& in) {
     const unsigned length = in.header().Length();
     if constexpr (Rules.header.stream) {
         if (length < Len())
@@ -271,7 +271,8 @@ PayloadIn& PacketOf<Rules, Base, Payload>::checked(PayloadIn& in) {
 }
 
 /// Reads into a fresh packet first, so that a failure leaves this one as it was.
-template <const ReadRules& Rules, class Base, class Payload> bool PacketOf<Rules, Base, Payload>::load(PayloadIn& in) {
+template <const ReadRules& Rules, class Base, class Payload>
+inline bool PacketOf<Rules, Base, Payload>::load(PayloadIn& in) {
     if (in.header().TraceCode() == CPacketHeader::TraceCode() && fits(in.header().Length())) {
         try {
             PacketOf fresh(in);
@@ -293,7 +294,7 @@ template <const ReadRules& Rules, class Base, class Payload> bool PacketOf<Rules
 }
 
 /// Makes the header tell what is about to be written.
-template <const ReadRules& Rules, class Base, class Payload> void PacketOf<Rules, Base, Payload>::renewHeader() {
+template <const ReadRules& Rules, class Base, class Payload> inline void PacketOf<Rules, Base, Payload>::renewHeader() {
     if constexpr (!requires { Payload::kLengthAsRead; })
         PacketOf::SetPacketHeaderLength();
 }

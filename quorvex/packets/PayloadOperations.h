@@ -12,13 +12,6 @@ namespace Quorvex {
 
 class PayloadIn;
 
-/// A part whose width follows from what its packet's payload still holds.
-template <class Part>
-concept VariablePart = requires(Part& part) {
-    part.shape(0U);
-}
-|| Part::kTakesRest;
-
 template <class Part>
 concept HasFollowingText = requires(Part& part) {
     part.followingText();
