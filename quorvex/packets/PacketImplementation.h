@@ -7,6 +7,8 @@
 ///     template class PayloadOperations<CBranchTarget>;                          its payloads,
 ///     template class PacketOf<kBranchBaseRules, CorePacket, CBranchTarget>;     its packets,
 ///     QUORVEX_COMPILE_PAIR(DirectBranch)                                        and its kinds for the factory
+///
+/// Inline is only what nobody calls but what stands here: where the rules are not known, nothing else can be compiled.
 
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
@@ -220,7 +222,7 @@ inline PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn&& in, tagTCode code, u
 }
 
 template <const ReadRules& Rules, class Base, class Payload>
-inline PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn& in, const ReadRules* above) : Base(checked(in), &Rules) {
+PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn& in, const ReadRules* above) : Base(checked(in), &Rules) {
     static_assert(protocol::hasItsLength<Payload>());
     if (!in.read(static_cast<Payload&>(*this)))
         protocol::failReadIn(in, above ? above->basis.orElse(Rules.payload) : Rules.payload);
