@@ -1,5 +1,6 @@
 #include "Arguments.h"
 #include "Output.h"
+#include "Selection.h"
 #include "TableFormat.h"
 #include "TraceInput.h"
 #include "Verbs.h"
@@ -17,16 +18,13 @@ struct DumpOptions {
     bool bytes = false;
     bool parsable = false;
     bool hexTick = false;
-    std::uint64_t limit = ~std::uint64_t{0};
+    Selection selection;
     Output output;
 };
 
-/// Shows packets up to the limit, until `show` fails.
-template <class Show> void showAll(TraceInput& input, std::uint64_t limit, Show&& show) {
-    for (std::uint64_t count = 0; count < limit; ++count) {
-        const PacketPointer packet = input.next();
-        if (!packet || !show(*packet))
-            return;
+/// Shows the packets that are selected, until `show` fails.
+template <class Show> void showAll(TraceInput& input, Selection& selection, Show&& show) {
+    for (PacketPointer packet = selection.next(input); packet && show(*packet); packet = selection.next(input)) {
     }
 }
 
@@ -36,7 +34,7 @@ ExitCode dump(DumpOptions& options) {
     std::ostream& out = options.output.target().open();
     if (options.format == TableFormat::Verbose) {
         Quorvex::CPacketDebugger printer(out, options.bytes);
-        showAll(input, options.limit, [&](Quorvex::CPacket& packet) {
+        showAll(input, options.selection, [&](Quorvex::CPacket& packet) {
             return printer.put(input.offset(), packet, input.end() - input.offset());
         });
     } else {
@@ -45,7 +43,7 @@ ExitCode dump(DumpOptions& options) {
         table->SetHexTick(options.hexTick);
         table->writePageHeader(nullptr);
         table->writeTableHeader(true);
-        showAll(input, options.limit, [&](Quorvex::CPacket& packet) {
+        showAll(input, options.selection, [&](Quorvex::CPacket& packet) {
             return table->writeCPacket(input.offset(), packet, input.end() - input.offset());
         });
         table->writeTableFooter();
@@ -66,7 +64,7 @@ void addDump(Program& program) {
     verb.flag("--parsable", options->parsable,
               "For programs and `qvx convert`: without descriptions, unknown values as \"Invalid\"");
     verb.flag("--hex-tick", options->hexTick, "Ticks in hexadecimal");
-    verb.option("--limit", options->limit, "Show the first N packets only");
+    options->selection.addOptions(verb);
     options->output.addOptions(verb);
     verb.footer("Example: qvx dump --limit 20 thread_4711.qvx");
     verb.runs([options] { return dump(*options); });

@@ -71,7 +71,7 @@ std::string SaveFile::namesOf(const Variable& variable, const CVCDWriter& writer
 std::string SaveFile::writeNames(const std::string& what, TextSort sort, std::uint64_t first, std::uint64_t last,
                                  const CVCDWriter& writer) {
     Names& file = names(what);
-    const std::string path = std::filesystem::absolute(file.target.name()).generic_string();
+    std::string path = std::filesystem::absolute(file.target.name()).generic_string();
     if (std::exchange(file.isUsed, true))
         return path;
     std::ostream& out = file.target.open();
