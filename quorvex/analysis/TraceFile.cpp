@@ -199,9 +199,11 @@ void TraceFile::open() {
         fail(name().ends_with(".page") ? "is the page file of a trace, which is " + name().substr(0, name().rfind('.'))
                                        : "is the page file of a trace");
     case FileKind::Trace:
+        // A regular file is opened by the first packet that is asked for: thousands may wait for that.
         if (m_isRegular)
             m_input.reset();
-        openBinary();
+        else
+            openBinary();
         break;
     case FileKind::Unknown:
         fail("does not look like a trace");

@@ -26,8 +26,9 @@ using PacketPointer = std::unique_ptr<CPacket, ReleasePacket>;
 /// Whatever fails throws a TraceError. Used by one thread at a time.
 class QUORVEX_API TraceFile {
 public:
-    /// Opens the file. With a stream, which must outlive this and need not go back, that is read in its place, and the
-    /// path is its name in reports. Throws when the file cannot be opened, or is no trace.
+    /// Looks at the file, which is opened again by next() if it is a regular one. With a stream, which must outlive
+    /// this and need not go back, that is read in its place, and the path is its name in reports. Throws when the file
+    /// cannot be opened, or is no trace.
     explicit TraceFile(std::string path, std::istream* stream = nullptr);
     TraceFile(const TraceFile&) = delete;
     TraceFile& operator=(const TraceFile&) = delete;

@@ -1,5 +1,6 @@
 #include "quorvex/analysis/Unpaged.h"
 
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/PageFormat.h"
 
@@ -71,8 +72,9 @@ CPacket* Unpaged::get() {
 }
 
 bool Unpaged::restates(const CPacket& packet) {
-    const bool isKnown = m_contexts.repeats(packet);
-    return m_contexts.note(packet) && isKnown;
+    const bool isSync = sortOfSync(packet.TraceCode()) != ContextSort::None;
+    const bool isKnown = isSync && m_contexts.repeats(packet);
+    return isSync && m_contexts.note(packet) && isKnown;
 }
 
 } // namespace Quorvex
