@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <initializer_list>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -55,15 +54,15 @@ public:
     Option option(const char* name, std::string& value, const char* help, const char* type = "FILE");
     Option option(const char* name, std::vector<std::string>& values, const char* help, const char* type = "FILE");
     Option option(const char* name, std::uint64_t& value, const char* help, const char* type = "N");
-    /// One of some words.
-    template <class Enum>
-    Option choice(const char* name, Enum& value, std::initializer_list<std::pair<const char*, Enum>> words,
-                  const char* help, const char* type = "FORMAT") {
+    /// One of some words, each of which stands for a value.
+    template <class Value>
+    Option choice(const char* name, Value& value, std::vector<std::pair<std::string, Value>> words, const char* help,
+                  const char* type = "FORMAT") {
         std::vector<std::pair<std::string, unsigned>> numbers;
-        for (const auto& [word, means] : words)
-            numbers.emplace_back(word, static_cast<unsigned>(means));
-        return chooseNumber(
-            name, [&value](unsigned number) { value = static_cast<Enum>(number); }, numbers, help, type);
+        for (const auto& row : words)
+            numbers.emplace_back(row.first, static_cast<unsigned>(numbers.size()));
+        const auto take = [&value, words = std::move(words)](unsigned number) { value = words[number].second; };
+        return chooseNumber(name, take, numbers, help, type);
     }
     /// Stands below the help: an example, and what else is to be said.
     void footer(const char* text);

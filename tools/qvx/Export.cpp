@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace qvx {
@@ -22,7 +23,7 @@ using namespace Quorvex;
 
 struct ExportOptions {
     std::vector<std::string> files;
-    std::string viewer;
+    const ViewerFormat* format = nullptr;
     bool strict = false;
     std::string save;
     Output output;
@@ -58,7 +59,7 @@ ExitCode exportTo(ExportOptions& options) {
     if (save)
         save->open();
     const std::unique_ptr<CViewerWriter> writer =
-        viewerFormat(options.viewer)->make(out, fmt::format("{}", fmt::join(options.files, " ")));
+        options.format->make(out, fmt::format("{}", fmt::join(options.files, " ")));
 
     bool good = true;
     while (const PacketPointer packet = good ? merged.next() : nullptr) {
@@ -93,7 +94,10 @@ void addExport(Program& program) {
     auto options = std::make_shared<ExportOptions>();
     Verb verb = program.add("export", "Write traces in the formats of other viewers");
     verb.option("FILES", options->files, "Trace files, merged by time; - for standard input").required();
-    verb.option("--to", options->viewer, formatNames().c_str(), "FORMAT").required();
+    std::vector<std::pair<std::string, const ViewerFormat*>> formats;
+    for (const ViewerFormat& format : viewerFormats())
+        formats.emplace_back(format.name, &format);
+    verb.choice("--to", options->format, formats, formatNames().c_str()).required();
     verb.flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
     verb.option("--save", options->save,
                 "(vcd) Also write FILE, which sets the viewer GTKWave up, and names beside it");
@@ -101,9 +105,7 @@ void addExport(Program& program) {
     verb.footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
                 "What the target cannot show is counted, told, and gives exit code 3.");
     verb.runs([options] {
-        if (!viewerFormat(options->viewer))
-            throw Misuse("--to", "'" + options->viewer + "' is none of " + formatNames());
-        if (!options->save.empty() && (options->viewer != "vcd" || !options->output.isNamed()))
+        if (!options->save.empty() && (options->format->name != "vcd" || !options->output.isNamed()))
             throw Misuse("--save", "goes with --to vcd and a named file");
         return exportTo(*options);
     });
