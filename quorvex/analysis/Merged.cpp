@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 
 namespace Quorvex {
 
@@ -212,8 +213,10 @@ void Merged::begin() {
 
 void Merged::advance(std::size_t index) {
     Source& source = *m_sources[index];
-    if (source.prepare())
-        m_turns.emplace(source.tick, index);
+    if (source.prepare()) {
+        m_turns.emplace_back(source.tick, index);
+        std::ranges::push_heap(m_turns, std::ranges::greater());
+    }
 }
 
 PacketPointer Merged::next() {
@@ -224,8 +227,9 @@ PacketPointer Merged::next() {
         advance(std::exchange(m_file, kNone));
     if (m_turns.empty())
         return nullptr;
-    m_file = m_turns.top().second;
-    m_turns.pop();
+    std::ranges::pop_heap(m_turns, std::ranges::greater());
+    m_file = m_turns.back().second;
+    m_turns.pop_back();
     Source::Ahead packet = m_sources[m_file]->take();
     m_offset = packet.offset;
     return std::move(packet.packet);

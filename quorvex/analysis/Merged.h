@@ -5,9 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <queue>
 #include <utility>
 #include <vector>
 
@@ -58,7 +56,7 @@ private:
     std::vector<std::unique_ptr<Source>> m_sources;
     /// The sources that have a packet, by its tick, then in the order of the files.
     using Turn = std::pair<std::uint64_t, std::size_t>;
-    std::priority_queue<Turn, std::vector<Turn>, std::greater<>> m_turns;
+    std::vector<Turn> m_turns; ///< a heap, the next one first
     bool m_isBegun = false;
     static constexpr std::size_t kNone = ~std::size_t{0};
     std::size_t m_file = kNone;

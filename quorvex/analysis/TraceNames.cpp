@@ -130,8 +130,10 @@ bool CTraceNames::give(unsigned process, Key key, std::string_view text) {
         return false;
     }
     // Another process means something else by it.
-    if (isOfSame(process, at->second.process))
-        m_apart.insert(process);
+    if (isOfSame(process, at->second.process)) {
+        m_apart.resize(std::max<std::size_t>(m_apart.size(), process + 1));
+        m_apart[process] = true;
+    }
     const auto [other, isOther] = m_others.try_emplace({sort, id, std::string(text)}, 0);
     if (isOther) {
         other->second = newNumber(key);
@@ -148,7 +150,8 @@ CTraceNames::Key CTraceNames::keyOf(TextSort sort, std::uint64_t id, unsigned pr
 }
 
 bool CTraceNames::isOfSame(unsigned one, unsigned other) const {
-    return one == other || (!m_apart.contains(one) && !m_apart.contains(other));
+    const auto isApart = [this](unsigned process) { return process < m_apart.size() && m_apart[process]; };
+    return one == other || (!isApart(one) && !isApart(other));
 }
 
 std::uint64_t CTraceNames::newNumber(Key key) {

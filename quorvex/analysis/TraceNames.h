@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -96,7 +95,7 @@ private:
     std::map<std::tuple<unsigned, TextSort, std::uint64_t>, std::uint64_t> m_numbers;   ///< of what a process has named
     std::map<std::tuple<TextSort, std::uint64_t, std::string>, std::uint64_t> m_others; ///< by identifier and name
     std::map<Key, std::uint64_t> m_ids; ///< behind numbers that are not the identifiers
-    std::set<unsigned> m_apart;         ///< processes that are not the first one
+    std::vector<bool> m_apart;          ///< processes that are not the first one
 };
 
 } // namespace Quorvex

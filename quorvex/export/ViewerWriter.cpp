@@ -98,7 +98,7 @@ bool CViewerWriter::showAbsolute(CPacket& packet) {
 bool CViewerWriter::isLost(const CPacket& packet) const {
     const KindFacts& facts = factsOf(packet.TraceCode());
     if (facts.role == Role::Definition)
-        return !m_shown.contains(facts.text);
+        return std::ranges::find(m_shown, facts.text) == m_shown.end();
     // A reader hands an empty string out by itself where it ends a definition: it says nothing.
     return facts.role == Role::Happening && (packet.TraceCode() != CharString || packet.Length() > 0);
 }

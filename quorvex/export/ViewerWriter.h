@@ -8,11 +8,9 @@
 #include "quorvex/stream/TraceSink.h"
 
 #include <cstdint>
-#include <functional>
 #include <initializer_list>
 #include <map>
 #include <ostream>
-#include <set>
 #include <string>
 #include <string_view>
 
@@ -105,7 +103,7 @@ private:
     std::string m_buffer; ///< of the body, not yet in the file
     CTraceNames m_names;
     unsigned m_process = 0;
-    std::set<TextSort> m_shown; ///< the sorts of names
+    std::vector<TextSort> m_shown; ///< the sorts of names
     TimeBase m_clock;
     Losses m_losses;
     std::uint64_t m_start = kUnknown64;

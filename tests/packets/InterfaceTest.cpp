@@ -11,6 +11,13 @@
 #include <iterator>
 #include <sstream>
 
+// The headers of the families take their macros back.
+#if defined(QUORVEX_KIND) || defined(QUORVEX_BASE) || defined(QUORVEX_PAYLOAD) || defined(QUORVEX_FIELD) ||            \
+    defined(QUORVEX_RESIZABLE) || defined(QUORVEX_PUBLIC_OPERATIONS) || defined(QUORVEX_DEFINITION) ||                 \
+    defined(QUORVEX_ID_PAYLOAD) || defined(QUORVEX_NAME_PAYLOAD)
+#error "a macro of the packet headers is left defined"
+#endif
+
 namespace Quorvex::test {
 namespace {
 
