@@ -15,7 +15,6 @@ import reader
 
 QVX, SOURCE, SAMPLES = sys.argv[1], pathlib.Path(sys.argv[2]), pathlib.Path(sys.argv[3])
 PAGE = (SOURCE / 'docs/format.md').read_text(encoding='utf-8')
-KINDS = reader.Kinds(SOURCE / 'docs/kinds.json')
 failures = 0
 
 
@@ -34,6 +33,9 @@ def expect(what, expected, got):
 def qvx(*arguments):
     done = subprocess.run([QVX, *arguments], capture_output=True)
     return done.stdout.decode('utf-8').replace('\r', ''), done.stderr.decode('utf-8'), done.returncode
+
+
+KINDS = reader.Kinds(qvx('kinds', '--format', 'json')[0])
 
 
 def rows(file):
@@ -109,20 +111,27 @@ def table(head):
     return [[cell.strip() for cell in line.split('|')[1:-1]] for line in lines]
 
 
-def check_page():
-    expect('docs/format.md: the table of kinds', PAGE.split('<!-- qvx kinds -->\n```\n')[1].split('```')[0].split('\n'),
-           qvx('kinds')[0].split('\n'))
-    expect('docs/kinds.json', (SOURCE / 'docs/kinds.json').read_text(encoding='ascii').split('\n'),
-           qvx('kinds', '--format', 'json')[0].split('\n'))
+def layout_of(field):
+    """A field of kinds.json in the words of the table of kinds."""
+    def span(value):
+        return '-'.join(map(str, value)) if type(value) is list else str(value)
+    count = field.get('count', 1)
+    times = '' if count == 1 else '{%s}' % span(count) if count == [0, 1] else ':' + span(count)
+    return f"{field['name']}:{span(field['size'])}{times}"
 
+
+def check_page():
     kinds = KINDS.by_code.values()
+    rows_of_kinds = re.findall(r'^QUORVEX_(?:ABSOLUTE_)?TCODE\((0x..), (\w+), "(.*?)", "(.*?)", \w+, (\w+)\)$',
+                               (SOURCE / 'quorvex/format/TCodes.def').read_text(encoding='ascii'), re.M)
+    expect('the table of kinds', [(int(code, 16), name, what, layout, text != 'None')
+                                  for code, name, what, layout, text in rows_of_kinds],
+           [(kind['code'], kind['name'], kind['description'], '|'.join(map(layout_of, kind['fields'])), kind['text'])
+            for kind in kinds])
     types = {(field['name'], field['type']) for kind in kinds for field in kind['fields']}
     expect('docs/format.md: fields', sorted(f'{name} {kind}' for name, kind in types | {('SrcFuncId', 'id')}),
            sorted(f'{name} {kind}' for names, several, *_ in table('field | type')
                   for name, kind in zip(names.split(', '), several.split(', ') * 9)))
-
-    expect('docs/format.md: kinds that a text may follow', [kind['code'] for kind in kinds if kind['text']],
-           [int(code, 16) for code in re.findall('0x..', re.search('These kinds have one:([^.]*)', PAGE)[1])])
 
     # The lengths that the page tells: those of the fields, and where its table has others, these.
     names, lengths, _ = zip(*table('kind | payload length'))

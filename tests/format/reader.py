@@ -17,9 +17,8 @@ SIZES_BEFORE_TEXT = {0x40: 7, 0x41: 7, 0x50: 29, 0x51: 29}
 
 
 class Kinds:
-    def __init__(self, path):
-        with open(path, encoding='ascii') as file:
-            self.by_code = {kind['code']: kind for kind in json.load(file)['kinds']}
+    def __init__(self, text):
+        self.by_code = {kind['code']: kind for kind in json.loads(text)['kinds']}
 
     def split(self, code, payload):
         """The fields of a payload, each with its bytes; None when it cannot be read."""
@@ -159,7 +158,7 @@ def listing(packets):
 
 
 if __name__ == '__main__':
-    with open(sys.argv[2], 'rb') as trace:
+    with open(sys.argv[1], encoding='ascii') as kinds, open(sys.argv[2], 'rb') as trace:
         sys.stdout.reconfigure(encoding='utf-8')
-        for line in listing(read(Kinds(sys.argv[1]), trace.read())):
+        for line in listing(read(Kinds(kinds.read()), trace.read())):
             print(line)
