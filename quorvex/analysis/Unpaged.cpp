@@ -1,28 +1,23 @@
 #include "quorvex/analysis/Unpaged.h"
 
 #include "quorvex/packets/KindFacts.h"
-#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/packets/TraceControlPackets.h"
 #include "quorvex/stream/PageFormat.h"
 
-#include <type_traits>
 #include <utility>
 
 namespace Quorvex {
 
 namespace {
 
-/// The packet with a header that tells its true length, as all have that are no damage or a short trace-enabled packet.
-PacketPointer regular(PacketPointer packet) {
-    CPacket* result = nullptr;
-    visitKind(*packet, [&result](const auto& kind) {
-        using Kind = std::remove_cvref_t<decltype(kind)>;
-        using Context = typename Kind::Context;
-        auto* fresh = new Kind;
-        static_cast<Context&>(*fresh) = static_cast<const Context&>(kind);
-        fresh->copyPayload(kind);
-        result = fresh;
-    });
-    return result ? PacketPointer(result) : std::move(packet);
+/// A short trace-enabled packet as one with all its fields; any other as it is.
+PacketPointer whole(PacketPointer packet) {
+    const auto* enabled = packetAs<CTraceEnabled>(*packet);
+    if (!enabled || enabled->Length() == CTraceEnabled::Len())
+        return packet;
+    auto* result = new CTraceEnabled(enabled->FrameLen(), enabled->FrameConfig());
+    result->Version(enabled->Version());
+    return PacketPointer(result);
 }
 
 } // namespace
@@ -41,8 +36,8 @@ CPacket* Unpaged::get() {
         PacketPointer packet = m_input.next();
         const std::uint64_t offset = m_input.offset();
         m_ended = !packet;
-        if (packet && packet->StreamSize() != m_input.end() - offset)
-            packet = regular(std::move(packet));
+        if (packet)
+            packet = whole(std::move(packet));
         if (pages::isBreak(offset)) {
             m_ahead.clear();
             m_fillSize = 0;
