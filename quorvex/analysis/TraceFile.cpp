@@ -117,7 +117,8 @@ public:
 
     /// Takes the first bytes, to look at them.
     std::string_view head(std::istream* stream) {
-        m_stream.rdbuf(&m_bytes.emplace(*(stream ? *stream : m_file).rdbuf()));
+        std::istream& from = stream ? *stream : m_file;
+        m_stream.rdbuf(&m_bytes.emplace(*from.rdbuf()));
         return m_bytes->head();
     }
     /// Goes back to the start of a regular file, without a buffer of its own.
