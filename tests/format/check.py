@@ -25,7 +25,7 @@ def expect(what, expected, got):
     failures += 1
     print(f'FAILED: {what}')
     if isinstance(expected, list):
-        print(*difflib.unified_diff(expected, got, 'expected', 'got', n=1, lineterm=''), sep='\n')
+        print(*difflib.unified_diff(list(map(str, expected)), list(map(str, got)), 'expected', 'got', n=1, lineterm=''), sep='\n')
     else:
         print(f'expected {expected}, got {got}')
 

@@ -176,14 +176,17 @@ void expectComesBack(CPacket& packet, bool carry, const Context& last, const std
 
 TEST_P(Kinds, ComesBackFromItsRelativeForm) {
     const PacketPointer packet = make();
-    const unsigned code = header.TraceCode();
-    const auto in = [code](unsigned first, unsigned last) { return code >= first && code <= last; };
-    const bool isCore = in(0x10, 0x15) || in(0x32, 0x33) || in(0x50, 0x57) || in(0x90, 0x97) || in(0xB0, 0xB5);
+    const std::string name = CTCodeInfo::TCodeToName(header.TraceCode());
+    const bool isPair = CTCodeInfo::TCodeToName(tagTCode(header.TraceCode() - 0x10)) == "Rel" + name;
+    const std::string_view layout = CTCodeInfo::TCodeToFormat(header.TraceCode());
+    const auto carries = [&](const char* context) { return isPair && layout.starts_with(context); };
     // The lowest bytes differ by 08 ^ aa and 38 ^ bb.
-    expectComesBack(*packet, isCore, CCoreContext(0x01020304050607AA, 0x11121314, 0x21222324, 0x31323334353637BB),
-                    "\xa2\x83");
-    expectComesBack(*packet, in(0xD0, 0xD4), CBusContext(0x01020304050607AA, 0x11121314, 0x21222324), "\xa2");
-    expectComesBack(*packet, code == 0xD5, CSystemContext(0x01020304050607AA, 0x11121314, 0x21222324), "\xa2");
+    expectComesBack(*packet, carries("Tick:8|HWCtx:4|SWCtx:4|IP:8"),
+                    CCoreContext(0x01020304050607AA, 0x11121314, 0x21222324, 0x31323334353637BB), "\xa2\x83");
+    expectComesBack(*packet, carries("Tick:8|HWCtx:4|Master:4"),
+                    CBusContext(0x01020304050607AA, 0x11121314, 0x21222324), "\xa2");
+    expectComesBack(*packet, carries("Tick:8|Channel:4|Master:4"),
+                    CSystemContext(0x01020304050607AA, 0x11121314, 0x21222324), "\xa2");
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Kinds, testing::ValuesIn(samples()),
