@@ -82,14 +82,13 @@ unsigned sizeOfText(std::string_view text) {
 
 /// A define packet with its name, as bytes: made without memory from the program's allocator.
 struct Definition {
-    CCoreContext context;
     std::uint32_t id;
     std::string_view name;
 
     unsigned size() const {
         return CPacketHeader::Len() + CFunctionDefine::Len() + (name.empty() ? 0 : sizeOfText(name));
     }
-    void encode(char* to) const {
+    void encode(const CCoreContext& context, char* to) const {
         CPacketHeader header(FunctionDefine, CFunctionDefine::Len());
         to += header.write(to, CPacketHeader::Len());
         encodePart(context, to);
@@ -463,14 +462,15 @@ bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
         return refuse();
     if (!m_defined.insert(id))
         return true;
-    const Definition definition{stampInOrder(), id, name ? name : ""};
+    const CCoreContext& context = stampInOrder();
+    const Definition definition{id, name ? name : ""};
     char bytes[1024];
     if (definition.size() <= sizeof bytes) {
-        definition.encode(bytes);
+        definition.encode(context, bytes);
         return keep(append(bytes, definition.size())) || refuse();
     }
     try {
-        CFunctionDefine define(definition.context, id, name);
+        CFunctionDefine define(context, id, name);
         return keep(CTraceWriterPaged::put(&define)) || refuse();
     } catch (const std::exception&) {
         return refuse();
@@ -483,8 +483,14 @@ template <class Packet> bool CQVXInstrumentingStream::record(unsigned id) {
         Packet packet(stampInOrder(), id);
         return keep(CTraceWriterPaged::put(&packet)) || refuse();
     }
-    Packet packet(stamp(m_besideContext), id);
-    return use.nested() ? putBeside(packet) : refuse();
+    if (!use.nested())
+        return refuse();
+    Packet packet(contextAt(0), id);
+    const unsigned size = packet.StreamSize();
+    return recordBeside(size, [&packet, size](std::uint64_t tick, char* room) {
+        packet.Tick(tick);
+        return packet.write(room, size) == size;
+    });
 }
 
 bool CQVXInstrumentingStream::FunctionEnter(unsigned id) {
@@ -500,10 +506,10 @@ bool CQVXInstrumentingStream::refuse() {
     return false;
 }
 
-bool CQVXInstrumentingStream::putBeside(CPacket& packet) {
-    const unsigned size = packet.StreamSize();
-    char* room = m_page.reserve(size);
-    const bool whole = room && packet.write(room, size) == size;
+template <class Write> bool CQVXInstrumentingStream::recordBeside(unsigned size, Write&& write) {
+    std::uint64_t tick = 0;
+    char* room = m_page.reserve(size, tick);
+    const bool whole = room && write(tick, room);
     if (room)
         m_page.finish(room, whole);
     if (!whole)
@@ -512,17 +518,17 @@ bool CQVXInstrumentingStream::putBeside(CPacket& packet) {
     return whole || refuse();
 }
 
+bool CQVXInstrumentingStream::putBeside(CPacket& packet) {
+    const unsigned size = packet.StreamSize();
+    return recordBeside(size, [&packet, size](std::uint64_t, char* room) { return packet.write(room, size) == size; });
+}
+
 bool CQVXInstrumentingStream::defineBeside(const char* name, unsigned id) {
-    const Definition definition{stamp(m_besideContext), id, name ? name : ""};
-    char* room = m_page.reserve(definition.size());
-    if (room) {
-        definition.encode(room);
-        m_page.finish(room, true);
-    } else {
-        ++m_missed;
-    }
-    m_besidePage = true;
-    return room || refuse();
+    const Definition definition{id, name ? name : ""};
+    return recordBeside(definition.size(), [this, &definition](std::uint64_t tick, char* room) {
+        definition.encode(contextAt(tick), room);
+        return true;
+    });
 }
 
 void CQVXInstrumentingStream::takeIn() {

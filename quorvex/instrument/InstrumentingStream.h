@@ -115,10 +115,12 @@ private:
     static void threadEnded(void* stream);
 
     static const CCoreContext& stamp(CCoreContext& context);
+    CCoreContext contextAt(std::uint64_t tick) const { return {tick, HWCtxId(), SWCtx(), kUnknown64}; }
     /// The context now, behind all that has been recorded, also by handlers; for the one that uses the page.
     const CCoreContext& stampInOrder();
     template <class Packet> bool record(unsigned id);
-    /// The same for a packet that comes while another is being put.
+    /// The same for a packet that comes while another is being put: `write` puts its `size` bytes into their room.
+    template <class Write> bool recordBeside(unsigned size, Write&& write);
     bool putBeside(CPacket& packet);
     bool defineBeside(const char* name, unsigned id);
     /// Puts what stands beside the page there, and tells of what found no room.

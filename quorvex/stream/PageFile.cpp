@@ -135,19 +135,24 @@ void PageFile::identify() {
     std::memcpy(m_shared->head.begin, m_begin, kBeginSize);
 }
 
-char* PageFile::reserve(unsigned size) {
+char* PageFile::reserve(unsigned size, std::uint64_t& tick) {
     const std::atomic_ref progress(m_shared->head.progress);
-    Shared::Progress now = progress.load();
-    Shared::Progress next{};
-    do {
+    while (true) {
+        Shared::Progress now = progress.load();
         if (size >= Shared::kForgotten || Shared::entrySize(size) > sizeof m_shared->head.beside - now.end)
             return nullptr;
-        next = now;
-        next.end = static_cast<std::uint16_t>(next.end + Shared::entrySize(size));
-        // What an interrupting handler puts here is lost only if it does not take the place, too.
-        m_shared->entry(now.end).store(static_cast<std::uint16_t>(size | Shared::kUnfinished));
-    } while (!progress.compare_exchange_weak(now, next));
-    return m_shared->head.beside + now.end + Shared::kEntryHead;
+        // Behind the end all is 0, but for the head of one that is interrupted here. A handler that takes the place
+        // meanwhile changes the head, and leaves it as that of a packet that is finished.
+        const auto entry = m_shared->entry(now.end);
+        std::uint16_t free = entry.load();
+        Shared::Progress next = now;
+        next.end = static_cast<std::uint16_t>(now.end + Shared::entrySize(size));
+        tick = platform::counterTick();
+        if (progress.load() == now &&
+            entry.compare_exchange_strong(free, static_cast<std::uint16_t>(size | Shared::kUnfinished)) &&
+            progress.compare_exchange_strong(now, next))
+            return m_shared->head.beside + now.end + Shared::kEntryHead;
+    }
 }
 
 void PageFile::finish(char* room, bool whole) {
@@ -160,7 +165,7 @@ void PageFile::finish(char* room, bool whole) {
 const char* PageFile::oldest(unsigned& size) {
     while (true) {
         const Shared::Progress now = std::atomic_ref(m_shared->head.progress).load();
-        if (now.first == now.end)
+        if (now.first >= now.end)
             return nullptr;
         const unsigned entry = m_shared->entry(now.first).load();
         size = entry & ~(Shared::kUnfinished | Shared::kForgotten);
@@ -172,15 +177,16 @@ const char* PageFile::oldest(unsigned& size) {
 
 void PageFile::moved(unsigned fill) {
     const std::atomic_ref progress(m_shared->head.progress);
-    Shared::Progress now = progress.load();
-    Shared::Progress next{};
-    do {
-        const unsigned entry = m_shared->entry(now.first).load();
-        const unsigned size = entry & ~(Shared::kUnfinished | Shared::kForgotten);
-        next = {fill, static_cast<std::uint16_t>(now.first + Shared::entrySize(size)), now.end};
-        if (next.first == next.end)
-            next.first = next.end = 0;
-    } while (!progress.compare_exchange_weak(now, next));
+    const Shared::Progress now = progress.load();
+    const unsigned entry = m_shared->entry(now.first).load();
+    const unsigned size = Shared::entrySize(entry & ~(Shared::kUnfinished | Shared::kForgotten));
+    if (now.first + size < now.end) {
+        progress.store({fill, static_cast<std::uint16_t>(now.first + size), now.end});
+        return;
+    }
+    progress.store({fill, 0, 0});
+    keepOrder();
+    std::memset(m_shared->head.beside, 0, now.end);
 }
 
 void PageFile::unmap() {

@@ -49,12 +49,14 @@ public:
     /// trace and not to another one of the same name.
     void identify();
 
-    /// Room for a packet, with its texts, beside the page; null when there is none. To be followed by finish(); that of
-    /// another packet may come between, as signal handlers interrupt each other.
-    char* reserve(unsigned size);
+    /// Room for a packet, with its texts, beside the page; null when there is none. To be followed by finish(). A signal
+    /// handler that interrupts either may do the same for another packet, and may end the process. `tick` is the counter
+    /// as the room was taken: a packet that stands behind another has no earlier one.
+    char* reserve(unsigned size, std::uint64_t& tick);
     /// The packet stands in its room; `whole` is false when it does not and the room is to be forgotten.
     void finish(char* room, bool whole);
-    /// The oldest packet beside the page, of `size` bytes; null when there is none.
+    /// The oldest packet beside the page, of `size` bytes; null when there is none. Like moved() only where no handler
+    /// can come between.
     const char* oldest(unsigned& size);
     /// The oldest packet beside the page now stands in it, which is filled so far.
     void moved(unsigned fill);

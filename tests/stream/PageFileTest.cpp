@@ -3,10 +3,12 @@
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
 #include "tests/support/Doubles.h"
+#include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -105,8 +107,11 @@ TEST(PageFile, HasThePacketsBesideThePageBehindIt) {
     kTrace.copy(page.page(), 3000);
     page.identify();
     page.restart(0, 0, 3000);
-    const auto add = [&page](const std::string& packet) {
-        char* room = page.reserve(static_cast<unsigned>(packet.size()));
+    std::uint64_t tick = 0;
+    const auto add = [&page, &tick](const std::string& packet) {
+        const std::uint64_t before = tick;
+        char* room = page.reserve(static_cast<unsigned>(packet.size()), tick);
+        EXPECT_GE(tick, before);
         packet.copy(room, packet.size());
         return room;
     };
@@ -131,7 +136,7 @@ TEST(PageFile, HasThePacketsBesideThePageBehindIt) {
     // As many as there is room for, then again from the start.
     for (unsigned round = 0; round < 2; ++round) {
         unsigned taken = 0;
-        while (char* room = page.reserve(101)) {
+        while (char* room = page.reserve(101, tick)) {
             page.finish(room, true);
             ++taken;
         }
@@ -140,8 +145,49 @@ TEST(PageFile, HasThePacketsBesideThePageBehindIt) {
             page.moved(3005);
         EXPECT_EQ(taken, 0U);
     }
-    EXPECT_EQ(page.reserve(5000), nullptr);
-    EXPECT_EQ(page.reserve(~0U), nullptr);
+    EXPECT_EQ(page.reserve(5000, tick), nullptr);
+    EXPECT_EQ(page.reserve(~0U, tick), nullptr);
+}
+
+// The handler comes behind each single instruction of the one that it interrupts.
+TEST(PageFile, KeepsWhatHandlersPutBesideThePageThatInterruptEachOther) {
+    static detail::PageFile page;
+    struct Put {
+        std::string packet;
+        std::uint64_t tick;
+    };
+    static std::vector<Put> put;
+    static const auto add = [](unsigned size, char letter) {
+        std::uint64_t tick = 0;
+        char* room = page.reserve(size, tick);
+        std::memset(room, letter, size);
+        page.finish(room, true);
+        put.push_back({std::string(size, letter), tick});
+    };
+    put.reserve(10);
+    unsigned step = 1;
+    for (bool came = true; came; ++step) {
+        ASSERT_TRUE(page.create());
+        put.clear();
+        std::uint64_t outerTick = 0;
+        char* outer = nullptr;
+        if (!interruptAt(
+                step, [&] { outer = page.reserve(10, outerTick); }, [] { add(30, 'B'); }, came))
+            GTEST_SKIP() << "no single steps here";
+        std::memset(outer, 'A', 10);
+        page.finish(outer, true);
+        put.push_back({std::string(10, 'A'), outerTick});
+        add(20, 'C');
+        std::ranges::sort(put, {}, &Put::tick);
+        unsigned size = 0;
+        for (const auto& [packet, tick] : put) {
+            const char* found = page.oldest(size);
+            ASSERT_TRUE(found && std::string(found, size) == packet) << "step " << step << ": not " << packet;
+            page.moved(0);
+        }
+        ASSERT_FALSE(page.oldest(size)) << "step " << step;
+    }
+    EXPECT_GT(step, 20U);
 }
 
 TEST(PageFile, IsReadFromAnyPlace) {

@@ -52,6 +52,10 @@ bool runCancelled(const std::function<void()>& work, const std::function<bool()>
 /// with null. False where there are no such handlers.
 bool interruptEvery(unsigned microseconds, void (*handler)());
 
+/// Calls `handler` in a signal handler that comes behind the n-th instruction of `work`; `came` is false when `work` has
+/// fewer. False, with nothing called, where programs do not run in such steps.
+bool interruptAt(unsigned n, const std::function<void()>& work, void (*handler)(), bool& came);
+
 /// Leaves the process so many files that it may have open. False where that cannot be done.
 bool limitOpenFiles(unsigned count);
 /// Closes all files that the process has open but the standard streams. False where that cannot be done.

@@ -15,6 +15,7 @@
 
 #if defined(__linux__)
 #include <sys/mount.h>
+#include <ucontext.h>
 #endif
 
 namespace Quorvex::test {
@@ -130,6 +131,46 @@ bool interruptEvery(unsigned microseconds, void (*handler)()) {
     const itimerval timer{{0, period}, {0, period}};
     return setitimer(ITIMER_REAL, &timer, nullptr) == 0;
 }
+
+#if defined(__linux__) && defined(__x86_64__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+
+namespace {
+
+unsigned g_stepsLeft = 0;
+constexpr long long kTrapFlag = 0x100;
+
+/// Comes behind each instruction while the flag is set.
+void countStep(int, siginfo_t*, void* context) {
+    if (--g_stepsLeft > 0)
+        return;
+    static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_EFL] &= ~kTrapFlag;
+    g_handler();
+}
+
+} // namespace
+
+bool interruptAt(unsigned n, const std::function<void()>& work, void (*handler)(), bool& came) {
+    g_stepsLeft = n;
+    g_handler = handler;
+    struct sigaction action {};
+    action.sa_sigaction = countStep;
+    action.sa_flags = SA_SIGINFO;
+    sigaction(SIGTRAP, &action, nullptr);
+    asm volatile("pushfq; orq $0x100, (%%rsp); popfq" : : : "memory", "cc");
+    work();
+    asm volatile("pushfq; andq $~0x100, (%%rsp); popfq" : : : "memory", "cc");
+    came = g_stepsLeft == 0;
+    std::signal(SIGTRAP, SIG_DFL);
+    return true;
+}
+
+#else
+
+bool interruptAt(unsigned, const std::function<void()>&, void (*)(), bool&) {
+    return false;
+}
+
+#endif
 
 bool limitOpenFiles(unsigned count) {
     const rlimit limit{count, count};

@@ -97,6 +97,10 @@ bool interruptEvery(unsigned, void (*)()) {
     return false;
 }
 
+bool interruptAt(unsigned, const std::function<void()>&, void (*)(), bool&) {
+    return false;
+}
+
 bool limitOpenFiles(unsigned) {
     return false;
 }
