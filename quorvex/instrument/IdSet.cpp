@@ -44,11 +44,6 @@ bool IdSet::grow() {
 bool IdSet::insert(std::uint32_t id) {
     if (id == 0)
         return !std::exchange(m_hasZero, true);
-    if (const auto packed = std::move(m_packed)) {
-        m_own.fill(0);
-        for (unsigned i = 0, count = std::exchange(m_count, 0); i < count; ++i)
-            insert(packed[i]);
-    }
     std::uint32_t* slot = &slotOf(m_slots, m_slotCount, id);
     if (*slot == id)
         return false;
@@ -62,16 +57,22 @@ bool IdSet::insert(std::uint32_t id) {
     return true;
 }
 
-bool IdSet::pack() {
+void IdSet::pack() {
     if (m_slots == m_own.data())
-        return true;
-    std::unique_ptr<std::uint32_t[]> packed(new (std::nothrow) std::uint32_t[m_count]);
-    if (!packed)
-        return false;
-    std::copy_if(m_slots, m_slots + m_slotCount, packed.get(), [](std::uint32_t id) { return id != 0; });
+        return;
+    m_packed.reset(new (std::nothrow) std::uint32_t[m_count]);
+    if (!m_packed)
+        return;
+    std::copy_if(m_slots, m_slots + m_slotCount, m_packed.get(), [](std::uint32_t id) { return id != 0; });
     release();
-    m_packed = std::move(packed);
-    return true;
+    m_own.fill(0);
+}
+
+void IdSet::unpack() {
+    if (const auto packed = std::move(m_packed)) {
+        for (unsigned i = 0, count = std::exchange(m_count, 0); i < count; ++i)
+            insert(packed[i]);
+    }
 }
 
 } // namespace Quorvex::detail

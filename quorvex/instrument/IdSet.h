@@ -8,8 +8,8 @@
 
 namespace Quorvex::detail {
 
-/// The ids that a trace has announced. It takes its memory from the system, not from the program's allocator, which may
-/// just have been interrupted.
+/// The ids that a trace has announced. Between unpack() and pack() it takes its memory from the system, not from the
+/// program's allocator, which may just have been interrupted.
 class QUORVEX_API IdSet {
 public:
     IdSet() = default;
@@ -19,9 +19,10 @@ public:
 
     /// False when the id is there already. Where there is no memory, an id may be forgotten.
     bool insert(std::uint32_t id);
-    /// Keeps the ids in as little memory as they need, from the program's allocator, until the next insert(). False
-    /// when there is none; then all stays as it is.
-    bool pack();
+    /// Keeps the ids in as little memory as they need, from the program's allocator, until unpack(): before that no id
+    /// is inserted. Where there is none, all stays as it is.
+    void pack();
+    void unpack(); ///< undoes pack()
 
 private:
     /// The slot of an id, or the empty one that it belongs into. A slot holds 0 or the id; the id 0 has a flag.

@@ -8,7 +8,12 @@
 #include "quorvex/platform/System.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstdio>
+#include <memory>
+#include <new>
 #include <sstream>
 #include <string_view>
 #include <thread>
@@ -59,9 +64,8 @@ private:
     const platform::Uninterrupted m_uninterrupted;
 };
 
-std::string reasonOf(int error) {
-    return error == 0 ? "" : ": " + platform::errorText(error);
-}
+/// That of a thread that forks. Plain memory: where it is used is no place to register a destructor.
+alignas(Busy) constinit thread_local std::byte t_forking[sizeof(Busy)];
 
 /// Puts the bytes of a text as CharString packets; where the last one ends.
 char* encodeText(char* to, std::string_view text) {
@@ -76,8 +80,10 @@ char* encodeText(char* to, std::string_view text) {
     return to;
 }
 
+/// The bytes of those packets. No page holds a longer text than that of the limit.
 unsigned sizeOfText(std::string_view text) {
-    return static_cast<unsigned>(text.size() + CPacketHeader::Len() * (text.size() / kCharStringMax + 1));
+    const auto size = static_cast<unsigned>(std::min<std::size_t>(text.size(), kPageSize));
+    return size + CPacketHeader::Len() * (size / kCharStringMax + 1);
 }
 
 /// A define packet with its name, as bytes: made without memory from the program's allocator.
@@ -107,9 +113,13 @@ struct CQVXInstrumentingStream::Registry {
     const Mode mode;
     std::atomic<bool> told{false};      ///< standard error has had its line
     std::atomic<bool> completed{false}; ///< all streams are; no lock of this object is certain to be free any more
+    /// The system's texts for its errors. To ask for one may take memory, which is no matter only here.
+    std::array<std::string, 140> reasons;
 
     Registry() {
         g_off = mode.off;
+        for (std::size_t error = 1; error < reasons.size(); ++error)
+            reasons[error] = platform::errorText(static_cast<int>(error));
         platform::prepareBarrierOnAllThreads();
         g_barrier = platform::barrierOnAllThreads();
         platform::onFork(beforeFork, afterForkInParent, afterForkInChild);
@@ -149,13 +159,18 @@ struct CQVXInstrumentingStream::Registry {
         logError("CQVXInstrumentingStream: " + text);
         tellUserOnce(text);
     }
-    void tellUserOnce(const std::string& text) {
+    /// Also in a signal handler.
+    void tellUserOnce(std::string_view text, std::string_view more = "", std::string_view end = "") {
         if (!mode.quiet && !told.exchange(true))
-            platform::tellUser("quorvex: " + text + "\n");
+            platform::tellUser({"quorvex: ", text, more.empty() ? "" : ": ", more, end, "\n"});
+    }
+    std::string_view reason(int error) const {
+        return error > 0 && static_cast<std::size_t>(error) < reasons.size() ? reasons[static_cast<std::size_t>(error)]
+                                                                             : std::string_view();
     }
 
     static void beforeFork() {
-        t_busy = true;
+        new (t_forking) Busy;
         instance().streams.lock();
         detail::RecordingFile::lockAll();
         CMessageQueue::g_Instance->lock();
@@ -164,7 +179,7 @@ struct CQVXInstrumentingStream::Registry {
         CMessageQueue::g_Instance->unlock();
         detail::RecordingFile::unlockAll();
         instance().streams.unlock();
-        t_busy = false;
+        std::launder(reinterpret_cast<Busy*>(t_forking))->~Busy();
     }
     static void afterForkInChild() {
         instance().streams.abandon();
@@ -213,6 +228,7 @@ public:
     }
 
     bool granted() const { return m_granted; }
+    bool outermost() const { return !m_nested; }
     /// Inside another use, of a stream that takes packets.
     bool nested() const { return m_nested && !m_stream.m_closed.load() && !m_stream.m_broken; }
 
@@ -242,11 +258,10 @@ CQVXInstrumentingStream* CQVXInstrumentingStream::makeInstance() {
         CQVXInstrumentingStream* stream =
             registry.streams.find(thread, [](CQVXInstrumentingStream& found) { found.resume(); });
         if (!stream) {
-            stream = new CQVXInstrumentingStream(thread);
-            if (!registry.streams.insert(thread, stream)) {
-                delete stream;
+            std::unique_ptr<CQVXInstrumentingStream> made(new CQVXInstrumentingStream(thread));
+            if (!registry.streams.insert(thread, made.get()))
                 return nullptr;
-            }
+            stream = made.release();
         }
         stream->m_missed += std::exchange(t_missed, 0);
         stream->m_besidePage = stream->m_missed != 0;
@@ -310,8 +325,8 @@ bool CQVXInstrumentingStream::open() {
                               " characters; nothing is recorded there");
         return false;
     }
-    if (!m_file.create(stem)) {
-        fail();
+    if (!m_file.create(platform::absolutePath(directory) + "/" + prefix + std::to_string(SWCtx()))) {
+        fail(error());
         return false;
     }
     detail::removePageFile(path());
@@ -321,18 +336,18 @@ bool CQVXInstrumentingStream::open() {
 
 bool CQVXInstrumentingStream::createSharedPage() {
     // It takes descriptors for a moment; those of hundreds of threads that begin at once would be many.
-    detail::RecordingFile::lockAll();
-    const bool created = m_page.create(path());
-    detail::RecordingFile::unlockAll();
-    return created;
+    const detail::RecordingFile::Held held;
+    return m_page.create(path());
 }
 
 bool CQVXInstrumentingStream::openPage() {
     Registry& registry = Registry::instance();
     if (registry.mode.mapped && !createSharedPage())
         registry.tell("Cannot record in mode mapped: " + platform::errorText(m_page.error()) + "; recording as usual.");
-    if (!m_page.is_open() && !m_page.create())
+    if (!m_page.is_open() && !m_page.create()) {
+        fail(ENOMEM);
         return false;
+    }
     usePage(m_page.page());
     return true;
 }
@@ -349,9 +364,21 @@ void CQVXInstrumentingStream::closePage() {
     usePage(nullptr);
 }
 
-void CQVXInstrumentingStream::fail() {
+void CQVXInstrumentingStream::fail(int error) {
     m_broken = true;
-    Registry::instance().tellUserOnce(path() + reasonOf(error()) + "; this thread is not recorded any further");
+    Registry& registry = Registry::instance();
+    registry.tellUserOnce(path(), registry.reason(error), "; this thread is not recorded any further");
+}
+
+void CQVXInstrumentingStream::report(const char* text) {
+    if (!*m_report)
+        std::snprintf(m_report, sizeof m_report, "%s", text);
+}
+
+void CQVXInstrumentingStream::logReport() {
+    if (*m_report)
+        logError(m_report);
+    *m_report = '\0';
 }
 
 void CQVXInstrumentingStream::finish() {
@@ -363,7 +390,7 @@ void CQVXInstrumentingStream::finish() {
     keep(CTraceWriterPaged::put(&disabled) && CTraceWriterPaged::put(&end));
     CTraceWriterPaged::flush();
     if (!m_broken && !CTraceWriterPaged::good())
-        fail();
+        fail(error());
 }
 
 bool CQVXInstrumentingStream::close() {
@@ -376,6 +403,7 @@ bool CQVXInstrumentingStream::close() {
     }
     m_file.rest();
     m_broken = true;
+    logReport();
     return true;
 }
 
@@ -387,11 +415,11 @@ void CQVXInstrumentingStream::park() {
         return;
     takeIn();
     m_parkedFrame = openFrame();
-    const std::uint64_t end = tellp();
+    m_parkedEnd = tellp();
     finish();
     m_file.rest();
-    m_file.moveTo(end);
     closePage();
+    logReport();
     m_defined.pack();
     m_parked = true;
 }
@@ -399,15 +427,25 @@ void CQVXInstrumentingStream::park() {
 void CQVXInstrumentingStream::resume() {
     if (!m_parked)
         return;
+    m_defined.unpack();
+    if (!m_broken && openPage()) {
+        // A trace that is killed from here on has no end: what follows would stand behind it.
+        static constexpr char kUnknownLength[sizeof kUnknown64] = {-1, -1, -1, -1, -1, -1, -1, -1};
+        unsigned written = 0;
+        if (m_parkedFrame)
+            m_file.write(kUnknownLength, sizeof kUnknownLength, m_parkedFrame.position() + OpenFrame::kLengthAt,
+                         written);
+        if (m_file.good() && m_file.truncate(m_parkedEnd)) {
+            check_initial_pos();
+            m_parkedFrame.inPage = m_parkedFrame.inPage && m_parkedFrame.position() >= pageStart();
+            reopenFrame(m_parkedFrame);
+            restartPage();
+        } else {
+            closePage();
+            fail(error());
+        }
+    }
     m_parked = false;
-    if (m_broken)
-        return;
-    // The end of the trace is written over.
-    if (!openPage())
-        return fail();
-    check_initial_pos();
-    reopenFrame(m_parkedFrame);
-    restartPage();
 }
 
 bool CQVXInstrumentingStream::retire(std::uint64_t deadline) {
@@ -464,17 +502,12 @@ bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
         return true;
     const CCoreContext& context = stampInOrder();
     const Definition definition{id, name ? name : ""};
-    char bytes[1024];
-    if (definition.size() <= sizeof bytes) {
-        definition.encode(context, bytes);
-        return keep(append(bytes, definition.size())) || refuse();
-    }
-    try {
-        CFunctionDefine define(context, id, name);
-        return keep(CTraceWriterPaged::put(&define)) || refuse();
-    } catch (const std::exception&) {
+    char* const room = claim(definition.size());
+    if (!room)
         return refuse();
-    }
+    definition.encode(context, room);
+    commit(definition.size());
+    return keep(true);
 }
 
 template <class Packet> bool CQVXInstrumentingStream::record(unsigned id) {
@@ -578,14 +611,7 @@ bool CQVXInstrumentingStream::forward(CPacket*& packet) {
 
 bool CQVXInstrumentingStream::forward(std::list<CPacket*>& packets) {
     const Use use(*this);
-    if (!use.nested())
-        return (use.granted() && keep(CTraceWriterPaged::forward(packets))) || refuse();
-    for (; !packets.empty(); packets.pop_front()) {
-        if (packets.front() && !putBeside(*packets.front()))
-            return false;
-        delete packets.front();
-    }
-    return true;
+    return (use.granted() && keep(CTraceWriterPaged::forward(packets))) || refuse();
 }
 
 bool CQVXInstrumentingStream::put(CTraceSourceBuffer& source) {
@@ -604,14 +630,16 @@ bool CQVXInstrumentingStream::seekp(std::uint64_t position) {
 
 void CQVXInstrumentingStream::flush() {
     const Use use(*this);
-    if (!use.granted())
-        return;
     const platform::Uninterrupted quiet;
-    CTraceWriterPaged::flush();
-    if (CTraceWriterPaged::good())
-        restartPage();
-    else
-        fail();
+    if (use.granted()) {
+        CTraceWriterPaged::flush();
+        if (CTraceWriterPaged::good())
+            restartPage();
+        else
+            fail(error());
+    }
+    if (use.outermost() && !m_closed.load())
+        logReport();
 }
 
 bool CQVXInstrumentingStream::overflow_flush() {
@@ -621,7 +649,7 @@ bool CQVXInstrumentingStream::overflow_flush() {
     if (CTraceWriterPaged::overflow_flush())
         restartPage();
     else
-        fail();
+        fail(error());
     return !m_broken;
 }
 

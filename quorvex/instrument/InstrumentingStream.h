@@ -106,6 +106,8 @@ protected:
     static unsigned SWCtxId(); ///< the number of the thread
 
     bool overflow_flush() override;
+    /// Keeps it for the message log, which takes memory and a lock: this may be in a signal handler.
+    void report(const char* text) override;
 
 private:
     struct Registry;
@@ -135,8 +137,9 @@ private:
     bool createSharedPage();
     void restartPage();
     void closePage();
-    /// No more can be written: tells so.
-    void fail();
+    /// No more can be written, for the reason of that number: tells so.
+    void fail(int error);
+    void logReport();
 
     /// Puts the end of the trace behind what it has.
     void finish();
@@ -153,7 +156,9 @@ private:
     CCoreContext m_besideContext; ///< of what comes inside another recording
     std::uint64_t m_frequency;
     detail::IdSet m_defined;
-    OpenFrame m_parkedFrame; ///< of a trace that is parked
+    OpenFrame m_parkedFrame;       ///< of a trace that is parked
+    std::uint64_t m_parkedEnd = 0; ///< where it goes on
+    char m_report[112] = {};       ///< the first one that is not in the message log yet
     std::atomic<std::uint64_t> m_refused{0};
     std::atomic<unsigned> m_missed{0};     ///< refused beside the page, and not yet told in the trace
     bool m_broken = true;                  ///< not open, or a write has failed

@@ -3,9 +3,9 @@
 #include "quorvex/platform/System.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <mutex>
-#include <thread>
 
 namespace Quorvex::detail {
 
@@ -22,8 +22,10 @@ public:
     /// Has the file open, by `open`, which returns an error number, and keeps it so until release().
     template <class Open> int acquire(RecordingFile& file, Open&& open) {
         while (true) {
+            unsigned released = 0;
             {
                 const std::lock_guard hold(lock);
+                released = m_released;
                 if (Slot* slot = place(file)) {
                     slot->file = &file;
                     slot->lastUse = ++m_uses;
@@ -37,19 +39,23 @@ public:
                     return error;
                 }
             }
-            std::this_thread::yield(); // all are being written
+            m_released.wait(released); // all are being written
         }
     }
 
     void release(RecordingFile& file, bool close) {
-        const std::lock_guard hold(lock);
-        for (Slot& slot : m_slots) {
-            if (slot.file != &file)
-                continue;
-            slot.busy = false;
-            if (close)
-                empty(slot);
+        {
+            const std::lock_guard hold(lock);
+            for (Slot& slot : m_slots) {
+                if (slot.file != &file)
+                    continue;
+                slot.busy = false;
+                if (close)
+                    empty(slot);
+            }
+            ++m_released;
         }
+        m_released.notify_all();
     }
 
     void forget() {
@@ -99,6 +105,7 @@ private:
 
     std::array<Slot, kMostOpen> m_slots;
     std::uint64_t m_uses = 0;
+    std::atomic<unsigned> m_released{0}; ///< counts up, for those that wait for a slot
 };
 
 bool RecordingFile::create(const std::string& stem) {
@@ -120,14 +127,24 @@ bool RecordingFile::write(const char* src, unsigned count, std::uint64_t positio
         m_position = position;
         return true;
     }
+    const bool done = withOpen([&] { return m_file.write(src, count, position, written); });
+    m_position = position + written;
+    return done || written != 0;
+}
+
+bool RecordingFile::truncate(std::uint64_t size) {
+    m_position = size;
+    return withOpen([&] { return m_file.truncate(size); });
+}
+
+template <class Work> bool RecordingFile::withOpen(Work&& work) {
     const platform::Uninterrupted quiet;
     m_error = Pool::instance().acquire(*this, [this] { return m_file.reopen(m_path.c_str()); });
     if (m_error != 0)
         return false;
-    m_error = m_file.write(src, count, position, written);
-    m_position = position + written;
+    m_error = work();
     Pool::instance().release(*this, m_error != 0);
-    return written != 0;
+    return m_error == 0;
 }
 
 void RecordingFile::rest() {

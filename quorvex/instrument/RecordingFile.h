@@ -22,16 +22,17 @@ public:
     RecordingFile& operator=(const RecordingFile&) = delete;
     ~RecordingFile() override { rest(); }
 
-    /// Makes `stem` + ".qvx", or, where that is there already, `stem` + "-2.qvx" and so on. False with error() set.
+    /// Makes `stem` + ".qvx", or, where that is there already, `stem` + "-2.qvx" and so on, each by trying to: so a
+    /// name costs the more the more of them are taken, and behind 100 000 it fails with EEXIST. False with error() set.
     bool create(const std::string& stem);
     /// The path of the file, or the one that could not be made.
     const std::string& path() const { return m_path; }
-    /// The system's error number (errno) of the last failure.
+    /// The system's error number (errno) of the last open, write or truncate(); 0 when it went well.
     int error() const { return m_error; }
     /// Gives the descriptor back until the next write.
     void rest();
-    /// The next write without a position goes there.
-    void moveTo(std::uint64_t position) { m_position = position; }
+    /// Drops what stands behind that many bytes; the next write without a position goes there. False with error() set.
+    bool truncate(std::uint64_t size);
 
     bool write(const char* src, unsigned count, std::uint64_t position, unsigned& written) override;
     bool write(const char* src, unsigned count, unsigned& written) override {
@@ -43,13 +44,24 @@ public:
     void clear() override { m_error = 0; }
     std::uint64_t tellp() override { return m_position; }
 
-    /// Hold all such files at rest; and, in the child of a fork that has found them so, let go of those of the parent.
+    /// Keep the set of open files as it is: no other is opened, none is given back, but one that is open may be written
+    /// to its end. Where no signal handler can come between.
     static void lockAll();
     static void unlockAll();
+    /// The same while it lives.
+    class Held {
+    public:
+        Held() { lockAll(); }
+        Held(const Held&) = delete;
+        Held& operator=(const Held&) = delete;
+        ~Held() { unlockAll(); }
+    };
+    /// In the child of a fork before which the set was locked: lets go of the files of the parent.
     static void forgetAll();
 
 private:
     class Pool;
+    template <class Work> bool withOpen(Work&& work);
 
     platform::RandomAccessFile m_file;
     std::string m_path;

@@ -11,7 +11,10 @@
 #include <handleapi.h>
 #include <system_error>
 #else
+#include <cerrno>
+#include <signal.h>
 #include <sys/stat.h>
+#include <time.h>
 #endif
 
 namespace Quorvex::platform {
@@ -28,6 +31,40 @@ inline FileIdentity identityOf(const BY_HANDLE_FILE_INFORMATION& file) {
 }
 
 #else
+
+/// Why the last call of the system has failed.
+inline int lastError() {
+    return errno;
+}
+
+/// The signal that a refused write raises in its thread and that would end the program. Where the thread holds signals
+/// off it is taken back, unless it was waiting before.
+class SignalOfWrite {
+public:
+    explicit SignalOfWrite(int signal) {
+        sigemptyset(&m_signal);
+        sigaddset(&m_signal, signal);
+        sigset_t waiting;
+        sigpending(&waiting);
+        m_waited = sigismember(&waiting, signal) == 1;
+    }
+
+    /// For the error of the write, if that is the one that comes with the signal; the error.
+    int takenBack(int error, int errorOfSignal) const {
+#if defined(__linux__)
+        const timespec now{};
+        if (error == errorOfSignal && !m_waited)
+            sigtimedwait(&m_signal, nullptr, &now);
+#else
+        static_cast<void>(errorOfSignal);
+#endif
+        return error;
+    }
+
+private:
+    sigset_t m_signal;
+    bool m_waited;
+};
 
 /// Of a file by its status.
 inline FileIdentity identityOf(const struct stat& file) {

@@ -7,10 +7,11 @@
 
 #include <cerrno>
 
-#if !defined(_WIN32)
+#if defined(_WIN32)
+#include <memoryapi.h>
+#else
 #include <fcntl.h>
-#include <signal.h>
-#include <time.h>
+#include <sys/mman.h>
 #include <unistd.h>
 #endif
 
@@ -24,10 +25,22 @@ HANDLE asHandle(std::intptr_t handle) {
     return reinterpret_cast<HANDLE>(handle);
 }
 
-std::intptr_t open(const char* path, DWORD disposition) {
-    return reinterpret_cast<std::intptr_t>(CreateFileA(path, GENERIC_WRITE,
+std::intptr_t open(const char* path, DWORD access, DWORD disposition) {
+    return reinterpret_cast<std::intptr_t>(CreateFileA(path, access,
                                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                                        disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+std::intptr_t openNew(const char* path) {
+    return open(path, GENERIC_READ | GENERIC_WRITE, CREATE_NEW);
+}
+
+std::intptr_t openOld(const char* path) {
+    return open(path, GENERIC_WRITE, OPEN_EXISTING);
+}
+
+void closeNative(std::intptr_t handle) {
+    CloseHandle(asHandle(handle));
 }
 
 } // namespace
@@ -38,24 +51,6 @@ bool RandomAccessFile::identify(std::intptr_t handle, FileIdentity& identity) {
         return false;
     identity = identityOf(information);
     return true;
-}
-
-int RandomAccessFile::create(const char* path) {
-    close();
-    m_handle = open(path, CREATE_NEW);
-    return m_handle != kNone && identify(m_handle, m_identity) ? 0 : lastError();
-}
-
-int RandomAccessFile::reopen(const char* path) {
-    close();
-    m_handle = open(path, OPEN_EXISTING);
-    FileIdentity found;
-    if (m_handle == kNone || !identify(m_handle, found))
-        return lastError();
-    if (found == m_identity)
-        return 0;
-    close();
-    return ENOENT;
 }
 
 bool RandomAccessFile::isOpen() const {
@@ -77,10 +72,26 @@ int RandomAccessFile::write(const char* bytes, unsigned count, std::uint64_t pos
     return 0;
 }
 
-void RandomAccessFile::close() {
-    if (m_handle != kNone)
-        CloseHandle(asHandle(m_handle));
-    m_handle = kNone;
+int RandomAccessFile::truncate(std::uint64_t size) {
+    LARGE_INTEGER end;
+    end.QuadPart = static_cast<LONGLONG>(size);
+    const bool done =
+        SetFilePointerEx(asHandle(m_handle), end, nullptr, FILE_BEGIN) && SetEndOfFile(asHandle(m_handle));
+    return done ? 0 : lastError();
+}
+
+void* RandomAccessFile::map(std::size_t size, int& error) {
+    // Memory, mapping and file each keep what they stand on alive.
+    const HANDLE mapping = CreateFileMappingW(asHandle(m_handle), nullptr, PAGE_READWRITE, 0, 0, nullptr);
+    void* const memory = mapping ? MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, size) : nullptr;
+    error = memory ? 0 : lastError();
+    if (mapping)
+        CloseHandle(mapping);
+    return memory;
+}
+
+void RandomAccessFile::unmap(void* memory, std::size_t) {
+    UnmapViewOfFile(memory);
 }
 
 #else
@@ -95,8 +106,8 @@ bool RandomAccessFile::identify(std::intptr_t handle, FileIdentity& identity) {
 
 namespace {
 
-int open(const char* path, int flags) {
-    int descriptor = ::open(path, flags | O_WRONLY | O_CLOEXEC, 0666);
+std::intptr_t open(const char* path, int flags) {
+    const int descriptor = ::open(path, flags | O_CLOEXEC, 0666);
     if (descriptor < 0 || descriptor > STDERR_FILENO)
         return descriptor;
     // The program has closed a standard stream; what it prints must not end up here.
@@ -107,40 +118,19 @@ int open(const char* path, int flags) {
     return moved;
 }
 
-/// A file that may not grow any more raises a signal that ends the program. Where the thread holds signals off, it is
-/// taken back.
-int refused(int error) {
-#if defined(__linux__)
-    if (error == EFBIG) {
-        sigset_t tooLarge;
-        sigemptyset(&tooLarge);
-        sigaddset(&tooLarge, SIGXFSZ);
-        const timespec now{};
-        sigtimedwait(&tooLarge, nullptr, &now);
-    }
-#endif
-    return error;
+std::intptr_t openNew(const char* path) {
+    return open(path, O_RDWR | O_CREAT | O_EXCL);
+}
+
+std::intptr_t openOld(const char* path) {
+    return open(path, O_WRONLY | O_NOFOLLOW);
+}
+
+void closeNative(std::intptr_t handle) {
+    ::close(static_cast<int>(handle));
 }
 
 } // namespace
-
-int RandomAccessFile::create(const char* path) {
-    close();
-    m_handle = open(path, O_CREAT | O_EXCL);
-    return m_handle != kNone && identify(m_handle, m_identity) ? 0 : errno;
-}
-
-int RandomAccessFile::reopen(const char* path) {
-    close();
-    m_handle = open(path, O_NOFOLLOW);
-    FileIdentity found;
-    if (m_handle == kNone || !identify(m_handle, found))
-        return errno;
-    if (found == m_identity)
-        return 0;
-    close();
-    return ENOENT;
-}
 
 bool RandomAccessFile::isOpen() const {
     FileIdentity found;
@@ -148,6 +138,7 @@ bool RandomAccessFile::isOpen() const {
 }
 
 int RandomAccessFile::write(const char* bytes, unsigned count, std::uint64_t position, unsigned& written) {
+    const SignalOfWrite tooLarge(SIGXFSZ);
     for (written = 0; written < count;) {
         const ssize_t taken = pwrite(static_cast<int>(m_handle), bytes + written, count - written,
                                      static_cast<off_t>(position + written));
@@ -156,18 +147,63 @@ int RandomAccessFile::write(const char* bytes, unsigned count, std::uint64_t pos
         else if (taken == 0)
             return ENOSPC;
         else if (errno != EINTR)
-            return refused(errno);
+            return tooLarge.takenBack(errno, EFBIG);
     }
+    return 0;
+}
+
+int RandomAccessFile::truncate(std::uint64_t size) {
+    while (ftruncate(static_cast<int>(m_handle), static_cast<off_t>(size)) != 0) {
+        if (errno != EINTR)
+            return errno;
+    }
+    return 0;
+}
+
+void* RandomAccessFile::map(std::size_t size, int& error) {
+    void* const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, static_cast<int>(m_handle), 0);
+    error = memory == MAP_FAILED ? errno : 0;
+    return memory == MAP_FAILED ? nullptr : memory;
+}
+
+void RandomAccessFile::unmap(void* memory, std::size_t size) {
+    munmap(memory, size);
+}
+
+#endif
+
+int RandomAccessFile::create(const char* path) {
+    close();
+    m_identity = FileIdentity();
+    return take(openNew(path));
+}
+
+int RandomAccessFile::reopen(const char* path) {
+    close();
+    return take(openOld(path));
+}
+
+int RandomAccessFile::take(std::intptr_t handle) {
+    FileIdentity found;
+    if (handle == kNone)
+        return lastError();
+    int error = identify(handle, found) ? 0 : lastError();
+    if (error == 0 && m_identity != FileIdentity() && found != m_identity)
+        error = ENOENT;
+    if (error != 0) {
+        closeNative(handle);
+        return error;
+    }
+    m_handle = handle;
+    m_identity = found;
     return 0;
 }
 
 void RandomAccessFile::close() {
     // A descriptor that is another file's by now is left to its owner.
     if (isOpen())
-        ::close(static_cast<int>(m_handle));
+        closeNative(m_handle);
     m_handle = kNone;
 }
-
-#endif
 
 } // namespace Quorvex::platform

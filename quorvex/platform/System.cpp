@@ -1,13 +1,13 @@
 #include "quorvex/platform/System.h"
 
+#include "quorvex/platform/Files.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
 
 #if defined(_WIN32)
-#include "quorvex/platform/Files.h"
-
 #include <atomic>
 #include <cstdio>
 #include <fcntl.h>
@@ -22,6 +22,7 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -83,6 +84,12 @@ std::string defaultTemporaryDirectory() {
     return {};
 }
 
+std::string absolutePath(const std::string& path) {
+    char absolute[MAX_PATH];
+    const DWORD size = GetFullPathNameA(path.c_str(), sizeof absolute, absolute, nullptr);
+    return size == 0 || size >= sizeof absolute ? path : std::string(absolute, size);
+}
+
 int openError(const char* path) {
     // Directories are said to deny access.
     const int error = errno;
@@ -95,28 +102,6 @@ void makeStandardStreamsBinary() {
         _setmode(_fileno(stream), _O_BINARY);
 }
 
-void* mapFile(const char* path, std::size_t size, int& error) {
-    const HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    void* memory = nullptr;
-    if (file != INVALID_HANDLE_VALUE) {
-        // Memory, mapping and file each keep what they stand on alive.
-        const HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READWRITE, 0, 0, nullptr);
-        if (mapping) {
-            memory = MapViewOfFile(mapping, FILE_MAP_WRITE, 0, 0, size);
-            CloseHandle(mapping);
-        }
-        CloseHandle(file);
-    }
-    if (!memory)
-        error = lastError();
-    return memory;
-}
-
-void unmapFile(void* memory, std::size_t) {
-    UnmapViewOfFile(memory);
-}
-
 void* allocatePages(std::size_t size) {
     return VirtualAlloc(nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
 }
@@ -125,9 +110,10 @@ void freePages(void* memory, std::size_t) {
     VirtualFree(memory, 0, MEM_RELEASE);
 }
 
-void tellUser(const std::string& line) {
+void tellUser(std::initializer_list<std::string_view> parts) {
     DWORD written = 0;
-    WriteFile(GetStdHandle(STD_ERROR_HANDLE), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    for (const std::string_view part : parts)
+        WriteFile(GetStdHandle(STD_ERROR_HANDLE), part.data(), static_cast<DWORD>(part.size()), &written, nullptr);
 }
 
 // Nothing interrupts a thread here.
@@ -217,29 +203,18 @@ std::string defaultTemporaryDirectory() {
     return directory.empty() ? "/tmp" : directory;
 }
 
+std::string absolutePath(const std::string& path) {
+    char directory[4096];
+    if (path.starts_with('/') || !getcwd(directory, sizeof directory))
+        return path;
+    return std::string(directory) + (path == "." ? "" : "/" + path);
+}
+
 int openError(const char*) {
     return errno;
 }
 
 void makeStandardStreamsBinary() {}
-
-void* mapFile(const char* path, std::size_t size, int& error) {
-    const int file = open(path, O_RDWR | O_CLOEXEC);
-    void* memory = MAP_FAILED;
-    if (file >= 0)
-        memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    if (memory == MAP_FAILED) {
-        error = errno;
-        memory = nullptr;
-    }
-    if (file >= 0)
-        close(file); // the memory stays
-    return memory;
-}
-
-void unmapFile(void* memory, std::size_t size) {
-    munmap(memory, size);
-}
 
 void* allocatePages(std::size_t size) {
     void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -250,8 +225,17 @@ void freePages(void* memory, std::size_t size) {
     munmap(memory, size);
 }
 
-void tellUser(const std::string& line) {
-    [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
+void tellUser(std::initializer_list<std::string_view> parts) {
+    iovec all[8];
+    int count = 0;
+    for (const std::string_view part : parts) {
+        if (count < 8)
+            all[count++] = {const_cast<char*>(part.data()), part.size()};
+    }
+    const Uninterrupted quiet;
+    const SignalOfWrite nobodyReads(SIGPIPE);
+    if (writev(STDERR_FILENO, all, count) < 0)
+        nobodyReads.takenBack(errno, EPIPE);
 }
 
 Uninterrupted::Uninterrupted() : m_errno(errno) {

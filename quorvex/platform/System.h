@@ -6,7 +6,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 namespace Quorvex::platform {
 
@@ -35,21 +37,20 @@ QUORVEX_API void makeStandardStreamsBinary();
 
 /// The system's text for one of its error numbers (errno), as in "Permission denied".
 QUORVEX_API std::string errorText(int error);
+/// The path from the root of the file system, for a program that may change its working directory; as it is where that
+/// cannot be told.
+QUORVEX_API std::string absolutePath(const std::string& path);
 /// Why a file could not be opened just now (errno); for a directory always EISDIR.
 QUORVEX_API int openError(const char* path);
-
-/// The first `size` bytes of an existing file, as memory that is shared with it: what is stored there is in the file,
-/// whatever becomes of the process. The file must be that long, and stay so. Null with the system's error number.
-QUORVEX_API void* mapFile(const char* path, std::size_t size, int& error);
-QUORVEX_API void unmapFile(void* memory, std::size_t size); ///< gives back what mapFile gave
 
 /// Zeroed memory straight from the system, whole pages, and back to it. Null when there is none. Neither uses the
 /// allocator of the program, so they may be called where that was interrupted.
 QUORVEX_API void* allocatePages(std::size_t size);
 QUORVEX_API void freePages(void* memory, std::size_t size); ///< gives back what allocatePages gave
 
-/// Puts a line on the standard error of the process, past all buffers.
-QUORVEX_API void tellUser(const std::string& line);
+/// Puts a line, given in up to eight parts, on the standard error of the process, past all buffers. Nothing comes of it
+/// where that fails. May be called in a signal handler.
+QUORVEX_API void tellUser(std::initializer_list<std::string_view> parts);
 
 /// While it lives, no signal handler of the program runs in this thread and the thread is not cancelled; both happen
 /// afterwards. Afterwards the thread finds its error number (errno and the like) as it was. Signals that a fault in the

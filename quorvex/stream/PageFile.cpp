@@ -1,6 +1,7 @@
 #include "quorvex/stream/PageFile.h"
 
 #include "quorvex/packets/TraceControlPackets.h"
+#include "quorvex/platform/RandomAccessFile.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceAutoBuffer.h"
@@ -83,17 +84,21 @@ PageFile::~PageFile() {
 bool PageFile::create(const std::string& trace) {
     close();
     m_path = pathFor(trace);
-    errno = 0;
-    // One that is there may still be some process's memory: it is not written, but taken out of the way.
-    std::remove(m_path.c_str());
+    platform::RandomAccessFile file;
+    m_error = file.create(m_path.c_str());
+    if (m_error != 0) {
+        m_path.clear();
+        return false;
+    }
     // Written rather than just made long: a full disk must fail here, where it can be told, and not in a store.
-    std::ofstream file(m_path, std::ios::binary | std::ios::trunc);
-    const std::vector<char> zeros(sizeof(Shared));
-    file.write(zeros.data(), static_cast<std::streamsize>(zeros.size()));
-    file.close();
-    m_error = file ? 0 : errno ? errno : EIO;
-    if (file && open(platform::mapFile(m_path.c_str(), sizeof(Shared), m_error)))
+    void* const zeros = platform::allocatePages(sizeof(Shared));
+    unsigned written = 0;
+    m_error = zeros ? file.write(static_cast<const char*>(zeros), sizeof(Shared), 0, written) : ENOMEM;
+    if (zeros)
+        platform::freePages(zeros, sizeof(Shared));
+    if (m_error == 0 && open(file.map(sizeof(Shared), m_error)))
         return true;
+    file.close();
     std::remove(m_path.c_str());
     m_path.clear();
     return false;
@@ -191,7 +196,7 @@ void PageFile::moved(unsigned fill) {
 
 void PageFile::unmap() {
     if (m_shared && isShared())
-        platform::unmapFile(m_shared, sizeof(Shared));
+        platform::RandomAccessFile::unmap(m_shared, sizeof(Shared));
     else if (m_shared)
         platform::freePages(m_shared, sizeof(Shared));
     m_shared = nullptr;

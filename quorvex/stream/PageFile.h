@@ -29,7 +29,8 @@ public:
     ~PageFile();
 
     /// Makes the file, all zeros, so that the disk has room for all of it from now on. False with error() set, an error
-    /// number of the system (errno), and nothing left behind.
+    /// number of the system (errno), and nothing left behind; EEXIST where anything has its name, which may be memory
+    /// of some process. To be called where no signal handler can come between.
     bool create(const std::string& trace);
     /// The same in plain memory.
     bool create();
@@ -49,9 +50,9 @@ public:
     /// trace and not to another one of the same name.
     void identify();
 
-    /// Room for a packet, with its texts, beside the page; null when there is none. To be followed by finish(). A signal
-    /// handler that interrupts either may do the same for another packet, and may end the process. `tick` is the counter
-    /// as the room was taken: a packet that stands behind another has no earlier one.
+    /// Room for a packet, with its texts, beside the page; null when there is none. To be followed by finish(). A
+    /// signal handler that interrupts either may do the same for another packet, and may end the process. `tick` is the
+    /// counter as the room was taken: a packet that stands behind another has no earlier one.
     char* reserve(unsigned size, std::uint64_t& tick);
     /// The packet stands in its room; `whole` is false when it does not and the room is to be forgotten.
     void finish(char* room, bool whole);

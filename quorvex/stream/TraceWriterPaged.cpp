@@ -6,8 +6,8 @@
 #include "quorvex/packets/TraceControlPackets.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
-#include <string>
 
 namespace Quorvex {
 
@@ -19,10 +19,6 @@ constexpr unsigned kLargestPacket = CPacketHeader::Len() + 255; ///< without the
 bool isOrdinary(tagTCode code) {
     const KindFacts& kind = factsOf(code);
     return kind.text == TextSort::None && kind.role != Role::Structure && code != CharString;
-}
-
-std::string counts(const char* text, unsigned written, unsigned requested) {
-    return text + (" (" + std::to_string(written)) + "/" + std::to_string(requested) + ").";
 }
 
 bool fitsNoPage(unsigned size, const CContexts& restated) {
@@ -73,7 +69,7 @@ bool CTraceWriterPaged::breakPage() {
 
 bool CTraceWriterPaged::fill() {
     if (!pages::end(m_page, m_fill)) {
-        logError("CTraceWriterPaged::fill(): Not enough space to emit a packet!");
+        report("CTraceWriterPaged::fill(): Not enough space to emit a packet!");
         return false;
     }
     m_fill = kPageSize;
@@ -81,24 +77,29 @@ bool CTraceWriterPaged::fill() {
 }
 
 bool CTraceWriterPaged::handOver(const char* operation, unsigned& written) {
-    const auto where = [operation](const std::string& text) {
-        return std::string("CTraceWriterPaged::") + operation + "(): " + text;
-    };
     const unsigned requested = m_fill - m_written;
     const std::uint64_t position = m_base + m_written;
     written = 0;
     const bool done = m_target->write(at(m_written), requested, position, written);
     if (!m_frame.inPage && m_frame.overlaps(position, position + std::min(written, requested)))
         m_frame = OpenFrame(); // written over
-    if (!done)
-        logError(where("Failed to flush buffer to trace output."));
-    else if (written > requested)
-        logError(where(counts("Wrote more to output than requested", written, requested)));
-    else if (written < requested)
-        logError(where(counts("Buffer was only partially written to trace output", written, requested)));
-    else
+    if (done && written == requested)
         return true;
+    // In an array: this may be in a signal handler that has interrupted the program's allocator.
+    char text[160];
+    if (!done)
+        std::snprintf(text, sizeof text, "CTraceWriterPaged::%s(): Failed to flush buffer to trace output.", operation);
+    else
+        std::snprintf(text, sizeof text, "CTraceWriterPaged::%s(): %s (%u/%u).", operation,
+                      written > requested ? "Wrote more to output than requested"
+                                          : "Buffer was only partially written to trace output",
+                      written, requested);
+    report(text);
     return false;
+}
+
+void CTraceWriterPaged::report(const char* text) {
+    logError(text);
 }
 
 bool CTraceWriterPaged::overflow_flush() {
@@ -135,7 +136,7 @@ bool CTraceWriterPaged::insertSync() {
         const unsigned written = m_contexts.writeSync(sort, at(m_fill), remain());
         m_fill += written;
         if (written == 0) {
-            logError(failure);
+            report(failure);
             return false;
         }
     }
@@ -201,24 +202,34 @@ bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* n
     const unsigned size = packet->StreamSize();
     bool broke = false;
     if (fitsNoPage(size, m_contexts) || !check_fill(size, broke)) {
-        logError(noRoom);
+        report(noRoom);
         return false;
     }
     if (!process(packet))
-        logError(notChecked);
+        report(notChecked);
     const unsigned written = packet->write(at(m_fill), remain());
     m_fill += written;
     return written != 0;
 }
 
-bool CTraceWriterPaged::append(const char* packet, unsigned size) {
+char* CTraceWriterPaged::claim(unsigned size) {
     bool broke = false;
+    return !fitsNoPage(size, m_contexts) && check_fill(size, broke) ? at(m_fill) : nullptr;
+}
+
+void CTraceWriterPaged::commit(unsigned size) {
     CPacketHeader header;
-    if (!header.read(packet, size) || fitsNoPage(size, m_contexts) || !check_fill(size, broke))
-        return false;
-    std::memcpy(at(m_fill), packet, size);
+    header.read(at(m_fill), size);
     process(header);
     m_fill += size;
+}
+
+bool CTraceWriterPaged::append(const char* packet, unsigned size) {
+    char* const room = size < CPacketHeader::Len() ? nullptr : claim(size);
+    if (!room)
+        return false;
+    std::memcpy(room, packet, size);
+    commit(size);
     return true;
 }
 
@@ -314,7 +325,7 @@ bool CTraceWriterPaged::put(CTraceSourceBuffer& source) {
     std::uint64_t position = 0;
     while (position < total) {
         if (const char* failure = copyChunk(source, position, total)) {
-            logError(failure);
+            report(failure);
             return false;
         }
     }

@@ -88,8 +88,14 @@ protected:
     bool process(CPacket* packet);
     /// The same for a packet whose bytes already stand there.
     bool process(CPacketHeader& header);
+    /// Room for the bytes of a packet with those of its texts, to be filled and then written by commit(); null where
+    /// put() would refuse a packet of that size.
+    char* claim(unsigned size);
+    void commit(unsigned size); ///< writes the packet whose bytes stand where claim() told
     /// Writes a packet that is given as its bytes, with those of its texts behind them. False as put().
     bool append(const char* packet, unsigned size);
+    /// Tells the message log of a failure.
+    virtual void report(const char* text);
 
     /// The trace-enabled packet that waits for its frame length.
     struct OpenFrame : detail::OpenFrame {

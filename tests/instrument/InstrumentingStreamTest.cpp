@@ -117,9 +117,11 @@ TEST(InstrumentingStream, GivesEveryThreadAFileThatHoldsJustWhatItRecorded) {
         const char* program;
         unsigned files; ///< 0: any number
     } cases[] = {{"threads", 3},
-                 {"shortLived", 0},                // goes on in the file of a thread whose number is given again
+                 {"shortLived", 0},                // may go on in the file of a thread whose number is given again
+                 {"resumed", 2},                   // does
                  {"forkedWithThreads", 1 + 3 * 2}, // the parent's files are left alone in a child
                  {"forkedWhileBusy", 2 + 3},
+                 {"forkedWhileInterrupted", 1},
                  {"execed", 0},
                  {"closing", 0}, // opens its files again that the program has closed
                  {"late", 0},    // is gone for static objects that are destroyed late
@@ -137,6 +139,7 @@ TEST(InstrumentingStream, GivesEveryThreadAFileThatHoldsJustWhatItRecorded) {
                 continue;
             expectTraces(run, true);
             EXPECT_TRUE(files == 0 || run.traces().size() == files);
+            EXPECT_TRUE(run.directory.files(".page").empty());
         }
     }
 }
@@ -166,6 +169,10 @@ TEST(InstrumentingStream, TellsOnceWhatItCannotRecord) {
         {"unwritable", longName.c_str(), "", ": longer than 260 characters; nothing is recorded there"},
         {"full", "sub", "", "; this thread is not recorded any further"}, // for a full disk, or a limit of the process
         {"full", "sub", "mapped,quiet", ""},
+        {"limitedFiles", "sub", "", ": File too large; this thread is not recorded any further"},
+        {"limitedFiles", "sub", "mapped", "Cannot record in mode mapped: File too large; recording as usual."},
+        {"unheard", "/nonexistent/directory", "", nullptr},
+        {"displaced", ".", "", nullptr},
         {"off", ".", "off", ""},
         {"unknownMode", ".", "mmap", nullptr},
     };
@@ -227,6 +234,16 @@ TEST(InstrumentingStream, HoldsWhatWasRecordedInAnOddPlace) {
             }
         }
     }
+}
+
+TEST(InstrumentingStream, LosesNothingOfATraceThatGoesOnBehindItsEndAndIsCut) {
+    const Recording run("resumed", {{"QVX_TRACEMODE", "mapped"}, {"EXIT", "1"}});
+    if (run.status == kNotHere)
+        GTEST_SKIP() << "no number of a thread is given again when it is asked for";
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.told.size(), 2U);
+    for (const auto& [thread, enters] : run.told)
+        EXPECT_EQ(Trace(run.directory.path("thread_" + std::to_string(thread) + ".qvx")).enters, enters);
 }
 
 TEST(InstrumentingStream, NeverReplacesATrace) {

@@ -10,9 +10,11 @@
 
 namespace Quorvex::test {
 bool g_recordNew = false;
-}
+std::atomic<unsigned> g_allocations{0};
+} // namespace Quorvex::test
 
 void* operator new(std::size_t size) {
+    ++Quorvex::test::g_allocations;
     if (Quorvex::test::g_recordNew) {
         QUORVEX_TRACE_SCOPE("operator new");
         if (void* memory = std::malloc(size))
@@ -23,8 +25,10 @@ void* operator new(std::size_t size) {
     throw std::bad_alloc();
 }
 void operator delete(void* memory) noexcept {
+    ++Quorvex::test::g_allocations;
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
+    ++Quorvex::test::g_allocations;
     std::free(memory);
 }

@@ -75,6 +75,54 @@ int shortLived() {
     return 0;
 }
 
+unsigned setting(const char* name) {
+    const std::string value = Quorvex::platform::environment(name);
+    return value.empty() ? 0 : static_cast<unsigned>(std::stoul(value));
+}
+
+/// A thread that goes on when its trace is complete, in another working directory. With EXIT, the program ends then
+/// without completing anything.
+int resumed() {
+    recordAndTell(1); // so that what comes at the thread's end comes behind the library
+    bool here = false;
+    std::thread([&here] {
+        recordAndTell(3);
+        for (unsigned id = 1; id < 100; ++id)
+            CQVXInstrumentingStream::get_Instance()->FunctionDefine("one of many", Quorvex::test::kFirstNumber + id);
+        std::filesystem::current_path("sub");
+        here = Quorvex::test::atThreadEnd([] {
+            auto* stream = CQVXInstrumentingStream::get_Instance();
+            const unsigned before = Quorvex::test::g_allocations;
+            for (unsigned id = 1; id < 100; ++id)
+                stream->FunctionDefine("one of many", Quorvex::test::kFirstNumber + id);
+            if (Quorvex::test::g_allocations != before)
+                std::_Exit(1);
+            recordAndTell(4);
+            if (setting("EXIT") != 0)
+                std::_Exit(0);
+        });
+    }).join();
+    return here ? 0 : Quorvex::test::kNotHere;
+}
+
+/// The same, but another file has the name of the trace by then: that is not written, nor kept open.
+int displaced() {
+    record(1);
+    const std::size_t open = Quorvex::test::openFiles();
+    bool here = false;
+    static bool refused = false;
+    std::thread([&here] {
+        record(3);
+        const std::string path = CQVXInstrumentingStream::get_Instance()->path();
+        std::filesystem::rename(path, path + ".old");
+        std::fclose(std::fopen(path.c_str(), "wb"));
+        here = Quorvex::test::atThreadEnd([] { refused = !CQVXInstrumentingStream::get_Instance()->good(); });
+    }).join();
+    if (!here)
+        return Quorvex::test::kNotHere;
+    return refused && Quorvex::test::openFiles() == open ? 0 : 1;
+}
+
 int running() {
     static std::atomic<unsigned> started{0};
     for (unsigned i = 0; i < 4; ++i)
@@ -128,6 +176,14 @@ int forkedWhileBusy() {
     return result;
 }
 
+/// Forks while a signal handler records so much that pages are written.
+int forkedWhileInterrupted() {
+    if (!Quorvex::test::interruptForks([] { recordAndTell(10'000); }))
+        return Quorvex::test::kNotHere;
+    recordAndTell(1);
+    return Quorvex::test::fork([] { std::_Exit(0); }, [] {});
+}
+
 int execed() {
     recordAndTell(5);
     return Quorvex::test::fork([] { std::_Exit(0); }, [] {}); // ends without completing anything
@@ -154,15 +210,33 @@ int unwritable() {
     return messages == 2 && !stream->good() && stream->refused() == 202 ? 0 : 3;
 }
 
+/// Where files may not grow: that ends no program and takes no memory, and the log gets to know of it later.
+int limitedFiles() {
+    if (!Quorvex::test::limitFiles(100'000))
+        return Quorvex::test::kNotHere;
+    tellErrors();
+    auto* stream = CQVXInstrumentingStream::get_Instance();
+    const std::string name(2000, 'x');
+    const unsigned before = Quorvex::test::g_allocations;
+    stream->FunctionDefine(name.c_str(), 1);
+    while (stream->FunctionEnter(1)) {
+    }
+    if (Quorvex::test::g_allocations != before)
+        return 1;
+    const unsigned messages = CMessageQueue::g_Instance->size();
+    stream->flush();
+    return CMessageQueue::g_Instance->size() == messages + 1 ? 0 : 2;
+}
+
+/// Where nobody reads what is said on standard error.
+int unheard() {
+    return Quorvex::test::tellNobody() ? CQVXInstrumentingStream::get_Instance()->good() : Quorvex::test::kNotHere;
+}
+
 int off() {
     tellErrors();
     record(3);
     return CQVXInstrumentingStream::get_Instance() ? 1 : 0;
-}
-
-unsigned setting(const char* name) {
-    const std::string value = Quorvex::platform::environment(name);
-    return value.empty() ? 0 : static_cast<unsigned>(std::stoul(value));
 }
 
 /// What the loop and the handlers have recorded. A number is one too small for a moment.
@@ -408,6 +482,7 @@ int limited() {
     unsigned taken = 0;
     while (taken < 50'000 && stream->put(Quorvex::test::numberedPacket(taken).get()))
         ++taken;
+    stream->flush(); // puts what has failed into the log
     if (taken == 50'000 || stream->good() || stream->put(Quorvex::test::numberedPacket(0).get()))
         return 1;
     std::filesystem::copy_file(stream->path(), "left");
@@ -478,7 +553,9 @@ int main(int argc, char** argv) {
            QUORVEX_RUN(forkedWhileBusy) QUORVEX_RUN(execed) QUORVEX_RUN(unwritable) QUORVEX_RUN(full)
            QUORVEX_RUN(endless) QUORVEX_RUN(limited) QUORVEX_RUN(unknownMode) QUORVEX_RUN(seeking)
            QUORVEX_RUN(nothing) QUORVEX_RUN(off) QUORVEX_RUN(interrupted) QUORVEX_RUN(allocating)
-           QUORVEX_RUN(cancelled) QUORVEX_RUN(replaced) QUORVEX_RUN(many) QUORVEX_RUN(closing)
+           QUORVEX_RUN(cancelled) QUORVEX_RUN(replaced) QUORVEX_RUN(many) QUORVEX_RUN(resumed)
+           QUORVEX_RUN(displaced) QUORVEX_RUN(forkedWhileInterrupted) QUORVEX_RUN(limitedFiles) QUORVEX_RUN(unheard)
+           QUORVEX_RUN(closing)
            QUORVEX_RUN(stuck) QUORVEX_RUN(twice) QUORVEX_RUN(late) 100;
     // clang-format on
 #undef QUORVEX_RUN

@@ -217,6 +217,17 @@ TEST(PageFile, TellsWhyItCannotBeMade) {
     EXPECT_TRUE(page.create(directory.path("trace")));
     page.remove();
     EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+    // What is there already, and what a link leads to, is left alone.
+    writeFile(directory.path("file.page"), "whose");
+    std::error_code noLinks;
+    std::filesystem::create_symlink("file.page", directory.path("link.page"), noLinks);
+    for (const char* name : {"file", "link"}) {
+        if (noLinks && name == std::string("link"))
+            continue;
+        EXPECT_FALSE(page.create(directory.path(name)));
+        EXPECT_EQ(page.error(), EEXIST);
+    }
+    EXPECT_EQ(directory.content("file.page"), "whose");
 }
 
 } // namespace

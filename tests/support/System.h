@@ -29,6 +29,11 @@ bool runAndKill(const Program& program, const std::function<bool()>& enough);
 /// Leaves the calling process only so many bytes of room for files in a directory. False where that cannot be done.
 bool limitSpace(const std::string& directory, std::uint64_t bytes);
 
+/// Keeps the files of the calling process from growing beyond that. False where that cannot be done.
+bool limitFiles(std::uint64_t bytes);
+/// Has standard error go to a pipe that nobody reads. False where that cannot be done.
+bool tellNobody();
+
 /// Whether there is a shell, for tests in which other programs read what ours write, and processes fork.
 bool isPosix();
 /// Whether there is a device that every write to fails because it is full: /dev/full.
@@ -42,6 +47,9 @@ int fork(const std::function<void()>& inChild, const std::function<void()>& inPa
 /// ended it; true also where threads are not ended in that way.
 bool endsThread(void (*step)(void (*end)()));
 
+/// Calls `step` when the calling thread ends, behind all that the library does then. False where that cannot be had.
+bool atThreadEnd(void (*step)());
+
 /// Becomes another program, as a shell's exec does. Comes back where that cannot be done.
 void become(const std::string& program, const std::vector<std::string>& arguments);
 
@@ -51,6 +59,10 @@ bool runCancelled(const std::function<void()>& work, const std::function<bool()>
 /// Calls `handler` in a signal handler of the thread that runs, every so many microseconds of time, until it is called
 /// with null. False where there are no such handlers.
 bool interruptEvery(unsigned microseconds, void (*handler)());
+
+/// Calls `handler` in a signal handler of each thread that forks, as late before the fork as can be: where that is held
+/// off by what is asked for later, afterwards in the parent. False where processes do not fork.
+bool interruptForks(void (*handler)());
 
 /// Calls `handler` in a signal handler that comes behind the n-th instruction of `work`; `came` is false when `work` has
 /// fewer. False, with nothing called, where programs do not run in such steps.

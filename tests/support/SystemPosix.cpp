@@ -59,9 +59,18 @@ bool limitSpace(const std::string& directory, std::uint64_t bytes) {
         mount("tmpfs", directory.c_str(), "tmpfs", 0, size.c_str()) == 0)
         return true;
 #endif
-    const rlimit limit{static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
     std::signal(SIGXFSZ, SIG_IGN);
+    return limitFiles(bytes);
+}
+
+bool limitFiles(std::uint64_t bytes) {
+    const rlimit limit{static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
     return setrlimit(RLIMIT_FSIZE, &limit) == 0;
+}
+
+bool tellNobody() {
+    int ends[2];
+    return pipe(ends) == 0 && dup2(ends[1], STDERR_FILENO) >= 0 && close(ends[0]) == 0 && close(ends[1]) == 0;
 }
 
 bool isPosix() {
@@ -94,6 +103,14 @@ bool endsThread(void (*step)(void (*end)())) {
            result == PTHREAD_CANCELED;
 }
 
+bool atThreadEnd(void (*step)()) {
+    // The destructors of keys come in the order in which the keys were made.
+    static void (*called)() = nullptr;
+    called = step;
+    pthread_key_t key;
+    return pthread_key_create(&key, [](void*) { called(); }) == 0 && pthread_setspecific(key, &called) == 0;
+}
+
 void become(const std::string& program, const std::vector<std::string>& arguments) {
     std::vector<char*> all{const_cast<char*>(program.c_str())};
     for (const std::string& argument : arguments)
@@ -117,19 +134,30 @@ bool runCancelled(const std::function<void()>& work, const std::function<bool()>
 }
 
 namespace {
-void (*g_handler)() = nullptr;
-}
 
-bool interruptEvery(unsigned microseconds, void (*handler)()) {
+void (*g_handler)() = nullptr;
+
+void handleAlarm(void (*handler)()) {
     if (handler)
         g_handler = handler;
     struct sigaction action {};
     action.sa_handler = [](int) { g_handler(); };
     action.sa_flags = SA_RESTART;
     sigaction(SIGALRM, &action, nullptr);
+}
+
+} // namespace
+
+bool interruptEvery(unsigned microseconds, void (*handler)()) {
+    handleAlarm(handler);
     const suseconds_t period = handler ? static_cast<suseconds_t>(microseconds) : 0;
     const itimerval timer{{0, period}, {0, period}};
     return setitimer(ITIMER_REAL, &timer, nullptr) == 0;
+}
+
+bool interruptForks(void (*handler)()) {
+    handleAlarm(handler);
+    return pthread_atfork([] { raise(SIGALRM); }, nullptr, nullptr) == 0;
 }
 
 #if defined(__linux__) && defined(__x86_64__) && !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)

@@ -97,6 +97,22 @@ bool interruptEvery(unsigned, void (*)()) {
     return false;
 }
 
+bool atThreadEnd(void (*)()) {
+    return false;
+}
+
+bool limitFiles(std::uint64_t) {
+    return false;
+}
+
+bool tellNobody() {
+    return false;
+}
+
+bool interruptForks(void (*)()) {
+    return false;
+}
+
 bool interruptAt(unsigned, const std::function<void()>&, void (*)(), bool&) {
     return false;
 }
