@@ -18,6 +18,7 @@
 #include <io.h>
 #include <winbase.h>
 #else
+#include <poll.h>
 #include <unistd.h>
 #endif
 
@@ -356,6 +357,12 @@ bool OutputFile::write(const char* bytes, std::size_t size) {
         const ssize_t written = ::write(m_descriptor, bytes, std::min(size, kMostBytes));
         if (written < 0 && errno == EINTR)
             continue;
+        if (written < 0 && errno == EAGAIN) {
+            // Another process has set what they share not to wait.
+            pollfd room{m_descriptor, POLLOUT, 0};
+            poll(&room, 1, -1);
+            continue;
+        }
         if (written < 0)
             return failed();
         bytes += written;

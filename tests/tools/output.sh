@@ -167,6 +167,9 @@ run 1 kinds -o /dev/fd/7 7<kinds
 run 1 kinds >&-
 says 'standard output: Bad file descriptor'
 "$qvx" convert trace -o whole 2>&- && cmp trace whole || fail 'messages without a place get into the file'
+"$qvx" kinds --format html >page
+perl -MFcntl -e 'fcntl(STDOUT, F_SETFL, O_WRONLY | O_NONBLOCK); exec @ARGV' "$qvx" kinds --format html 2>err |
+    (sleep 0.2 && cat) | cmp page - && [ ! -s err ] || { cat err; fail 'a pipe that another process has set not to wait'; }
 exec 8<>fifo 9>fifo 8>&- # nobody reads
 env --default-signal=PIPE "$qvx" kinds >&9 2>err
 [ $? -eq $((128 + 13)) ] && [ ! -s err ] || { cat err; fail 'a pipe without a reader'; }
@@ -176,7 +179,8 @@ exec 9>&-
 fresh
 
 # What fails, fails with the reason and leaves nothing.
-(ulimit -f 1 && attempt 1 'new: File too large' '' kinds --format html -o new)
+(ulimit -f 1 && "$qvx" kinds --format html -o new 2>../err)
+[ $? -eq 1 ] && grep -qF 'new: File too large' ../err && [ "$(state)" = "$before" ] || { cat ../err; fail 'a limit for files'; }
 if (unshare -m true) 2>/dev/null; then
     mkdir ../small
     unshare -m sh -c 'mount -t tmpfs -o size=8k none "$0" 2>/dev/null || exit 77
