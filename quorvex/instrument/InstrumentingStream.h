@@ -42,15 +42,18 @@ struct RecordingSink {
 /// - A program that ends while threads run completes all files. From then on those threads' streams refuse packets, and
 ///   get_Instance() returns null. Threads that are in the middle of a packet are waited for, all together at most
 ///   kExitWait_ms.
-/// - A forked child leaves its parent's files alone and records to files of its own.
+/// - A forked child leaves its parent's files alone and records to files of its own. Signals of the forking thread wait
+///   until the fork is done.
 /// - A signal handler may record, also while its thread is in the middle of recording: such packets come into the trace
 ///   when that is done. Where there is no room for them until then they are refused, and a message in the trace tells
 ///   how many. A handler may also end the program by exit(), or the thread. Only the first call of get_Instance() in a
-///   thread takes memory from the program's allocator; where a handler may be the first to record in a thread, call it
-///   there before. What put(CTraceSourceBuffer&) and seekp() ask for is refused inside another recording. A handler
-///   that leaves what it has interrupted by a jump may leave its thread without a recording.
+///   thread uses the program's allocator; where a handler may be the first to record in a thread, call it there before.
+///   Excepted are forward() of a list, which releases its packets, a packet that no page can hold, and flush() behind a
+///   write that has failed. Lists, what put(CTraceSourceBuffer&) and what seekp() ask for are refused inside another
+///   recording. A handler that leaves what it has interrupted by a jump may leave its thread without a recording.
 /// - Where the file cannot be opened or written, that is said in one line on standard error, once in a process, and in
-///   the message log. The stream refuses packets from then on, and what it has refused is counted.
+///   the message log; there a failed write is told by the next flush(), or when the trace is closed. The stream refuses
+///   packets from then on, and what it has refused is counted.
 /// - A program that is killed or crashes leaves of each trace the pages that were full, and what was flushed.
 /// - The recording thread finds errno as it was. It is not cancelled inside a write.
 ///
@@ -71,13 +74,18 @@ public:
 
     ~CQVXInstrumentingStream() override;
 
-    /// Announces a function; only the first call for an id writes, or one inside another recording.
+    // These and put() are false when they were refused: nothing is open, a write has failed, the trace is completed, or
+    // there was no room. Those are counted by refused().
+
+    /// Announces a function; only the first call for an id writes, or one inside another recording. An id counts as
+    /// announced also when its packet was refused. The name is copied; null is an empty one.
     bool FunctionDefine(const char* name, unsigned id);
     /// Record that the thread enters or leaves a function now. Unlike a packet that is made of Context() and put, they
-    /// cannot come behind one that a signal handler records later.
+    /// cannot come behind one that a signal handler records later, nor can those of handlers that interrupt each other.
     bool FunctionEnter(unsigned id);
     bool FunctionLeave(unsigned id); ///< the counterpart of FunctionEnter
-    /// Where and when the caller is: the counter now, the processor now, this thread.
+    /// Where and when the caller is: the counter now, the processor now, this thread. It holds until the next call in
+    /// the thread, also one by a signal handler.
     const CCoreContext& Context();
     /// The processor that the caller runs on now.
     unsigned HWCtx() const { return HWCtxId(); }
@@ -93,7 +101,7 @@ public:
 
     /// Path of the trace file, also of one that could not be opened.
     const std::string& path() const { return m_file.path(); }
-    /// The system's error number of the open or write that failed; 0 when none has.
+    /// The system's error number (errno) of the last open or write; 0 when it went well.
     int error() const { return m_file.error(); }
     /// Packets refused so far.
     std::uint64_t refused() const { return m_refused.load(std::memory_order_relaxed); }
