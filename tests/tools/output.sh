@@ -167,9 +167,11 @@ run 1 kinds -o /dev/fd/7 7<kinds
 run 1 kinds >&-
 says 'standard output: Bad file descriptor'
 "$qvx" convert trace -o whole 2>&- && cmp trace whole || fail 'messages without a place get into the file'
-"$qvx" kinds --format html >page
-perl -MFcntl -e 'fcntl(STDOUT, F_SETFL, O_WRONLY | O_NONBLOCK); exec @ARGV' "$qvx" kinds --format html 2>err |
-    (sleep 0.2 && cat) | cmp page - && [ ! -s err ] || { cat err; fail 'a pipe that another process has set not to wait'; }
+# More than a pipe takes at once.
+cp trace ../big && for _ in $(seq 12); do cat ../big ../big >../bigger && mv ../bigger ../big; done
+"$qvx" dump ../big >rows
+perl -MFcntl -e 'fcntl(STDOUT, F_SETFL, O_WRONLY | O_NONBLOCK); exec @ARGV' "$qvx" dump ../big 2>err |
+    (sleep 0.2 && cat) | cmp rows - && [ ! -s err ] || { cat err; fail 'a pipe that another process has set not to wait'; }
 exec 8<>fifo 9>fifo 8>&- # nobody reads
 env --default-signal=PIPE "$qvx" kinds >&9 2>err
 [ $? -eq $((128 + 13)) ] && [ ! -s err ] || { cat err; fail 'a pipe without a reader'; }
