@@ -80,47 +80,57 @@ unsigned setting(const char* name) {
     return value.empty() ? 0 : static_cast<unsigned>(std::stoul(value));
 }
 
-/// A thread that goes on when its trace is complete, in another working directory. With EXIT, the program ends then
-/// without completing anything.
-int resumed() {
-    recordAndTell(1); // so that what comes at the thread's end comes behind the library
+/// Records in a thread, then by `atEnd` when its trace is complete.
+int recordAndResume(void (*inThread)(), void (*atEnd)()) {
+    CQVXInstrumentingStream::get_Instance(); // so that what comes at the thread's end comes behind the library
     bool here = false;
-    std::thread([&here] {
-        recordAndTell(3);
-        for (unsigned id = 1; id < 100; ++id)
-            CQVXInstrumentingStream::get_Instance()->FunctionDefine("one of many", Quorvex::test::kFirstNumber + id);
-        std::filesystem::current_path("sub");
-        here = Quorvex::test::atThreadEnd([] {
-            auto* stream = CQVXInstrumentingStream::get_Instance();
-            const unsigned before = Quorvex::test::g_allocations;
-            for (unsigned id = 1; id < 100; ++id)
-                stream->FunctionDefine("one of many", Quorvex::test::kFirstNumber + id);
-            if (Quorvex::test::g_allocations != before)
-                std::_Exit(1);
-            recordAndTell(4);
-            if (setting("EXIT") != 0)
-                std::_Exit(0);
-        });
+    std::thread([=, &here] {
+        here = Quorvex::test::atThreadEnd(atEnd);
+        if (here)
+            inThread();
     }).join();
     return here ? 0 : Quorvex::test::kNotHere;
 }
 
+/// A thread that goes on in another working directory. With EXIT, the program ends then without completing anything.
+int resumed() {
+    recordAndTell(1);
+    static const auto defineMany = [] {
+        for (unsigned id = 1; id < 100; ++id)
+            CQVXInstrumentingStream::get_Instance()->FunctionDefine("one of many", Quorvex::test::kFirstNumber + id);
+    };
+    const auto inThread = [] {
+        recordAndTell(3);
+        defineMany();
+        std::filesystem::current_path("sub");
+    };
+    const auto atEnd = [] {
+        CQVXInstrumentingStream::get_Instance();
+        const unsigned before = Quorvex::test::g_allocations;
+        defineMany();
+        if (Quorvex::test::g_allocations != before)
+            std::_Exit(1);
+        recordAndTell(4);
+        if (setting("EXIT") != 0)
+            std::_Exit(0);
+    };
+    return recordAndResume(inThread, atEnd);
+}
+
 /// The same, but another file has the name of the trace by then: that is not written, nor kept open.
 int displaced() {
-    record(1);
-    const std::size_t open = Quorvex::test::openFiles();
-    bool here = false;
+    static std::size_t open = 0;
     static bool refused = false;
-    std::thread([&here] {
+    record(1);
+    open = Quorvex::test::openFiles();
+    const auto inThread = [] {
         record(3);
         const std::string path = CQVXInstrumentingStream::get_Instance()->path();
         std::filesystem::rename(path, path + ".old");
         std::fclose(std::fopen(path.c_str(), "wb"));
-        here = Quorvex::test::atThreadEnd([] { refused = !CQVXInstrumentingStream::get_Instance()->good(); });
-    }).join();
-    if (!here)
-        return Quorvex::test::kNotHere;
-    return refused && Quorvex::test::openFiles() == open ? 0 : 1;
+    };
+    const int result = recordAndResume(inThread, [] { refused = !CQVXInstrumentingStream::get_Instance()->good(); });
+    return result != 0 ? result : !refused || Quorvex::test::openFiles() != open;
 }
 
 int running() {
