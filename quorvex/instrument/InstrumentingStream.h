@@ -48,12 +48,13 @@ struct RecordingSink {
 ///   when that is done. Where there is no room for them until then they are refused, and a message in the trace tells
 ///   how many. A handler may also end the program by exit(), or the thread. Only the first call of get_Instance() in a
 ///   thread uses the program's allocator; where a handler may be the first to record in a thread, call it there before.
-///   Excepted are forward() of a list, which releases its packets, a packet that no page can hold, and flush() behind a
-///   write that has failed. Lists, what put(CTraceSourceBuffer&) and what seekp() ask for are refused inside another
-///   recording. A handler that leaves what it has interrupted by a jump may leave its thread without a recording.
+///   Excepted are forward() of a list, which releases its packets, and flush() behind a failure, which logs that.
+///   Lists, and what put(CTraceSourceBuffer&) and seekp() ask for, are refused inside another recording. A handler that
+///   leaves what it has interrupted by a jump may leave its thread without a recording.
 /// - Where the file cannot be opened or written, that is said in one line on standard error, once in a process, and in
-///   the message log; there a failed write is told by the next flush(), or when the trace is closed. The stream refuses
-///   packets from then on, and what it has refused is counted.
+///   the message log; the stream refuses packets from then on, and what it has refused is counted. Failures of an open
+///   stream, also to put a packet that no page holds, come into the log by the next flush(), or when the trace is
+///   closed; of several the first.
 /// - A program that is killed or crashes leaves of each trace the pages that were full, and what was flushed.
 /// - The recording thread finds errno as it was. It is not cancelled inside a write.
 ///
