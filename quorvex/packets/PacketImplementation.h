@@ -86,8 +86,12 @@ template <class Part> union Unmade {
     char nothing;
     Part part;
 };
-template <class Part> inline Unmade<Part> unmade;
+template <class Part> extern Unmade<Part> unmade; // there is none: an object would be destroyed at the program's end
 
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wundefined-var-template"
+#endif
 /// Whether Len() is the sum of the part's fixed fields. A part that chooses its fields by the size is not asked.
 template <class Part> constexpr bool hasItsLength() {
     if constexpr (requires(Part & part) { part.shape(0U); }) {
@@ -98,6 +102,9 @@ template <class Part> constexpr bool hasItsLength() {
         return sizer.size == Part::Len();
     }
 }
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
 
 } // namespace protocol
 

@@ -162,6 +162,8 @@ int forkAndRecord(void (*inChild)()) {
 }
 
 int forkedWithThreads() {
+    if (!Quorvex::test::isPosix())
+        return Quorvex::test::kNotHere;
     recordAndTell(2000);
     return forkAndRecord([] { std::thread(recordAndTell, 7).join(); });
 }
@@ -169,6 +171,8 @@ int forkedWithThreads() {
 /// Forks while another thread is recording. (That thread allocates nothing then, and the child starts no thread: the
 /// allocator and the threads of a checked build do not survive more.)
 int forkedWhileBusy() {
+    if (!Quorvex::test::isPosix())
+        return Quorvex::test::kNotHere;
     recordAndTell(2000);
     std::atomic<bool> started{false}, stop{false};
     std::thread busy([&] {
@@ -195,6 +199,8 @@ int forkedWhileInterrupted() {
 }
 
 int execed() {
+    if (!Quorvex::test::isPosix())
+        return Quorvex::test::kNotHere;
     recordAndTell(5);
     return Quorvex::test::fork([] { std::_Exit(0); }, [] {}); // ends without completing anything
 }
