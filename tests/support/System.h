@@ -64,8 +64,8 @@ bool interruptEvery(unsigned microseconds, void (*handler)());
 /// off by what is asked for later, afterwards in the parent. False where processes do not fork.
 bool interruptForks(void (*handler)());
 
-/// Calls `handler` in a signal handler that comes behind the n-th instruction of `work`; `came` is false when `work` has
-/// fewer. False, with nothing called, where programs do not run in such steps.
+/// Calls `handler` in a signal handler that comes behind the n-th instruction of `work`; `came` is false when `work`
+/// has fewer. False, with nothing called, where programs do not run in such steps.
 bool interruptAt(unsigned n, const std::function<void()>& work, void (*handler)(), bool& came);
 
 /// Leaves the process so many files that it may have open. False where that cannot be done.
