@@ -53,7 +53,7 @@ enum class FieldLook : std::uint8_t {
 /// What is known of a meaning.
 struct FieldFacts {
     const char* type; ///< what tables of the format call it
-    FieldLook look;
+    FieldLook look;   ///< how its numbers are shown
 };
 
 /// The facts of each meaning, in the order of FieldMeaning.
@@ -64,6 +64,7 @@ inline constexpr FieldFacts kFieldFacts[] = {
 };
 static_assert(std::size(kFieldFacts) == std::size_t(FieldMeaning::Bytes) + 1);
 
+/// What is known of a meaning.
 constexpr const FieldFacts& factsOf(FieldMeaning meaning) {
     return kFieldFacts[std::size_t(meaning)];
 }
