@@ -88,7 +88,7 @@ public:
     /// The text behind the packet: that of a message, the name of a definition; empty where there is none. Valid as
     /// long as the packet.
     std::string_view text() const;
-    /// A number of its context or payload by the name that `qvx kinds KIND` shows: field("DataAddr"). Of several of one
+    /// A number of its context or payload by the name that `qvx kinds` shows: field("DataAddr"). Of several of one
     /// name, the first; of bytes, the first eight at most, lowest first. None where the kind has no such field or it is
     /// not there, or, for ticks and addresses, not known.
     std::optional<std::uint64_t> field(std::string_view name) const;
