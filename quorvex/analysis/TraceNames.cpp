@@ -46,7 +46,7 @@ private:
     void* m_to;
 };
 
-/// What the fields refer to that hold identifiers.
+/// What the fields refer to that hold identifiers: None where that is not what their packet is about.
 struct Reference {
     std::string_view field;
     TextSort sort;
@@ -57,9 +57,12 @@ constexpr Reference kReferences[] = {
     {"FuncId", TextSort::Function},
     {"ProcId", TextSort::Process},
     {"SignalId", TextSort::Signal},
+    {"SourceState", TextSort::None},
+    {"SrcFuncId", TextSort::None},
     {"State", TextSort::State},
     {"StateMachine", TextSort::StateMachine},
     {"StateMachineInstance", TextSort::StateMachineInstance},
+    {"TargetState", TextSort::None},
     {"TgtFuncId", TextSort::Function},
     {"Transition", TextSort::Transition},
     {"TypeId", TextSort::Type},
@@ -87,17 +90,18 @@ void detail::eachNumber(const CPacket& packet, void (*take)(void*, const NumberF
 }
 
 std::optional<Subject> subjectOf(const CPacket& packet) {
-    // The first identifier tells; of a state machine, the last one, which is numbered within it. Where control comes
-    // from is something else.
+    // The first identifier tells; of a state machine, the last one, which is numbered within it.
     std::optional<Subject> subject;
     std::uint32_t machine = 0;
     eachNumber(packet, [&](const NumberField& field) {
-        const std::string_view name = field.name;
-        if (field.meaning != FieldMeaning::Id || name == "SrcFuncId")
+        if (field.meaning != FieldMeaning::Id)
             return;
         if (!subject || subject->sort == TextSort::StateMachine || isPart(subject->sort)) {
+            const std::string_view name = field.name;
             const auto* row = std::ranges::lower_bound(kReferences, name, {}, &Reference::field);
             const bool isKnown = row != std::end(kReferences) && row->field == name;
+            if (isKnown && row->sort == TextSort::None)
+                return;
             subject = {isKnown ? row->sort : TextSort::None, field.value};
             if (subject->sort == TextSort::StateMachine)
                 machine = static_cast<std::uint32_t>(field.value);
