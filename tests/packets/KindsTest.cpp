@@ -177,7 +177,7 @@ void expectComesBack(CPacket& packet, bool carry, const Context& last, const std
 TEST_P(Kinds, ComesBackFromItsRelativeForm) {
     const PacketPointer packet = make();
     const std::string name = CTCodeInfo::TCodeToName(header.TraceCode());
-    const bool isPair = CTCodeInfo::TCodeToName(tagTCode(header.TraceCode() - 0x10)) == "Rel" + name;
+    const bool isPair = CTCodeInfo::TCodeToName(tagTCode((header.TraceCode() - 0x10) & 0xFF)) == "Rel" + name;
     const std::string_view layout = CTCodeInfo::TCodeToFormat(header.TraceCode());
     const auto carries = [&](const char* context) { return isPair && layout.starts_with(context); };
     // The lowest bytes differ by 08 ^ aa and 38 ^ bb.
