@@ -25,8 +25,11 @@ bool CTraceSourceBufferStream::read(char* dst, unsigned count, unsigned& got) {
     got = 0;
     if (count == 0)
         return true;
+    const std::streamoff start = m_stream.good() ? place() : -1;
     guarded([&] { m_stream.read(dst, count); });
     got = static_cast<unsigned>(m_stream.gcount());
+    if (start >= 0)
+        m_next = start + got;
     return got != 0;
 }
 
@@ -40,17 +43,22 @@ bool CTraceSourceBufferStream::seek(std::uint64_t position) {
     const std::lock_guard lock(m_lock);
     guarded([&] {
         const std::istream::pos_type target(static_cast<std::streamoff>(position));
-        if (m_stream.tellg() != target)
-            m_stream.seekg(target);
+        if (m_stream.tellg() != target && m_stream.seekg(target))
+            m_next = target;
     });
     return true;
 }
 
-std::uint64_t CTraceSourceBufferStream::tell() {
-    const std::lock_guard lock(m_lock);
+std::int64_t CTraceSourceBufferStream::place() {
     // Not a pos_type: of a call that throws, GCC 12 leaves that half assigned.
     std::streamoff position = -1;
     guarded([&] { position = m_stream.tellg(); });
+    return position;
+}
+
+std::uint64_t CTraceSourceBufferStream::tell() {
+    const std::lock_guard lock(m_lock);
+    const std::streamoff position = place();
     return position < 0 ? 0 : static_cast<std::uint64_t>(position);
 }
 
@@ -84,7 +92,12 @@ bool CTraceSourceBufferStream::good() {
 
 void CTraceSourceBufferStream::clear() {
     const std::lock_guard lock(m_lock);
-    guarded([&] { m_stream.clear(); });
+    guarded([&] {
+        const bool isElsewhere = m_stream.bad() && m_next >= 0;
+        const std::istream::pos_type next(m_next);
+        if (!isElsewhere || m_stream.rdbuf()->pubseekpos(next, std::ios::in) == next)
+            m_stream.clear();
+    });
 }
 
 } // namespace Quorvex

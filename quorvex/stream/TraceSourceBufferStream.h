@@ -2,6 +2,7 @@
 
 #include "quorvex/stream/TraceSourceBuffer.h"
 
+#include <cstdint>
 #include <iosfwd>
 #include <mutex>
 
@@ -17,6 +18,8 @@ public:
     bool read(char* dst, unsigned count, unsigned& got) override;
     bool eof() override;
     bool good() override;
+    /// Goes back to where a read has failed, which may have moved on in the stream. Where the stream tells no places,
+    /// what that read has taken is lost.
     void clear() override;
     std::uint64_t position() override { return tell(); }
     std::uint64_t size() override;
@@ -27,7 +30,10 @@ protected:
     std::uint64_t tell();              ///< where the next byte comes from
 
 private:
+    std::int64_t place(); ///< the same; -1 where the stream does not tell
+
     std::istream& m_stream;
+    std::int64_t m_next = -1; ///< behind what the last read gave
     std::recursive_mutex m_lock;
 };
 

@@ -1,11 +1,15 @@
 // Faults at the byte layer: whatever fails, and however often, what was accepted is in the output once and in order,
 // and what is there can be read.
 
+#include "quorvex/stream/TraceSourceBufferStream.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Doubles.h"
 
 #include <gtest/gtest.h>
+
+#include <sstream>
+#include <stdexcept>
 
 namespace Quorvex::test {
 namespace {
@@ -130,6 +134,43 @@ TEST(Faults, CostTheReaderNothing) {
             for (std::size_t tries = 0; read.size() < trace.size() && tries < trace.size(); ++tries)
                 read += join(readAll(reader));
             EXPECT_TRUE(read == trace) << portion << " every " << every;
+        }
+    }
+}
+
+/// A file of which every n-th read fails when it has already taken a part.
+class FaultyFile : std::stringbuf, public std::istream {
+public:
+    FaultyFile(const std::string& bytes, unsigned every) : std::stringbuf(bytes), std::istream(this), m_every(every) {}
+
+private:
+    std::streamsize xsgetn(char* to, std::streamsize count) override {
+        const bool isFaulty = ++m_reads % m_every == 0;
+        const std::streamsize taken = std::stringbuf::xsgetn(to, isFaulty ? count / 3 : count);
+        if (isFaulty)
+            throw std::runtime_error("fault");
+        return taken;
+    }
+
+    unsigned m_every;
+    unsigned m_reads = 0;
+};
+
+TEST(Faults, CostTheReaderOfAStreamNothing) {
+    const std::string trace = traceOf(somePackets(4 * kPageSize, 15));
+    for (const unsigned every : {1U, 2U, 3U}) {
+        for (const bool throws : {false, true}) {
+            FaultyFile file(trace, every);
+            file.exceptions(throws ? std::ios::badbit | std::ios::failbit : std::ios::goodbit);
+            CTraceSourceBufferStream source(file);
+            CTraceReaderPlain reader(source);
+            std::string read;
+            for (unsigned tries = 0; read.size() < trace.size() && tries < 100; ++tries) {
+                read += join(readAll(reader));
+                EXPECT_FALSE(reader.good());
+                reader.clear();
+            }
+            EXPECT_TRUE(read == (every == 1 ? "" : trace)) << every << throws;
         }
     }
 }
