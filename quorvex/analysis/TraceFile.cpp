@@ -31,23 +31,19 @@ constexpr unsigned kHead = kPageSize;
 /// The bytes of a stream that cannot be gone back in, of which the first have been looked at.
 class HeadedBuffer : public std::streambuf {
 public:
-    /// Takes up to kHead bytes of `rest`, which must outlive this.
-    explicit HeadedBuffer(std::streambuf& rest) : m_rest(rest), m_bytes(kHead, '\0') { fill(); }
+    /// Takes kHead bytes of `rest` at a time, which must outlive this.
+    explicit HeadedBuffer(std::streambuf& rest) : m_rest(rest), m_bytes(kHead, '\0') {}
     /// The bytes that were taken last.
     std::string_view head() const { return {eback(), static_cast<std::size_t>(egptr() - eback())}; }
 
 protected:
     int_type underflow() override {
-        fill();
+        const auto count = m_rest.sgetn(m_bytes.data(), static_cast<std::streamsize>(m_bytes.size()));
+        setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + std::max<std::streamsize>(count, 0));
         return gptr() == egptr() ? traits_type::eof() : traits_type::to_int_type(*gptr());
     }
 
 private:
-    void fill() {
-        const auto count = m_rest.sgetn(m_bytes.data(), static_cast<std::streamsize>(m_bytes.size()));
-        setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + std::max<std::streamsize>(count, 0));
-    }
-
     std::streambuf& m_rest;
     std::string m_bytes;
 };
@@ -115,10 +111,10 @@ public:
     }
     std::ifstream& file() { return m_file; }
 
-    /// Takes the first bytes, to look at them.
+    /// Takes the first bytes, to look at them. The stream tells whether that has failed.
     std::string_view head(std::istream* stream) {
-        std::istream& from = stream ? *stream : m_file;
-        m_stream.rdbuf(&m_bytes.emplace(*from.rdbuf()));
+        m_stream.rdbuf(&m_bytes.emplace(stream ? *stream->rdbuf() : *m_file.rdbuf()));
+        m_stream.peek();
         return m_bytes->head();
     }
     /// Goes back to the start of a regular file, without a buffer of its own.
@@ -153,6 +149,7 @@ struct TraceFile::Binary {
         : source(std::move(bytes)), from(begin), reader(*source) {}
 
     std::uint64_t position() { return from + reader.position(); }
+    bool hasFailed() { return !source->good() && !source->eof(); }
 
     std::unique_ptr<CTraceSourceBuffer> source;
     std::uint64_t from; ///< where in the trace the reader has begun
@@ -179,6 +176,10 @@ void TraceFile::fail(std::string reason) const {
     throw TraceError(name(), m_end, std::move(reason));
 }
 
+void TraceFile::failToRead() const {
+    fail(platform::errorText(EIO));
+}
+
 void TraceFile::open() {
     const FileStatus status = m_stream ? FileStatus() : FileStatus::of(name());
     m_isRegular = status.sort == FileStatus::Regular;
@@ -187,7 +188,10 @@ void TraceFile::open() {
         fail(platform::errorText(EISDIR));
     if (!m_stream && !m_input->open(name()))
         fail(platform::errorText(platform::openError(name().c_str())));
-    FileKind kind = kindOfFile(m_input->head(m_stream));
+    const std::string_view head = m_input->head(m_stream);
+    if (m_input->stream().bad())
+        failToRead();
+    FileKind kind = kindOfFile(head);
     if (kind == FileKind::Unknown && m_isRegular && hasTracePage(m_input->file()))
         kind = FileKind::Trace;
     switch (kind) {
@@ -218,9 +222,11 @@ void TraceFile::openBinary() {
     }
     auto file = std::make_unique<PortionedFile>(m_portion);
     unsigned got = 0;
-    // To read nothing at a position only goes there.
-    if (!file->open(name().c_str()) || !file->CTraceSourceBufferStream::read(nullptr, 0, m_end, got))
+    if (!file->open(name().c_str()))
         fail(platform::errorText(file->error()));
+    file->CTraceSourceBufferStream::read(nullptr, 0, m_end, got); // only goes there
+    if (!file->good())
+        failToRead();
     const bool isJoined = file->is_joined();
     m_open = std::make_unique<Binary>(std::move(file), m_end);
     m_open->isJoined = isJoined;
@@ -244,6 +250,8 @@ PacketPointer TraceFile::nextOfTable() {
         fail(platform::errorText(platform::openError(name().c_str())));
     m_offset = m_end;
     PacketPointer packet(m_table->reader.get());
+    if (m_input->stream().bad()) // of a text behind the packet there may be more
+        failToRead();
     if (packet)
         m_end += packet->StreamSize();
     m_size = m_table->reader.position();
@@ -276,6 +284,8 @@ PacketPointer TraceFile::next() {
         }
         // The reader has stepped over a packet that it could not build. Where it has not moved, skip() may help; if
         // not, what is left is a cut packet.
+        if (m_end == m_offset && m_open->hasFailed())
+            failToRead();
         if (m_end == m_offset && !reader.skip())
             break;
         m_end = m_open->position();

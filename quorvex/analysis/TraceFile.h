@@ -65,6 +65,7 @@ private:
     /// Opens a file that is known to be a trace, where the last packet has ended.
     void openBinary();
     [[noreturn]] void fail(std::string reason) const;
+    [[noreturn]] void failToRead() const;
     PacketPointer nextOfTable();
     /// Takes note of what tells whether the trace is cut, and whether the packet was longer than what it holds.
     void look(const CPacket& packet);

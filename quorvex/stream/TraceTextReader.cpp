@@ -393,6 +393,8 @@ bool TraceTextReader::readLine() {
     const auto taken = static_cast<std::size_t>(m_stream.gcount());
     m_position += taken;
     m_wholeLine = true;
+    if (m_stream.bad()) // what was taken may be a part of the line
+        return false;
     if (m_stream.fail() && taken + 1 == m_block.size()) {
         attempt([&] {
             m_stream.clear(m_stream.rdstate() & ~std::ios::failbit);

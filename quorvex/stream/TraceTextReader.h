@@ -35,7 +35,7 @@ public:
         std::string text;         ///< what was expected, and what stands there
     };
 
-    /// What the stream throws is caught, and is its end.
+    /// What the stream throws is caught: it has then failed (bad()), and there are no more packets.
     explicit TraceTextReader(std::istream& stream);
     TraceTextReader(const TraceTextReader&) = delete;
     TraceTextReader& operator=(const TraceTextReader&) = delete;

@@ -1,6 +1,8 @@
 #include "quorvex/analysis/TraceFile.h"
 
 #include "quorvex/export/PacketPlain.h"
+#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/stream/PageFormat.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/Samples.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -10,6 +12,7 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <stdexcept>
 
 namespace Quorvex::test {
 namespace {
@@ -109,6 +112,43 @@ TEST(TraceFile, ThrowsWhereItCannotGoOn) {
     EXPECT_TRUE(file.pause());
     std::filesystem::remove(path);
     EXPECT_EQ(thrownBy([&] { file.next(); }), path + ": offset " + offset + ": No such file or directory");
+}
+
+/// A stream that fails behind its bytes, where others end.
+class FailingStream : std::stringbuf, public std::istream {
+public:
+    explicit FailingStream(const std::string& bytes) : std::stringbuf(bytes), std::istream(this) {}
+
+private:
+    int underflow() override { throw std::runtime_error("the device is gone"); }
+};
+
+TEST(TraceFile, ThrowsWhereReadingFails) {
+    const CCoreContext context(1, 0, 1, 0);
+    CFunctionDefine define(context, 1, std::string(254, 'n').c_str());
+    std::ostringstream table;
+    CPacketPlain plain(table, true, 0);
+    std::string trace;
+    while (table.str().size() < 300'000) {
+        plain.put(&define);
+        trace += wireOf(define);
+    }
+    const std::string cases[] = {trace, trace + trace + trace, table.str()};
+    for (const std::string& content : cases) {
+        for (const std::size_t size : {0, 1000, 280'000, 280'001, 290'000}) {
+            FailingStream stream(content.substr(0, size));
+            std::uint64_t end = 0;
+            const std::string error = thrownBy([&] {
+                TraceFile file("stream", &stream);
+                while (const auto packet = file.next()) {
+                    end = file.end();
+                    EXPECT_EQ(wireOf(*packet), wireOf(define));
+                }
+            });
+            EXPECT_EQ(error, "stream: " + (end ? "offset " + std::to_string(end) + ": " : "") + "Input/output error");
+            EXPECT_EQ(end > 0, std::min(size, content.size()) > kPageSize) << "the first bytes are read at once";
+        }
+    }
 }
 
 } // namespace
