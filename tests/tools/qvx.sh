@@ -91,11 +91,37 @@ expect 1 '' 'qvx: .: Is a directory
 expect 2 '' "--format: 'xml' is none of plain, html, latex, verbose
 Run with --help for more information.
 " "$qvx" dump trace --format xml
-expect 2 '' - "$qvx"
 expect 2 '' - "$qvx" dump
-expect 2 '' - "$qvx" dump --nonsense trace
+# Wrong use: what the first line says of it.
+while IFS='|' read -r arguments says; do
+    # shellcheck disable=SC2086
+    expect 2 '' "$says
+Run with --help for more information.
+" "$qvx" $arguments
+done <<'END'
+--foo|--foo: qvx has no such option
+-V trace|-V: qvx has no such option
+dump --lmit 3 trace|--lmit: qvx dump has no such option
+dump --lmit=3 --limit|--lmit: qvx dump has no such option
+trace --lmit|--lmit: qvx info has no such option
+help trace|The following argument was not expected: trace
+dump trace --limit -1|--limit: '-1' is no whole number from 0 to 18446744073709551615
+dump trace --limit 18446744073709551616|--limit: '18446744073709551616' is no whole number from 0 to 18446744073709551615
+dump trace --limit 1.5|--limit: '1.5' is no whole number from 0 to 18446744073709551615
+dump trace --bytes|--bytes: goes with --format verbose
+dump trace --bytes --format html|--bytes: goes with --format verbose
+dump trace --format verbose --parsable|--parsable: goes with tables
+dump trace --format verbose --hex-tick|--hex-tick: goes with tables
+END
 expect 0 - '' "$qvx" --help
+for arguments in '' help; do
+    # shellcheck disable=SC2086
+    expect 0 "$(cat out)
+" '' "$qvx" $arguments
+done
 expect 0 - '' "$qvx" dump --help
+expect 0 "$(cat out)
+" '' "$qvx" help dump
 grep -q 'Example: qvx dump' out || fail 'no example'
 expect 0 - '' "$qvx" --version
 expect 1 '' - "$qvx" dump trace -o nowhere/table.txt
@@ -104,6 +130,23 @@ yes trace | head -200 | xargs cat >long
 "$qvx" dump long 2>err | head -1 >/dev/null
 # Windows does not end a program that writes to a closed pipe; there it says so.
 [ -s err ] && [ "${QVX_SYSTEM:-}" != Windows ] && { cat err; fail 'a closed pipe is not quiet'; }
+
+# Names with spaces are completed as they are, and so are verbs, options and words.
+mkdir completed
+: >'completed/a b.qvx'
+eval "$("$qvx" --completion)"
+while IFS='|' read -r words completions; do
+    IFS=' ' read -ra COMP_WORDS <<<"$words"
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    (cd completed && _qvx && printf '%s|' "${COMPREPLY[@]}") >out
+    [ "$(cat out)" = "$completions|" ] || { cat out; fail "completion of $words"; }
+done <<'END'
+qvx a|a b.qvx
+qvx dump a|a b.qvx
+qvx du|dump
+qvx dump --hex|--hex-tick
+qvx dump --format v|verbose
+END
 
 # The program of the README and its traces.
 QVX_TRACEDIR=. "$quickstart"

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <limits>
 #include <sstream>
 #include <string>
 
@@ -18,11 +20,6 @@ Option& Option::required() {
 
 Option& Option::excludes(const Option& other) {
     m_option->excludes(other.m_option);
-    return *this;
-}
-
-Option& Option::needs(const Option& other) {
-    m_option->needs(other.m_option);
     return *this;
 }
 
@@ -40,6 +37,16 @@ template <class Value> Option add(CLI::App& verb, const char* name, Value& value
     return Option(option);
 }
 
+/// What is wrong with a text for a number, of which the parser itself takes the lowest bits.
+std::string wrongNumber(const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    const bool isSigned = text.empty() || text[0] < '0' || text[0] > '9';
+    if (std::strtoull(text.c_str(), &end, 0); !isSigned && *end == '\0' && errno == 0)
+        return {};
+    return "'" + text + "' is no whole number from 0 to " + std::to_string(std::numeric_limits<std::uint64_t>::max());
+}
+
 } // namespace
 
 Option Verb::option(const char* name, std::string& value, const char* help, const char* type) {
@@ -51,7 +58,9 @@ Option Verb::option(const char* name, std::vector<std::string>& values, const ch
 }
 
 Option Verb::option(const char* name, std::uint64_t& value, const char* help, const char* type) {
-    return add(m_verb, name, value, help, type);
+    Option option = add(m_verb, name, value, help, type);
+    option.m_option->check(wrongNumber, "");
+    return option;
 }
 
 Option Verb::chooseNumber(const char* name, std::function<void(unsigned)> take,
@@ -94,6 +103,22 @@ namespace {
 
 std::vector<const CLI::App*> verbsOf(const CLI::App& program) {
     return program.get_subcommands([](const CLI::App*) { return true; });
+}
+
+/// What is told of the first option that a verb, or the program, does not have; empty if it has all.
+std::string unknownOption(const CLI::App& program) {
+    const std::vector<std::string> own = program.remaining();
+    std::string user = program.get_name();
+    if (own.empty())
+        for (const CLI::App* verb : program.get_subcommands())
+            user += " " + verb->get_name();
+    for (const std::string& word : program.remaining(true)) {
+        if (word == "--")
+            break;
+        if (word.size() > 1 && word[0] == '-')
+            return word.substr(0, word.find('=')) + ": " + user + " has no such option";
+    }
+    return {};
 }
 
 /// Plain text in the language of manual pages.
@@ -152,18 +177,18 @@ std::string Program::completion() const {
            words +
            "    esac\n"
            "    if [[ $COMP_CWORD -eq 1 ]]; then\n"
-           "        COMPREPLY=($(compgen -W '" +
+           "        mapfile -t COMPREPLY < <(compgen -W '" +
            verbs +
-           "--help --version' -- \"$current\") $(compgen -f -- \"$current\"))\n"
+           "help --help --version' -- \"$current\"; compgen -f -- \"$current\")\n"
            "    elif [[ $words ]]; then\n"
-           "        COMPREPLY=($(compgen -W \"$words\" -- \"$current\"))\n"
+           "        mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"
            "    elif [[ $current == -* ]]; then\n"
-           "        COMPREPLY=($(compgen -W \"$options\" -- \"$current\"))\n"
+           "        mapfile -t COMPREPLY < <(compgen -W \"$options\" -- \"$current\")\n"
            "    else\n"
-           "        COMPREPLY=($(compgen -f -- \"$current\"))\n"
+           "        mapfile -t COMPREPLY < <(compgen -f -- \"$current\")\n"
            "    fi\n"
            "}\n"
-           "complete -o filenames -F _qvx qvx\n";
+           "complete -o filenames -o default -F _qvx qvx\n";
 }
 
 Program::Program(const char* description, const char* version, const char* footer)
@@ -191,12 +216,17 @@ Verb Program::add(const char* verb, const char* description) {
 }
 
 int Program::run(std::vector<std::string> arguments, const char* otherwise) {
-    if (!arguments.empty()) {
-        const std::string& first = arguments.front();
-        const bool isFile = first == "-" || !first.starts_with('-');
-        const auto isVerb = [&first](const CLI::App* verb) { return verb->check_name(first); };
-        if (isFile && m_program->get_subcommands(isVerb).empty())
-            arguments.insert(arguments.begin(), otherwise);
+    const auto isVerb = [this](const std::string& word) {
+        return !m_program->get_subcommands([&word](const CLI::App* verb) { return verb->check_name(word); }).empty();
+    };
+    if (arguments.empty())
+        arguments = {"help"};
+    const std::string first = arguments.front();
+    if (first == "help" && (arguments.size() == 1 || isVerb(arguments[1]))) {
+        arguments.erase(arguments.begin());
+        arguments.push_back("--help");
+    } else if ((first == "-" || !first.starts_with('-')) && !isVerb(first)) {
+        arguments.insert(arguments.begin(), otherwise);
     }
     // The parser takes the arguments last first.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
@@ -206,7 +236,13 @@ int Program::run(std::vector<std::string> arguments, const char* otherwise) {
     } catch (const CLI::ParseError& error) {
         std::stringstream out, complaint;
         out << m_answer;
-        const bool isHelp = m_program->exit(error, out, complaint) == 0;
+        const bool isHelp = error.get_exit_code() == 0;
+        // Of an option that there is not, other faults only follow.
+        const std::string unknown = unknownOption(*m_program);
+        if (isHelp || unknown.empty())
+            m_program->exit(error, out, complaint);
+        else
+            m_program->exit(CLI::ValidationError(unknown), out, complaint);
         for (std::string line; std::getline(complaint, line);)
             std::fputs((shown(line) + "\n").c_str(), stderr);
         errno = 0;

@@ -38,10 +38,11 @@ public:
 
     Option& required();
     Option& excludes(const Option& other);
-    Option& needs(const Option& other);
 
 private:
     CLI::Option* m_option;
+
+    friend class Verb;
 };
 
 /// What follows a verb on the command line. Names with dashes are options, "-o,--output" has a short form; others are
@@ -83,7 +84,8 @@ public:
     ~Program();
 
     Verb add(const char* verb, const char* description);
-    /// Runs a verb, or shows help. `otherwise` is the verb of a command line that begins with a file.
+    /// Runs a verb, or shows help: that of `help`, `help VERB` and of nothing at all. `otherwise` is the verb of a
+    /// command line that begins with a file.
     int run(std::vector<std::string> arguments, const char* otherwise);
 
 private:

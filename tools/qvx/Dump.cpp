@@ -59,15 +59,22 @@ void addDump(Program& program) {
     auto options = std::make_shared<DumpOptions>();
     Verb verb = program.add("dump", "Show the packets of a trace as a table, or one field a line");
     verb.option("FILE", options->file, "Trace file; - for standard input").required();
-    const Option format = addFormatOption(verb, options->format, true);
-    verb.flag("--bytes", options->bytes, "(verbose) The bytes of each packet too").needs(format);
+    addFormatOption(verb, options->format, true);
+    verb.flag("--bytes", options->bytes, "(verbose) The bytes of each packet too");
     verb.flag("--parsable", options->parsable,
               "For programs and `qvx convert`: without descriptions, unknown values as \"Invalid\"");
     verb.flag("--hex-tick", options->hexTick, "Ticks in hexadecimal");
     options->selection.addOptions(verb);
     options->output.addOptions(verb);
     verb.footer("Example: qvx dump --limit 20 thread_4711.qvx");
-    verb.runs([options] { return dump(*options); });
+    verb.runs([options] {
+        const bool isVerbose = options->format == TableFormat::Verbose;
+        if (options->bytes && !isVerbose)
+            throw Misuse("--bytes", "goes with --format verbose");
+        if (isVerbose && (options->parsable || options->hexTick))
+            throw Misuse(options->parsable ? "--parsable" : "--hex-tick", "goes with tables");
+        return dump(*options);
+    });
 }
 
 } // namespace qvx

@@ -33,9 +33,9 @@ void tell(std::string_view text) {
 int run(std::vector<std::string> arguments) {
     Program program("Shows, converts and exports trace files of the Quorvex format.",
                     "qvx " QVX_VERSION " (trace format 0)",
-                    "`qvx FILE` alone is `qvx info FILE`. Exit codes: 0 done, 1 failed, 2 wrong use,\n"
-                    "3 done with loss (damage was stepped over, the end is missing, or the target format cannot\n"
-                    "show all).");
+                    "`qvx FILE` alone is `qvx info FILE`, and `qvx help VERB` is `qvx VERB --help`. Exit codes:\n"
+                    "0 done, 1 failed, 2 wrong use, 3 done with loss (damage was stepped over, the end is missing,\n"
+                    "or the target format cannot show all).");
     addInfo(program);
     addDump(program);
     addConvert(program);
