@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Checks what an optimised build installs: small files without debug information, documents whose links lead somewhere,
-# and an example that finds the library.
+# examples that find the library through CMake and pkg-config, and what ./dev says of wrong use.
 #
 #     install.sh BUILD_DIR
 set -euo pipefail
 build=$1
+dev=$(dirname "$(realpath "$0")")/../dev
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failed=0
@@ -39,10 +40,31 @@ done
 
 generator=(-G Ninja -DCMAKE_PREFIX_PATH="$work/usr")
 command -v ccache >/dev/null && generator+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-cmake -S examples/embed -B "$work/embed" "${generator[@]}" >/dev/null
-cmake --build "$work/embed" >/dev/null
-LD_LIBRARY_PATH=$work/usr/$libraries
-export LD_LIBRARY_PATH
-[ "$("$work/embed/embed")" = 'function 5 is main' ] || fail 'examples/embed'
+for target in embed/embed quickstart; do
+    sources=examples/${target%"$(basename "$target")"}
+    cmake -S "$sources" -B "$work/$target" "${generator[@]}" >/dev/null
+    cmake --build "$work/$target" --target "$(basename "$target")" >/dev/null
+done
+[ "$("$work/embed/embed/embed")" = 'function 5 is main' ] || fail 'examples/embed'
+QVX_TRACEDIR=$work "$work/quickstart/quickstart" && ls "$work"/thread_*.qvx >/dev/null || fail 'examples/quickstart'
+# As docs/guide.md says.
+sed -n '/^export PKG_CONFIG_PATH/,/^```$/p' docs/guide.md | sed '$d' >"$work/guide.sh"
+sed -i "s|PREFIX/lib|$work/usr/$libraries|" "$work/guide.sh"
+(cd examples/embed && bash -e "$work/guide.sh") || fail 'pkg-config'
+[ "$(examples/embed/embed)" = 'function 5 is main' ] || fail 'a program built with pkg-config'
+
+while read -r code words; do
+    got=0
+    # shellcheck disable=SC2086
+    bash "$dev" $words >"$work/out" 2>&1 || got=$?
+    [ $got -eq "$code" ] && head -1 "$work/out" | grep -q '^usage: ./dev' || fail "exit $got, not $code: ./dev $words"
+done <<'END'
+0
+0 help
+0 --help
+0 install --help
+1 install --nonsense
+1 nonsense
+END
 [ $failed -ne 0 ] || echo 'install: ok'
 exit $failed
