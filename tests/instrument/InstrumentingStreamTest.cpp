@@ -133,7 +133,7 @@ TEST(InstrumentingStream, GivesEveryThreadAFileThatHoldsJustWhatItRecorded) {
             Variables settings = mode;
             // Checked builds have memory of their own for each thread that there ever was.
             settings.emplace_back("COUNT", std::to_string(threads));
-            settings.emplace_back("MEMORY", std::to_string(effort(threads * 800, 0)));
+            settings.emplace_back("MEMORY", std::to_string(effort(threads * 1000, 0)));
             const Recording run(program, settings);
             if (run.status == kNotHere)
                 continue;
