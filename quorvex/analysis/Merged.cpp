@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <exception>
 #include <functional>
 
 namespace Quorvex {
@@ -65,7 +66,8 @@ struct Merged::Source {
         bool isBorder() const { return !packet; }
     };
 
-    /// The packet that is so many behind the next one; null at the end of the trace.
+    /// The packet that is so many behind the next one; null at the end of the trace. Throws where the next one cannot
+    /// be read.
     Ahead* at(std::size_t index);
     /// Reads packets until there are so many, or the trace ends.
     void read(std::size_t count);
@@ -86,8 +88,9 @@ struct Merged::Source {
     std::deque<Ahead> ahead;
     std::size_t batch = 0; ///< packets that are read before the file is closed again; 0 when it stays open
     bool isEnded = false;
-    std::uint64_t tick = 0; ///< of the last packet that has one
-    bool hasTick = false;   ///< in this frame
+    std::exception_ptr error; ///< why it has ended; thrown when all that has been read was handed out
+    std::uint64_t tick = 0;   ///< of the last packet that has one
+    bool hasTick = false;     ///< in this frame
     std::uint64_t wrong = 0;
     std::uint64_t firstWrong = 0; ///< its offset
 };
@@ -98,12 +101,14 @@ Merged::Source::Ahead* Merged::Source::at(std::size_t index) {
         if (batch > 0)
             input->pause();
     }
+    if (ahead.empty() && error)
+        std::rethrow_exception(std::exchange(error, nullptr));
     return index < ahead.size() ? &ahead[index] : nullptr;
 }
 
-void Merged::Source::read(std::size_t count) {
+void Merged::Source::read(std::size_t count) try {
     while (ahead.size() < count) {
-        PacketPointer packet(decompressor.get());
+        PacketPointer packet = unpaged.through(decompressor);
         isEnded = !packet;
         if (isEnded)
             return;
@@ -113,6 +118,9 @@ void Merged::Source::read(std::size_t count) {
         const std::uint64_t told = packet ? CContexts().tickOf(*packet) : kUnknown64;
         ahead.push_back({std::move(packet), told, unpaged.lastOffset()});
     }
+} catch (const std::exception&) {
+    isEnded = true;
+    error = std::current_exception();
 }
 
 std::size_t Merged::Source::relatives() {
@@ -200,8 +208,8 @@ void Merged::add(std::unique_ptr<TraceFile> trace) {
 }
 
 void Merged::begin() {
-    m_isBegun = true;
-    for (std::size_t index = 0; index < m_sources.size(); ++index) {
+    while (m_begun < m_sources.size()) {
+        const std::size_t index = m_begun++;
         Source& source = *m_sources[index];
         if (m_sources.size() > kMostOpen) {
             source.batch = std::max(kLeastAhead, kMostAhead / m_sources.size());
@@ -220,10 +228,10 @@ void Merged::advance(std::size_t index) {
 }
 
 PacketPointer Merged::next() {
-    // The file of the last packet goes on only now: what cannot be read any more does not cost that packet.
-    if (!m_isBegun)
-        begin();
-    else if (m_file != kNone)
+    // The file of the last packet goes on only now: what cannot be read any more does not cost that packet. Nor does it
+    // cost those of other files: whoever asks again gets them.
+    begin();
+    if (m_file != kNone)
         advance(std::exchange(m_file, kNone));
     if (m_turns.empty())
         return nullptr;

@@ -33,7 +33,8 @@ public:
     /// Adds a trace. To be done before the first packet is read.
     void add(std::unique_ptr<TraceFile> trace);
 
-    /// The next packet; null at the end of all traces. Throws what TraceFile throws.
+    /// The next packet; null at the end of all traces. Throws what TraceFile throws, when all packets before that have
+    /// been handed out; the other traces can be gone on with then. Lack of memory is a std::bad_alloc.
     PacketPointer next();
     /// Which trace the packet that next() gave is of, in the order in which they were added.
     std::size_t file() const { return m_file; }
@@ -49,6 +50,7 @@ public:
 private:
     struct Source;
 
+    /// Makes the first packets ready that have not been asked for.
     void begin();
     /// Makes the source's next packet ready, if it has one.
     void advance(std::size_t index);
@@ -57,7 +59,7 @@ private:
     /// The sources that have a packet, by its tick, then in the order of the files.
     using Turn = std::pair<std::uint64_t, std::size_t>;
     std::vector<Turn> m_turns; ///< a heap, the next one first
-    bool m_isBegun = false;
+    std::size_t m_begun = 0;   ///< sources whose first packet has been asked for
     static constexpr std::size_t kNone = ~std::size_t{0};
     std::size_t m_file = kNone;
     std::uint64_t m_offset = 0;

@@ -23,7 +23,8 @@ using PacketPointer = std::unique_ptr<CPacket, ReleasePacket>;
 /// file that may belong to it, or a plain table, which is told by its first bytes. Damage is stepped over and counted.
 /// A trace is cut if it ends within a packet or its text, or has begun a frame and not ended it.
 ///
-/// Whatever fails throws a TraceError. Used by one thread at a time.
+/// Whatever fails throws a TraceError, but for lack of memory, which is another std::exception. Used by one thread at a
+/// time.
 class QUORVEX_API TraceFile {
 public:
     /// Looks at the file, which is opened again by next() if it is a regular one. With a stream, which must outlive

@@ -3,7 +3,9 @@
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/TraceControlPackets.h"
 #include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/TraceDecompressor.h"
 
+#include <new>
 #include <utility>
 
 namespace Quorvex {
@@ -63,6 +65,13 @@ CPacket* Unpaged::get() {
     m_lastOffset = m_ahead.front().offset;
     m_ahead.pop_front();
     m_lastCode = packet->TraceCode();
+    return packet;
+}
+
+PacketPointer Unpaged::through(CTraceDecompressor& decompressor) const {
+    PacketPointer packet(decompressor.get());
+    if (!packet && !m_ended)
+        throw std::bad_alloc();
     return packet;
 }
 

@@ -1,14 +1,28 @@
 #include "quorvex/stream/TraceReaderPlain.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Exception.h"
 #include "quorvex/packets/KindFacts.h"
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <istream>
+#include <new>
 #include <streambuf>
 
 namespace Quorvex {
+
+namespace {
+
+/// Whether memory was short for a packet, which is not the fault of its bytes.
+bool isOutOfMemory(const std::exception& exception) {
+    const auto* own = dynamic_cast<const CQVXException*>(&exception);
+    return own ? CQVXException::HResultFromException(*own) == E_OUTOFMEMORY
+               : dynamic_cast<const std::bad_alloc*>(&exception) != nullptr;
+}
+
+} // namespace
 
 /// The next packet and its text as a stream, for the one that no block can hold. It shows one packet of the run at a
 /// time, and only whole ones.
@@ -142,7 +156,9 @@ bool CTraceReaderPlain::build(unsigned size, CPacket*& packet) {
             CPacketFactory::releaseCPacket(&packet);
             packet = CPacketFactory::getCPacket(header, bytes + CPacketHeader::Len(), length, consumed);
         }
-    } catch (const std::exception&) {
+    } catch (const std::exception& exception) {
+        if (isOutOfMemory(exception))
+            throw;
         return true;
     }
     if (packet) {
@@ -156,15 +172,20 @@ bool CTraceReaderPlain::buildOverlong(CPacket*& packet) {
     const std::uint64_t start = position();
     Overlong bytes(*this);
     std::istream in(&bytes);
+    std::exception_ptr shortage;
     try {
         packet = CPacketFactory::getCPacket(in);
-    } catch (const std::exception&) {
+    } catch (const std::exception& exception) {
+        if (isOutOfMemory(exception))
+            shortage = std::current_exception();
     }
     bytes.finish();
     if (bytes.failed())
         CPacketFactory::releaseCPacket(&packet);
     if (!packet)
         seek(start);
+    if (shortage)
+        std::rethrow_exception(shortage);
     return !bytes.failed();
 }
 

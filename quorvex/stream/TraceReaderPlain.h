@@ -18,7 +18,8 @@ namespace Quorvex {
 /// kind has fields for, the fields come in a packet whose header tells their true length, so that it can be written
 /// again; the rest is stepped over. Where a kind cannot have that length, the packet cannot be built: it is stepped
 /// over, get() returns null and position() has moved on. When position() has not moved, nothing more can be read there:
-/// the rest is cut, or begins with a packet of length 0 that cannot be built, which skip() passes.
+/// the rest is cut, or begins with a packet of length 0 that cannot be built, which skip() passes. Lack of memory for a
+/// packet throws what the packet factory throws; the reader has not moved then.
 class QUORVEX_API CTraceReaderPlain : public CTraceSource {
 public:
     explicit CTraceReaderPlain(CTraceSourceBuffer& source) : m_source(source) {}

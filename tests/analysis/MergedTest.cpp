@@ -1,7 +1,11 @@
 #include "quorvex/analysis/Merged.h"
 
+#include "quorvex/analysis/TraceError.h"
+#include "quorvex/analysis/Unpaged.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/Contexts.h"
+#include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/TraceDecompressor.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -9,6 +13,9 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <new>
+#include <sstream>
+#include <stdexcept>
 
 namespace Quorvex::test {
 namespace {
@@ -87,6 +94,72 @@ TEST(Merged, TellsWrongTicksHoweverManyFilesThereAre) {
         EXPECT_TRUE(merged.report(0).isLossy());
         EXPECT_EQ(merged.report(files - 1).wrongTicks, files == 1 ? 1U : 0U);
     }
+}
+
+TEST(Merged, GoesOnBehindAFileThatFails) {
+    const TemporaryDirectory directory;
+    for (const std::size_t gone : {std::size_t{0}, std::size_t{1}, std::size_t{69}}) {
+        for (const std::size_t files : {std::size_t{2}, std::size_t{70}}) {
+            Merged merged;
+            for (std::size_t file = 0; file < files; ++file) {
+                const std::string path = directory.path(std::to_string(file));
+                std::ofstream(path, std::ios::binary) << traceOf(static_cast<std::uint32_t>(file), file);
+                merged.add(std::make_unique<TraceFile>(path));
+            }
+            std::filesystem::remove(directory.path(std::to_string(gone % files)));
+            std::size_t count = 0, errors = 0;
+            for (bool isAtEnd = false; !isAtEnd;) {
+                try {
+                    isAtEnd = !merged.next();
+                    count += !isAtEnd;
+                } catch (const TraceError&) {
+                    ++errors;
+                }
+            }
+            EXPECT_EQ(errors, 1U) << gone;
+            EXPECT_EQ(count, (files - 1) * kPackets) << gone;
+        }
+    }
+}
+
+/// A stream that fails behind its bytes.
+class FailingStream : std::stringbuf, public std::istream {
+public:
+    explicit FailingStream(const std::string& bytes) : std::stringbuf(bytes), std::istream(this) {}
+
+private:
+    int underflow() override { throw std::runtime_error("the device is gone"); }
+};
+
+TEST(Merged, HandsOutAllThatItHasReadBeforeAFailure) {
+    // At its begin a trace is looked into up to 4096 packets ahead.
+    std::string trace;
+    while (trace.size() < kPageSize + 1000)
+        trace += wireOf(*std::make_unique<CFunctionEnter>(CCoreContext(5, 0, 0, 0), 1));
+    trace.insert(kPageSize / 30 * 30 - 30 * 1000, wireOf(*std::make_unique<CTraceEnabled>()));
+    FailingStream stream(trace);
+    Merged merged;
+    merged.add(std::make_unique<TraceFile>("stream", &stream));
+    std::size_t count = 0;
+    EXPECT_THROW(while (merged.next())++ count, TraceError);
+    EXPECT_EQ(count, (kPageSize - 18) / 30);
+    EXPECT_FALSE(merged.next());
+}
+
+TEST(Unpaged, ThrowsWhereMemoryIsShortInFrontOfTheEnd) {
+    class Short : public CTraceDecompressor {
+    public:
+        using CTraceDecompressor::CTraceDecompressor;
+        CPacket* get() override { return nullptr; }
+    };
+    std::istringstream stream(traceOf(1, 0));
+    TraceFile file("stream", &stream);
+    Unpaged unpaged(file);
+    Short decompressor(unpaged, true, true);
+    EXPECT_THROW(unpaged.through(decompressor), std::bad_alloc);
+    while (PacketPointer(unpaged.get())) {
+    }
+    EXPECT_FALSE(unpaged.through(decompressor));
 }
 
 } // namespace

@@ -89,7 +89,7 @@ public:
 
     PacketPointer next() {
         while (!m_ahead && !m_ended) {
-            PacketPointer packet(m_decompressor.get());
+            PacketPointer packet = m_source.through(m_decompressor);
             m_ended = !packet;
             if (m_held && packet && carries(*packet))
                 m_held.reset();
