@@ -109,9 +109,14 @@ struct Trace::Reading {
 
     /// Throws if something of a file has been passed over up to an offset.
     void checkDamage(std::size_t file, std::uint64_t offset) const {
-        const TraceReport& report = merged.trace(file).report();
-        if (report.damage.places > 0 && report.damage.first <= offset)
-            throw TraceError(report.file, report.damage.first, "what stands there cannot be read");
+        const TraceFile& trace = merged.trace(file);
+        const TraceReport& report = trace.report();
+        if (report.damage.places == 0 || report.damage.first > offset)
+            return;
+        if (const TraceTextReader::Error* error = trace.tableError())
+            throw TraceError(report.file, "line " + std::to_string(error->line) + ", column " +
+                                              std::to_string(error->column) + ": " + error->text);
+        throw TraceError(report.file, report.damage.first, "what stands there cannot be read");
     }
     void checkEnds() const {
         for (std::size_t file = 0; file < merged.size(); ++file) {

@@ -245,22 +245,32 @@ const TraceTextReader::Error* TraceFile::tableError() const {
     return m_table && m_table->reader.errors() > 0 ? &m_table->reader.firstError() : nullptr;
 }
 
+void TraceFile::noteRows() {
+    TraceDamage& damage = m_report.damage;
+    const std::uint64_t places = m_table->reader.errors();
+    if (damage.places == places)
+        return;
+    if (damage.places == 0)
+        damage.first = m_end;
+    damage.places = places;
+    // The first error is all that will be told: what the library logs of the others must not pile up.
+    while (CMessageQueue::g_Instance->pop()) {
+    }
+}
+
 PacketPointer TraceFile::nextOfTable() {
     if (m_isRegular && !m_input->resume(name()))
         fail(platform::errorText(platform::openError(name().c_str())));
     m_offset = m_end;
+    m_table->reader.peek(); // rows that are wrong may stand before the packet, and behind it
+    noteRows();
     PacketPointer packet(m_table->reader.get());
     if (m_input->stream().bad()) // of a text behind the packet there may be more
         failToRead();
     if (packet)
         m_end += packet->StreamSize();
     m_size = m_table->reader.position();
-    if (m_report.damage.places != m_table->reader.errors()) {
-        m_report.damage.places = m_table->reader.errors();
-        // The first error is all that will be told: what the library logs of the others must not pile up.
-        while (CMessageQueue::g_Instance->pop()) {
-        }
-    }
+    noteRows();
     if (!packet)
         m_report.end = TraceEnd::NotMarked;
     return packet;

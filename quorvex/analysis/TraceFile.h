@@ -68,6 +68,8 @@ private:
     [[noreturn]] void fail(std::string reason) const;
     [[noreturn]] void failToRead() const;
     PacketPointer nextOfTable();
+    /// Counts the rows of the table that could not be read and that stand before what is at m_end.
+    void noteRows();
     /// Takes note of what tells whether the trace is cut, and whether the packet was longer than what it holds.
     void look(const CPacket& packet);
     /// Looks at what is left behind the last packet.

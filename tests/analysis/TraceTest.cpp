@@ -1,6 +1,7 @@
 #include "quorvex/analysis/Trace.h"
 
 #include "quorvex/analysis/TraceError.h"
+#include "quorvex/export/PacketPlain.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -111,11 +112,20 @@ TEST(Trace, ThrowsInFrontOfWhatIsLostIfAskedTo) {
     write(directory, "tail", {enter(3), leave(4), enter(5), leave(6)});
     std::ofstream(damaged, std::ios::binary | std::ios::app) << directory.content("tail");
     const std::string cut = write(directory, "cut", {enter(1)}, "\x10\x18").string();
-    const std::tuple<std::string, unsigned, std::string> cases[] = {
-        {damaged, 2, damaged + ": offset 60: what stands there cannot be read"},
-        {cut, 1, cut + ": offset 30: the end of the trace is missing"},
+    const std::string table = directory.path("table");
+    std::ofstream rows(table);
+    CPacketPlain plain(rows, true, 0);
+    for (const std::uint64_t tick : {1U, 2U, 3U, 4U}) {
+        plain.put(PacketPointer(enter(tick)).get());
+        rows << (tick == 2 ? "\tNonsense\n" : "");
+    }
+    rows.close();
+    const std::tuple<std::string, unsigned, unsigned, std::string> cases[] = {
+        {damaged, 2, 6, damaged + ": offset 60: what stands there cannot be read"},
+        {cut, 1, 1, cut + ": offset 30: the end of the trace is missing"},
+        {table, 2, 4, table + ": line 3, column 2: expected the name of a kind of packet, found \"Nonsense\""},
     };
-    for (const auto& [path, before, error] : cases) {
+    for (const auto& [path, before, all, error] : cases) {
         unsigned count = 0;
         TraceError thrown("", "");
         EXPECT_EQ(errorOf(
@@ -126,11 +136,12 @@ TEST(Trace, ThrowsInFrontOfWhatIsLostIfAskedTo) {
                       &thrown),
                   error);
         EXPECT_EQ(count, before);
-        EXPECT_EQ(thrown.file() + ": offset " + std::to_string(thrown.offset()) + ": " + thrown.reason(), error);
+        const std::string offset = thrown.offset() ? ": offset " + std::to_string(thrown.offset()) : "";
+        EXPECT_EQ(thrown.file() + offset + ": " + thrown.reason(), error);
         Trace tolerant({path});
         for ([[maybe_unused]] const auto& packet : tolerant)
             ++count;
-        EXPECT_EQ(count, before + (before == 2 ? 6 : 1));
+        EXPECT_EQ(count, before + all);
         ASSERT_EQ(tolerant.reports().size(), 1U);
         EXPECT_TRUE(tolerant.reports().front().isLossy());
     }

@@ -87,6 +87,7 @@ printf '\tSync\t24\t1\t2\t3\t4\n\tSync\t24\t1\t2\t3\n\tNothing\n\tEndOfTrace\t0\
 convert 3 wrong.txt -o wrong.qvx
 says 'qvx: wrong.txt: line 2, column 15: expected IP, a number of at most 8 bytes, found the end of the row; 2 rows skipped'
 says '2 packets'
+{ "$qvx" info wrong.txt 2>err || true; } | grep -qx 'Damage:    2 rows, the first in line 2' || fail 'the rows of info'
 convert 1 missing -o out
 says 'qvx: missing: No such file or directory'
 convert 2 plain

@@ -121,6 +121,17 @@ std::string printable(std::string name) {
     return name.empty() ? "(no name)" : name;
 }
 
+std::string damageOf(const TraceInput& input) {
+    const TraceDamage& damage = input.report().damage;
+    const char* plural = damage.places == 1 ? "" : "s";
+    if (damage.places == 0)
+        return "none";
+    if (const TraceTextReader::Error* error = input.tableError())
+        return fmt::format("{} row{}, the first in line {}", damage.places, plural, error->line);
+    return fmt::format("{} bytes in {} place{}, the first at offset {}", damage.bytes, damage.places, plural,
+                       damage.first);
+}
+
 void Summary::print(std::ostream& out, const TraceInput& input) const {
     const auto line = [&out](std::string_view label, const std::string& text) {
         fmt::print(out, "{:<11}{}\n", label, text);
@@ -136,10 +147,7 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
     }
     line("Cores:", list(m_cores));
     line("Threads:", list(m_threads));
-    const TraceDamage& damage = input.report().damage;
-    line("Damage:", damage.places == 0 ? "none"
-                                       : fmt::format("{} bytes in {} place{}, the first at offset {}", damage.bytes,
-                                                     damage.places, damage.places == 1 ? "" : "s", damage.first));
+    line("Damage:", damageOf(input));
     line("End:", input.ending());
     line("Packets:", fmt::format("{}", m_packets));
     for (unsigned code = 0; code < m_kinds.size(); ++code) {
