@@ -68,7 +68,7 @@ std::uint64_t CViewerWriter::numberOf(TextSort sort, std::uint32_t machine, std:
 }
 
 void CViewerWriter::clear() {
-    m_failed = false;
+    m_failed = !m_body.good();
     m_out.clear();
 }
 

@@ -9,10 +9,12 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <list>
 #include <map>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Quorvex {
 
@@ -30,6 +32,7 @@ public:
 
     /// Nothing has failed, and the file has not been written yet.
     bool good() override { return !m_failed && !m_finished && m_out.good(); }
+    /// What the temporary file has lost stays a failure.
     void clear() override;
     /// False for null, behind the end of the trace, and when the temporary file cannot be written.
     bool put(CPacket* packet) override;

@@ -19,9 +19,9 @@ std::string directory() {
 } // namespace
 
 bool TemporaryFile::write(const char* bytes, std::size_t size) {
-    if (size == 0)
+    if (size == 0 || !m_good)
         return m_good;
-    if (!m_file.is_open() && m_good && m_file.create(directory()))
+    if (!m_file.is_open() && m_file.create(directory()))
         m_file.unname();
     m_good = m_file.is_open() && m_file.write(bytes, size);
     return m_good;

@@ -11,6 +11,7 @@ namespace Quorvex::platform {
 /// write. First it is written, then read.
 class QUORVEX_API TemporaryFile {
 public:
+    /// False from the first write on that has failed: a part may be missing then.
     bool write(const char* bytes, std::size_t size);
     /// Goes back to the start, to read.
     bool rewind();

@@ -3,9 +3,11 @@
 #include "quorvex/packets/PacketKinds.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"
+#include "tests/support/System.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <sstream>
 
 namespace Quorvex::test {
@@ -97,6 +99,35 @@ TEST(ViewerFormats, KeepThingsOfDifferentProcessesApart) {
         const std::string apart = written(format, "hits", "misses");
         EXPECT_NE(apart.find("hits"), std::string::npos);
         EXPECT_NE(apart.find("misses"), std::string::npos);
+    }
+}
+
+TEST(ViewerFormats, StayFailedWhenAPartOfTheBodyIsLost) {
+    // In a process of its own whose files cannot grow for a while: 2 where that cannot be had.
+    const auto inChild = [] {
+        std::ostringstream out;
+        const auto writer = viewerFormat("vcd")->make(out, "");
+        const auto putMany = [&writer] {
+            bool good = true;
+            for (std::uint64_t tick = 0; tick < 20'000; ++tick) {
+                CFunctionEnter enter(CCoreContext(tick, 0, 0, 0), static_cast<std::uint32_t>(tick % 7));
+                good = writer->put(&enter) && good;
+            }
+            return good;
+        };
+        if (!limitSpace("there is no such directory", 100'000)) // so it is files that do not grow
+            std::_Exit(2);
+        const bool hasFailed = !putMany();
+        if (!limitFiles(~std::uint64_t{0}))
+            std::_Exit(2);
+        writer->clear();
+        putMany();
+        writer->flush();
+        std::_Exit(hasFailed && !writer->written() && !writer->good() ? 0 : 1);
+    };
+    if (isPosix()) {
+        const int code = fork(inChild, [] {});
+        EXPECT_TRUE(code == 0 || code == 2) << code;
     }
 }
 
