@@ -3,7 +3,6 @@
 #include "quorvex/analysis/TraceError.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/factory/PacketFactory.h"
-#include "quorvex/format/MessageQueue.h"
 #include "quorvex/platform/OutputFile.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/FileKind.h"
@@ -158,7 +157,7 @@ struct TraceFile::Binary {
 };
 
 struct TraceFile::Table {
-    explicit Table(std::istream& stream) : reader(stream) {}
+    explicit Table(std::istream& stream) : reader(stream, false) {}
 
     TraceTextReader reader;
 };
@@ -253,9 +252,6 @@ void TraceFile::noteRows() {
     if (damage.places == 0)
         damage.first = m_end;
     damage.places = places;
-    // The first error is all that will be told: what the library logs of the others must not pile up.
-    while (CMessageQueue::g_Instance->pop()) {
-    }
 }
 
 PacketPointer TraceFile::nextOfTable() {

@@ -290,8 +290,8 @@ private:
     std::string& m_bytes;
 };
 
-TraceTextReader::TraceTextReader(std::istream& stream)
-    : m_stream(stream), m_block(kLongestLine), m_models(UINT8_MAX + 1) {}
+TraceTextReader::TraceTextReader(std::istream& stream, bool logs)
+    : m_stream(stream), m_logs(logs), m_block(kLongestLine), m_models(UINT8_MAX + 1) {}
 
 TraceTextReader::~TraceTextReader() = default;
 
@@ -520,8 +520,9 @@ void TraceTextReader::report(const Wrong& wrong) {
         error.text.append("\"")
             .append(found.substr(0, kLongestQuote))
             .append(found.size() > kLongestQuote ? "...\"" : "\"");
-    logError("TraceTextReader: line " + std::to_string(error.line) + ", column " + std::to_string(error.column) + ": " +
-             error.text);
+    if (m_logs)
+        logError("TraceTextReader: line " + std::to_string(error.line) + ", column " + std::to_string(error.column) +
+                 ": " + error.text);
     if (m_errors++ == 0)
         m_firstError = std::move(error);
 }

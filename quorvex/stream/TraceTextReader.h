@@ -36,7 +36,8 @@ public:
     };
 
     /// What the stream throws is caught: it has then failed (bad()), and there are no more packets.
-    explicit TraceTextReader(std::istream& stream);
+    /// Where the reader does not log, wrong rows are only counted.
+    explicit TraceTextReader(std::istream& stream, bool logs = true);
     TraceTextReader(const TraceTextReader&) = delete;
     TraceTextReader& operator=(const TraceTextReader&) = delete;
     virtual ~TraceTextReader();
@@ -91,6 +92,7 @@ private:
     void report(const Wrong& wrong);
 
     std::istream& m_stream;
+    bool m_logs;
     std::vector<char> m_block; ///< where the line stands
     std::string_view m_line;
     std::uint64_t m_lineNumber = 0;

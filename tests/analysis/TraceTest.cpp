@@ -2,6 +2,7 @@
 
 #include "quorvex/analysis/TraceError.h"
 #include "quorvex/export/PacketPlain.h"
+#include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -150,6 +151,11 @@ TEST(Trace, ThrowsInFrontOfWhatIsLostIfAskedTo) {
               }),
               directory.path("none") + ": No such file or directory");
     EXPECT_EQ(trace(cut).begin()->kind(), "FunctionEnter");
+    takeLog();
+    logError("of the host");
+    for ([[maybe_unused]] const auto& packet : trace(table)) {
+    }
+    EXPECT_EQ(takeLog(), "of the host\n");
 }
 
 } // namespace
