@@ -10,7 +10,7 @@ namespace Quorvex {
 /// What is entered and not left in one place: functions in a thread, interrupts on a core.
 ///
 /// Traces lack leaves, and may have no end of enters: as many entries as the limit are kept, of those that are entered
-/// above them only the count. What that means as a loss is for the caller to say.
+/// above them only the count. What that means as a loss is for the caller to say. Used by one thread at a time.
 template <class Entry> class CallStack {
 public:
     explicit CallStack(std::size_t limit) : m_limit(limit) {}

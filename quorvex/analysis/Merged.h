@@ -22,7 +22,7 @@ namespace Quorvex {
 ///
 /// Up to 64 files stay open while they are read. Of more, each is opened for a moment at a time, to take some packets
 /// out of it: so thousands can be merged, with half a million packets in memory at most, and a few kilobytes a file.
-/// What cannot be gone back in stays open.
+/// What cannot be gone back in stays open. Used by one thread at a time.
 class QUORVEX_API Merged {
 public:
     Merged();

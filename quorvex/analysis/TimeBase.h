@@ -11,7 +11,7 @@
 namespace Quorvex {
 
 /// What ticks are in seconds, as the Timestamp packets of a trace tell it. All arithmetic is exact, in integers;
-/// results are rounded down.
+/// results are rounded down. Used by one thread at a time.
 class QUORVEX_API TimeBase {
 public:
     static constexpr std::uint32_t kAnyCore = ~0U; ///< where it is not known which

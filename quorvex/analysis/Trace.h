@@ -119,12 +119,12 @@ struct TraceOptions {
 /// Packets of one trace file, or of several in the order of time: a range to be walked through once. Each file is a
 /// process of its own where it gives a number another name than the files before it; otherwise names hold for all.
 ///
-/// However many files there are, no more than 64 are open at a time, and memory grows by some kilobytes a file. A file
-/// is not changed. What is damaged is stepped over and counted in reports().
+/// However many files there are, no more than 64 are open at a time. Of more files, memory holds up to half a million
+/// packets, and some kilobytes a file. A file is not changed. What is damaged is stepped over and counted in reports().
 ///
 /// Whatever fails throws a TraceError (quorvex/analysis/TraceError.h), which is a std::exception whose what() begins
 /// with the name of the file: making a trace of files that cannot be opened or are no traces, and reading on where that
-/// is not possible.
+/// is not possible. Lack of memory is another std::exception. Used by one thread at a time, with its packets.
 class QUORVEX_API Trace {
 public:
     explicit Trace(const std::vector<FileName>& files, TraceOptions options = {});
