@@ -1,5 +1,6 @@
 #include "tests/support/System.h"
 
+#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
@@ -64,7 +65,10 @@ bool limitSpace(const std::string& directory, std::uint64_t bytes) {
 }
 
 bool limitFiles(std::uint64_t bytes) {
-    const rlimit limit{static_cast<rlim_t>(bytes), static_cast<rlim_t>(bytes)};
+    rlimit limit{};
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0)
+        return false;
+    limit.rlim_cur = std::min(static_cast<rlim_t>(bytes), limit.rlim_max);
     return setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
