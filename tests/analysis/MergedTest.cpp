@@ -6,6 +6,7 @@
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceDecompressor.h"
+#include "tests/support/FailingStream.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -121,15 +122,6 @@ TEST(Merged, GoesOnBehindAFileThatFails) {
         }
     }
 }
-
-/// A stream that fails behind its bytes.
-class FailingStream : std::stringbuf, public std::istream {
-public:
-    explicit FailingStream(const std::string& bytes) : std::stringbuf(bytes), std::istream(this) {}
-
-private:
-    int underflow() override { throw std::runtime_error("the device is gone"); }
-};
 
 TEST(Merged, HandsOutAllThatItHasReadBeforeAFailure) {
     // At its begin a trace is looked into up to 4096 packets ahead.

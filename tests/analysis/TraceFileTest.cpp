@@ -4,6 +4,7 @@
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/PageFormat.h"
 #include "tests/support/Doubles.h"
+#include "tests/support/FailingStream.h"
 #include "tests/support/Samples.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -113,15 +114,6 @@ TEST(TraceFile, ThrowsWhereItCannotGoOn) {
     std::filesystem::remove(path);
     EXPECT_EQ(thrownBy([&] { file.next(); }), path + ": offset " + offset + ": No such file or directory");
 }
-
-/// A stream that fails behind its bytes, where others end.
-class FailingStream : std::stringbuf, public std::istream {
-public:
-    explicit FailingStream(const std::string& bytes) : std::stringbuf(bytes), std::istream(this) {}
-
-private:
-    int underflow() override { throw std::runtime_error("the device is gone"); }
-};
 
 TEST(TraceFile, ThrowsWhereReadingFails) {
     const CCoreContext context(1, 0, 1, 0);
