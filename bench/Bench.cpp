@@ -77,8 +77,6 @@ struct TwoMore : Virtual {
     unsigned call(unsigned x) override { return x + 2; }
 };
 
-// --- the machine's limits ---------------------------------------------------------------------------------------
-
 /// A packet's bytes copied into a page, and one virtual call.
 void limitCopyAndCall(benchmark::State& state) {
     std::vector<char> page(kPageSize);
@@ -117,8 +115,6 @@ void limitClock(benchmark::State& state) {
     perPacket(state, 0);
 }
 BENCHMARK(limitClock);
-
-// --- the library ------------------------------------------------------------------------------------------------
 
 template <class Writer> void writePackets(benchmark::State& state) {
     NullSink sink;

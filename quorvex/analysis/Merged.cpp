@@ -33,17 +33,17 @@ constexpr unsigned kPortion = 0x2000;
 void forgetTick(CPacket& packet) {
     const auto forgetIn = [](auto* part) {
         if (part)
-            const_cast<std::remove_const_t<std::remove_pointer_t<decltype(part)>>*>(part)->Tick(kUnknown64);
+            part->Tick(kUnknown64);
     };
     forgetIn(contextOf<CCoreContext>(packet));
     forgetIn(contextOf<CBusContext>(packet));
     forgetIn(contextOf<CSystemContext>(packet));
     forgetIn(packetAs<CInitialState>(packet));
     forgetIn(packetAs<CTransition>(packet));
-    if (packetAs<CTimestamp>(packet))
-        static_cast<CTimestamp&>(packet).Timestamp(kUnknown64);
-    if (packetAs<CMessage>(packet))
-        static_cast<CMessage&>(packet).Timestamp(kUnknown64);
+    if (auto* timestamp = packetAs<CTimestamp>(packet))
+        timestamp->Timestamp(kUnknown64);
+    if (auto* message = packetAs<CMessage>(packet))
+        message->Timestamp(kUnknown64);
 }
 
 /// The tick of a definition that is older than the packet before it means nothing.
@@ -115,7 +115,7 @@ void Merged::Source::read(std::size_t count) try {
         const tagTCode code = packet->TraceCode();
         if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace)
             packet.reset();
-        const std::uint64_t told = packet ? CContexts().tickOf(*packet) : kUnknown64;
+        const std::uint64_t told = packet ? absoluteTickOf(*packet) : kUnknown64;
         ahead.push_back({std::move(packet), told, unpaged.lastOffset()});
     }
 } catch (const std::exception&) {

@@ -60,7 +60,9 @@ std::uint64_t TimeBase::unitsOf(std::uint64_t ticks, std::uint64_t frequency, st
     for (std::uint64_t units = 1; units < unitsPerSecond; units *= 1000)
         part = part * 1000 + nextThreeDigits(rest, frequency);
     const std::uint64_t seconds = ticks / frequency;
-    return seconds < most / unitsPerSecond ? seconds * unitsPerSecond + part : most;
+    const std::uint64_t last = most / unitsPerSecond;
+    const bool fits = seconds < last || (seconds == last && part <= most % unitsPerSecond);
+    return fits ? seconds * unitsPerSecond + part : most;
 }
 
 } // namespace Quorvex

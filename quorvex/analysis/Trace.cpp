@@ -52,7 +52,7 @@ std::string_view TracePacket::kind() const {
 }
 
 std::optional<std::uint64_t> TracePacket::tick() const {
-    const std::uint64_t tick = CContexts().tickOf(*m_packet);
+    const std::uint64_t tick = absoluteTickOf(*m_packet);
     return tick == kUnknown64 ? std::nullopt : std::optional(tick);
 }
 

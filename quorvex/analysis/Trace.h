@@ -16,6 +16,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -179,7 +180,7 @@ private:
 inline Trace trace(const FileName& file, TraceOptions options = {}) {
     return Trace({file}, options);
 }
-inline Trace trace(const std::vector<FileName>& files, TraceOptions options = {}) {
+inline Trace trace(std::initializer_list<FileName> files, TraceOptions options = {}) {
     return Trace(files, options);
 }
 /// @copydoc trace

@@ -311,7 +311,9 @@ void TraceFile::look(const CPacket& packet) {
     if (size < taken)
         addDamage(m_offset + size, m_end);
     if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace) {
-        m_isFrameOpen = code == TraceEnabled;
+        const auto* enabled = packetAs<CTraceEnabled>(packet);
+        m_isFrameOpen = enabled != nullptr;
+        m_frameEnd = enabled && enabled->FrameLen() != kUnknown64 ? m_offset + enabled->FrameLen() : 0;
         m_isEnded = !m_isFrameOpen;
     }
     const CCharStringSequence* text = textOf(packet);
@@ -335,6 +337,8 @@ void TraceFile::finish() {
     } else {
         m_report.end = m_isEnded ? TraceEnd::Complete : TraceEnd::NotMarked;
     }
+    if (m_report.end >= TraceEnd::Missing && m_frameEnd > m_size)
+        m_report.missing = m_frameEnd - m_size;
 }
 
 void TraceFile::addDamage(std::uint64_t from, std::uint64_t to) {

@@ -87,6 +87,7 @@ private:
     std::uint64_t m_end = 0;
     std::uint64_t m_size = 0;
     bool m_isFrameOpen = false;
+    std::uint64_t m_frameEnd = 0;                  ///< of the last frame, as it says; 0 where it does not
     bool m_isEnded = false;                        ///< by the end of a frame, or of the trace
     tagTCode m_textOf = Invalid;                   ///< the last packet, if text may follow that belongs to it
     bool m_breaksOff = false;                      ///< the text of the last packet does

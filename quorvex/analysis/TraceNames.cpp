@@ -32,7 +32,7 @@ public:
 
 private:
     void number(FieldMeaning meaning, const char* name, std::uint64_t value, std::size_t size) {
-        const bool canBeUnknown = factsOf(meaning).look >= FieldLook::Tick && size == sizeof value;
+        const bool canBeUnknown = factsOf(meaning).canBeUnknown && size == sizeof value;
         m_take(m_to, {meaning, name, value, !canBeUnknown || value != kUnknown64});
     }
     void bytes(FieldMeaning meaning, const char* name, const unsigned char* from, std::size_t count) {
@@ -160,10 +160,11 @@ bool CTraceNames::isOfSame(unsigned one, unsigned other) const {
 
 std::uint64_t CTraceNames::newNumber(Key key) {
     const std::uint64_t rest = key.second & ~kPart;
-    std::uint64_t number = rest | (kPart - 1);
-    // As numbers are given away from the top down, those that are in use there are in a row.
-    while (m_names.contains({key.first, number}) || m_ids.contains({key.first, number}))
+    // They are given away from the top down.
+    std::uint64_t& number = m_lastNews.try_emplace(Key(key.first, rest), rest | kPart).first->second;
+    do {
         --number;
+    } while (m_names.contains({key.first, number}));
     m_ids.emplace(Key(key.first, number), key.second);
     return number;
 }

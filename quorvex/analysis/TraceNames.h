@@ -96,8 +96,9 @@ private:
     std::map<Key, Name> m_names;
     std::map<std::tuple<unsigned, TextSort, std::uint64_t>, std::uint64_t> m_numbers;   ///< of what a process has named
     std::map<std::tuple<TextSort, std::uint64_t, std::string>, std::uint64_t> m_others; ///< by identifier and name
-    std::map<Key, std::uint64_t> m_ids; ///< behind numbers that are not the identifiers
-    std::vector<bool> m_apart;          ///< processes that are not the first one
+    std::map<Key, std::uint64_t> m_ids;      ///< behind numbers that are not the identifiers
+    std::map<Key, std::uint64_t> m_lastNews; ///< the last number of nobody's, by sort and state machine
+    std::vector<bool> m_apart;               ///< processes that are not the first one
 };
 
 } // namespace Quorvex

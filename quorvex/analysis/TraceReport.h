@@ -29,6 +29,7 @@ struct TraceReport {
     TraceDamage damage; ///< so far
     TraceEnd end = TraceEnd::Unread;
     std::uint64_t endOffset = 0;      ///< where the cut packet begins: InPacket and InText
+    std::uint64_t missing = 0;        ///< bytes that are missing at the end; 0 where the trace does not tell
     std::string cutKind;              ///< the kind of the cut packet, as FunctionEnter; empty for an unknown one
     std::uint64_t wrongTicks = 0;     ///< packets whose tick could not be and is taken as unknown
     std::uint64_t firstWrongTick = 0; ///< offset of the first of them

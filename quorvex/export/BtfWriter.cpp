@@ -102,13 +102,8 @@ public:
 
     bool show(const CPacket& packet, std::uint64_t time) {
         m_time = time;
-        bool isShown = false;
-        visitKind(packet, [&](const auto& kind) {
-            if constexpr (requires { this->take(kind); }) {
-                take(kind);
-                isShown = true;
-            }
-        });
+        const bool isShown = visitKind(
+            packet, [this](const auto& kind) requires requires { this->take(kind); } { take(kind); });
         const CCoreContext* place = isShown ? nullptr : placeOf(packet);
         if (place)
             run(*place);
@@ -149,7 +144,7 @@ private:
         if (packet.TgtFuncIdIsValid())
             enterFunction(process, packet.TgtFuncId());
         else
-            m_writer.lose("functions without a number");
+            m_writer.lose(kNoFunction);
     }
     void take(const CFunctionLeave& packet) {
         Entity* const* function = known(m_functions, m_writer.numberOf(TextSort::Function, packet.TgtFuncId()));

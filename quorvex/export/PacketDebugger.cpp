@@ -1,8 +1,8 @@
 #include "quorvex/export/PacketDebugger.h"
 
-#include "quorvex/export/Characters.h"
 #include "quorvex/export/Digits.h"
 #include "quorvex/export/ForwardAll.h"
+#include "quorvex/format/Characters.h"
 #include "quorvex/packets/Keywords.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
@@ -153,10 +153,10 @@ public:
 private:
     template <class T> void write(FieldMeaning meaning, std::string_view label, T value) {
         static_assert(std::is_integral_v<T>);
-        const FieldLook look = factsOf(meaning).look;
-        if (sizeof(T) == 8 && look >= FieldLook::Tick && value == static_cast<T>(~T{0}))
+        const FieldFacts& facts = factsOf(meaning);
+        if (sizeof(T) == 8 && facts.canBeUnknown && value == static_cast<T>(~T{0}))
             add(label, kUnknown);
-        else if (look == FieldLook::Address || look == FieldLook::Hexadecimal)
+        else if (facts.look == FieldLook::Address || facts.look == FieldLook::Hexadecimal)
             add(label, hex(value));
         else
             add(label, decimal(value));

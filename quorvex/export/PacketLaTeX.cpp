@@ -1,6 +1,6 @@
 #include "quorvex/export/PacketLaTeX.h"
 
-#include "quorvex/export/Characters.h"
+#include "quorvex/format/Characters.h"
 #include "quorvex/packets/Keywords.h"
 
 namespace Quorvex {

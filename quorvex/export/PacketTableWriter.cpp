@@ -1,9 +1,9 @@
 #include "quorvex/export/PacketTableWriter.h"
 
-#include "quorvex/export/Characters.h"
 #include "quorvex/export/Digits.h"
 #include "quorvex/export/ForwardAll.h"
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Characters.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/Keywords.h"
 
@@ -92,8 +92,6 @@ CPacketTableWriter::CPacketTableWriter(std::ostream& stream, bool withOffset, st
 
 CPacketTableWriter::~CPacketTableWriter() = default;
 
-// --- sink -------------------------------------------------------------------------------------------------------
-
 bool CPacketTableWriter::good() {
     return m_stream.good();
 }
@@ -117,8 +115,6 @@ bool CPacketTableWriter::forward(CPacket*& packet) {
 bool CPacketTableWriter::forward(std::list<CPacket*>& packets) {
     return forwardAll(*this, packets);
 }
-
-// --- page, table, rows ------------------------------------------------------------------------------------------
 
 bool CPacketTableWriter::writePageHeader(const char*) {
     return good();
@@ -282,8 +278,6 @@ bool CPacketTableWriter::writePayload(CPacket& packet) {
     return known && cells.good;
 }
 
-// --- parts of packets -------------------------------------------------------------------------------------------
-
 template <class Context> bool CPacketTableWriter::writeContext(CPacket& packet, const Context& context) {
     PayloadCells cells(*this, packet);
     Context::fields(context, cells);
@@ -411,8 +405,6 @@ bool CPacketTableWriter::writeCCharStringSequenceSaveOffset(CPacket& packet, CCh
     m_offset = saved;
     return written;
 }
-
-// --- cells ------------------------------------------------------------------------------------------------------
 
 bool CPacketTableWriter::writeRaw(std::string_view text) {
     const auto size = static_cast<std::streamsize>(text.size());

@@ -177,7 +177,6 @@ protected:
     bool writeQuoted(unsigned length, const unsigned char* bytes);
     /// A cell around characters.
     bool writeItem(unsigned span, std::string_view text);
-    std::uint64_t currentOffset() const { return m_offset; } ///< of the row that is written
 
 private:
     class PayloadCells;

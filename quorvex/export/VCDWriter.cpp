@@ -112,13 +112,8 @@ public:
 
     bool show(const CPacket& packet, std::uint64_t time) {
         m_time = time;
-        bool isShown = false;
-        visitKind(packet, [&](const auto& kind) {
-            if constexpr (requires { this->take(kind); }) {
-                take(kind);
-                isShown = true;
-            }
-        });
+        const bool isShown = visitKind(
+            packet, [this](const auto& kind) requires requires { this->take(kind); } { take(kind); });
         const CCoreContext* place = isShown ? nullptr : placeOf(packet);
         if (place)
             runs(*place);
@@ -163,7 +158,12 @@ private:
         unsigned variable = kNone;
     };
 
-    void take(const CFunctionEnter& packet) { showFunction(packet, packet.TgtFuncId(), true); }
+    void take(const CFunctionEnter& packet) {
+        if (packet.TgtFuncIdIsValid())
+            return showFunction(packet, packet.TgtFuncId(), true);
+        runs(packet);
+        m_writer.lose(kNoFunction);
+    }
     void take(const CFunctionLeave& packet) { showFunction(packet, packet.TgtFuncId(), false); }
     void take(const CProcessEnter& packet) { showProcess(packet, packet.ProcId(), true); }
     void take(const CProcessLeave& packet) { showProcess(packet, packet.ProcId(), false); }

@@ -83,7 +83,7 @@ bool CViewerWriter::put(CPacket* packet) {
 }
 
 bool CViewerWriter::showAbsolute(CPacket& packet) {
-    if (!m_names.note(packet, m_process))
+    if (!m_names.note(packet, m_process) && showsNames(factsOf(packet.TraceCode()).text))
         lose("names given anew, of which one is shown");
     if (!m_clock.note(packet))
         lose("changes of the clock's frequency");
@@ -95,10 +95,14 @@ bool CViewerWriter::showAbsolute(CPacket& packet) {
     return !m_failed;
 }
 
+bool CViewerWriter::showsNames(TextSort sort) const {
+    return std::ranges::find(m_shown, sort) != m_shown.end();
+}
+
 bool CViewerWriter::isLost(const CPacket& packet) const {
     const KindFacts& facts = factsOf(packet.TraceCode());
     if (facts.role == Role::Definition)
-        return std::ranges::find(m_shown, facts.text) == m_shown.end();
+        return !showsNames(facts.text);
     // A reader hands an empty string out by itself where it ends a definition: it says nothing.
     return facts.role == Role::Happening && (packet.TraceCode() != CharString || packet.Length() > 0);
 }

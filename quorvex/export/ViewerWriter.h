@@ -80,6 +80,9 @@ protected:
     /// Counts a loss.
     void lose(std::string_view reason);
 
+    /// What is said of enters of a function whose number is not known.
+    static constexpr char kNoFunction[] = "functions without a number";
+
     /// Where a packet that has no case tells that something runs; null if it does not.
     static const CCoreContext* placeOf(const CPacket& packet);
 
@@ -96,6 +99,7 @@ protected:
 private:
     bool showAbsolute(CPacket& packet);
     std::uint64_t timeOf(const CPacket& packet);
+    bool showsNames(TextSort sort) const;
     /// Whether the trace is poorer without the packet.
     bool isLost(const CPacket& packet) const;
     bool finish();

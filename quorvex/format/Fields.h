@@ -43,7 +43,7 @@ enum class FieldMeaning : std::uint8_t {
 enum class FieldLook : std::uint8_t {
     Decimal,
     Hexadecimal,
-    Tick,    ///< decimal, or hexadecimal for who asks for it; may be unknown, as all the following
+    Tick,    ///< decimal, or hexadecimal for who asks for it
     Address, ///< hexadecimal
     Context, ///< decimal
     Unit,    ///< decimal
@@ -52,15 +52,18 @@ enum class FieldLook : std::uint8_t {
 
 /// What is known of a meaning.
 struct FieldFacts {
-    const char* type; ///< what tables of the format call it
-    FieldLook look;   ///< how its numbers are shown
+    const char* type;  ///< what tables of the format call it
+    FieldLook look;    ///< how its numbers are shown
+    bool canBeUnknown; ///< all ones mean that it is not known
 };
 
 /// The facts of each meaning, in the order of FieldMeaning.
 inline constexpr FieldFacts kFieldFacts[] = {
-    {"tick", FieldLook::Tick},      {"address", FieldLook::Address}, {"unit", FieldLook::Context},
-    {"unit", FieldLook::Unit},      {"id", FieldLook::Hexadecimal},  {"number", FieldLook::Decimal},
-    {"number", FieldLook::Decimal}, {"length", FieldLook::Length},   {"data", FieldLook::Hexadecimal},
+    {"tick", FieldLook::Tick, true},         {"address", FieldLook::Address, true},
+    {"unit", FieldLook::Context, true},      {"unit", FieldLook::Unit, true},
+    {"id", FieldLook::Hexadecimal, false},   {"number", FieldLook::Decimal, false},
+    {"number", FieldLook::Decimal, false},   {"length", FieldLook::Length, true},
+    {"data", FieldLook::Hexadecimal, false},
 };
 static_assert(std::size(kFieldFacts) == std::size_t(FieldMeaning::Bytes) + 1);
 

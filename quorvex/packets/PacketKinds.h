@@ -11,6 +11,9 @@
 #include "quorvex/packets/StringPackets.h"
 #include "quorvex/packets/TraceControlPackets.h"
 
+#include <concepts>
+#include <utility>
+
 namespace Quorvex {
 
 /// A kind that the protocol builds from parts, as all are but CharString.
@@ -21,17 +24,24 @@ concept MadeOfParts = requires {
 
 namespace protocol {
 template <class Packet, class Visit> bool visitAs(const CPacket& packet, Visit&& visit) {
-    if constexpr (MadeOfParts<Packet>)
-        visit(static_cast<const Packet&>(packet));
-    return MadeOfParts<Packet>;
+    if constexpr (MadeOfParts<Packet>) {
+        if constexpr (std::invocable<Visit&, const Packet&>) {
+            visit(static_cast<const Packet&>(packet));
+            return true;
+        }
+    }
+    return false;
 }
 } // namespace protocol
 
 /// The packet's context of that sort, absolute or relative; null when it carries none.
 template <class Context> const Context* contextOf(const CPacket& packet);
+template <class Context> Context* contextOf(CPacket& packet) {
+    return const_cast<Context*>(contextOf<Context>(std::as_const(packet)));
+}
 
-/// Calls `visit` with the packet as the class of its type code. False, without a call, for a code that has no class and
-/// for CharString.
+/// Calls `visit` with the packet as the class of its type code. False, without a call, for a code that has no class,
+/// for CharString, and for a class that `visit` does not take.
 template <class Visit> bool visitKind(const CPacket& packet, Visit&& visit) {
     switch (packet.TraceCode()) {
 #define QUORVEX_PACKET(name)                                                                                           \

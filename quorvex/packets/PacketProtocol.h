@@ -48,6 +48,7 @@
 
 #include <iosfwd>
 #include <typeinfo>
+#include <utility>
 
 namespace Quorvex {
 
@@ -201,6 +202,9 @@ template <class Packet> const Packet* packetAs(const CPacket& packet) {
         return nullptr;
     return typeid(packet) == typeid(Packet) ? static_cast<const Packet*>(&packet)
                                             : dynamic_cast<const Packet*>(&packet);
+}
+template <class Packet> Packet* packetAs(CPacket& packet) {
+    return const_cast<Packet*>(packetAs<Packet>(std::as_const(packet)));
 }
 
 } // namespace Quorvex

@@ -1,5 +1,6 @@
 #include "quorvex/packets/StringPackets.h"
 
+#include "quorvex/format/Characters.h"
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/PacketImplementation.h"
@@ -57,8 +58,6 @@ unsigned textLength(std::uint64_t length) {
 }
 
 } // namespace
-
-// --- CCharString ------------------------------------------------------------------------------------------------
 
 CCharString::CCharString(const char* text) : CCharString() {
     if (text)
@@ -119,8 +118,6 @@ unsigned CCharString::write(char* buf, unsigned size) {
 bool CCharString::write(std::ostream& out) {
     return CPacketHeader::write(out) && writeQuietly(out, reinterpret_cast<const char*>(m_bytes.data()), Length());
 }
-
-// --- CCharStringSequence ----------------------------------------------------------------------------------------
 
 CCharStringSequencePayload& CCharStringSequencePayload::operator=(const CCharStringSequencePayload& other) {
     if (this != &other)
@@ -322,8 +319,6 @@ bool CCharStringSequence::write(std::ostream& out) const {
     } while (true);
 }
 
-// --- conversions ------------------------------------------------------------------------------------------------
-
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
@@ -347,20 +342,12 @@ template <class Unit> char32_t next(const Unit*& at) {
         ++at;
         return 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
     } else {
-        const unsigned char lead = static_cast<unsigned char>(*at++);
-        const unsigned more = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC2 ? 1 : 0;
-        char32_t c = more == 0 ? lead : lead & (0x3FU >> more);
-        for (unsigned i = 0; i < more; ++i) {
-            const unsigned char trail = static_cast<unsigned char>(at[i]);
-            if ((trail & 0xC0) != 0x80)
-                return lead;
-            c = (c << 6) | (trail & 0x3F);
-        }
-        static constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
-        if (c < kSmallest[more] || !isCharacter(c))
-            return lead;
-        at += more;
-        return c;
+        std::size_t left = 1; // of the text, as far as a character may reach
+        while (left < 4 && at[left] != 0)
+            ++left;
+        const Character character = firstCharacter({reinterpret_cast<const char*>(at), left});
+        at += character.size;
+        return character.code;
     }
 }
 

@@ -38,6 +38,11 @@ template <class Context> std::optional<Context> resolve(const CPacket& packet, c
     return std::nullopt;
 }
 
+/// A tick, which is unknown if all that a relative packet leaves as it was is.
+constexpr std::uint64_t checked(std::uint64_t tick) {
+    return tick >> 8 == kUnknown64 >> 8 ? kUnknown64 : tick;
+}
+
 /// The tick that a packet tells by itself.
 std::uint64_t ownTick(const CPacket& packet) {
     if (const auto* core = contextOf<CCoreContext>(packet))
@@ -113,12 +118,16 @@ std::optional<CSystemContext> CContexts::systemOf(const CPacket& packet) const {
 
 std::uint64_t CContexts::tickOf(const CPacket& packet) const {
     const ContextSort sort = sortOfRelative(packet.TraceCode());
-    const std::uint64_t tick =
-        sort == ContextSort::None ? ownTick(packet) : with(*this, sort, [&packet](const auto& reference) {
-            const auto context = resolve(packet, reference.context);
-            return context ? context->Tick() : kUnknown64;
-        });
-    return tick >> 8 == kUnknown64 >> 8 ? kUnknown64 : tick;
+    if (sort == ContextSort::None)
+        return absoluteTickOf(packet);
+    return checked(with(*this, sort, [&packet](const auto& reference) {
+        const auto context = resolve(packet, reference.context);
+        return context ? context->Tick() : kUnknown64;
+    }));
+}
+
+std::uint64_t absoluteTickOf(const CPacket& packet) {
+    return checked(ownTick(packet));
 }
 
 bool CContexts::repeats(const CPacket& packet) const {

@@ -80,4 +80,7 @@ private:
     Reference<CSystemContext> m_system;
 };
 
+/// The time of a packet that is not relative: CContexts::tickOf, for those who have no references.
+QUORVEX_API std::uint64_t absoluteTickOf(const CPacket& packet);
+
 } // namespace Quorvex

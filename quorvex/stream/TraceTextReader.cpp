@@ -265,9 +265,9 @@ private:
     }
 
     static bool isUnknown(FieldMeaning meaning, std::string_view word) {
-        const FieldLook look = factsOf(meaning).look;
-        return look >= FieldLook::Tick &&
-               word == (look == FieldLook::Length ? keywords::kUnknownLength : keywords::kInvalid);
+        const FieldFacts& facts = factsOf(meaning);
+        return facts.canBeUnknown &&
+               word == (facts.look == FieldLook::Length ? keywords::kUnknownLength : keywords::kInvalid);
     }
 
     static std::string digitsWord(std::size_t count) { return "0x and the hexadecimal digits of " + bytesWord(count); }

@@ -22,6 +22,9 @@ TEST(TimeBase, IsExactForAnyClock) {
         {kMost - 1, kMost, 1'000'000'000'000, 999'999'999'999},
         {12'345'678'901'234'567'890U, 18'446'744'073'709'551'557U, 1'000'000'000'000, 669'260'594'276},
         {kMost, 1, 1'000, kMost},
+        {18'446'744'073'709'551, 1'000, 1'000'000, 18'446'744'073'709'551'000U},
+        {18'446'744'073'709'552, 1, 1'000, kMost},
+        {18'446'744'073'709'551, 1, 1'000, 18'446'744'073'709'551'000U},
     };
     for (const auto& [ticks, frequency, units, expected] : cases)
         EXPECT_EQ(TimeBase::unitsOf(ticks, frequency, units), expected) << ticks << " at " << frequency;

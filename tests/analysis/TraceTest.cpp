@@ -150,7 +150,7 @@ TEST(Trace, ThrowsInFrontOfWhatIsLostIfAskedTo) {
                   trace({damaged, directory.path("none")});
               }),
               directory.path("none") + ": No such file or directory");
-    EXPECT_EQ(trace(cut).begin()->kind(), "FunctionEnter");
+    EXPECT_EQ(trace({cut}).begin()->kind(), "FunctionEnter");
     takeLog();
     logError("of the host");
     for ([[maybe_unused]] const auto& packet : trace(table)) {

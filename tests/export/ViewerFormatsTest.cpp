@@ -59,6 +59,8 @@ TEST(ViewerFormats, DropNothingSilently) {
         {std::make_shared<CEventDefine>(1, Watchpoint, "e"), "", "1 event definition packets;"},
         {std::make_shared<CEvent>(context, 1), "", "1 events;"},
         {std::make_shared<CFunctionDefine>(context, 1, "f"), "", ""},
+        {std::make_shared<CFunctionEnter>(context, ~0U), "1 functions without a number;",
+         "1 functions without a number;"},
         {std::make_shared<CFunctionUndefine>(context, 1), "", ""},
         {std::make_shared<CTypeUndefine>(context, 1), "", ""},
         {std::make_shared<CTimestamp>(1), "", ""},
@@ -71,6 +73,14 @@ TEST(ViewerFormats, DropNothingSilently) {
             EXPECT_EQ(lossesOf(*writer, *packet), losses)
                 << name << ' ' << CTCodeInfo::TCodeToName(packet->TraceCode());
         }
+    }
+    for (const ViewerFormat& format : viewerFormats()) {
+        std::ostringstream out;
+        const auto writer = format.make(out, "");
+        CTypeDefine first(context, 1, 4, "int");
+        CTypeDefine second(context, 1, 4, "long");
+        EXPECT_TRUE(writer->put(&first));
+        EXPECT_EQ(lossesOf(*writer, second), "2 types;") << "neither name is shown";
     }
     EXPECT_EQ(viewerFormat("nonsense"), nullptr);
 }

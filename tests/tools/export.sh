@@ -42,6 +42,9 @@ says '2 messages'
 head -c 100 "$(ls thread_*.qvx | head -1)" >cut
 export_to 3 cut --to vcd -o cut.vcd
 says 'the trace ends within a packet'
+export_to 1 cut --to vcd -o lost.vcd --strict
+says 'qvx: lost.vcd: cannot show what its traces lack'
+[ -e lost.vcd ] && fail 'a failed export leaves a file'
 
 # One wrong tick does not ruin the times of all: its packet, and what is relative to it, is shown at the time before
 # and told. A pause, however long, is none, nor is an old definition.
@@ -77,6 +80,7 @@ times 3 500 100 200 300 $far 600                      # the last but one
 times 3 500 100 $far 200 - $((2 * far)) 300 400 500 600 # two of them
 times 3 500 100 s$far r1 r2 - r3 s300 r0 400 600      # a reference
 says '3 packets shown'
+export_to 1 times.txt --to vcd -f -o times.vcd --strict
 times 0 $((far - 100)) 100 200 $far                   # the last: nothing contradicts it
 times 0 $((far - 100)) 100 200 $((far - 9)) $((far - 5)) $far
 times 0 $((far - 100)) 100 $((far - 1)) d150 d160 d170 $far

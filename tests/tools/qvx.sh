@@ -68,6 +68,14 @@ Offset		Description 	TCode 	Length 	packet payload
 '
 expect 0 "$parsable" '' "$qvx" dump --parsable --hex-tick --limit 2 trace
 
+# Clocks that differ are told.
+printf '\tTimestamp\t20\t5\t1\t100\n\tTimestamp\t20\t9\t2\t%d\n' 100 >alike
+printf '\tTimestamp\t20\t5\t1\t100\n\tTimestamp\t20\t9\t2\t%d\n' 200 >unlike
+expect 0 - '' "$qvx" alike
+grep -q '^Duration:  0.040000000 s (4 ticks at 100 a second)$' out || { cat out; fail 'the duration by one clock'; }
+expect 0 - '' "$qvx" unlike
+grep -q ' at 100 a second; not all clocks of the trace are like that)$' out || { cat out; fail 'two clocks'; }
+
 # Damage: an unknown kind in the middle, a cut packet at the end. What is whole is shown, and one line tells of the rest.
 { head -c 18 trace; printf '\x06\x02ab\x06\0'; tail -c +19 trace; tail -c +19 trace | head -c 70; } >damaged
 missing='of what a program recorded, at most the last 262144 bytes'
@@ -81,8 +89,9 @@ printf '\x10\x18' >lone
 expect 3 - "qvx: lone: offset 0: the trace ends within a packet of kind ExecInsn; $missing are missing
 " "$qvx" lone
 : >empty
-expect 0 - '' "$qvx" empty
-grep -q '^Packets:   0$' out || { cat out; fail 'an empty trace'; }
+expect 0 - 'qvx: empty: is empty; a program that records it has not written yet, or was killed before
+' "$qvx" empty
+grep -q '^Packets:   0$' out && grep -q '^End:       not marked; the file is empty$' out || { cat out; fail 'an empty trace'; }
 
 expect 1 '' 'qvx: missing: No such file or directory
 ' "$qvx" missing
@@ -212,6 +221,18 @@ head -c 18 framed >mapped
 run 0 info mapped >out
 says 'qvx: mapped: the program that records it still runs or was killed; nothing is missing'
 grep -q '^End:       the program that records it still runs' out && grep -q '^Size:      82 bytes' out || { cat out; fail 'a mapped trace'; }
+for form in '' --paged --relative; do
+    # shellcheck disable=SC2086
+    run 0 convert mapped $form -f -o whole.qvx
+    run 0 info whole.qvx >out
+    grep -q '^End:       complete' out && grep -q ' TraceDisabled$' out || { cat out; fail "a mapped trace converted $form"; }
+done
+# A frame that tells its length tells how much is missing.
+run 0 convert framed -o told.qvx
+head -c 60 told.qvx >told
+run 3 info told >out
+size=$(wc -c <told.qvx)
+grep -qF "the last $((size - 60)) bytes are missing" out || { cat out; fail "what is missing of $size bytes"; }
 
 # Texts without an end: a conversion gives them one. Where the trace ends, that is told.
 x() { printf '\x7e\xff%255s' x; }

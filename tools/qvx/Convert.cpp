@@ -54,11 +54,11 @@ public:
     explicit FrameWriter(CTraceSinkBuffer& target) : CTraceWriterPlain(target), m_sink(target) {}
 
     bool put(CPacket* packet) override {
-        const auto* enabled = packetAs<CTraceEnabled>(*packet);
+        auto* enabled = packetAs<CTraceEnabled>(*packet);
         const bool told = enabled && enabled->FrameLen() != kUnknown64;
         const auto frame = told ? OpenFrame(tellp(), *enabled) : OpenFrame();
         if (told)
-            static_cast<CTraceEnabled*>(packet)->FrameLen(kUnknown64);
+            enabled->FrameLen(kUnknown64);
         if (!CTraceWriterPlain::put(packet))
             return false;
         if (enabled)
@@ -203,6 +203,9 @@ private:
             ++m_packets;
             write(input, std::move(packet));
         }
+        // Of a program that was killed nothing is missing but the end, nor is anything missing in what is written.
+        if (input.report().end == TraceEnd::Recording)
+            write(input, PacketPointer(new CTraceDisabled));
     }
 
     void write(const TraceInput& input, PacketPointer packet) {

@@ -75,12 +75,14 @@ ExitCode exportTo(ExportOptions& options) {
     const std::string losses = listOf(writer->losses());
     if (options.strict && !losses.empty())
         throw Failure(target.name(), "cannot show " + losses);
+    ExitCode exitCode = reportDamage(merged);
+    if (options.strict && exitCode != Done)
+        throw Failure(target.name(), "cannot show what its traces lack");
     if (save)
         save->write(target.name(), dynamic_cast<const CVCDWriter&>(*writer));
     target.commit();
     if (save)
         save->commit();
-    ExitCode exitCode = reportDamage(merged);
     if (!losses.empty()) {
         tell(fmt::format("{}: not shown as in the trace: {}", target.name(), losses));
         exitCode = DoneWithLoss;

@@ -48,6 +48,7 @@ private:
     std::uint64_t m_firstTick = kUnknown64;
     std::uint64_t m_lastTick = 0;
     TimeBase m_clock;
+    bool m_clocksDiffer = false;
     CContexts m_contexts;
     std::set<std::uint32_t> m_cores;
     std::set<std::uint32_t> m_threads;
@@ -73,7 +74,7 @@ void Summary::addContexts(const CPacket& packet) {
         m_cores.insert(core->HWCtx());
         m_threads.insert(core->SWCtx());
     }
-    m_clock.note(packet);
+    m_clocksDiffer = !m_clock.note(packet) || m_clocksDiffer;
 }
 
 void Summary::addFunction(const CPacket& packet) {
@@ -106,8 +107,8 @@ std::string Summary::duration() const {
     if (frequency == 0)
         return fmt::format("{} ticks", ticks);
     const std::uint64_t time = TimeBase::unitsOf(ticks, frequency, kNanoseconds);
-    return fmt::format("{}.{:09} s ({} ticks at {} a second)", time / kNanoseconds, time % kNanoseconds, ticks,
-                       frequency);
+    return fmt::format("{}.{:09} s ({} ticks at {} a second{})", time / kNanoseconds, time % kNanoseconds, ticks,
+                       frequency, m_clocksDiffer ? "; not all clocks of the trace are like that" : "");
 }
 
 std::string list(const std::set<std::uint32_t>& numbers) {

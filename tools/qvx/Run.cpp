@@ -1,6 +1,6 @@
 #include "Arguments.h"
 #include "Verbs.h"
-#include "quorvex/export/Characters.h"
+#include "quorvex/format/Characters.h"
 
 #include <fmt/format.h>
 

@@ -14,12 +14,21 @@ using namespace Quorvex;
 
 namespace {
 
-/// What a program that is killed has not written yet, if it records in the usual way.
-const std::string kMissing = fmt::format("of what a program recorded, at most the last {} bytes", kPageSize);
 constexpr char kAllThere[] = "the program that records it still runs or was killed; nothing is missing";
 
 const char* plural(std::uint64_t count) {
     return count == 1 ? "" : "s";
+}
+
+/// What a trace without its end lacks: what its frame says, or what a program that was killed has not written yet, if
+/// it recorded in the usual way.
+std::string missing(const TraceReport& report) {
+    return report.missing > 0 ? fmt::format("the last {} bytes", report.missing)
+                              : fmt::format("of what a program recorded, at most the last {} bytes", kPageSize);
+}
+
+bool isEmpty(const TraceFile& input) {
+    return input.report().end == TraceEnd::NotMarked && input.size() == 0;
 }
 
 /// What a cut trace ends within.
@@ -47,15 +56,19 @@ ExitCode tellDamage(const TraceFile& input) {
         tell(fmt::format("{}: {}", report.file, kAllThere));
         break;
     case TraceEnd::Missing:
-        tell(fmt::format("{}: the end of the trace is missing; {}", report.file, kMissing));
+        tell(fmt::format("{}: the end of the trace is missing; {}", report.file, missing(report)));
         break;
     case TraceEnd::InPacket:
     case TraceEnd::InText:
         tell(fmt::format("{}: offset {}: the trace ends within {}; {} are missing", report.file, report.endOffset,
-                         cutIn(report), kMissing));
+                         cutIn(report), missing(report)));
+        break;
+    case TraceEnd::NotMarked:
+        if (isEmpty(input))
+            tell(fmt::format("{}: is empty; a program that records it has not written yet, or was killed before",
+                             report.file));
         break;
     case TraceEnd::Unread:
-    case TraceEnd::NotMarked:
     case TraceEnd::Complete:
         break;
     }
@@ -74,15 +87,16 @@ std::string TraceInput::ending() const {
     case TraceEnd::Recording:
         return kAllThere;
     case TraceEnd::Missing:
-        return fmt::format("missing; {}", kMissing);
+        return fmt::format("missing; {}", missing(report()));
     case TraceEnd::InPacket:
     case TraceEnd::InText:
-        return fmt::format("offset {}, within {}; {} are missing", report().endOffset, cutIn(report()), kMissing);
+        return fmt::format("offset {}, within {}; {} are missing", report().endOffset, cutIn(report()),
+                           missing(report()));
     case TraceEnd::Unread:
     case TraceEnd::NotMarked:
         break;
     }
-    return "not marked";
+    return isEmpty(*this) ? "not marked; the file is empty" : "not marked";
 }
 
 ExitCode TraceInput::reportDamage() const {
