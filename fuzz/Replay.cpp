@@ -48,7 +48,7 @@ void writeSeeds(const fs::path& directory) {
         all += bytes;
         rows.put(std::unique_ptr<CPacket>(sample.make()).get());
     }
-    for (const char* target : {"reader", "pages", "compressor", "table", "viewers", "verbs"}) {
+    for (const char* target : {"reader", "cursor", "pages", "compressor", "table", "viewers", "verbs"}) {
         write(target, "samples", all);
         for (std::size_t at = 0; at < all.size(); at += 200)
             write(target, "part" + std::to_string(at), all.substr(at, 200));

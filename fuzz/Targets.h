@@ -12,6 +12,7 @@ namespace Quorvex::fuzz {
 
 void packet(const std::string& data);
 void reader(const std::string& data);
+void cursor(const std::string& data);
 void pages(const std::string& data);
 void compressor(const std::string& data);
 void text(const std::string& data);
@@ -23,8 +24,9 @@ void verbs(const std::string& data);
 using Target = void (*)(const std::string& data);
 
 inline constexpr std::pair<const char*, Target> kTargets[] = {
-    {"packet", packet}, {"reader", reader},   {"pages", pages},           {"compressor", compressor}, {"text", text},
-    {"table", table},   {"viewers", viewers}, {"signalMask", signalMask}, {"verbs", verbs},
+    {"packet", packet},         {"reader", reader}, {"cursor", cursor}, {"pages", pages},
+    {"compressor", compressor}, {"text", text},     {"table", table},   {"viewers", viewers},
+    {"signalMask", signalMask}, {"verbs", verbs},
 };
 
 /// Ends the program with a message where a property does not hold.

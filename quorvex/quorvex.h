@@ -43,6 +43,7 @@
 #include "quorvex/stream/FileKind.h"
 #include "quorvex/stream/TraceBufferState.h"
 #include "quorvex/stream/TraceCompressor.h"
+#include "quorvex/stream/TraceCursor.h"
 #include "quorvex/stream/TraceDecompressor.h"
 #include "quorvex/stream/TraceFileWriter.h"
 #include "quorvex/stream/TraceQueue.h"

@@ -61,13 +61,6 @@ private:
     unsigned m_portion;
 };
 
-/// The reader, which here also tells how much of a cut packet it holds.
-class Reader : public CTraceReaderPlain {
-public:
-    using CTraceReaderPlain::CTraceReaderPlain;
-    using CTraceReaderPlain::remain;
-};
-
 /// Whether a page behind the first one, which is destroyed, is part of a trace. Of a long file so many are looked at.
 bool hasTracePage(std::istream& file) {
     constexpr std::uint64_t kMostPages = 64;
@@ -85,12 +78,6 @@ bool hasTracePage(std::istream& file) {
             return true;
     }
     return false;
-}
-
-/// Whether the text of a packet, which takes so many bytes of the trace, has no end there: its last CharString packet
-/// is full, and none follows. When it is written it gets one.
-bool breaksOff(const CPacket& packet, const CCharStringSequence* text, std::uint64_t taken) {
-    return text && text->length() > 0 && text->length() % kCharStringMax == 0 && packet.StreamSize() > taken;
 }
 
 } // namespace
@@ -144,15 +131,13 @@ private:
 };
 
 struct TraceFile::Binary {
-    Binary(std::unique_ptr<CTraceSourceBuffer> bytes, std::uint64_t begin)
-        : source(std::move(bytes)), from(begin), reader(*source) {}
+    Binary(std::unique_ptr<CTraceSourceBuffer> bytes, std::uint64_t begin, const CContexts& contexts)
+        : source(std::move(bytes)), cursor(*source, begin, contexts) {}
 
-    std::uint64_t position() { return from + reader.position(); }
     bool hasFailed() { return !source->good() && !source->eof(); }
 
     std::unique_ptr<CTraceSourceBuffer> source;
-    std::uint64_t from; ///< where in the trace the reader has begun
-    Reader reader;
+    CTraceCursor cursor;
     bool isJoined = false; ///< with a page file
 };
 
@@ -160,6 +145,8 @@ struct TraceFile::Table {
     explicit Table(std::istream& stream) : reader(stream, false) {}
 
     TraceTextReader reader;
+    std::string bytes; ///< of the last packet, in the binary form
+    std::optional<CTraceCursor> cursor;
 };
 
 TraceFile::TraceFile(std::string path, std::istream* stream) : m_stream(stream) {
@@ -216,7 +203,7 @@ void TraceFile::open() {
 
 void TraceFile::openBinary() {
     if (!m_isRegular) {
-        m_open = std::make_unique<Binary>(std::make_unique<CTraceSourceBufferStream>(m_input->stream()), 0);
+        m_open = std::make_unique<Binary>(std::make_unique<CTraceSourceBufferStream>(m_input->stream()), 0, m_contexts);
         return;
     }
     auto file = std::make_unique<PortionedFile>(m_portion);
@@ -227,7 +214,7 @@ void TraceFile::openBinary() {
     if (!file->good())
         failToRead();
     const bool isJoined = file->is_joined();
-    m_open = std::make_unique<Binary>(std::move(file), m_end);
+    m_open = std::make_unique<Binary>(std::move(file), m_end, m_contexts);
     m_open->isJoined = isJoined;
 }
 
@@ -236,7 +223,14 @@ bool TraceFile::pause() {
         return m_report.end != TraceEnd::Unread;
     if (m_input)
         m_input->pause();
+    if (m_open)
+        m_contexts = m_open->cursor.contexts();
     m_open.reset();
+    m_cursor = nullptr;
+    m_before = m_report.damage;
+    if (m_isAhead)
+        m_end = m_offset;
+    m_isAhead = false;
     return true;
 }
 
@@ -273,63 +267,77 @@ PacketPointer TraceFile::nextOfTable() {
 }
 
 PacketPointer TraceFile::next() {
-    if (m_report.end != TraceEnd::Unread)
-        return nullptr;
     if (m_table)
-        return nextOfTable();
+        return m_report.end == TraceEnd::Unread ? nextOfTable() : nullptr;
+    if (!m_isAhead && !advance())
+        return nullptr;
+    m_isAhead = true; // should memory be short
+    PacketPointer packet(m_cursor->packet());
+    m_isAhead = false;
+    return packet;
+}
+
+bool TraceFile::advance() {
+    if (m_report.end != TraceEnd::Unread)
+        return false;
+    if (m_table)
+        return advanceInTable();
     if (!m_open)
         openBinary();
-    Reader& reader = m_open->reader;
-    while (true) {
-        m_offset = m_open->position();
-        PacketPointer packet(reader.get());
-        m_end = m_open->position();
-        if (packet) {
-            look(*packet);
-            return packet;
-        }
-        // The reader has stepped over a packet that it could not build. Where it has not moved, skip() may help; if
-        // not, what is left is a cut packet.
-        if (m_end == m_offset && m_open->hasFailed())
-            failToRead();
-        if (m_end == m_offset && !reader.skip())
-            break;
-        m_end = m_open->position();
-        addDamage(m_offset, m_end);
+    CTraceCursor& cursor = m_open->cursor;
+    m_cursor = &cursor;
+    const bool isThere = cursor.next();
+    const bool isDamaged = noteDamage();
+    m_offset = isThere ? cursor.offset() : cursor.end();
+    m_end = cursor.end();
+    if (isThere) {
+        look();
+        return true;
+    }
+    if (isDamaged) {
         m_breaksOff = false;
         m_textOf = Invalid;
     }
+    if (m_open->hasFailed())
+        failToRead();
     finish();
     m_open.reset();
-    return nullptr;
+    m_cursor = nullptr;
+    return false;
 }
 
-void TraceFile::look(const CPacket& packet) {
-    const tagTCode code = packet.TraceCode();
-    const std::uint64_t size = packet.StreamSize();
-    const std::uint64_t taken = m_end - m_offset;
-    if (size < taken)
-        addDamage(m_offset + size, m_end);
+bool TraceFile::advanceInTable() {
+    const PacketPointer packet = nextOfTable();
+    if (!packet)
+        return false;
+    std::string& bytes = m_table->bytes;
+    bytes.resize(packet->StreamSize());
+    packet->write(bytes.data(), static_cast<unsigned>(bytes.size()));
+    const CContexts contexts = m_table->cursor ? m_table->cursor->contexts() : CContexts();
+    m_cursor = &m_table->cursor.emplace(bytes, m_offset, contexts);
+    return m_table->cursor->next();
+}
+
+void TraceFile::look() {
+    const tagTCode code = m_cursor->TraceCode();
     if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace) {
-        const auto* enabled = packetAs<CTraceEnabled>(packet);
-        m_isFrameOpen = enabled != nullptr;
+        const auto enabled = m_cursor->as<CTraceEnabled>();
+        m_isFrameOpen = enabled.has_value();
         m_frameEnd = enabled && enabled->FrameLen() != kUnknown64 ? m_offset + enabled->FrameLen() : 0;
         m_isEnded = !m_isFrameOpen;
     }
-    const CCharStringSequence* text = textOf(packet);
-    m_breaksOff = breaksOff(packet, text, taken);
-    m_textOf = m_breaksOff || (text && text->empty()) ? code : Invalid;
+    m_breaksOff = m_cursor->textState() == CTraceCursor::Text::Open;
+    m_textOf = m_breaksOff || m_cursor->textState() == CTraceCursor::Text::Absent ? code : Invalid;
 }
 
 void TraceFile::finish() {
-    const unsigned left = m_open->reader.remain();
-    const tagTCode code = m_open->reader.peek();
-    m_size = m_offset + left;
+    const tagTCode code = m_cursor->cutCode();
+    m_size = m_offset + m_cursor->left();
     m_report.endOffset = m_offset;
     if (m_breaksOff || (m_textOf != Invalid && code == CharString)) {
         m_report.end = TraceEnd::InText;
         m_report.cutKind = CTCodeInfo::TCodeToName(m_textOf);
-    } else if (left > 0) {
+    } else if (m_cursor->left() > 0) {
         m_report.end = TraceEnd::InPacket;
         m_report.cutKind = CTCodeInfo::TCodeIsValid(code) ? CTCodeInfo::TCodeToName(code) : "";
     } else if (m_isFrameOpen) {
@@ -341,14 +349,16 @@ void TraceFile::finish() {
         m_report.missing = m_frameEnd - m_size;
 }
 
-void TraceFile::addDamage(std::uint64_t from, std::uint64_t to) {
+bool TraceFile::noteDamage() {
+    const TraceDamage& own = m_cursor->damage();
     TraceDamage& damage = m_report.damage;
+    if (m_before.bytes + own.bytes == damage.bytes)
+        return false;
     if (damage.places == 0)
-        damage.first = from;
-    if (m_damageEnd != from)
-        ++damage.places;
-    m_damageEnd = to;
-    damage.bytes += to - from;
+        damage.first = own.first;
+    damage.places = m_before.places + own.places;
+    damage.bytes = m_before.bytes + own.bytes;
+    return true;
 }
 
 } // namespace Quorvex

@@ -3,6 +3,7 @@
 #include "quorvex/analysis/TraceReport.h"
 #include "quorvex/format/Packet.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/stream/TraceCursor.h"
 #include "quorvex/stream/TraceTextReader.h"
 
 #include <cstdint>
@@ -35,7 +36,12 @@ public:
     TraceFile& operator=(const TraceFile&) = delete;
     virtual ~TraceFile();
 
-    /// The next packet; null at the end.
+    /// Goes to the next packet, which cursor() then shows; false at the end.
+    bool advance();
+    /// The packet that advance() has gone to, where it stands; for a table, in the binary form of its row. Holds until
+    /// the next one is asked for, or pause().
+    const CTraceCursor& cursor() const { return *m_cursor; }
+    /// The next packet as an object; null at the end.
     PacketPointer next();
     /// Where the packet that next() gave begins. In a table, where it would in the binary form of what has been read.
     std::uint64_t offset() const { return m_offset; }
@@ -68,13 +74,15 @@ private:
     [[noreturn]] void fail(std::string reason) const;
     [[noreturn]] void failToRead() const;
     PacketPointer nextOfTable();
+    bool advanceInTable();
     /// Counts the rows of the table that could not be read and that stand before what is at m_end.
     void noteRows();
-    /// Takes note of what tells whether the trace is cut, and whether the packet was longer than what it holds.
-    void look(const CPacket& packet);
+    /// Takes note of what of the packet tells whether the trace is cut.
+    void look();
     /// Looks at what is left behind the last packet.
     void finish();
-    void addDamage(std::uint64_t from, std::uint64_t to);
+    /// Takes over what the cursor has stepped over by now; whether that has become more.
+    bool noteDamage();
 
     TraceReport m_report;
     std::istream* m_stream;         ///< that is read in place of a file, or null
@@ -82,16 +90,19 @@ private:
     std::unique_ptr<Input> m_input; ///< the open file, but for a trace in a regular one
     std::unique_ptr<Binary> m_open; ///< the reader of a trace, and the open file; null while paused, and at the end
     std::unique_ptr<Table> m_table;
+    const CTraceCursor* m_cursor = nullptr; ///< that of either
+    bool m_isAhead = false;                 ///< advance() has gone to a packet that next() could not make
+    TraceDamage m_before;                   ///< what had been stepped over before the last pause,
+    CContexts m_contexts;                   ///< and what relative packets were relative to
     unsigned m_portion = ~0U;
     std::uint64_t m_offset = 0;
     std::uint64_t m_end = 0;
     std::uint64_t m_size = 0;
     bool m_isFrameOpen = false;
-    std::uint64_t m_frameEnd = 0;                  ///< of the last frame, as it says; 0 where it does not
-    bool m_isEnded = false;                        ///< by the end of a frame, or of the trace
-    tagTCode m_textOf = Invalid;                   ///< the last packet, if text may follow that belongs to it
-    bool m_breaksOff = false;                      ///< the text of the last packet does
-    std::uint64_t m_damageEnd = ~std::uint64_t{0}; ///< where the last damaged place ends
+    std::uint64_t m_frameEnd = 0; ///< of the last frame, as it says; 0 where it does not
+    bool m_isEnded = false;       ///< by the end of a frame, or of the trace
+    tagTCode m_textOf = Invalid;  ///< the last packet, if text may follow that belongs to it
+    bool m_breaksOff = false;     ///< the text of the last packet does
 };
 
 } // namespace Quorvex

@@ -78,12 +78,6 @@ constexpr std::uint64_t kPart = 0xFFFFFFFF;
 
 } // namespace
 
-const CCharStringSequence* textOf(const CPacket& packet) {
-    const CCharStringSequence* text = nullptr;
-    visitKind(packet, [&text](const auto& kind) { text = kind.text(); });
-    return text;
-}
-
 void detail::eachNumber(const CPacket& packet, void (*take)(void*, const NumberField&), void* to) {
     Numbers numbers(take, to);
     visitKind(packet, [&numbers](const auto& kind) { kind.visitParts(numbers); });

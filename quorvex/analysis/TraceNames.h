@@ -16,11 +16,6 @@
 
 namespace Quorvex {
 
-class CCharStringSequence;
-
-/// The text behind a packet; null for a kind that has none.
-QUORVEX_API const CCharStringSequence* textOf(const CPacket& packet);
-
 /// A field of a packet as a number.
 struct NumberField {
     FieldMeaning meaning; ///< what it tells

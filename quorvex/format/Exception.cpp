@@ -103,4 +103,10 @@ HRESULT CQVXException::HResultFromException(const CQVXException& exception) {
     return FAILED(exception.m_code) ? static_cast<HRESULT>(exception.m_code) : exception.row().result;
 }
 
+bool isOutOfMemory(const std::exception& exception) {
+    const auto* own = dynamic_cast<const CQVXException*>(&exception);
+    return own ? CQVXException::HResultFromException(*own) == E_OUTOFMEMORY
+               : dynamic_cast<const std::bad_alloc*>(&exception) != nullptr;
+}
+
 } // namespace Quorvex

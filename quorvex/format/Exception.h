@@ -50,4 +50,7 @@ private:
     char* m_text = nullptr;
 };
 
+/// Whether an exception tells that memory was short: the library's own, or std::bad_alloc.
+QUORVEX_API bool isOutOfMemory(const std::exception& exception);
+
 } // namespace Quorvex

@@ -24,6 +24,12 @@ template <class Context> const Context* contextOf(const CPacket& packet) {
     }
 }
 
+const CCharStringSequence* textOf(const CPacket& packet) {
+    const CCharStringSequence* text = nullptr;
+    visitKind(packet, [&text](const auto& kind) { text = kind.text(); });
+    return text;
+}
+
 template const CCoreContext* contextOf(const CPacket& packet);
 template const CRelCoreContext* contextOf(const CPacket& packet);
 template const CBusContext* contextOf(const CPacket& packet);

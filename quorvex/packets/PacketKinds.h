@@ -53,6 +53,9 @@ template <class Visit> bool visitKind(const CPacket& packet, Visit&& visit) {
     }
 }
 
+/// The text behind a packet; null for a kind that has none.
+QUORVEX_API const CCharStringSequence* textOf(const CPacket& packet);
+
 extern template QUORVEX_API const CCoreContext* contextOf(const CPacket& packet);
 extern template QUORVEX_API const CRelCoreContext* contextOf(const CPacket& packet);
 extern template QUORVEX_API const CBusContext* contextOf(const CPacket& packet);

@@ -71,10 +71,20 @@ struct NoPayload {
     template <class Self, class Visitor> static constexpr void fields(Self&, Visitor&) {}
 };
 
+/// The parts of a packet in wire order: its context, then its payloads.
+template <class... Part> struct PartList {};
+/// Those of a list and one more, if it is one.
+template <class List, class Payload> struct PartsWith;
+template <class... Part, class Payload> struct PartsWith<PartList<Part...>, Payload> {
+    using type = PartList<Part..., Payload>;
+};
+template <class... Part> struct PartsWith<PartList<Part...>, NoPayload> { using type = PartList<Part...>; };
+
 /// Header and context: where every packet class begins.
 template <class ContextPart> class QUORVEX_TEMPLATE_API ContextPacket : public CPacket, public ContextPart {
 public:
     using Context = ContextPart;             ///< where and when it happened
+    using Parts = PartList<Context>;         ///< what it consists of
     static constexpr bool kVariable = false; ///< the size of the payload may change
     static constexpr std::uint8_t Len() { return Context::Len(); }
 
@@ -109,6 +119,8 @@ template <const ReadRules& Rules, class Base, class Payload = NoPayload>
 class QUORVEX_TEMPLATE_API PacketOf : public Base, public Payload {
 public:
     using typename Base::Context;
+    /// What it consists of.
+    using Parts = typename PartsWith<typename Base::Parts, Payload>::type;
     /// The size of the payload may change.
     static constexpr bool kVariable = Base::kVariable || VariablePart<Payload>;
 

@@ -12,14 +12,17 @@ namespace {
 /// What goes with a context: its relative form, and the sync packet that tells it.
 template <class Context> struct FormsOf;
 template <> struct FormsOf<CCoreContext> {
+    static constexpr ContextSort kSort = ContextSort::Core;
     using Relative = CRelCoreContext;
     using Told = CSync;
 };
 template <> struct FormsOf<CBusContext> {
+    static constexpr ContextSort kSort = ContextSort::Bus;
     using Relative = CRelBusContext;
     using Told = CBusSync;
 };
 template <> struct FormsOf<CSystemContext> {
+    static constexpr ContextSort kSort = ContextSort::System;
     using Relative = CRelSystemContext;
     using Told = CSystemSync;
 };
@@ -29,18 +32,13 @@ ContextSort sortOf(const CPacket& packet) {
     return sync != ContextSort::None ? sync : sortOfAbsolute(packet.TraceCode());
 }
 
-template <class Context> std::optional<Context> resolve(const CPacket& packet, const Context& reference) {
+template <class Context> std::optional<Context> contextAfter(const CPacket& packet, const Context& reference) {
     using Relative = typename FormsOf<Context>::Relative;
     if (const auto* context = contextOf<Context>(packet))
         return *context;
     if (const auto* relative = contextOf<Relative>(packet))
         return Relative::createAbsolute(reference, *relative);
     return std::nullopt;
-}
-
-/// A tick, which is unknown if all that a relative packet leaves as it was is.
-constexpr std::uint64_t checked(std::uint64_t tick) {
-    return tick >> 8 == kUnknown64 >> 8 ? kUnknown64 : tick;
 }
 
 /// The tick that a packet tells by itself.
@@ -105,29 +103,49 @@ bool CContexts::knows(ContextSort sort) const {
 }
 
 std::optional<CCoreContext> CContexts::coreOf(const CPacket& packet) const {
-    return resolve(packet, m_core.context);
+    return contextAfter(packet, m_core.context);
 }
 
 std::optional<CBusContext> CContexts::busOf(const CPacket& packet) const {
-    return resolve(packet, m_bus.context);
+    return contextAfter(packet, m_bus.context);
 }
 
 std::optional<CSystemContext> CContexts::systemOf(const CPacket& packet) const {
-    return resolve(packet, m_system.context);
+    return contextAfter(packet, m_system.context);
 }
+
+template <class Context>
+std::optional<typename Context::Values> CContexts::resolve(tagTCode code, const char* payload) const {
+    using Relative = typename FormsOf<Context>::Relative;
+    const KindFacts& facts = factsOf(code);
+    if (facts.context != FormsOf<Context>::kSort)
+        return std::nullopt;
+    if (!facts.isRelative) {
+        Context context;
+        decodePart(context, payload, Context::Len());
+        return context.values();
+    }
+    Relative relative;
+    decodePart(relative, payload, Relative::Len());
+    return Relative::createAbsolute(reference<Context>().context, relative).values();
+}
+
+template std::optional<CCoreContext::Values> CContexts::resolve<CCoreContext>(tagTCode, const char*) const;
+template std::optional<CBusContext::Values> CContexts::resolve<CBusContext>(tagTCode, const char*) const;
+template std::optional<CSystemContext::Values> CContexts::resolve<CSystemContext>(tagTCode, const char*) const;
 
 std::uint64_t CContexts::tickOf(const CPacket& packet) const {
     const ContextSort sort = sortOfRelative(packet.TraceCode());
     if (sort == ContextSort::None)
         return absoluteTickOf(packet);
-    return checked(with(*this, sort, [&packet](const auto& reference) {
-        const auto context = resolve(packet, reference.context);
+    return checkedTick(with(*this, sort, [&packet](const auto& reference) {
+        const auto context = contextAfter(packet, reference.context);
         return context ? context->Tick() : kUnknown64;
     }));
 }
 
 std::uint64_t absoluteTickOf(const CPacket& packet) {
-    return checked(ownTick(packet));
+    return checkedTick(ownTick(packet));
 }
 
 bool CContexts::repeats(const CPacket& packet) const {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <type_traits>
 
 namespace Quorvex {
 
@@ -46,6 +47,8 @@ public:
     std::optional<CBusContext> busOf(const CPacket& packet) const;
     /// The same for packets of the system.
     std::optional<CSystemContext> systemOf(const CPacket& packet) const;
+    /// The same of a packet that is given as its bytes, for the three absolute contexts.
+    template <class Context> std::optional<typename Context::Values> resolve(tagTCode code, const char* payload) const;
     /// The time of a packet: the tick of its context, or of a field of its own (timestamps, messages, states of state
     /// machines). kUnknown64 when it has none.
     std::uint64_t tickOf(const CPacket& packet) const;
@@ -72,6 +75,14 @@ private:
         bool known = false;
     };
 
+    template <class Context> const Reference<Context>& reference() const {
+        if constexpr (std::is_same_v<Context, CCoreContext>)
+            return m_core;
+        else if constexpr (std::is_same_v<Context, CBusContext>)
+            return m_bus;
+        else
+            return m_system;
+    }
     /// Calls `use` with the reference of a sort; for none gives the value that is false.
     template <class Self, class Use> static auto with(Self& self, ContextSort sort, Use&& use);
 
@@ -79,6 +90,18 @@ private:
     Reference<CBusContext> m_bus;
     Reference<CSystemContext> m_system;
 };
+
+extern template QUORVEX_API std::optional<CCoreContext::Values> CContexts::resolve<CCoreContext>(tagTCode,
+                                                                                                 const char*) const;
+extern template QUORVEX_API std::optional<CBusContext::Values> CContexts::resolve<CBusContext>(tagTCode,
+                                                                                               const char*) const;
+extern template QUORVEX_API std::optional<CSystemContext::Values> CContexts::resolve<CSystemContext>(tagTCode,
+                                                                                                     const char*) const;
+
+/// A tick as it is to be taken: unknown, if its upper seven bytes are all ones.
+constexpr std::uint64_t checkedTick(std::uint64_t tick) {
+    return tick >> 8 == kUnknown64 >> 8 ? kUnknown64 : tick;
+}
 
 /// The time of a packet that is not relative: CContexts::tickOf, for those who have no references.
 QUORVEX_API std::uint64_t absoluteTickOf(const CPacket& packet);

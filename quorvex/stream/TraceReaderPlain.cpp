@@ -8,21 +8,9 @@
 #include <cstring>
 #include <exception>
 #include <istream>
-#include <new>
 #include <streambuf>
 
 namespace Quorvex {
-
-namespace {
-
-/// Whether memory was short for a packet, which is not the fault of its bytes.
-bool isOutOfMemory(const std::exception& exception) {
-    const auto* own = dynamic_cast<const CQVXException*>(&exception);
-    return own ? CQVXException::HResultFromException(*own) == E_OUTOFMEMORY
-               : dynamic_cast<const std::bad_alloc*>(&exception) != nullptr;
-}
-
-} // namespace
 
 /// The next packet and its text as a stream, for the one that no block can hold. It shows one packet of the run at a
 /// time, and only whole ones.

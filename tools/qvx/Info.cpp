@@ -16,7 +16,9 @@
 #include <array>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
+#include <utility>
 
 namespace qvx {
 
@@ -27,7 +29,7 @@ using namespace Quorvex;
 /// All that one pass over a trace tells.
 class Summary {
 public:
-    void add(const CPacket& packet, std::uint64_t from, std::uint64_t to);
+    void add(const CTraceCursor& packet);
     void print(std::ostream& out, const TraceInput& input) const;
 
 private:
@@ -37,8 +39,9 @@ private:
     };
 
     void addTick(std::uint64_t tick);
-    void addContexts(const CPacket& packet);
-    void addFunction(const CPacket& packet);
+    void addTime(const CTraceCursor& packet);
+    void addPlace(const CTraceCursor& packet);
+    void addFunction(const CTraceCursor& packet);
     std::string duration() const;
     std::string layout(std::uint64_t size) const;
 
@@ -49,7 +52,7 @@ private:
     std::uint64_t m_lastTick = 0;
     TimeBase m_clock;
     bool m_clocksDiffer = false;
-    CContexts m_contexts;
+    std::optional<std::pair<std::uint32_t, std::uint32_t>> m_place; ///< core and thread of the last packet that tells
     std::set<std::uint32_t> m_cores;
     std::set<std::uint32_t> m_threads;
     std::map<std::uint32_t, Function> m_functions;
@@ -64,32 +67,41 @@ void Summary::addTick(std::uint64_t tick) {
     m_lastTick = std::max(m_lastTick, tick);
 }
 
-void Summary::addContexts(const CPacket& packet) {
+void Summary::addTime(const CTraceCursor& packet) {
     // A sync packet repeats the time of another, and an old definition means none.
-    const std::uint64_t tick = m_contexts.tickOf(packet);
-    const bool isDefinition = factsOf(packet.TraceCode()).role == Role::Definition;
-    if (!m_contexts.note(packet) && (tick >= m_tick || !isDefinition))
+    const KindFacts& facts = factsOf(packet.TraceCode());
+    if (facts.sync != ContextSort::None)
+        return;
+    const std::uint64_t tick = packet.tick();
+    if (tick >= m_tick || facts.role != Role::Definition)
         addTick(tick);
-    if (const auto* core = contextOf<CCoreContext>(packet)) {
-        m_cores.insert(core->HWCtx());
-        m_threads.insert(core->SWCtx());
-    }
-    m_clocksDiffer = !m_clock.note(packet) || m_clocksDiffer;
 }
 
-void Summary::addFunction(const CPacket& packet) {
-    const tagTCode code = packet.TraceCode();
-    if (factsOf(code).text == TextSort::Function)
-        m_functions[static_cast<std::uint32_t>(subjectOf(packet)->id)].name = textOf(packet)->view();
-    else if (code == FunctionEnter || code == RelFunctionEnter)
-        ++m_functions[static_cast<std::uint32_t>(subjectOf(packet)->id)].entered;
+void Summary::addPlace(const CTraceCursor& packet) {
+    // What relative packets are relative to has been told before, or is not known.
+    const auto context = packet.contextOf<CCoreContext>();
+    if (!context || factsOf(packet.TraceCode()).isRelative || m_place == std::pair(context->hwCtx, context->swCtx))
+        return;
+    m_place.emplace(context->hwCtx, context->swCtx);
+    m_cores.insert(context->hwCtx);
+    m_threads.insert(context->swCtx);
 }
 
-void Summary::add(const CPacket& packet, std::uint64_t from, std::uint64_t to) {
+void Summary::addFunction(const CTraceCursor& packet) {
+    if (const auto enter = packet.as<CFunctionEnter>())
+        ++m_functions[enter->TgtFuncId()].entered;
+    else if (const auto definition = packet.as<CFunctionDefine>())
+        m_functions[definition->FuncId()].name = packet.text();
+    else if (packet.TraceCode() == Timestamp)
+        m_clocksDiffer = !m_clock.note(*PacketPointer(packet.packet())) || m_clocksDiffer;
+}
+
+void Summary::add(const CTraceCursor& packet) {
     ++m_packets;
     ++m_kinds[packet.TraceCode() & 0xFF];
-    m_crossesPage = m_crossesPage || pages::crossesEnd(from, to);
-    addContexts(packet);
+    m_crossesPage = m_crossesPage || pages::crossesEnd(packet.offset(), packet.end());
+    addTime(packet);
+    addPlace(packet);
     addFunction(packet);
 }
 
@@ -172,8 +184,8 @@ ExitCode info(InfoOptions& options) {
     TraceInput input(options.file);
     std::ostream& out = options.output.target().open();
     Summary summary;
-    while (const PacketPointer packet = input.next())
-        summary.add(*packet, input.offset(), input.end());
+    while (input.advance())
+        summary.add(input.cursor());
     summary.print(out, input);
     options.output.target().commit();
     return input.reportDamage();

@@ -1,0 +1,233 @@
+#include "quorvex/stream/TraceCursor.h"
+
+#include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Exception.h"
+#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/stream/TraceAutoBuffer.h"
+#include "quorvex/stream/TraceSourceBuffer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+
+namespace Quorvex {
+
+std::atomic<std::uint16_t> CTraceCursor::s_fits[256][256];
+
+namespace {
+
+const unsigned char* asBytes(const char* bytes) {
+    return reinterpret_cast<const unsigned char*>(bytes);
+}
+
+std::string_view asText(const unsigned char* bytes, std::size_t size) {
+    return {reinterpret_cast<const char*>(bytes), size};
+}
+
+/// The packet that these bytes make; null where they make none.
+CPacket* made(const char* bytes, unsigned size, unsigned& consumed) {
+    try {
+        return CPacketFactory::getCPacket(bytes, size, consumed);
+    } catch (const std::exception& exception) {
+        if (isOutOfMemory(exception))
+            throw;
+        return nullptr;
+    }
+}
+
+} // namespace
+
+CTraceCursor::CTraceCursor(std::string_view bytes, std::uint64_t position, const CContexts& contexts)
+    : m_next(asBytes(bytes.data())),
+      m_limit(m_next + bytes.size()),
+      m_at(m_next),
+      m_begin(m_next),
+      m_position(position),
+      m_contexts(contexts) {}
+
+CTraceCursor::CTraceCursor(CTraceSourceBuffer& source, std::uint64_t position, const CContexts& contexts)
+    : CTraceCursor(std::string_view(), position, contexts) {
+    m_source = &source;
+    m_room = kBlockSize;
+    m_block = std::make_unique_for_overwrite<unsigned char[]>(m_room);
+    m_next = m_limit = m_at = m_begin = m_block.get();
+}
+
+CTraceCursor::~CTraceCursor() = default;
+
+bool CTraceCursor::have(std::size_t count) {
+    while (static_cast<std::size_t>(m_limit - m_next) < count) {
+        if (!refill())
+            return false;
+    }
+    return true;
+}
+
+bool CTraceCursor::refill() {
+    if (!m_source)
+        return false;
+    const auto rest = static_cast<std::size_t>(m_limit - m_next);
+    if (rest == m_room) {
+        auto larger = std::make_unique_for_overwrite<unsigned char[]>(2 * m_room);
+        std::memcpy(larger.get(), m_next, rest);
+        m_position = positionOf(m_next);
+        m_block = std::move(larger);
+        m_room *= 2;
+    } else {
+        m_position = positionOf(m_next);
+        std::memmove(m_block.get(), m_next, rest);
+    }
+    m_begin = m_next = m_at = m_block.get();
+    m_limit = m_begin + rest;
+    unsigned got = 0;
+    char* to = reinterpret_cast<char*>(m_block.get()) + rest;
+    m_source->read(to, static_cast<unsigned>(std::min<std::size_t>(m_room - rest, kBlockSize)), got);
+    m_limit += got;
+    return got > 0;
+}
+
+unsigned CTraceCursor::fitOf(unsigned code, unsigned length) {
+    std::atomic<std::uint16_t>& known = s_fits[code][length];
+    unsigned fit = known.load(std::memory_order_relaxed);
+    if (fit != NotAsked)
+        return fit;
+    const KindFacts& facts = factsOf(tagTCode(code));
+    fit = Refused;
+    if (facts.hasClass && facts.countsText(length)) {
+        fit = Varying;
+    } else if (facts.hasClass) {
+        const char* bytes = reinterpret_cast<const char*>(m_next);
+        unsigned consumed = 0;
+        CPacket* packet = made(bytes, CPacketHeader::Len() + length, consumed);
+        if (packet) {
+            const unsigned fields = consumed - CPacketHeader::Len();
+            const bool isPlain = fields == length && facts.text == TextSort::None && facts.sync == ContextSort::None;
+            fit = (isPlain ? Simple : Accepted) | fields;
+        }
+        CPacketFactory::releaseCPacket(&packet);
+    }
+    known.store(static_cast<std::uint16_t>(fit), std::memory_order_relaxed);
+    return fit;
+}
+
+bool CTraceCursor::advance() {
+    while (true) {
+        if (!have(CPacketHeader::Len()) || !have(CPacketHeader::Len() + m_next[1]))
+            return false;
+        const tagTCode code = tagTCode(m_next[0]);
+        const unsigned length = m_next[1];
+        const std::size_t size = CPacketHeader::Len() + length;
+        const unsigned fit = fitOf(code, length);
+        unsigned fields = fit & 0xFF;
+        std::size_t behind = size;
+        Text text = Text::None;
+        bool isPacket = (fit & 0xFF00) != Refused;
+        if ((fit & 0xFF00) == Varying) {
+            unsigned consumed = 0;
+            CPacket* packet = made(reinterpret_cast<const char*>(m_next), static_cast<unsigned>(size), consumed);
+            isPacket = packet != nullptr;
+            if (packet) {
+                fields = packet->Length();
+                m_joined = textOf(*packet)->view();
+                text = Text::Counted;
+            }
+            CPacketFactory::releaseCPacket(&packet);
+        } else if (isPacket && isFollowedByText(code) && !findText(behind, text)) {
+            return false;
+        }
+        const std::uint64_t position = positionOf(m_next);
+        m_at = m_next;
+        m_next += behind;
+        if (!isPacket) {
+            addDamage(position, position + size);
+            continue;
+        }
+        m_fields = fields;
+        m_text = text;
+        m_contexts.note(code, payload(), fields);
+        if (fields < length && text != Text::Counted)
+            addDamage(position + CPacketHeader::Len() + fields, position + size);
+        return true;
+    }
+}
+
+bool CTraceCursor::findText(std::size_t& behind, Text& text) {
+    const std::size_t first = behind;
+    text = Text::Absent;
+    // Only the end of the trace tells that no text follows; where reading fails, it may be there on the next try.
+    const auto isEnd = [this] { return !m_source || m_source->eof(); };
+    while (text != Text::Whole) {
+        if (!have(behind + 1))
+            return isEnd();
+        if (m_next[behind] != CharString)
+            return true;
+        if (!have(behind + CPacketHeader::Len()) || !have(behind + CPacketHeader::Len() + m_next[behind + 1]))
+            return isEnd();
+        const unsigned length = m_next[behind + 1];
+        if (length == 0 && behind == first)
+            return true;
+        behind += CPacketHeader::Len() + length;
+        text = length == kCharStringMax ? Text::Open : Text::Whole;
+    }
+    return true;
+}
+
+std::string_view CTraceCursor::text() const {
+    if (m_text == Text::Counted)
+        return m_joined;
+    if (m_text == Text::None)
+        return TraceCode() == CharString ? std::string_view(payload(), m_fields) : std::string_view();
+    const unsigned char* at = m_at + CPacketHeader::Len() + m_at[1];
+    if (m_next - at <= std::ptrdiff_t(CPacketHeader::Len() + kCharStringMax))
+        return at < m_next ? asText(at + CPacketHeader::Len(), at[1]) : std::string_view();
+    m_joined.clear();
+    for (; at < m_next; at += CPacketHeader::Len() + at[1])
+        m_joined += asText(at + CPacketHeader::Len(), at[1]);
+    return m_joined;
+}
+
+std::uint64_t CTraceCursor::tick() const {
+    switch (factsOf(TraceCode()).context) {
+    case ContextSort::Core:
+        return checkedTick(contextOf<CCoreContext>()->tick);
+    case ContextSort::Bus:
+        return checkedTick(contextOf<CBusContext>()->tick);
+    case ContextSort::System:
+        return checkedTick(contextOf<CSystemContext>()->tick);
+    case ContextSort::None:
+        break;
+    }
+    if (const auto timestamp = as<CTimestamp>())
+        return checkedTick(timestamp->Timestamp());
+    if (const auto message = as<CMessage>())
+        return checkedTick(message->Timestamp());
+    if (const auto state = as<CInitialState>())
+        return checkedTick(state->Tick());
+    if (const auto transition = as<CTransition>())
+        return checkedTick(transition->Tick());
+    return kUnknown64;
+}
+
+CPacket* CTraceCursor::packet() const {
+    const char* bytes = reinterpret_cast<const char*>(m_at);
+    const unsigned size = static_cast<unsigned>(m_next - m_at);
+    unsigned consumed = 0;
+    if (m_fields == m_at[1] || m_text == Text::Counted)
+        return CPacketFactory::getCPacket(bytes, size, consumed);
+    // Its fields, and behind them its text.
+    std::string own(bytes, CPacketHeader::Len() + m_fields);
+    own[1] = static_cast<char>(m_fields);
+    own.append(bytes + CPacketHeader::Len() + m_at[1], bytes + size);
+    return CPacketFactory::getCPacket(own.data(), static_cast<unsigned>(own.size()), consumed);
+}
+
+void CTraceCursor::addDamage(std::uint64_t from, std::uint64_t to) {
+    if (m_damage.places == 0)
+        m_damage.first = from;
+    if (m_damageEnd != from)
+        ++m_damage.places;
+    m_damageEnd = to;
+    m_damage.bytes += to - from;
+}
+
+} // namespace Quorvex
