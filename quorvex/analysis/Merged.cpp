@@ -149,7 +149,7 @@ bool Merged::Source::isWrong(std::size_t count) {
             break;
     }
     // Of two packets without one before them, there is no telling which is wrong.
-    if (before.size() < (hasTick ? 1 : 2) || before.size() <= 3 * behind)
+    if (before.size() < (hasTick ? 1 : 2) || before.size() <= std::size_t{3} * behind)
         return false;
     const auto [first, last] = std::minmax_element(before.begin(), before.end());
     const std::uint64_t from = hasTick ? tick : *first;

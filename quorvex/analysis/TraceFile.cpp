@@ -286,15 +286,15 @@ bool TraceFile::advance() {
         openBinary();
     CTraceCursor& cursor = m_open->cursor;
     m_cursor = &cursor;
-    const bool isThere = cursor.next();
-    const bool isDamaged = noteDamage();
-    m_offset = isThere ? cursor.offset() : cursor.end();
-    m_end = cursor.end();
-    if (isThere) {
+    if (cursor.next()) {
+        m_offset = cursor.offset();
+        m_end = cursor.end();
+        noteDamage();
         look();
         return true;
     }
-    if (isDamaged) {
+    m_offset = m_end = cursor.end();
+    if (noteDamage()) {
         m_breaksOff = false;
         m_textOf = Invalid;
     }

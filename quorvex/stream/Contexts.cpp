@@ -12,17 +12,14 @@ namespace {
 /// What goes with a context: its relative form, and the sync packet that tells it.
 template <class Context> struct FormsOf;
 template <> struct FormsOf<CCoreContext> {
-    static constexpr ContextSort kSort = ContextSort::Core;
     using Relative = CRelCoreContext;
     using Told = CSync;
 };
 template <> struct FormsOf<CBusContext> {
-    static constexpr ContextSort kSort = ContextSort::Bus;
     using Relative = CRelBusContext;
     using Told = CBusSync;
 };
 template <> struct FormsOf<CSystemContext> {
-    static constexpr ContextSort kSort = ContextSort::System;
     using Relative = CRelSystemContext;
     using Told = CSystemSync;
 };
@@ -114,25 +111,15 @@ std::optional<CSystemContext> CContexts::systemOf(const CPacket& packet) const {
     return contextAfter(packet, m_system.context);
 }
 
-template <class Context>
-std::optional<typename Context::Values> CContexts::resolve(tagTCode code, const char* payload) const {
-    using Relative = typename FormsOf<Context>::Relative;
-    const KindFacts& facts = factsOf(code);
-    if (facts.context != FormsOf<Context>::kSort)
-        return std::nullopt;
-    if (!facts.isRelative) {
-        Context context;
-        decodePart(context, payload, Context::Len());
-        return context.values();
-    }
-    Relative relative;
-    decodePart(relative, payload, Relative::Len());
-    return Relative::createAbsolute(reference<Context>().context, relative).values();
+template <class Context> typename Context::Values CContexts::resolveRelative(const char* payload) const {
+    typename FormsOf<Context>::Relative relative;
+    decodePart(relative, payload, relative.Len());
+    return relative.createAbsolute(reference<Context>().context, relative).values();
 }
 
-template std::optional<CCoreContext::Values> CContexts::resolve<CCoreContext>(tagTCode, const char*) const;
-template std::optional<CBusContext::Values> CContexts::resolve<CBusContext>(tagTCode, const char*) const;
-template std::optional<CSystemContext::Values> CContexts::resolve<CSystemContext>(tagTCode, const char*) const;
+template CCoreContext::Values CContexts::resolveRelative<CCoreContext>(const char*) const;
+template CBusContext::Values CContexts::resolveRelative<CBusContext>(const char*) const;
+template CSystemContext::Values CContexts::resolveRelative<CSystemContext>(const char*) const;
 
 std::uint64_t CContexts::tickOf(const CPacket& packet) const {
     const ContextSort sort = sortOfRelative(packet.TraceCode());

@@ -25,6 +25,12 @@ namespace Quorvex {
 /// of a sort are its sync packet and the kinds that have a relative form. Packets that are handed out are new objects,
 /// owned by the caller. Used by one thread at a time.
 class QUORVEX_API CContexts {
+    /// The sort of an absolute context.
+    template <class Context>
+    static constexpr ContextSort kSortOf = std::is_same_v<Context, CCoreContext>  ? ContextSort::Core
+                                           : std::is_same_v<Context, CBusContext> ? ContextSort::Bus
+                                                                                  : ContextSort::System;
+
 public:
     /// Takes note of a sync packet; false for a packet that is none.
     bool note(const CPacket& packet);
@@ -48,7 +54,16 @@ public:
     /// The same for packets of the system.
     std::optional<CSystemContext> systemOf(const CPacket& packet) const;
     /// The same of a packet that is given as its bytes, for the three absolute contexts.
-    template <class Context> std::optional<typename Context::Values> resolve(tagTCode code, const char* payload) const;
+    template <class Context> std::optional<typename Context::Values> resolve(tagTCode code, const char* payload) const {
+        const KindFacts& facts = factsOf(code);
+        if (facts.context != kSortOf<Context>)
+            return std::nullopt;
+        if (facts.isRelative)
+            return resolveRelative<Context>(payload);
+        Context context;
+        decodePart(context, payload, Context::Len());
+        return context.values();
+    }
     /// The time of a packet: the tick of its context, or of a field of its own (timestamps, messages, states of state
     /// machines). kUnknown64 when it has none.
     std::uint64_t tickOf(const CPacket& packet) const;
@@ -75,6 +90,7 @@ private:
         bool known = false;
     };
 
+    template <class Context> typename Context::Values resolveRelative(const char* payload) const;
     template <class Context> const Reference<Context>& reference() const {
         if constexpr (std::is_same_v<Context, CCoreContext>)
             return m_core;
@@ -91,12 +107,9 @@ private:
     Reference<CSystemContext> m_system;
 };
 
-extern template QUORVEX_API std::optional<CCoreContext::Values> CContexts::resolve<CCoreContext>(tagTCode,
-                                                                                                 const char*) const;
-extern template QUORVEX_API std::optional<CBusContext::Values> CContexts::resolve<CBusContext>(tagTCode,
-                                                                                               const char*) const;
-extern template QUORVEX_API std::optional<CSystemContext::Values> CContexts::resolve<CSystemContext>(tagTCode,
-                                                                                                     const char*) const;
+extern template QUORVEX_API CCoreContext::Values CContexts::resolveRelative<CCoreContext>(const char*) const;
+extern template QUORVEX_API CBusContext::Values CContexts::resolveRelative<CBusContext>(const char*) const;
+extern template QUORVEX_API CSystemContext::Values CContexts::resolveRelative<CSystemContext>(const char*) const;
 
 /// A tick as it is to be taken: unknown, if its upper seven bytes are all ones.
 constexpr std::uint64_t checkedTick(std::uint64_t tick) {

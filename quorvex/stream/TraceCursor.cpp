@@ -186,7 +186,7 @@ std::string_view CTraceCursor::text() const {
     return m_joined;
 }
 
-std::uint64_t CTraceCursor::tick() const {
+std::uint64_t CTraceCursor::otherTick() const {
     switch (factsOf(TraceCode()).context) {
     case ContextSort::Core:
         return checkedTick(contextOf<CCoreContext>()->tick);

@@ -11,6 +11,7 @@
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketView.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/LittleEndian.h"
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/TraceDamage.h"
 
@@ -85,22 +86,28 @@ public:
         return m_contexts.resolve<Context>(TraceCode(), payload());
     }
     /// Its time: the tick of its context, or of a field of its own. kUnknown64 when it has none.
-    std::uint64_t tick() const;
+    std::uint64_t tick() const {
+        const KindFacts& facts = factsOf(TraceCode());
+        if (facts.context != ContextSort::None && !facts.isRelative) // of all absolute contexts, the first field
+            return checkedTick(loadLittleEndian<std::uint64_t>(payload()));
+        return otherTick();
+    }
     /// What relative packets are relative to from here on.
     const CContexts& contexts() const { return m_contexts; }
 
     /// The contents of a packet of that kind; none of any other. An absolute kind also takes its relative form.
     template <class Packet> std::optional<PacketView<Packet>> as() const {
-        const tagTCode code = TraceCode();
-        const std::string_view following = HasFollowingText<PacketView<Packet>> ? text() : std::string_view();
-        if (code == Packet::kCode)
-            return PacketView<Packet>(payload(), m_fields, following);
         using Context = typename Packet::Context;
+        const auto following = [this] { return HasFollowingText<PacketView<Packet>> ? text() : std::string_view(); };
+        const tagTCode code = TraceCode();
+        if (code == Packet::kCode)
+            return std::make_optional<PacketView<Packet>>(payload(), m_fields, following());
         if constexpr (Context::Len() > 0 && !requires { typename Context::Absolute; }) {
             if (sortOfRelative(code) != ContextSort::None && factsOf(code).otherForm == Packet::kCode) {
                 // The relative form differs in its context alone.
                 const unsigned context = Context::Len() + factsOf(code).length - Packet::Len();
-                return PacketView<Packet>(*contextOf<Context>(), payload() + context, m_fields - context, following);
+                return std::make_optional<PacketView<Packet>>(*contextOf<Context>(), payload() + context,
+                                                              m_fields - context, following());
             }
         }
         return std::nullopt;
@@ -132,6 +139,7 @@ private:
     /// Whether and how the packet at m_next, which is there, can be made.
     unsigned fitOf(unsigned code, unsigned length);
     bool advance();
+    std::uint64_t otherTick() const;
     /// Sees to it that so many bytes stand behind m_next.
     bool have(std::size_t count);
     bool refill();

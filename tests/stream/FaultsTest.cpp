@@ -1,6 +1,7 @@
 // Faults at the byte layer: whatever fails, and however often, what was accepted is in the output once and in order,
 // and what is there can be read.
 
+#include "quorvex/stream/TraceCursor.h"
 #include "quorvex/stream/TraceSourceBufferStream.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
@@ -134,6 +135,16 @@ TEST(Faults, CostTheReaderNothing) {
             for (std::size_t tries = 0; read.size() < trace.size() && tries < trace.size(); ++tries)
                 read += join(readAll(reader));
             EXPECT_TRUE(read == trace) << portion << " every " << every;
+
+            MemorySource again(trace, portion);
+            again.failEvery = every;
+            CTraceCursor cursor(again);
+            read.clear();
+            for (std::size_t tries = 0; read.size() < trace.size() && tries < trace.size(); ++tries) {
+                while (cursor.next())
+                    read += wireOf(*PacketPointer(cursor.packet()));
+            }
+            EXPECT_TRUE(read == trace) << "by the cursor, " << portion << " every " << every;
         }
     }
 }

@@ -18,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <unordered_map>
 #include <utility>
 
 namespace qvx {
@@ -55,7 +56,7 @@ private:
     std::optional<std::pair<std::uint32_t, std::uint32_t>> m_place; ///< core and thread of the last packet that tells
     std::set<std::uint32_t> m_cores;
     std::set<std::uint32_t> m_threads;
-    std::map<std::uint32_t, Function> m_functions;
+    std::unordered_map<std::uint32_t, Function> m_functions;
     bool m_crossesPage = false;
 };
 
@@ -70,17 +71,17 @@ void Summary::addTick(std::uint64_t tick) {
 void Summary::addTime(const CTraceCursor& packet) {
     // A sync packet repeats the time of another, and an old definition means none.
     const KindFacts& facts = factsOf(packet.TraceCode());
-    if (facts.sync != ContextSort::None)
-        return;
-    const std::uint64_t tick = packet.tick();
+    const std::uint64_t tick = facts.sync == ContextSort::None ? packet.tick() : kUnknown64;
     if (tick >= m_tick || facts.role != Role::Definition)
         addTick(tick);
 }
 
 void Summary::addPlace(const CTraceCursor& packet) {
     // What relative packets are relative to has been told before, or is not known.
+    if (factsOf(packet.TraceCode()).isRelative)
+        return;
     const auto context = packet.contextOf<CCoreContext>();
-    if (!context || factsOf(packet.TraceCode()).isRelative || m_place == std::pair(context->hwCtx, context->swCtx))
+    if (!context || m_place == std::pair(context->hwCtx, context->swCtx))
         return;
     m_place.emplace(context->hwCtx, context->swCtx);
     m_cores.insert(context->hwCtx);
@@ -170,7 +171,7 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
     if (m_functions.empty())
         return;
     fmt::print(out, "Functions: (id, times entered, name)\n");
-    for (const auto& [id, function] : m_functions)
+    for (const auto& [id, function] : std::map(m_functions.begin(), m_functions.end()))
         fmt::print(out, "    0x{:08x} {:>10}  {}\n", id, function.entered, printable(function.name));
 }
 
