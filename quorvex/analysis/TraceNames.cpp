@@ -120,24 +120,37 @@ bool CTraceNames::note(const CPacket& packet, unsigned process) {
 bool CTraceNames::give(unsigned process, Key key, std::string_view text) {
     const auto [sort, id] = key;
     const auto [own, isFirst] = m_numbers.try_emplace({process, sort, id}, id);
-    const auto [at, isNew] = m_names.try_emplace({sort, own->second}, Name{std::string(text), process});
-    if (isNew || at->second.text == text)
+    const auto [at, isNew] = m_names.try_emplace({sort, own->second}, Name{std::string(text), process, 1});
+    const auto [named, isNewText] = m_named.try_emplace({sort, id, std::string(text)}, own->second);
+    Name& name = at->second;
+    if (isNew)
         return true;
-    if (!isFirst && at->second.process == process) {
-        at->second.text = text;
+    if (name.text == text) {
+        name.users += isFirst;
+        return true;
+    }
+    if (isFirst) {
+        // Another process means something else by it.
+        if (isOfSame(process, name.process)) {
+            m_apart.resize(std::max<std::size_t>(m_apart.size(), process + 1));
+            m_apart[process] = true;
+        }
+    } else if (isNewText && name.users == 1) {
+        // It is this process's own.
+        const auto old = m_named.find({sort, id, name.text});
+        if (old != m_named.end() && old->second == own->second)
+            m_named.erase(old);
+        name.text = text;
         return false;
+    } else {
+        --name.users;
     }
-    // Another process means something else by it.
-    if (isOfSame(process, at->second.process)) {
-        m_apart.resize(std::max<std::size_t>(m_apart.size(), process + 1));
-        m_apart[process] = true;
+    if (isNewText) {
+        named->second = newNumber(key);
+        m_names.emplace(Key(sort, named->second), Name{std::string(text), process, 0});
     }
-    const auto [other, isOther] = m_others.try_emplace({sort, id, std::string(text)}, 0);
-    if (isOther) {
-        other->second = newNumber(key);
-        m_names.emplace(Key(sort, other->second), Name{std::string(text), process});
-    }
-    own->second = other->second;
+    own->second = named->second;
+    ++m_names.at({sort, own->second}).users;
     return true;
 }
 
@@ -165,7 +178,7 @@ std::uint64_t CTraceNames::newNumber(Key key) {
 
 std::uint64_t CTraceNames::numberOf(TextSort sort, std::uint64_t id, unsigned process) {
     const Key key = keyOf(sort, id, process);
-    if (m_apart.empty())
+    if (m_ids.empty())
         return key.second;
     const auto own = m_numbers.find({process, sort, key.second});
     if (own != m_numbers.end())

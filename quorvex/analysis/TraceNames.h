@@ -50,7 +50,8 @@ QUORVEX_API std::optional<Subject> subjectOf(const CPacket& packet);
 /// Identifiers belong to a process. Where nothing says otherwise, all traces are of one: an identifier that one of them
 /// does not name has the name that another one gives. A process that names an identifier otherwise than those before it
 /// is another one, though: from then on it shares what it names alike, and nothing else. So that one number is one
-/// thing for whoever shows them, what is not shared gets a number that is nobody's.
+/// thing for whoever shows them, what is not shared gets a number that is nobody's. A process that names its own
+/// identifier anew does so for itself alone: where others have the old name, they keep it with its number.
 ///
 /// Used by one thread at a time. Memory grows with the definitions.
 class QUORVEX_API CTraceNames {
@@ -62,8 +63,8 @@ public:
         return std::uint64_t{machine} << 32 | id;
     }
 
-    /// Takes note of what the packet of a process defines, if anything. False when the process has named it otherwise
-    /// before: it has the new name now.
+    /// Takes note of what the packet of a process defines, if anything. False when a name is lost by that: no other
+    /// process has the old one, and its number has the new one now.
     bool note(const CPacket& packet, unsigned process = 0);
     /// The number of what a process calls by that identifier: nearly always the identifier itself.
     std::uint64_t numberOf(TextSort sort, std::uint64_t id, unsigned process = 0);
@@ -76,6 +77,7 @@ public:
     struct Name {
         std::string text; ///< its name
         unsigned process; ///< the first that has given it
+        unsigned users;   ///< how many processes have given it, and no other since
     };
     /// The names of all numbers so far.
     const std::map<Key, Name>& all() const { return m_names; }
@@ -89,8 +91,8 @@ private:
     bool isOfSame(unsigned one, unsigned other) const;
 
     std::map<Key, Name> m_names;
-    std::map<std::tuple<unsigned, TextSort, std::uint64_t>, std::uint64_t> m_numbers;   ///< of what a process has named
-    std::map<std::tuple<TextSort, std::uint64_t, std::string>, std::uint64_t> m_others; ///< by identifier and name
+    std::map<std::tuple<unsigned, TextSort, std::uint64_t>, std::uint64_t> m_numbers;  ///< of what a process has named
+    std::map<std::tuple<TextSort, std::uint64_t, std::string>, std::uint64_t> m_named; ///< by identifier and name
     std::map<Key, std::uint64_t> m_ids;      ///< behind numbers that are not the identifiers
     std::map<Key, std::uint64_t> m_lastNews; ///< the last number of nobody's, by sort and state machine
     std::vector<bool> m_apart;               ///< processes that are not the first one
