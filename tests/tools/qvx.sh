@@ -37,7 +37,7 @@ Packets:   5
              1  FunctionDefine
              1  FunctionEnter
 Functions: (id, times entered, name)
-    0x00000007          2  f?
+    0x00000007          2  f\x09
 '
 expect 0 "$info" '' "$qvx" info trace
 expect 0 "$info" '' "$qvx" trace
@@ -233,6 +233,9 @@ head -c 60 told.qvx >told
 run 3 info told >out
 size=$(wc -c <told.qvx)
 grep -qF "the last $((size - 60)) bytes are missing" out || { cat out; fail "what is missing of $size bytes"; }
+head -c $((size - 1)) told.qvx >told
+run 3 info told >out
+grep -qF 'the last 1 byte is missing' out || { cat out; fail 'a byte that is missing'; }
 
 # Texts without an end: a conversion gives them one. Where the trace ends, that is told.
 x() { printf '\x7e\xff%255s' x; }

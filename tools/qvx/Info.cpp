@@ -128,22 +128,15 @@ std::string list(const std::set<std::uint32_t>& numbers) {
     return numbers.empty() ? "none" : fmt::format("{}", fmt::join(numbers, ", "));
 }
 
-/// Names come from the trace: what would upset a terminal is shown as a question mark.
-std::string printable(std::string name) {
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
-    return name.empty() ? "(no name)" : name;
-}
-
 std::string damageOf(const TraceInput& input) {
     const TraceDamage& damage = input.report().damage;
-    const char* plural = damage.places == 1 ? "" : "s";
+    const char* s = plural(damage.places);
     if (damage.places == 0)
         return "none";
     if (const TraceTextReader::Error* error = input.tableError())
-        return fmt::format("{} row{}, the first in line {}", damage.places, plural, error->line);
-    return fmt::format("{} bytes in {} place{}, the first at offset {}", damage.bytes, damage.places, plural,
-                       damage.first);
+        return fmt::format("{} row{}, the first in line {}", damage.places, s, error->line);
+    return fmt::format("{} byte{} in {} place{}, the first at offset {}", damage.bytes, plural(damage.bytes),
+                       damage.places, s, damage.first);
 }
 
 void Summary::print(std::ostream& out, const TraceInput& input) const {
@@ -152,7 +145,7 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
     };
     line("File:", shown(input.name()));
     line("Layout:", layout(input.size()));
-    line("Size:", fmt::format("{} bytes", input.size()));
+    line("Size:", fmt::format("{} byte{}", input.size(), plural(input.size())));
     if (m_firstTick == kUnknown64) {
         line("Ticks:", "none");
     } else {
@@ -172,7 +165,8 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
         return;
     fmt::print(out, "Functions: (id, times entered, name)\n");
     for (const auto& [id, function] : std::map(m_functions.begin(), m_functions.end()))
-        fmt::print(out, "    0x{:08x} {:>10}  {}\n", id, function.entered, printable(function.name));
+        fmt::print(out, "    0x{:08x} {:>10}  {}\n", id, function.entered,
+                   function.name.empty() ? "(no name)" : shown(function.name));
 }
 
 struct InfoOptions {

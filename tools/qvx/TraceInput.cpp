@@ -16,14 +16,10 @@ namespace {
 
 constexpr char kAllThere[] = "the program that records it still runs or was killed; nothing is missing";
 
-const char* plural(std::uint64_t count) {
-    return count == 1 ? "" : "s";
-}
-
 /// What a trace without its end lacks: what its frame says, or what a program that was killed has not written yet, if
 /// it recorded in the usual way.
 std::string missing(const TraceReport& report) {
-    return report.missing > 0 ? fmt::format("the last {} bytes", report.missing)
+    return report.missing > 0 ? fmt::format("the last {} byte{}", report.missing, plural(report.missing))
                               : fmt::format("of what a program recorded, at most the last {} bytes", kPageSize);
 }
 
@@ -31,11 +27,12 @@ bool isEmpty(const TraceFile& input) {
     return input.report().end == TraceEnd::NotMarked && input.size() == 0;
 }
 
-/// What a cut trace ends within.
+/// What a cut trace ends within, and what it lacks.
 std::string cutIn(const TraceReport& report) {
-    if (report.end == TraceEnd::InText)
-        return fmt::format("the text of a packet of kind {}", report.cutKind);
-    return report.cutKind.empty() ? "a packet of unknown kind" : fmt::format("a packet of kind {}", report.cutKind);
+    const std::string packet =
+        report.cutKind.empty() ? "a packet of unknown kind" : "a packet of kind " + report.cutKind;
+    return fmt::format("{}{}; {} {} missing", report.end == TraceEnd::InText ? "the text of " : "", packet,
+                       missing(report), report.missing == 1 ? "is" : "are");
 }
 
 ExitCode tellDamage(const TraceFile& input) {
@@ -60,8 +57,7 @@ ExitCode tellDamage(const TraceFile& input) {
         break;
     case TraceEnd::InPacket:
     case TraceEnd::InText:
-        tell(fmt::format("{}: offset {}: the trace ends within {}; {} are missing", report.file, report.endOffset,
-                         cutIn(report), missing(report)));
+        tell(fmt::format("{}: offset {}: the trace ends within {}", report.file, report.endOffset, cutIn(report)));
         break;
     case TraceEnd::NotMarked:
         if (isEmpty(input))
@@ -77,6 +73,10 @@ ExitCode tellDamage(const TraceFile& input) {
 
 } // namespace
 
+const char* plural(std::uint64_t count) {
+    return count == 1 ? "" : "s";
+}
+
 TraceInput::TraceInput(const std::string& path)
     : TraceFile(path == "-" ? "standard input" : path, path == "-" ? &std::cin : nullptr) {}
 
@@ -90,8 +90,7 @@ std::string TraceInput::ending() const {
         return fmt::format("missing; {}", missing(report()));
     case TraceEnd::InPacket:
     case TraceEnd::InText:
-        return fmt::format("offset {}, within {}; {} are missing", report().endOffset, cutIn(report()),
-                           missing(report()));
+        return fmt::format("offset {}, within {}", report().endOffset, cutIn(report()));
     case TraceEnd::Unread:
     case TraceEnd::NotMarked:
         break;

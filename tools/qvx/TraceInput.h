@@ -3,6 +3,7 @@
 #include "Verbs.h"
 #include "quorvex/analysis/TraceFile.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@ class Merged;
 namespace qvx {
 
 using Quorvex::PacketPointer;
+
+/// What makes a word the right one for a count: "s" but for one.
+const char* plural(std::uint64_t count);
 
 /// A trace file, or standard input for "-", and what the program says of it.
 class TraceInput : public Quorvex::TraceFile {
