@@ -76,12 +76,13 @@ public:
     /// has not told by now how many ticks are a second; recorded programs tell it first of all. What would be more than
     /// 64 bits is the greatest number of them.
     std::optional<std::uint64_t> nanoseconds() const;
-    /// The core on which it happened (hardware context); none for a kind that does not tell.
+    /// The core on which it happened (hardware context); none where it is not known, or the kind does not tell.
     std::optional<std::uint32_t> core() const;
-    /// The thread in which it happened (software context); none for a kind that does not tell.
+    /// The thread in which it happened (software context); none where it is not known, or the kind does not tell.
     std::optional<std::uint32_t> thread() const;
     /// The number of what it is about: of the function that is entered, the counter that has a value. Of a kind that
-    /// is about a part of a state machine, that part's number. None for a kind that is about nothing with a number.
+    /// is about a part of a state machine, that part's number. None for a kind that is about nothing with a number, and
+    /// for a call of no function (all ones).
     std::optional<std::uint32_t> id() const;
     /// The name that the trace has given by now to what the packet is about, or gives by this packet; empty where there
     /// is none. UTF-8 if the traced program's is. Valid until the next packet is read.
@@ -91,7 +92,7 @@ public:
     std::string_view text() const;
     /// A number of its context or payload by the name that `qvx kinds` shows: field("DataAddr"). Of several of one
     /// name, the first; of bytes, the first eight at most, lowest first. None where the kind has no such field or it is
-    /// not there, or, for ticks and addresses, not known.
+    /// not there or not known.
     std::optional<std::uint64_t> field(std::string_view name) const;
 
     /// Which of the files it comes from: the first is 0.

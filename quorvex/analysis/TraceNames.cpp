@@ -17,8 +17,10 @@ public:
 
     template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
     template <class T> void operator()(FieldMeaning meaning, const char* name, const T& value) {
-        if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
-            number(meaning, name, static_cast<std::uint64_t>(value), sizeof value);
+        if constexpr (std::is_integral_v<T>) {
+            m_take(m_to, {meaning, name, static_cast<std::uint64_t>(value), !isUnknown(meaning, value)});
+        } else if constexpr (std::is_enum_v<T>) {
+            m_take(m_to, {meaning, name, static_cast<std::uint64_t>(value), true});
         } else if constexpr (requires { value.data() + value.Length(); }) {
             bytes(meaning, name, value.data(), value.Length());
         } else if constexpr (requires { value.data() + value.size(); }) {
@@ -31,10 +33,6 @@ public:
     }
 
 private:
-    void number(FieldMeaning meaning, const char* name, std::uint64_t value, std::size_t size) {
-        const bool canBeUnknown = factsOf(meaning).canBeUnknown && size == sizeof value;
-        m_take(m_to, {meaning, name, value, !canBeUnknown || value != kUnknown64});
-    }
     void bytes(FieldMeaning meaning, const char* name, const unsigned char* from, std::size_t count) {
         std::uint64_t value = 0;
         for (std::size_t i = 0; i < std::min(count, sizeof value); ++i)
@@ -95,6 +93,8 @@ std::optional<Subject> subjectOf(const CPacket& packet) {
             const auto* row = std::ranges::lower_bound(kReferences, name, {}, &Reference::field);
             const bool isKnown = row != std::end(kReferences) && row->field == name;
             if (isKnown && row->sort == TextSort::None)
+                return;
+            if (isKnown && row->sort == TextSort::Function && field.value == CFunctionEnter::kNoFunction)
                 return;
             subject = {isKnown ? row->sort : TextSort::None, field.value};
             if (subject->sort == TextSort::StateMachine)

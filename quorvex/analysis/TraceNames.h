@@ -21,7 +21,7 @@ struct NumberField {
     FieldMeaning meaning; ///< what it tells
     const char* name;     ///< as in the layout of the kind
     std::uint64_t value;  ///< of raw bytes, the first eight, lowest first
-    bool isKnown;         ///< false for an unknown tick, address or length, and for no bytes at all
+    bool isKnown;         ///< false for all ones where those mean that it is not known, and for no bytes at all
 };
 
 namespace detail {
@@ -41,7 +41,7 @@ struct Subject {
 };
 
 /// What the packet defines, or else what it is about: the function that is entered, the state that is begun with.
-/// Nothing for kinds without an identifier.
+/// Nothing for kinds without an identifier, and for the function with all ones, which is none.
 QUORVEX_API std::optional<Subject> subjectOf(const CPacket& packet);
 
 /// The names that the define packets of traces give. Undefine packets take nothing back: what was shown under a name

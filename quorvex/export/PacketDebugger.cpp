@@ -154,7 +154,7 @@ private:
     template <class T> void write(FieldMeaning meaning, std::string_view label, T value) {
         static_assert(std::is_integral_v<T>);
         const FieldFacts& facts = factsOf(meaning);
-        if (sizeof(T) == 8 && facts.canBeUnknown && value == static_cast<T>(~T{0}))
+        if (isUnknown(meaning, value))
             add(label, kUnknown);
         else if (facts.look == FieldLook::Address || facts.look == FieldLook::Hexadecimal)
             add(label, hex(value));

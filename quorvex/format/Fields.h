@@ -30,8 +30,8 @@ inline constexpr std::uint64_t kUnknown64 = ~std::uint64_t{0};
 enum class FieldMeaning : std::uint8_t {
     Tick,    ///< time stamp or its relative byte; all ones is unknown
     Address, ///< address or its relative byte; all ones is unknown
-    Context, ///< number of a core or a thread
-    Unit,    ///< number of a bus master or a channel
+    Context, ///< number of a core or a thread; all ones is unknown
+    Unit,    ///< number of a bus master or a channel; all ones is unknown
     Id,      ///< identifier that other packets refer to
     Count,   ///< number of bytes, dimensions or the like
     Number,  ///< any other number
@@ -70,6 +70,11 @@ static_assert(std::size(kFieldFacts) == std::size_t(FieldMeaning::Bytes) + 1);
 /// What is known of a meaning.
 constexpr const FieldFacts& factsOf(FieldMeaning meaning) {
     return kFieldFacts[std::size_t(meaning)];
+}
+
+/// Whether a field with that value tells that it is not known. The relative byte of a tick or an address never does.
+template <std::integral T> constexpr bool isUnknown(FieldMeaning meaning, T value) {
+    return sizeof value >= 4 && factsOf(meaning).canBeUnknown && value == static_cast<T>(~T{0});
 }
 
 /// How a value travels. The primary form serves integers and enumerations of a fixed width; variable-width types

@@ -125,6 +125,9 @@ TEST(TraceNames, KnowWhatEachDefinitionIsAbout) {
     EXPECT_EQ(subjectOf(CVariableDefine(kContext, 8, 9, "v"))->id, 8U);
     EXPECT_EQ(subjectOf(CHWExceptionEnter(kContext, 2))->sort, TextSort::None);
     EXPECT_FALSE(subjectOf(CExecInsn(kContext)));
+    EXPECT_FALSE(subjectOf(CFunctionEnter(kContext, ~0U))) << "of no function";
+    EXPECT_FALSE(subjectOf(CFunctionEnter(kContext, 5, ~0U)));
+    EXPECT_EQ(subjectOf(CCounterValue(kContext, ~0U, TCounter_t(1.0)))->id, ~0U);
 }
 
 } // namespace

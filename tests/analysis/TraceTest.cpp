@@ -44,7 +44,8 @@ TEST(Trace, TellsAllOfEachPacket) {
          new CFunctionDefine(at(6), 7, "main"), new CSync(at(10)), new CRelFunctionEnter(1, 0, 7),
          new CFunctionEnter(at(12), 9), new CMessage(13, -1, "hello"), new CExecInsn(CCoreContext(14, 1, 2, 0x10)),
          new CBusData(CBusContext(kUnknown64, 3, 4), CBusDataSignals(), CData(std::uint16_t{0x201})),
-         new CStateDefine(1, 5, "open"), new CInitialState(1, 2, 5, 1, 20), new CTraceDisabled});
+         new CStateDefine(1, 5, "open"), new CInitialState(1, 2, 5, 1, 20),
+         new CFunctionEnter(CCoreContext(21, ~0U, ~0U, kUnknown64), ~0U), new CTraceDisabled});
     std::ostringstream out;
     for (const auto& packet : trace(path))
         out << packet.kind() << ' ' << shown(packet.tick()) << ' ' << shown(packet.nanoseconds()) << ' '
@@ -58,7 +59,8 @@ TEST(Trace, TellsAllOfEachPacket) {
                          "ExecInsn 14 14000 1 2 - \"\" \"\" 158\n"
                          "BusData - - 3 - - \"\" \"\" 184\n"
                          "StateDefine - - - - 5 \"open\" \"open\" 205\n"
-                         "InitialState 20 20000 1 - 5 \"open\" \"\" 221\n");
+                         "InitialState 20 20000 1 - 5 \"open\" \"\" 221\n"
+                         "FunctionEnter 21 21000 - - - \"\" \"\" 247\n");
     for (const auto& packet : trace(path.string())) {
         if (packet.kind() == "BusData") {
             EXPECT_EQ(shown(packet.field("Data")) + shown(packet.field("Tick")) + shown(packet.field("None")), "513--");

@@ -33,7 +33,7 @@ TEST(PacketDebugger, ShowsBytesTextsAndWhatIsUnknown) {
     CPacketDebugger plain(out);
     EXPECT_TRUE(plain.forward(packet));
     EXPECT_EQ(packet, nullptr);
-    std::list<CPacket*> packets{new CSystemData(1, 2, 3, CData()), nullptr};
+    std::list<CPacket*> packets{new CSystemData(1, ~0U, 3, CData()), nullptr};
     EXPECT_TRUE(plain.forward(packets));
     EXPECT_EQ(out.str(), "Offset:\t0x0000000000000040\n"
                          "FunctionDefine (0x90): define function\n"
@@ -47,7 +47,7 @@ TEST(PacketDebugger, ShowsBytesTextsAndWhatIsUnknown) {
                          "Instruction Pointer:\t0x0000000000000004\nCounter ID:\t0x00000005\n"
                          "Counter Int Value:\t4602678819172646912\nCounter Dbl Value:\t0.5\n\n"
                          "SystemData (0xd5): system trace data\n"
-                         "Tick:\t1\nChannel:\t2\nMaster:\t3\nData:\tnone\n\n");
+                         "Tick:\t1\nChannel:\tunknown\nMaster:\t3\nData:\tnone\n\n");
     out.str("");
     CRelFunctionDefine cut(1, 2, 3, std::string(255, 'a').c_str());
     EXPECT_TRUE(printer.put(0, cut, cut.StreamSize() - 2)); // in its trace the text has no end

@@ -68,6 +68,17 @@ Offset		Description 	TCode 	Length 	packet payload
 '
 expect 0 "$parsable" '' "$qvx" dump --parsable --hex-tick --limit 2 trace
 
+# What is not known is not listed, and no name does anything to a terminal.
+printf '\t%s\n' $'FunctionDefine\t28\t5\tInvalid\tInvalid\tInvalid\t0x7' $'CharString\t4\t0x319bc266' \
+    $'FunctionEnter\t28\t5\t3\tInvalid\tInvalid\t0x7' $'FunctionEnter\t28\t5\tInvalid\t4\tInvalid\t0xffffffff' >unknown.txt
+expect 0 - '' "$qvx" unknown.txt
+diff - <(sed -n '/^Cores\|^Threads/p; /^Functions/,$p' out) <<'END' || fail 'what is not known'
+Cores:     3
+Threads:   4
+Functions: (id, times entered, name)
+    0x00000007          1  f\xc2\x9b1
+END
+
 # Clocks that differ are told.
 printf '\tTimestamp\t20\t5\t1\t100\n\tTimestamp\t20\t9\t2\t%d\n' 100 >alike
 printf '\tTimestamp\t20\t5\t1\t100\n\tTimestamp\t20\t9\t2\t%d\n' 200 >unlike

@@ -84,17 +84,25 @@ void Summary::addPlace(const CTraceCursor& packet) {
     if (!context || m_place == std::pair(context->hwCtx, context->swCtx))
         return;
     m_place.emplace(context->hwCtx, context->swCtx);
-    m_cores.insert(context->hwCtx);
-    m_threads.insert(context->swCtx);
+    if (!isUnknown(FieldMeaning::Context, context->hwCtx))
+        m_cores.insert(context->hwCtx);
+    if (!isUnknown(FieldMeaning::Context, context->swCtx))
+        m_threads.insert(context->swCtx);
 }
 
 void Summary::addFunction(const CTraceCursor& packet) {
-    if (const auto enter = packet.as<CFunctionEnter>())
-        ++m_functions[enter->TgtFuncId()].entered;
-    else if (const auto definition = packet.as<CFunctionDefine>())
-        m_functions[definition->FuncId()].name = packet.text();
-    else if (packet.TraceCode() == Timestamp)
+    const auto function = [this](std::uint32_t id) -> Function* {
+        return id == CFunctionEnterPayload::kNoFunction ? nullptr : &m_functions[id];
+    };
+    if (const auto enter = packet.as<CFunctionEnter>()) {
+        if (Function* entered = function(enter->TgtFuncId()))
+            ++entered->entered;
+    } else if (const auto definition = packet.as<CFunctionDefine>()) {
+        if (Function* defined = function(definition->FuncId()))
+            defined->name = packet.text();
+    } else if (packet.TraceCode() == Timestamp) {
         m_clocksDiffer = !m_clock.note(*PacketPointer(packet.packet())) || m_clocksDiffer;
+    }
 }
 
 void Summary::add(const CTraceCursor& packet) {
