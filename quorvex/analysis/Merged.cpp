@@ -16,7 +16,9 @@ namespace {
 
 /// So many packets behind a tick tell whether it can be,
 constexpr unsigned kWitnesses = 8;
-/// unless more than so many were relative to it, or have to be looked at.
+/// if they stand among so many: those without a tick and definitions tell nothing.
+constexpr std::size_t kMostBehind = 16 * kWitnesses;
+/// A tick that more than so many were relative to is believed.
 constexpr std::size_t kMostRelative = 4096;
 /// A jump is far when the packets behind it would have room in it so many times.
 constexpr std::uint64_t kFar = 4;
@@ -46,7 +48,7 @@ void forgetTick(CPacket& packet) {
         message->Timestamp(kUnknown64);
 }
 
-/// The tick of a definition that is older than the packet before it means nothing.
+/// Whether the packet tells what something is called, which does not happen at any time.
 bool isDefinition(const CPacket& packet) {
     return factsOf(packet.TraceCode()).role == Role::Definition;
 }
@@ -135,7 +137,7 @@ std::size_t Merged::Source::relatives() {
 
 bool Merged::Source::isWrong(std::size_t count) {
     const std::uint64_t claimed = ahead.front().tick;
-    const std::size_t most = count + mostRelative();
+    const std::size_t most = count + std::min(mostRelative(), kMostBehind);
     std::vector<std::uint64_t> before;
     unsigned behind = 0;
     for (const Ahead* next = at(count); next && !next->isBorder() && count < most; next = at(++count)) {
@@ -172,7 +174,7 @@ bool Merged::Source::prepare() {
         return false;
     if (next->tick == kUnknown64)
         return true;
-    if (hasTick && next->tick < tick && isDefinition(*next->packet)) {
+    if (hasTick && next->tick < tick && isDefinition(*next->packet)) { // an old tick means nothing there
         forget(ahead.front());
     } else if (!hasTick || (next->tick > tick && next->tick >> 8 != tick >> 8)) {
         const std::size_t count = relatives();

@@ -97,6 +97,20 @@ TEST(Merged, TellsWrongTicksHoweverManyFilesThereAre) {
     }
 }
 
+TEST(Merged, LooksLittleAheadWhereOnlyDefinitionsFollow) {
+    std::string trace;
+    for (std::uint64_t i = 0; i < 8 * kPackets; ++i)
+        trace += wireOf(*std::make_unique<CFunctionDefine>(CCoreContext(1000 * i, 0, 0, 0), 1, ""));
+    std::istringstream stream(trace);
+    Merged merged;
+    merged.add(std::make_unique<TraceFile>("stream", &stream));
+    for (std::uint64_t count = 0; const auto packet = merged.next(); ++count) {
+        EXPECT_EQ(dynamic_cast<const CFunctionDefine&>(*packet).Tick(), 1000 * count);
+        EXPECT_LT(merged.trace(0).offset() - merged.offset(), 130 * packet->StreamSize());
+    }
+    EXPECT_EQ(merged.report(0).wrongTicks, 0U);
+}
+
 TEST(Merged, GoesOnBehindAFileThatFails) {
     const TemporaryDirectory directory;
     for (const std::size_t gone : {std::size_t{0}, std::size_t{1}, std::size_t{69}}) {
