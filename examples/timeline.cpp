@@ -1,4 +1,4 @@
-// Tells what happened when, in the order of time, however many traces there are.
+// Tells what happened when, in the order of ticks, however many traces there are.
 //
 //     timeline TRACE...
 

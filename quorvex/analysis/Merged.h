@@ -11,18 +11,20 @@
 
 namespace Quorvex {
 
-/// Several traces as one, in the order of time: packets are absolute, and what frames a trace or restates contexts is
-/// left out. A packet whose tick is not known comes right behind the one before it in its trace.
+/// Several traces as one, in the order of ticks: packets are absolute, and what frames a trace or restates contexts is
+/// left out. A packet whose tick is not known comes right behind the one before it in its trace. Ticks are compared as
+/// they are: of traces whose clocks have different frequencies that is not the order of time.
 ///
 /// Damage can make a tick that lies far ahead, behind which nothing else would have a place. The packets behind it
-/// tell: where nearly all of the next eight that have a tick go on from before the jump, in a stretch that is short
-/// beside it, the tick is taken as unknown, with those that were relative to it. Only packets of the same frame tell,
-/// so a last packet is believed. The tick of a definition that is older than the packet before it is taken as unknown
-/// too.
+/// tell: where nearly all of the next eight that have a tick and define nothing, among 128 at most, go on from before
+/// the jump, in a stretch that is short beside it, the tick is taken as unknown, with those that were relative to it.
+/// Only packets of the same frame tell, so a last packet is believed. The tick of a definition that is older than the
+/// packet before it is taken as unknown too.
 ///
 /// Up to 64 files stay open while they are read. Of more, each is opened for a moment at a time, to take some packets
-/// out of it: so thousands can be merged, with half a million packets in memory at most, and a few kilobytes a file.
-/// What cannot be gone back in stays open. Used by one thread at a time.
+/// out of it: so thousands can be merged, with about half a million packets in memory, but at least 32 a file, and a
+/// few kilobytes a file. While a tick is looked into, a file may have twice its share of packets. What cannot be gone
+/// back in stays open. Used by one thread at a time.
 class QUORVEX_API Merged {
 public:
     Merged();

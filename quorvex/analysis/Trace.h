@@ -8,7 +8,8 @@
 ///     }
 ///
 /// Whatever the form of a trace (plain or in pages, absolute or relative, a table), its packets come in the absolute
-/// form and in the order of time. What frames a trace, what pages need, and what restates contexts is left out.
+/// form, and of several traces in the order of their ticks. What frames a trace, what pages need, and what restates
+/// contexts is left out.
 
 #include "quorvex/analysis/TraceReport.h"
 #include "quorvex/platform/Export.h"
@@ -118,11 +119,13 @@ struct TraceOptions {
     bool strict = false;
 };
 
-/// Packets of one trace file, or of several in the order of time: a range to be walked through once. Each file is a
-/// process of its own where it gives a number another name than the files before it; otherwise names hold for all.
+/// Packets of one trace file, or of several in the order of ticks: a range to be walked through once. That is the order
+/// of time as long as all files are of one clock; where their clocks differ, nanoseconds jump back and forth. Each file
+/// is a process of its own where it gives a number another name than the files before it; otherwise names hold for all.
 ///
-/// However many files there are, no more than 64 are open at a time. Of more files, memory holds up to half a million
-/// packets, and some kilobytes a file. A file is not changed. What is damaged is stepped over and counted in reports().
+/// However many files there are, no more than 64 are open at a time. Of more files, memory holds about half a million
+/// packets, but at least 32 a file, and some kilobytes a file. A file is not changed. What is damaged is stepped over
+/// and counted in reports().
 ///
 /// Whatever fails throws a TraceError (quorvex/analysis/TraceError.h), which is a std::exception whose what() begins
 /// with the name of the file: making a trace of files that cannot be opened or are no traces, and reading on where that
