@@ -326,7 +326,7 @@ CVCDWriter::Model::Thread& CVCDWriter::Model::thread(std::uint32_t number) {
             return declare({.area = Area::Threads, .owner = number, .type = type, .label = name, .meaning = meaning});
         };
         thread.functions.current = add(Type::Vector, "function", Meaning::Function);
-        thread.functions.depth = add(Type::Integer, "depth", Meaning::Value);
+        thread.functions.depth = add(Type::Integer, "depth", Meaning::Depth);
         thread.coreVariable = add(Type::Vector, "core", Meaning::Core);
     }
     return thread;
@@ -410,7 +410,7 @@ void CVCDWriter::Model::showProcess(const CCoreContext& context, std::uint32_t i
     Stack& stack = core(context.HWCtx()).processes;
     if (stack.current == kNone) {
         stack.current = declareOn(context.HWCtx(), Type::Vector, "process", Meaning::Process);
-        stack.depth = declareOn(context.HWCtx(), Type::Integer, "process_depth", Meaning::Value);
+        stack.depth = declareOn(context.HWCtx(), Type::Integer, "process_depth", Meaning::Depth);
     }
     if (!isEntered)
         return leave(stack, number);
@@ -431,7 +431,7 @@ void CVCDWriter::Model::showException(const CCoreContext& context, std::uint32_t
     Stack& stack = core(context.HWCtx()).exceptions;
     if (stack.current == kNone) {
         stack.current = declareOn(context.HWCtx(), Type::Vector, "exception", Meaning::Exception);
-        stack.depth = declareOn(context.HWCtx(), Type::Integer, "exception_depth", Meaning::Value);
+        stack.depth = declareOn(context.HWCtx(), Type::Integer, "exception_depth", Meaning::Depth);
     }
     if (isEntered)
         enter(stack, id, [] { return kNone; });

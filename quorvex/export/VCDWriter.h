@@ -28,7 +28,7 @@ namespace Quorvex {
 class QUORVEX_API CVCDWriter : public CViewerWriter {
 public:
     /// What the numbers in a variable stand for.
-    enum class Meaning : std::uint8_t { Value, Function, Process, Thread, Core, Exception, State };
+    enum class Meaning : std::uint8_t { Value, Function, Process, Thread, Core, Exception, State, Depth };
 
     /// A variable of the dump, for those who set up a viewer.
     struct Variable {

@@ -27,6 +27,15 @@ awk -F, '!/^#/ { if ($1 + 0 < last + 0) exit 1; last = $1 }' run.btf || fail 'th
 export_to 0 thread_*.qvx --to vcd -o - >piped.vcd
 cmp -s run.vcd piped.vcd || fail 'a pipe gets another dump'
 
+# Call depths are shown as lines, whatever else has such a name.
+printf '\t%s\n' $'EventDefine\t8\t0x1\t0x0' $'CharString\t5\t0x6874706564' $'Event\t28\t1\t0\t1\t0x10\t0x1' \
+    $'CounterDefine\t29\t1\t0\t1\t0x10\t0x2\t0' $'CharString\t7\t0x68747065645f61' \
+    $'CounterValue\t36\t2\t0\t1\t0x10\t0x2\t4602678819172646912' $'HWExceptionEnter\t28\t3\t0\t1\t0x10\t0x5' \
+    $'ProcessEnter\t28\t4\t0\t1\t0x10\t0x6' $'EndOfTrace\t0' >depths.txt
+export_to 0 depths.txt --to vcd -o depths.vcd --save depths.gtkw
+grep -A 1 '^@' depths.gtkw | grep -A 1 '^@8024' | grep '^trace' | tr '\n' ' ' >steps
+[ "$(cat steps)" = 'trace.core_0.exception_depth trace.core_0.process_depth trace.thread_1.depth ' ] || { cat depths.gtkw; fail 'depths'; }
+
 # What a format cannot show is told, and is an error for those who want that.
 {
     printf '\tExecInsn\t24\t5\t0\t1\t0x10\n\tMessage\t9\t6\t0\n\tCharString\t2\thi \n'

@@ -105,7 +105,7 @@ void SaveFile::write(const std::string& dump, const CVCDWriter& writer) {
         // How GTKWave is told the look of a variable: 24 decimal, 22 hexadecimal, 28 binary, 2000 more with names, 8000
         // more as a line of steps, for which 20000 gives room.
         const std::string names = namesOf(variable, writer);
-        const bool isDepth = variable.path.ends_with("depth");
+        const bool isDepth = variable.meaning == Meaning::Depth;
         if (!names.empty())
             fmt::print(out, "@2022\n^1 {}\n", names);
         else
