@@ -14,7 +14,8 @@ fail() {
     failed=1
 }
 
-cmake --install "$build" --prefix "$work/usr" >/dev/null
+cmake --install "$build" --prefix "$work/first" >/dev/null
+mv "$work/first" "$work/usr" # an installed tree may be moved
 cd "$work/usr"
 libraries=$(dirname "$(find . -name "libquorvex.*" | head -1)")
 for file in bin/qvx "$libraries"/libquorvex.*[ao]; do
@@ -24,6 +25,10 @@ for file in bin/qvx "$libraries"/libquorvex.*[ao]; do
     [ "$bytes" -le 2000000 ] || fail "$file has $bytes bytes"
     ! readelf -S "$file" 2>/dev/null | grep -q '\.debug_info' || fail "$file has debug information"
 done
+for file in share/man/man1/qvx.1 share/bash-completion/completions/qvx include/quorvex/packets/Packets.def; do
+    [ -s "$file" ] || fail "not installed: $file"
+done
+bin/qvx --version >/dev/null || fail 'qvx does not run'
 
 cd share/doc/quorvex
 for file in README.md LICENSE CHANGELOG.md docs/guide.md docs/format.md docs/kinds.json examples/quickstart.cpp; do
