@@ -1,5 +1,6 @@
 #include "quorvex/export/ViewerWriter.h"
 
+#include "quorvex/export/ForwardAll.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFacts.h"
@@ -133,12 +134,7 @@ bool CViewerWriter::forward(CPacket*& packet) {
 }
 
 bool CViewerWriter::forward(std::list<CPacket*>& packets) {
-    std::list<CPacket*> shown;
-    while (!packets.empty() && (!packets.front() || put(packets.front())))
-        shown.splice(shown.end(), packets, packets.begin());
-    if (!CPacketFactory::release(shown))
-        packets.splice(packets.begin(), shown);
-    return packets.empty();
+    return forwardEach(*this, packets);
 }
 
 void CViewerWriter::flush() {
