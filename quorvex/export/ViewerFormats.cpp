@@ -3,7 +3,6 @@
 #include "quorvex/export/BtfWriter.h"
 #include "quorvex/export/VCDWriter.h"
 
-#include <algorithm>
 #include <type_traits>
 
 namespace Quorvex {
@@ -26,11 +25,6 @@ constexpr ViewerFormat kFormats[] = {
 
 std::span<const ViewerFormat> viewerFormats() {
     return kFormats;
-}
-
-const ViewerFormat* viewerFormat(std::string_view name) {
-    const auto* format = std::ranges::find(kFormats, name, &ViewerFormat::name);
-    return format == std::end(kFormats) ? nullptr : format;
 }
 
 } // namespace Quorvex

@@ -21,7 +21,5 @@ struct ViewerFormat {
 
 /// All formats there are. Valid for ever.
 QUORVEX_API std::span<const ViewerFormat> viewerFormats();
-/// The format of that name; null when there is none.
-QUORVEX_API const ViewerFormat* viewerFormat(std::string_view name);
 
 } // namespace Quorvex
