@@ -8,12 +8,14 @@
 #include "tests/support/NumberedPackets.h"
 #include "tests/support/System.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -21,6 +23,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -558,21 +561,43 @@ int late() {
     return 0;
 }
 
+/// What there is to ask for.
+constexpr std::pair<std::string_view, int (*)()> kModes[] = {
+    {"allocating", allocating},
+    {"cancelled", cancelled},
+    {"closing", closing},
+    {"displaced", displaced},
+    {"endless", endless},
+    {"execed", execed},
+    {"forkedWhileBusy", forkedWhileBusy},
+    {"forkedWhileInterrupted", forkedWhileInterrupted},
+    {"forkedWithThreads", forkedWithThreads},
+    {"full", full},
+    {"interrupted", interrupted},
+    {"late", late},
+    {"limited", limited},
+    {"limitedFiles", limitedFiles},
+    {"many", many},
+    {"nothing", nothing},
+    {"off", off},
+    {"replaced", replaced},
+    {"resumed", resumed},
+    {"running", running},
+    {"seeking", seeking},
+    {"shortLived", shortLived},
+    {"stuck", stuck},
+    {"threads", threads},
+    {"twice", twice},
+    {"unheard", unheard},
+    {"unknownMode", unknownMode},
+    {"unwritable", unwritable},
+};
+
 } // namespace
 
 int main(int argc, char** argv) {
     g_program = argv[0];
     const std::string_view mode = argc > 1 ? argv[1] : "";
-#define QUORVEX_RUN(name) mode == #name ? name():
-    // clang-format off
-    return QUORVEX_RUN(threads) QUORVEX_RUN(shortLived) QUORVEX_RUN(running) QUORVEX_RUN(forkedWithThreads)
-           QUORVEX_RUN(forkedWhileBusy) QUORVEX_RUN(execed) QUORVEX_RUN(unwritable) QUORVEX_RUN(full)
-           QUORVEX_RUN(endless) QUORVEX_RUN(limited) QUORVEX_RUN(unknownMode) QUORVEX_RUN(seeking)
-           QUORVEX_RUN(nothing) QUORVEX_RUN(off) QUORVEX_RUN(interrupted) QUORVEX_RUN(allocating)
-           QUORVEX_RUN(cancelled) QUORVEX_RUN(replaced) QUORVEX_RUN(many) QUORVEX_RUN(resumed)
-           QUORVEX_RUN(displaced) QUORVEX_RUN(forkedWhileInterrupted) QUORVEX_RUN(limitedFiles) QUORVEX_RUN(unheard)
-           QUORVEX_RUN(closing)
-           QUORVEX_RUN(stuck) QUORVEX_RUN(twice) QUORVEX_RUN(late) 100;
-    // clang-format on
-#undef QUORVEX_RUN
+    const auto* row = std::ranges::find_if(kModes, [mode](const auto& one) { return one.first == mode; });
+    return row != std::end(kModes) ? row->second() : 100;
 }
