@@ -6,9 +6,7 @@
 set -euo pipefail
 cd "$1"
 
-git_or_find() { find quorvex -name '*.h' -o -name '*.cpp' -o -name '*.def' | sort; }
-
-git_or_find | xargs awk '
+find quorvex -name '*.h' -o -name '*.cpp' -o -name '*.def' | sort | xargs awk '
 BEGIN {
     count = split("platform format packets factory stream analysis export instrument", order, " ")
     for (i = 1; i <= count; ++i) rank[order[i]] = i
