@@ -10,8 +10,8 @@ namespace Quorvex {
 /// How a trace ends.
 enum class TraceEnd : std::uint8_t {
     Unread,    ///< that is not known yet: there are packets left
-    NotMarked, ///< with a whole packet outside of a frame; a table, which may be a part of a trace, always does
-    Complete,  ///< with the end of a frame, or with an end-of-trace packet
+    NotMarked, ///< with neither frames nor an end-of-trace packet; a table, which may be a part of a trace, always does
+    Complete,  ///< with the end of its last frame told, or an end-of-trace packet
     Recording, ///< in a frame that a program still records, or recorded until it was killed; nothing is missing
     Missing,   ///< in a frame: what its program had not written yet is missing
     InPacket,  ///< within a packet
@@ -23,7 +23,7 @@ struct TraceReport {
     std::string file;   ///< as it was named
     TraceDamage damage; ///< so far
     TraceEnd end = TraceEnd::Unread;
-    std::uint64_t endOffset = 0;      ///< where the cut packet begins: InPacket and InText
+    std::uint64_t endOffset = 0;      ///< where what could not be read begins, the end if nothing; 0 for a table
     std::uint64_t missing = 0;        ///< bytes that are missing at the end; 0 where the trace does not tell
     std::string cutKind;              ///< the kind of the cut packet, as FunctionEnter; empty for an unknown one
     std::uint64_t wrongTicks = 0;     ///< packets whose tick could not be and is taken as unknown
