@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# What qvx does to what its outputs lead to: every verb and every file that it writes, as the superuser and as another
-# user, with all that stands around compared before and after. Devices are those of a directory of the test's own.
+# What qvx does to what its outputs lead to: every verb and every file that it writes as the superuser, dump and
+# export --save as another user too, with all that stands around compared before and after. Devices are those of a
+# directory of the test's own.
 #
 #     output.sh QVX
 . "$(dirname "$0")/common.sh"
