@@ -60,6 +60,7 @@ public:
     Option choice(const char* name, Value& value, std::vector<std::pair<std::string, Value>> words, const char* help,
                   const char* type = "FORMAT") {
         std::vector<std::pair<std::string, unsigned>> numbers;
+        numbers.reserve(words.size());
         for (const auto& row : words)
             numbers.emplace_back(row.first, static_cast<unsigned>(numbers.size()));
         const auto take = [&value, words = std::move(words)](unsigned number) { value = words[number].second; };
