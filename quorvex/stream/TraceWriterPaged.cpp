@@ -22,7 +22,7 @@ bool isOrdinary(tagTCode code) {
 }
 
 bool fitsNoPage(unsigned size, const CContexts& restated) {
-    return size > pages::room(pages::kMostRestated) && size > pages::room(restated.syncSize());
+    return !pages::fits(size, pages::kMostRestated) && !pages::fits(size, restated.syncSize());
 }
 
 /// Whether a CharString packet begins there.

@@ -550,8 +550,9 @@ int nothing() {
 
 int twice() {
     auto* stream = CQVXInstrumentingStream::get_Instance();
-    const bool defined =
-        stream->FunctionDefine("f", 1) && stream->FunctionDefine("f", 1) && stream->FunctionDefine("g", 2);
+    const std::string leavesOneByte(260'073, 'x'); // of a page
+    const bool defined = stream->FunctionDefine("f", 1) && stream->FunctionDefine("f", 1) &&
+                         !stream->FunctionDefine(leavesOneByte.c_str(), 3) && stream->FunctionDefine("g", 2);
     return defined && stream == CQVXInstrumentingStream::get_Instance() ? 0 : 1;
 }
 

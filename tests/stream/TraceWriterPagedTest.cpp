@@ -94,6 +94,18 @@ TEST(PagedWriter, PutsAPacketOnThePageThatItFitsAndOpensANewOneElse) {
     EXPECT_TRUE(full.writer.put(&sync));
     EXPECT_EQ(full.sink.operations.front(), "write 0 262144");
 
+    // What a page holds, and what would leave it a single byte.
+    for (const unsigned left : {0U, 2U, 1U}) {
+        WriterWithRoom target{kPageSize};
+        CFunctionDefine define = named(260'074 - left);
+        ASSERT_EQ(define.StreamSize(), kPageSize - left);
+        EXPECT_TRUE(target.writer.put(&fill));
+        EXPECT_EQ(target.writer.put(&define), left != 1) << left;
+        EXPECT_TRUE(target.writer.put(&sync));
+        EXPECT_EQ(target.writer.tellp(), left != 1 ? 2 * kPageSize + 26 : 256 + 26) << left;
+        EXPECT_EQ(takeLog(), left != 1 ? "" : kRefused);
+    }
+
     WriterWithRoom stuck{1};
     EXPECT_FALSE(stuck.writer.put(&sync));
     EXPECT_EQ(takeLog(), std::string(kNoFillRoom) + kRefused);
