@@ -2,6 +2,7 @@
 
 #include "quorvex/platform/Files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +19,8 @@
 #include <profileapi.h>
 #else
 #include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
@@ -228,14 +231,20 @@ void freePages(void* memory, std::size_t size) {
 void tellUser(std::initializer_list<std::string_view> parts) {
     iovec all[8];
     int count = 0;
+    std::size_t left = PIPE_BUF; // no pipe that has room has less
     for (const std::string_view part : parts) {
+        const std::size_t size = std::min(part.size(), left);
+        left -= size;
         if (count < 8)
-            all[count++] = {const_cast<char*>(part.data()), part.size()};
+            all[count++] = {const_cast<char*>(part.data()), size};
     }
     const Uninterrupted quiet;
-    const SignalOfWrite nobodyReads(SIGPIPE);
+    pollfd room{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&room, 1, 0) == 0)
+        return; // nobody could end the wait, because signals are held off
+    const SignalOfWrite nobodyReads(SIGPIPE), tooLarge(SIGXFSZ);
     if (writev(STDERR_FILENO, all, count) < 0)
-        nobodyReads.takenBack(errno, EPIPE);
+        tooLarge.takenBack(nobodyReads.takenBack(errno, EPIPE), EFBIG);
 }
 
 Uninterrupted::Uninterrupted() : m_errno(errno) {

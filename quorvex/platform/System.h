@@ -49,7 +49,7 @@ QUORVEX_API void* allocatePages(std::size_t size);
 QUORVEX_API void freePages(void* memory, std::size_t size); ///< gives back what allocatePages gave
 
 /// Puts a line, given in up to eight parts, on the standard error of the process, past all buffers. Nothing comes of it
-/// where that fails. May be called in a signal handler.
+/// where that fails, or would have to wait for a reader. May be called in a signal handler.
 QUORVEX_API void tellUser(std::initializer_list<std::string_view> parts);
 
 /// While it lives, no signal handler of the program runs in this thread and the thread is not cancelled; both happen

@@ -247,9 +247,25 @@ int limitedFiles() {
     return CMessageQueue::g_Instance->size() == messages + 1 ? 0 : 2;
 }
 
-/// Where nobody reads what is said on standard error.
-int unheard() {
-    return Quorvex::test::tellNobody() ? CQVXInstrumentingStream::get_Instance()->good() : Quorvex::test::kNotHere;
+/// Where nobody can read what is said on standard error, where it would have to wait for a reader, and where it goes to
+/// a file that may not grow.
+int unheard(bool isPrepared) {
+    return isPrepared ? CQVXInstrumentingStream::get_Instance()->good() : Quorvex::test::kNotHere;
+}
+
+int unread() {
+    return unheard(Quorvex::test::tellNobody(false));
+}
+
+int unreadAndFull() {
+    return unheard(Quorvex::test::tellNobody(true));
+}
+
+int unwritten() {
+    tellErrors();
+    std::fputs("so much and no more", stderr);
+    std::fflush(stderr); // which has a buffer now
+    return unheard(Quorvex::test::limitFiles(std::filesystem::file_size("errors")));
 }
 
 int off() {
@@ -592,6 +608,9 @@ constexpr std::pair<std::string_view, int (*)()> kModes[] = {
     {"unheard", unheard},
     {"unknownMode", unknownMode},
     {"unwritable", unwritable},
+    {"unread", unread},
+    {"unreadAndFull", unreadAndFull},
+    {"unwritten", unwritten},
 };
 
 } // namespace

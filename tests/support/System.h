@@ -31,8 +31,9 @@ bool limitSpace(const std::string& directory, std::uint64_t bytes);
 
 /// Keeps the files of the calling process from growing beyond that. False where that cannot be done.
 bool limitFiles(std::uint64_t bytes);
-/// Has standard error go to a pipe that nobody reads. False where that cannot be done.
-bool tellNobody();
+/// Has standard error go to a pipe that nobody can read, or that is full and nobody reads. False where that cannot be
+/// done.
+bool tellNobody(bool isFull);
 
 /// Whether there is a shell, for tests in which other programs read what ours write, and processes fork.
 bool isPosix();

@@ -72,9 +72,16 @@ bool limitFiles(std::uint64_t bytes) {
     return setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
-bool tellNobody() {
+bool tellNobody(bool isFull) {
     int ends[2];
-    return pipe(ends) == 0 && dup2(ends[1], STDERR_FILENO) >= 0 && close(ends[0]) == 0 && close(ends[1]) == 0;
+    if (pipe(ends) != 0 || dup2(ends[1], STDERR_FILENO) < 0 || close(ends[1]) != 0)
+        return false;
+    if (!isFull)
+        return close(ends[0]) == 0;
+    fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
+    while (write(STDERR_FILENO, ".", 1) == 1) {
+    }
+    return fcntl(STDERR_FILENO, F_SETFL, 0) == 0;
 }
 
 bool isPosix() {
