@@ -1,5 +1,8 @@
 #include "quorvex/format/MessageQueue.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
 // A union member is neither built nor destroyed by itself: the pointer starts empty before any code runs (its
@@ -34,28 +37,26 @@ std::shared_ptr<CMessage> CMessage::create() const {
 }
 
 void CMessageQueue::push(tagEMessageLevel level, const ATL::CComBSTR& origin, const ATL::CComBSTR& message) {
+    Entries entry{std::make_shared<CMessage>(level, origin, message)};
     const std::lock_guard lock(m_lock);
-    m_messages.push_back(std::make_shared<CMessage>(level, origin, message));
+    m_messages.splice(m_messages.end(), entry);
 }
 
 std::shared_ptr<CMessage> CMessageQueue::pop() {
-    const std::lock_guard lock(m_lock);
-    return take();
-}
-
-std::shared_ptr<CMessage> CMessageQueue::take() {
-    if (m_messages.empty())
-        return {};
-    std::shared_ptr<CMessage> front = std::move(m_messages.front());
-    m_messages.pop_front();
-    return front;
+    const Entries taken = take(1);
+    return taken.empty() ? nullptr : taken.front();
 }
 
 std::deque<std::shared_ptr<CMessage>> CMessageQueue::pop(unsigned count) {
+    const Entries taken = take(count);
+    return {taken.begin(), taken.end()};
+}
+
+CMessageQueue::Entries CMessageQueue::take(std::size_t count) {
+    Entries taken;
     const std::lock_guard lock(m_lock);
-    std::deque<std::shared_ptr<CMessage>> taken;
-    while (count-- > 0 && !m_messages.empty())
-        taken.push_back(take());
+    const auto end = std::next(m_messages.begin(), static_cast<std::ptrdiff_t>(std::min(count, m_messages.size())));
+    taken.splice(taken.end(), m_messages, m_messages.begin(), end);
     return taken;
 }
 

@@ -3,7 +3,9 @@
 #include "quorvex/platform/Bstr.h"
 #include "quorvex/platform/Export.h"
 
+#include <cstddef>
 #include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -35,7 +37,8 @@ private:
 };
 
 /// The log through which the library reports what it does not throw. The host polls it with size() and pop();
-/// messages pile up until then. Every operation may be called from any thread.
+/// messages pile up until then. Every operation may be called from any thread. None allocates or releases memory inside
+/// the lock: the allocator of a program that is recorded may itself have something to report.
 class QUORVEX_API CMessageQueue {
 public:
     void push(tagEMessageLevel level, const ATL::CComBSTR& origin, const ATL::CComBSTR& message);
@@ -56,11 +59,14 @@ public:
     void unlock() { m_lock.unlock(); }
 
 private:
-    std::shared_ptr<CMessage> take();
+    using Entries = std::list<std::shared_ptr<CMessage>>;
+
+    /// Up to so many of the oldest.
+    Entries take(std::size_t count);
 
     // Not a recursive one: a forked child may only unlock what knows no owner.
     mutable std::mutex m_lock;
-    std::deque<std::shared_ptr<CMessage>> m_messages;
+    Entries m_messages;
 };
 
 namespace Quorvex {

@@ -174,6 +174,8 @@ TEST(InstrumentingStream, TellsOnceWhatItCannotRecord) {
         {"unread", "/nonexistent/directory", "", nullptr},
         {"unreadAndFull", "/nonexistent/directory", "", nullptr},
         {"unwritten", "/nonexistent/directory", "", nullptr},
+        {"logging", "/nonexistent/directory", "",
+         ": No such file or directory; this thread is not recorded any further"},
         {"displaced", ".", "", nullptr},
         {"off", ".", "off", ""},
         {"unknownMode", ".", "mmap", nullptr},

@@ -268,6 +268,17 @@ int unwritten() {
     return unheard(Quorvex::test::limitFiles(std::filesystem::file_size("errors")));
 }
 
+/// Where nothing can be written, a thread whose first recording is that of the memory for a message in the log.
+int logging() {
+    tellErrors();
+    std::thread([] {
+        Quorvex::test::g_recordNew = true;
+        Quorvex::logError("of the thread");
+        Quorvex::test::g_recordNew = false;
+    }).join();
+    return CMessageQueue::g_Instance->size() == 2 && CMessageQueue::g_Instance->pop(3).size() == 2 ? 0 : 1;
+}
+
 int off() {
     tellErrors();
     record(3);
@@ -611,6 +622,7 @@ constexpr std::pair<std::string_view, int (*)()> kModes[] = {
     {"unread", unread},
     {"unreadAndFull", unreadAndFull},
     {"unwritten", unwritten},
+    {"logging", logging},
 };
 
 } // namespace
