@@ -64,8 +64,14 @@ private:
     const platform::Uninterrupted m_uninterrupted;
 };
 
-/// That of a thread that forks. Plain memory: where it is used is no place to register a destructor.
-alignas(Busy) constinit thread_local std::byte t_forking[sizeof(Busy)];
+/// What a thread holds while it forks: also the log, which is the host's to exchange.
+struct Forking {
+    const Busy busy;
+    const std::shared_ptr<CMessageQueue> log = CMessageQueue::g_Instance;
+};
+
+/// That of the thread. Plain memory: where it is used is no place to register a destructor.
+alignas(Forking) constinit thread_local std::byte t_forking[sizeof(Forking)];
 
 /// Puts the bytes of a text as CharString packets; where the last one ends.
 char* encodeText(char* to, std::string_view text) {
@@ -170,16 +176,19 @@ struct CQVXInstrumentingStream::Registry {
     }
 
     static void beforeFork() {
-        new (t_forking) Busy;
+        const auto* const forking = new (t_forking) Forking;
         instance().streams.lock();
         detail::RecordingFile::lockAll();
-        CMessageQueue::g_Instance->lock();
+        if (forking->log)
+            forking->log->lock();
     }
     static void afterForkInParent() {
-        CMessageQueue::g_Instance->unlock();
+        auto* const forking = std::launder(reinterpret_cast<Forking*>(t_forking));
+        if (forking->log)
+            forking->log->unlock();
         detail::RecordingFile::unlockAll();
         instance().streams.unlock();
-        std::launder(reinterpret_cast<Busy*>(t_forking))->~Busy();
+        forking->~Forking();
     }
     static void afterForkInChild() {
         instance().streams.abandon();
