@@ -91,4 +91,11 @@ inline ContextSort sortOfSync(tagTCode code) {
     return factsOf(code).sync;
 }
 
+/// The sort of context that a packet of that code tells in full: of a sync packet, or of a kind that has a relative
+/// form. None for all others.
+inline ContextSort sortOfFull(tagTCode code) {
+    const ContextSort sync = sortOfSync(code);
+    return sync != ContextSort::None ? sync : sortOfAbsolute(code);
+}
+
 } // namespace Quorvex

@@ -24,11 +24,6 @@ template <> struct FormsOf<CSystemContext> {
     using Told = CSystemSync;
 };
 
-ContextSort sortOf(const CPacket& packet) {
-    const ContextSort sync = sortOfSync(packet.TraceCode());
-    return sync != ContextSort::None ? sync : sortOfAbsolute(packet.TraceCode());
-}
-
 template <class Context> std::optional<Context> contextAfter(const CPacket& packet, const Context& reference) {
     using Relative = typename FormsOf<Context>::Relative;
     if (const auto* context = contextOf<Context>(packet))
@@ -87,7 +82,7 @@ bool CContexts::note(tagTCode code, const char* payload, unsigned length) {
 }
 
 bool CContexts::adopt(const CPacket& packet) {
-    return with(*this, sortOf(packet), [&packet]<class Context>(Reference<Context>& reference) {
+    return with(*this, sortOfFull(packet.TraceCode()), [&packet]<class Context>(Reference<Context>& reference) {
         const auto* context = contextOf<Context>(packet);
         if (context)
             reference = {*context, true};
@@ -136,14 +131,14 @@ std::uint64_t absoluteTickOf(const CPacket& packet) {
 }
 
 bool CContexts::repeats(const CPacket& packet) const {
-    return with(*this, sortOf(packet), [&packet]<class Context>(const Reference<Context>& reference) {
+    return with(*this, sortOfFull(packet.TraceCode()), [&packet]<class Context>(const Reference<Context>& reference) {
         const auto* context = contextOf<Context>(packet);
         return context && *context == reference.context;
     });
 }
 
 bool CContexts::reaches(const CPacket& packet) const {
-    return with(*this, sortOf(packet), [&packet]<class Context>(const Reference<Context>& reference) {
+    return with(*this, sortOfFull(packet.TraceCode()), [&packet]<class Context>(const Reference<Context>& reference) {
         const auto* context = contextOf<Context>(packet);
         return context && FormsOf<Context>::Relative::testRelative(reference.context, *context);
     });

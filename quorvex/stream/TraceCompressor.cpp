@@ -28,11 +28,6 @@ constexpr Failures kFailures[] = {
      "CTraceCompressor::compress(): error creating a CSystemSync packet!"},
 };
 
-ContextSort sortOf(tagTCode code) {
-    const ContextSort sync = sortOfSync(code);
-    return sync != ContextSort::None ? sync : sortOfAbsolute(code);
-}
-
 } // namespace
 
 CTraceCompressor::~CTraceCompressor() {
@@ -47,7 +42,7 @@ std::uint64_t CTraceCompressor::tellp() {
 bool CTraceCompressor::put(CPacket* packet) {
     if (!packet)
         return false;
-    if (sortOf(packet->TraceCode()) == ContextSort::None)
+    if (sortOfFull(packet->TraceCode()) == ContextSort::None)
         return m_downstream.put(packet);
     CPacket* copy = CPacketFactory::duplicate(packet);
     if (!copy)
@@ -60,7 +55,7 @@ bool CTraceCompressor::put(CPacket* packet) {
 bool CTraceCompressor::forward(CPacket*& packet) {
     if (!packet)
         return false;
-    if (sortOf(packet->TraceCode()) == ContextSort::None)
+    if (sortOfFull(packet->TraceCode()) == ContextSort::None)
         return m_downstream.forward(packet);
     m_pending.push_back(packet);
     const Result result = compress();
@@ -112,7 +107,7 @@ bool CTraceCompressor::convert() {
 
 bool CTraceCompressor::convert(std::list<CPacket*>::iterator at) {
     CPacket* packet = *at;
-    const ContextSort sort = sortOf(packet->TraceCode());
+    const ContextSort sort = sortOfFull(packet->TraceCode());
     if (sort == ContextSort::None)
         return true;
     const Failures& failures = kFailures[std::size_t(sort)];
