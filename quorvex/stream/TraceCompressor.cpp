@@ -3,6 +3,7 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFacts.h"
+#include "quorvex/platform/Attempt.h"
 
 namespace Quorvex {
 
@@ -27,6 +28,8 @@ constexpr Failures kFailures[] = {
      "CTraceCompressor::compress(): Dynamic cast to CSystemContext failed!",
      "CTraceCompressor::compress(): error creating a CSystemSync packet!"},
 };
+
+constexpr char kNotConverted[] = "CTraceCompressor::compress(): error creating a compressed packet!";
 
 } // namespace
 
@@ -58,41 +61,51 @@ bool CTraceCompressor::forward(CPacket*& packet) {
     if (sortOfFull(packet->TraceCode()) == ContextSort::None)
         return m_downstream.forward(packet);
     m_pending.push_back(packet);
-    const Result result = compress();
-    if (result != Result::NotConverted)
-        packet = nullptr;
-    else
+    if (!convert()) {
         m_pending.clear();
-    return result == Result::Done;
+        return false;
+    }
+    packet = nullptr;
+    return handOver();
 }
 
 bool CTraceCompressor::forward(std::list<CPacket*>& packets) {
     m_pending.swap(packets);
-    const Result result = compress();
-    if (result == Result::NotConverted)
+    if (!convert()) {
         m_pending.swap(packets);
-    return result == Result::Done;
+        return false;
+    }
+    return handOver();
 }
 
-CTraceCompressor::Result CTraceCompressor::compress() {
-    if (!convert())
-        return Result::NotConverted;
-    if (m_downstream.forward(m_pending))
-        return Result::Done;
-    logError("CTraceCompressor: Error! Could not forward list content.");
-    if (!CPacketFactory::release(m_pending))
-        logError("CTraceCompressor: Error! Could not release forward list content.");
-    // The sync packets may be among what is lost.
-    m_contexts.forget();
-    return Result::Refused;
+bool CTraceCompressor::handOver() {
+    const auto lose = [this] {
+        logError("CTraceCompressor: Error! Could not forward list content.");
+        if (!CPacketFactory::release(m_pending))
+            logError("CTraceCompressor: Error! Could not release forward list content.");
+        // The sync packets may be among what is lost.
+        m_contexts.forget();
+        return false;
+    };
+    try {
+        return m_downstream.forward(m_pending) || lose();
+    } catch (...) {
+        lose();
+        throw;
+    }
 }
 
 bool CTraceCompressor::convert() {
     const CContexts before = m_contexts;
-    bool good = true;
-    for (auto at = m_pending.begin(); good && at != m_pending.end(); ++at)
-        good = !*at || convert(at);
-    if (!good) {
+    const auto convertAll = [this] {
+        m_changes.reserve(2 * m_pending.size()); // or one that is made could not be noted
+        for (auto at = m_pending.begin(); at != m_pending.end(); ++at) {
+            if (*at && !convert(at))
+                return false;
+        }
+        return true;
+    };
+    if (!attempt(convertAll, [](const std::exception&) { logError(kNotConverted); })) {
         undo();
         m_contexts = before;
         return false;
@@ -121,14 +134,15 @@ bool CTraceCompressor::convert(std::list<CPacket*>::iterator at) {
     if (!relative) {
         if (!m_contexts.adopt(*packet))
             return failed(failures.noContext);
-        CPacket* sync = m_contexts.sync(sort);
-        if (!sync)
+        const auto sync = m_pending.insert(at, nullptr);
+        m_changes.push_back({sync, nullptr});
+        *sync = m_contexts.sync(sort);
+        if (!*sync)
             return failed(failures.noSync);
-        m_changes.push_back({m_pending.insert(at, sync), nullptr});
         relative = m_contexts.relative(*packet);
     }
     if (!relative)
-        return failed("CTraceCompressor::compress(): error creating a compressed packet!");
+        return failed(kNotConverted);
     *at = relative;
     m_changes.push_back({at, packet});
     return true;

@@ -14,9 +14,10 @@ namespace Quorvex {
 /// The first packet of each sort gets one in any case, also where its context is unknown: so what comes out means the
 /// same behind another trace, whose sync packets would else be taken for its own. All other packets pass as they are.
 ///
-/// The sink behind must outlive the compressor. Nothing waits between calls. A packet that cannot be converted is given
-/// back, and nothing has changed. What the sink behind refuses once it has been converted is lost, with a report; the
-/// next packet then begins with a sync packet of its own.
+/// The sink behind must outlive the compressor. Nothing waits between calls. A packet that cannot be converted, also
+/// because memory is short, is given back, and nothing has changed. What the sink behind refuses once it has been
+/// converted is lost, with a report; the next packet then begins with a sync packet of its own. The same holds where
+/// the sink behind throws, which passes through.
 class QUORVEX_API CTraceCompressor : public CTraceSinkEx {
 public:
     explicit CTraceCompressor(CTraceSink& downstream) : m_downstream(downstream) {}
@@ -40,11 +41,11 @@ private:
         std::list<CPacket*>::iterator at;
         CPacket* replaced; ///< null for a packet that was inserted
     };
-    enum class Result { Done, NotConverted, Refused };
 
-    /// Converts the pending packets and hands them over. Those that cannot be converted are pending as they were.
-    Result compress();
+    /// Converts the pending packets. False where that cannot be done: they are pending as they were.
     bool convert();
+    /// Hands the pending packets over, which are converted and no longer the caller's.
+    bool handOver();
     /// Converts one packet, or takes note of it.
     bool convert(std::list<CPacket*>::iterator at);
     void undo();

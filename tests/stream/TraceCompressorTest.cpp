@@ -7,9 +7,12 @@
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Doubles.h"
+#include "tests/support/ShortMemory.h"
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace Quorvex::test {
@@ -207,6 +210,81 @@ TEST(Compressor, GivesBackWhatItCannotConvert) {
     while (const PacketPointer packet{queue.get()})
         codes.push_back(packet->TraceCode());
     EXPECT_EQ(codes, (std::vector<tagTCode>{Sync, RelExecInsn, RelExecInsn, EndOfTrace, Sync, RelExecInsn}));
+}
+
+/// Takes lists, for which it needs no memory, or throws.
+struct Taking : CTraceSink {
+    bool throws = false;
+    std::list<CPacket*> packets;
+
+    ~Taking() { CPacketFactory::release(packets); }
+    bool good() override { return true; }
+    void clear() override {}
+    bool put(CPacket*) override { return false; }
+    bool forward(CPacket*&) override { return false; }
+    bool forward(std::list<CPacket*>& more) override {
+        if (throws)
+            throw std::runtime_error("of the host");
+        packets.splice(packets.end(), more);
+        return true;
+    }
+    std::uint64_t out_size() override { return packets.size(); }
+    void flush() override {}
+};
+
+TEST(Compressor, LeavesEachPacketOneOwnerWhateverIsThrown) {
+    const auto first = [] { return new CExecInsn(CCoreContext(0x1000, 1, 2, 0x8000)); };
+    const auto codesIn = [](const Taking& sink) {
+        std::vector<tagTCode> codes;
+        for (const CPacket* packet : sink.packets)
+            codes.push_back(packet->TraceCode());
+        return codes;
+    };
+    // Memory is short for the n-th of what is asked for: the packet is given back and can be tried again.
+    unsigned number = 0;
+    for (bool goesOn = true; goesOn; ++number) {
+        goesOn = false;
+        for (const bool inList : {false, true}) {
+            Taking sink;
+            CTraceCompressor compressor(sink);
+            CPacket* const packet = first();
+            CPacket* one = packet;
+            std::list<CPacket*> list{packet};
+            const auto forward = [&] { return inList ? compressor.forward(list) : compressor.forward(one); };
+            bool isTaken = false, came = false;
+            {
+                const ShortMemory shortage(number);
+                try {
+                    isTaken = forward();
+                } catch (const std::bad_alloc&) {
+                }
+                came = shortage.came();
+            }
+            goesOn = goesOn || came;
+            EXPECT_EQ(isTaken, !came);
+            EXPECT_TRUE(isTaken || (inList ? list == std::list{packet} : one == packet)) << number;
+            EXPECT_TRUE(isTaken || forward());
+            EXPECT_EQ(codesIn(sink), (std::vector<tagTCode>{Sync, RelExecInsn})) << number;
+        }
+    }
+    EXPECT_GT(number, 3U);
+    takeLog();
+
+    // What the sink behind throws passes; the packets are lost.
+    Taking sink;
+    sink.throws = true;
+    CTraceCompressor compressor(sink);
+    CPacket* one = first();
+    std::list<CPacket*> list{first(), first()};
+    const PacketPointer kept(first());
+    EXPECT_EQ(thrownBy([&] { compressor.forward(one); }), "of the host");
+    EXPECT_EQ(thrownBy([&] { compressor.forward(list); }), "of the host");
+    EXPECT_EQ(thrownBy([&] { compressor.put(kept.get()); }), "of the host");
+    EXPECT_TRUE(one == nullptr && list.empty());
+    takeLog();
+    sink.throws = false;
+    EXPECT_TRUE(compressor.put(kept.get()));
+    EXPECT_EQ(codesIn(sink), (std::vector<tagTCode>{Sync, RelExecInsn})) << "as behind another trace";
 }
 
 TEST(Decompressor, ReleasesABatchThatItCannotConvert) {
