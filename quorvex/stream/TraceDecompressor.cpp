@@ -25,72 +25,73 @@ CTraceDecompressor::~CTraceDecompressor() {
 }
 
 CPacket* CTraceDecompressor::get() {
-    while (true) {
-        while (!m_pending.empty()) {
-            CPacket* packet = m_pending.front();
-            m_pending.pop_front();
-            if (packet)
-                return packet;
-        }
-        CPacket* packet = m_upstream.get();
-        if (!packet)
-            return nullptr;
-        if (!treats(packet->TraceCode()))
+    while (!m_pending.empty()) {
+        CPacket* packet = m_pending.front();
+        m_pending.pop_front();
+        if (packet)
             return packet;
-        m_pending.push_back(packet);
-        if (!decompress()) {
-            CPacketFactory::release(m_pending);
+    }
+    while (CPacket* packet = m_upstream.get()) {
+        if (!convert(packet)) {
+            CPacketFactory::releaseCPacket(&packet);
             return nullptr;
         }
+        if (packet)
+            return packet;
     }
+    return nullptr;
 }
 
 bool CTraceDecompressor::get(std::list<CPacket*>& packets) {
-    if (!m_upstream.get(m_pending))
-        return false;
-    if (!decompress()) {
-        CPacketFactory::release(m_pending);
-        return false;
+    if (m_pending.empty()) {
+        try {
+            if (!m_upstream.get(m_pending))
+                return false;
+        } catch (...) {
+            decompress(); // what has come before
+            throw;
+        }
+        if (!decompress())
+            return false;
     }
     packets.splice(packets.end(), m_pending);
     return true;
 }
 
-bool CTraceDecompressor::treats(tagTCode code) const {
-    return sortOfRelative(code) != ContextSort::None || sortOfSync(code) != ContextSort::None ||
-           (code == Fill && m_dropFill);
+bool CTraceDecompressor::decompress() {
+    for (auto at = m_pending.begin(); at != m_pending.end();) {
+        if (*at && !convert(*at)) {
+            CPacketFactory::release(m_pending);
+            return false;
+        }
+        at = *at ? std::next(at) : m_pending.erase(at);
+    }
+    return true;
 }
 
-bool CTraceDecompressor::decompress() {
-    std::list<CPacket*> garbage;
-    bool good = true;
-    for (auto at = m_pending.begin(); good && at != m_pending.end();) {
-        const auto next = std::next(at);
-        CPacket* packet = *at;
-        const tagTCode code = packet ? packet->TraceCode() : Invalid;
-        if (sortOfRelative(code) != ContextSort::None) {
-            CPacket* absolute = m_contexts.absolute(*packet);
-            good = absolute != nullptr;
-            if (good) {
-                m_pending.insert(at, absolute);
-                garbage.splice(garbage.end(), m_pending, at);
-            } else {
-                logError("CTraceDecompressor::decompress(): Could not create decompressed packet!");
-            }
-        } else if (const ContextSort sync = sortOfSync(code); sync != ContextSort::None) {
-            good = m_contexts.note(*packet);
-            if (!good)
-                logError(failureOf(sync));
-            else if (m_dropSync)
-                garbage.splice(garbage.end(), m_pending, at);
-        } else if (code == Fill && m_dropFill) {
-            garbage.splice(garbage.end(), m_pending, at);
+bool CTraceDecompressor::convert(CPacket*& packet) {
+    const tagTCode code = packet->TraceCode();
+    CPacket* absolute = nullptr;
+    if (sortOfRelative(code) != ContextSort::None) {
+        absolute = m_contexts.absolute(*packet);
+        if (!absolute) {
+            logError("CTraceDecompressor::decompress(): Could not create decompressed packet!");
+            return false;
         }
-        at = next;
+    } else if (const ContextSort sync = sortOfSync(code); sync != ContextSort::None) {
+        if (!m_contexts.note(*packet)) {
+            logError(failureOf(sync));
+            return false;
+        }
+        if (!m_dropSync)
+            return true;
+    } else if (code != Fill || !m_dropFill) {
+        return true;
     }
-    if (!CPacketFactory::release(garbage))
+    if (!CPacketFactory::releaseCPacket(&packet))
         logError("CTraceDecompressor::decompress(): Leaking decompressed packets!");
-    return good;
+    packet = absolute;
+    return true;
 }
 
 } // namespace Quorvex

@@ -9,7 +9,8 @@ namespace Quorvex {
 /// Turns the relative packets of another source into absolute ones, with the help of the sync packets among them; the
 /// mirror of the compressor. CContexts tells what they are relative to, also before the first sync packet.
 ///
-/// The source behind must outlive the decompressor.
+/// The source behind must outlive the decompressor. What it throws passes through; what it gave before comes with the
+/// next call.
 class QUORVEX_API CTraceDecompressor : public CTraceSource {
 public:
     /// `dropFill` takes Fill packets out of the stream, `dropSync` takes Sync, BusSync and SystemSync packets out once
@@ -31,15 +32,15 @@ public:
     CPacket* get() override;
 
 private:
-    /// Whether packets of that code are changed, noted or dropped.
-    bool treats(tagTCode code) const;
-    /// Converts the pending packets.
+    /// Converts the pending packets, or releases them all.
     bool decompress();
+    /// Converts one packet, which is null afterwards where it is dropped.
+    bool convert(CPacket*& packet);
 
     CTraceSource& m_upstream;
     bool m_dropFill;
     bool m_dropSync;
-    std::list<CPacket*> m_pending;
+    std::list<CPacket*> m_pending; ///< between calls only what came before the source threw, converted
     CContexts m_contexts;
 };
 

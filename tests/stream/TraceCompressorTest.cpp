@@ -287,6 +287,27 @@ TEST(Compressor, LeavesEachPacketOneOwnerWhateverIsThrown) {
     EXPECT_EQ(codesIn(sink), (std::vector<tagTCode>{Sync, RelExecInsn})) << "as behind another trace";
 }
 
+TEST(Decompressor, ConvertsWhatHasComeBeforeItsSourceThrows) {
+    struct Source : CTraceQueue {
+        bool throws = true;
+        bool get(std::list<CPacket*>& packets) override {
+            const bool got = CTraceQueue::get(packets);
+            return std::exchange(throws, false) ? throw std::runtime_error("of the host") : got;
+        }
+        CPacket* get() override { return CTraceQueue::get(); }
+    };
+    for (const bool inList : {false, true}) {
+        Source source;
+        std::list<CPacket*> packets{new CSync(CCoreContext(0x1000, 1, 2, 0x8000)), new CRelExecInsn(1, 2)};
+        source.forward(packets);
+        CTraceDecompressor decompressor(source, true, true);
+        EXPECT_EQ(thrownBy([&] { decompressor.get(packets); }), "of the host");
+        EXPECT_TRUE(packets.empty());
+        EXPECT_EQ(hex(join(readAll(decompressor, inList))), hex(bytes("10 18 0110000000000000 01000000 02000000 "
+                                                                      "0280000000000000")));
+    }
+}
+
 TEST(Decompressor, ReleasesABatchThatItCannotConvert) {
     const std::pair<tagTCode, std::string> liars[] = {
         {RelExecInsn, "CTraceDecompressor::decompress(): Could not create decompressed packet!"},
