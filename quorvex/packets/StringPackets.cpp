@@ -252,7 +252,7 @@ bool CCharStringSequence::follow(std::istream& in, bool full, std::string& text)
         };
         if (!attempt(grow)) {
             logError("CCharStringSequence::read: failed to append read stream data.");
-            return false;
+            CQVXException::ThrowOutOfMemory();
         }
         if (!readQuietly(in, text.data() + old, header.Length()))
             return false;

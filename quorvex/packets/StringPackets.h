@@ -119,7 +119,7 @@ public:
     }
 
     /// Reads a run, first header included. What does not begin with a CharString packet is the empty text. A failed
-    /// read from a stream leaves the empty text, one from memory the text that was.
+    /// read from a stream leaves the empty text, one from memory the text that was. Out of memory throws.
     unsigned read(const char* buf, unsigned size) override;
     bool read(std::istream& in) override;
     unsigned write(char* buf, unsigned size) override { return std::as_const(*this).write(buf, size); }
@@ -160,7 +160,7 @@ protected:
 
 private:
     /// Appends the packets of a run from a stream as long as the text goes on; `full` tells whether the packet before
-    /// was a full one. False at a packet that cannot be read.
+    /// was a full one. False at a packet that cannot be read; out of memory throws.
     static bool follow(std::istream& in, bool full, std::string& text);
 };
 

@@ -170,8 +170,11 @@ bool CTraceReaderPlain::buildOverlong(CPacket*& packet) {
     bytes.finish();
     if (bytes.failed())
         CPacketFactory::releaseCPacket(&packet);
-    if (!packet)
+    if (!packet) {
+        if (m_source.eof())
+            m_source.clear(); // or it does not go back
         seek(start);
+    }
     if (shortage)
         std::rethrow_exception(shortage);
     return !bytes.failed();

@@ -5,6 +5,7 @@
 #include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/Effort.h"
+#include "tests/support/ShortMemory.h"
 
 #include <gtest/gtest.h>
 
@@ -60,6 +61,27 @@ TEST(PlainReader, ReadsANameThatNoBlockCanHold) {
         CTraceReaderPlain reader(source);
         EXPECT_EQ(PacketPointer(reader.get())->TraceCode(), Sync);
         EXPECT_TRUE(reader.get() == nullptr && reader.position() == 26 + 29);
+        // Where memory is short for its name, the reader has not moved, though the source has met its end.
+        unsigned number = 0;
+        for (bool came = true; came; ++number) {
+            std::istringstream in(join(packets));
+            CTraceSourceBufferStream stream(in);
+            CTraceReaderPlain again(stream);
+            PacketPointer packet(again.get());
+            std::string failure;
+            {
+                const ShortMemory shortage(number, length);
+                failure = thrownBy([&] { packet.reset(again.get()); });
+                came = shortage.came();
+            }
+            EXPECT_EQ(failure, came ? "There is not enough memory available." : "");
+            if (came) {
+                EXPECT_EQ(again.position(), 26U) << number;
+                packet.reset(again.get());
+            }
+            EXPECT_TRUE(packet && wireOf(*packet) == packets[1]) << number;
+        }
+        EXPECT_GE(number, 3U) << "while it is read, and when it is kept";
     }
 }
 
