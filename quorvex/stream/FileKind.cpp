@@ -1,6 +1,7 @@
 #include "quorvex/stream/FileKind.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Exception.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/stream/PageFile.h"
 #include "quorvex/stream/TraceTextReader.h"
@@ -98,7 +99,9 @@ private:
             const std::unique_ptr<CPacket> packet(
                 CPacketFactory::getCPacket(CPacketHeader(code, length), zeros, length, consumed));
             return packet && consumed == length;
-        } catch (const CQVXException&) {
+        } catch (const CQVXException& exception) {
+            if (isOutOfMemory(exception))
+                throw;
             return false;
         }
     }

@@ -23,7 +23,7 @@ QUORVEX_API FileKind kindOfFile(std::string_view start);
 /// It can if it is packets from its first byte to its end, where one may be cut; each with a length that its kind can
 /// have. Of a damaged one, a quarter has to be runs of packets that are no chance: of the first eight of a run, four
 /// have fields, and not all the same kind. A block without a control character is text, unless it is short and packets
-/// to its very end.
+/// to its very end. Lack of memory throws what the packet factory throws; kindOfFile does so, too.
 QUORVEX_API bool looksLikeTrace(std::string_view block);
 
 } // namespace Quorvex

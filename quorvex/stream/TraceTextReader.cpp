@@ -1,6 +1,7 @@
 #include "quorvex/stream/TraceTextReader.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/Keywords.h"
 #include "quorvex/packets/KindFacts.h"
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <exception>
 #include <istream>
 #include <limits>
 #include <memory>
@@ -15,6 +17,7 @@
 #include <string_view>
 #include <type_traits>
 #include <unordered_map>
+#include <utility>
 
 namespace Quorvex {
 
@@ -296,7 +299,7 @@ TraceTextReader::TraceTextReader(std::istream& stream, bool logs)
 TraceTextReader::~TraceTextReader() = default;
 
 bool TraceTextReader::good() {
-    return !m_eot && (m_ahead.code != Invalid || m_stream.good());
+    return !m_eot && (m_begun.code != Invalid || m_ahead.code != Invalid || m_hasLine || m_stream.good());
 }
 
 void TraceTextReader::clear() {
@@ -327,6 +330,10 @@ std::uint64_t TraceTextReader::size() {
 }
 
 tagTCode TraceTextReader::peek() {
+    return m_begun.code != Invalid ? m_begun.code : ahead();
+}
+
+tagTCode TraceTextReader::ahead() {
     if (m_ahead.code == Invalid)
         readRow();
     return m_ahead.code;
@@ -340,51 +347,62 @@ bool TraceTextReader::get(std::list<CPacket*>& packets) {
 }
 
 CPacket* TraceTextReader::get() {
-    if (peek() == Invalid)
-        return nullptr;
-    const tagTCode code = m_ahead.code;
-    m_bytes.swap(m_ahead.bytes);
-    readRow();
+    // Where memory is short for one of these steps, the next call goes on with it.
+    std::string& bytes = m_begun.bytes;
+    if (m_begun.code == Invalid) {
+        if (ahead() == Invalid)
+            return nullptr;
+        bytes.swap(m_ahead.bytes);
+        m_begun.code = std::exchange(m_ahead.code, Invalid);
+        m_begun.isOpen = isFollowedByText(m_begun.code);
+        m_begun.hasText = false;
+    }
     // The texts behind a packet are part of it, as long as they go on: an empty one in the first place says nothing.
-    bool open = isFollowedByText(code);
-    bool first = true;
     const auto length = [this] { return static_cast<unsigned char>(m_ahead.bytes[1]); };
-    while (open && m_ahead.code == CharString && m_ahead.belongs && !(first && length() == 0)) {
-        open = length() == kCharStringMax;
-        first = false;
-        m_bytes += m_ahead.bytes;
-        readRow();
+    while (ahead() == CharString && m_begun.isOpen && m_ahead.belongs && (m_begun.hasText || length() > 0)) {
+        bytes += m_ahead.bytes;
+        m_begun.isOpen = length() == kCharStringMax;
+        m_begun.hasText = true;
+        m_ahead.code = Invalid;
     }
     // A text whose rest is lost ends where it was lost.
-    if (open && !first) {
+    if (m_begun.isOpen && m_begun.hasText) {
         CCharString end;
         char terminator[CPacketHeader::Len()];
-        m_bytes.append(terminator, end.write(terminator, sizeof terminator));
+        bytes.append(terminator, end.write(terminator, sizeof terminator));
+        m_begun.isOpen = false;
     }
-    unsigned consumed = 0;
-    CPacket* packet = CPacketFactory::getCPacket(m_bytes.data(), static_cast<unsigned>(m_bytes.size()), consumed);
-    m_eot = m_eot || code == EndOfTrace;
-    return packet;
+    const tagTCode code = std::exchange(m_begun.code, Invalid);
+    try {
+        unsigned consumed = 0;
+        CPacket* packet = CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), consumed);
+        m_eot = m_eot || code == EndOfTrace;
+        return packet;
+    } catch (const std::exception& exception) {
+        if (isOutOfMemory(exception))
+            m_begun.code = code;
+        throw;
+    }
 }
 
-bool TraceTextReader::readRow() {
+void TraceTextReader::readRow() {
     m_ahead.code = Invalid;
-    m_ahead.belongs = true;
-    while (readLine()) {
-        if (isDecoration())
+    m_ahead.belongs = m_ahead.belongs || !m_hasLine;
+    while (m_ahead.code == Invalid && (m_hasLine || readLine())) {
+        m_hasLine = !isDecoration();
+        if (!m_hasLine)
             continue;
         try {
             const tagTCode code = parse(m_ahead.bytes);
             if (code == CharString && !m_ahead.belongs)
                 throw Wrong{m_line, "a packet that the text can belong to"};
             m_ahead.code = code;
-            return true;
         } catch (const Wrong& wrong) {
             report(wrong);
             m_ahead.belongs = false;
         }
+        m_hasLine = false;
     }
-    return false;
 }
 
 bool TraceTextReader::readLine() {
@@ -503,7 +521,9 @@ const CPacket* TraceTextReader::modelOf(tagTCode code, std::uint8_t length) {
     lengthOfPacket = length;
     try {
         packet.reset(CPacketFactory::getCPacket(CPacketHeader(code, length), zeros, length, consumed));
-    } catch (const CQVXException&) {
+    } catch (const CQVXException& exception) {
+        if (isOutOfMemory(exception))
+            throw;
     }
     if (consumed != length)
         packet.reset();

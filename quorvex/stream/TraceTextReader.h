@@ -25,7 +25,8 @@ namespace Quorvex {
 /// A row that is wrong is skipped: it is counted, and the message log is told where it is, what was expected there and
 /// what was found. CharString rows directly behind it belong to nothing that is left and are skipped with it, counted
 /// too. The stream must outlive the reader; memory holds a line, a packet with its text, and a small packet of each
-/// kind.
+/// kind. Where it is short, get() and peek() throw a CQVXException or std::bad_alloc; nothing is lost, and the next
+/// call goes on.
 class QUORVEX_API TraceTextReader : public CTraceSource {
 public:
     /// A row that could not be read.
@@ -69,6 +70,13 @@ private:
         std::string bytes;
         bool belongs = true; ///< nothing unreadable stands between it and the row before
     };
+    /// A packet that is put together from its row and those of its text. Invalid: there is none.
+    struct Begun {
+        tagTCode code = Invalid;
+        std::string bytes;
+        bool isOpen = false;  ///< the text may go on
+        bool hasText = false; ///< it has begun
+    };
     /// A packet that tells the types and widths of the fields of a row.
     struct Model {
         std::unique_ptr<CPacket> packet;
@@ -78,8 +86,10 @@ private:
     class Cells;
     class Encoder;
 
-    /// Takes in the next row that can be read; false at the end of the text.
-    bool readRow();
+    /// The kind of the next row that can be read, not taken; Invalid at the end of the text.
+    tagTCode ahead();
+    /// Takes in the next row that can be read, if there is one.
+    void readRow();
     /// Takes in a line, without its end; false at the end of the text.
     bool readLine();
     /// Whether the line is none of the table's rows: a title, a head, or empty.
@@ -97,8 +107,9 @@ private:
     std::string_view m_line;
     std::uint64_t m_lineNumber = 0;
     std::uint64_t m_position = 0;
+    Begun m_begun;
     Row m_ahead;
-    std::string m_bytes;         ///< of the packet that is handed out
+    bool m_hasLine = false;      ///< that is not taken in yet
     std::vector<Model> m_models; ///< the last that was asked for of each kind, by its code
     bool m_wholeLine = true;     ///< the line's end has been seen
     bool m_eot = false;

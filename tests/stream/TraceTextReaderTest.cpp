@@ -4,6 +4,7 @@
 #include "tests/support/Doubles.h"
 #include "tests/support/Effort.h"
 #include "tests/support/Samples.h"
+#include "tests/support/ShortMemory.h"
 
 #include <gtest/gtest.h>
 
@@ -280,6 +281,43 @@ TEST(TextReader, CatchesWhatItsStreamThrows) {
     EXPECT_EQ(reader.size(), table.size());
     reader.clear();
     EXPECT_EQ(reader.get(), nullptr);
+}
+
+TEST(TextReader, LosesNothingWhereMemoryIsShort) {
+    CFunctionDefine define = named(300), other = named(255);
+    const std::string trace =
+        bytes("00 02 01 02") + wireOf(define) + bytes("10 18") + std::string(24, '\1') + wireOf(other) + bytes("7c 00");
+    const std::string table = replaced(tableOf(trace, true, false), "\tExecInsn", "\tbroken\n\tExecInsn");
+    std::vector<PacketPointer> packets;
+    packets.reserve(10);
+    unsigned number = 0;
+    for (bool came = true; came; ++number) {
+        std::istringstream in(table);
+        TraceTextReader reader(in, false);
+        packets.clear();
+        unsigned failures = 0;
+        {
+            const ShortMemory shortage(number);
+            for (bool more = true; more;) {
+                try {
+                    CPacket* packet = reader.get();
+                    more = packet != nullptr;
+                    if (packet)
+                        packets.emplace_back(packet);
+                } catch (const std::exception&) {
+                    ++failures;
+                }
+            }
+            came = shortage.came();
+        }
+        std::string read;
+        for (const PacketPointer& packet : packets)
+            read += wireOf(*packet);
+        EXPECT_EQ(hex(read), hex(trace)) << number;
+        EXPECT_EQ(reader.errors(), 1U) << number;
+        EXPECT_EQ(failures, came) << number;
+    }
+    EXPECT_GT(number, 20U);
 }
 
 TEST(TextReader, ReadsBackTheTableOfAMillionRandomPacketsByteForByte) {
