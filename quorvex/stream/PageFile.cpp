@@ -57,9 +57,8 @@ struct PageFile::Shared {
         char begin[kBeginSize];
         alignas(2) char beside[kHead - 48];
 
-        /// Where the page's part of the trace begins and ends.
+        /// Where the page's part of the trace begins.
         std::uint64_t from() const { return base + written; }
-        std::uint64_t to() const { return base + progress.fill; }
         bool hasBeside() const { return progress.first != progress.end; }
     };
 
@@ -296,7 +295,8 @@ std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::str
     const auto readHead = [&file](PageFile::Shared::Head& head) {
         return file.seekg(0) && file.read(reinterpret_cast<char*>(&head), sizeof head) && head.mark == kMark &&
                head.progress.fill <= kPageSize && head.progress.first <= head.progress.end &&
-               head.progress.end <= sizeof head.beside && head.written <= head.progress.fill;
+               head.progress.end <= sizeof head.beside &&
+               (head.progress.fill == 0 || head.written <= head.progress.fill);
     };
     const auto has = [&trace](std::uint64_t position, const char* bytes, std::size_t count) {
         std::vector<char> found(count);
@@ -307,6 +307,7 @@ std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::str
     // While the process still runs, the page may be begun anew as it is read.
     PageFile::Shared::Head head{}, after{};
     std::vector<char> page;
+    std::uint64_t from = 0;
     bool fits = false;
     do {
         if (!readHead(head))
@@ -317,17 +318,19 @@ std::unique_ptr<std::streambuf> joinPageFile(std::istream& trace, const std::str
         // It belongs to the trace if that begins as it should, and has nothing that is not in the page, too.
         trace.seekg(0, std::ios::end);
         const auto size = static_cast<std::uint64_t>(std::streamoff(trace.tellg()));
-        fits = size >= head.from() && size <= head.to() &&
+        // A page that is being begun anew has nothing, and all that is before it is in the trace's file.
+        from = page.empty() ? size : head.from();
+        page.erase(page.begin(), page.begin() + (page.empty() ? 0 : head.written));
+        fits = size >= from && size <= from + page.size() &&
                (size < kBeginOffset + kBeginSize || has(kBeginOffset, head.begin, kBeginSize)) &&
-               has(head.from(), page.data() + head.written, static_cast<std::size_t>(size - head.from()));
+               has(from, page.data(), static_cast<std::size_t>(size - from));
         trace.clear();
         trace.seekg(0);
     } while (!readHead(after) || after.from() != head.from() || (head.hasBeside() && after.progress != head.progress));
     if (!fits)
         return nullptr;
-    page.erase(page.begin(), page.begin() + head.written);
     appendBeside(head, page);
-    return std::make_unique<JoinedBuffer>(*trace.rdbuf(), head.from(), std::move(page));
+    return std::make_unique<JoinedBuffer>(*trace.rdbuf(), from, std::move(page));
 }
 
 } // namespace Quorvex::detail

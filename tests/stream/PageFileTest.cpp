@@ -124,6 +124,15 @@ TEST(PageFile, HasThePacketsBesideThePageBehindIt) {
     page.finish(first, true);
     EXPECT_EQ(readAll(path), kTrace.substr(0, 3000) + "firstsecond");
 
+    // Killed as the page was begun anew, before and behind the moment when its new place is told.
+    writeFile(path, kTrace.substr(0, kPageSize));
+    for (const auto& [base, written] : {std::pair{0U, 0U}, {0U, 200U}, {kPageSize, 0U}}) {
+        page.restart(base, written, 0);
+        EXPECT_TRUE(readAll(path) == kTrace.substr(0, kPageSize) + "firstsecond") << base << " " << written;
+    }
+    writeFile(path, "");
+    page.restart(0, 0, 3000);
+
     unsigned size = 0;
     EXPECT_EQ(std::string(page.oldest(size), 5), "first");
     std::memcpy(page.page() + 3000, page.oldest(size), size);
