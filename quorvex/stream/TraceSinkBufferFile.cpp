@@ -49,14 +49,35 @@ bool CTraceSinkBufferFile::open(const char* path, bool append) {
     return m_file->is_open();
 }
 
+/// Takes note of why a step fails: where the close is told of it, the system no longer says.
+template <class Step> bool CTraceSinkBufferFile::noting(Step&& step) {
+    errno = 0;
+    if (step())
+        return true;
+    if (errno != 0)
+        m_error = errno;
+    return false;
+}
+
 bool CTraceSinkBufferFile::close() {
     if (!m_file->is_open())
         return true;
     errno = 0;
     m_file->close();
-    if (m_file->fail())
-        m_error = errno;
+    if (m_file->fail() && (errno != 0 || m_error == 0))
+        m_error = errno != 0 ? errno : EIO;
     return !m_file->is_open();
+}
+
+bool CTraceSinkBufferFile::write(const char* src, unsigned count, unsigned& written) {
+    return noting([&] { return CTraceSinkBufferStream::write(src, count, written); });
+}
+
+void CTraceSinkBufferFile::flush() {
+    noting([&] {
+        CTraceSinkBufferStream::flush();
+        return good();
+    });
 }
 
 } // namespace Quorvex

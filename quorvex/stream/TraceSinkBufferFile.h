@@ -33,10 +33,16 @@ public:
     /// True when no file is open afterwards; what could not be written out sets the failure bit.
     bool close();
     bool is_open() const;
-    /// The system's error number (errno) of the last open or close that failed.
+    /// The system's error number (errno) of the last open, write or close that failed; EIO where it tells none.
     int error() const { return m_error; }
 
+    using CTraceSinkBufferStream::write;
+    bool write(const char* src, unsigned count, unsigned& written) override;
+    void flush() override;
+
 private:
+    template <class Step> bool noting(Step&& step);
+
     int m_error = 0;
 };
 

@@ -481,10 +481,14 @@ TEST(PagedWriter, GoesOnInAFileOpenedForAppend) {
     CTraceFileWriterPaged nowhere(directory.path("missing") + "/x.qvx");
     EXPECT_FALSE(nowhere.is_open() || nowhere.close());
     EXPECT_EQ(nowhere.error(), ENOENT);
-    if (hasFullDevice()) {
+    // Where a write fails, and where only the close does.
+    for (const unsigned count : {5000U, 10U}) {
+        if (!hasFullDevice())
+            break;
         CTraceFileWriterPaged full("/dev/full");
-        put(full, fills(10));
+        EXPECT_EQ(put(full, fills(count)), count == 10);
         EXPECT_FALSE(full.close());
+        EXPECT_EQ(full.error(), ENOSPC);
         takeLog();
     }
 }

@@ -2,8 +2,11 @@
 
 #include "quorvex/stream/TraceFileWriter.h"
 #include "tests/support/Doubles.h"
+#include "tests/support/System.h"
 
 #include <gtest/gtest.h>
+
+#include <cerrno>
 
 namespace Quorvex::test {
 namespace {
@@ -43,6 +46,20 @@ TEST(PlainWriter, KeepsWhatTheTargetDoesNotTake) {
     writer.flush();
     EXPECT_EQ(hex(sink.bytes), hex(expected + wireOf(fill)));
     EXPECT_EQ(sink.operations.back(), "flush");
+}
+
+TEST(PlainWriter, TellsWhyItsFileCouldNotBeWritten) {
+    CFunctionDefine define = named(200'000);
+    for (const unsigned count : {3U, 1U}) {
+        if (!hasFullDevice())
+            GTEST_SKIP() << "no device is full here";
+        CTraceFileWriterPlain full("/dev/full");
+        for (unsigned i = 0; i < count; ++i)
+            EXPECT_EQ(full.put(&define), i == 0) << i;
+        EXPECT_FALSE(full.close());
+        EXPECT_EQ(full.error(), ENOSPC);
+        takeLog();
+    }
 }
 
 TEST(PlainWriter, ForwardsAListWhollyOrNotAtAllUnlessSomeHasGoneOut) {
