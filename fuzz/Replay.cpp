@@ -27,6 +27,8 @@ unsigned replay(fuzz::Target target, const fs::path& path) {
             count += replay(target, entry.path());
         return count;
     }
+    if (!fs::exists(path))
+        return 0;
     target(test::contentOf(path));
     test::takeLog();
     return 1;
@@ -71,11 +73,13 @@ int main(int argc, char** argv) {
     for (const auto& [name, target] : fuzz::kTargets) {
         if (argc < 3 || std::strcmp(name, argv[1]) != 0)
             continue;
-        unsigned count = 0;
-        for (int i = 2; i < argc; ++i)
-            count += replay(target, argv[i]);
-        std::printf("%s: %u inputs\n", name, count);
-        return count > 0 ? 0 : 1;
+        bool all = true;
+        for (int i = 2; i < argc; ++i) {
+            const unsigned count = replay(target, argv[i]);
+            std::printf("%s: %u inputs in %s\n", name, count, argv[i]);
+            all = all && count > 0;
+        }
+        return all ? 0 : 1;
     }
     std::fprintf(stderr, "usage: replay TARGET FILE_OR_DIRECTORY... | replay --seeds DIRECTORY\n");
     return 2;
