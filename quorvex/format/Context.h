@@ -210,10 +210,10 @@ public:
         }                                                                                                              \
     };
 
-/// The time since the last bus sync packet.
+/// The low byte of the tick, against that of the last bus sync packet.
 QUORVEX_RELATIVE_TICK_CONTEXT(CRelBusContext, CBusContext)
 
-/// The time since the last system sync packet.
+/// The low byte of the tick, against that of the last system sync packet.
 QUORVEX_RELATIVE_TICK_CONTEXT(CRelSystemContext, CSystemContext)
 
 #undef QUORVEX_RELATIVE_TICK_CONTEXT

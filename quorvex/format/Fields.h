@@ -28,14 +28,14 @@ inline constexpr std::uint64_t kUnknown64 = ~std::uint64_t{0};
 
 /// What a field tells, which decides how people and tools are shown it.
 enum class FieldMeaning : std::uint8_t {
-    Tick,    ///< time stamp or its relative byte; all ones is unknown
-    Address, ///< address or its relative byte; all ones is unknown
-    Context, ///< number of a core or a thread; all ones is unknown
-    Unit,    ///< number of a bus master or a channel; all ones is unknown
+    Tick,    ///< time stamp or its relative byte
+    Address, ///< address or its relative byte
+    Context, ///< number of a core or a thread
+    Unit,    ///< number of a bus master or a channel
     Id,      ///< identifier that other packets refer to
     Count,   ///< number of bytes, dimensions or the like
     Number,  ///< any other number
-    Length,  ///< byte count of a trace; all ones is unknown
+    Length,  ///< byte count of a trace
     Bytes,   ///< raw data
 };
 

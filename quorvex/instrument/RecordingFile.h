@@ -11,8 +11,9 @@ namespace Quorvex::detail {
 ///
 /// Of all such files of a process, at most kMostOpen are open at a time: those that were written last. The others are
 /// opened again when they are written, so that a program with thousands of threads has descriptors left for itself.
-/// Bytes go to the system at once, and nothing is lost or written twice when a write is begun again. No signal handler
-/// runs in the thread meanwhile, it is not cancelled, and its errno stays. A file belongs to one thread at a time.
+/// Bytes go to the system at once, and a write that the system breaks off is gone on with where it was. No signal
+/// handler runs in the thread meanwhile, it is not cancelled, and its errno stays. A file belongs to one thread at a
+/// time.
 class QUORVEX_API RecordingFile : public CTraceSinkBuffer {
 public:
     static constexpr unsigned kMostOpen = 16;

@@ -8,7 +8,8 @@
 ///     template class PacketOf<kBranchBaseRules, CorePacket, CBranchTarget>;     its packets,
 ///     QUORVEX_COMPILE_PAIR(DirectBranch)                                        and its kinds for the factory
 ///
-/// Inline is only what nobody calls but what stands here: where the rules are not known, nothing else can be compiled.
+/// Members that are only called here are inline. All others are emitted by the explicit instantiations of the family,
+/// because nobody else knows the rules.
 
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"

@@ -59,7 +59,8 @@ public:
     bool seek(std::uint64_t position); ///< where the next write goes
     /// Bytes read; 0 at the end and for a failure.
     std::size_t read(char* bytes, std::size_t size);
-    int error() const { return m_error; } ///< the system's number of the first failure; 0 if there was none
+    /// The system's number of the last operation that failed; 0 behind a read() or close() that went well.
+    int error() const { return m_error; }
 
     /// Closes the file that create() has made and gives it its name, in the directory it was made in. A regular file of
     /// that name is replaced only if `replaces`, and leaves its mode and, where that is allowed, its owner; otherwise

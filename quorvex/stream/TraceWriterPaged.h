@@ -22,8 +22,9 @@ namespace Quorvex {
 /// first of the one to the last of the other. Moving the write position about in between changes nothing about that,
 /// unless the trace-enabled packet is lost by it: written over, or dropped before the target had it.
 ///
-/// A target that takes but a part of what it is handed keeps that, and is offered the rest; the page stays where it is,
-/// because later packets count on its end being at a multiple of its size.
+/// A target that takes but a part of a full page keeps that, and is offered the rest; the page stays where it is,
+/// because later packets count on its end being at a multiple of its size. What flush() could not hand over as a whole
+/// is offered again as a whole, at the same position.
 ///
 /// The target must outlive the writer. Failures are reported to the message log; nothing is flushed on destruction.
 class QUORVEX_API CTraceWriterPaged : public CTraceSinkEx {
