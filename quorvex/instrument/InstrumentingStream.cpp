@@ -75,21 +75,14 @@ alignas(Forking) constinit thread_local std::byte t_forking[sizeof(Forking)];
 
 /// Puts the bytes of a text as CharString packets; where the last one ends.
 char* encodeText(char* to, std::string_view text) {
-    std::size_t size = 0;
-    do {
-        size = std::min<std::size_t>(text.size(), kCharStringMax);
-        CPacketHeader header(CharString, static_cast<std::uint8_t>(size));
-        to += header.write(to, CPacketHeader::Len());
-        to = std::copy_n(text.data(), size, to);
-        text.remove_prefix(size);
-    } while (size == kCharStringMax);
-    return to;
+    return CCharStringSequence::writeText(to, reinterpret_cast<const unsigned char*>(text.data()),
+                                          static_cast<unsigned>(text.size()));
 }
 
 /// The bytes of those packets. No page holds a longer text than that of the limit.
 unsigned sizeOfText(std::string_view text) {
-    const auto size = static_cast<unsigned>(std::min<std::size_t>(text.size(), kPageSize));
-    return size + CPacketHeader::Len() * (size / kCharStringMax + 1);
+    const auto length = static_cast<unsigned>(std::min<std::size_t>(text.size(), kPageSize));
+    return static_cast<unsigned>(CCharStringSequence::StreamSize(length));
 }
 
 /// A define packet with its name, as bytes: made without memory from the program's allocator.

@@ -297,12 +297,13 @@ unsigned CCharStringSequence::read(const char* buf, unsigned size) {
 unsigned CCharStringSequence::write(char* buf, unsigned size) const {
     if (!buf || size < StreamSize(length()))
         return 0;
-    char* to = buf;
-    for (unsigned at = 0; at < length(); at += kCharStringMax)
-        to = putCharString(to, data() + at, std::min(length() - at, kCharStringMax));
-    if (length() % kCharStringMax == 0)
-        to = putCharString(to, nullptr, 0);
-    return static_cast<unsigned>(to - buf);
+    return static_cast<unsigned>(writeText(buf, data(), length()) - buf);
+}
+
+char* CCharStringSequence::writeText(char* to, const unsigned char* bytes, unsigned length) {
+    for (unsigned at = 0; at < length; at += kCharStringMax)
+        to = putCharString(to, bytes + at, std::min(length - at, kCharStringMax));
+    return length % kCharStringMax == 0 ? putCharString(to, nullptr, 0) : to;
 }
 
 bool CCharStringSequence::write(std::ostream& out) const {

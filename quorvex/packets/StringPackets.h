@@ -126,6 +126,8 @@ public:
     bool write(std::ostream& out) override { return std::as_const(*this).write(out); }
     unsigned write(char* buf, unsigned size) const;
     bool write(std::ostream& out) const;
+    /// Writes the run of a text to where there is room for its StreamSize(length) bytes; where it ends.
+    static char* writeText(char* to, const unsigned char* bytes, unsigned length);
     /// As the buffer form of read, but tells a missing run (true, `consumed` 0) from a cut one (false).
     bool read(const char* buf, unsigned size, unsigned& consumed);
 

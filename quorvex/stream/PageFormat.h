@@ -2,6 +2,7 @@
 
 #include "quorvex/format/Context.h"
 #include "quorvex/format/PacketHeader.h"
+#include "quorvex/packets/StringPackets.h"
 
 #include <cassert>
 #include <cstdint>
@@ -79,7 +80,7 @@ inline constexpr unsigned kMostRestated =
     3 * CPacketHeader::Len() + CCoreContext::Len() + CBusContext::Len() + CSystemContext::Len();
 /// A text of that many bytes always fits a page, with its packet.
 inline constexpr unsigned kFittingText = 259000;
-static_assert(kFittingText + CPacketHeader::Len() * (kFittingText / UINT8_MAX + 1) + CPacketHeader::Len() + UINT8_MAX <=
+static_assert(CCharStringSequence::StreamSize(kFittingText) + CPacketHeader::Len() + UINT8_MAX <=
                   room(kMostRestated) - CPacketHeader::Len(),
               "the page has room for what docs/format.md says");
 
