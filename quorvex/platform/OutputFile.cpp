@@ -1,6 +1,3 @@
-// On 32-bit systems a file of more than 2 GiB must be asked for, before the first header.
-#define _FILE_OFFSET_BITS 64
-
 #include "quorvex/platform/OutputFile.h"
 
 #include "quorvex/platform/Files.h"
