@@ -320,11 +320,10 @@ bool CQVXInstrumentingStream::open() {
     std::string prefix = platform::environment("QVX_TRACEFILENAME");
     if (prefix.empty())
         prefix = "thread_";
-    const std::string stem = directory + "/" + prefix + std::to_string(SWCtx());
     Registry& registry = Registry::instance();
     if (directory.size() > platform::kEnvironmentLimit || prefix.size() > platform::kEnvironmentLimit) {
-        registry.tellUserOnce(stem + ": longer than " + std::to_string(platform::kEnvironmentLimit) +
-                              " characters; nothing is recorded there");
+        registry.tellUserOnce(directory + "/" + prefix + ": longer than " +
+                              std::to_string(platform::kEnvironmentLimit) + " characters; nothing is recorded there");
         return false;
     }
     if (!m_file.create(platform::absolutePath(directory) + "/" + prefix + std::to_string(SWCtx()))) {
@@ -584,7 +583,7 @@ void CQVXInstrumentingStream::takeIn() {
     char text[100];
     const int length =
         std::snprintf(text, sizeof text, "%u packets were lost that came while another one was recorded", missed);
-    CMessagePayload payload(platform::counterTick(), -0x40);
+    CMessagePayload payload(platform::counterTick(), CMessagePayload::kErrorLevel);
     char bytes[sizeof text + 20];
     CPacketHeader header(Message, CMessagePayload::Len());
     char* to = bytes + header.write(bytes, CPacketHeader::Len());

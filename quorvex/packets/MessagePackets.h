@@ -12,12 +12,16 @@ namespace Quorvex {
 
 QUORVEX_PAYLOAD(CMessagePayload)
 
-/// Time, level and text of a message. The level is signed: log 0, debug 64, error -64.
+/// Time, level and text of a message.
 class QUORVEX_API CMessagePayload : public PayloadOperations<CMessagePayload> {
     QUORVEX_FIELD(std::uint64_t, Timestamp, kUnknown64)
     QUORVEX_FIELD(std::int8_t, Level, 0)
 
 public:
+    static constexpr std::int8_t kLogLevel = 0;     ///< of a CLogMsg
+    static constexpr std::int8_t kDebugLevel = 64;  ///< of a CDebugMsg
+    static constexpr std::int8_t kErrorLevel = -64; ///< of a CErrorMsg
+
     CMessagePayload() = default;
     CMessagePayload(std::uint64_t timestamp, std::int8_t level, const CCharStringSequence& text = CCharStringSequence())
         : m_Timestamp(timestamp), m_Level(level), m_text(text) {}
@@ -52,24 +56,23 @@ public:
 };
 
 /// A message whose level is fixed.
-template <int kLevel> class MessageOf : public CMessage {
+template <std::int8_t kLevel> class MessageOf : public CMessage {
 public:
     MessageOf() : MessageOf(kUnknown64, CCharStringSequence()) {}
-    MessageOf(std::uint64_t timestamp, const CCharStringSequence& text)
-        : CMessage(timestamp, static_cast<std::int8_t>(kLevel), text) {}
+    MessageOf(std::uint64_t timestamp, const CCharStringSequence& text) : CMessage(timestamp, kLevel, text) {}
 };
 
-class QUORVEX_API CLogMsg : public MessageOf<0> {
+class QUORVEX_API CLogMsg : public MessageOf<CMessagePayload::kLogLevel> {
 public:
     using MessageOf::MessageOf;
 };
 
-class QUORVEX_API CDebugMsg : public MessageOf<0x40> {
+class QUORVEX_API CDebugMsg : public MessageOf<CMessagePayload::kDebugLevel> {
 public:
     using MessageOf::MessageOf;
 };
 
-class QUORVEX_API CErrorMsg : public MessageOf<-0x40> {
+class QUORVEX_API CErrorMsg : public MessageOf<CMessagePayload::kErrorLevel> {
 public:
     using MessageOf::MessageOf;
 };
