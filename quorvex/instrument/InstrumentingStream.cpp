@@ -434,7 +434,7 @@ void CQVXInstrumentingStream::resume() {
         static constexpr char kUnknownLength[sizeof kUnknown64] = {-1, -1, -1, -1, -1, -1, -1, -1};
         unsigned written = 0;
         if (m_parkedFrame)
-            m_file.write(kUnknownLength, sizeof kUnknownLength, m_parkedFrame.position() + OpenFrame::kLengthAt,
+            m_file.write(kUnknownLength, sizeof kUnknownLength, m_parkedFrame.position() + FrameOnPage::kLengthAt,
                          written);
         if (m_file.good() && m_file.truncate(m_parkedEnd)) {
             check_initial_pos();

@@ -165,7 +165,7 @@ private:
     CCoreContext m_besideContext; ///< of what comes inside another recording
     std::uint64_t m_frequency;
     detail::IdSet m_defined;
-    OpenFrame m_parkedFrame;       ///< of a trace that is parked
+    FrameOnPage m_parkedFrame;     ///< of a trace that is parked
     std::uint64_t m_parkedEnd = 0; ///< where it goes on
     char m_report[112] = {};       ///< the first one that is not in the message log yet
     std::atomic<std::uint64_t> m_refused{0};

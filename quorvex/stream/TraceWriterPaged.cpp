@@ -82,7 +82,7 @@ bool CTraceWriterPaged::handOver(const char* operation, unsigned& written) {
     written = 0;
     const bool done = m_target->write(at(m_written), requested, position, written);
     if (!m_frame.inPage && m_frame.overlaps(position, position + std::min(written, requested)))
-        m_frame = OpenFrame(); // written over
+        m_frame = FrameOnPage(); // written over
     if (done && written == requested)
         return true;
     // In an array: this may be in a signal handler that has interrupted the program's allocator.
@@ -164,7 +164,7 @@ void CTraceWriterPaged::dropFrameBehind(unsigned fill) {
         return;
     m_frame.inPage = false;
     if (m_frame.end() > m_base + m_written)
-        m_frame = OpenFrame(); // the target does not have it
+        m_frame = FrameOnPage(); // the target does not have it
 }
 
 bool CTraceWriterPaged::put(CPacket* packet) {
@@ -241,7 +241,7 @@ bool CTraceWriterPaged::process(CPacket* packet) {
         auto* enabled = dynamic_cast<CTraceEnabled*>(packet);
         if (!enabled)
             return false;
-        m_frame = OpenFrame(tellp(), *enabled);
+        m_frame = FrameOnPage(tellp(), *enabled);
         enabled->FrameLen(kUnknown64);
     } else if (code != Sync || packet->Length() == CCoreContext::Len()) {
         m_contexts.note(*packet);
@@ -250,7 +250,7 @@ bool CTraceWriterPaged::process(CPacket* packet) {
 }
 
 void CTraceWriterPaged::closeFrame(unsigned sizeOfDisabled) {
-    const OpenFrame frame = std::exchange(m_frame, OpenFrame());
+    const FrameOnPage frame = std::exchange(m_frame, FrameOnPage());
     // What stands in the page in its place is about to be handed over.
     if (!frame || (!frame.inPage && frame.overlaps(m_base, m_base + m_fill)))
         return;
@@ -312,8 +312,8 @@ bool CTraceWriterPaged::process(CPacketHeader& header) {
         CTraceEnabledPayload enabled;
         if (length != CTraceEnabled::Len() || !enabled.decode(payload, length))
             return true;
-        m_frame = OpenFrame(tellp(), enabled);
-        storeLittleEndian(at(m_fill + OpenFrame::kLengthAt), kUnknown64);
+        m_frame = FrameOnPage(tellp(), enabled);
+        storeLittleEndian(at(m_fill + FrameOnPage::kLengthAt), kUnknown64);
     } else if (code != Sync || length == CCoreContext::Len()) {
         m_contexts.note(code, payload, length);
     }

@@ -99,12 +99,12 @@ protected:
     virtual void report(const char* text);
 
     /// The trace-enabled packet that waits for its frame length.
-    struct OpenFrame : detail::OpenFrame {
+    struct FrameOnPage : detail::OpenFrame {
         using detail::OpenFrame::OpenFrame;
         bool inPage = true; ///< it stands in the page; else the target has it
     };
-    const OpenFrame& openFrame() const { return m_frame; }        ///< whose length is not told yet
-    void reopenFrame(const OpenFrame& frame) { m_frame = frame; } ///< takes up a frame that was left open
+    const FrameOnPage& openFrame() const { return m_frame; }        ///< whose length is not told yet
+    void reopenFrame(const FrameOnPage& frame) { m_frame = frame; } ///< takes up a frame that was left open
 
 private:
     char* at(unsigned offset) { return m_page + offset; }
@@ -132,7 +132,7 @@ private:
     char* m_page;
     CTraceSinkBuffer* m_target;
     CContexts m_contexts;
-    OpenFrame m_frame;
+    FrameOnPage m_frame;
 };
 
 } // namespace Quorvex
