@@ -617,7 +617,6 @@ constexpr std::pair<std::string_view, int (*)()> kModes[] = {
     {"stuck", stuck},
     {"threads", threads},
     {"twice", twice},
-    {"unheard", unheard},
     {"unknownMode", unknownMode},
     {"unwritable", unwritable},
     {"unread", unread},
