@@ -178,7 +178,7 @@ private:
         std::string index;
         for (unsigned i = 0; i < packet.CntrDim(); ++i)
             index += indexText(packet.CntrIdx()[i]);
-        showCounter(packet, index);
+        showCounter(packet, std::move(index));
     }
     void take(const CCounterValueVar& packet) {
         const TVarCounter_t& bytes = packet.CntrIdx();
@@ -237,7 +237,7 @@ private:
     void showFunction(const CCoreContext& context, std::uint32_t id, bool isEntered);
     void showProcess(const CCoreContext& context, std::uint32_t id, bool isEntered);
     void showException(const CCoreContext& context, std::uint32_t id, bool isEntered);
-    template <class Packet> void showCounter(const Packet& packet, std::string index);
+    template <class Packet> void showCounter(const Packet& packet, std::string&& index);
     template <class Access> void showVariable(const Access& packet);
     void showState(std::uint32_t machine, std::uint32_t instance, std::optional<std::uint32_t> state);
 
@@ -439,7 +439,7 @@ void CVCDWriter::Model::showException(const CCoreContext& context, std::uint32_t
         leave(stack, id);
 }
 
-template <class Packet> void CVCDWriter::Model::showCounter(const Packet& packet, std::string index) {
+template <class Packet> void CVCDWriter::Model::showCounter(const Packet& packet, std::string&& index) {
     const TCounter_t& value = packet.CntrVal();
     const bool isReal = looksLikeDouble(value);
     const unsigned variable = declare({.area = Area::Counters,

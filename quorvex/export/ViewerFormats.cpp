@@ -16,14 +16,13 @@ template <class Writer> std::unique_ptr<CViewerWriter> make(std::ostream& out, c
         return std::make_unique<Writer>(out);
 }
 
-constexpr ViewerFormat kFormats[] = {
-    {"vcd", "value change dump", make<CVCDWriter>},
-    {"btf", "best trace format", make<CBtfWriter>},
-};
-
 } // namespace
 
-std::span<const ViewerFormat> viewerFormats() {
+const std::vector<ViewerFormat>& viewerFormats() {
+    static const std::vector<ViewerFormat> kFormats{
+        {"vcd", "value change dump", make<CVCDWriter>},
+        {"btf", "best trace format", make<CBtfWriter>},
+    };
     return kFormats;
 }
 

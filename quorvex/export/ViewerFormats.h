@@ -5,9 +5,9 @@
 
 #include <memory>
 #include <ostream>
-#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Quorvex {
 
@@ -20,6 +20,6 @@ struct ViewerFormat {
 };
 
 /// All formats there are. Valid for ever.
-QUORVEX_API std::span<const ViewerFormat> viewerFormats();
+QUORVEX_API const std::vector<ViewerFormat>& viewerFormats();
 
 } // namespace Quorvex
