@@ -17,7 +17,7 @@ namespace {
 /// So many packets behind a tick tell whether it can be,
 constexpr unsigned kWitnesses = 8;
 /// if they stand among so many: those without a tick and definitions tell nothing.
-constexpr std::size_t kMostBehind = 16 * kWitnesses;
+constexpr std::size_t kMostBehind = 128;
 /// A tick that more than so many were relative to is believed.
 constexpr std::size_t kMostRelative = 4096;
 /// A jump is far when the packets behind it would have room in it so many times.

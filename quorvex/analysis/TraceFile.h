@@ -85,24 +85,24 @@ private:
     bool noteDamage();
 
     TraceReport m_report;
-    std::istream* m_stream;         ///< that is read in place of a file, or null
-    bool m_isRegular = false;       ///< the file can be gone back in
-    std::unique_ptr<Input> m_input; ///< the open file, but for a trace in a regular one
-    std::unique_ptr<Binary> m_open; ///< the reader of a trace, and the open file; null while paused, and at the end
-    std::unique_ptr<Table> m_table;
+    std::istream* m_stream;                 ///< that is read in place of a file, or null
+    std::unique_ptr<Input> m_input;         ///< the open file, but for a trace in a regular one
+    std::unique_ptr<Binary> m_open;         ///< the open trace; null while paused, and at the end
+    std::unique_ptr<Table> m_table;         ///< of a table, its reader
     const CTraceCursor* m_cursor = nullptr; ///< that of either
-    bool m_isAhead = false;                 ///< advance() has gone to a packet that next() could not make
     TraceDamage m_before;                   ///< what had been stepped over before the last pause,
     CContexts m_contexts;                   ///< and what relative packets were relative to
-    unsigned m_portion = ~0U;
     std::uint64_t m_offset = 0;
     std::uint64_t m_end = 0;
     std::uint64_t m_size = 0;
-    bool m_isFrameOpen = false;
     std::uint64_t m_frameEnd = 0; ///< of the last frame, as it says; 0 where it does not
-    bool m_isEnded = false;       ///< by the end of a frame, or of the trace
-    tagTCode m_textOf = Invalid;  ///< the last packet, if text may follow that belongs to it
-    bool m_breaksOff = false;     ///< the text of the last packet does
+    unsigned m_portion = ~0U;
+    tagTCode m_textOf = Invalid; ///< the last packet, if text may follow that belongs to it
+    bool m_isRegular = false;    ///< the file can be gone back in
+    bool m_isAhead = false;      ///< advance() has gone to a packet that next() could not make
+    bool m_isFrameOpen = false;
+    bool m_isEnded = false;   ///< by the end of a frame, or of the trace
+    bool m_breaksOff = false; ///< the text of the last packet does
 };
 
 } // namespace Quorvex

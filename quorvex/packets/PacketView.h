@@ -49,7 +49,7 @@ private:
 
 /// The parts of a packet of a kind, with the operations by which the class of the kind hands them out: a
 /// PacketView<CFunctionEnter> has Tick() and TgtFuncId(). A definition has its name.
-template <class Packet> class PacketView : public detail::PartsView<typename Packet::Parts> {
+template <class Packet> class PacketView final : public detail::PartsView<typename Packet::Parts> {
 public:
     static constexpr tagTCode kCode = Packet::kCode; ///< of the kind
 

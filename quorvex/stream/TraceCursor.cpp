@@ -178,7 +178,7 @@ std::string_view CTraceCursor::text() const {
     if (m_text == Text::None)
         return TraceCode() == CharString ? std::string_view(payload(), m_fields) : std::string_view();
     const unsigned char* at = m_at + CPacketHeader::Len() + m_at[1];
-    if (m_next - at <= std::ptrdiff_t(CPacketHeader::Len() + kCharStringMax))
+    if (m_next - at - CPacketHeader::Len() <= std::ptrdiff_t{kCharStringMax})
         return at < m_next ? asText(at + CPacketHeader::Len(), at[1]) : std::string_view();
     m_joined.clear();
     for (; at < m_next; at += CPacketHeader::Len() + at[1])

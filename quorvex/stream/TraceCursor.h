@@ -49,7 +49,7 @@ public:
         const unsigned char* const at = m_next;
         if (m_limit - at >= CPacketHeader::Len()) {
             const unsigned length = at[1];
-            if (m_limit - at >= std::ptrdiff_t(CPacketHeader::Len() + length) && isSimple(at[0], length)) {
+            if (m_limit - at - CPacketHeader::Len() >= static_cast<std::ptrdiff_t>(length) && isSimple(at[0], length)) {
                 m_at = at;
                 m_next = at + CPacketHeader::Len() + length;
                 m_fields = length;
