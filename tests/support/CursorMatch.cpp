@@ -22,7 +22,7 @@ public:
 template <class Parts> std::string contentsOf(const Parts& parts) {
     std::string contents;
     parts.visitParts([&contents](const auto& part) {
-        char bytes[UINT8_MAX + 1];
+        char bytes[UINT8_MAX + 1] = {};
         encodePart(part, bytes);
         contents.append(bytes, partSize(part));
         if constexpr (HasFollowingText<const std::decay_t<decltype(part)>>)
