@@ -112,7 +112,7 @@ std::string cursorMismatch(const std::string& trace, unsigned portion) {
                    ", not at " + std::to_string(offset) + " to " + std::to_string(reader.position());
         if (const char* what = difference(cursor, *packet, contexts))
             return what + at;
-        const auto length = static_cast<unsigned char>(trace[offset + 1]);
+        const auto length = static_cast<unsigned char>(trace[static_cast<std::size_t>(offset) + 1]);
         if (packet->Length() < length && cursor.textState() != CTraceCursor::Text::Counted)
             addDamage(offset + CPacketHeader::Len() + packet->Length(), offset + CPacketHeader::Len() + length);
         contexts.note(*packet);
