@@ -73,12 +73,15 @@ struct NoPayload {
 
 /// The parts of a packet in wire order: its context, then its payloads.
 template <class... Part> struct PartList {};
+
+namespace detail {
 /// Those of a list and one more, if it is one.
 template <class List, class Payload> struct PartsWith;
 template <class... Part, class Payload> struct PartsWith<PartList<Part...>, Payload> {
     using type = PartList<Part..., Payload>;
 };
 template <class... Part> struct PartsWith<PartList<Part...>, NoPayload> { using type = PartList<Part...>; };
+} // namespace detail
 
 /// Header and context: where every packet class begins.
 template <class ContextPart> class QUORVEX_TEMPLATE_API ContextPacket : public CPacket, public ContextPart {
@@ -120,7 +123,7 @@ class QUORVEX_TEMPLATE_API PacketOf : public Base, public Payload {
 public:
     using typename Base::Context;
     /// What it consists of.
-    using Parts = typename PartsWith<typename Base::Parts, Payload>::type;
+    using Parts = typename detail::PartsWith<typename Base::Parts, Payload>::type;
     /// The size of the payload may change.
     static constexpr bool kVariable = Base::kVariable || VariablePart<Payload>;
 

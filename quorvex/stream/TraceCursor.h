@@ -76,7 +76,7 @@ public:
         Open,    ///< the trace goes on, or ends, where there should be more of it
         Counted, ///< it is there, and stands within the length that the header tells
     };
-    Text textState() const { return m_text; }
+    Text textState() const { return m_text; } ///< that behind this one
     /// The text behind it; empty where there is none. Of a CharString packet, its own.
     std::string_view text() const;
 
