@@ -130,12 +130,12 @@ template <const ReadRules& Rules, class Base, class Payload>
 unsigned PacketOf<Rules, Base, Payload>::read(const char* buf, unsigned size) {
     CPacketHeader header;
     if (!header.read(buf, size)) {
-        if (Rules.logged)
+        if constexpr (Rules.logged)
             protocol::logFailedRead(this->TraceCode(), protocol::Step::Header, false);
         return 0;
     }
-    const unsigned least = CPacketHeader::Len() + (Rules.least >= 0 ? unsigned(Rules.least) : unsigned{Len()});
-    if (size < least && !Rules.logged)
+    constexpr unsigned kLeast = CPacketHeader::Len() + (Rules.least >= 0 ? unsigned(Rules.least) : unsigned{Len()});
+    if (size < kLeast && !Rules.logged)
         return 0;
     PayloadIn in(header, buf + CPacketHeader::Len(), size - CPacketHeader::Len());
     return load(in) ? CPacketHeader::Len() + in.consumed() : 0;
@@ -145,7 +145,7 @@ template <const ReadRules& Rules, class Base, class Payload>
 bool PacketOf<Rules, Base, Payload>::read(std::istream& stream) {
     CPacketHeader header;
     if (!header.read(stream)) {
-        if (Rules.logged)
+        if constexpr (Rules.logged)
             protocol::logFailedRead(this->TraceCode(), protocol::Step::Header, true);
         return false;
     }
@@ -159,7 +159,7 @@ unsigned PacketOf<Rules, Base, Payload>::write(char* buf, unsigned size) {
         return 0;
     const unsigned need = CPacketHeader::Len() + payloadSize();
     if (!buf || size < need) {
-        if (Rules.logged)
+        if constexpr (Rules.logged)
             protocol::logFailedWrite(this->TraceCode(),
                                      size < CPacketHeader::Len()                    ? protocol::Step::Header
                                      : size < CPacketHeader::Len() + Context::Len() ? protocol::Step::Context
@@ -201,7 +201,7 @@ bool PacketOf<Rules, Base, Payload>::write(std::ostream& out) {
         good = protocol::writePart(part, out);
     });
     if (!good) {
-        if (Rules.logged)
+        if constexpr (Rules.logged)
             protocol::logFailedWrite(this->TraceCode(), step, true);
         return false;
     }
@@ -269,7 +269,7 @@ inline bool PacketOf<Rules, Base, Payload>::fits(unsigned length) {
 template <const ReadRules& Rules, class Base, class Payload>
 inline PayloadIn& PacketOf<Rules, Base, Payload>::checked(PayloadIn& in) {
     const unsigned length = in.header().Length();
-    if (Rules.header.stream) {
+    if constexpr (Rules.header.stream) {
         if (length < Len())
             protocol::failReadIn(in, Rules.tooShort.orElse(Rules.header));
         if (!fits(length))
@@ -291,14 +291,14 @@ inline bool PacketOf<Rules, Base, Payload>::load(PayloadIn& in) {
                 return true;
             }
         } catch (const std::exception&) {
-            if (Rules.logged)
+            if constexpr (Rules.logged)
                 protocol::logFailedRead(this->TraceCode(),
                                         in.held(Context::Len()) ? protocol::Step::Payload : protocol::Step::Context,
                                         in.fromStream());
             return false;
         }
     }
-    if (Rules.logged)
+    if constexpr (Rules.logged)
         protocol::logInvalidHeader(CPacketHeader::TraceCode(), in.fromStream());
     return false;
 }
