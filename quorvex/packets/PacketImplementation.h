@@ -1,7 +1,8 @@
 #pragma once
 
 /// How packets are read and written. Only sources that compile kinds include it: those of the families, and a host's
-/// that declares a packet class of its own. A family's source names what it compiles:
+/// that declares a packet class of its own (but not where the library is a shared one on Windows, which does not tell
+/// the rules of its classes). A family's source names what it compiles:
 ///
 ///     constexpr ReadRules kBranchBaseRules{...};                                the rules, which the header declares
 ///     template class PayloadOperations<CBranchTarget>;                          its payloads,
