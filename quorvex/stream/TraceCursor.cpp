@@ -25,9 +25,10 @@ std::string_view asText(const unsigned char* bytes, std::size_t size) {
 }
 
 /// The packet that these bytes make; null where they make none.
-CPacket* made(const char* bytes, unsigned size, unsigned& consumed) {
+std::unique_ptr<CPacket> made(const unsigned char* bytes, unsigned size, unsigned& consumed) {
     try {
-        return CPacketFactory::getCPacket(bytes, size, consumed);
+        return std::unique_ptr<CPacket>(
+            CPacketFactory::getCPacket(reinterpret_cast<const char*>(bytes), size, consumed));
     } catch (const std::exception& exception) {
         if (isOutOfMemory(exception))
             throw;
@@ -96,15 +97,12 @@ unsigned CTraceCursor::fitOf(unsigned code, unsigned length) {
     if (facts.hasClass && facts.countsText(length)) {
         fit = Varying;
     } else if (facts.hasClass) {
-        const char* bytes = reinterpret_cast<const char*>(m_next);
         unsigned consumed = 0;
-        CPacket* packet = made(bytes, CPacketHeader::Len() + length, consumed);
-        if (packet) {
+        if (made(m_next, CPacketHeader::Len() + length, consumed)) {
             const unsigned fields = consumed - CPacketHeader::Len();
             const bool isPlain = fields == length && facts.text == TextSort::None && facts.sync == ContextSort::None;
             fit = (isPlain ? Simple : Accepted) | fields;
         }
-        CPacketFactory::releaseCPacket(&packet);
     }
     known.store(static_cast<std::uint16_t>(fit), std::memory_order_relaxed);
     return fit;
@@ -124,14 +122,13 @@ bool CTraceCursor::advance() {
         bool isPacket = (fit & 0xFF00) != Refused;
         if ((fit & 0xFF00) == Varying) {
             unsigned consumed = 0;
-            CPacket* packet = made(reinterpret_cast<const char*>(m_next), static_cast<unsigned>(size), consumed);
+            const auto packet = made(m_next, static_cast<unsigned>(size), consumed);
             isPacket = packet != nullptr;
             if (packet) {
                 fields = packet->Length();
                 m_joined = textOf(*packet)->view();
                 text = Text::Counted;
             }
-            CPacketFactory::releaseCPacket(&packet);
         } else if (isPacket && isFollowedByText(code) && !findText(behind, text)) {
             return false;
         }
