@@ -7,6 +7,11 @@
 
 namespace bench {
 
+/// The packets of a trace of that many events.
+constexpr unsigned packetsOfCalls(unsigned events) {
+    return events + kFunctions + 4;
+}
+
 /// Hands the packets of a whole trace to `put`, each for the time of the call: its head, definitions, function enters
 /// and leaves, its end. They are that many, an even number of at least 200.
 template <class Put> void forCallPackets(unsigned packets, Put&& put) {
@@ -16,7 +21,7 @@ template <class Put> void forCallPackets(unsigned packets, Put&& put) {
     hand(CTimestamp(0, kTicksPerSecond));
     for (unsigned i = 0; i < kFunctions; ++i)
         hand(CFunctionDefine(CCoreContext(), i, CCharStringSequence(("function_" + std::to_string(i)).c_str())));
-    const unsigned events = packets - kFunctions - 4;
+    const unsigned events = packets - packetsOfCalls(0);
     Calls calls(events);
     for (unsigned i = 0; i < events; ++i) {
         const Calls::Event event = calls.next();
