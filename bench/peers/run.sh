@@ -39,6 +39,10 @@ mkdir "$LTTNG_HOME"
 lttng-sessiond --no-kernel >lttng/log 2>&1 &
 daemon=$!
 trap 'kill $daemon 2>/dev/null || true' EXIT
+for ((i = 0; i < 50; ++i)); do
+    ! lttng --no-sessiond list >/dev/null 2>&1 || break
+    sleep 0.1
+done
 
 say "writing what is read"
 mkdir ctf
