@@ -55,6 +55,7 @@ mkdir ctf
 
 # What a program does. Those that tell what an event takes print it, of the others the run is timed.
 record_quorvex() { rm -rf recorded && mkdir recorded && QVX_TRACEDIR=recorded ../Quorvex record "$events"; }
+record_mapped() { QVX_TRACEMODE=mapped record_quorvex; }
 record_uftrace() {
     rm -rf uftrace
     uftrace record -d uftrace ../Calls record "$events" 2>uftrace.log && ! grep LOST uftrace.log >&2
@@ -91,6 +92,7 @@ vcd_vcd2fst() { vcd2fst calls.vcd written.fst >/dev/null; }
 # The work, and who does it: a function from above, and whether it tells its time. The first of each work is Quorvex.
 rows=(
     'an enter or leave of a traced function|Quorvex|record_quorvex|tells'
+    '|Quorvex, mode mapped|record_mapped|tells'
     '|uftrace|record_uftrace|tells'
     '|LTTng-UST|record_lttng|tells'
     '|OTF2|record_otf2|tells'
@@ -115,8 +117,10 @@ rows=(
 : >times
 for ((round = 1; round <= rounds; ++round)); do
     say "round $round of $rounds"
-    for i in "${!rows[@]}"; do
+    # What one leaves to be stored must not slow down the next, nor always the same one.
+    for i in $(shuf -i "0-$((${#rows[@]} - 1))"); do
         [ -n "${rows[i]}" ] || continue
+        sync -f .
         IFS='|' read -r work name run tells <<<"${rows[i]}"
         start=${EPOCHREALTIME/./}
         if ! told=$($run 2>failure); then
