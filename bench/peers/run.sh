@@ -4,11 +4,11 @@
 #
 #     bench/peers/run.sh
 #
-# EVENTS (2000000) and ROUNDS (5) can be set. All is written to build/peers, which stays until the next run.
+# EVENTS (2000000) and ROUNDS (7) can be set. All is written to build/peers, which stays until the next run.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 events=${EVENTS:-2000000}
-rounds=${ROUNDS:-5}
+rounds=${ROUNDS:-7}
 qvx=$PWD/build/release/tools/qvx/qvx
 programs=$PWD/build/peers
 
