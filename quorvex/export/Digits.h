@@ -1,25 +1,106 @@
 #pragma once
 
+#include "quorvex/platform/LittleEndian.h"
+
+#include <bit>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace Quorvex {
 
-/// Puts the low digits of a value in hexadecimal.
-inline void putHex(char* to, std::uint64_t value, unsigned digits) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    for (unsigned i = digits; i-- > 0; value >>= 4)
-        to[i] = kDigits[value & 15];
+/// The characters of a number's eight hexadecimal digits, the first one lowest.
+constexpr std::uint64_t hexDigits(std::uint32_t value) {
+    // The highest byte to the front, then one digit a byte.
+    const std::uint32_t swapped = value >> 24 | (value >> 8 & 0xFF00) | (value << 8 & 0xFF0000) | value << 24;
+    std::uint64_t text = swapped;
+    text = (text | text << 16) & 0x0000FFFF0000FFFF;
+    text = (text | text << 8) & 0x00FF00FF00FF00FF;
+    text = (text >> 4 | text << 8) & 0x0F0F0F0F0F0F0F0F;
+    const std::uint64_t isLetter = (text + 0x0606060606060606) >> 4 & 0x0101010101010101;
+    return text + 0x3030303030303030 + isLetter * ('a' - '0' - 10);
 }
 
-/// "0x" and all digits of a number whose lowest byte comes first.
+/// Puts the low digits of a value in hexadecimal: 2, 4, 8 or 16 of them. The end of the text.
+template <unsigned kDigits> char* putHex(char* to, std::uint64_t value) {
+    const std::uint64_t text = hexDigits(static_cast<std::uint32_t>(value));
+    if constexpr (kDigits == 16)
+        storeLittleEndian(putHex<8>(to, value >> 32), text);
+    else if constexpr (kDigits == 8)
+        storeLittleEndian(to, text);
+    else if constexpr (kDigits == 4)
+        storeLittleEndian(to, static_cast<std::uint32_t>(text >> 32));
+    else
+        storeLittleEndian(to, static_cast<std::uint16_t>(text >> 48));
+    return to + kDigits;
+}
+
+/// Puts "0x" and all digits of a value of that type. The end of the text.
+template <class T> char* putHexValue(char* to, T value) {
+    *to++ = '0';
+    *to++ = 'x';
+    return putHex<2 * sizeof(T)>(to, value);
+}
+
+/// The same of a number whose lowest byte comes first: 2 + 2 * count characters.
+inline char* putHexNumber(char* to, const unsigned char* bytes, unsigned count) {
+    *to++ = '0';
+    *to++ = 'x';
+    for (; count >= 4; count -= 4)
+        to = putHex<8>(to, loadLittleEndian<std::uint32_t>(reinterpret_cast<const char*>(bytes) + count - 4));
+    while (count > 0)
+        to = putHex<2>(to, bytes[--count]);
+    return to;
+}
+
+/// The same as a text.
 inline std::string hexNumber(const unsigned char* bytes, unsigned count) {
-    std::string text(2 + 2 * std::size_t{count}, '0');
-    text[1] = 'x';
-    for (unsigned i = 0; i < count; ++i)
-        putHex(text.data() + 2 + 2 * std::size_t{i}, bytes[count - 1 - i], 2);
+    std::string text(2 + 2 * std::size_t{count}, '\0');
+    putHexNumber(text.data(), bytes, count);
     return text;
+}
+
+/// The eight decimal digits of a value below 100 000 000 as numbers, the first one lowest.
+constexpr std::uint64_t decimalDigits(std::uint32_t value) {
+    // Halves of four digits, then pairs, then digits, each divided at once by a multiplication that is exact there.
+    const std::uint64_t halves = value / 10'000 | std::uint64_t{value % 10'000} << 32;
+    const std::uint64_t hundreds = halves * 10'486 >> 20 & 0x0000007F0000007F;
+    const std::uint64_t pairs = hundreds | (halves - 100 * hundreds) << 16;
+    const std::uint64_t tens = pairs * 103 >> 10 & 0x000F000F000F000F;
+    return tens | (pairs - 10 * tens) << 8;
+}
+
+/// The most characters of a value in decimal.
+inline constexpr unsigned kMostDigits = 20;
+
+/// Puts a value in decimal. The end of the text; behind it, what stands in the kMostDigits characters may change.
+inline char* putDecimal(char* to, std::uint64_t value) {
+    static constexpr std::uint64_t kZeros = 0x3030303030303030;
+    static constexpr std::uint64_t kRest = 100'000'000;
+    // In front, without zeros but for a last one.
+    const auto putFirst = [&to](std::uint64_t first) {
+        const std::uint64_t digits = decimalDigits(static_cast<std::uint32_t>(first));
+        const int skipped = std::countr_zero(digits | std::uint64_t{1} << 56) / 8;
+        storeLittleEndian(to, (digits + kZeros) >> 8 * skipped);
+        to += 8 - skipped;
+    };
+    const auto putNext = [&to](std::uint64_t next) {
+        storeLittleEndian(to, decimalDigits(static_cast<std::uint32_t>(next)) + kZeros);
+        to += 8;
+    };
+    if (value < kRest) {
+        putFirst(value);
+        return to;
+    }
+    const std::uint64_t above = value / kRest;
+    if (above < kRest) {
+        putFirst(above);
+    } else {
+        putFirst(above / kRest);
+        putNext(above % kRest);
+    }
+    putNext(value % kRest);
+    return to;
 }
 
 /// A number of any width in decimal; its lowest byte comes first.

@@ -104,135 +104,164 @@ std::string_view labelOfText(tagTCode code) {
     return kTextLabels[std::size_t(factsOf(code).text)];
 }
 
-template <class T> std::string decimal(T value) {
-    char digits[32];
-    return std::string(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
-}
-
-template <class T> std::string hex(T value) {
-    return hexNumber(reinterpret_cast<const unsigned char*>(&value), sizeof value);
-}
-
-std::string quoted(std::string_view text) {
-    std::string result = "\"";
+void appendQuoted(std::string& to, std::string_view text) {
+    to += '"';
     while (!text.empty()) {
         const Character character = firstCharacter(text);
         if (character.code == '"' || character.code == '\\')
-            result += '\\';
+            to += '\\';
         if (character.printable) {
-            result += text.substr(0, character.size);
+            to += text.substr(0, character.size);
         } else {
             // Byte by byte in three octal digits, which no digit of the text can be taken for.
             for (const char byte : text.substr(0, character.size)) {
                 const auto value = static_cast<unsigned char>(byte);
-                result += {'\\', static_cast<char>('0' + (value >> 6)), static_cast<char>('0' + ((value >> 3) & 7)),
-                           static_cast<char>('0' + (value & 7))};
+                to += {'\\', static_cast<char>('0' + (value >> 6)), static_cast<char>('0' + ((value >> 3) & 7)),
+                       static_cast<char>('0' + (value & 7))};
             }
         }
         text.remove_prefix(character.size);
     }
-    return result + '"';
+    to += '"';
 }
 
 } // namespace
 
-/// Collects the lines of one packet.
+/// Appends the lines of one packet.
 class CPacketDebugger::Fields {
 public:
-    std::string lines;
-
-    void add(std::string_view label, std::string_view value) {
-        lines.append(label).append(":\t").append(value).append("\n");
-    }
+    explicit Fields(CPacketDebugger& printer) : m_printer(printer), m_lines(printer.m_text) {}
 
     template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
     template <class T> void operator()(FieldMeaning meaning, const char* field, const T& value) {
-        write(meaning, labelOf(field), value);
+        add(m_printer.m_labels.of(field), [&] { write(meaning, value); });
+    }
+    void text(std::string_view label, std::string_view text) {
+        add(label, [&] { appendQuoted(m_lines, text); });
+    }
+    template <class T> void hex(T value) {
+        char text[2 + 2 * sizeof value];
+        m_lines.append(text, putHexValue(text, value));
     }
 
 private:
-    template <class T> void write(FieldMeaning meaning, std::string_view label, T value) {
+    template <class Write> void add(std::string_view label, Write write) {
+        m_lines.append(label).append(":\t");
+        write();
+        m_lines += '\n';
+    }
+
+    template <class T> void decimal(T value) {
+        char text[32];
+        m_lines.append(text, std::to_chars(text, std::end(text), value).ptr);
+    }
+
+    template <class T> void write(FieldMeaning meaning, T value) {
         static_assert(std::is_integral_v<T>);
         const FieldFacts& facts = factsOf(meaning);
         if (isUnknown(meaning, value))
-            add(label, kUnknown);
+            m_lines += kUnknown;
         else if (facts.look == FieldLook::Address || facts.look == FieldLook::Hexadecimal)
-            add(label, hex(value));
+            hex(value);
         else
-            add(label, decimal(value));
+            decimal(value);
     }
-    void write(FieldMeaning, std::string_view label, EEventType type) {
-        const char* name = CEventTypeInfo::EventTypeToName(type);
-        add(label, hex(static_cast<std::uint32_t>(type)) + (name ? std::string(" ") + name : ""));
+    void write(FieldMeaning, EEventType type) {
+        hex(static_cast<std::uint32_t>(type));
+        if (const char* name = CEventTypeInfo::EventTypeToName(type))
+            m_lines.append(" ").append(name);
     }
     // Whether a counter holds an integer or a double is not recorded: both are told.
-    void write(FieldMeaning, std::string_view label, const TCounter_t& value) {
-        add(label, decimal(value.u64));
-        add("Counter Dbl Value", decimal(value.dbl));
+    void write(FieldMeaning, const TCounter_t& value) {
+        decimal(value.u64);
+        m_lines += "\nCounter Dbl Value:\t";
+        decimal(value.dbl);
     }
-    void write(FieldMeaning, std::string_view label, const TCounterIdx_t& index) { add(label, decimal(index.u64)); }
-    void write(FieldMeaning, std::string_view label, const TVarCounter_t& value) {
-        add(label, value.Length() == 0 ? "none" : decimalNumber(value.data(), value.Length()));
+    void write(FieldMeaning, const TCounterIdx_t& index) { decimal(index.u64); }
+    void write(FieldMeaning, const TVarCounter_t& value) {
+        m_lines += value.Length() == 0 ? "none" : decimalNumber(value.data(), value.Length());
     }
-    void write(FieldMeaning, std::string_view label, const CData& data) {
-        add(label, data.Length() == 0 ? "none" : hexNumber(data.data(), data.Length()));
+    void write(FieldMeaning, const CData& data) {
+        m_lines += data.Length() == 0 ? "none" : hexNumber(data.data(), data.Length());
     }
-    void write(FieldMeaning, std::string_view label, const CSignalMask& mask) {
-        add(label, mask.empty() ? "none" : hexNumber(mask.data(), mask.size()));
+    void write(FieldMeaning, const CSignalMask& mask) {
+        m_lines += mask.empty() ? "none" : hexNumber(mask.data(), mask.size());
     }
-    void write(FieldMeaning, std::string_view label, const CBusDataSignals& signals) {
-        add(label, hex(signals.GetRawFlags()) + " " + std::string(keywords::kBusAccesses[signals.GetRawFlags() & 3]));
+    void write(FieldMeaning, const CBusDataSignals& signals) {
+        hex(signals.GetRawFlags());
+        m_lines.append(" ").append(keywords::kBusAccesses[signals.GetRawFlags() & 3]);
     }
-    void write(FieldMeaning, std::string_view label, const SFrameConfig& config) {
-        add(label, hex(config.word()) + " " + std::string(keywords::kExpansions[config.getExpansion()]) + " " +
-                       std::string(keywords::kExceptionFrames[config.getExceptionFrames()]));
+    void write(FieldMeaning, const SFrameConfig& config) {
+        hex(config.word());
+        m_lines.append(" ").append(keywords::kExpansions[config.getExpansion()]);
+        m_lines.append(" ").append(keywords::kExceptionFrames[config.getExceptionFrames()]);
     }
-    void write(FieldMeaning, std::string_view label, const FillBytes& fill) {
-        add(label, decimal(unsigned{fill.count}));
-    }
+    void write(FieldMeaning, const FillBytes& fill) { decimal(unsigned{fill.count}); }
+
+    CPacketDebugger& m_printer;
+    std::string& m_lines;
 };
+
+std::string_view CPacketDebugger::Labels::of(const char* field) {
+    Label& label = m_labels[reinterpret_cast<std::uintptr_t>(field) % std::size(m_labels)];
+    if (label.field != field)
+        label = {field, labelOf(field)};
+    return label.text;
+}
 
 CPacketDebugger::~CPacketDebugger() = default;
 
 bool CPacketDebugger::put(std::uint64_t offset, CPacket& packet, std::uint64_t size) {
-    m_stream << "Offset:\t" << hex(offset) << '\n';
+    m_text = "Offset:\t";
+    Fields(*this).hex(offset);
+    m_text += '\n';
     return print(packet, size);
 }
 
 bool CPacketDebugger::put(CPacket* packet) {
+    m_text.clear();
     return packet && print(*packet, kUnknown64);
 }
 
 bool CPacketDebugger::print(CPacket& packet, std::uint64_t size) {
+    const bool isShown = describe(packet, size);
+    m_stream.write(m_text.data(), static_cast<std::streamsize>(m_text.size()));
+    return isShown && m_stream.good();
+}
+
+bool CPacketDebugger::describe(CPacket& packet, std::uint64_t size) {
     const tagTCode code = packet.TraceCode();
     if (code > 0xFF)
         return false;
-    Fields fields;
-    fields.lines.append(CTCodeInfo::TCodeToName(code)).append(" (").append(hex(static_cast<std::uint8_t>(code)));
-    fields.lines.append("): ").append(CTCodeInfo::TCodeToDescription(code)).append("\n");
-    const CCharStringSequence* text = dynamic_cast<const CCharStringSequence*>(&packet);
+    Fields fields(*this);
+    m_text.append(CTCodeInfo::TCodeToName(code)).append(" (");
+    fields.hex(static_cast<std::uint8_t>(code));
+    m_text.append("): ").append(CTCodeInfo::TCodeToDescription(code)).append("\n");
+    if (code == CharString) {
+        if (const auto* sequence = dynamic_cast<const CCharStringSequence*>(&packet))
+            fields.text(labelOfText(code), sequence->view());
+        else if (const auto* string = dynamic_cast<const CCharString*>(&packet))
+            fields.text(labelOfText(code), {reinterpret_cast<const char*>(string->data()), string->Length()});
+    }
     visitKind(packet, [&](const auto& kind) {
         kind.visitParts(fields);
-        text = kind.text();
+        if (const CCharStringSequence* text = kind.text())
+            fields.text(labelOfText(code), text->view());
     });
-    if (text)
-        fields.add(labelOfText(code), quoted(text->view()));
-    else if (const auto* string = dynamic_cast<const CCharString*>(&packet))
-        fields.add(labelOfText(code), quoted({reinterpret_cast<const char*>(string->data()), string->Length()}));
     if (m_withBytes) {
         std::string bytes(packet.StreamSize(), '\0');
         const std::size_t written = packet.write(bytes.data(), static_cast<unsigned>(bytes.size()));
         bytes.resize(static_cast<std::size_t>(std::min<std::uint64_t>(written, size)));
         for (std::size_t at = 0; at < bytes.size(); ++at) {
             char digits[2];
-            putHex(digits, static_cast<unsigned char>(bytes[at]), 2);
-            fields.lines += at == 0 ? "Bytes:\t" : at % 16 == 0 ? "\n\t" : " ";
-            fields.lines.append(digits, sizeof digits);
+            putHex<2>(digits, static_cast<unsigned char>(bytes[at]));
+            m_text += at == 0 ? "Bytes:\t" : at % 16 == 0 ? "\n\t" : " ";
+            m_text.append(digits, sizeof digits);
         }
-        fields.lines += '\n';
+        m_text += '\n';
     }
-    m_stream << fields.lines << '\n';
-    return m_stream.good();
+    m_text += '\n';
+    return true;
 }
 
 bool CPacketDebugger::forward(CPacket*& packet) {

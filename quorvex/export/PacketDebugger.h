@@ -5,7 +5,10 @@
 #include "quorvex/platform/Export.h"
 #include "quorvex/stream/TraceSink.h"
 
+#include <cstdint>
 #include <ostream>
+#include <string>
+#include <string_view>
 
 namespace Quorvex {
 
@@ -40,11 +43,28 @@ public:
 
 private:
     class Fields;
+    /// What fields are called, by their names, each of which stands in one place of memory.
+    class Labels {
+    public:
+        std::string_view of(const char* field);
 
+    private:
+        struct Label {
+            const char* field = nullptr;
+            std::string_view text;
+        };
+        Label m_labels[128]; ///< those that were asked for last
+    };
+
+    /// Writes what m_text holds, and the packet.
     bool print(CPacket& packet, std::uint64_t size);
+    /// Puts the packet behind m_text.
+    bool describe(CPacket& packet, std::uint64_t size);
 
     std::ostream& m_stream;
     bool m_withBytes;
+    std::string m_text; ///< kept for its memory
+    Labels m_labels;
 };
 
 } // namespace Quorvex

@@ -3,6 +3,8 @@
 #include "quorvex/format/Characters.h"
 #include "quorvex/packets/Keywords.h"
 
+#include <algorithm>
+
 namespace Quorvex {
 
 namespace {
@@ -96,17 +98,21 @@ bool CPacketHTML::writeCharString(unsigned length, const unsigned char* bytes) {
 }
 
 bool CPacketHTML::writeText(std::string_view text) {
+    const auto isPlain = [](char c) { return static_cast<unsigned char>(c) < 0x80 && c != '<' && c != '&'; };
     bool written = good();
     while (written && !text.empty()) {
+        if (const auto count = static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin())) {
+            written = writeRaw(text.substr(0, count));
+            text.remove_prefix(count);
+            continue;
+        }
         const Character character = firstCharacter(text);
         if (character.code == '<')
             written = writeRaw("&lt;");
         else if (character.code == '&')
             written = writeRaw("&amp;");
-        else if (character.code >= 0x80)
-            written = writeRaw("&#") && writeNumber(character.code) && writeRaw(";");
         else
-            written = writeRaw(text.substr(0, 1));
+            written = writeRaw("&#") && writeNumber(character.code) && writeRaw(";");
         text.remove_prefix(character.size);
     }
     return written;

@@ -3,6 +3,8 @@
 #include "quorvex/format/Characters.h"
 #include "quorvex/packets/Keywords.h"
 
+#include <algorithm>
+
 namespace Quorvex {
 
 namespace {
@@ -106,8 +108,14 @@ bool CPacketLaTeX::writeCharString(unsigned length, const unsigned char* bytes) 
 
 bool CPacketLaTeX::writeText(std::string_view text) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
+    const auto isPlain = [](char c) { return c >= 0x20 && c < 0x7F && escaped(static_cast<unsigned char>(c)).empty(); };
     bool written = good();
     while (written && !text.empty()) {
+        if (const auto count = static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin())) {
+            written = writeRaw(text.substr(0, count));
+            text.remove_prefix(count);
+            continue;
+        }
         const Character character = firstCharacter(text);
         if (character.code < 0x20 || character.code >= 0x7F) {
             written = writeRaw("$<$U+");
@@ -115,8 +123,7 @@ bool CPacketLaTeX::writeText(std::string_view text) {
                 written = writeRaw({kDigits + ((character.code >> shift) & 15), 1});
             written = written && writeRaw("$>$");
         } else {
-            const std::string_view escape = escaped(character.code);
-            written = writeRaw(escape.empty() ? text.substr(0, 1) : escape);
+            written = writeRaw(escaped(character.code));
         }
         text.remove_prefix(character.size);
     }

@@ -2,21 +2,26 @@
 
 #include "quorvex/export/Digits.h"
 #include "quorvex/export/ForwardAll.h"
+#include "quorvex/export/PacketHTML.h"
+#include "quorvex/export/PacketLaTeX.h"
+#include "quorvex/export/PacketPlain.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/Characters.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/Keywords.h"
+#include "quorvex/packets/KindFacts.h"
 
 #include <algorithm>
+#include <cassert>
 #include <charconv>
 #include <cstring>
+#include <iterator>
 #include <type_traits>
+#include <utility>
 
 namespace Quorvex {
 
 namespace {
-
-constexpr std::uint32_t kNone32 = 0xFFFFFFFF;
 
 /// Whether all of a text can be printed.
 bool isPrintable(std::string_view text) {
@@ -29,7 +34,162 @@ bool isPrintable(std::string_view text) {
     return true;
 }
 
+/// How a field of that many bytes is shown: those of contexts have the widths that they have there.
+constexpr FieldLook lookOf(FieldMeaning meaning, std::size_t size) {
+    const FieldLook look = factsOf(meaning).look;
+    switch (look) {
+    case FieldLook::Tick:
+    case FieldLook::Address:
+        return size == 1 || size == 8 ? look : FieldLook::Decimal;
+    case FieldLook::Context:
+    case FieldLook::Unit:
+        return size == 4 ? look : FieldLook::Decimal;
+    default:
+        return look;
+    }
+}
+
+/// A short text that is copied with all the room it has, so that its length costs nothing.
+struct Piece {
+    static constexpr std::size_t kRoom = 32;
+
+    Piece() = default;
+    explicit Piece(std::string_view of) : size(static_cast<unsigned>(of.copy(text, kRoom))) {
+        assert(of.size() <= kRoom);
+    }
+    /// The end of the text; kRoom characters are overwritten.
+    char* put(char* to) const {
+        std::memcpy(to, text, kRoom);
+        return to + size;
+    }
+
+    char text[kRoom] = {};
+    unsigned size = 0;
+};
+
 } // namespace
+
+/// How a number is shown.
+enum class CPacketTableWriter::Form : std::uint8_t { Decimal, Hexadecimal, Invalid, UnknownLength };
+
+/// What a renderer writes again and again, taken from its own operations.
+struct CPacketTableWriter::Pieces {
+    Piece rowOpen, rowClose, itemClose;
+    Piece itemOpen[sizeof(std::uint64_t) + 1]; ///< by span
+    // Taken when they are needed first.
+    std::string kinds[UINT8_MAX + 1]; ///< description, unless the table is for programs, and type code
+    bool parsable = false;            ///< `kinds` are those of such a table
+    Piece lengths[UINT8_MAX + 1];
+};
+
+/// Gathers rows, which go to the stream in one piece, and writes numbers without the renderer's operations for cells.
+class CPacketTableWriter::Block {
+public:
+    explicit Block(CPacketTableWriter& writer) : m_writer(writer) { writer.m_block = this; }
+    Block(const Block&) = delete;
+    Block& operator=(const Block&) = delete;
+    ~Block() { m_writer.m_block = nullptr; }
+
+    void append(std::string_view text) {
+        if (text.size() > sizeof m_text) {
+            flush();
+            m_writer.writeToStream(text);
+        } else {
+            char* const to = reserve(text.size());
+            m_end = to + text.copy(to, text.size());
+        }
+    }
+    /// A cell with a number.
+    template <class T> void number(Form form, T value, unsigned span = sizeof(T)) {
+        char* to = pieces().itemOpen[span].put(reserve(2 * Piece::kRoom + kMostDigits));
+        if (form == Form::Decimal)
+            to = putDecimal(to, value);
+        else if (form == Form::Hexadecimal)
+            to = putHexValue(to, value);
+        else
+            to += (form == Form::Invalid ? keywords::kInvalid : keywords::kUnknownLength).copy(to, Piece::kRoom);
+        m_end = pieces().itemClose.put(to);
+    }
+    /// The row up to its payload.
+    bool beginRow(std::uint64_t offset, CPacket& packet);
+    void endRow() { append(pieces().rowClose); }
+    /// Whether all of the text so far has been written.
+    bool flush() {
+        m_writer.writeToStream({m_text, static_cast<std::size_t>(std::exchange(m_end, m_text) - m_text)});
+        return m_writer.m_stream.good();
+    }
+    /// What a call of one of the renderer's operations writes.
+    template <class Write> Piece pieceOf(Write write) {
+        char* const from = reserve(Piece::kRoom);
+        write();
+        return Piece({from, static_cast<std::size_t>(std::exchange(m_end, from) - from)});
+    }
+
+private:
+    /// More than description and type code of any kind take.
+    static constexpr std::size_t kLongestKind = 0x400;
+
+    Pieces& pieces() { return *m_writer.m_pieces; }
+    void append(const Piece& piece) { m_end = piece.put(reserve(Piece::kRoom)); }
+    /// Where that many characters, at most as many as the block has, can be put.
+    char* reserve(std::size_t count) {
+        if (count > static_cast<std::size_t>(std::end(m_text) - m_end))
+            flush();
+        return m_end;
+    }
+
+    CPacketTableWriter& m_writer;
+    char m_text[0x1000];
+    char* m_end = m_text;
+};
+
+bool CPacketTableWriter::Block::beginRow(std::uint64_t offset, CPacket& packet) {
+    Pieces& pieces = this->pieces();
+    append(pieces.rowOpen);
+    if (m_writer.m_withOffset) {
+        m_writer.m_offset = offset;
+        number(offset == kUnknown64 ? Form::Invalid : Form::Hexadecimal, offset, 1);
+    }
+    const tagTCode code = packet.TraceCode();
+    const unsigned length = packet.Length();
+    if (code > UINT8_MAX || length > UINT8_MAX)
+        return (m_writer.m_parsable || m_writer.writeDescription(packet)) && m_writer.writeHeader(packet);
+    if (std::exchange(pieces.parsable, m_writer.m_parsable) != m_writer.m_parsable)
+        std::ranges::fill(pieces.kinds, std::string());
+    if (std::string& kind = pieces.kinds[code]; !kind.empty()) {
+        append(kind);
+    } else {
+        const char* const from = reserve(kLongestKind);
+        if (!(m_writer.m_parsable || m_writer.writeDescription(packet)) || !m_writer.writeTCode(packet))
+            return false;
+        kind.assign(from, static_cast<std::size_t>(m_end - from));
+    }
+    Piece& piece = pieces.lengths[length];
+    if (piece.size == 0)
+        piece = pieceOf([&] { m_writer.writeLength(packet); });
+    append(piece);
+    return true;
+}
+
+inline CPacketTableWriter::Form CPacketTableWriter::formOf(FieldLook look, bool allOnes) const {
+    const bool isInvalid = m_parsable && allOnes;
+    switch (look) {
+    case FieldLook::Tick:
+        return isInvalid ? Form::Invalid : m_hexTick ? Form::Hexadecimal : Form::Decimal;
+    case FieldLook::Address:
+        return isInvalid ? Form::Invalid : Form::Hexadecimal;
+    case FieldLook::Context:
+    case FieldLook::Unit:
+        return isInvalid ? Form::Invalid : Form::Decimal;
+    case FieldLook::Length:
+        return allOnes ? Form::UnknownLength : Form::Decimal;
+    case FieldLook::Hexadecimal:
+        return Form::Hexadecimal;
+    case FieldLook::Decimal:
+        break;
+    }
+    return Form::Decimal;
+}
 
 /// Writes a packet's parts as cells: contexts through the context writers, other fields by what they mean.
 class CPacketTableWriter::PayloadCells {
@@ -38,12 +198,12 @@ public:
 
     bool good = true;
 
-    void operator()(const CCoreContext&) { good = good && m_writer.writeCoreContext(m_packet); }
-    void operator()(const CRelCoreContext&) { good = good && m_writer.writeRelCoreContext(m_packet); }
-    void operator()(const CBusContext&) { good = good && m_writer.writeBusContext(m_packet); }
-    void operator()(const CRelBusContext&) { good = good && m_writer.writeRelBusContext(m_packet); }
-    void operator()(const CSystemContext&) { good = good && m_writer.writeSystemContext(m_packet); }
-    void operator()(const CRelSystemContext&) { good = good && m_writer.writeRelSystemContext(m_packet); }
+    void operator()(const CCoreContext& part) { context(part, &CPacketTableWriter::writeCoreContext); }
+    void operator()(const CRelCoreContext& part) { context(part, &CPacketTableWriter::writeRelCoreContext); }
+    void operator()(const CBusContext& part) { context(part, &CPacketTableWriter::writeBusContext); }
+    void operator()(const CRelBusContext& part) { context(part, &CPacketTableWriter::writeRelBusContext); }
+    void operator()(const CSystemContext& part) { context(part, &CPacketTableWriter::writeSystemContext); }
+    void operator()(const CRelSystemContext& part) { context(part, &CPacketTableWriter::writeRelSystemContext); }
     template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
 
     template <class T> void operator()(FieldMeaning meaning, const char*, const T& value) {
@@ -51,30 +211,25 @@ public:
     }
 
 private:
+    template <class Context> void context(const Context& part, bool (CPacketTableWriter::*writeContext)(CPacket&)) {
+        if (m_writer.m_block)
+            Context::fields(part, *this);
+        else
+            good = good && (m_writer.*writeContext)(m_packet);
+    }
+
     template <class T> bool write(FieldMeaning meaning, T value) {
         static_assert(std::is_integral_v<T>);
         // Signed numbers are shown as the byte they are.
-        const auto number = static_cast<std::make_unsigned_t<T>>(value);
-        const FieldLook look = factsOf(meaning).look;
-        if constexpr (sizeof(T) == 1 || sizeof(T) == 8) {
-            if (look == FieldLook::Tick)
-                return m_writer.writeTickItem(number);
-            if (look == FieldLook::Address)
-                return m_writer.writeAddrItem(number);
-        }
-        if constexpr (sizeof(T) == 4) {
-            if (look == FieldLook::Context)
-                return m_writer.writeCtxItem(number, kNone32);
-            if (look == FieldLook::Unit)
-                return m_writer.writeIdItem(number, kNone32);
-        }
-        if (look == FieldLook::Length && number == static_cast<std::make_unsigned_t<T>>(~T{0}))
-            return m_writer.writeKeyword(sizeof(T), keywords::kUnknownLength);
-        return look == FieldLook::Hexadecimal ? m_writer.writeHexItem(number) : m_writer.writeDecItem(number);
+        using Number = std::make_unsigned_t<T>;
+        const auto number = static_cast<Number>(value);
+        return writeNumber(m_writer.formOf(lookOf(meaning, sizeof(T)), number == Number(~Number{0})), number);
     }
-    bool write(FieldMeaning, EEventType type) { return m_writer.writeHexItem(static_cast<std::uint32_t>(type)); }
-    bool write(FieldMeaning, const TCounter_t& value) { return m_writer.writeDecItem(value.u64); }
-    bool write(FieldMeaning, const TCounterIdx_t& index) { return m_writer.writeDecItem(index.u64); }
+    bool write(FieldMeaning, EEventType type) {
+        return writeNumber(Form::Hexadecimal, static_cast<std::uint32_t>(type));
+    }
+    bool write(FieldMeaning, const TCounter_t& value) { return writeNumber(Form::Decimal, value.u64); }
+    bool write(FieldMeaning, const TCounterIdx_t& index) { return writeNumber(Form::Decimal, index.u64); }
     bool write(FieldMeaning, const TVarCounter_t& value) { return m_writer.writeTVarCounter(value); }
     bool write(FieldMeaning, const CData& data) { return m_writer.writeCData(data); }
     bool write(FieldMeaning, const CSignalMask& mask) { return m_writer.writeCSignalMask(mask); }
@@ -83,12 +238,28 @@ private:
     // Padding says nothing: the cell is empty.
     bool write(FieldMeaning, const FillBytes& fill) { return fill.count == 0 || m_writer.writeItem(fill.count, {}); }
 
+    template <class T> bool writeNumber(Form form, T value) {
+        if (!m_writer.m_block)
+            return m_writer.writeInForm(form, value);
+        m_writer.m_block->number(form, value);
+        return true;
+    }
+
     CPacketTableWriter& m_writer;
     CPacket& m_packet;
 };
 
 CPacketTableWriter::CPacketTableWriter(std::ostream& stream, bool withOffset, std::uint64_t offset)
     : m_stream(stream), m_withOffset(withOffset), m_offset(offset) {}
+
+CPacketTableWriter::CPacketTableWriter(const CPacketTableWriter& other)
+    : CTraceSink(other),
+      m_stream(other.m_stream),
+      m_withOffset(other.m_withOffset),
+      m_parsable(other.m_parsable),
+      m_hexTick(other.m_hexTick),
+      m_breaksOff(other.m_breaksOff),
+      m_offset(other.m_offset) {}
 
 CPacketTableWriter::~CPacketTableWriter() = default;
 
@@ -163,22 +334,62 @@ bool CPacketTableWriter::writeCPacket(CPacket& packet) {
 }
 
 bool CPacketTableWriter::writeCPacket(std::uint64_t offset, CPacket& packet) {
+    if (!gathers() || !m_stream.good())
+        return writeRows(offset, packet);
+    Block block(*this);
+    const bool written = writeRows(offset, packet);
+    return block.flush() && written;
+}
+
+bool CPacketTableWriter::gathers() {
+    // Other renderers may do what they like in the operations for rows and cells, also write to the stream themselves.
+    const std::type_info* type = &typeid(*this);
+    if (type == m_type)
+        return m_pieces != nullptr;
+    m_type = type;
+    m_pieces.reset();
+    if (*type != typeid(CPacketPlain) && *type != typeid(CPacketHTML) && *type != typeid(CPacketLaTeX))
+        return false;
+    m_pieces = std::make_unique<Pieces>();
+    Block block(*this);
+    m_pieces->rowOpen = block.pieceOf([this] { writeRowOpen(); });
+    m_pieces->rowClose = block.pieceOf([this] { writeRowClose(); });
+    m_pieces->itemClose = block.pieceOf([this] { writeItemClose(); });
+    for (unsigned span = 1; span < std::size(m_pieces->itemOpen); ++span)
+        m_pieces->itemOpen[span] = block.pieceOf([this, span] { writeItemOpen(span); });
+    return true;
+}
+
+bool CPacketTableWriter::writeRows(std::uint64_t offset, CPacket& packet) {
     // A text of any length is not one row but as many as it has packets.
     if (auto* sequence = packet.TraceCode() == CharString ? dynamic_cast<CCharStringSequence*>(&packet) : nullptr) {
         CPacket nothing(Invalid, 0);
         m_offset = offset == kUnknown64 ? offset : offset - nothing.StreamSize();
         return writeCCharStringSequenceSaveOffset(nothing, *sequence);
     }
-    if (!writeRowOpen() || !writeOffset(offset) || !(m_parsable || writeDescription(packet)) || !writeHeader(packet) ||
-        !writePayload(packet) || !writeRowClose())
+    if (!beginRow(offset, packet) || !writePayload(packet) || !endRow())
         return false;
     const CCharStringSequence* text = nullptr;
-    visitKind(packet, [&text](const auto& kind) { text = kind.text(); });
+    if (isFollowedByText(packet.TraceCode()))
+        visitKind(packet, [&text](const auto& kind) { text = kind.text(); });
     if (!text || text->empty())
         return true;
     m_offset = offset;
     CCharStringSequence rows(*text);
     return writeCCharStringSequenceSaveOffset(packet, rows);
+}
+
+bool CPacketTableWriter::beginRow(std::uint64_t offset, CPacket& packet) {
+    return m_block ? m_block->beginRow(offset, packet)
+                   : writeRowOpen() && writeOffset(offset) && (m_parsable || writeDescription(packet)) &&
+                         writeHeader(packet);
+}
+
+bool CPacketTableWriter::endRow() {
+    if (!m_block)
+        return writeRowClose();
+    m_block->endRow();
+    return true;
 }
 
 bool CPacketTableWriter::writeCPacket(std::uint64_t offset, CPacket& packet, std::uint64_t size) {
@@ -192,11 +403,7 @@ bool CPacketTableWriter::writeOffset(std::uint64_t offset) {
     if (!m_withOffset)
         return true;
     m_offset = offset;
-    if (offset == kUnknown64)
-        return writeInvalidItem(1);
-    char text[18] = {'0', 'x'};
-    putHex(text + 2, offset, 16);
-    return writeItem(1, {text, sizeof text});
+    return offset == kUnknown64 ? writeInvalidItem(1) : writeHexIn(1, offset);
 }
 
 bool CPacketTableWriter::writeDescription(tagTCode code) {
@@ -257,7 +464,9 @@ bool CPacketTableWriter::writePayload(CPacket& packet) {
     PayloadCells cells(*this, packet);
     const bool known = visitKind(packet, [&](const auto& kind) {
         using Packet = std::remove_cvref_t<decltype(kind)>;
-        if constexpr (std::is_base_of_v<CVariableAccBase, Packet>)
+        if (m_block)
+            kind.visitParts(cells);
+        else if constexpr (std::is_base_of_v<CVariableAccBase, Packet>)
             cells.good = writeCVariableAccBase(static_cast<CVariableAccBase&>(packet));
         else if constexpr (std::is_base_of_v<CRelVariableAccBase, Packet>)
             cells.good = writeCRelVariableAccBase(static_cast<CRelVariableAccBase&>(packet));
@@ -375,8 +584,7 @@ bool CPacketTableWriter::writeFrameConfig(const SFrameConfig& config) {
 bool CPacketTableWriter::writeCCharString(CCharString& text, bool asRow) {
     if (!asRow)
         return writeCharString(text.Length(), text.data());
-    return writeRowOpen() && writeOffset(m_offset) && (m_parsable || writeDescription(text)) && writeHeader(text) &&
-           writeCharString(text.Length(), text.data()) && writeRowClose();
+    return beginRow(m_offset, text) && writeCharString(text.Length(), text.data()) && endRow();
 }
 
 bool CPacketTableWriter::writeCCharStringSaveOffset(CPacket& packet, CCharString& text) {
@@ -407,6 +615,13 @@ bool CPacketTableWriter::writeCCharStringSequenceSaveOffset(CPacket& packet, CCh
 }
 
 bool CPacketTableWriter::writeRaw(std::string_view text) {
+    if (!m_block)
+        return writeToStream(text);
+    m_block->append(text);
+    return true;
+}
+
+bool CPacketTableWriter::writeToStream(std::string_view text) {
     const auto size = static_cast<std::streamsize>(text.size());
     if (m_stream.good() && m_stream.rdbuf()->sputn(text.data(), size) != size)
         m_stream.setstate(std::ios::badbit);
@@ -414,9 +629,8 @@ bool CPacketTableWriter::writeRaw(std::string_view text) {
 }
 
 bool CPacketTableWriter::writeNumber(std::uint64_t value) {
-    char digits[20];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    return writeRaw({digits, static_cast<std::size_t>(end - digits)});
+    char text[kMostDigits];
+    return writeRaw({text, static_cast<std::size_t>(putDecimal(text, value) - text)});
 }
 
 bool CPacketTableWriter::writeRange(std::pair<unsigned, unsigned> range) {
@@ -460,7 +674,8 @@ bool CPacketTableWriter::writeText(std::string_view text) {
 }
 
 bool CPacketTableWriter::writeHexValue(const unsigned char* bytes, unsigned char count) {
-    return writeRaw(hexNumber(bytes, count));
+    char text[2 + 2 * UINT8_MAX];
+    return writeRaw({text, static_cast<std::size_t>(putHexNumber(text, bytes, count) - text)});
 }
 
 bool CPacketTableWriter::writeDecValue(const unsigned char* bytes, unsigned char count) {
@@ -471,28 +686,26 @@ bool CPacketTableWriter::writeHexItem(const unsigned char* bytes, unsigned char 
     return writeItemOpen(count) && writeHexValue(bytes, count) && writeItemClose();
 }
 
+template <class T> bool CPacketTableWriter::writeHexIn(unsigned span, T value) {
+    char text[2 + 2 * sizeof value];
+    putHexValue(text, value);
+    return writeItem(span, {text, sizeof text});
+}
+
 bool CPacketTableWriter::writeHexItem(std::uint64_t value) {
-    char text[18] = {'0', 'x'};
-    putHex(text + 2, value, 16);
-    return writeItem(8, {text, sizeof text});
+    return writeHexIn(sizeof value, value);
 }
 
 bool CPacketTableWriter::writeHexItem(std::uint32_t value) {
-    char text[10] = {'0', 'x'};
-    putHex(text + 2, value, 8);
-    return writeItem(4, {text, sizeof text});
+    return writeHexIn(sizeof value, value);
 }
 
 bool CPacketTableWriter::writeHexItem(std::uint16_t value) {
-    char text[6] = {'0', 'x'};
-    putHex(text + 2, value, 4);
-    return writeItem(2, {text, sizeof text});
+    return writeHexIn(sizeof value, value);
 }
 
 bool CPacketTableWriter::writeHexItem(std::uint8_t value) {
-    char text[4] = {'0', 'x'};
-    putHex(text + 2, value, 2);
-    return writeItem(1, {text, sizeof text});
+    return writeHexIn(sizeof value, value);
 }
 
 bool CPacketTableWriter::writeDecItem(const unsigned char* bytes, unsigned char count) {
@@ -521,32 +734,42 @@ bool CPacketTableWriter::writeDecItem(std::uint8_t value) {
     return writeItemOpen(1) && writeNumber(value) && writeItemClose();
 }
 
+template <class T> bool CPacketTableWriter::writeInForm(Form form, T value) {
+    switch (form) {
+    case Form::Hexadecimal:
+        return writeHexItem(value);
+    case Form::Invalid:
+        return writeInvalidItem(sizeof value);
+    case Form::UnknownLength:
+        return writeKeyword(sizeof value, keywords::kUnknownLength);
+    case Form::Decimal:
+        break;
+    }
+    return writeDecItem(value);
+}
+
 bool CPacketTableWriter::writeTickItem(std::uint64_t value) {
-    if (m_parsable && value == kUnknown64)
-        return writeInvalidItem(8);
-    return m_hexTick ? writeHexItem(value) : writeDecItem(value);
+    return writeInForm(formOf(FieldLook::Tick, value == kUnknown64), value);
 }
 
 bool CPacketTableWriter::writeTickItem(std::uint8_t value) {
-    if (m_parsable && value == 0xFF)
-        return writeInvalidItem(1);
-    return m_hexTick ? writeHexItem(value) : writeDecItem(value);
+    return writeInForm(formOf(FieldLook::Tick, value == UINT8_MAX), value);
 }
 
 bool CPacketTableWriter::writeAddrItem(std::uint64_t value) {
-    return m_parsable && value == kUnknown64 ? writeInvalidItem(8) : writeHexItem(value);
+    return writeInForm(formOf(FieldLook::Address, value == kUnknown64), value);
 }
 
 bool CPacketTableWriter::writeAddrItem(std::uint8_t value) {
-    return m_parsable && value == 0xFF ? writeInvalidItem(1) : writeHexItem(value);
+    return writeInForm(formOf(FieldLook::Address, value == UINT8_MAX), value);
 }
 
 bool CPacketTableWriter::writeCtxItem(std::uint32_t value, std::uint32_t invalid) {
-    return m_parsable && value == invalid ? writeInvalidItem(4) : writeDecItem(value);
+    return writeInForm(formOf(FieldLook::Context, value == invalid), value);
 }
 
 bool CPacketTableWriter::writeIdItem(std::uint32_t value, std::uint32_t invalid) {
-    return m_parsable && value == invalid ? writeInvalidItem(4) : writeDecItem(value);
+    return writeInForm(formOf(FieldLook::Unit, value == invalid), value);
 }
 
 bool CPacketTableWriter::writeApostropheString(const std::string& text) {

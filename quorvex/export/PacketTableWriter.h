@@ -1,14 +1,17 @@
 #pragma once
 
 #include "quorvex/format/Data.h"
+#include "quorvex/format/Fields.h"
 #include "quorvex/format/FrameConfig.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/stream/TraceSink.h"
 
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 
 namespace Quorvex {
 
@@ -31,6 +34,7 @@ class QUORVEX_API CPacketTableWriter : public CTraceSink {
 public:
     /// `offset` is that of the next packet, which is shown if `withOffset`; each row moves it on.
     CPacketTableWriter(std::ostream& stream, bool withOffset, std::uint64_t offset);
+    CPacketTableWriter(const CPacketTableWriter& other);
 
     // The order of the virtual operations is part of the interface.
     bool good() override;
@@ -180,7 +184,18 @@ protected:
 
 private:
     class PayloadCells;
+    class Block;
+    struct Pieces;
+    enum class Form : std::uint8_t;
 
+    Form formOf(FieldLook look, bool allOnes) const;
+    template <class T> bool writeInForm(Form form, T value);
+    bool gathers();
+    bool writeRows(std::uint64_t offset, CPacket& packet);
+    bool beginRow(std::uint64_t offset, CPacket& packet);
+    bool endRow();
+    template <class T> bool writeHexIn(unsigned span, T value);
+    bool writeToStream(std::string_view text);
     template <class Context> bool writeContext(CPacket& packet, const Context& context);
     template <class Packet> bool writeParts(Packet& packet);
     bool writeFrameConfig(const SFrameConfig& config);
@@ -192,6 +207,9 @@ private:
     bool m_hexTick = false;
     bool m_breaksOff = false; ///< the text of the packet being written has no end in the trace
     std::uint64_t m_offset;
+    Block* m_block = nullptr;               ///< where the rows that are being written are gathered; null: nowhere
+    const std::type_info* m_type = nullptr; ///< of this writer, when m_pieces were made
+    std::unique_ptr<Pieces> m_pieces;       ///< null for a type that may do anything between cells
 };
 
 } // namespace Quorvex

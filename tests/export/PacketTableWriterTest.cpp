@@ -6,6 +6,7 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "tests/support/Bytes.h"
 #include "tests/support/Golden.h"
+#include "tests/support/RandomPackets.h"
 #include "tests/support/Samples.h"
 
 #include <gtest/gtest.h>
@@ -217,6 +218,56 @@ TEST(TableWriter, GivesEveryFieldACellOfItsWidth) {
     table.SetParsable(true);
     EXPECT_EQ(row([&] { return table.writeIdItem(~0U, ~0U) && table.writeCtxItem(7, ~0U); }), "<4:Invalid><4:7>");
     EXPECT_EQ(row([&] { return table.writeCPacket(EventUndefine); }), "<1:EventUndefine><1:4><4:EvtId(4)>");
+}
+
+/// Other than the renderers themselves, what is derived from them may write to the stream between cells.
+template <class Table> class Derived : public Table {
+public:
+    Derived(std::ostream& out, const std::string& mark) : Table(out, true, 0), m_out(out), m_mark(mark) {}
+    bool writeItemOpen(unsigned span) override {
+        m_out << m_mark;
+        return Table::writeItemOpen(span);
+    }
+
+private:
+    std::ostream& m_out;
+    std::string m_mark;
+};
+
+template <class Table> void expectRowsAsCellByCell() {
+    std::ostringstream rows, cells;
+    Table table(rows, true, 0);
+    Derived<Table> derived(cells, "");
+    RandomPackets random(4);
+    for (unsigned i = 0; i < 4000; ++i) {
+        const PacketPointer packet = random.next();
+        for (CPacketTableWriter* one : std::initializer_list<CPacketTableWriter*>{&table, &derived}) {
+            one->SetParsable(i / 8 % 2 == 0);
+            one->SetHexTick(i % 2 == 0);
+            one->SetWithOffset(i % 4 < 2);
+            EXPECT_TRUE(one->writeCPacket(i % 5 == 0 ? kUnknown64 : i, *packet));
+        }
+        EXPECT_TRUE(Table(table).put(packet.get()) && derived.put(packet.get()));
+        ASSERT_EQ(rows.str(), cells.str()) << i;
+        rows.str("");
+        cells.str("");
+    }
+    takeLog();
+}
+
+TEST(Tables, AreTheSameByRowsAndByCells) {
+    expectRowsAsCellByCell<CPacketPlain>();
+    expectRowsAsCellByCell<CPacketHTML>();
+    expectRowsAsCellByCell<CPacketLaTeX>();
+}
+
+TEST(Tables, LeaveTheStreamToDerivedRenderersBetweenCells) {
+    std::ostringstream out;
+    Derived<CPacketPlain> table(out, "|");
+    table.SetParsable(true);
+    CEventUndefine packet(7);
+    EXPECT_TRUE(table.put(&packet));
+    EXPECT_EQ(out.str(), "|\tInvalid |\tEventUndefine |\t4 |\t0x00000007 \n");
 }
 
 template <class Table> class TablesOnAFailedStream : public testing::Test {};
