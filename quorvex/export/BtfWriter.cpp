@@ -2,10 +2,11 @@
 
 #include "quorvex/analysis/CallStack.h"
 #include "quorvex/export/Digits.h"
+#include "quorvex/export/Directory.h"
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cstring>
 #include <deque>
 #include <map>
 #include <set>
@@ -15,6 +16,7 @@ namespace Quorvex {
 
 namespace {
 
+constexpr std::uint64_t kUnitsPerSecond = 1'000'000'000;
 constexpr std::size_t kMaxFunctions = 4096;
 constexpr std::size_t kMaxInterrupts = 256;
 
@@ -30,6 +32,8 @@ enum class Type : std::uint8_t { Core, Task, Interrupt, Runnable, Signal, Stimul
 struct Entity {
     std::string name;
     Type type;
+    std::string source = {};       ///< as it stands in lines: name and commas
+    std::string target = {};       ///< type, name and commas
     Entity* stimulus = nullptr;    ///< of tasks and interrupts
     std::uint64_t occurrences = 0; ///< so far; the next one gets that number
 };
@@ -67,9 +71,24 @@ struct Core {
     CallStack<Process> interrupts{kMaxInterrupts};
 };
 
+/// A cell of a counter. Those with more dimensions are told apart by their texts.
+struct Cell {
+    std::uint64_t number = 0;
+    unsigned dimensions = 0;
+    std::uint64_t indices[2] = {};
+
+    bool operator==(const Cell&) const = default;
+    std::uint64_t hash() const {
+        std::uint64_t hash = number << 2 | dimensions;
+        for (const std::uint64_t index : indices)
+            hash = (hash ^ index) * 0xD6E8FEB86659FD93;
+        return hash;
+    }
+};
+
 void append(std::string& to, std::uint64_t number) {
-    char digits[20];
-    to.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+    char digits[kMostDigits];
+    to.append(digits, putDecimal(digits, number));
 }
 
 /// A value whose lowest byte comes first.
@@ -101,7 +120,7 @@ public:
     explicit Model(CBtfWriter& writer) : m_writer(writer) {}
 
     bool show(const CPacket& packet, std::uint64_t time) {
-        m_time = time;
+        setTime(time);
         const bool isShown = visitKind(
             packet, [this](const auto& kind) requires requires { this->take(kind); } { take(kind); });
         const CCoreContext* place = isShown ? nullptr : placeOf(packet);
@@ -111,10 +130,13 @@ public:
     }
 
     void end(std::uint64_t time) {
-        m_time = time;
-        for (auto& [number, core] : m_cores) {
-            if (Process* process = core.running())
-                terminate(core, *process);
+        setTime(time);
+        std::map<std::uint32_t, Core*> cores;
+        for (auto& [number, core] : m_cores)
+            cores.emplace(number, &core);
+        for (auto& [number, core] : cores) {
+            if (Process* process = core->running())
+                terminate(*core, *process);
         }
     }
 
@@ -147,7 +169,7 @@ private:
             m_writer.lose(kNoFunction);
     }
     void take(const CFunctionLeave& packet) {
-        Entity* const* function = known(m_functions, m_writer.numberOf(TextSort::Function, packet.TgtFuncId()));
+        Entity* const* function = m_functions.find(m_writer.numberOf(TextSort::Function, packet.TgtFuncId()));
         leaveFunction(run(packet), function ? *function : nullptr);
     }
     void take(const CVariableRead& packet) { access(packet, "read"); }
@@ -174,7 +196,7 @@ private:
         m_note.clear();
         append(m_note, value.data(), value.Length());
         const Process& process = run(packet);
-        signal(process, counterOf(packet.CntrId()), "write");
+        signal(process, counterOf(m_writer.numberOf(TextSort::Counter, packet.CntrId())), "write");
     }
 
     template <class Access> void access(const Access& packet, std::string_view event) {
@@ -184,16 +206,23 @@ private:
         signal(process, variableOf(packet.VarId()), event);
     }
     void count(const CCounterValueBase& packet, const TCounterIdx_t* indices, unsigned dimensions) {
-        m_cell.clear();
-        for (unsigned i = 0; i < dimensions; ++i) {
-            m_cell += '[';
-            append(m_cell, indices[i].u64);
-            m_cell += ']';
-        }
         m_note.clear();
         append(m_note, packet.CntrVal().u64);
         const Process& process = run(packet);
-        signal(process, counterOf(packet.CntrId()), "write");
+        Cell cell{m_writer.numberOf(TextSort::Counter, packet.CntrId()), dimensions};
+        const bool isCommon = dimensions <= std::size(cell.indices);
+        for (unsigned i = 0; isCommon && i < dimensions; ++i)
+            cell.indices[i] = indices[i].u64;
+        const auto find = [&] {
+            m_cell.clear();
+            for (unsigned i = 0; i < dimensions; ++i) {
+                m_cell += '[';
+                append(m_cell, indices[i].u64);
+                m_cell += ']';
+            }
+            return &counterOf(static_cast<std::uint32_t>(cell.number));
+        };
+        signal(process, isCommon ? *m_cells.findOrMake(cell, find) : *find(), "write");
     }
 
     /// What runs on the core, given that the packet has happened there. Inside an interrupt, the software context tells
@@ -264,7 +293,7 @@ private:
             m_writer.lose(kDeepInterrupts);
     }
     void leaveInterrupt(Core& core, std::uint32_t number) {
-        Entity* const* entity = known(m_interrupts, number);
+        Entity* const* entity = m_interrupts.find(number);
         const auto left =
             core.interrupts.leave([entity](const Process& process) { return entity && process.entity == *entity; });
         if (!left || *left == 0)
@@ -332,19 +361,33 @@ private:
         line(*core.entity, 0, *process.entity, process.instance, "terminate");
     }
 
+    void setTime(std::uint64_t time) {
+        if (time == m_time && m_writer.frequency() == m_frequency && m_timeSize > 0)
+            return;
+        m_time = time;
+        m_frequency = m_writer.frequency();
+        m_timeSize = static_cast<unsigned>(m_writer.putTime(m_timeText, time, kUnitsPerSecond) - m_timeText);
+    }
+
     void line(const Entity& source, std::uint64_t sourceInstance, const Entity& target, std::uint64_t instance,
               std::string_view event, std::string_view note = {}) {
-        m_line.clear();
-        append(m_line, m_time);
-        m_line.append(",").append(source.name).append(",");
-        append(m_line, sourceInstance);
-        m_line.append(",").append(kTypes[unsigned(target.type)]).append(",").append(target.name).append(",");
-        append(m_line, instance);
-        m_line.append(",").append(event);
-        if (!note.empty())
-            m_line.append(",").append(note);
-        m_line += '\n';
-        m_writer.writeBody(m_line);
+        char* to = m_writer.bodyRoom(sizeof m_timeText + source.source.size() + target.target.size() + 2 * kMostDigits +
+                                     event.size() + note.size() + 4);
+        const auto put = [&to](std::string_view text) { to += text.copy(to, text.size()); };
+        std::memcpy(to, m_timeText, sizeof m_timeText);
+        to += m_timeSize;
+        put(source.source);
+        to = putDecimal(to, sourceInstance);
+        put(target.target);
+        to = putDecimal(to, instance);
+        *to++ = ',';
+        put(event);
+        if (!note.empty()) {
+            *to++ = ',';
+            put(note);
+        }
+        *to++ = '\n';
+        m_writer.bodyEnds(to);
     }
     void line(const Process& process, const Frame& frame, std::string_view event) {
         line(*process.entity, process.instance, *frame.runnable, frame.instance, event);
@@ -358,55 +401,43 @@ private:
             m_writer.lose(kSupplied);
     }
 
-    /// Null when the map does not hold the key.
-    template <class Map> static typename Map::mapped_type* known(Map& map, const typename Map::key_type& key) {
-        const auto at = map.find(key);
-        return at == map.end() ? nullptr : &at->second;
-    }
-    /// What the map holds under the key; it is made where it is missing.
-    template <class Map, class Make> auto& findOrMake(Map& map, const typename Map::key_type& key, Make make) {
-        const auto at = map.lower_bound(key);
-        return at != map.end() && at->first == key ? at->second : map.emplace_hint(at, key, make())->second;
-    }
     Core& coreOf(std::uint32_t number) {
-        return findOrMake(m_cores, number,
-                          [&] { return Core(entity(Type::Core, "Core_" + std::to_string(number), number)); });
+        return m_cores.findOrMake(number,
+                                  [&] { return Core(entity(Type::Core, "Core_" + std::to_string(number), number)); });
     }
     Process& threadOf(std::uint32_t number) {
-        return findOrMake(m_threads, number,
-                          [&] { return Process(activated(Type::Task, "TASK_" + std::to_string(number), number)); });
+        return m_threads.findOrMake(
+            number, [&] { return Process(activated(Type::Task, "TASK_" + std::to_string(number), number)); });
     }
     Process& processOf(const CProcessBase& packet) {
         const std::uint32_t number = m_writer.numberOf(TextSort::Process, packet.ProcId());
-        return findOrMake(m_processes, number, [&] {
+        return m_processes.findOrMake(number, [&] {
             return Process(activated(Type::Task, "TASK_" + given(TextSort::Process, number, "process_"), number));
         });
     }
     Process* knownProcess(const CProcessBase& packet) {
-        return known(m_processes, m_writer.numberOf(TextSort::Process, packet.ProcId()));
+        return m_processes.find(m_writer.numberOf(TextSort::Process, packet.ProcId()));
     }
     Entity& interruptOf(std::uint32_t number) {
-        return *findOrMake(m_interrupts, number,
-                           [&] { return &activated(Type::Interrupt, "ISR_" + std::to_string(number), number); });
+        return *m_interrupts.findOrMake(
+            number, [&] { return &activated(Type::Interrupt, "ISR_" + std::to_string(number), number); });
     }
     Entity& functionOf(std::uint32_t id) {
         const std::uint32_t number = m_writer.numberOf(TextSort::Function, id);
-        return *findOrMake(m_functions, number, [&] {
-            return &entity(Type::Runnable, given(TextSort::Function, number, "function_"), number);
-        });
+        return *m_functions.findOrMake(
+            number, [&] { return &entity(Type::Runnable, given(TextSort::Function, number, "function_"), number); });
     }
     Entity& variableOf(std::uint32_t id) {
         const std::uint32_t number = m_writer.numberOf(TextSort::Variable, id);
-        return *findOrMake(m_variables, number, [&] {
-            return &entity(Type::Signal, given(TextSort::Variable, number, "variable_"), number);
-        });
+        return *m_variables.findOrMake(
+            number, [&] { return &entity(Type::Signal, given(TextSort::Variable, number, "variable_"), number); });
     }
     /// The cell of a counter that m_cell tells.
-    Entity& counterOf(std::uint32_t id) {
-        const std::uint32_t number = m_writer.numberOf(TextSort::Counter, id);
-        return *findOrMake(m_counters[number], m_cell, [&] {
-            return &entity(Type::Signal, given(TextSort::Counter, number, "counter_") + m_cell, number);
-        });
+    Entity& counterOf(std::uint32_t number) {
+        Entity*& cell = m_counters[number][m_cell];
+        if (!cell)
+            cell = &entity(Type::Signal, given(TextSort::Counter, number, "counter_") + m_cell, number);
+        return *cell;
     }
 
     std::string given(TextSort sort, std::uint32_t number, const char* otherwise) const {
@@ -417,8 +448,10 @@ private:
         name = legalName(std::move(name));
         while (!m_taken.insert(name).second)
             name += "_" + std::to_string(number);
-        m_entities.push_back({std::move(name), type});
-        return m_entities.back();
+        Entity& added = m_entities.emplace_back(Entity{.name = std::move(name), .type = type});
+        added.source = "," + added.name + ",";
+        added.target.append(",").append(kTypes[unsigned(type)]).append(added.source);
+        return added;
     }
     Entity& activated(Type type, std::string name, std::uint32_t number) {
         Entity& process = entity(type, std::move(name), number);
@@ -428,17 +461,20 @@ private:
 
     CBtfWriter& m_writer;
     std::uint64_t m_time = 0;
+    std::uint64_t m_frequency = 0; ///< of the clock, when the next two were made
+    char m_timeText[kMostDigits];  ///< the same as it stands in lines
+    unsigned m_timeSize = 0;       ///< 0: not yet
     std::deque<Entity> m_entities; ///< as they appeared
     std::set<std::string> m_taken; ///< their names
-    std::map<std::uint32_t, Core> m_cores;
-    std::map<std::uint32_t, Process> m_threads;
-    std::map<std::uint32_t, Process> m_processes;
-    std::map<std::uint32_t, Entity*> m_interrupts;
-    std::map<std::uint32_t, Entity*> m_functions;
-    std::map<std::uint32_t, Entity*> m_variables;
+    Directory<std::uint32_t, Core> m_cores;
+    Directory<std::uint32_t, Process> m_threads;
+    Directory<std::uint32_t, Process> m_processes;
+    Directory<std::uint32_t, Entity*> m_interrupts;
+    Directory<std::uint32_t, Entity*> m_functions;
+    Directory<std::uint32_t, Entity*> m_variables;
     std::map<std::uint32_t, std::map<std::string, Entity*>> m_counters; ///< by number, then indices
-    std::string m_line;                                                 ///< kept for its memory, as the next two
-    std::string m_note;
+    Directory<Cell, Entity*> m_cells; ///< those of m_counters that are looked up often
+    std::string m_note;               ///< kept for its memory, as the next one
     std::string m_cell;
 };
 
@@ -482,7 +518,7 @@ bool CBtfWriter::writeFile() {
     // A table must not be the end of the file: readers fail on it.
     if (out_size() == 0)
         head += "# The trace holds nothing that can be shown.\n";
-    return writeOut(head) && copyBody(0, 1'000'000'000);
+    return writeOut(head) && copyBody(0, kUnitsPerSecond);
 }
 
 } // namespace Quorvex

@@ -103,6 +103,23 @@ inline char* putDecimal(char* to, std::uint64_t value) {
     return to;
 }
 
+/// The characters of a byte's bits, the highest bit first and lowest.
+constexpr std::uint64_t binaryDigits(std::uint8_t byte) {
+    // To each byte its bit, and what brings it up to the highest bit of that byte.
+    const std::uint64_t bits = (byte * 0x0101010101010101 & 0x0102040810204080) + 0x7F7E7C7870604000;
+    return (bits >> 7 & 0x0101010101010101) + 0x3030303030303030;
+}
+
+/// Puts the low bits of a value, 1 to 64 of them. The end of the text; behind it, seven characters may change.
+inline char* putBinary(char* to, std::uint64_t value, unsigned count) {
+    const unsigned skipped = 7 - (count - 1) % 8;
+    storeLittleEndian(to, binaryDigits(static_cast<std::uint8_t>(value >> (count - 1) / 8 * 8)) >> 8 * skipped);
+    to += 8 - skipped;
+    for (unsigned left = (count - 1) / 8 * 8; left > 0; left -= 8, to += 8)
+        storeLittleEndian(to, binaryDigits(static_cast<std::uint8_t>(value >> (left - 8))));
+    return to;
+}
+
 /// A number of any width in decimal; its lowest byte comes first.
 inline std::string decimalNumber(const unsigned char* bytes, unsigned count) {
     // Long division by ten, from the highest byte down, digit by digit.

@@ -1,6 +1,8 @@
 #include "quorvex/export/VCDWriter.h"
 
 #include "quorvex/analysis/CallStack.h"
+#include "quorvex/export/Digits.h"
+#include "quorvex/export/Directory.h"
 #include "quorvex/export/VCDIdentifier.h"
 #include "quorvex/export/VCDValue.h"
 #include "quorvex/format/MessageQueue.h"
@@ -9,11 +11,12 @@
 #include <algorithm>
 #include <bit>
 #include <compare>
+#include <cstring>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 namespace Quorvex {
@@ -22,8 +25,7 @@ namespace {
 
 /// Deeper nesting is counted, but it is not remembered what is entered there.
 constexpr std::size_t kDeepest = 4096;
-constexpr unsigned kLongestChange = CSignalMask::kMaxBits + 16;
-constexpr unsigned kNone = ~0U;
+constexpr unsigned kLongestValue = CSignalMask::kMaxBits + 16;
 
 enum class Type : std::uint8_t { Bit, Vector, Integer, Real, Event };
 constexpr const char* kTypes[] = {"wire", "reg", "integer", "real", "event"};
@@ -52,6 +54,45 @@ struct Declaration {
     auto operator<=>(const Declaration&) const = default;
 };
 
+/// What stands behind each change of a variable: its identifier, and the end of the line.
+class Code {
+public:
+    static constexpr std::size_t kRoom = 8;
+
+    Code() = default;
+    explicit Code(std::uint32_t id) : m_size(CVCDIdentifier::write(m_text, kRoom, id)) { m_text[m_size++] = '\n'; }
+
+    /// There is no such variable.
+    bool isNone() const { return m_size == 0; }
+    std::string_view identifier() const { return {m_text, m_size - 1U}; }
+    /// The end of the text; kRoom characters are overwritten.
+    char* put(char* to) const {
+        std::memcpy(to, m_text, kRoom);
+        return to + m_size;
+    }
+
+private:
+    char m_text[kRoom] = {};
+    unsigned m_size = 0;
+};
+
+/// By what a variable that packets change again and again is found.
+struct VariableKey {
+    Area area;
+    std::uint8_t form = 0; ///< which of several of the same area and number
+    unsigned width = 0;
+    std::uint64_t number = 0;
+    std::uint64_t indices[2] = {};
+
+    bool operator==(const VariableKey&) const = default;
+    std::uint64_t hash() const {
+        std::uint64_t hash = number << 24 | std::uint64_t{width} << 8 | std::uint64_t(area) << 4 | form;
+        for (const std::uint64_t index : indices)
+            hash = (hash ^ index) * 0xD6E8FEB86659FD93;
+        return hash;
+    }
+};
+
 /// Whether the bits look like a double rather than an integer: no small number, and neither huge nor tiny as a double.
 bool looksLikeDouble(const TCounter_t& value) {
     const auto exponent = static_cast<int>((value.u64 >> 52) & 0x7FF) - 1023;
@@ -68,25 +109,10 @@ std::string legal(std::string_view name) {
     return result;
 }
 
-/// The characters by which a variable is known in the body.
-std::string codeOf(std::uint32_t id) {
-    char code[8];
-    return std::string(code, CVCDIdentifier::write(code, sizeof code, id));
-}
-
 /// Codes that readers take for something else: they expect none beyond '~', and "$end" is a word of the format.
 bool isReserved(std::uint32_t id) {
-    const std::string code = codeOf(id);
-    return code[0] == '$' || code.find('\x7f') != std::string::npos;
-}
-
-CVCDVectorValue unknown() {
-    static constexpr tagVCDValueData kUnknown = VCDUnknown;
-    return CVCDVectorValue(&kUnknown, 1);
-}
-
-std::string indexText(const TCounterIdx_t& index) {
-    return "_" + std::to_string(index.u64);
+    const Code code(id);
+    return code.identifier()[0] == '$' || code.identifier().find('\x7f') != std::string_view::npos;
 }
 
 /// The states of the lines of a packet: of all that it tells, or of those that are given.
@@ -101,6 +127,16 @@ std::vector<tagVCDValueData> statesOf(const CSignal& signal, const CSignalMask* 
         states.push_back(!isValid ? VCDUnknown : value.test(i) ? VCDOne : VCDZero);
     }
     return states;
+}
+
+using Unit = std::pair<std::uint64_t, const char*>;
+
+/// The unit of times: one that a tick is a whole number of, where there is one.
+const Unit& unitOf(std::uint64_t frequency) {
+    static constexpr Unit kUnits[] = {
+        {1, "1 s"}, {1'000, "1 ms"}, {1'000'000, "1 us"}, {1'000'000'000, "1 ns"}, {1'000'000'000'000, "1 ps"}};
+    const auto* unit = std::ranges::find(kUnits, frequency, &Unit::first);
+    return unit != std::end(kUnits) ? *unit : kUnits[frequency > 1'000'000'000 ? 4 : 3];
 }
 
 } // namespace
@@ -122,40 +158,40 @@ public:
 
     void end(std::uint64_t time) {
         m_time = time;
-        if (m_told != time)
-            m_writer.writeBody("#" + std::to_string(time) + "\n");
+        m_writer.bodyEnds(changeAt(0));
     }
 
     std::uint64_t time() const { return m_time; }
     /// The variables in the order of the file, with their identifiers.
-    const std::map<Declaration, unsigned>& variables() const { return m_variables; }
+    const std::map<Declaration, Code>& variables() const { return m_variables; }
 
 private:
     struct Entered {
-        unsigned variable = kNone;
+        std::uint32_t id = 0;
+        Code variable = {};
         unsigned count = 0;
     };
     struct Stack {
-        CallStack<std::uint32_t> ids{kDeepest};
-        std::unordered_map<std::uint32_t, Entered> bits;
-        unsigned current = kNone;
-        unsigned depth = kNone;
+        CallStack<Entered*> entered{kDeepest};
+        Directory<std::uint32_t, Entered> bits;
+        Code current;
+        Code depth;
     };
     struct Core {
         std::optional<std::uint32_t> thread;
-        unsigned threadVariable = kNone;
+        Code threadVariable;
         Stack processes;
         Stack exceptions;
     };
     struct Thread {
         std::optional<std::uint32_t> core;
-        unsigned coreVariable = kNone;
+        Code coreVariable;
         Stack functions;
     };
     struct DefinedSignal {
         std::uint32_t id;
         CSignalMask lines;
-        unsigned variable = kNone;
+        Code variable = {};
     };
 
     void take(const CFunctionEnter& packet) {
@@ -169,42 +205,50 @@ private:
     void take(const CProcessLeave& packet) { showProcess(packet, packet.ProcId(), false); }
     void take(const CHWExceptionEnter& packet) { showException(packet, packet.ExceptionId(), true); }
     void take(const CHWExceptionLeave& packet) { showException(packet, packet.ExceptionId(), false); }
-    void take(const CCounterValue& packet) { showCounter(packet, {}); }
-    void take(const CCounterValueDim1& packet) { showCounter(packet, indexText(packet.CntrIdx1())); }
+    void take(const CCounterValue& packet) { showCounter(packet, nullptr, 0); }
+    void take(const CCounterValueDim1& packet) {
+        const TCounterIdx_t indices[] = {packet.CntrIdx1()};
+        showCounter(packet, indices, 1);
+    }
     void take(const CCounterValueDim2& packet) {
-        showCounter(packet, indexText(packet.CntrIdx1()) + indexText(packet.CntrIdx2()));
+        const TCounterIdx_t indices[] = {packet.CntrIdx1(), packet.CntrIdx2()};
+        showCounter(packet, indices, 2);
     }
-    void take(const CCounterValueDimN& packet) {
-        std::string index;
-        for (unsigned i = 0; i < packet.CntrDim(); ++i)
-            index += indexText(packet.CntrIdx()[i]);
-        showCounter(packet, std::move(index));
-    }
+    void take(const CCounterValueDimN& packet) { showCounter(packet, packet.CntrIdx(), packet.CntrDim()); }
     void take(const CCounterValueVar& packet) {
         const TVarCounter_t& bytes = packet.CntrIdx();
         std::string index;
         for (unsigned i = bytes.Length(); i-- > 0;)
             index += (index.empty() ? "_" : "") + std::to_string(bytes.data()[i]) + (i > 0 ? "_" : "");
+        const std::uint32_t number = m_writer.numberOf(TextSort::Counter, packet.CntrId());
         const TVarCounter_t& value = packet.CntrVal();
-        showBytes({.area = Area::Counters,
-                   .label = "counter_",
-                   .sort = TextSort::Counter,
-                   .id = m_writer.numberOf(TextSort::Counter, packet.CntrId()),
-                   .suffix = std::move(index)},
-                  value.data(), value.Length());
+        if (value.Length() > 0)
+            changeBits(declare({.area = Area::Counters,
+                                .width = 8U * value.Length(),
+                                .label = "counter_",
+                                .sort = TextSort::Counter,
+                                .id = number,
+                                .suffix = std::move(index)}),
+                       value.data(), value.Length());
     }
     void take(const CEvent& packet) {
         runs(packet);
         const std::uint32_t number = m_writer.numberOf(TextSort::Event, packet.EvtId());
-        change(declare({.area = Area::Events,
-                        .type = Type::Event,
-                        .width = 1,
-                        .label = "event_",
-                        .sort = TextSort::Event,
-                        .id = number}),
-               CVCDSingleValue(true));
-        showBytes({.area = Area::Events, .label = "event_", .sort = TextSort::Event, .id = number, .suffix = "_data"},
-                  packet.EvtData().data(), packet.EvtData().Length());
+        const auto event = [number](Type type, unsigned width, const char* suffix) {
+            return Declaration{.area = Area::Events,
+                               .type = type,
+                               .width = width,
+                               .label = "event_",
+                               .sort = TextSort::Event,
+                               .id = number,
+                               .suffix = suffix};
+        };
+        changeBit(known({.area = Area::Events, .number = number}, [&] { return event(Type::Event, 1, ""); }), true);
+        const unsigned width = 8 * packet.EvtData().Length();
+        if (width > 0)
+            changeBits(known({.area = Area::Events, .width = width, .number = number},
+                             [&] { return event(Type::Vector, width, "_data"); }),
+                       packet.EvtData().data(), packet.EvtData().Length());
     }
     void take(const CVariableRead& packet) { showVariable(packet); }
     void take(const CVariableWrite& packet) { showVariable(packet); }
@@ -237,42 +281,58 @@ private:
     void showFunction(const CCoreContext& context, std::uint32_t id, bool isEntered);
     void showProcess(const CCoreContext& context, std::uint32_t id, bool isEntered);
     void showException(const CCoreContext& context, std::uint32_t id, bool isEntered);
-    template <class Packet> void showCounter(const Packet& packet, std::string&& index);
+    void showCounter(const CCounterValueBase& packet, const TCounterIdx_t* indices, unsigned dimensions);
     template <class Access> void showVariable(const Access& packet);
     void showState(std::uint32_t machine, std::uint32_t instance, std::optional<std::uint32_t> state);
 
     /// The packet tells that its thread runs on its core.
-    void runs(const CCoreContext& context);
+    struct Place {
+        Core& core;
+        Thread& thread;
+    };
+    Place runs(const CCoreContext& context);
     Thread& thread(std::uint32_t number);
     Core& core(std::uint32_t number);
     /// A variable of a core that is there once something has been entered.
-    unsigned declareOn(std::uint32_t core, Type type, std::string_view name, Meaning meaning) {
+    Code declareOn(std::uint32_t core, Type type, std::string_view name, Meaning meaning) {
         return declare({.area = Area::Cores, .owner = core, .type = type, .label = name, .meaning = meaning});
     }
     /// Enter and leave; `bit` declares the variable of one id.
     template <class Bit> void enter(Stack& stack, std::uint32_t id, Bit bit);
     void leave(Stack& stack, std::uint32_t id);
 
-    unsigned declare(Declaration&& declaration);
-    /// Writes a change of a variable.
-    void change(unsigned variable, const CVCDValue& value);
-    void changeNumber(unsigned variable, std::uint64_t number);
-    /// Writes raw bytes as the value of a variable of their width; nothing where there are none.
-    void showBytes(Declaration&& declaration, const unsigned char* bytes, unsigned count);
+    Code declare(Declaration&& declaration);
+    /// The same without looking at the declaration, which `make` makes, where it is not new.
+    template <class Make> const Code& known(const VariableKey& key, Make make) {
+        Code& code = m_known[key];
+        if (code.isNone())
+            code = declare(make());
+        return code;
+    }
+
+    /// Where a change of the time that is shown is put: room for a value of that many characters, and a code.
+    char* changeAt(std::size_t longestValue);
+    // Each writes a change of a variable.
+    void changeBit(const Code& variable, bool isSet);
+    void changeNumber(const Code& variable, std::uint64_t number);
+    void changeToUnknown(const Code& variable);
+    void changeBits(const Code& variable, const unsigned char* bytes, unsigned count);
+    void change(const Code& variable, const IVCDValue& value);
 
     CVCDWriter& m_writer;
     std::uint64_t m_time = 0;            ///< of the packet that is shown
     std::optional<std::uint64_t> m_told; ///< the last time in the body
     CVCDIdentifier m_identifiers;
-    std::map<Declaration, unsigned> m_variables;
-    std::unordered_map<std::uint32_t, Thread> m_threads;
-    std::unordered_map<std::uint32_t, Core> m_cores;
+    std::map<Declaration, Code> m_variables;
+    Directory<VariableKey, Code> m_known; ///< those that are looked up often
+    Directory<std::uint32_t, Thread> m_threads;
+    Directory<std::uint32_t, Core> m_cores;
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::vector<DefinedSignal>> m_signals; ///< by core and master
     std::map<std::uint64_t, std::uint32_t> m_targets;                                        ///< of transitions
 };
 
-unsigned CVCDWriter::Model::declare(Declaration&& declaration) {
-    const auto [at, isNew] = m_variables.try_emplace(std::move(declaration), kNone);
+Code CVCDWriter::Model::declare(Declaration&& declaration) {
+    const auto [at, isNew] = m_variables.try_emplace(std::move(declaration));
     if (!isNew)
         return at->second;
     std::uint32_t id = m_identifiers.GetNextId();
@@ -282,114 +342,145 @@ unsigned CVCDWriter::Model::declare(Declaration&& declaration) {
         logError("VCDWriter: Cannot create new VCD Identifier!");
         m_writer.lose("variables without an identifier");
         m_variables.erase(at);
-        return kNone;
+        return Code();
     }
-    return at->second = id;
+    return at->second = Code(id);
 }
 
-void CVCDWriter::Model::change(unsigned variable, const CVCDValue& value) {
-    if (variable == kNone)
-        return;
+char* CVCDWriter::Model::changeAt(std::size_t longestValue) {
+    char* to = m_writer.bodyRoom(2 + kMostDigits + longestValue + Code::kRoom);
     if (m_told != m_time) {
         m_told = m_time;
-        m_writer.writeBody("#" + std::to_string(m_time) + "\n");
+        *to++ = '#';
+        to = m_writer.putTime(to, m_time, unitOf(m_writer.frequency()).first);
+        *to++ = '\n';
     }
-    char line[kLongestChange];
-    unsigned size = value.write(line, sizeof line);
-    size += CVCDIdentifier::write(line + size, static_cast<unsigned>(sizeof line) - size, variable);
-    line[size++] = '\n';
-    // The format allows letters of both cases; some readers know the small ones only.
-    line[0] = static_cast<char>(line[0] == 'B' ? 'b' : line[0] == 'R' ? 'r' : line[0]);
-    m_writer.writeBody({line, size});
+    return to;
 }
 
-void CVCDWriter::Model::changeNumber(unsigned variable, std::uint64_t number) {
-    unsigned char bytes[sizeof number];
-    for (unsigned i = 0; i < sizeof number; ++i)
-        bytes[i] = static_cast<unsigned char>(number >> 8 * i);
-    // Zeros in front may be left out.
-    change(variable, CVCDVectorValue(bytes, std::max(1U, static_cast<unsigned>(std::bit_width(number)))));
-}
-
-void CVCDWriter::Model::showBytes(Declaration&& declaration, const unsigned char* bytes, unsigned count) {
-    if (count == 0)
+void CVCDWriter::Model::changeBit(const Code& variable, bool isSet) {
+    if (variable.isNone())
         return;
-    declaration.width = 8 * count;
-    change(declare(std::move(declaration)), CVCDVectorValue(bytes, 8 * count));
+    char* to = changeAt(1);
+    *to++ = isSet ? '1' : '0';
+    m_writer.bodyEnds(variable.put(to));
+}
+
+void CVCDWriter::Model::changeNumber(const Code& variable, std::uint64_t number) {
+    if (variable.isNone())
+        return;
+    char* to = changeAt(2 + 64);
+    *to++ = 'b';
+    // Zeros in front may be left out.
+    to = putBinary(to, number, std::max(1U, static_cast<unsigned>(std::bit_width(number))));
+    *to++ = ' ';
+    m_writer.bodyEnds(variable.put(to));
+}
+
+void CVCDWriter::Model::changeToUnknown(const Code& variable) {
+    if (variable.isNone())
+        return;
+    char* const to = changeAt(3);
+    std::memcpy(to, "bX ", 3);
+    m_writer.bodyEnds(variable.put(to + 3));
+}
+
+void CVCDWriter::Model::changeBits(const Code& variable, const unsigned char* bytes, unsigned count) {
+    if (variable.isNone())
+        return;
+    char* to = changeAt(2 + std::size_t{8} * count);
+    *to++ = 'b';
+    while (count > 0)
+        to = putBinary(to, bytes[--count], 8);
+    *to++ = ' ';
+    m_writer.bodyEnds(variable.put(to));
+}
+
+void CVCDWriter::Model::change(const Code& variable, const IVCDValue& value) {
+    if (variable.isNone())
+        return;
+    char* const to = changeAt(kLongestValue);
+    CBufferHelper<char> text(to, kLongestValue);
+    const unsigned size = value.write(text);
+    // The format allows letters of both cases; some readers know the small ones only.
+    *to = static_cast<char>(*to == 'B' ? 'b' : *to == 'R' ? 'r' : *to);
+    m_writer.bodyEnds(variable.put(to + size));
 }
 
 CVCDWriter::Model::Thread& CVCDWriter::Model::thread(std::uint32_t number) {
-    const auto [at, isNew] = m_threads.try_emplace(number);
-    Thread& thread = at->second;
-    if (isNew) {
+    return m_threads.findOrMake(number, [this, number] {
         const auto add = [&](Type type, std::string_view name, Meaning meaning) {
             return declare({.area = Area::Threads, .owner = number, .type = type, .label = name, .meaning = meaning});
         };
+        Thread thread;
         thread.functions.current = add(Type::Vector, "function", Meaning::Function);
         thread.functions.depth = add(Type::Integer, "depth", Meaning::Depth);
         thread.coreVariable = add(Type::Vector, "core", Meaning::Core);
-    }
-    return thread;
+        return thread;
+    });
 }
 
 CVCDWriter::Model::Core& CVCDWriter::Model::core(std::uint32_t number) {
-    const auto [at, isNew] = m_cores.try_emplace(number);
-    if (isNew)
-        at->second.threadVariable = declareOn(number, Type::Vector, "thread", Meaning::Thread);
-    return at->second;
+    return m_cores.findOrMake(number, [this, number] {
+        Core core;
+        core.threadVariable = declareOn(number, Type::Vector, "thread", Meaning::Thread);
+        return core;
+    });
 }
 
-void CVCDWriter::Model::runs(const CCoreContext& context) {
-    Core& where = core(context.HWCtx());
-    Thread& what = thread(context.SWCtx());
-    if (where.thread != context.SWCtx()) {
-        where.thread = context.SWCtx();
-        changeNumber(where.threadVariable, context.SWCtx());
+CVCDWriter::Model::Place CVCDWriter::Model::runs(const CCoreContext& context) {
+    const std::uint32_t coreNumber = context.HWCtx(), threadNumber = context.SWCtx();
+    Core& where = core(coreNumber);
+    Thread& what = thread(threadNumber);
+    if (where.thread != threadNumber) {
+        where.thread = threadNumber;
+        changeNumber(where.threadVariable, threadNumber);
     }
-    if (what.core != context.HWCtx()) {
-        what.core = context.HWCtx();
-        changeNumber(what.coreVariable, context.HWCtx());
+    if (what.core != coreNumber) {
+        what.core = coreNumber;
+        changeNumber(what.coreVariable, coreNumber);
     }
+    return {where, what};
 }
 
 template <class Bit> void CVCDWriter::Model::enter(Stack& stack, std::uint32_t id, Bit bit) {
-    if (stack.ids.enter([id] { return id; })) {
-        Entered& entered = stack.bits[id];
-        if (entered.variable == kNone)
+    const auto find = [&] { return &stack.bits.findOrMake(id, [id] { return Entered{.id = id}; }); };
+    if (stack.entered.enter(find)) {
+        Entered& entered = *stack.entered.back();
+        if (entered.variable.isNone())
             entered.variable = bit();
         if (entered.count++ == 0)
-            change(entered.variable, CVCDSingleValue(true));
+            changeBit(entered.variable, true);
         changeNumber(stack.current, id);
     } else {
         m_writer.lose("nesting deeper than 4096, shown by its depth only");
     }
-    changeNumber(stack.depth, stack.ids.depth());
+    changeNumber(stack.depth, stack.entered.depth());
 }
 
 void CVCDWriter::Model::leave(Stack& stack, std::uint32_t id) {
-    const auto left = stack.ids.leave([id](std::uint32_t entered) { return entered == id; });
+    const auto left = stack.entered.leave([id](const Entered* entered) { return entered->id == id; });
     if (!left)
         return m_writer.lose("leaves of what had not been entered");
     for (std::size_t count = *left; count > 0; --count) {
         // What was entered behind it has been left too, though nothing tells when.
         if (count > 1)
             m_writer.lose("leaves that are missing");
-        Entered& entered = stack.bits[stack.ids.back()];
+        Entered& entered = *stack.entered.back();
         if (--entered.count == 0)
-            change(entered.variable, CVCDSingleValue(false));
-        stack.ids.pop();
+            changeBit(entered.variable, false);
+        stack.entered.pop();
     }
-    if (*left > 0 && stack.ids.empty())
-        change(stack.current, unknown());
+    if (*left > 0 && stack.entered.empty())
+        changeToUnknown(stack.current);
     else if (*left > 0)
-        changeNumber(stack.current, stack.ids.back());
-    changeNumber(stack.depth, stack.ids.depth());
+        changeNumber(stack.current, stack.entered.back()->id);
+    changeNumber(stack.depth, stack.entered.depth());
 }
 
 void CVCDWriter::Model::showFunction(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    runs(context);
+    Stack& stack = runs(context).thread.functions;
     const std::uint32_t number = m_writer.numberOf(TextSort::Function, id);
-    Stack& stack = thread(context.SWCtx()).functions;
     if (!isEntered)
         return leave(stack, number);
     enter(stack, number, [&] {
@@ -405,10 +496,9 @@ void CVCDWriter::Model::showFunction(const CCoreContext& context, std::uint32_t 
 }
 
 void CVCDWriter::Model::showProcess(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    runs(context);
+    Stack& stack = runs(context).core.processes;
     const std::uint32_t number = m_writer.numberOf(TextSort::Process, id);
-    Stack& stack = core(context.HWCtx()).processes;
-    if (stack.current == kNone) {
+    if (stack.current.isNone()) {
         stack.current = declareOn(context.HWCtx(), Type::Vector, "process", Meaning::Process);
         stack.depth = declareOn(context.HWCtx(), Type::Integer, "process_depth", Meaning::Depth);
     }
@@ -427,28 +517,40 @@ void CVCDWriter::Model::showProcess(const CCoreContext& context, std::uint32_t i
 }
 
 void CVCDWriter::Model::showException(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    runs(context);
-    Stack& stack = core(context.HWCtx()).exceptions;
-    if (stack.current == kNone) {
+    Stack& stack = runs(context).core.exceptions;
+    if (stack.current.isNone()) {
         stack.current = declareOn(context.HWCtx(), Type::Vector, "exception", Meaning::Exception);
         stack.depth = declareOn(context.HWCtx(), Type::Integer, "exception_depth", Meaning::Depth);
     }
     if (isEntered)
-        enter(stack, id, [] { return kNone; });
+        enter(stack, id, [] { return Code(); });
     else
         leave(stack, id);
 }
 
-template <class Packet> void CVCDWriter::Model::showCounter(const Packet& packet, std::string&& index) {
+void CVCDWriter::Model::showCounter(const CCounterValueBase& packet, const TCounterIdx_t* indices,
+                                    unsigned dimensions) {
     const TCounter_t& value = packet.CntrVal();
     const bool isReal = looksLikeDouble(value);
-    const unsigned variable = declare({.area = Area::Counters,
-                                       .type = isReal ? Type::Real : Type::Vector,
-                                       .width = 64,
-                                       .label = "counter_",
-                                       .sort = TextSort::Counter,
-                                       .id = m_writer.numberOf(TextSort::Counter, packet.CntrId()),
-                                       .suffix = std::move(index)});
+    const std::uint32_t number = m_writer.numberOf(TextSort::Counter, packet.CntrId());
+    const auto declaration = [&] {
+        std::string suffix;
+        for (unsigned i = 0; i < dimensions; ++i)
+            suffix += "_" + std::to_string(indices[i].u64);
+        return Declaration{.area = Area::Counters,
+                           .type = isReal ? Type::Real : Type::Vector,
+                           .width = 64,
+                           .label = "counter_",
+                           .sort = TextSort::Counter,
+                           .id = number,
+                           .suffix = std::move(suffix)};
+    };
+    VariableKey key{
+        .area = Area::Counters, .form = static_cast<std::uint8_t>(2 * dimensions + isReal), .number = number};
+    const bool isCommon = dimensions <= std::size(key.indices);
+    for (unsigned i = 0; isCommon && i < dimensions; ++i)
+        key.indices[i] = indices[i].u64;
+    const Code variable = isCommon ? known(key, declaration) : declare(declaration());
     if (isReal)
         change(variable, CVCDRealValue(value.dbl));
     else
@@ -457,15 +559,22 @@ template <class Packet> void CVCDWriter::Model::showCounter(const Packet& packet
 
 template <class Access> void CVCDWriter::Model::showVariable(const Access& packet) {
     runs(packet);
-    showBytes({.area = Area::Variables,
-               .label = "variable_",
-               .sort = TextSort::Variable,
-               .id = m_writer.numberOf(TextSort::Variable, packet.VarId())},
-              packet.VarData().data(), packet.VarLen());
+    const std::uint32_t number = m_writer.numberOf(TextSort::Variable, packet.VarId());
+    const unsigned width = 8U * packet.VarLen();
+    if (width > 0)
+        changeBits(known({.area = Area::Variables, .width = width, .number = number},
+                         [&] {
+                             return Declaration{.area = Area::Variables,
+                                                .width = width,
+                                                .label = "variable_",
+                                                .sort = TextSort::Variable,
+                                                .id = number};
+                         }),
+                   packet.VarData().data(), packet.VarLen());
 }
 
 void CVCDWriter::Model::take(const CSignal& packet) {
-    const auto show = [this](unsigned variable, const std::vector<tagVCDValueData>& states) {
+    const auto show = [this](const Code& variable, const std::vector<tagVCDValueData>& states) {
         change(variable, CVCDVectorValue(states.data(), static_cast<unsigned>(states.size())));
     };
     const auto defined = m_signals.find({packet.HWCtx(), packet.Master()});
@@ -483,7 +592,7 @@ void CVCDWriter::Model::take(const CSignal& packet) {
         const std::vector<tagVCDValueData> lines = statesOf(packet, &one.lines);
         if (lines.empty())
             continue;
-        if (one.variable == kNone)
+        if (one.variable.isNone())
             one.variable = declare({.area = Area::Signals,
                                     .width = static_cast<unsigned>(lines.size()),
                                     .label = "signal_",
@@ -494,17 +603,21 @@ void CVCDWriter::Model::take(const CSignal& packet) {
 }
 
 void CVCDWriter::Model::showState(std::uint32_t machine, std::uint32_t instance, std::optional<std::uint32_t> state) {
-    const unsigned variable = declare({.area = Area::States,
-                                       .owner = m_writer.numberOf(TextSort::StateMachine, machine),
-                                       .label = "instance_",
-                                       .sort = TextSort::StateMachineInstance,
-                                       .id = m_writer.numberOf(TextSort::StateMachineInstance, machine, instance),
-                                       .meaning = Meaning::State});
+    const std::uint64_t owner = m_writer.numberOf(TextSort::StateMachine, machine);
+    const std::uint64_t number = m_writer.numberOf(TextSort::StateMachineInstance, machine, instance);
+    const Code& variable = known({.area = Area::States, .number = number, .indices = {owner}}, [&] {
+        return Declaration{.area = Area::States,
+                           .owner = static_cast<std::uint32_t>(owner),
+                           .label = "instance_",
+                           .sort = TextSort::StateMachineInstance,
+                           .id = number,
+                           .meaning = Meaning::State};
+    });
     if (state) {
         changeNumber(variable, m_writer.numberOf(TextSort::State, machine, *state) & 0xFFFFFFFF);
     } else {
         m_writer.lose("state transitions that are not defined");
-        change(variable, unknown());
+        changeToUnknown(variable);
     }
 }
 
@@ -521,10 +634,10 @@ public:
         m_text += "\n$end\n$timescale " + std::string(unit) + " $end\n$scope module trace $end\n";
     }
 
-    bool add(const Declaration& variable, unsigned id) {
+    bool add(const Declaration& variable, std::string_view identifier) {
         goTo(variable);
         const std::string name = nameOf(variable);
-        const std::string code = codeOf(id);
+        const std::string code(identifier);
         const std::string range = variable.type == Type::Vector ? "[" + std::to_string(variable.width - 1) + ":0]" : "";
         m_text += std::string("$var ") + kTypes[unsigned(variable.type)] + " " + std::to_string(variable.width) + " " +
                   code + " " + name + (range.empty() ? "" : " ") + range + " $end\n";
@@ -627,21 +740,14 @@ void CVCDWriter::end(std::uint64_t time) {
 }
 
 bool CVCDWriter::writeFile() {
-    // A unit that a tick is a whole number of, where there is one.
-    static constexpr std::pair<std::uint64_t, const char*> kUnits[] = {
-        {1, "1 s"}, {1'000, "1 ms"}, {1'000'000, "1 us"}, {1'000'000'000, "1 ns"}, {1'000'000'000'000, "1 ps"}};
-    const auto* unit = &kUnits[frequency() > 1'000'000'000 ? 4 : 3];
-    for (const auto& one : kUnits) {
-        if (one.first == frequency())
-            unit = &one;
-    }
-    Header header(*this, unit->second);
-    for (const auto& [variable, id] : m_model->variables()) {
-        if (!header.add(variable, id))
+    const auto& [unitsPerSecond, name] = unitOf(frequency());
+    Header header(*this, name);
+    for (const auto& [variable, code] : m_model->variables()) {
+        if (!header.add(variable, code.identifier()))
             return false;
     }
-    m_duration = unitsOf(m_model->time(), unit->first);
-    return header.finish() && copyBody('#', unit->first);
+    m_duration = unitsOf(m_model->time(), unitsPerSecond);
+    return header.finish() && copyBody('#', unitsPerSecond);
 }
 
 } // namespace Quorvex

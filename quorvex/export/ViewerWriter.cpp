@@ -1,6 +1,7 @@
 #include "quorvex/export/ViewerWriter.h"
 
 #include "quorvex/export/ForwardAll.h"
+#include "quorvex/export/Digits.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFacts.h"
@@ -86,13 +87,20 @@ bool CViewerWriter::put(CPacket* packet) {
 bool CViewerWriter::showAbsolute(CPacket& packet) {
     if (!m_names.note(packet, m_process) && showsNames(factsOf(packet.TraceCode()).text))
         lose("names given anew, of which one is shown");
+    if (frequency() == 0)
+        m_inTicks = m_bodySize;
     if (!m_clock.note(packet))
         lose("changes of the clock's frequency");
     const std::uint64_t time = timeOf(packet);
-    if (packet.TraceCode() == TraceDisabled)
+    const tagTCode code = packet.TraceCode();
+    if (code == TraceDisabled)
         return finish();
-    if (!show(packet, time) && isLost(packet))
-        lose(wordsFor(packet.TraceCode()));
+    if (!show(packet, time) && isLost(packet)) {
+        std::uint64_t*& count = m_lostKinds[code % m_lostKinds.size()];
+        if (!count)
+            count = &lossesFor(wordsFor(code));
+        ++*count;
+    }
     return !m_failed;
 }
 
@@ -145,26 +153,27 @@ void CViewerWriter::flush() {
 bool CViewerWriter::finish() {
     m_finished = true;
     end(m_time);
-    m_failed = m_failed || !m_body.write(m_buffer.data(), m_buffer.size()) || !writeFile();
+    m_failed = m_failed || !m_body.write(m_buffer.data(), m_bufferSize) || !writeFile();
     m_out.flush();
     m_failed = m_failed || !m_out.good();
     return !m_failed;
 }
 
-void CViewerWriter::writeBody(std::string_view text) {
-    m_buffer += text;
-    m_bodySize += text.size();
-    if (m_buffer.size() < kBufferSize)
-        return;
-    if (!m_body.write(m_buffer.data(), m_buffer.size()) && !m_failed) {
+void CViewerWriter::makeRoom(std::size_t most) {
+    if (!m_body.write(m_buffer.data(), m_bufferSize) && !m_failed) {
         logError("CViewerWriter: Could not write to the temporary file.");
         m_failed = true;
     }
-    m_buffer.clear();
+    m_bufferSize = 0;
+    m_buffer.resize(std::max({kBufferSize, most, m_buffer.size()}));
+}
+
+char* CViewerWriter::putTime(char* to, std::uint64_t time, std::uint64_t unitsPerSecond) const {
+    return putDecimal(to, unitsOf(time, unitsPerSecond));
 }
 
 bool CViewerWriter::copyBody(char mark, std::uint64_t unitsPerSecond) {
-    const bool asItIs = frequency() == 0 || frequency() == unitsPerSecond;
+    std::uint64_t inTicks = frequency() == 0 || frequency() == unitsPerSecond ? 0 : m_inTicks;
     if (!m_body.rewind())
         return false;
     std::string rest, out, block(kBufferSize, '\0');
@@ -181,31 +190,26 @@ bool CViewerWriter::copyBody(char mark, std::uint64_t unitsPerSecond) {
         out.append(end, line.data() + line.size());
     };
     while (const std::size_t got = m_body.read(block.data(), block.size())) {
-        if (asItIs) {
-            if (!writeOut({block.data(), got}))
-                return false;
-            continue;
-        }
-        rest.append(block, 0, got);
+        // What is in ticks ends with a line.
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(got, inTicks));
+        inTicks -= count;
+        rest.append(block, 0, count);
         std::size_t from = 0;
         for (std::size_t end = rest.find('\n'); end != std::string::npos; end = rest.find('\n', from)) {
             copyLine({rest.data() + from, end + 1 - from});
             from = end + 1;
         }
         rest.erase(0, from);
-        if (!writeOut(out))
+        if (!writeOut(out) || !writeOut({block.data() + count, got - count}))
             return false;
         out.clear();
     }
-    return m_body.good() && writeOut(rest);
+    return m_body.good();
 }
 
-void CViewerWriter::lose(std::string_view reason) {
+std::uint64_t& CViewerWriter::lossesFor(std::string_view reason) {
     const auto at = m_losses.find(reason);
-    if (at != m_losses.end())
-        ++at->second;
-    else
-        m_losses.emplace(reason, 1);
+    return at != m_losses.end() ? at->second : m_losses.emplace(reason, 0).first->second;
 }
 
 bool CViewerWriter::writeOut(std::string_view text) {

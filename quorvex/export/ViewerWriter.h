@@ -7,6 +7,8 @@
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/TraceSink.h"
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <list>
@@ -68,17 +70,31 @@ protected:
     /// Writes the file: what stands before the body, then copyBody.
     virtual bool writeFile() = 0;
 
-    /// Appends to the body.
-    void writeBody(std::string_view text);
-    /// Copies the body. A line that begins with a time, in ticks, gets it in units of the file: `mark` is the character
-    /// before the times, or 0 when they begin the line.
+    /// Room for the next lines of the body, which has `most` characters; bodyEnds tells how many they are.
+    char* bodyRoom(std::size_t most) {
+        if (most > m_buffer.size() - m_bufferSize)
+            makeRoom(most);
+        return m_buffer.data() + m_bufferSize;
+    }
+    /// The body goes on behind the lines that have been put into bodyRoom and end there.
+    void bodyEnds(const char* end) {
+        const auto size = static_cast<std::size_t>(end - m_buffer.data()) - m_bufferSize;
+        m_bufferSize += size;
+        m_bodySize += size;
+    }
+    /// Puts a time, which is told in ticks, into bodyRoom: at the start of a line, or behind the mark that copyBody is
+    /// told. At most 20 characters, which may change also behind the end of
+    /// the text, which is returned.
+    char* putTime(char* to, std::uint64_t time, std::uint64_t unitsPerSecond) const;
+    /// Copies the body. Times are in units of the file from the packet on that told the clock. Those before get it now:
+    /// in lines that begin with `mark` and a time, or when it is 0, with a time.
     bool copyBody(char mark, std::uint64_t unitsPerSecond);
     /// Ticks in units of the file, of which there are a power of 1000 in a second; no more than viewers can show.
     std::uint64_t unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) const;
     /// Writes to the file; false when that fails.
     bool writeOut(std::string_view text);
     /// Counts a loss.
-    void lose(std::string_view reason);
+    void lose(std::string_view reason) { ++lossesFor(reason); }
 
     /// What is said of enters of a function whose number is not known.
     static constexpr char kNoFunction[] = "functions without a number";
@@ -98,21 +114,26 @@ protected:
 
 private:
     bool showAbsolute(CPacket& packet);
+    void makeRoom(std::size_t most);
     std::uint64_t timeOf(const CPacket& packet);
     bool showsNames(TextSort sort) const;
     /// Whether the trace is poorer without the packet.
     bool isLost(const CPacket& packet) const;
+    std::uint64_t& lossesFor(std::string_view reason);
     bool finish();
 
     std::ostream& m_out;
     platform::TemporaryFile m_body;
     std::uint64_t m_bodySize = 0;
-    std::string m_buffer; ///< of the body, not yet in the file
+    std::uint64_t m_inTicks = 0;  ///< how much of the body has its times in ticks
+    std::vector<char> m_buffer;   ///< of the body, not yet in the file
+    std::size_t m_bufferSize = 0; ///< how much it holds
     CTraceNames m_names;
     unsigned m_process = 0;
     std::vector<TextSort> m_shown; ///< the sorts of names
     TimeBase m_clock;
     Losses m_losses;
+    std::array<std::uint64_t*, 256> m_lostKinds{}; ///< where in m_losses the packets of a kind are counted
     std::uint64_t m_start = kUnknown64;
     std::uint64_t m_time = 0;
     CContexts m_contexts;
