@@ -1,8 +1,8 @@
 #include "quorvex/export/BtfWriter.h"
 
 #include "quorvex/analysis/CallStack.h"
-#include "quorvex/export/Digits.h"
 #include "quorvex/export/Directory.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include "quorvex/export/PacketDebugger.h"
 
-#include "quorvex/export/Digits.h"
 #include "quorvex/export/ForwardAll.h"
 #include "quorvex/format/Characters.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/packets/Keywords.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"

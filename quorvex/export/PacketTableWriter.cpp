@@ -1,12 +1,12 @@
 #include "quorvex/export/PacketTableWriter.h"
 
-#include "quorvex/export/Digits.h"
 #include "quorvex/export/ForwardAll.h"
 #include "quorvex/export/PacketHTML.h"
 #include "quorvex/export/PacketLaTeX.h"
 #include "quorvex/export/PacketPlain.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/Characters.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/Keywords.h"
 #include "quorvex/packets/KindFacts.h"

@@ -1,10 +1,10 @@
 #include "quorvex/export/VCDWriter.h"
 
 #include "quorvex/analysis/CallStack.h"
-#include "quorvex/export/Digits.h"
 #include "quorvex/export/Directory.h"
 #include "quorvex/export/VCDIdentifier.h"
 #include "quorvex/export/VCDValue.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/PacketKinds.h"
 

@@ -1,8 +1,8 @@
 #include "quorvex/export/ViewerWriter.h"
 
 #include "quorvex/export/ForwardAll.h"
-#include "quorvex/export/Digits.h"
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"

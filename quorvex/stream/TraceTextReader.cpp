@@ -1,6 +1,7 @@
 #include "quorvex/stream/TraceTextReader.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/format/Exception.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/Keywords.h"
@@ -8,7 +9,9 @@
 #include "quorvex/platform/Attempt.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
+#include <cstring>
 #include <exception>
 #include <istream>
 #include <limits>
@@ -16,7 +19,6 @@
 #include <optional>
 #include <string_view>
 #include <type_traits>
-#include <unordered_map>
 #include <utility>
 
 namespace Quorvex {
@@ -25,6 +27,8 @@ namespace {
 
 /// Longer than any row can be: a line that goes on behind that is no row, and is not kept in memory.
 constexpr std::size_t kLongestLine = 0x4000;
+/// Memory behind the longest line, which is looked at, but not taken for something.
+constexpr std::size_t kSlack = 64;
 /// How much of a wrong cell is quoted.
 constexpr std::size_t kLongestQuote = 40;
 
@@ -44,15 +48,83 @@ bool isTitleOrHead(std::string_view line) {
            trimmed(line) == trimmed(keywords::kHeadWithoutOffset);
 }
 
+/// The codes of kinds that have packets, by name.
+class Codes {
+public:
+    Codes() {
+#define QUORVEX_PACKET(name) add(#name, name);
+#include "quorvex/packets/Packets.def"
+    }
+
+    /// Invalid for what is no such name.
+    tagTCode of(std::string_view name) const {
+        std::size_t slot = hash(name);
+        while (m_slots[slot].code != Invalid && m_slots[slot].name != name)
+            slot = (slot + 1) % std::size(m_slots);
+        return m_slots[slot].code;
+    }
+
+private:
+    struct Slot {
+        std::string_view name;
+        tagTCode code = Invalid;
+    };
+
+    void add(std::string_view name, tagTCode code) {
+        std::size_t slot = hash(name);
+        while (m_slots[slot].code != Invalid)
+            slot = (slot + 1) % std::size(m_slots);
+        m_slots[slot] = {name, code};
+    }
+    /// Of the length and the first and last characters, which few names share.
+    static std::size_t hash(std::string_view name) {
+        using Word = std::uint32_t;
+        std::uint64_t words = 0;
+        if (name.size() >= sizeof(Word))
+            words = std::uint64_t{loadLittleEndian<Word>(name.data())} << 32 |
+                    loadLittleEndian<Word>(name.data() + name.size() - sizeof(Word));
+        return static_cast<std::size_t>((words + name.size()) * 0x9E3779B97F4A7C15 >> 55);
+    }
+
+    Slot m_slots[512];
+};
+
 /// The code of a kind that has packets; Invalid for any other name.
 tagTCode codeOf(std::string_view name) {
-    static const std::unordered_map<std::string_view, tagTCode> kCodes = {
-#define QUORVEX_PACKET(name) {#name, name},
-#include "quorvex/packets/Packets.def"
-    };
-    const auto at = kCodes.find(name);
-    return at == kCodes.end() ? Invalid : at->second;
+    static const Codes kCodes;
+    return kCodes.of(name);
 }
+
+// Eight characters at once; the first one is the lowest byte.
+// @{
+constexpr std::uint64_t repeated(std::uint8_t byte) {
+    return byte * std::uint64_t{0x0101010101010101};
+}
+/// How many there are before the first that is no decimal digit.
+unsigned digitsIn(std::uint64_t text) {
+    const std::uint64_t low = text & repeated(0xF0), high = (text + repeated(6)) & repeated(0xF0);
+    return static_cast<unsigned>(std::countr_zero((low ^ repeated('0')) | (high ^ repeated('0')))) / 8;
+}
+/// The number that the first `count` of them, which are digits, make.
+std::uint64_t decimalOf(std::uint64_t text, unsigned count) {
+    std::uint64_t value = text << 8 * (8 - count) & repeated(0x0F);
+    value = (value * 10 + (value >> 8)) & 0x00FF00FF00FF00FF;
+    value = (value * 100 + (value >> 16)) & 0x0000FFFF0000FFFF;
+    return (value * 10'000 + (value >> 32)) & 0xFFFFFFFF;
+}
+/// The number that they make if they are hexadecimal digits.
+std::uint32_t hexadecimalOf(std::uint64_t text) {
+    std::uint64_t value = (text & repeated(0x0F)) + 9 * (text >> 6 & repeated(1));
+    value = (value << 4 | value >> 8) & 0x00FF00FF00FF00FF;
+    value = (value << 8 | value >> 16) & 0x0000FFFF0000FFFF;
+    return static_cast<std::uint32_t>(value << 16 | value >> 32);
+}
+/// Where the tab stands; 8 when there is none.
+unsigned tabIn(std::uint64_t text) {
+    const std::uint64_t zeros = text ^ repeated('\t');
+    return static_cast<unsigned>(std::countr_zero((zeros - repeated(1)) & ~zeros & repeated(0x80))) / 8;
+}
+// @}
 
 std::optional<std::uint64_t> number(std::string_view text) {
     const bool isHex = text.starts_with(keywords::kHexPrefix);
@@ -72,40 +144,48 @@ std::optional<std::uint8_t> lengthOf(std::string_view text) {
     return value && *value <= UINT8_MAX ? std::optional(static_cast<std::uint8_t>(*value)) : std::nullopt;
 }
 
-/// The bytes of "0x" and two digits for each, which show the last byte first. Empty when the text is something else.
-std::string reversedBytes(std::string_view text, std::size_t count) {
-    if (!text.starts_with(keywords::kHexPrefix) || text.size() != keywords::kHexPrefix.size() + 2 * count)
-        return {};
-    std::string bytes(count, '\0');
-    for (std::size_t i = 0; i < count; ++i) {
-        const char* digits = text.data() + text.size() - 2 * (i + 1);
-        unsigned char byte = 0;
-        if (std::from_chars(digits, digits + 2, byte, 16).ptr != digits + 2)
-            return {};
-        bytes[i] = static_cast<char>(byte);
-    }
-    return bytes;
+int digitOf(char c) {
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                  : -1;
 }
 
-/// A number of any width, lowest byte first. Empty when it is none or takes more bytes.
-std::string wideNumber(std::string_view digits, std::size_t count) {
-    const unsigned base = digits.starts_with(keywords::kHexPrefix) ? 16 : 10;
+/// Puts the bytes of "0x" and two digits for each, which show the last byte first. False when the text is something
+/// else.
+bool putReversed(std::string_view text, std::size_t count, char* to) {
+    if (!text.starts_with(keywords::kHexPrefix) || text.size() != keywords::kHexPrefix.size() + 2 * count)
+        return false;
+    for (const char* digits = text.data() + text.size(); count > 0; --count) {
+        digits -= 2;
+        const int byte = digitOf(digits[0]) * 16 + digitOf(digits[1]);
+        if (digitOf(digits[0]) < 0 || digitOf(digits[1]) < 0)
+            return false;
+        *to++ = static_cast<char>(byte);
+    }
+    return true;
+}
+
+/// Puts a number of any width, lowest byte first. False when it is none or takes more bytes.
+bool putWide(std::string_view digits, std::size_t count, char* to) {
+    const int base = digits.starts_with(keywords::kHexPrefix) ? 16 : 10;
     if (base == 16)
         digits.remove_prefix(keywords::kHexPrefix.size());
-    std::string bytes(count, '\0');
+    std::fill_n(to, count, '\0');
     for (const char& digit : digits) {
-        unsigned carry = 0;
-        if (std::from_chars(&digit, &digit + 1, carry, static_cast<int>(base)).ptr == &digit)
-            return {};
-        for (char& byte : bytes) {
-            const unsigned value = static_cast<unsigned char>(byte) * base + carry;
-            byte = static_cast<char>(value & 0xFF);
-            carry = value >> 8;
+        const int value = digitOf(digit);
+        if (value < 0 || value >= base)
+            return false;
+        int carry = value;
+        for (std::size_t i = 0; i < count; ++i) {
+            carry += static_cast<unsigned char>(to[i]) * base;
+            to[i] = static_cast<char>(carry & 0xFF);
+            carry >>= 8;
         }
         if (carry != 0)
-            return {};
+            return false;
     }
-    return digits.empty() ? std::string() : bytes;
+    return !digits.empty();
 }
 
 std::string bytesWord(std::size_t count) {
@@ -123,19 +203,63 @@ struct TraceTextReader::Wrong {
 /// The cells of a line, taken one by one.
 class TraceTextReader::Cells {
 public:
-    explicit Cells(std::string_view line) : m_rest(line) {
-        if (m_rest.starts_with('\t'))
-            m_rest.remove_prefix(1);
+    explicit Cells(std::string_view line) : m_at(line.data()), m_end(line.data() + line.size()) {
+        if (line.starts_with('\t'))
+            ++m_at;
     }
 
     bool atEnd() const { return m_ended; }
     /// The next cell, not taken; at the end of the row, an empty one there.
-    std::string_view peek() const { return m_ended ? m_rest : m_rest.substr(0, m_rest.find('\t')); }
+    std::string_view peek() const {
+        const char* end = m_at;
+        for (unsigned at = 8; at == 8 && m_end - end >= 8; end += at)
+            at = tabIn(loadLittleEndian<std::uint64_t>(end));
+        end = std::find(end, m_end, '\t');
+        return {m_at, static_cast<std::size_t>(end - m_at)};
+    }
     std::string_view take() {
         const std::string_view cell = peek();
-        m_ended = m_ended || cell.size() == m_rest.size();
-        m_rest.remove_prefix(std::min(cell.size() + 1, m_rest.size()));
+        goBehind(cell.data() + cell.size());
         return cell;
+    }
+    /// Takes a cell as tables are written: a number in decimal or, with all its digits, in hexadecimal, and a blank.
+    /// False, with nothing taken, for any other cell. Behind the line stands what is no digit, and kSlack characters.
+    template <class T> bool takeNumber(T& value) {
+        if (m_ended)
+            return false;
+        const char* at = m_at;
+        std::uint64_t number = 0;
+        if (at[0] == '0' && at[1] == 'x') {
+            at += 2;
+            constexpr unsigned kDigits = 2 * sizeof(T);
+            char again[kDigits];
+            for (unsigned i = 0; i < kDigits; i += 8) {
+                std::uint64_t text = loadLittleEndian<std::uint64_t>(at + i);
+                if (kDigits < 8)
+                    text <<= 8 * (8 - kDigits) % 64;
+                number = number << 32 | hexadecimalOf(text);
+            }
+            putHex<kDigits>(again, number);
+            if (std::memcmp(again, at, kDigits) != 0)
+                return false;
+            at += kDigits;
+        } else {
+            unsigned count = 8;
+            while (count == 8 && at - m_at < 24) {
+                const auto text = loadLittleEndian<std::uint64_t>(at);
+                count = digitsIn(text);
+                if (count > 0)
+                    number = number * kPowers[count] + decimalOf(text, count);
+                at += count;
+            }
+            if (at == m_at || at - m_at > 19 || number > std::numeric_limits<T>::max())
+                return false;
+        }
+        if (*at != ' ' || (at[1] != '\t' && at + 1 != m_end))
+            return false;
+        goBehind(at + 1);
+        value = static_cast<T>(number);
+        return true;
     }
     /// The row's kind, by its name, behind the offset and the description that may stand before it. Invalid when there
     /// is no such kind; then `name` is the cell that should have told it.
@@ -151,7 +275,15 @@ public:
     }
 
 private:
-    std::string_view m_rest;
+    static constexpr std::uint64_t kPowers[] = {1, 10, 100, 1'000, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000};
+
+    void goBehind(const char* cellEnd) {
+        m_ended = cellEnd == m_end;
+        m_at = m_ended ? m_end : cellEnd + 1;
+    }
+
+    const char* m_at;
+    const char* m_end;
     bool m_ended = false;
 };
 
@@ -159,7 +291,9 @@ private:
 /// their types and widths, and takes the cell of each.
 class TraceTextReader::Encoder {
 public:
-    Encoder(Cells& cells, std::string& bytes) : m_cells(cells), m_bytes(bytes) {}
+    Encoder(Cells& cells, char* to) : m_cells(cells), m_to(to) {}
+
+    const char* end() const { return m_to; }
 
     template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
     template <class T> void operator()(FieldMeaning meaning, const char* name, const T& like) {
@@ -190,47 +324,49 @@ private:
     }
 
     template <class T> void append(const T& value) {
-        const std::size_t at = m_bytes.size();
-        m_bytes.resize(at + FieldCodec<T>::size(value));
-        FieldCodec<T>::encode(value, m_bytes.data() + at);
+        FieldCodec<T>::encode(value, m_to);
+        m_to += FieldCodec<T>::size(value);
     }
 
     template <class T> void encode(FieldMeaning meaning, const char* name, const T&) {
         using Shown = typename IntegerOf<T>::type;
         using Number = std::make_unsigned_t<Shown>;
+        Number value;
+        if (m_cells.takeNumber(value))
+            return append(value);
         const std::string_view cell = next(name, numberWord<Number>);
         append(isUnknown(meaning, trimmed(cell)) ? std::numeric_limits<Number>::max()
                                                  : integer<Number>(cell, name, std::is_signed_v<Shown>));
     }
     void encode(FieldMeaning, const char* name, const TCounter_t&) {
-        append(integer<std::uint64_t>(next(name, numberWord<std::uint64_t>), name));
+        encode(FieldMeaning::Number, name, std::uint64_t{});
     }
     void encode(FieldMeaning, const char* name, const TCounterIdx_t&) {
-        append(integer<std::uint64_t>(next(name, numberWord<std::uint64_t>), name));
+        encode(FieldMeaning::Number, name, std::uint64_t{});
     }
     void encode(FieldMeaning, const char* name, const TVarCounter_t& like) {
         const std::size_t count = like.Length();
         appendShown(
-            name, count, [count] { return "a number of at most " + bytesWord(count); }, wideNumber);
+            name, count, [count] { return "a number of at most " + bytesWord(count); }, putWide);
     }
     void encode(FieldMeaning, const char* name, const CSignalMask& like) {
         const std::size_t count = like.size();
         appendShown(
-            name, count, [count] { return digitsWord(count); }, reversedBytes);
+            name, count, [count] { return digitsWord(count); }, putReversed);
     }
     void encode(FieldMeaning, const char* name, const CData& like) {
         const std::size_t count = like.Length();
-        const auto wireBytes = [](std::string_view cell, std::size_t width) {
-            std::string bytes = reversedBytes(cell, width);
+        const auto putWire = [](std::string_view cell, std::size_t width, char* to) {
+            char bytes[UINT8_MAX];
+            if (!putReversed(cell, width, bytes))
+                return false;
             // Only numbers travel in the order in which they stand in memory.
-            if (!bytes.empty())
-                FieldCodec<CData>::encode(
-                    CData(reinterpret_cast<const std::uint8_t*>(bytes.data()), static_cast<std::uint8_t>(width)),
-                    bytes.data());
-            return bytes;
+            FieldCodec<CData>::encode(
+                CData(reinterpret_cast<const std::uint8_t*>(bytes), static_cast<std::uint8_t>(width)), to);
+            return true;
         };
         appendShown(
-            name, count, [count] { return digitsWord(count); }, wireBytes);
+            name, count, [count] { return digitsWord(count); }, putWire);
     }
     void encode(FieldMeaning, const char* name, const CBusDataSignals&) {
         const std::string_view cell = next(name, numberWord<std::uint8_t>);
@@ -280,21 +416,20 @@ private:
         if (count == 0)
             return;
         const std::string_view cell = next(name, what);
-        const std::string bytes = read(trimmed(cell), count);
-        if (bytes.empty())
+        if (!read(trimmed(cell), count, m_to))
             throw Wrong{cell, std::string(name) + ", " + what()};
-        m_bytes += bytes;
+        m_to += count;
     }
 
     template <class T, bool = std::is_enum_v<T>> struct IntegerOf { using type = T; };
     template <class T> struct IntegerOf<T, true> : std::underlying_type<T> {};
 
     Cells& m_cells;
-    std::string& m_bytes;
+    char* m_to;
 };
 
 TraceTextReader::TraceTextReader(std::istream& stream, bool logs)
-    : m_stream(stream), m_logs(logs), m_block(kLongestLine), m_models(UINT8_MAX + 1) {}
+    : m_stream(stream), m_logs(logs), m_block(kLongestLine + kSlack), m_models(UINT8_MAX + 1) {}
 
 TraceTextReader::~TraceTextReader() = default;
 
@@ -352,7 +487,7 @@ CPacket* TraceTextReader::get() {
     if (m_begun.code == Invalid) {
         if (ahead() == Invalid)
             return nullptr;
-        bytes.swap(m_ahead.bytes);
+        bytes.assign(m_ahead.bytes, m_ahead.size);
         m_begun.code = std::exchange(m_ahead.code, Invalid);
         m_begun.isOpen = isFollowedByText(m_begun.code);
         m_begun.hasText = false;
@@ -360,7 +495,7 @@ CPacket* TraceTextReader::get() {
     // The texts behind a packet are part of it, as long as they go on: an empty one in the first place says nothing.
     const auto length = [this] { return static_cast<unsigned char>(m_ahead.bytes[1]); };
     while (ahead() == CharString && m_begun.isOpen && m_ahead.belongs && (m_begun.hasText || length() > 0)) {
-        bytes += m_ahead.bytes;
+        bytes.append(m_ahead.bytes, m_ahead.size);
         m_begun.isOpen = length() == kCharStringMax;
         m_begun.hasText = true;
         m_ahead.code = Invalid;
@@ -393,10 +528,7 @@ void TraceTextReader::readRow() {
         if (!m_hasLine)
             continue;
         try {
-            const tagTCode code = parse(m_ahead.bytes);
-            if (code == CharString && !m_ahead.belongs)
-                throw Wrong{m_line, "a packet that the text can belong to"};
-            m_ahead.code = code;
+            parse(m_ahead);
         } catch (const Wrong& wrong) {
             report(wrong);
             m_ahead.belongs = false;
@@ -407,13 +539,13 @@ void TraceTextReader::readRow() {
 
 bool TraceTextReader::readLine() {
     m_line = {};
-    attempt([&] { return m_stream.getline(m_block.data(), static_cast<std::streamsize>(m_block.size())).good(); });
+    attempt([&] { return m_stream.getline(m_block.data(), std::streamsize{kLongestLine}).good(); });
     const auto taken = static_cast<std::size_t>(m_stream.gcount());
     m_position += taken;
     m_wholeLine = true;
     if (m_stream.bad()) // what was taken may be a part of the line
         return false;
-    if (m_stream.fail() && taken + 1 == m_block.size()) {
+    if (m_stream.fail() && taken + 1 == kLongestLine) {
         attempt([&] {
             m_stream.clear(m_stream.rdstate() & ~std::ios::failbit);
             return m_stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n').good();
@@ -435,6 +567,8 @@ bool TraceTextReader::readLine() {
 }
 
 bool TraceTextReader::isDecoration() const {
+    if (m_line.size() > 1 && m_line[0] == '\t' && m_line[1] != ' ') // as rows begin, and nothing else
+        return false;
     return trimmed(m_line).empty() || isTitleOrHead(m_line) || (m_lineNumber == 1 && !m_line.starts_with('\t'));
 }
 
@@ -463,7 +597,7 @@ bool TraceTextReader::looksLikeTable(std::string_view start) {
     return false;
 }
 
-tagTCode TraceTextReader::parse(std::string& bytes) {
+void TraceTextReader::parse(Row& row) {
     if (!m_wholeLine)
         throw Wrong{m_line.substr(m_line.size()), "the end of the row"};
     if (!m_line.starts_with('\t'))
@@ -473,42 +607,52 @@ tagTCode TraceTextReader::parse(std::string& bytes) {
     const tagTCode code = cells.takeKind(name);
     if (code == Invalid)
         throw Wrong{name, "the name of a kind of packet"};
-    const std::string_view lengthCell = cells.take();
-    const auto length = lengthOf(trimmed(lengthCell));
-    if (!length)
-        throw Wrong{lengthCell, "the length of the payload, at most 255"};
+    const std::string_view lengthCell = cells.peek();
+    std::uint8_t length = 0;
+    if (!cells.takeNumber(length)) {
+        cells.take();
+        const auto told = lengthOf(trimmed(lengthCell));
+        if (!told)
+            throw Wrong{lengthCell, "the length of the payload, at most 255"};
+        length = *told;
+    }
 
-    bytes.resize(CPacketHeader::Len());
+    char* const payload = row.bytes + CPacketHeader::Len();
+    const char* end = payload;
     if (code == CharString) {
-        appendText(cells, *length, bytes);
+        end = putText(cells, length, payload);
     } else {
-        const CPacket* model = modelOf(code, *length);
+        const CPacket* model = modelOf(code, length);
         if (!model)
             throw Wrong{lengthCell, "a length that the payload of this kind can have"};
-        Encoder encoder(cells, bytes);
+        Encoder encoder(cells, payload);
         visitKind(*model, [&encoder](const auto& kind) { kind.visitParts(encoder); });
+        end = encoder.end();
     }
     // A short trace-enabled packet is written with all its fields, so its length has to tell them.
-    CPacketHeader(code, static_cast<std::uint8_t>(bytes.size() - CPacketHeader::Len()))
-        .write(bytes.data(), CPacketHeader::Len());
+    CPacketHeader(code, static_cast<std::uint8_t>(end - payload)).write(row.bytes, CPacketHeader::Len());
     while (!cells.atEnd()) {
         const std::string_view more = cells.take();
         if (!trimmed(more).empty())
             throw Wrong{more, "the end of the row"};
     }
-    return code;
+    if (code == CharString && !row.belongs)
+        throw Wrong{m_line, "a packet that the text can belong to"};
+    row.code = code;
+    row.size = static_cast<unsigned>(end - row.bytes);
 }
 
-void TraceTextReader::appendText(Cells& cells, std::size_t length, std::string& bytes) {
+char* TraceTextReader::putText(Cells& cells, std::size_t length, char* to) {
     // The cell ends with a blank of its own. Other blanks at the end are the text's, unless an editor took them.
     std::string_view text = cells.take();
-    const std::string shown = reversedBytes(trimmed(text), length);
+    const bool isShown = putReversed(trimmed(text), length, to);
     if (text.size() > length && text.ends_with(' '))
         text.remove_suffix(1);
-    const std::string_view told = shown.empty() && text.size() == length ? text : shown;
-    if (told.size() != length)
+    if (!isShown && text.size() == length)
+        text.copy(to, length);
+    else if (!isShown && length > 0)
         throw Wrong{text, "a text of " + bytesWord(length) + ", or 0x and their hexadecimal digits"};
-    bytes += told;
+    return to + length;
 }
 
 const CPacket* TraceTextReader::modelOf(tagTCode code, std::uint8_t length) {

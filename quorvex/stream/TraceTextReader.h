@@ -66,8 +66,12 @@ public:
 private:
     /// The packet of one row, as bytes. Invalid: there is none.
     struct Row {
+        /// Header and payload; a short trace-enabled packet gets all its fields.
+        static constexpr unsigned kMost = CPacketHeader::Len() + UINT8_MAX;
+
         tagTCode code = Invalid;
-        std::string bytes;
+        char bytes[kMost];
+        unsigned size = 0;
         bool belongs = true; ///< nothing unreadable stands between it and the row before
     };
     /// A packet that is put together from its row and those of its text. Invalid: there is none.
@@ -95,8 +99,9 @@ private:
     /// Whether the line is none of the table's rows: a title, a head, or empty.
     bool isDecoration() const;
     /// Puts the packet of the line into bytes; throws Wrong.
-    tagTCode parse(std::string& bytes);
-    static void appendText(Cells& cells, std::size_t length, std::string& bytes);
+    void parse(Row& row);
+    /// Takes the cell with a text of that length; the end of its bytes.
+    static char* putText(Cells& cells, std::size_t length, char* to);
     /// The model of rows of that kind and length; null when the kind cannot have it.
     const CPacket* modelOf(tagTCode code, std::uint8_t length);
     void report(const Wrong& wrong);
