@@ -1,5 +1,6 @@
 #include "quorvex/factory/PacketFactory.h"
 
+#include "quorvex/factory/SpareNodes.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFunctions.h"
 
@@ -107,7 +108,7 @@ CPacket* CPacketFactory::getCPacket(std::istream& in) {
     return getCPacket(header, in);
 }
 
-CPacket* CPacketFactory::getCPacket(const char* buffer, unsigned size, unsigned& consumed) {
+[[gnu::flatten]] CPacket* CPacketFactory::getCPacket(const char* buffer, unsigned size, unsigned& consumed) {
     consumed = 0;
     CPacketHeader header;
     if (!header.read(buffer, size))
@@ -130,7 +131,7 @@ bool CPacketFactory::release(std::list<CPacket*>& packets) {
     try {
         for (CPacket*& packet : packets)
             delete std::exchange(packet, nullptr);
-        packets.clear();
+        detail::clear(packets);
         return true;
     } catch (...) {
         return false;

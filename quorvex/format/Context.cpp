@@ -11,14 +11,6 @@ namespace Quorvex {
 
 namespace {
 
-bool differInLowestByte(std::uint64_t a, std::uint64_t b) {
-    return (a ^ b) < 0x100;
-}
-
-std::uint8_t lowestByte(std::uint64_t value) {
-    return static_cast<std::uint8_t>(value);
-}
-
 template <class Context> bool readFrom(std::istream& in, Context& context) {
     char bytes[Context::Len()];
     return in.read(bytes, sizeof bytes) && context.read(bytes, sizeof bytes) != 0;
@@ -66,48 +58,6 @@ bool CSystemContext::read(std::istream& in) {
 bool CSystemContext::write(std::ostream& out) const {
     return writeQuietly(*this, out);
 }
-
-bool CRelCoreContext::testRelative(const CCoreContext& a, const CCoreContext& b) {
-    return a.HWCtx() == b.HWCtx() && a.SWCtx() == b.SWCtx() && differInLowestByte(a.Tick(), b.Tick()) &&
-           differInLowestByte(a.CurrAddr(), b.CurrAddr());
-}
-
-bool CRelCoreContext::createRelative(const CCoreContext& a, const CCoreContext& b, CRelCoreContext& out) {
-    if (!testRelative(a, b))
-        return false;
-    out = CRelCoreContext(lowestByte(a.Tick() ^ b.Tick()), lowestByte(a.CurrAddr() ^ b.CurrAddr()));
-    return true;
-}
-
-bool CRelCoreContext::createAbsolute(const CCoreContext& ref, const CRelCoreContext& rel, CCoreContext& out) {
-    out = CCoreContext(ref.Tick() ^ rel.RelTick(), ref.HWCtx(), ref.SWCtx(), ref.CurrAddr() ^ rel.RelCurrAddr());
-    return true;
-}
-
-bool CRelBusContext::testRelative(const CBusContext& a, const CBusContext& b) {
-    return a.HWCtx() == b.HWCtx() && a.Master() == b.Master() && differInLowestByte(a.Tick(), b.Tick());
-}
-
-bool CRelSystemContext::testRelative(const CSystemContext& a, const CSystemContext& b) {
-    return a.Channel() == b.Channel() && a.Master() == b.Master() && differInLowestByte(a.Tick(), b.Tick());
-}
-
-#define QUORVEX_RELATIVE_TICK(Rel, Abs)                                                                                \
-    bool Rel::createRelative(const Abs& a, const Abs& b, Rel& out) {                                                   \
-        if (!testRelative(a, b))                                                                                       \
-            return false;                                                                                              \
-        out = Rel(lowestByte(a.Tick() ^ b.Tick()));                                                                    \
-        return true;                                                                                                   \
-    }                                                                                                                  \
-    bool Rel::createAbsolute(const Abs& ref, const Rel& rel, Abs& out) {                                               \
-        out = ref;                                                                                                     \
-        out.Tick(ref.Tick() ^ rel.RelTick());                                                                          \
-        return true;                                                                                                   \
-    }
-
-QUORVEX_RELATIVE_TICK(CRelBusContext, CBusContext)
-QUORVEX_RELATIVE_TICK(CRelSystemContext, CSystemContext)
-#undef QUORVEX_RELATIVE_TICK
 
 #define QUORVEX_RELATIVE_COMMON(Rel, Abs)                                                                              \
     Rel Rel::createRelative(const Abs& a, const Abs& b) {                                                              \

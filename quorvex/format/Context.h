@@ -57,7 +57,7 @@ public:
     CCoreContext(const Values& values, FromValues) : CCoreContext(values.tick, values.hwCtx, values.swCtx, values.ip) {}
     CCoreContext(const CCoreContext&) = default;
     CCoreContext& operator=(const CCoreContext&) = default;
-    ~CCoreContext() { platform::overwrite(this, 0xFF, sizeof *this); }
+    ~CCoreContext() { platform::overwrite(*this, 0xFF); }
 
     Values values() const { return {m_Tick, m_HWCtx, m_SWCtx, m_CurrAddr}; }
     static constexpr std::uint8_t Len() { return 24; }
@@ -91,7 +91,7 @@ public:
     CBusContext(const Values& values, FromValues) : CBusContext(values.tick, values.hwCtx, values.master) {}
     CBusContext(const CBusContext&) = default;
     CBusContext& operator=(const CBusContext&) = default;
-    ~CBusContext() { platform::overwrite(this, 0xFF, sizeof *this); }
+    ~CBusContext() { platform::overwrite(*this, 0xFF); }
 
     Values values() const { return {m_Tick, m_HWCtx, m_Master}; }
     static constexpr std::uint8_t Len() { return 16; }
@@ -125,7 +125,7 @@ public:
     CSystemContext(const Values& values, FromValues) : CSystemContext(values.tick, values.channel, values.master) {}
     CSystemContext(const CSystemContext&) = default;
     CSystemContext& operator=(const CSystemContext&) = default;
-    ~CSystemContext() { platform::overwrite(this, 0xFF, sizeof *this); }
+    ~CSystemContext() { platform::overwrite(*this, 0xFF); }
 
     Values values() const { return {m_Tick, m_Channel, m_Master}; }
     static constexpr std::uint8_t Len() { return 16; }
@@ -139,16 +139,22 @@ public:
     }
 };
 
+namespace detail {
+constexpr bool differInLowestByte(std::uint64_t a, std::uint64_t b) {
+    return (a ^ b) < 0x100;
+}
+constexpr std::uint8_t lowestByte(std::uint64_t value) {
+    return static_cast<std::uint8_t>(value);
+}
+} // namespace detail
+
 /// The conversions of a relative context, `a` and `b` (or `ref`) being absolute ones:
 ///   testRelative    whether `b` can be told relative to `a`
 ///   createRelative  `b` relative to `a`; the form with `out` returns false and leaves `out` alone where it cannot be
 ///                   done, the other one throws the runtime CQVXException
 ///   createAbsolute  `ref` with the lowest bytes changed by `rel`; never fails
 #define QUORVEX_RELATIVE_OPERATIONS(Rel, Abs)                                                                          \
-    static bool testRelative(const Abs& a, const Abs& b);                                                              \
-    static bool createRelative(const Abs& a, const Abs& b, Rel& out);                                                  \
     static Rel createRelative(const Abs& a, const Abs& b);                                                             \
-    static bool createAbsolute(const Abs& ref, const Rel& rel, Abs& out);                                              \
     static Abs createAbsolute(const Abs& ref, const Rel& rel);                                                         \
     using Absolute = Abs;
 
@@ -168,13 +174,32 @@ public:
     CRelCoreContext(const Values& values, FromValues) : CRelCoreContext(values.relTick, values.relIp) {}
     CRelCoreContext(const CRelCoreContext&) = default;
     CRelCoreContext& operator=(const CRelCoreContext&) = default;
-    ~CRelCoreContext() { platform::overwrite(this, 0xFF, sizeof *this); }
+    ~CRelCoreContext() { platform::overwrite(*this, 0xFF); }
 
     Values values() const { return {m_RelTick, m_RelCurrAddr}; }
     static constexpr std::uint8_t Len() { return 2; }
     bool operator==(const CRelCoreContext&) const = default;
     QUORVEX_CONTEXT_OPERATIONS
     QUORVEX_RELATIVE_OPERATIONS(CRelCoreContext, CCoreContext)
+
+    static bool testRelative(const CCoreContext& a, const CCoreContext& b) {
+        return a.HWCtx() == b.HWCtx() && a.SWCtx() == b.SWCtx() && detail::differInLowestByte(a.Tick(), b.Tick()) &&
+               detail::differInLowestByte(a.CurrAddr(), b.CurrAddr());
+    }
+    static bool createRelative(const CCoreContext& a, const CCoreContext& b, CRelCoreContext& out) {
+        if (!testRelative(a, b))
+            return false;
+        out.RelTick(detail::lowestByte(a.Tick() ^ b.Tick()));
+        out.RelCurrAddr(detail::lowestByte(a.CurrAddr() ^ b.CurrAddr()));
+        return true;
+    }
+    static bool createAbsolute(const CCoreContext& ref, const CRelCoreContext& rel, CCoreContext& out) {
+        out.Tick(ref.Tick() ^ rel.RelTick());
+        out.HWCtx(ref.HWCtx());
+        out.SWCtx(ref.SWCtx());
+        out.CurrAddr(ref.CurrAddr() ^ rel.RelCurrAddr());
+        return true;
+    }
 
     template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {
         visit(FieldMeaning::Tick, "RelTick", self.m_RelTick);
@@ -183,7 +208,7 @@ public:
 };
 
 /// The one relative byte that bus and system contexts have. Two types, so that neither passes for the other.
-#define QUORVEX_RELATIVE_TICK_CONTEXT(Rel, Abs)                                                                        \
+#define QUORVEX_RELATIVE_TICK_CONTEXT(Rel, Abs, Place)                                                                 \
     class QUORVEX_API Rel {                                                                                            \
         QUORVEX_FIELD(std::uint8_t, RelTick, 0)                                                                        \
                                                                                                                        \
@@ -197,7 +222,7 @@ public:
         Rel(const Values& values, FromValues) : Rel(values.relTick) {}                                                 \
         Rel(const Rel&) = default;                                                                                     \
         Rel& operator=(const Rel&) = default;                                                                          \
-        ~Rel() { platform::overwrite(this, 0xFF, sizeof *this); }                                                      \
+        ~Rel() { platform::overwrite(*this, 0xFF); }                                                                   \
                                                                                                                        \
         Values values() const { return {m_RelTick}; }                                                                  \
         static constexpr std::uint8_t Len() { return 1; }                                                              \
@@ -205,16 +230,32 @@ public:
         QUORVEX_CONTEXT_OPERATIONS                                                                                     \
         QUORVEX_RELATIVE_OPERATIONS(Rel, Abs)                                                                          \
                                                                                                                        \
+        static bool testRelative(const Abs& a, const Abs& b) {                                                         \
+            return a.Place() == b.Place() && a.Master() == b.Master() &&                                               \
+                   detail::differInLowestByte(a.Tick(), b.Tick());                                                     \
+        }                                                                                                              \
+        static bool createRelative(const Abs& a, const Abs& b, Rel& out) {                                             \
+            if (!testRelative(a, b))                                                                                   \
+                return false;                                                                                          \
+            out.RelTick(detail::lowestByte(a.Tick() ^ b.Tick()));                                                      \
+            return true;                                                                                               \
+        }                                                                                                              \
+        static bool createAbsolute(const Abs& ref, const Rel& rel, Abs& out) {                                         \
+            out = ref;                                                                                                 \
+            out.Tick(ref.Tick() ^ rel.RelTick());                                                                      \
+            return true;                                                                                               \
+        }                                                                                                              \
+                                                                                                                       \
         template <class Self, class Visitor> static constexpr void fields(Self& self, Visitor& visit) {                \
             visit(FieldMeaning::Tick, "RelTick", self.m_RelTick);                                                      \
         }                                                                                                              \
     };
 
 /// The low byte of the tick, against that of the last bus sync packet.
-QUORVEX_RELATIVE_TICK_CONTEXT(CRelBusContext, CBusContext)
+QUORVEX_RELATIVE_TICK_CONTEXT(CRelBusContext, CBusContext, HWCtx)
 
 /// The low byte of the tick, against that of the last system sync packet.
-QUORVEX_RELATIVE_TICK_CONTEXT(CRelSystemContext, CSystemContext)
+QUORVEX_RELATIVE_TICK_CONTEXT(CRelSystemContext, CSystemContext, Channel)
 
 #undef QUORVEX_RELATIVE_TICK_CONTEXT
 #undef QUORVEX_RELATIVE_OPERATIONS

@@ -2,6 +2,7 @@
 
 #include "quorvex/format/Exception.h"
 #include "quorvex/platform/Attempt.h"
+#include "quorvex/platform/FreeList.h"
 
 #include <algorithm>
 #include <cstring>
@@ -18,7 +19,7 @@ CData::CData(const std::uint8_t* bytes, std::uint8_t len) {
 
 void CData::clear() {
     if (!isInline(m_length))
-        delete[] m_storage.heap;
+        platform::giveBlock(m_storage.heap, m_length);
     m_storage.u64 = 0;
     m_length = 0;
 }
@@ -27,10 +28,9 @@ bool CData::ensure_size(std::uint8_t len) {
     if (len > kMaxLength)
         return false;
     clear();
-    std::uint8_t* heap = new (std::nothrow) std::uint8_t[len];
-    if (!heap)
+    m_storage.heap = static_cast<std::uint8_t*>(platform::takeBlock(len, std::nothrow));
+    if (!m_storage.heap)
         CQVXException::ThrowOutOfMemory();
-    m_storage.heap = heap;
     m_length = len;
     return true;
 }

@@ -13,7 +13,8 @@ namespace Quorvex {
 /// A data value of 0 to 64 bytes.
 ///
 /// Widths 0, 1, 2, 4 and 8 live inside the object, as little-endian integers. Every other width is an owned heap
-/// buffer whose bytes stand in the reverse of their order on the wire. Copies are independent.
+/// buffer whose bytes stand in the reverse of their order on the wire; nobody else may release it or put another in its
+/// place. Copies are independent.
 ///
 /// Two values of an inline width are equal when their bytes are. Two values of any other width are equal only when they
 /// share one buffer, that is, when they are the same object: compare data() and Length() to compare bytes.

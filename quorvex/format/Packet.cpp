@@ -1,7 +1,27 @@
 #include "quorvex/format/Packet.h"
 
+#include "quorvex/platform/FreeList.h"
+
 namespace Quorvex {
 
-CPacket::~CPacket() = default;
+bool CPacket::read(std::istream& in) {
+    return CPacketHeader::read(in);
+}
+
+bool CPacket::write(std::ostream& out) {
+    return CPacketHeader::write(out);
+}
+
+void* CPacket::operator new(std::size_t size) {
+    return platform::takeBlock(size);
+}
+
+void* CPacket::operator new(std::size_t size, const std::nothrow_t& none) noexcept {
+    return platform::takeBlock(size, none);
+}
+
+void CPacket::operator delete(void* packet, std::size_t size) noexcept {
+    platform::giveBlock(packet, size);
+}
 
 } // namespace Quorvex

@@ -17,7 +17,7 @@ public:
         : m_code(static_cast<std::uint8_t>(code)), m_length(length) {}
     CPacketHeader(const CPacketHeader&) = default;
     CPacketHeader& operator=(const CPacketHeader&) = default;
-    ~CPacketHeader() { platform::overwrite(this, 0xFF, sizeof *this); }
+    ~CPacketHeader() { platform::overwrite(*this, 0xFF); }
 
     static constexpr std::uint8_t Len() { return 2; }
 
@@ -42,8 +42,9 @@ public:
     unsigned write(char* buf, unsigned size) {
         if (!buf || size < Len())
             return 0;
-        buf[0] = static_cast<char>(m_code);
-        buf[1] = static_cast<char>(m_length);
+        const std::uint8_t bytes[] = {m_code, m_length}; // both before either can be overwritten
+        buf[0] = static_cast<char>(bytes[0]);
+        buf[1] = static_cast<char>(bytes[1]);
         return Len();
     }
 

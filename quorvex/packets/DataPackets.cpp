@@ -5,7 +5,7 @@
 namespace Quorvex {
 
 CDataBasePayload::~CDataBasePayload() {
-    platform::overwrite(&m_AccAddr, 0xFF, sizeof m_AccAddr);
+    platform::overwrite(m_AccAddr, 0xFF);
 }
 
 void CDataBasePayload::onReadException(const char* what) {

@@ -69,6 +69,9 @@ constexpr KindTable makeTable() {
     table[Sync].sync = ContextSort::Core;
     table[BusSync].sync = ContextSort::Bus;
     table[SystemSync].sync = ContextSort::System;
+    for (KindFacts& kind : table)
+        kind.standsAlone = kind.text == TextSort::None && kind.role != Role::Structure;
+    table[CharString].standsAlone = false; // it may be a whole text
     return table;
 }
 

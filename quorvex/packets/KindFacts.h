@@ -50,6 +50,7 @@ struct KindFacts {
     tagTCode otherForm = Invalid;            ///< the absolute kind of a relative one, and the other way round
     std::uint8_t length = 0;                 ///< payload bytes, of a kind of changing length the fewest
     bool textMayCount = false;               ///< also read when the header's length counts the text
+    bool standsAlone = false;                ///< no text follows it, and writers take no note of it
 
     /// Whether the payload of a packet, as long as its header says, holds the text too; then none follows.
     bool countsText(unsigned payload) const { return textMayCount && payload > length; }

@@ -39,7 +39,7 @@ concept SizedPart = requires {
 };
 
 /// Throws the text for the medium that is read from.
-[[noreturn]] QUORVEX_API void failReadIn(const PayloadIn& in, const MediaTexts& texts);
+[[noreturn]] QUORVEX_API void failReadIn(bool fromStream, const MediaTexts& texts);
 /// Report a failed plain read or write of a packet, as in "FunctionEnter: Failed to read core context from stream.".
 QUORVEX_API void logFailedRead(tagTCode code, Step step, bool fromStream);
 QUORVEX_API void logFailedWrite(tagTCode code, Step step, bool toStream);
@@ -114,7 +114,7 @@ template <class ContextPart>
 inline ContextPacket<ContextPart>::ContextPacket(PayloadIn& in, const ReadRules* above) : CPacket(in.header()) {
     static_assert(protocol::hasItsLength<Context>());
     if (!in.read(static_cast<Context&>(*this)))
-        protocol::failReadIn(in, above->context);
+        protocol::failReadIn(in.fromStream(), above->context);
 }
 
 template <const ReadRules& Rules, class Base, class Payload>
@@ -225,7 +225,7 @@ PacketOf<Rules, Base, Payload>::PacketOf(const CPacketHeader& header, const char
 template <const ReadRules& Rules, class Base, class Payload>
 inline PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn&& in, tagTCode code, unsigned* consumed) : PacketOf(in) {
     if (Rules.header.stream && (in.header().TraceCode() != code || in.left() != 0))
-        protocol::failReadIn(in, Rules.header);
+        protocol::failReadIn(in.fromStream(), Rules.header);
     if (consumed)
         *consumed = in.consumed();
 }
@@ -234,7 +234,7 @@ template <const ReadRules& Rules, class Base, class Payload>
 PacketOf<Rules, Base, Payload>::PacketOf(PayloadIn& in, const ReadRules* above) : Base(checked(in), &Rules) {
     static_assert(protocol::hasItsLength<Payload>());
     if (!in.read(static_cast<Payload&>(*this)))
-        protocol::failReadIn(in, above ? above->basis.orElse(Rules.payload) : Rules.payload);
+        protocol::failReadIn(in.fromStream(), above ? above->basis.orElse(Rules.payload) : Rules.payload);
     if constexpr (HasFollowingText<Payload>)
         readText(in);
 }
@@ -246,14 +246,14 @@ inline void PacketOf<Rules, Base, Payload>::readText(PayloadIn& in) {
         if constexpr (requires { Payload::kTextMayCount; }) {
             if (in.left() > 0) {
                 if (!in.readCountedText(text))
-                    protocol::failReadIn(in, Rules.text);
+                    protocol::failReadIn(in.fromStream(), Rules.text);
                 PacketOf::SetPacketHeaderLength();
                 return;
             }
         }
         if (!in.readText(text) && !in.cutTextIsNone(static_cast<const Payload&>(*this))) {
             protocol::logText(Rules.textReadLog);
-            protocol::failReadIn(in, Rules.text);
+            protocol::failReadIn(in.fromStream(), Rules.text);
         }
     }
 }
@@ -272,12 +272,12 @@ inline PayloadIn& PacketOf<Rules, Base, Payload>::checked(PayloadIn& in) {
     const unsigned length = in.header().Length();
     if constexpr (Rules.header.stream) {
         if (length < Len())
-            protocol::failReadIn(in, Rules.tooShort.orElse(Rules.header));
+            protocol::failReadIn(in.fromStream(), Rules.tooShort.orElse(Rules.header));
         if (!fits(length))
-            protocol::failReadIn(in, Rules.misfit.orElse(Rules.header));
+            protocol::failReadIn(in.fromStream(), Rules.misfit.orElse(Rules.header));
     }
     if (Rules.size.buffer && !in.holds(Rules.wholeSize ? length : Len()))
-        protocol::failReadIn(in, Rules.size);
+        protocol::failReadIn(in.fromStream(), Rules.size);
     return in;
 }
 
@@ -321,7 +321,8 @@ inline CPacketHeader payloadHeader(unsigned before, std::uint8_t length) {
 
 template <class Payload, unsigned kBefore>
 bool PayloadOperations<Payload, kBefore>::read(std::istream& in, std::uint8_t length) {
-    PayloadIn from(protocol::payloadHeader(kBefore, length), in);
+    const CPacketHeader header = protocol::payloadHeader(kBefore, length);
+    PayloadIn from(header, in);
     return take(from);
 }
 
@@ -334,7 +335,8 @@ unsigned PayloadOperations<Payload, kBefore>::read(const char* buf, unsigned siz
 template <class Payload, unsigned kBefore>
 bool PayloadOperations<Payload, kBefore>::read(const char* buf, unsigned size, std::uint8_t length,
                                                unsigned& consumed) {
-    PayloadIn from(protocol::payloadHeader(kBefore, length), buf, size);
+    const CPacketHeader header = protocol::payloadHeader(kBefore, length);
+    PayloadIn from(header, buf, size);
     if (!take(from))
         return false;
     consumed = from.consumed();
@@ -397,9 +399,12 @@ template <class Packet> CPacket* KindFunctions<Packet>::read(const CPacketHeader
     return new Packet(header, in);
 }
 
+// What runs for each packet of a trace is compiled in one piece: else the classes of a kind fill and overwrite the same
+// memory in turn, and the cursor travels through memory.
+
 template <class Packet>
-CPacket* KindFunctions<Packet>::read(const CPacketHeader& header, const char* buffer, unsigned size,
-                                     unsigned& consumed) {
+[[gnu::flatten]] CPacket* KindFunctions<Packet>::read(const CPacketHeader& header, const char* buffer, unsigned size,
+                                                      unsigned& consumed) {
     return new Packet(header, buffer, size, consumed);
 }
 
@@ -409,20 +414,21 @@ template <class Packet> CPacket* KindFunctions<Packet>::copy(const CPacket& pack
 }
 
 template <class Abs, class Rel>
-CPacket* PairFunctions<Abs, Rel>::toRelative(const CPacket& packet, const typename Abs::Context& last) {
+[[gnu::flatten]] CPacket* PairFunctions<Abs, Rel>::toRelative(const CPacket& packet,
+                                                              const typename Abs::Context& last) {
     using RelContext = typename Rel::Context;
     const Abs* absolute = packetAs<Abs>(packet);
-    RelContext context;
-    if (!absolute || !RelContext::createRelative(last, *absolute, context))
+    if (!absolute || !RelContext::testRelative(last, *absolute))
         return nullptr;
     auto relative = std::make_unique<Rel>();
-    static_cast<RelContext&>(*relative) = context;
+    RelContext::createRelative(last, *absolute, static_cast<RelContext&>(*relative));
     relative->copyPayload(*absolute);
     return relative.release();
 }
 
 template <class Abs, class Rel>
-CPacket* PairFunctions<Abs, Rel>::toAbsolute(const CPacket& packet, const typename Abs::Context& last) {
+[[gnu::flatten]] CPacket* PairFunctions<Abs, Rel>::toAbsolute(const CPacket& packet,
+                                                              const typename Abs::Context& last) {
     const Rel* relative = packetAs<Rel>(packet);
     if (!relative)
         return nullptr;

@@ -13,8 +13,8 @@ const char* nameOf(Step step) {
 
 } // namespace
 
-void failReadIn(const PayloadIn& in, const MediaTexts& texts) {
-    CQVXException::ThrowReadConstructor(in.fromStream() ? texts.stream : texts.buffer);
+void failReadIn(bool fromStream, const MediaTexts& texts) {
+    CQVXException::ThrowReadConstructor(fromStream ? texts.stream : texts.buffer);
 }
 
 void logFailedRead(tagTCode code, Step step, bool fromStream) {

@@ -215,8 +215,9 @@ private:
 template <class Packet> const Packet* packetAs(const CPacket& packet) {
     if (packet.TraceCode() != Packet::kCode)
         return nullptr;
-    return typeid(packet) == typeid(Packet) ? static_cast<const Packet*>(&packet)
-                                            : dynamic_cast<const Packet*>(&packet);
+    const std::type_info& own = typeid(packet);
+    return &own == &typeid(Packet) || own == typeid(Packet) ? static_cast<const Packet*>(&packet)
+                                                            : dynamic_cast<const Packet*>(&packet);
 }
 template <class Packet> Packet* packetAs(CPacket& packet) {
     return const_cast<Packet*>(packetAs<Packet>(std::as_const(packet)));

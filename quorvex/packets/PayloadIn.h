@@ -19,21 +19,23 @@ concept MovesItself = requires(Part& part, std::istream& in) {
 };
 
 /// A cursor over the payload of one packet whose header is already read. It hides whether the bytes come from a stream
-/// or from memory and does all checks of bounds.
+/// or from memory and does all checks of bounds. The header must outlive it.
 class PayloadIn {
 public:
-    PayloadIn(const CPacketHeader& header, std::istream& in) : m_header(header), m_stream(&in) {}
+    PayloadIn(const CPacketHeader& header, std::istream& in) : m_header(&header), m_stream(&in) {}
     PayloadIn(const CPacketHeader& header, const char* payload, unsigned size)
-        : m_header(header), m_buffer(payload), m_size(size) {}
+        : m_header(&header), m_buffer(payload), m_size(size) {}
+    PayloadIn(CPacketHeader&& header, std::istream& in) = delete;
+    PayloadIn(CPacketHeader&& header, const char* payload, unsigned size) = delete;
 
-    const CPacketHeader& header() const { return m_header; } ///< of the packet that is read
-    bool fromStream() const { return m_stream != nullptr; }  ///< not from memory
+    const CPacketHeader& header() const { return *m_header; } ///< of the packet that is read
+    bool fromStream() const { return m_stream != nullptr; }   ///< not from memory
     /// Whether that many bytes of payload are there. A stream cannot tell beforehand.
     bool holds(unsigned size) const { return m_stream || size <= m_size; }
     /// Whether that many bytes of payload were there.
     bool held(unsigned size) const { return m_stream ? size <= m_payload : size <= m_size; }
     /// Bytes that the header announces beyond those taken; negative when more were taken.
-    int left() const { return static_cast<int>(m_header.Length()) - static_cast<int>(m_payload); }
+    int left() const { return static_cast<int>(m_header->Length()) - static_cast<int>(m_payload); }
     /// All bytes taken, those of texts behind the payload included.
     unsigned consumed() const { return m_payload + m_text; }
 
@@ -115,7 +117,7 @@ private:
         }
     }
 
-    CPacketHeader m_header;
+    const CPacketHeader* m_header;
     std::istream* m_stream = nullptr;
     const char* m_buffer = nullptr;
     unsigned m_size = 0;

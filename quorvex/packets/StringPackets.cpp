@@ -5,6 +5,7 @@
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/PacketImplementation.h"
 #include "quorvex/platform/Attempt.h"
+#include "quorvex/platform/FreeList.h"
 
 #include <algorithm>
 #include <cstring>
@@ -48,6 +49,13 @@ bool textIsNext(std::istream& in) {
 void checkCode(const CPacketHeader& header) {
     if (header.TraceCode() != CharString)
         CQVXException::ThrowReadConstructor("CCharString: Read-In constructor invalid header data supplied.");
+}
+
+unsigned char* takeBytes(unsigned length) {
+    auto* bytes = static_cast<unsigned char*>(platform::takeBlock(length, std::nothrow));
+    if (!bytes)
+        CQVXException::ThrowOutOfMemory();
+    return bytes;
 }
 
 /// A length as the 32 bits that a text's is told in. A longer text finds no memory.
@@ -126,14 +134,12 @@ CCharStringSequencePayload& CCharStringSequencePayload::operator=(const CCharStr
 }
 
 void CCharStringSequencePayload::assign(const unsigned char* bytes, unsigned length) {
-    std::unique_ptr<unsigned char[]> fresh;
+    unsigned char* fresh = nullptr;
     if (bytes && length > 0) {
-        fresh.reset(new (std::nothrow) unsigned char[length]);
-        if (!fresh)
-            CQVXException::ThrowOutOfMemory();
-        std::memcpy(fresh.get(), bytes, length);
+        fresh = takeBytes(length);
+        std::memcpy(fresh, bytes, length);
     }
-    replace(std::move(fresh), length);
+    replace(fresh, length);
 }
 
 void CCharStringSequencePayload::append(const unsigned char* bytes, unsigned length) {
@@ -141,24 +147,29 @@ void CCharStringSequencePayload::append(const unsigned char* bytes, unsigned len
         return;
     if (length > ~0U - m_length)
         CQVXException::ThrowOutOfMemory();
-    std::unique_ptr<unsigned char[]> fresh(new (std::nothrow) unsigned char[m_length + length]);
-    if (!fresh)
-        CQVXException::ThrowOutOfMemory();
+    unsigned char* const fresh = takeBytes(m_length + length);
     if (m_length > 0)
-        std::memcpy(fresh.get(), m_bytes.get(), m_length);
-    std::memcpy(fresh.get() + m_length, bytes, length);
-    replace(std::move(fresh), m_length + length);
+        std::memcpy(fresh, m_bytes, m_length);
+    std::memcpy(fresh + m_length, bytes, length);
+    replace(fresh, m_length + length);
+}
+
+unsigned char* CCharStringSequencePayload::refill(unsigned length) {
+    replace(length > 0 ? takeBytes(length) : nullptr, length);
+    return m_bytes;
 }
 
 void CCharStringSequencePayload::clear() {
     replace(nullptr, 0);
 }
 
-void CCharStringSequencePayload::replace(std::unique_ptr<unsigned char[]> bytes, unsigned length) {
-    if (m_bytes)
-        platform::overwrite(m_bytes.get(), 0, m_length);
-    m_bytes = std::move(bytes);
-    m_length = m_bytes ? length : 0;
+void CCharStringSequencePayload::replace(unsigned char* bytes, unsigned length) {
+    if (m_bytes) {
+        platform::overwrite(m_bytes, 0, m_length);
+        platform::giveBlock(m_bytes, m_length);
+    }
+    m_bytes = bytes;
+    m_length = bytes ? length : 0;
 }
 
 CCharStringSequence::CCharStringSequence(const unsigned char* bytes, unsigned length) : CCharStringSequence() {
@@ -272,20 +283,27 @@ bool CCharStringSequence::read(std::istream& in) {
 }
 
 bool CCharStringSequence::read(const char* buf, unsigned size, unsigned& consumed) {
-    std::string text;
-    unsigned at = 0;
+    unsigned total = 0;
+    unsigned end = 0;
     bool full = true;
-    while (full && buf && at < size && static_cast<unsigned char>(buf[at]) == CharString) {
-        CPacketHeader header;
-        if (!header.read(buf + at, size - at) || header.Length() > size - at - CPacketHeader::Len())
+    while (full && buf && end < size && static_cast<unsigned char>(buf[end]) == CharString) {
+        const unsigned left = size - end;
+        const unsigned length = left < CPacketHeader::Len() ? 0 : static_cast<unsigned char>(buf[end + 1]);
+        if (left < CPacketHeader::Len() + length)
             return false;
-        text.append(buf + at + CPacketHeader::Len(), header.Length());
-        at += CPacketHeader::Len() + header.Length();
-        full = header.Length() == kCharStringMax;
+        total += length;
+        end += CPacketHeader::Len() + length;
+        full = length == kCharStringMax;
     }
-    assign(asBytes(text.data()), static_cast<unsigned>(text.size()));
+    unsigned char* to = refill(total);
+    for (unsigned at = 0; at < total; at += kCharStringMax) {
+        buf += CPacketHeader::Len();
+        const unsigned chunk = std::min(total - at, kCharStringMax);
+        std::memcpy(to + at, buf, chunk);
+        buf += chunk;
+    }
     SetHeaderLength();
-    consumed = at;
+    consumed = end;
     return true;
 }
 

@@ -13,7 +13,6 @@
 #include <array>
 #include <cstdint>
 #include <iosfwd>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -62,13 +61,16 @@ public:
     CCharStringSequencePayload() = default;
     CCharStringSequencePayload(const CCharStringSequencePayload& other) { assign(other.data(), other.length()); }
     CCharStringSequencePayload& operator=(const CCharStringSequencePayload& other);
-    ~CCharStringSequencePayload() { clear(); }
+    ~CCharStringSequencePayload() {
+        if (m_bytes)
+            clear();
+    }
 
     /// Null for the empty text.
-    const unsigned char* data() const { return m_bytes.get(); }
+    const unsigned char* data() const { return m_bytes; }
     unsigned length() const { return m_length; } ///< bytes
     bool empty() const { return m_length == 0; }
-    std::string_view view() const { return {reinterpret_cast<const char*>(m_bytes.get()), m_length}; }
+    std::string_view view() const { return {reinterpret_cast<const char*>(m_bytes), m_length}; }
 
 protected:
     /// Both may be given a part of the text itself; out of memory throws and keeps the old text.
@@ -76,10 +78,13 @@ protected:
     void append(const unsigned char* bytes, unsigned length);
     void clear();
 
-private:
-    void replace(std::unique_ptr<unsigned char[]> bytes, unsigned length);
+    /// The text becomes `length` bytes for the caller to fill in; null for the empty text. Throws as they do.
+    unsigned char* refill(unsigned length);
 
-    std::unique_ptr<unsigned char[]> m_bytes;
+private:
+    void replace(unsigned char* bytes, unsigned length);
+
+    unsigned char* m_bytes = nullptr;
     unsigned m_length = 0;
 };
 

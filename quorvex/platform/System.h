@@ -85,7 +85,20 @@ QUORVEX_API void onThreadEnd(void (*ended)(void* value), void* value);
 /// do not fork.
 QUORVEX_API void onFork(void (*before)(), void (*afterInParent)(), void (*afterInChild)());
 
-/// Overwrites `size` bytes in a way that no optimiser removes, also when the object's life is about to end.
+/// Overwrites an object in a way that no optimiser removes, also when the object's life is about to end. It costs the
+/// stores and nothing else.
+template <class T> void overwrite(T& object, unsigned char value) {
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_memset(&reinterpret_cast<char&>(object), value, sizeof object);
+    __asm__ volatile("" : : "m"(reinterpret_cast<const char(&)[sizeof object]>(object)));
+#else
+    auto* byte = &reinterpret_cast<volatile unsigned char&>(object);
+    for (std::size_t i = 0; i < sizeof object; ++i)
+        byte[i] = value;
+#endif
+}
+
+/// The same for `size` bytes.
 inline void overwrite(void* object, unsigned char value, std::size_t size) {
 #if defined(__GNUC__) || defined(__clang__)
     __builtin_memset(object, value, size);

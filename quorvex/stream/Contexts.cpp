@@ -90,10 +90,6 @@ bool CContexts::adopt(const CPacket& packet) {
     });
 }
 
-bool CContexts::knows(ContextSort sort) const {
-    return with(*this, sort, [](const auto& reference) { return reference.known; });
-}
-
 std::optional<CCoreContext> CContexts::coreOf(const CPacket& packet) const {
     return contextAfter(packet, m_core.context);
 }

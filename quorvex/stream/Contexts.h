@@ -45,7 +45,10 @@ public:
     const CBusContext& bus() const { return m_bus.context; }          ///< of buses
     const CSystemContext& system() const { return m_system.context; } ///< of the system
     /// Whether a context of that sort has been told.
-    bool knows(ContextSort sort) const;
+    bool knows(ContextSort sort) const {
+        return (sort == ContextSort::Core && m_core.known) || (sort == ContextSort::Bus && m_bus.known) ||
+               (sort == ContextSort::System && m_system.known);
+    }
 
     /// The absolute context of a packet that carries one of that sort, absolute or relative.
     std::optional<CCoreContext> coreOf(const CPacket& packet) const;

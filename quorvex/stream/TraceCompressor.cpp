@@ -1,9 +1,12 @@
 #include "quorvex/stream/TraceCompressor.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/factory/SpareNodes.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/platform/Attempt.h"
+
+#include <utility>
 
 namespace Quorvex {
 
@@ -30,6 +33,11 @@ constexpr Failures kFailures[] = {
 };
 
 constexpr char kNotConverted[] = "CTraceCompressor::compress(): error creating a compressed packet!";
+
+void releaseConverted(CPacket* packet) {
+    if (!CPacketFactory::releaseCPacket(&packet))
+        logError("CTraceCompressor::compress(): Leaking memory, due to unable to release garbage!");
+}
 
 } // namespace
 
@@ -60,7 +68,12 @@ bool CTraceCompressor::forward(CPacket*& packet) {
         return false;
     if (sortOfFull(packet->TraceCode()) == ContextSort::None)
         return m_downstream.forward(packet);
-    m_pending.push_back(packet);
+    detail::append(m_pending, packet);
+    if (CPacket* converted = relative(*packet)) {
+        m_pending.back() = converted;
+        releaseConverted(std::exchange(packet, nullptr));
+        return handOver();
+    }
     if (!convert()) {
         m_pending.clear();
         return false;
@@ -96,7 +109,7 @@ bool CTraceCompressor::handOver() {
 }
 
 bool CTraceCompressor::convert() {
-    const CContexts before = m_contexts;
+    m_before.reset();
     const auto convertAll = [this] {
         m_changes.reserve(2 * m_pending.size()); // or one that is made could not be noted
         for (auto at = m_pending.begin(); at != m_pending.end(); ++at) {
@@ -107,12 +120,13 @@ bool CTraceCompressor::convert() {
     };
     if (!attempt(convertAll, [](const std::exception&) { logError(kNotConverted); })) {
         undo();
-        m_contexts = before;
+        if (m_before)
+            m_contexts = *m_before;
         return false;
     }
     for (Change& change : m_changes) {
-        if (change.replaced && !CPacketFactory::releaseCPacket(&change.replaced))
-            logError("CTraceCompressor::compress(): Leaking memory, due to unable to release garbage!");
+        if (change.replaced)
+            releaseConverted(change.replaced);
     }
     m_changes.clear();
     return true;
@@ -128,22 +142,25 @@ bool CTraceCompressor::convert(std::list<CPacket*>::iterator at) {
         logError(text);
         return false;
     };
-    if (sortOfSync(packet->TraceCode()) != ContextSort::None)
+    if (sortOfSync(packet->TraceCode()) != ContextSort::None) {
+        keepContexts();
         return m_contexts.note(*packet) || failed(failures.noSyncContext);
-    CPacket* relative = m_contexts.knows(sort) ? m_contexts.relative(*packet) : nullptr;
-    if (!relative) {
+    }
+    CPacket* converted = relative(*packet);
+    if (!converted) {
+        keepContexts();
         if (!m_contexts.adopt(*packet))
             return failed(failures.noContext);
-        const auto sync = m_pending.insert(at, nullptr);
+        const auto sync = detail::insert(m_pending, at, nullptr);
         m_changes.push_back({sync, nullptr});
         *sync = m_contexts.sync(sort);
         if (!*sync)
             return failed(failures.noSync);
-        relative = m_contexts.relative(*packet);
+        converted = relative(*packet);
     }
-    if (!relative)
+    if (!converted)
         return failed(kNotConverted);
-    *at = relative;
+    *at = converted;
     m_changes.push_back({at, packet});
     return true;
 }

@@ -5,6 +5,7 @@
 #include "quorvex/stream/TraceSink.h"
 
 #include <list>
+#include <optional>
 #include <vector>
 
 namespace Quorvex {
@@ -46,14 +47,24 @@ private:
     bool convert();
     /// Hands the pending packets over, which are converted and no longer the caller's.
     bool handOver();
+    /// The relative form of a packet, if what the sink behind has been told is enough for one.
+    CPacket* relative(CPacket& packet) const {
+        return m_contexts.knows(sortOfAbsolute(packet.TraceCode())) ? m_contexts.relative(packet) : nullptr;
+    }
     /// Converts one packet, or takes note of it.
     bool convert(std::list<CPacket*>::iterator at);
     void undo();
+    /// Keeps the contexts as they are before the first of the pending packets changes them.
+    void keepContexts() {
+        if (!m_before)
+            m_before = m_contexts;
+    }
 
     CTraceSink& m_downstream;
     std::list<CPacket*> m_pending;
-    CContexts m_contexts;          ///< what the sink behind has been told
-    std::vector<Change> m_changes; ///< a member only so that it keeps its memory
+    CContexts m_contexts;              ///< what the sink behind has been told
+    std::optional<CContexts> m_before; ///< before the pending packets, if those have changed it
+    std::vector<Change> m_changes;     ///< a member only so that it keeps its memory
 };
 
 } // namespace Quorvex

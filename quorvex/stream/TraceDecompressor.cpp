@@ -59,28 +59,34 @@ bool CTraceDecompressor::get(std::list<CPacket*>& packets) {
 }
 
 bool CTraceDecompressor::decompress() {
+    std::list<CPacket*> dropped;
     for (auto at = m_pending.begin(); at != m_pending.end();) {
+        const auto next = std::next(at);
         if (*at && !convert(*at)) {
             CPacketFactory::release(m_pending);
             return false;
         }
-        at = *at ? std::next(at) : m_pending.erase(at);
+        if (!*at)
+            dropped.splice(dropped.end(), m_pending, at);
+        at = next;
     }
+    CPacketFactory::release(dropped); // which keeps their nodes
     return true;
 }
 
 bool CTraceDecompressor::convert(CPacket*& packet) {
     const tagTCode code = packet->TraceCode();
+    const KindFacts& kind = factsOf(code);
     CPacket* absolute = nullptr;
-    if (sortOfRelative(code) != ContextSort::None) {
+    if (kind.isRelative) {
         absolute = m_contexts.absolute(*packet);
         if (!absolute) {
             logError("CTraceDecompressor::decompress(): Could not create decompressed packet!");
             return false;
         }
-    } else if (const ContextSort sync = sortOfSync(code); sync != ContextSort::None) {
+    } else if (kind.sync != ContextSort::None) {
         if (!m_contexts.note(*packet)) {
-            logError(failureOf(sync));
+            logError(failureOf(kind.sync));
             return false;
         }
         if (!m_dropSync)

@@ -1,6 +1,7 @@
 #include "quorvex/stream/TraceReaderPlain.h"
 
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/factory/SpareNodes.h"
 #include "quorvex/format/Exception.h"
 #include "quorvex/packets/KindFacts.h"
 
@@ -11,6 +12,18 @@
 #include <streambuf>
 
 namespace Quorvex {
+
+namespace {
+
+/// The packet with a header that tells the length of its fields, in place of one whose header tells more.
+[[gnu::noinline, gnu::cold]] CPacket* withOwnLength(CPacket* packet, const char* bytes, unsigned consumed) {
+    const unsigned length = consumed - CPacketHeader::Len();
+    const CPacketHeader header(packet->TraceCode(), static_cast<std::uint8_t>(length));
+    CPacketFactory::releaseCPacket(&packet);
+    return CPacketFactory::getCPacket(header, bytes + CPacketHeader::Len(), length, consumed);
+}
+
+} // namespace
 
 /// The next packet and its text as a stream, for the one that no block can hold. It shows one packet of the run at a
 /// time, and only whole ones.
@@ -88,7 +101,18 @@ bool CTraceReaderPlain::load(unsigned count) {
     return true;
 }
 
-bool CTraceReaderPlain::loadPacket(unsigned& size) {
+inline bool CTraceReaderPlain::loadPacket(unsigned& size) {
+    // Nearly always it stands there, and no text can follow it.
+    const unsigned rest = remain();
+    if (rest >= CPacketHeader::Len() && !isFollowedByText(tagTCode(at(0)))) {
+        size = CPacketHeader::Len() + at(1);
+        if (rest >= size)
+            return true;
+    }
+    return loadWhole(size);
+}
+
+bool CTraceReaderPlain::loadWhole(unsigned& size) {
     if (!load(CPacketHeader::Len()))
         return false;
     // Never more bytes than the header and the texts announce, though a damaged packet may ask for more: what it would
@@ -130,7 +154,7 @@ bool CTraceReaderPlain::loadText(unsigned offset, unsigned& size) {
     return true;
 }
 
-bool CTraceReaderPlain::build(unsigned size, CPacket*& packet) {
+inline bool CTraceReaderPlain::build(unsigned size, CPacket*& packet) {
     packet = nullptr;
     if (size == kOverlong)
         return buildOverlong(packet);
@@ -138,19 +162,16 @@ bool CTraceReaderPlain::build(unsigned size, CPacket*& packet) {
         const char* bytes = m_block + m_index;
         unsigned consumed = 0;
         packet = CPacketFactory::getCPacket(bytes, size, consumed);
-        if (packet && consumed != size) {
-            const unsigned length = consumed - CPacketHeader::Len();
-            const CPacketHeader header(packet->TraceCode(), static_cast<std::uint8_t>(length));
-            CPacketFactory::releaseCPacket(&packet);
-            packet = CPacketFactory::getCPacket(header, bytes + CPacketHeader::Len(), length, consumed);
-        }
+        if (packet && consumed != size)
+            packet = withOwnLength(packet, bytes, consumed);
     } catch (const std::exception& exception) {
         if (isOutOfMemory(exception))
             throw;
         return true;
     }
     if (packet) {
-        m_eot = m_eot || packet->TraceCode() == EndOfTrace;
+        if (at(0) == EndOfTrace)
+            m_eot = true;
         m_index += size;
     }
     return true;
@@ -208,7 +229,7 @@ bool CTraceReaderPlain::get(std::list<CPacket*>& packets) {
         if (!loadPacket(size) || !build(size, packet))
             break;
         if (packet) {
-            packets.push_back(packet);
+            detail::append(packets, packet);
             if (m_base != start) // the block was topped up on the way: one block is enough for one batch
                 break;
         } else if (CTCodeInfo::TCodeIsValid(tagTCode(at(0))) || !stepOver()) {

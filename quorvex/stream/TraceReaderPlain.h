@@ -63,6 +63,8 @@ private:
     /// Makes sure that the next packet stands in the block whole, with the texts that follow it. False when it is cut,
     /// or the source fails. `size` gets the bytes to build it from, or kOverlong when it is larger than a block.
     bool loadPacket(unsigned& size);
+    /// The same where the packet, or what its text is told by, does not stand there yet.
+    bool loadWhole(unsigned& size);
     /// Makes sure that the CharString packet stands in the block that begins that far behind the next unread byte.
     /// `size` gets its bytes: 0 when there is none, or it is cut. False when the source fails.
     bool loadText(unsigned offset, unsigned& size);

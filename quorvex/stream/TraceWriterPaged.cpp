@@ -13,13 +13,9 @@ namespace Quorvex {
 
 namespace {
 
-constexpr unsigned kLargestPacket = CPacketHeader::Len() + 255; ///< without the texts behind it
-
-/// Whether packets of that code are written as they come: no text follows them, and the writer takes no note of them.
-bool isOrdinary(tagTCode code) {
-    const KindFacts& kind = factsOf(code);
-    return kind.text == TextSort::None && kind.role != Role::Structure && code != CharString;
-}
+/// A page that is not filled any further has room for every packet without a text behind it.
+constexpr unsigned kRoomForAny = kPageSize - (CPacketHeader::Len() + UINT8_MAX) - CPacketHeader::Len();
+static_assert(pages::fits(CPacketHeader::Len() + UINT8_MAX, kRoomForAny));
 
 bool fitsNoPage(unsigned size, const CContexts& restated) {
     return !pages::fits(size, pages::kMostRestated) && !pages::fits(size, restated.syncSize());
@@ -167,13 +163,17 @@ void CTraceWriterPaged::dropFrameBehind(unsigned fill) {
         m_frame = FrameOnPage(); // the target does not have it
 }
 
-bool CTraceWriterPaged::put(CPacket* packet) {
+inline bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* notChecked) {
     // Most packets are of a kind that the writer takes no note of, and there is room for any of them.
-    if (remain() >= kLargestPacket + CPacketHeader::Len() && packet && isOrdinary(packet->TraceCode())) {
-        const unsigned written = packet->write(at(m_fill), remain());
+    if (m_fill <= kRoomForAny && packet && factsOf(packet->CPacketHeader::TraceCode()).standsAlone) {
+        const unsigned written = packet->write(at(m_fill), kPageSize - m_fill);
         m_fill += written;
         return written != 0;
     }
+    return writeNoted(packet, noRoom, notChecked);
+}
+
+bool CTraceWriterPaged::put(CPacket* packet) {
     return write(packet, "CTraceWriterPaged::put(): Unable to ashure the page condition. Exiting!",
                  "CTraceWriterPaged::put(): Unable to check packet!");
 }
@@ -196,7 +196,7 @@ bool CTraceWriterPaged::forward(std::list<CPacket*>& packets) {
     return CPacketFactory::release(packets);
 }
 
-bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* notChecked) {
+bool CTraceWriterPaged::writeNoted(CPacket* packet, const char* noRoom, const char* notChecked) {
     if (!packet)
         return false;
     const unsigned size = packet->StreamSize();

@@ -110,6 +110,8 @@ private:
     char* at(unsigned offset) { return m_page + offset; }
     /// Puts a packet on the page; the texts are for the message log.
     bool write(CPacket* packet, const char* noRoom, const char* notChecked);
+    /// The same for a packet that may not fit, or that the writer takes note of.
+    bool writeNoted(CPacket* packet, const char* noRoom, const char* notChecked);
     bool breakPage();
     /// Offers the target what it does not have yet; false, with a report, when it does not take exactly that.
     bool handOver(const char* operation, unsigned& written);

@@ -2,11 +2,19 @@
 
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/packets/KindFacts.h"
 
 #include <cstring>
 #include <iterator>
 
 namespace Quorvex {
+
+namespace {
+
+/// A block that is filled less has room for every packet without a text behind it.
+constexpr unsigned kRoomForAny = kBlockSize - (CPacketHeader::Len() + UINT8_MAX);
+
+} // namespace
 
 CTraceWriterPlain::~CTraceWriterPlain() = default;
 
@@ -16,6 +24,17 @@ void CTraceWriterPlain::check_initial_pos() {
 }
 
 bool CTraceWriterPlain::put(CPacket* packet) {
+    // Most packets have no text behind them, and there is room for any of them.
+    if (m_fill < kRoomForAny && packet && factsOf(packet->CPacketHeader::TraceCode()).standsAlone) {
+        if (const unsigned written = packet->write(m_block + m_fill, kBlockSize - m_fill)) {
+            m_fill += written;
+            return true;
+        }
+    }
+    return putMeasured(packet);
+}
+
+bool CTraceWriterPlain::putMeasured(CPacket* packet) {
     if (!packet)
         return false;
     const unsigned size = packet->StreamSize();

@@ -33,6 +33,8 @@ protected:
     virtual void check_initial_pos();
 
 private:
+    /// The same as put, for a packet of any size.
+    bool putMeasured(CPacket* packet);
     unsigned room() const { return kBlockSize - m_fill; }
     /// Takes the first bytes, which the target has, out of the block.
     void dropWritten(unsigned written);
