@@ -5,6 +5,8 @@
 #include "quorvex/packets/MessagePackets.h"
 #include "quorvex/packets/SoftwareObjectPackets.h"
 #include "quorvex/packets/TraceControlPackets.h"
+#include "quorvex/platform/Clock.h"
+#include "quorvex/platform/Processor.h"
 #include "quorvex/platform/System.h"
 
 #include <algorithm>
@@ -85,25 +87,35 @@ unsigned sizeOfText(std::string_view text) {
     return static_cast<unsigned>(CCharStringSequence::StreamSize(length));
 }
 
-/// A define packet with its name, as bytes: made without memory from the program's allocator.
-struct Definition {
+} // namespace
+
+/// A packet of a function, with its name if it has one, as bytes: made without memory from the program's allocator, and
+/// at once where it is to stand.
+struct CQVXInstrumentingStream::Function {
+    tagTCode code;
     std::uint32_t id;
     std::string_view name;
 
-    unsigned size() const {
-        return CPacketHeader::Len() + CFunctionDefine::Len() + (name.empty() ? 0 : sizeOfText(name));
-    }
-    void encode(const CCoreContext& context, char* to) const {
-        CPacketHeader header(FunctionDefine, CFunctionDefine::Len());
-        to += header.write(to, CPacketHeader::Len());
-        encodePart(context, to);
-        storeLittleEndian(to + CCoreContext::Len(), id);
+    static constexpr unsigned kPayload = CCoreContext::Len() + sizeof(id);
+    static_assert(kPayload == CFunctionDefine::Len() && kPayload == CFunctionEnter::Len());
+
+    unsigned size() const { return CPacketHeader::Len() + kPayload + (name.empty() ? 0 : sizeOfText(name)); }
+    void encode(const CCoreContext::Values& context, char* to) const {
+        *to++ = static_cast<char>(code);
+        *to++ = kPayload;
+        const auto store = [&to](auto value) {
+            storeLittleEndian(to, value);
+            to += sizeof value;
+        };
+        store(context.tick);
+        store(context.hwCtx);
+        store(context.swCtx);
+        store(context.ip);
+        store(id);
         if (!name.empty())
-            encodeText(to + CFunctionDefine::Len(), name);
+            encodeText(to, name);
     }
 };
-
-} // namespace
 
 /// All streams of the process. It is never destroyed, because threads may ask for their stream at any time; a separate
 /// object closes it when the process ends. Its lock is held only where no signal handler can come between.
@@ -124,6 +136,19 @@ struct CQVXInstrumentingStream::Registry {
         platform::onFork(beforeFork, afterForkInParent, afterForkInChild);
         if (!mode.unknown.empty())
             tell("Cannot record in mode " + mode.unknown + ": no such mode; recording as usual.");
+        if (!mode.off)
+            startClock();
+    }
+
+    /// Takes the clock that QVX_TRACECLOCK names.
+    void startClock() {
+        platform::ClockChoice clock =
+            platform::chooseClock(platform::environment("QVX_TRACECLOCK"), platform::counterFacts());
+        if (clock.byCounter && !platform::g_recordingClock.start())
+            clock.complaint =
+                "Cannot take the time from the processor's counter, which stands still; taking the system's.";
+        if (!clock.complaint.empty())
+            tell(clock.complaint);
     }
 
     static Registry& instance() {
@@ -174,8 +199,10 @@ struct CQVXInstrumentingStream::Registry {
         detail::RecordingFile::lockAll();
         if (forking->log)
             forking->log->lock();
+        platform::g_recordingClock.lock();
     }
     static void afterForkInParent() {
+        platform::g_recordingClock.unlock();
         auto* const forking = std::launder(reinterpret_cast<Forking*>(t_forking));
         if (forking->log)
             forking->log->unlock();
@@ -204,28 +231,22 @@ class CQVXInstrumentingStream::Use {
 public:
     explicit Use(CQVXInstrumentingStream& stream)
         : m_stream(stream), m_nested(stream.m_inUse.load(std::memory_order_relaxed)) {
-        if (m_nested)
-            return;
-        if (g_barrier) {
-            m_stream.m_inUse.store(true, std::memory_order_relaxed);
-            std::atomic_signal_fence(std::memory_order_seq_cst);
-        } else {
-            m_stream.m_inUse.exchange(true);
-        }
-        m_granted = !m_stream.m_closed.load() && !m_stream.m_broken;
+        if (!m_nested) [[likely]]
+            begin();
     }
     Use(const Use&) = delete;
     Use& operator=(const Use&) = delete;
     ~Use() {
-        if (m_nested)
+        if (m_nested) [[unlikely]]
             return;
-        if (m_granted && m_stream.m_besidePage.load(std::memory_order_relaxed)) [[unlikely]]
-            m_stream.takeIn();
-        m_stream.m_inUse.store(false, std::memory_order_release);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        // A handler may have come between the two.
-        if (m_granted && m_stream.m_besidePage.load(std::memory_order_relaxed)) [[unlikely]] {
-            const Use again(m_stream);
+        while (true) {
+            if (m_granted && hasBeside()) [[unlikely]]
+                m_stream.takeIn();
+            m_stream.m_inUse.store(false, std::memory_order_release);
+            std::atomic_signal_fence(std::memory_order_seq_cst);
+            if (!m_granted || !hasBeside()) [[likely]]
+                return;
+            begin(); // a handler has come between the two
         }
     }
 
@@ -235,6 +256,17 @@ public:
     bool nested() const { return m_nested && !m_stream.m_closed.load() && !m_stream.m_broken; }
 
 private:
+    void begin() {
+        if (g_barrier) [[likely]] {
+            m_stream.m_inUse.store(true, std::memory_order_relaxed);
+            std::atomic_signal_fence(std::memory_order_seq_cst);
+        } else {
+            m_stream.m_inUse.exchange(true);
+        }
+        m_granted = !m_stream.m_closed.load() && !m_stream.m_broken;
+    }
+    bool hasBeside() const { return m_stream.m_besidePage.load(std::memory_order_relaxed); }
+
     CQVXInstrumentingStream& m_stream;
     const bool m_nested;
     bool m_granted = false;
@@ -466,27 +498,25 @@ bool CQVXInstrumentingStream::retire(std::uint64_t deadline) {
     return mayGo;
 }
 
-const CCoreContext& CQVXInstrumentingStream::stamp(CCoreContext& context) {
-    context.HWCtx(HWCtxId());
-    context.Tick(platform::counterTick());
-    return context;
-}
-
-const CCoreContext& CQVXInstrumentingStream::stampInOrder() {
+inline CCoreContext::Values CQVXInstrumentingStream::placeAndTime() {
     while (true) {
-        stamp(m_context);
+        const unsigned processor = platform::processorHere();
+        const std::uint64_t tick = platform::g_recordingClock.now();
         if (!m_besidePage.load(std::memory_order_relaxed)) [[likely]]
-            return m_context;
+            return {tick, processor, SWCtx(), kUnknown64};
         takeIn(); // a handler came before that time was read
     }
 }
 
 const CCoreContext& CQVXInstrumentingStream::Context() {
-    return stamp(m_inUse.load(std::memory_order_relaxed) ? m_besideContext : m_context);
+    CCoreContext& context = m_inUse.load(std::memory_order_relaxed) ? m_besideContext : m_context;
+    context.HWCtx(HWCtxId());
+    context.Tick(platform::g_recordingClock.now());
+    return context;
 }
 
 unsigned CQVXInstrumentingStream::HWCtxId() {
-    return platform::currentProcessor();
+    return platform::processorHere();
 }
 
 unsigned CQVXInstrumentingStream::SWCtxId() {
@@ -494,45 +524,41 @@ unsigned CQVXInstrumentingStream::SWCtxId() {
 }
 
 bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
+    const Function function{tagTCode::FunctionDefine, id, name ? name : ""};
     const Use use(*this);
-    if (use.nested())
-        return defineBeside(name, id);
     if (!use.granted())
-        return refuse();
+        return use.nested() ? recordBeside(function) : refuse();
     if (!m_defined.insert(id))
         return true;
-    const CCoreContext& context = stampInOrder();
-    const Definition definition{id, name ? name : ""};
-    char* const room = claim(definition.size());
+    const CCoreContext::Values context = placeAndTime();
+    char* const room = claim(function.size());
     if (!room)
         return refuse();
-    definition.encode(context, room);
-    commit(definition.size());
+    function.encode(context, room);
+    commit(function.size());
     return keep(true);
 }
 
-template <class Packet> bool CQVXInstrumentingStream::record(unsigned id) {
+template <tagTCode Code> bool CQVXInstrumentingStream::recordCall(unsigned id) noexcept {
     const Use use(*this);
-    if (use.granted()) [[likely]] {
-        Packet packet(stampInOrder(), id);
-        return keep(CTraceWriterPaged::put(&packet)) || refuse();
-    }
-    if (!use.nested())
+    if (!use.granted()) [[unlikely]]
+        return use.nested() ? recordBeside(Function{Code, id, {}}) : refuse();
+    const CCoreContext::Values context = placeAndTime();
+    const Function function{Code, id, {}}; // kept in registers: its address is given to nobody
+    char* const room = claimPlain(function.size());
+    if (!room) [[unlikely]]
         return refuse();
-    Packet packet(contextAt(0), id);
-    const unsigned size = packet.StreamSize();
-    return recordBeside(size, [&packet, size](std::uint64_t tick, char* room) {
-        packet.Tick(tick);
-        return packet.write(room, size) == size;
-    });
+    function.encode(context, room);
+    commitPlain(function.size());
+    return keep(true);
 }
 
 bool CQVXInstrumentingStream::FunctionEnter(unsigned id) {
-    return record<CFunctionEnter>(id);
+    return recordCall<tagTCode::FunctionEnter>(id);
 }
 
 bool CQVXInstrumentingStream::FunctionLeave(unsigned id) {
-    return record<CFunctionLeave>(id);
+    return recordCall<tagTCode::FunctionLeave>(id);
 }
 
 bool CQVXInstrumentingStream::refuse() {
@@ -552,15 +578,14 @@ template <class Write> bool CQVXInstrumentingStream::recordBeside(unsigned size,
     return whole || refuse();
 }
 
-bool CQVXInstrumentingStream::putBeside(CPacket& packet) {
+bool CQVXInstrumentingStream::recordBeside(CPacket& packet) {
     const unsigned size = packet.StreamSize();
     return recordBeside(size, [&packet, size](std::uint64_t, char* room) { return packet.write(room, size) == size; });
 }
 
-bool CQVXInstrumentingStream::defineBeside(const char* name, unsigned id) {
-    const Definition definition{id, name ? name : ""};
-    return recordBeside(definition.size(), [this, &definition](std::uint64_t tick, char* room) {
-        definition.encode(contextAt(tick), room);
+bool CQVXInstrumentingStream::recordBeside(const Function& function) {
+    return recordBeside(function.size(), [this, &function](std::uint64_t tick, char* room) {
+        function.encode({tick, HWCtxId(), SWCtx(), kUnknown64}, room);
         return true;
     });
 }
@@ -583,7 +608,7 @@ void CQVXInstrumentingStream::takeIn() {
     char text[100];
     const int length =
         std::snprintf(text, sizeof text, "%u packets were lost that came while another one was recorded", missed);
-    CMessagePayload payload(platform::counterTick(), CMessagePayload::kErrorLevel);
+    CMessagePayload payload(platform::g_recordingClock.now(), CMessagePayload::kErrorLevel);
     char bytes[sizeof text + 20];
     CPacketHeader header(Message, CMessagePayload::Len());
     char* to = bytes + header.write(bytes, CPacketHeader::Len());
@@ -600,14 +625,14 @@ bool CQVXInstrumentingStream::put(CPacket* packet) {
     const Use use(*this);
     if (use.granted()) [[likely]]
         return keep(CTraceWriterPaged::put(packet)) || refuse();
-    return use.nested() && packet ? putBeside(*packet) : refuse();
+    return use.nested() && packet ? recordBeside(*packet) : refuse();
 }
 
 bool CQVXInstrumentingStream::forward(CPacket*& packet) {
     const Use use(*this);
     if (use.granted())
         return keep(CTraceWriterPaged::forward(packet)) || refuse();
-    return use.nested() && packet ? putBeside(*packet) : refuse();
+    return use.nested() && packet ? recordBeside(*packet) : refuse();
 }
 
 bool CQVXInstrumentingStream::forward(std::list<CPacket*>& packets) {

@@ -36,6 +36,16 @@ struct RecordingSink {
 ///     off      nothing is recorded
 /// A program that is compiled with QUORVEX_NO_TRACE records nothing by the macros of FunctionScope.h.
 ///
+/// QVX_TRACECLOCK chooses what the time is read from; it is read once:
+///     auto        the processor's counter where it may be relied on (platform/Clock.h tells where), else the system's
+///                 clock; so it is when the variable is not set
+///     tsc         the processor's counter also where the system counts its time by another
+///     monotonic   the system's clock
+/// The choice changes what reading takes, not what is told: ticks are those of the system's high-resolution clock,
+/// which on Linux are nanoseconds of CLOCK_MONOTONIC, to within a microsecond. Times of all threads can be compared:
+/// what follows on something that another thread has done is never told an earlier time. Packets of one's own take
+/// theirs from Context().
+///
 /// What happens at the edges:
 /// - A thread that ends has its trace completed, and its memory and its descriptor are given back. A later thread that
 ///   the system gives the same number goes on in the same trace.
@@ -120,20 +130,19 @@ protected:
 
 private:
     struct Registry;
+    struct Function;
     class Use;
 
     static CQVXInstrumentingStream* makeInstance();
     static void threadEnded(void* stream);
 
-    static const CCoreContext& stamp(CCoreContext& context);
-    CCoreContext contextAt(std::uint64_t tick) const { return {tick, HWCtxId(), SWCtx(), kUnknown64}; }
     /// The context now, behind all that has been recorded, also by handlers; for the one that uses the page.
-    const CCoreContext& stampInOrder();
-    template <class Packet> bool record(unsigned id);
-    /// The same for a packet that comes while another is being put: `write` puts its `size` bytes into their room.
+    CCoreContext::Values placeAndTime();
+    template <tagTCode Code> bool recordCall(unsigned id) noexcept;
+    /// For what comes while another packet is being put: `write` puts its `size` bytes into their room.
     template <class Write> bool recordBeside(unsigned size, Write&& write);
-    bool putBeside(CPacket& packet);
-    bool defineBeside(const char* name, unsigned id);
+    bool recordBeside(CPacket& packet);
+    bool recordBeside(const Function& function);
     /// Puts what stands beside the page there, and tells of what found no room.
     void takeIn();
     bool refuse();

@@ -1,6 +1,7 @@
 #include "quorvex/stream/PageFile.h"
 
 #include "quorvex/packets/TraceControlPackets.h"
+#include "quorvex/platform/Clock.h"
 #include "quorvex/platform/RandomAccessFile.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/PageFormat.h"
@@ -151,7 +152,7 @@ char* PageFile::reserve(unsigned size, std::uint64_t& tick) {
         std::uint16_t free = entry.load();
         Shared::Progress next = now;
         next.end = static_cast<std::uint16_t>(now.end + Shared::entrySize(size));
-        tick = platform::counterTick();
+        tick = platform::g_recordingClock.now();
         if (progress.load() == now &&
             entry.compare_exchange_strong(free, static_cast<std::uint16_t>(size | Shared::kUnfinished)) &&
             progress.compare_exchange_strong(now, next))

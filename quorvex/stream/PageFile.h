@@ -52,7 +52,7 @@ public:
 
     /// Room for a packet, with its texts, beside the page; null when there is none. To be followed by finish(). A
     /// signal handler that interrupts either may do the same for another packet, and may end the process. `tick` is the
-    /// counter as the room was taken: a packet that stands behind another has no earlier one.
+    /// time as the room was taken: a packet that stands behind another has no earlier one.
     char* reserve(unsigned size, std::uint64_t& tick);
     /// The packet stands in its room; `whole` is false when it does not and the room is to be forgotten.
     void finish(char* room, bool whole);

@@ -13,10 +13,6 @@ namespace Quorvex {
 
 namespace {
 
-/// A page that is not filled any further has room for every packet without a text behind it.
-constexpr unsigned kRoomForAny = kPageSize - (CPacketHeader::Len() + UINT8_MAX) - CPacketHeader::Len();
-static_assert(pages::fits(CPacketHeader::Len() + UINT8_MAX, kRoomForAny));
-
 bool fitsNoPage(unsigned size, const CContexts& restated) {
     return !pages::fits(size, pages::kMostRestated) && !pages::fits(size, restated.syncSize());
 }

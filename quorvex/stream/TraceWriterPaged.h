@@ -93,6 +93,12 @@ protected:
     /// put() would refuse a packet of that size.
     char* claim(unsigned size);
     void commit(unsigned size); ///< writes the packet whose bytes stand where claim() told
+    /// The same for a packet that no text follows and the writer takes no note of: no frame, no context.
+    char* claimPlain(unsigned size) { return m_fill <= kRoomForAny ? at(m_fill) : claim(size); }
+    void commitPlain(unsigned size) { m_fill += size; }
+    /// A page that is not filled any further has room for every packet without a text behind it.
+    static constexpr unsigned kRoomForAny = kPageSize - (CPacketHeader::Len() + UINT8_MAX) - CPacketHeader::Len();
+    static_assert(pages::fits(CPacketHeader::Len() + UINT8_MAX, kRoomForAny));
     /// Writes a packet that is given as its bytes, with those of its texts behind them. False as put().
     bool append(const char* packet, unsigned size);
     /// Tells the message log of a failure.

@@ -2,6 +2,7 @@
 
 #include "quorvex/instrument/ThreadInstanceMap.h"
 #include "quorvex/packets/SoftwareObjectPackets.h"
+#include "quorvex/platform/Clock.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
@@ -32,7 +33,9 @@ struct Recording {
 
     explicit Recording(const std::string& mode, Variables settings = {}) {
         std::filesystem::create_directory(directory.path("sub"));
-        settings.insert(settings.begin(), {{"QVX_TRACEDIR", "."}, {"QVX_TRACEFILENAME", ""}, {"QVX_TRACEMODE", ""}});
+        settings.insert(
+            settings.begin(),
+            {{"QVX_TRACEDIR", "."}, {"QVX_TRACEFILENAME", ""}, {"QVX_TRACEMODE", ""}, {"QVX_TRACECLOCK", ""}});
         status = run({QUORVEX_RECORDER, {mode}, directory.path().string(), settings});
         std::istringstream lines(directory.content("told"));
         for (unsigned thread = 0, enters = 0; lines >> thread >> enters;)
@@ -141,6 +144,62 @@ TEST(InstrumentingStream, GivesEveryThreadAFileThatHoldsJustWhatItRecorded) {
             EXPECT_TRUE(files == 0 || run.traces().size() == files);
             EXPECT_TRUE(run.directory.files(".page").empty());
         }
+    }
+}
+
+/// When the functions that are numbers were entered, in all traces of a run.
+std::map<unsigned, std::uint64_t> ticksOfEnters(const Recording& run) {
+    std::map<unsigned, std::uint64_t> ticks;
+    for (const std::string& name : run.traces()) {
+        CTraceSourceBufferFile file;
+        file.open(run.directory.path(name));
+        CTraceReaderPlain reader(file);
+        while (const PacketPointer packet{reader.get()}) {
+            if (const auto* enter = dynamic_cast<CFunctionEnter*>(packet.get()))
+                ticks.emplace(enter->TgtFuncId() - kFirstNumber, enter->Tick());
+        }
+    }
+    return ticks;
+}
+
+TEST(InstrumentingStream, TellsTheTimeOfTheSystemByAnyClock) {
+    // Microseconds: a reading of the two clocks takes a tenth of one, unless it is interrupted.
+    constexpr double kBound_s = 10e-6;
+    for (const std::string word : {"", "auto", "tsc", "monotonic", "sundial"}) {
+        SCOPED_TRACE(word);
+        const Recording run("timed", {{"QVX_TRACECLOCK", word}});
+        EXPECT_EQ(run.status, 0);
+        const std::string complaint = platform::chooseClock(word, platform::counterFacts()).complaint;
+        EXPECT_EQ(run.directory.content("errors"), complaint.empty() ? "" : "quorvex: " + complaint + "\n");
+        ASSERT_EQ(run.traces().size(), 1U);
+        const Trace trace(run.directory.path(run.traces()[0]));
+        EXPECT_EQ(trace.frequency, platform::counterFrequency());
+        const std::map<unsigned, std::uint64_t> entered = ticksOfEnters(run);
+        // As spans, because nobody says that the ticks of the two begin at the same time.
+        std::istringstream lines(run.directory.content("told"));
+        std::int64_t before = 0, after = 0, firstBefore = 0, firstAfter = 0;
+        for (const auto& [n, tick] : entered) {
+            ASSERT_TRUE(lines >> before >> after);
+            if (n == 1) {
+                firstBefore = before;
+                firstAfter = after;
+            }
+            const double span = static_cast<double>(tick - entered.at(1)) / static_cast<double>(trace.frequency);
+            EXPECT_GT(span, static_cast<double>(before - firstAfter) * 1e-9 - kBound_s) << n;
+            EXPECT_LT(span, static_cast<double>(after - firstBefore) * 1e-9 + kBound_s) << n;
+        }
+        EXPECT_GT(static_cast<double>(after - firstBefore) * 1e-9, 0.5) << "long enough to see a wrong frequency";
+    }
+}
+
+TEST(InstrumentingStream, TellsTimesOfThreadsThatCanBeCompared) {
+    const unsigned count = effort(20'000, 2000);
+    for (const char* clock : {"", "tsc", "monotonic"}) {
+        const Recording run("inTurn", {{"QVX_TRACECLOCK", clock}, {"COUNT", std::to_string(count)}});
+        EXPECT_EQ(run.status, 0);
+        const std::map<unsigned, std::uint64_t> entered = ticksOfEnters(run);
+        EXPECT_EQ(entered.size(), count);
+        EXPECT_TRUE(std::ranges::is_sorted(entered, {}, [](const auto& one) { return one.second; })) << clock;
     }
 }
 

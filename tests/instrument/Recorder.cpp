@@ -280,6 +280,47 @@ int logging() {
     return CMessageQueue::g_Instance->size() == 2 && CMessageQueue::g_Instance->pop(3).size() == 2 ? 0 : 1;
 }
 
+/// The time in nanoseconds, as any program would ask for it.
+long long clockNow() {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// Enters functions that are numbers, for half a second and in ever longer steps. Prints for each between what times
+/// that was.
+int timed() {
+    tellErrors();
+    auto* stream = CQVXInstrumentingStream::get_Instance();
+    unsigned n = 0;
+    for (std::chrono::microseconds pause(1); pause < std::chrono::milliseconds(300); pause *= 2) {
+        std::this_thread::sleep_for(pause);
+        const long long before = clockNow();
+        if (!stream->FunctionEnter(Quorvex::test::kFirstNumber + ++n))
+            return 1;
+        std::printf("%lld %lld\n", before, clockNow());
+    }
+    return 0;
+}
+
+/// Two threads enter COUNT functions in turn, each when the other one has.
+int inTurn() {
+    static std::atomic<unsigned> entered{0};
+    const auto work = [](unsigned first) {
+        auto* stream = CQVXInstrumentingStream::get_Instance();
+        for (unsigned n = first; n <= setting("COUNT"); n += 2) {
+            for (unsigned spins = 0; entered.load(std::memory_order_acquire) != n - 1; ++spins) {
+                if (spins > 1000)
+                    std::this_thread::yield();
+            }
+            stream->FunctionEnter(Quorvex::test::kFirstNumber + n);
+            entered.store(n, std::memory_order_release);
+        }
+    };
+    std::thread other(work, 2);
+    work(1);
+    other.join();
+    return 0;
+}
+
 int off() {
     tellErrors();
     record(3);
@@ -623,6 +664,8 @@ constexpr std::pair<std::string_view, int (*)()> kModes[] = {
     {"unreadAndFull", unreadAndFull},
     {"unwritten", unwritten},
     {"logging", logging},
+    {"timed", timed},
+    {"inTurn", inTurn},
 };
 
 } // namespace
