@@ -22,7 +22,7 @@ ln -s "$program" program
 count() {
     local packets=20000 passes log counts=()
     for passes in 1 2; do
-        log=$(env -i PATH=/usr/bin:/bin QVX_TRACEDIR=. GLIBC_TUNABLES=glibc.cpu.hwcaps=-AVX2,-AVX_Fast_Unaligned_Load,-ERMS,-FSRM \
+        log=$(env -i PATH=/usr/bin:/bin QVX_TRACEDIR=. QVX_TRACECLOCK=monotonic GLIBC_TUNABLES=glibc.cpu.hwcaps=-AVX2,-AVX_Fast_Unaligned_Load,-ERMS,-FSRM \
             valgrind --tool=callgrind --vgdb=no --callgrind-out-file=/dev/null --toggle-collect=counted \
             ./program "$1" $packets $passes 2>&1) || { printf '%s\n' "$log" >&2; return 255; }
         counts+=("$(sed -n 's/.*Collected : //p' <<<"$log")")
