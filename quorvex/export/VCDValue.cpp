@@ -9,7 +9,7 @@
 #include <new>
 #include <ostream>
 #include <string>
-#include <type_traits>
+#include <utility>
 
 namespace Quorvex {
 
@@ -31,6 +31,14 @@ constexpr unsigned kMaxReal = 32; // the longest is "R-1.797693134862316e+308 "
 
 std::uint64_t textLength(const CVCDVectorValue& value) {
     return value.getSize() == 0 ? 0 : std::uint64_t{value.getSize()} + 2;
+}
+
+template <class Value> std::shared_ptr<const IVCDValue> shared(Value value) {
+    try {
+        return std::make_shared<const Value>(std::move(value));
+    } catch (const std::bad_alloc&) {
+        CQVXException::ThrowOutOfMemory();
+    }
 }
 
 } // namespace
@@ -108,25 +116,18 @@ unsigned CVCDRealValue::write(CBufferHelper<char>& out) const {
     return out.append({text, length}) ? length : 0;
 }
 
-const IVCDValue* CVCDValue::held() const {
-    return std::visit(
-        [](const auto& value) -> const IVCDValue* {
-            if constexpr (std::is_same_v<decltype(value), const std::monostate&>)
-                return nullptr;
-            else
-                return &value;
-        },
-        m_value);
-}
+CVCDValue::CVCDValue(const CVCDSingleValue& value) : m_value(shared(value)) {}
+
+CVCDValue::CVCDValue(CVCDVectorValue value) : m_value(shared(std::move(value))) {}
+
+CVCDValue::CVCDValue(const CVCDRealValue& value) : m_value(shared(value)) {}
 
 tagVCDType CVCDValue::GetType() const {
-    const IVCDValue* value = held();
-    return value ? value->getType() : VCDNone;
+    return m_value ? m_value->getType() : VCDNone;
 }
 
 unsigned CVCDValue::write(CBufferHelper<char>& out) const {
-    const IVCDValue* value = held();
-    return value ? value->write(out) : 0;
+    return m_value ? m_value->write(out) : 0;
 }
 
 unsigned CVCDValue::write(char* buf, unsigned size) const {
@@ -136,8 +137,9 @@ unsigned CVCDValue::write(char* buf, unsigned size) const {
 
 bool CVCDValue::write(std::ostream& out) const {
     try {
-        const auto* vector = std::get_if<CVCDVectorValue>(&m_value);
-        std::string text(vector ? static_cast<unsigned>(textLength(*vector)) : kMaxReal, '\0');
+        const bool isVector = GetType() == VCDVector;
+        const std::uint64_t most = isVector ? textLength(static_cast<const CVCDVectorValue&>(*m_value)) : kMaxReal;
+        std::string text(static_cast<unsigned>(most), '\0');
         const unsigned written = write(text.data(), static_cast<unsigned>(text.size()));
         return written != 0 && out.write(text.data(), written).good();
     } catch (const std::exception& exception) {

@@ -6,8 +6,7 @@
 
 #include <cstdint>
 #include <iosfwd>
-#include <utility>
-#include <variant>
+#include <memory>
 #include <vector>
 
 namespace Quorvex {
@@ -102,13 +101,14 @@ private:
     double m_value;
 };
 
-/// Holds a value of any kind, or none.
+/// Holds a value of any kind, or none. Copies share it. Making one of a value throws the out-of-memory CQVXException
+/// where memory is short.
 class QUORVEX_API CVCDValue {
 public:
     CVCDValue() = default;
-    CVCDValue(const CVCDSingleValue& value) : m_value(value) {}
-    CVCDValue(CVCDVectorValue value) : m_value(std::move(value)) {}
-    CVCDValue(const CVCDRealValue& value) : m_value(value) {}
+    CVCDValue(const CVCDSingleValue& value);
+    CVCDValue(CVCDVectorValue value);
+    CVCDValue(const CVCDRealValue& value);
 
     tagVCDType GetType() const; ///< VCDNone without a value
 
@@ -118,10 +118,7 @@ public:
     bool write(std::ostream& out) const;
 
 private:
-    /// The value; null when there is none.
-    const IVCDValue* held() const;
-
-    std::variant<std::monostate, CVCDSingleValue, CVCDVectorValue, CVCDRealValue> m_value;
+    std::shared_ptr<const IVCDValue> m_value; ///< null when there is none
 };
 
 } // namespace Quorvex
