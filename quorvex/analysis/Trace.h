@@ -176,7 +176,7 @@ private:
     /// Reads the next packet; false at the end.
     bool read();
 
-    std::unique_ptr<Reading> m_reading;
+    std::shared_ptr<Reading> m_reading;
     TracePacket m_packet;
 };
 

@@ -169,7 +169,7 @@ void TraceFile::failToRead() const {
 void TraceFile::open() {
     const FileStatus status = m_stream ? FileStatus() : FileStatus::of(name());
     m_isRegular = status.sort == FileStatus::Regular;
-    m_input = std::make_unique<Input>();
+    m_input = std::make_shared<Input>();
     if (status.sort == FileStatus::Directory)
         fail(platform::errorText(EISDIR));
     if (!m_stream && !m_input->open(name()))
@@ -184,7 +184,7 @@ void TraceFile::open() {
     case FileKind::Table:
         if (m_isRegular)
             m_input->rewind();
-        m_table = std::make_unique<Table>(m_input->stream());
+        m_table = std::make_shared<Table>(m_input->stream());
         break;
     case FileKind::PageFile:
         fail(name().ends_with(".page") ? "is the page file of a trace, which is " + name().substr(0, name().rfind('.'))
@@ -203,7 +203,7 @@ void TraceFile::open() {
 
 void TraceFile::openBinary() {
     if (!m_isRegular) {
-        m_open = std::make_unique<Binary>(std::make_unique<CTraceSourceBufferStream>(m_input->stream()), 0, m_contexts);
+        m_open = std::make_shared<Binary>(std::make_unique<CTraceSourceBufferStream>(m_input->stream()), 0, m_contexts);
         return;
     }
     auto file = std::make_unique<PortionedFile>(m_portion);
@@ -214,7 +214,7 @@ void TraceFile::openBinary() {
     if (!file->good())
         failToRead();
     const bool isJoined = file->is_joined();
-    m_open = std::make_unique<Binary>(std::move(file), m_end, m_contexts);
+    m_open = std::make_shared<Binary>(std::move(file), m_end, m_contexts);
     m_open->isJoined = isJoined;
 }
 

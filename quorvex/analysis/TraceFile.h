@@ -86,9 +86,9 @@ private:
 
     TraceReport m_report;
     std::istream* m_stream;                 ///< that is read in place of a file, or null
-    std::unique_ptr<Input> m_input;         ///< the open file, but for a trace in a regular one
-    std::unique_ptr<Binary> m_open;         ///< the open trace; null while paused, and at the end
-    std::unique_ptr<Table> m_table;         ///< of a table, its reader
+    std::shared_ptr<Input> m_input;         ///< the open file, but for a trace in a regular one
+    std::shared_ptr<Binary> m_open;         ///< the open trace; null while paused, and at the end
+    std::shared_ptr<Table> m_table;         ///< of a table, its reader
     const CTraceCursor* m_cursor = nullptr; ///< that of either
     TraceDamage m_before;                   ///< what had been stepped over before the last pause,
     CContexts m_contexts;                   ///< and what relative packets were relative to

@@ -6,7 +6,7 @@
 #include "quorvex/stream/TraceSource.h"
 
 #include <cstdint>
-#include <deque>
+#include <list>
 
 namespace Quorvex {
 
@@ -52,7 +52,7 @@ private:
     bool m_ended = false;
     tagTCode m_lastCode = Invalid;
     std::uint64_t m_lastOffset = 0;
-    std::deque<Ahead> m_ahead;    ///< Fill packets, and the packet that told that they are none of a page's
+    std::list<Ahead> m_ahead;     ///< Fill packets, and the packet that told that they are none of a page's
     std::uint64_t m_fillSize = 0; ///< bytes of Fill packets in m_ahead that may turn out to be padding
     bool m_atPageStart = false;
     CContexts m_contexts;

@@ -42,7 +42,7 @@ private:
 
     std::string m_inputFile;
     std::string m_creationDate;
-    std::unique_ptr<Model> m_model;
+    std::shared_ptr<Model> m_model;
 };
 
 } // namespace Quorvex

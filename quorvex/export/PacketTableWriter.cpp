@@ -350,7 +350,7 @@ bool CPacketTableWriter::gathers() {
     m_pieces.reset();
     if (*type != typeid(CPacketPlain) && *type != typeid(CPacketHTML) && *type != typeid(CPacketLaTeX))
         return false;
-    m_pieces = std::make_unique<Pieces>();
+    m_pieces = std::make_shared<Pieces>();
     Block block(*this);
     m_pieces->rowOpen = block.pieceOf([this] { writeRowOpen(); });
     m_pieces->rowClose = block.pieceOf([this] { writeRowClose(); });

@@ -209,7 +209,7 @@ private:
     std::uint64_t m_offset;
     Block* m_block = nullptr;               ///< where the rows that are being written are gathered; null: nowhere
     const std::type_info* m_type = nullptr; ///< of this writer, when m_pieces were made
-    std::unique_ptr<Pieces> m_pieces;       ///< null for a type that may do anything between cells
+    std::shared_ptr<Pieces> m_pieces;       ///< null for a type that may do anything between cells
 };
 
 } // namespace Quorvex

@@ -57,7 +57,7 @@ private:
     class Model;
     class Header;
 
-    std::unique_ptr<Model> m_model;
+    std::shared_ptr<Model> m_model;
     std::vector<Variable> m_shown;
     std::uint64_t m_duration = 0;
 };

@@ -49,9 +49,8 @@ CTraceCursor::CTraceCursor(std::string_view bytes, std::uint64_t position, const
 CTraceCursor::CTraceCursor(CTraceSourceBuffer& source, std::uint64_t position, const CContexts& contexts)
     : CTraceCursor(std::string_view(), position, contexts) {
     m_source = &source;
-    m_room = kBlockSize;
-    m_block = std::make_unique_for_overwrite<unsigned char[]>(m_room);
-    m_next = m_limit = m_at = m_begin = m_block.get();
+    m_block.resize(kBlockSize);
+    m_next = m_limit = m_at = m_begin = asBytes(m_block.data());
 }
 
 CTraceCursor::~CTraceCursor() = default;
@@ -68,21 +67,17 @@ bool CTraceCursor::refill() {
     if (!m_source)
         return false;
     const auto rest = static_cast<std::size_t>(m_limit - m_next);
-    if (rest == m_room) {
-        auto larger = std::make_unique_for_overwrite<unsigned char[]>(2 * m_room);
-        std::memcpy(larger.get(), m_next, rest);
-        m_position = positionOf(m_next);
-        m_block = std::move(larger);
-        m_room *= 2;
+    m_position = positionOf(m_next);
+    if (rest == m_block.size()) {
+        m_block.resize(2 * rest); // which keeps them
     } else {
-        m_position = positionOf(m_next);
-        std::memmove(m_block.get(), m_next, rest);
+        std::memmove(m_block.data(), m_next, rest);
     }
-    m_begin = m_next = m_at = m_block.get();
+    m_begin = m_next = m_at = asBytes(m_block.data());
     m_limit = m_begin + rest;
     unsigned got = 0;
-    char* to = reinterpret_cast<char*>(m_block.get()) + rest;
-    m_source->read(to, static_cast<unsigned>(std::min<std::size_t>(m_room - rest, kBlockSize)), got);
+    m_source->read(m_block.data() + rest,
+                   static_cast<unsigned>(std::min<std::size_t>(m_block.size() - rest, kBlockSize)), got);
     m_limit += got;
     return got > 0;
 }

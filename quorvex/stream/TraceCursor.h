@@ -17,7 +17,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -166,8 +165,7 @@ private:
     std::uint64_t m_damageEnd = kUnknown64; ///< of the last damaged place
     mutable std::string m_joined;           ///< a text of several CharString packets
     CTraceSourceBuffer* m_source = nullptr;
-    std::unique_ptr<unsigned char[]> m_block;
-    std::size_t m_room = 0; ///< of m_block
+    std::string m_block; ///< of a source
 };
 
 } // namespace Quorvex

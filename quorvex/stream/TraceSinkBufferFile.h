@@ -15,7 +15,7 @@ struct QUORVEX_API OutputFile {
     ~OutputFile();
     std::ostream& stream() const;
 
-    const std::unique_ptr<std::ofstream> m_file;
+    const std::shared_ptr<std::ofstream> m_file;
 };
 } // namespace detail
 

@@ -8,7 +8,7 @@
 
 namespace Quorvex {
 
-detail::InputFile::InputFile() : m_file(std::make_unique<std::ifstream>()) {}
+detail::InputFile::InputFile() : m_file(std::make_shared<std::ifstream>()) {}
 
 detail::InputFile::~InputFile() = default;
 

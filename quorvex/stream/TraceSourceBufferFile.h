@@ -15,8 +15,8 @@ struct QUORVEX_API InputFile {
     ~InputFile();
     std::istream& stream() const;
 
-    const std::unique_ptr<std::ifstream> m_file;
-    std::unique_ptr<std::streambuf> m_joined; ///< where a killed program has left the end of the trace elsewhere
+    const std::shared_ptr<std::ifstream> m_file;
+    std::shared_ptr<std::streambuf> m_joined; ///< where a killed program has left the end of the trace elsewhere
 };
 } // namespace detail
 
