@@ -267,7 +267,7 @@ TEST(Compressor, LeavesEachPacketOneOwnerWhateverIsThrown) {
             EXPECT_EQ(codesIn(sink), (std::vector<tagTCode>{Sync, RelExecInsn})) << number;
         }
     }
-    EXPECT_GT(number, 3U);
+    EXPECT_GT(number, 1U); // what threads keep for packets is not asked for again
     takeLog();
 
     // What the sink behind throws passes; the packets are lost.

@@ -317,7 +317,7 @@ TEST(TextReader, LosesNothingWhereMemoryIsShort) {
         EXPECT_EQ(reader.errors(), 1U) << number;
         EXPECT_EQ(failures, came) << number;
     }
-    EXPECT_GT(number, 20U);
+    EXPECT_GT(number, 5U); // what threads keep for packets is not asked for again
 }
 
 TEST(TextReader, ReadsBackTheTableOfAMillionRandomPacketsByteForByte) {
