@@ -106,7 +106,7 @@ inline char* putDecimal(char* to, std::uint64_t value) {
 /// The characters of a byte's bits, the highest bit first and lowest.
 constexpr std::uint64_t binaryDigits(std::uint8_t byte) {
     // To each byte its bit, and what brings it up to the highest bit of that byte.
-    const std::uint64_t bits = (byte * 0x0101010101010101 & 0x0102040810204080) + 0x7F7E7C7870604000;
+    const std::uint64_t bits = (std::uint64_t{byte} * 0x0101010101010101 & 0x0102040810204080) + 0x7F7E7C7870604000;
     return (bits >> 7 & 0x0101010101010101) + 0x3030303030303030;
 }
 
