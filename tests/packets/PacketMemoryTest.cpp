@@ -158,7 +158,7 @@ template <std::size_t kBytes> struct Sized : CExecInsn {
     Sized() { std::iota(std::begin(more), std::end(more), static_cast<unsigned char>(kBytes)); }
     bool isWhole() const {
         auto next = static_cast<unsigned char>(kBytes);
-        return std::ranges::all_of(more, [&next](unsigned char byte) { return byte == next++; });
+        return std::ranges::all_of(more, [&next](unsigned char value) { return value == next++; });
     }
 };
 
