@@ -71,13 +71,12 @@ template <class Step> CPacket* allocating(Step&& step) {
     }
 }
 
-template <class Context>
-CPacket* convert(const CPacket* packet, const Context& last,
-                 typename Conversion<Context>::Function Conversion<Context>::*way) {
-    const Row* row = packet ? find(packet->TraceCode()) : nullptr;
-    const auto function = row ? static_cast<const Conversion<Context>&>(*row).*way : nullptr;
+/// Changes the form of a packet by one of the two functions of a row.
+template <auto function, class Context> CPacket* convert(const CPacket* packet, const Context& last) {
+    const unsigned code = packet ? packet->TraceCode() : Invalid;
+    const Conversion<Context>& conversion = kTable[code < kTable.size() ? code : Invalid];
     try {
-        return function ? function(*packet, last) : nullptr;
+        return conversion.*function ? (conversion.*function)(*packet, last) : nullptr;
     } catch (...) {
         return nullptr;
     }
@@ -158,27 +157,27 @@ bool CPacketFactory::duplicate(std::list<CPacket*>& from, std::list<CPacket*>& t
 }
 
 CPacket* CPacketFactory::compress(CPacket* packet, const CCoreContext& last) {
-    return convert(packet, last, &Conversion<CCoreContext>::compress);
+    return convert<&Conversion<CCoreContext>::compress>(packet, last);
 }
 
 CPacket* CPacketFactory::compress(CPacket* packet, const CBusContext& last) {
-    return convert(packet, last, &Conversion<CBusContext>::compress);
+    return convert<&Conversion<CBusContext>::compress>(packet, last);
 }
 
 CPacket* CPacketFactory::compress(CPacket* packet, const CSystemContext& last) {
-    return convert(packet, last, &Conversion<CSystemContext>::compress);
+    return convert<&Conversion<CSystemContext>::compress>(packet, last);
 }
 
 CPacket* CPacketFactory::decompress(CPacket* packet, const CCoreContext& last) {
-    return convert(packet, last, &Conversion<CCoreContext>::decompress);
+    return convert<&Conversion<CCoreContext>::decompress>(packet, last);
 }
 
 CPacket* CPacketFactory::decompress(CPacket* packet, const CBusContext& last) {
-    return convert(packet, last, &Conversion<CBusContext>::decompress);
+    return convert<&Conversion<CBusContext>::decompress>(packet, last);
 }
 
 CPacket* CPacketFactory::decompress(CPacket* packet, const CSystemContext& last) {
-    return convert(packet, last, &Conversion<CSystemContext>::decompress);
+    return convert<&Conversion<CSystemContext>::decompress>(packet, last);
 }
 
 } // namespace Quorvex

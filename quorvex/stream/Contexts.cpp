@@ -140,13 +140,13 @@ bool CContexts::reaches(const CPacket& packet) const {
     });
 }
 
-CPacket* CContexts::absolute(CPacket& packet) const {
-    return with(*this, sortOfRelative(packet.TraceCode()),
+CPacket* CContexts::absolute(CPacket& packet, ContextSort sort) const {
+    return with(*this, sort,
                 [&packet](const auto& reference) { return CPacketFactory::decompress(&packet, reference.context); });
 }
 
-CPacket* CContexts::relative(CPacket& packet) const {
-    return with(*this, sortOfAbsolute(packet.TraceCode()),
+CPacket* CContexts::relative(CPacket& packet, ContextSort sort) const {
+    return with(*this, sort,
                 [&packet](const auto& reference) { return CPacketFactory::compress(&packet, reference.context); });
 }
 

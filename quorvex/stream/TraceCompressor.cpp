@@ -66,12 +66,14 @@ bool CTraceCompressor::put(CPacket* packet) {
 bool CTraceCompressor::forward(CPacket*& packet) {
     if (!packet)
         return false;
-    if (sortOfFull(packet->TraceCode()) == ContextSort::None)
+    const tagTCode code = packet->TraceCode();
+    const ContextSort sort = sortOfAbsolute(code);
+    if (sort == ContextSort::None && sortOfSync(code) == ContextSort::None)
         return m_downstream.forward(packet);
     detail::append(m_pending, packet);
-    if (CPacket* converted = relative(*packet)) {
-        m_pending.back() = converted;
-        releaseConverted(std::exchange(packet, nullptr));
+    if (CPacket* converted = relative(*packet, sort)) {
+        m_pending.front() = converted;
+        delete std::exchange(packet, nullptr);
         return handOver();
     }
     if (!convert()) {
@@ -146,7 +148,7 @@ bool CTraceCompressor::convert(std::list<CPacket*>::iterator at) {
         keepContexts();
         return m_contexts.note(*packet) || failed(failures.noSyncContext);
     }
-    CPacket* converted = relative(*packet);
+    CPacket* converted = relative(*packet, sort);
     if (!converted) {
         keepContexts();
         if (!m_contexts.adopt(*packet))
@@ -156,7 +158,7 @@ bool CTraceCompressor::convert(std::list<CPacket*>::iterator at) {
         *sync = m_contexts.sync(sort);
         if (!*sync)
             return failed(failures.noSync);
-        converted = relative(*packet);
+        converted = relative(*packet, sort);
     }
     if (!converted)
         return failed(kNotConverted);

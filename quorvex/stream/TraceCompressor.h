@@ -48,8 +48,8 @@ private:
     /// Hands the pending packets over, which are converted and no longer the caller's.
     bool handOver();
     /// The relative form of a packet, if what the sink behind has been told is enough for one.
-    CPacket* relative(CPacket& packet) const {
-        return m_contexts.knows(sortOfAbsolute(packet.TraceCode())) ? m_contexts.relative(packet) : nullptr;
+    CPacket* relative(CPacket& packet, ContextSort sort) const {
+        return m_contexts.knows(sort) ? m_contexts.relative(packet, sort) : nullptr;
     }
     /// Converts one packet, or takes note of it.
     bool convert(std::list<CPacket*>::iterator at);

@@ -5,6 +5,7 @@
 #include "quorvex/packets/KindFacts.h"
 
 #include <iterator>
+#include <utility>
 
 namespace Quorvex {
 
@@ -22,6 +23,30 @@ const char* failureOf(ContextSort sync) {
 
 CTraceDecompressor::~CTraceDecompressor() {
     CPacketFactory::release(m_pending);
+}
+
+inline bool CTraceDecompressor::convert(CPacket*& packet) {
+    const tagTCode code = packet->TraceCode();
+    const KindFacts& kind = factsOf(code);
+    CPacket* absolute = nullptr;
+    if (kind.isRelative) {
+        absolute = m_contexts.absolute(*packet, kind.context);
+        if (!absolute) {
+            logError("CTraceDecompressor::decompress(): Could not create decompressed packet!");
+            return false;
+        }
+    } else if (kind.sync != ContextSort::None) {
+        if (!m_contexts.note(*packet)) {
+            logError(failureOf(kind.sync));
+            return false;
+        }
+        if (!m_dropSync)
+            return true;
+    } else if (code != Fill || !m_dropFill) {
+        return true;
+    }
+    delete std::exchange(packet, absolute);
+    return true;
 }
 
 CPacket* CTraceDecompressor::get() {
@@ -70,33 +95,8 @@ bool CTraceDecompressor::decompress() {
             dropped.splice(dropped.end(), m_pending, at);
         at = next;
     }
-    CPacketFactory::release(dropped); // which keeps their nodes
-    return true;
-}
-
-bool CTraceDecompressor::convert(CPacket*& packet) {
-    const tagTCode code = packet->TraceCode();
-    const KindFacts& kind = factsOf(code);
-    CPacket* absolute = nullptr;
-    if (kind.isRelative) {
-        absolute = m_contexts.absolute(*packet);
-        if (!absolute) {
-            logError("CTraceDecompressor::decompress(): Could not create decompressed packet!");
-            return false;
-        }
-    } else if (kind.sync != ContextSort::None) {
-        if (!m_contexts.note(*packet)) {
-            logError(failureOf(kind.sync));
-            return false;
-        }
-        if (!m_dropSync)
-            return true;
-    } else if (code != Fill || !m_dropFill) {
-        return true;
-    }
-    if (!CPacketFactory::releaseCPacket(&packet))
+    if (!CPacketFactory::release(dropped)) // which keeps their nodes
         logError("CTraceDecompressor::decompress(): Leaking decompressed packets!");
-    packet = absolute;
     return true;
 }
 
