@@ -33,6 +33,13 @@ bool Unpaged::get(std::list<CPacket*>& packets) {
     return packet != nullptr;
 }
 
+inline bool Unpaged::restates(const CPacket& packet) {
+    if (sortOfSync(packet.TraceCode()) == ContextSort::None)
+        return false;
+    const bool isKnown = m_contexts.repeats(packet);
+    return m_contexts.note(packet) && isKnown;
+}
+
 CPacket* Unpaged::get() {
     while (m_ahead.empty() || m_fillSize > 0) {
         PacketPointer packet = m_input.next();
@@ -56,16 +63,20 @@ CPacket* Unpaged::get() {
             m_atPageStart = false;
             m_fillSize = 0;
         }
+        if (m_ahead.empty() && m_fillSize == 0)
+            return packet ? handOut(packet, offset) : nullptr;
         if (packet)
             m_ahead.push_back({std::move(packet), offset});
-        else if (m_ahead.empty())
-            return nullptr;
     }
-    CPacket* packet = m_ahead.front().packet.release();
-    m_lastOffset = m_ahead.front().offset;
+    CPacket* packet = handOut(m_ahead.front().packet, m_ahead.front().offset);
     m_ahead.pop_front();
-    m_lastCode = packet->TraceCode();
     return packet;
+}
+
+CPacket* Unpaged::handOut(PacketPointer& packet, std::uint64_t offset) {
+    m_lastOffset = offset;
+    m_lastCode = packet->TraceCode();
+    return packet.release();
 }
 
 PacketPointer Unpaged::through(CTraceDecompressor& decompressor) const {
@@ -73,12 +84,6 @@ PacketPointer Unpaged::through(CTraceDecompressor& decompressor) const {
     if (!packet && !m_ended)
         throw std::bad_alloc();
     return packet;
-}
-
-bool Unpaged::restates(const CPacket& packet) {
-    const bool isSync = sortOfSync(packet.TraceCode()) != ContextSort::None;
-    const bool isKnown = isSync && m_contexts.repeats(packet);
-    return isSync && m_contexts.note(packet) && isKnown;
 }
 
 } // namespace Quorvex

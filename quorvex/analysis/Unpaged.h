@@ -45,6 +45,7 @@ private:
         std::uint64_t offset;
     };
 
+    CPacket* handOut(PacketPointer& packet, std::uint64_t offset);
     /// Takes note of a packet's context if it is a sync packet; whether it repeats what was known.
     bool restates(const CPacket& packet);
 

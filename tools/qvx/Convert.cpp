@@ -8,7 +8,6 @@
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/OpenFrame.h"
 #include "quorvex/stream/TraceCompressor.h"
-#include "quorvex/stream/TraceDecompressor.h"
 #include "quorvex/stream/TraceSinkBufferStream.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
@@ -54,6 +53,9 @@ public:
     explicit FrameWriter(CTraceSinkBuffer& target) : CTraceWriterPlain(target), m_sink(target) {}
 
     bool put(CPacket* packet) override {
+        const tagTCode code = packet->TraceCode();
+        if (code != TraceEnabled && code != TraceDisabled)
+            return CTraceWriterPlain::put(packet);
         auto* enabled = packetAs<CTraceEnabled>(*packet);
         const bool told = enabled && enabled->FrameLen() != kUnknown64;
         const auto frame = told ? OpenFrame(tellp(), *enabled) : OpenFrame();
@@ -63,7 +65,7 @@ public:
             return false;
         if (enabled)
             m_frame = frame;
-        else if (packet->TraceCode() == TraceDisabled && m_frame)
+        else if (code == TraceDisabled && m_frame)
             closeFrame();
         return true;
     }
@@ -85,11 +87,11 @@ private:
 /// itself, is dropped; all others are kept.
 class AbsoluteForm {
 public:
-    explicit AbsoluteForm(Unpaged& source) : m_source(source), m_decompressor(source, false, false) {}
+    explicit AbsoluteForm(Unpaged& source) : m_source(source) {}
 
     PacketPointer next() {
         while (!m_ahead && !m_ended) {
-            PacketPointer packet = m_source.through(m_decompressor);
+            PacketPointer packet = nextAbsolute();
             m_ended = !packet;
             if (m_held && packet && carries(*packet))
                 m_held.reset();
@@ -110,6 +112,16 @@ public:
     }
 
 private:
+    PacketPointer nextAbsolute() {
+        PacketPointer packet(m_source.get());
+        const ContextSort sort = packet ? sortOfRelative(m_source.lastCode()) : ContextSort::None;
+        if (sort != ContextSort::None) {
+            packet.reset(m_contexts.absolute(*packet, sort));
+            if (!packet)
+                throw std::bad_alloc();
+        }
+        return packet;
+    }
     /// Whether the packet was relative, could not have been told without the sync packet that is held, and repeats its
     /// context.
     bool carries(const CPacket& packet) const {
@@ -118,7 +130,6 @@ private:
     }
 
     Unpaged& m_source;
-    CTraceDecompressor m_decompressor;
     PacketPointer m_held;  ///< a sync packet of which it is not known yet whether it stays
     PacketPointer m_ahead; ///< the packet behind it
     bool m_needed = false;
