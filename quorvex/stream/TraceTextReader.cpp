@@ -27,7 +27,9 @@ namespace {
 
 /// Longer than any row can be: a line that goes on behind that is no row, and is not kept in memory.
 constexpr std::size_t kLongestLine = 0x4000;
-/// Memory behind the longest line, which is looked at, but not taken for something.
+/// Characters that are taken from the stream at once, if it has them at hand.
+constexpr std::size_t kBlock = 0x10000;
+/// Memory behind a line at the end of the block, which is looked at, but not taken for something.
 constexpr std::size_t kSlack = 64;
 /// How much of a wrong cell is quoted.
 constexpr std::size_t kLongestQuote = 40;
@@ -212,9 +214,11 @@ public:
     /// The next cell, not taken; at the end of the row, an empty one there.
     std::string_view peek() const {
         const char* end = m_at;
-        for (unsigned at = 8; at == 8 && m_end - end >= 8; end += at)
-            at = tabIn(loadLittleEndian<std::uint64_t>(end));
-        end = std::find(end, m_end, '\t');
+        unsigned tab = 8;
+        for (; tab == 8 && m_end - end >= 8; end += tab)
+            tab = tabIn(loadLittleEndian<std::uint64_t>(end));
+        if (tab == 8)
+            end = std::find(end, m_end, '\t');
         return {m_at, static_cast<std::size_t>(end - m_at)};
     }
     std::string_view take() {
@@ -229,32 +233,18 @@ public:
             return false;
         const char* at = m_at;
         std::uint64_t number = 0;
-        if (at[0] == '0' && at[1] == 'x') {
-            at += 2;
-            constexpr unsigned kDigits = 2 * sizeof(T);
-            char again[kDigits];
-            for (unsigned i = 0; i < kDigits; i += 8) {
-                std::uint64_t text = loadLittleEndian<std::uint64_t>(at + i);
-                if (kDigits < 8)
-                    text <<= 8 * (8 - kDigits) % 64;
-                number = number << 32 | hexadecimalOf(text);
-            }
-            putHex<kDigits>(again, number);
-            if (std::memcmp(again, at, kDigits) != 0)
+        if (at[1] == ' ') {
+            number = static_cast<unsigned char>(at[0] - '0');
+            if (number > 9)
                 return false;
-            at += kDigits;
+            ++at;
+        } else if (at[0] == '0' && at[1] == 'x') {
+            at = hexadecimal<2 * sizeof(T)>(at + 2, number);
         } else {
-            unsigned count = 8;
-            while (count == 8 && at - m_at < 24) {
-                const auto text = loadLittleEndian<std::uint64_t>(at);
-                count = digitsIn(text);
-                if (count > 0)
-                    number = number * kPowers[count] + decimalOf(text, count);
-                at += count;
-            }
-            if (at == m_at || at - m_at > 19 || number > std::numeric_limits<T>::max())
-                return false;
+            at = decimal(at, number);
         }
+        if (!at || number > std::numeric_limits<T>::max())
+            return false;
         if (*at != ' ' || (at[1] != '\t' && at + 1 != m_end))
             return false;
         goBehind(at + 1);
@@ -264,18 +254,81 @@ public:
     /// The row's kind, by its name, behind the offset and the description that may stand before it. Invalid when there
     /// is no such kind; then `name` is the cell that should have told it.
     tagTCode takeKind(std::string_view& name) {
-        const std::string_view first = trimmed(peek());
-        if (first == keywords::kInvalid || first.starts_with(keywords::kHexPrefix))
-            take();
+        const bool isBehindOffset = takeOffset();
         name = take();
+        const std::string_view first = trimmed(name);
+        if (!isBehindOffset && (first.starts_with(keywords::kHexPrefix) || first == keywords::kInvalid))
+            name = take();
         tagTCode code = codeOf(trimmed(name));
         if (code == Invalid && (code = codeOf(trimmed(peek()))) != Invalid)
             name = take();
         return code;
     }
 
+    /// Takes a cell that says that something is unknown, as tables are written. False, with nothing taken, for others.
+    bool takeInvalid() {
+        static constexpr char kCell[] = "Invalid ";
+        constexpr std::size_t kSize = sizeof kCell - 1;
+        static_assert(keywords::kInvalid.size() + 1 == kSize &&
+                      std::string_view(kCell).starts_with(keywords::kInvalid));
+        if (m_ended || std::memcmp(m_at, kCell, kSize) != 0 || (m_at[kSize] != '\t' && m_at + kSize != m_end))
+            return false;
+        goBehind(m_at + kSize);
+        return true;
+    }
+
 private:
-    static constexpr std::uint64_t kPowers[] = {1, 10, 100, 1'000, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000};
+    /// Takes the offset of a row as tables are written. False, with nothing taken, for any other cell.
+    bool takeOffset() {
+        constexpr std::ptrdiff_t kSize = 2 + 16 + 1;
+        const auto hasTab = [this](unsigned at) { return tabIn(loadLittleEndian<std::uint64_t>(m_at + at)) < 8; };
+        if (m_end - m_at <= kSize || m_at[0] != '0' || m_at[1] != 'x' || hasTab(2) || hasTab(10) ||
+            m_at[kSize - 1] != ' ' || m_at[kSize] != '\t')
+            return false;
+        goBehind(m_at + kSize);
+        return true;
+    }
+
+    // The number whose digits stand there: where they end, or null when it is none. Few numbers have eight digits; what
+    // is longer stands apart from what is short.
+    // @{
+    static const char* decimal(const char* at, std::uint64_t& number) {
+        const auto text = loadLittleEndian<std::uint64_t>(at);
+        const unsigned count = digitsIn(text);
+        if (count == 0)
+            return nullptr;
+        number = decimalOf(text, count);
+        return count < 8 ? at + count : longDecimal(at + count, number);
+    }
+    /// Goes on behind the first eight digits, to 19 at most.
+    [[gnu::noinline]] static const char* longDecimal(const char* at, std::uint64_t& number) {
+        static constexpr std::uint64_t kPowers[] = {1,       10,        100,        1'000,      10'000,
+                                                    100'000, 1'000'000, 10'000'000, 100'000'000};
+        const char* const end = at + 16;
+        unsigned count = 8;
+        while (count == 8 && at < end) {
+            const auto text = loadLittleEndian<std::uint64_t>(at);
+            count = digitsIn(text);
+            if (count > 0)
+                number = number * kPowers[count] + decimalOf(text, count);
+            at += count;
+        }
+        return end - at >= 5 ? at : nullptr;
+    }
+    /// All digits of a number, as tables show them.
+    template <unsigned kDigits>
+    [[gnu::noinline]] static const char* hexadecimal(const char* at, std::uint64_t& number) {
+        char again[kDigits];
+        for (unsigned i = 0; i < kDigits; i += 8) {
+            std::uint64_t text = loadLittleEndian<std::uint64_t>(at + i);
+            if (kDigits < 8)
+                text <<= 8 * (8 - kDigits) % 64;
+            number = number << 32 | hexadecimalOf(text);
+        }
+        putHex<kDigits>(again, number);
+        return std::memcmp(again, at, kDigits) == 0 ? at + kDigits : nullptr;
+    }
+    // @}
 
     void goBehind(const char* cellEnd) {
         m_ended = cellEnd == m_end;
@@ -331,8 +384,10 @@ private:
     template <class T> void encode(FieldMeaning meaning, const char* name, const T&) {
         using Shown = typename IntegerOf<T>::type;
         using Number = std::make_unsigned_t<Shown>;
-        Number value;
-        if (m_cells.takeNumber(value))
+        const FieldFacts& facts = factsOf(meaning);
+        Number value = std::numeric_limits<Number>::max();
+        if (m_cells.takeNumber(value) ||
+            (facts.canBeUnknown && facts.look != FieldLook::Length && m_cells.takeInvalid()))
             return append(value);
         const std::string_view cell = next(name, numberWord<Number>);
         append(isUnknown(meaning, trimmed(cell)) ? std::numeric_limits<Number>::max()
@@ -429,12 +484,12 @@ private:
 };
 
 TraceTextReader::TraceTextReader(std::istream& stream, bool logs)
-    : m_stream(stream), m_logs(logs), m_block(kLongestLine + kSlack), m_models(UINT8_MAX + 1) {}
+    : m_stream(stream), m_logs(logs), m_block(kBlock + kSlack), m_models(UINT8_MAX + 1) {}
 
 TraceTextReader::~TraceTextReader() = default;
 
 bool TraceTextReader::good() {
-    return !m_eot && (m_begun.code != Invalid || m_ahead.code != Invalid || m_hasLine || m_stream.good());
+    return !m_eot && (m_begun->code != Invalid || m_ahead->code != Invalid || m_hasLine || m_stream.good());
 }
 
 void TraceTextReader::clear() {
@@ -465,13 +520,13 @@ std::uint64_t TraceTextReader::size() {
 }
 
 tagTCode TraceTextReader::peek() {
-    return m_begun.code != Invalid ? m_begun.code : ahead();
+    return m_begun->code != Invalid ? m_begun->code : ahead();
 }
 
 tagTCode TraceTextReader::ahead() {
-    if (m_ahead.code == Invalid)
+    if (m_ahead->code == Invalid)
         readRow();
-    return m_ahead.code;
+    return m_ahead->code;
 }
 
 bool TraceTextReader::get(std::list<CPacket*>& packets) {
@@ -483,80 +538,125 @@ bool TraceTextReader::get(std::list<CPacket*>& packets) {
 
 CPacket* TraceTextReader::get() {
     // Where memory is short for one of these steps, the next call goes on with it.
-    std::string& bytes = m_begun.bytes;
-    if (m_begun.code == Invalid) {
+    if (m_begun->code == Invalid) {
         if (ahead() == Invalid)
             return nullptr;
-        bytes.assign(m_ahead.bytes, m_ahead.size);
-        m_begun.code = std::exchange(m_ahead.code, Invalid);
-        m_begun.isOpen = isFollowedByText(m_begun.code);
-        m_begun.hasText = false;
+        std::swap(m_begun, m_ahead);
+        m_isOpen = isFollowedByText(m_begun->code);
+        m_hasText = false;
     }
     // The texts behind a packet are part of it, as long as they go on: an empty one in the first place says nothing.
-    const auto length = [this] { return static_cast<unsigned char>(m_ahead.bytes[1]); };
-    while (ahead() == CharString && m_begun.isOpen && m_ahead.belongs && (m_begun.hasText || length() > 0)) {
-        bytes.append(m_ahead.bytes, m_ahead.size);
-        m_begun.isOpen = length() == kCharStringMax;
-        m_begun.hasText = true;
-        m_ahead.code = Invalid;
+    const auto length = [this] { return static_cast<unsigned char>(m_ahead->bytes[1]); };
+    while (ahead() == CharString && m_isOpen && m_belongs && (m_hasText || length() > 0)) {
+        if (!m_hasText)
+            m_withText.assign(m_begun->bytes, m_begun->size);
+        m_withText.append(m_ahead->bytes, m_ahead->size);
+        m_isOpen = length() == kCharStringMax;
+        m_hasText = true;
+        m_ahead->code = Invalid;
     }
     // A text whose rest is lost ends where it was lost.
-    if (m_begun.isOpen && m_begun.hasText) {
+    if (m_isOpen && m_hasText) {
         CCharString end;
         char terminator[CPacketHeader::Len()];
-        bytes.append(terminator, end.write(terminator, sizeof terminator));
-        m_begun.isOpen = false;
+        m_withText.append(terminator, end.write(terminator, sizeof terminator));
+        m_isOpen = false;
     }
-    const tagTCode code = std::exchange(m_begun.code, Invalid);
+    const tagTCode code = std::exchange(m_begun->code, Invalid);
     try {
         unsigned consumed = 0;
-        CPacket* packet = CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), consumed);
+        const char* const bytes = m_hasText ? m_withText.data() : m_begun->bytes;
+        const unsigned size = m_hasText ? static_cast<unsigned>(m_withText.size()) : m_begun->size;
+        CPacket* packet = CPacketFactory::getCPacket(bytes, size, consumed);
         m_eot = m_eot || code == EndOfTrace;
         return packet;
     } catch (const std::exception& exception) {
         if (isOutOfMemory(exception))
-            m_begun.code = code;
+            m_begun->code = code;
         throw;
     }
 }
 
 void TraceTextReader::readRow() {
-    m_ahead.code = Invalid;
-    m_ahead.belongs = m_ahead.belongs || !m_hasLine;
-    while (m_ahead.code == Invalid && (m_hasLine || readLine())) {
+    m_ahead->code = Invalid;
+    m_belongs = m_belongs || !m_hasLine;
+    while (m_ahead->code == Invalid && (m_hasLine || readLine())) {
         m_hasLine = !isDecoration();
         if (!m_hasLine)
             continue;
         try {
-            parse(m_ahead);
+            parse(*m_ahead);
         } catch (const Wrong& wrong) {
             report(wrong);
-            m_ahead.belongs = false;
+            m_belongs = false;
         }
         m_hasLine = false;
     }
 }
 
+bool TraceTextReader::refill(std::size_t to) {
+    const std::size_t rest = m_filled - m_next;
+    std::memmove(m_block.data() + to, m_block.data() + m_next, rest);
+    m_next = to;
+    m_filled = to + rest;
+    char* const more = m_block.data() + m_filled;
+    const auto room = static_cast<std::streamsize>(kBlock - m_filled);
+    std::streamsize got = 0;
+    // No more than the stream has at hand: a program may still write the table.
+    attempt([&] {
+        got = m_stream.readsome(more, room);
+        if (got == 0 && m_stream.good() && m_stream.peek() != std::istream::traits_type::eof()) {
+            got = m_stream.readsome(more, room);
+            if (got > 0)
+                return true;
+            // Some stream buffers never tell what they have.
+            while (got < room && m_stream.get(more[got]) && more[got++] != '\n') {
+            }
+        }
+        return true;
+    });
+    m_filled += static_cast<std::size_t>(got);
+    return got > 0;
+}
+
 bool TraceTextReader::readLine() {
     m_line = {};
-    attempt([&] { return m_stream.getline(m_block.data(), std::streamsize{kLongestLine}).good(); });
-    const auto taken = static_cast<std::size_t>(m_stream.gcount());
-    m_position += taken;
     m_wholeLine = true;
-    if (m_stream.bad()) // what was taken may be a part of the line
+    const auto start = [this] { return m_block.data() + m_next; };
+    const auto findEnd = [&](std::size_t behind, std::size_t most) {
+        return static_cast<const char*>(std::memchr(start() + behind, '\n', most - behind));
+    };
+    const auto take = [this](std::size_t count) {
+        m_next += count;
+        m_position += count;
+    };
+    std::size_t size = 0;
+    const char* end = nullptr;
+    do {
+        const std::size_t most = std::min(m_filled - m_next, kLongestLine);
+        end = findEnd(size, most);
+        size = end ? static_cast<std::size_t>(end - start()) : most;
+    } while (!end && size < kLongestLine && refill(0));
+    if (m_stream.bad() || (!end && size == 0)) // what was taken may be a part of the line
         return false;
-    if (m_stream.fail() && taken + 1 == kLongestLine) {
-        attempt([&] {
-            m_stream.clear(m_stream.rdstate() & ~std::ios::failbit);
-            return m_stream.ignore(std::numeric_limits<std::streamsize>::max(), '\n').good();
-        });
-        m_position += static_cast<std::uint64_t>(m_stream.gcount());
-        m_wholeLine = false;
-        m_line = {m_block.data(), taken};
-    } else if (taken == 0) {
-        return false;
+    m_wholeLine = end || size < kLongestLine;
+    if (m_wholeLine) {
+        m_line = {start(), size};
+        take(size + (end ? 1 : 0)); // the line's end counts as taken
+        if (!end)
+            m_block[m_filled] = '\0';
     } else {
-        m_line = {m_block.data(), m_stream.eof() ? taken : taken - 1}; // the line's end counts as taken
+        // Its first part stays in front, what is behind that passes.
+        std::memmove(m_block.data(), start(), kLongestLine);
+        m_line = {m_block.data(), kLongestLine - 1};
+        take(kLongestLine - 1);
+        while (!(end = findEnd(0, m_filled - m_next))) {
+            take(m_filled - m_next);
+            if (!refill(kLongestLine))
+                break;
+        }
+        if (end)
+            take(static_cast<std::size_t>(end - start()) + 1);
     }
     ++m_lineNumber;
     if (m_line.ends_with('\r'))
@@ -607,24 +707,24 @@ void TraceTextReader::parse(Row& row) {
     const tagTCode code = cells.takeKind(name);
     if (code == Invalid)
         throw Wrong{name, "the name of a kind of packet"};
-    const std::string_view lengthCell = cells.peek();
+    const Cells lengthCell = cells;
     std::uint8_t length = 0;
     if (!cells.takeNumber(length)) {
-        cells.take();
-        const auto told = lengthOf(trimmed(lengthCell));
+        const std::string_view cell = cells.take();
+        const auto told = lengthOf(trimmed(cell));
         if (!told)
-            throw Wrong{lengthCell, "the length of the payload, at most 255"};
+            throw Wrong{cell, "the length of the payload, at most 255"};
         length = *told;
     }
 
     char* const payload = row.bytes + CPacketHeader::Len();
-    const char* end = payload;
+    const char* end = nullptr;
     if (code == CharString) {
         end = putText(cells, length, payload);
     } else {
         const CPacket* model = modelOf(code, length);
         if (!model)
-            throw Wrong{lengthCell, "a length that the payload of this kind can have"};
+            throw Wrong{lengthCell.peek(), "a length that the payload of this kind can have"};
         Encoder encoder(cells, payload);
         visitKind(*model, [&encoder](const auto& kind) { kind.visitParts(encoder); });
         end = encoder.end();
@@ -636,7 +736,7 @@ void TraceTextReader::parse(Row& row) {
         if (!trimmed(more).empty())
             throw Wrong{more, "the end of the row"};
     }
-    if (code == CharString && !row.belongs)
+    if (code == CharString && !m_belongs)
         throw Wrong{m_line, "a packet that the text can belong to"};
     row.code = code;
     row.size = static_cast<unsigned>(end - row.bytes);

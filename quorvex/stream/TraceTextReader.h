@@ -24,9 +24,9 @@ namespace Quorvex {
 ///
 /// A row that is wrong is skipped: it is counted, and the message log is told where it is, what was expected there and
 /// what was found. CharString rows directly behind it belong to nothing that is left and are skipped with it, counted
-/// too. The stream must outlive the reader; memory holds a line, a packet with its text, and a small packet of each
-/// kind. Where it is short, get() and peek() throw a CQVXException or std::bad_alloc; nothing is lost, and the next
-/// call goes on.
+/// too. The stream must outlive the reader, which takes what it has at hand ahead of the rows; memory holds a few
+/// lines, a packet with its text, and a small packet of each kind. Where it is short, get() and peek() throw a
+/// CQVXException or std::bad_alloc; nothing is lost, and the next call goes on.
 class QUORVEX_API TraceTextReader : public CTraceSource {
 public:
     /// A row that could not be read.
@@ -72,14 +72,6 @@ private:
         tagTCode code = Invalid;
         char bytes[kMost];
         unsigned size = 0;
-        bool belongs = true; ///< nothing unreadable stands between it and the row before
-    };
-    /// A packet that is put together from its row and those of its text. Invalid: there is none.
-    struct Begun {
-        tagTCode code = Invalid;
-        std::string bytes;
-        bool isOpen = false;  ///< the text may go on
-        bool hasText = false; ///< it has begun
     };
     /// A packet that tells the types and widths of the fields of a row.
     struct Model {
@@ -96,6 +88,9 @@ private:
     void readRow();
     /// Takes in a line, without its end; false at the end of the text.
     bool readLine();
+    /// Takes more from the stream, behind what is left, which moves to that place in the block. False where there is no
+    /// more, or the stream fails.
+    bool refill(std::size_t to);
     /// Whether the line is none of the table's rows: a title, a head, or empty.
     bool isDecoration() const;
     /// Puts the packet of the line into bytes; throws Wrong.
@@ -108,12 +103,19 @@ private:
 
     std::istream& m_stream;
     bool m_logs;
-    std::vector<char> m_block; ///< where the line stands
+    std::vector<char> m_block; ///< what has been taken from the stream last
+    std::size_t m_next = 0;    ///< in it, what no line has taken yet,
+    std::size_t m_filled = 0;  ///< and the end of that
     std::string_view m_line;
     std::uint64_t m_lineNumber = 0;
     std::uint64_t m_position = 0;
-    Begun m_begun;
-    Row m_ahead;
+    Row m_rows[2];
+    Row* m_begun = &m_rows[0];   ///< the packet that is put together from its row and those of its text
+    Row* m_ahead = &m_rows[1];   ///< the row behind
+    bool m_isOpen = false;       ///< the text may go on
+    bool m_hasText = false;      ///< it has begun
+    std::string m_withText;      ///< the packet and its text, once that has begun
+    bool m_belongs = true;       ///< nothing unreadable stands between the row ahead and the one before
     bool m_hasLine = false;      ///< that is not taken in yet
     std::vector<Model> m_models; ///< the last that was asked for of each kind, by its code
     bool m_wholeLine = true;     ///< the line's end has been seen

@@ -8,7 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
+#include <streambuf>
 #include <thread>
 
 namespace Quorvex::test {
@@ -250,6 +252,61 @@ TEST(TextReader, EndsOnAnyInput) {
         traceOf(damaged, &errors);
         EXPECT_GT(errors, 0U);
     }
+}
+
+/// Hands out so many characters at a time; for 0, one by one, and never tells that there are any.
+class Dripping : public std::streambuf {
+public:
+    Dripping(const std::string& text, std::size_t portion) : m_text(text), m_portion(portion) {}
+
+protected:
+    int_type underflow() override {
+        if (m_portion > 0 && m_at < m_text.size()) {
+            char* const from = m_text.data() + m_at;
+            const std::size_t count = std::min(m_portion, m_text.size() - m_at);
+            setg(from, from, from + count);
+            m_at += count;
+            return traits_type::to_int_type(*from);
+        }
+        return m_at < m_text.size() ? traits_type::to_int_type(m_text[m_at]) : traits_type::eof();
+    }
+    int_type uflow() override {
+        if (m_portion > 0)
+            return std::streambuf::uflow();
+        const int_type next = underflow();
+        m_at += next != traits_type::eof();
+        return next;
+    }
+
+private:
+    std::string m_text;
+    std::size_t m_portion;
+    std::size_t m_at = 0;
+};
+
+TEST(TextReader, ReadsLinesWhereverStreamsAndBlocksPartThem) {
+    // The longest line, and one that is longer, across the places where the reader's blocks may end.
+    for (const std::size_t size : {0x3FFEU, 0x3FFFU, 0x4000U}) {
+        for (const std::size_t before : {0U, 0xBFFFU, 0xC000U, 0xC001U, 0xFFFFU, 0x10000U}) {
+            std::string row = "\tTraceDisabled\t0 \t";
+            row.resize(size, ' ');
+            std::uint64_t errors = 0;
+            const std::string trace = traceOf(std::string(before, '\n') + row + "\n\tEndOfTrace\t0", &errors);
+            EXPECT_EQ(hex(trace), hex(bytes(size < 0x4000 ? "7a 00 7c 00" : "7c 00"))) << size << ' ' << before;
+            EXPECT_EQ(errors, size < 0x4000 ? 0U : 1U) << size << ' ' << before;
+        }
+    }
+    const std::string table =
+        tableOf(everyKind(), true, true) + "\t" + std::string(0x12345, 'x') + "\n\tTraceDisabled\t0";
+    for (const std::size_t portion : {0U, 1U, 7U, 0x3000U}) {
+        Dripping drops(table, portion);
+        std::istream in(&drops);
+        TraceTextReader reader(in);
+        EXPECT_EQ(hex(join(readAll(reader))), hex(everyKind() + bytes("7a 00"))) << portion;
+        EXPECT_EQ(reader.errors(), 1U) << portion;
+        EXPECT_EQ(reader.position(), table.size()) << portion;
+    }
+    takeLog();
 }
 
 TEST(TextReader, TellsItsStateAsSourcesDo) {
