@@ -12,14 +12,14 @@ namespace Quorvex {
 
 namespace {
 
-/// A short trace-enabled packet as one with all its fields; any other as it is.
-PacketPointer whole(PacketPointer packet) {
+/// Makes a short trace-enabled packet one with all its fields.
+void makeWhole(PacketPointer& packet) {
     const auto* enabled = packetAs<CTraceEnabled>(*packet);
     if (!enabled || enabled->Length() == CTraceEnabled::Len())
-        return packet;
+        return;
     auto* result = new CTraceEnabled(enabled->FrameLen(), enabled->FrameConfig());
     result->Version(enabled->Version());
-    return PacketPointer(result);
+    packet.reset(result);
 }
 
 } // namespace
@@ -45,8 +45,8 @@ CPacket* Unpaged::get() {
         PacketPointer packet = m_input.next();
         const std::uint64_t offset = m_input.offset();
         m_ended = !packet;
-        if (packet)
-            packet = whole(std::move(packet));
+        if (packet && packet->TraceCode() == TraceEnabled)
+            makeWhole(packet);
         if (pages::isBreak(offset)) {
             m_ahead.clear();
             m_fillSize = 0;

@@ -63,6 +63,18 @@ bool CTraceCompressor::put(CPacket* packet) {
     return taken;
 }
 
+inline bool CTraceCompressor::handOver() {
+    try {
+        if (m_downstream.forward(m_pending)) [[likely]]
+            return true;
+    } catch (...) {
+        lose();
+        throw;
+    }
+    lose();
+    return false;
+}
+
 bool CTraceCompressor::forward(CPacket*& packet) {
     if (!packet)
         return false;
@@ -93,21 +105,12 @@ bool CTraceCompressor::forward(std::list<CPacket*>& packets) {
     return handOver();
 }
 
-bool CTraceCompressor::handOver() {
-    const auto lose = [this] {
-        logError("CTraceCompressor: Error! Could not forward list content.");
-        if (!CPacketFactory::release(m_pending))
-            logError("CTraceCompressor: Error! Could not release forward list content.");
-        // The sync packets may be among what is lost.
-        m_contexts.forget();
-        return false;
-    };
-    try {
-        return m_downstream.forward(m_pending) || lose();
-    } catch (...) {
-        lose();
-        throw;
-    }
+void CTraceCompressor::lose() {
+    logError("CTraceCompressor: Error! Could not forward list content.");
+    if (!CPacketFactory::release(m_pending))
+        logError("CTraceCompressor: Error! Could not release forward list content.");
+    // The sync packets may be among what is lost.
+    m_contexts.forget();
 }
 
 bool CTraceCompressor::convert() {

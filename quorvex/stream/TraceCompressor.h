@@ -47,6 +47,8 @@ private:
     bool convert();
     /// Hands the pending packets over, which are converted and no longer the caller's.
     bool handOver();
+    /// Gives up the pending packets, which were not taken.
+    [[gnu::cold]] void lose();
     /// The relative form of a packet, if what the sink behind has been told is enough for one.
     CPacket* relative(CPacket& packet, ContextSort sort) const {
         return m_contexts.knows(sort) ? m_contexts.relative(packet, sort) : nullptr;

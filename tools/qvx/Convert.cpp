@@ -91,11 +91,14 @@ public:
 
     PacketPointer next() {
         while (!m_ahead && !m_ended) {
-            PacketPointer packet = nextAbsolute();
+            PacketPointer packet(m_source.get());
             m_ended = !packet;
+            const KindFacts& kind = factsOf(packet ? m_source.lastCode() : Invalid);
+            if (kind.isRelative)
+                makeAbsolute(packet, kind.context);
             if (m_held && packet && carries(*packet))
                 m_held.reset();
-            if (packet && sortOfSync(packet->TraceCode()) != ContextSort::None) {
+            if (kind.sync != ContextSort::None) {
                 std::swap(m_held, packet);
                 m_needed = !m_contexts.reaches(*m_held);
                 m_contexts.note(*m_held);
@@ -112,15 +115,10 @@ public:
     }
 
 private:
-    PacketPointer nextAbsolute() {
-        PacketPointer packet(m_source.get());
-        const ContextSort sort = packet ? sortOfRelative(m_source.lastCode()) : ContextSort::None;
-        if (sort != ContextSort::None) {
-            packet.reset(m_contexts.absolute(*packet, sort));
-            if (!packet)
-                throw std::bad_alloc();
-        }
-        return packet;
+    void makeAbsolute(PacketPointer& packet, ContextSort sort) const {
+        packet.reset(m_contexts.absolute(*packet, sort));
+        if (!packet)
+            throw std::bad_alloc();
     }
     /// Whether the packet was relative, could not have been told without the sync packet that is held, and repeats its
     /// context.
@@ -154,8 +152,10 @@ public:
             if (!packet)
                 throw std::bad_alloc();
         }
-        m_here.note(*packet);
-        m_written.note(*packet);
+        if (sortOfSync(packet->TraceCode()) != ContextSort::None) {
+            m_here.note(*packet);
+            m_written.note(*packet);
+        }
         return packet;
     }
 
@@ -212,14 +212,16 @@ private:
     template <class Form> void writeAll(const TraceInput& input, Form form) {
         while (PacketPointer packet = form.next()) {
             ++m_packets;
-            write(input, std::move(packet));
+            write(input, packet);
         }
         // Of a program that was killed nothing is missing but the end, nor is anything missing in what is written.
-        if (input.report().end == TraceEnd::Recording)
-            write(input, PacketPointer(new CTraceDisabled));
+        if (input.report().end == TraceEnd::Recording) {
+            PacketPointer end(new CTraceDisabled);
+            write(input, end);
+        }
     }
 
-    void write(const TraceInput& input, PacketPointer packet) {
+    void write(const TraceInput& input, PacketPointer& packet) {
         const tagTCode code = packet->TraceCode();
         const unsigned size = packet->StreamSize();
         CPacket* raw = packet.release();
