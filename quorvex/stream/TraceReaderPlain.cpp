@@ -106,10 +106,13 @@ inline bool CTraceReaderPlain::loadPacket(unsigned& size) {
     const unsigned rest = remain();
     if (rest >= CPacketHeader::Len() && !isFollowedByText(tagTCode(at(0)))) {
         size = CPacketHeader::Len() + at(1);
-        if (rest >= size)
+        if (rest >= size) [[likely]]
             return true;
     }
-    return loadWhole(size);
+    unsigned whole = 0; // what has an address does not stay in a register
+    const bool loaded = loadWhole(whole);
+    size = whole;
+    return loaded;
 }
 
 bool CTraceReaderPlain::loadWhole(unsigned& size) {
@@ -156,13 +159,17 @@ bool CTraceReaderPlain::loadText(unsigned offset, unsigned& size) {
 
 inline bool CTraceReaderPlain::build(unsigned size, CPacket*& packet) {
     packet = nullptr;
-    if (size == kOverlong)
-        return buildOverlong(packet);
+    if (size == kOverlong) [[unlikely]] {
+        CPacket* overlong = nullptr;
+        const bool good = buildOverlong(overlong);
+        packet = overlong;
+        return good;
+    }
     try {
         const char* bytes = m_block + m_index;
         unsigned consumed = 0;
         packet = CPacketFactory::getCPacket(bytes, size, consumed);
-        if (packet && consumed != size)
+        if (packet && consumed != size) [[unlikely]]
             packet = withOwnLength(packet, bytes, consumed);
     } catch (const std::exception& exception) {
         if (isOutOfMemory(exception))
@@ -170,7 +177,7 @@ inline bool CTraceReaderPlain::build(unsigned size, CPacket*& packet) {
         return true;
     }
     if (packet) {
-        if (at(0) == EndOfTrace)
+        if (packet->CPacketHeader::TraceCode() == EndOfTrace)
             m_eot = true;
         m_index += size;
     }
@@ -218,25 +225,30 @@ bool CTraceReaderPlain::stepOver() {
 }
 
 bool CTraceReaderPlain::get(std::list<CPacket*>& packets) {
-    const std::size_t before = packets.size();
+    getBatch(packets);
+    return !packets.empty();
+}
+
+void CTraceReaderPlain::getBatch(std::list<CPacket*>& packets) {
+    detail::Appending batch(packets);
     const auto inBlock = [this] {
         return remain() >= CPacketHeader::Len() && remain() >= CPacketHeader::Len() + at(1);
     };
-    while (packets.size() == before || inBlock()) {
+    while (batch.count() == 0 || inBlock()) {
+        batch.reserve();
         const std::uint64_t start = m_base;
         unsigned size = 0;
         CPacket* packet = nullptr;
         if (!loadPacket(size) || !build(size, packet))
             break;
         if (packet) {
-            detail::append(packets, packet);
+            batch.append(packet);
             if (m_base != start) // the block was topped up on the way: one block is enough for one batch
                 break;
         } else if (CTCodeInfo::TCodeIsValid(tagTCode(at(0))) || !stepOver()) {
             break;
         }
     }
-    return !packets.empty();
 }
 
 bool CTraceReaderPlain::skip() {

@@ -72,6 +72,7 @@ private:
     /// built. False, with nothing moved, when the source fails.
     bool build(unsigned size, CPacket*& packet);
     bool buildOverlong(CPacket*& packet);
+    void getBatch(std::list<CPacket*>& packets);
     /// Moves behind a packet that could not be built; false where a length of 0 does not tell how far.
     bool stepOver();
 

@@ -254,6 +254,66 @@ TEST(PacketMemory, ServesDataNamesAndListsToo) {
     });
 }
 
+TEST(PacketMemory, ServesListsOfAnyLengthBehindWhatTheyHold) {
+    /// Whose thread gives lists back while it reads.
+    struct Source : MemorySource {
+        using MemorySource::MemorySource;
+        bool read(char* dst, unsigned count, unsigned& got) override {
+            CPacketFactory::release(m_other);
+            return MemorySource::read(dst, count, got);
+        }
+        std::list<CPacket*> m_other = std::list<CPacket*>(3);
+    };
+    constexpr std::pair<std::size_t, unsigned> kHeldAndRead[] = {{0, 100}, {5, 10}, {0, 90},
+                                                                 {3, 200}, {1, 0},  {0, 101}};
+    onThread([&] {
+        for (unsigned round = 0; round < 2; ++round) {
+            for (const auto& [held, read] : kHeldAndRead) {
+                std::string trace;
+                for (unsigned i = 0; i < read; ++i)
+                    trace += wireOf(*PacketPointer(new CRelExecInsn(static_cast<std::uint8_t>(i), 2)));
+                Source source(trace);
+                CTraceReaderPlain reader(source);
+                std::list<CPacket*> packets(held);
+                const unsigned before = g_taken;
+                EXPECT_EQ(reader.get(packets), held + read > 0);
+                EXPECT_TRUE(!kKeepsFreed || round == 0 || g_taken == before) << "the first one has left enough";
+                EXPECT_EQ(packets.size(), held + read);
+                std::string got;
+                for (CPacket* packet : packets)
+                    got += packet ? wireOf(*packet) : "-";
+                EXPECT_EQ(got, std::string(held, '-') + trace);
+                CPacketFactory::release(packets);
+            }
+        }
+    });
+}
+
+TEST(PacketMemory, LosesNoPacketWhereAListHasNoRoomForIt) {
+    CRelExecInsn step(1, 2);
+    std::string trace;
+    for (unsigned i = 0; i < 10; ++i)
+        trace += wireOf(step);
+    onThread([&trace] {
+        MemorySource source(trace);
+        CTraceReaderPlain reader(source);
+        PacketPointer(reader.get()).reset(); // its memory is kept for the next one
+        std::list<CPacket*> packets;
+        bool isTold = false;
+        g_isShort = true;
+        try {
+            reader.get(packets);
+        } catch (const std::exception&) {
+            isTold = true;
+        }
+        g_isShort = false;
+        EXPECT_TRUE(isTold);
+        EXPECT_TRUE(reader.get(packets));
+        EXPECT_EQ(packets.size(), 9U);
+        CPacketFactory::release(packets);
+    });
+}
+
 /// Is released when all else is gone.
 const PacketPointer g_last(new CExecInsn);
 
