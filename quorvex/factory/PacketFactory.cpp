@@ -112,10 +112,9 @@ CPacket* CPacketFactory::getCPacket(std::istream& in) {
     CPacketHeader header;
     if (!header.read(buffer, size))
         return nullptr;
-    unsigned payload = 0;
-    CPacket* packet = getCPacket(header, buffer + CPacketHeader::Len(), size - CPacketHeader::Len(), payload);
+    CPacket* packet = getCPacket(header, buffer + CPacketHeader::Len(), size - CPacketHeader::Len(), consumed);
     if (packet)
-        consumed = payload + CPacketHeader::Len();
+        consumed += CPacketHeader::Len();
     return packet;
 }
 
