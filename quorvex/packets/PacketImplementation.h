@@ -43,6 +43,8 @@ concept SizedPart = requires {
 /// Report a failed plain read or write of a packet, as in "FunctionEnter: Failed to read core context from stream.".
 QUORVEX_API void logFailedRead(tagTCode code, Step step, bool fromStream);
 QUORVEX_API void logFailedWrite(tagTCode code, Step step, bool toStream);
+/// The same for a packet that does not fit so many bytes. The result is 0: the bytes that are written of it.
+QUORVEX_API unsigned refuseRoom(const CPacket& packet, unsigned size, unsigned lengthOfContext);
 QUORVEX_API void logInvalidHeader(tagTCode code, bool fromStream);
 
 inline void logText(const char* text) {
@@ -159,17 +161,14 @@ unsigned PacketOf<Rules, Base, Payload>::write(char* buf, unsigned size) {
     if (!protocol::isWritable(static_cast<const Payload&>(*this)))
         return 0;
     const unsigned need = CPacketHeader::Len() + payloadSize();
-    if (!buf || size < need) {
+    if (!buf || size < need) [[unlikely]] {
         if constexpr (Rules.logged)
-            protocol::logFailedWrite(this->TraceCode(),
-                                     size < CPacketHeader::Len()                    ? protocol::Step::Header
-                                     : size < CPacketHeader::Len() + Context::Len() ? protocol::Step::Context
-                                                                                    : protocol::Step::Payload,
-                                     false);
+            return protocol::refuseRoom(*this, size, Context::Len());
         return 0;
     }
     renewHeader();
-    CPacketHeader::write(buf, size);
+    const unsigned header = CPacketHeader::TraceCode() | CPacketHeader::Length() << 8;
+    storeLittleEndian(buf, static_cast<std::uint16_t>(header));
     char* to = buf + CPacketHeader::Len();
     visitParts([&to](const auto& part) {
         encodePart(part, to);
@@ -306,8 +305,11 @@ inline bool PacketOf<Rules, Base, Payload>::load(PayloadIn& in) {
 
 /// Makes the header tell what is about to be written.
 template <const ReadRules& Rules, class Base, class Payload> inline void PacketOf<Rules, Base, Payload>::renewHeader() {
-    if constexpr (!requires { Payload::kLengthAsRead; })
-        PacketOf::SetPacketHeaderLength();
+    if constexpr (!requires { Payload::kLengthAsRead; }) {
+        const unsigned length = std::min(payloadSize(), unsigned{UINT8_MAX});
+        if (CPacketHeader::Length() != length) [[unlikely]]
+            CPacketHeader::SetLength(static_cast<std::uint8_t>(length));
+    }
 }
 
 namespace protocol {

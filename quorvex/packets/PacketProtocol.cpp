@@ -27,6 +27,15 @@ void logFailedWrite(tagTCode code, Step step, bool toStream) {
              (toStream ? "stream." : "buffer."));
 }
 
+unsigned refuseRoom(const CPacket& packet, unsigned size, unsigned lengthOfContext) {
+    logFailedWrite(packet.TraceCode(),
+                   size < CPacketHeader::Len()                     ? Step::Header
+                   : size < CPacketHeader::Len() + lengthOfContext ? Step::Context
+                                                                   : Step::Payload,
+                   false);
+    return 0;
+}
+
 void logInvalidHeader(tagTCode code, bool fromStream) {
     logError(std::string(CTCodeInfo::TCodeToName(code)) + ": Invalid header data read from " +
              (fromStream ? "stream." : "buffer."));

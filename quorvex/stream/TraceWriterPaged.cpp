@@ -161,7 +161,7 @@ void CTraceWriterPaged::dropFrameBehind(unsigned fill) {
 
 inline bool CTraceWriterPaged::write(CPacket* packet, const char* noRoom, const char* notChecked) {
     // Most packets are of a kind that the writer takes no note of, and there is room for any of them.
-    if (m_fill <= kRoomForAny && packet && factsOf(packet->CPacketHeader::TraceCode()).standsAlone) {
+    if (m_fill <= kRoomForAny && packet && factsOf(packet->CPacketHeader::TraceCode()).standsAlone) [[likely]] {
         const unsigned written = packet->write(at(m_fill), kPageSize - m_fill);
         m_fill += written;
         return written != 0;

@@ -25,11 +25,10 @@ void CTraceWriterPlain::check_initial_pos() {
 
 bool CTraceWriterPlain::put(CPacket* packet) {
     // Most packets have no text behind them, and there is room for any of them.
-    if (m_fill < kRoomForAny && packet && factsOf(packet->CPacketHeader::TraceCode()).standsAlone) {
-        if (const unsigned written = packet->write(m_block + m_fill, kBlockSize - m_fill)) {
-            m_fill += written;
-            return true;
-        }
+    if (m_fill < kRoomForAny && packet && factsOf(packet->CPacketHeader::TraceCode()).standsAlone) [[likely]] {
+        const unsigned written = packet->write(m_block + m_fill, kBlockSize - m_fill);
+        m_fill += written;
+        return written != 0;
     }
     return putMeasured(packet);
 }
