@@ -90,7 +90,6 @@ void CTraceWriterPlain::flush() {
 void CTraceWriterPlain::dropWritten(unsigned written) {
     const unsigned rest = written < m_fill ? m_fill - written : 0;
     std::memmove(m_block, m_block + (m_fill - rest), rest);
-    std::memset(m_block + rest, 0, m_fill - rest);
     m_base += written;
     m_fill = rest;
 }
