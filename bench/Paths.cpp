@@ -146,6 +146,24 @@ struct LimitAllocation {
     static double bytes() { return sizeof(CFunctionEnter); }
 };
 
+/// What nobody who empties a list of a block's packets by pop_front() gets around.
+class LimitListNodes {
+public:
+    explicit LimitListNodes(unsigned) {}
+    void operator()() {
+        if (m_packets.empty()) {
+            for (unsigned i = 0; i < kPacketsOfBlock; ++i)
+                m_packets.push_back(nullptr);
+        }
+        m_packets.pop_front();
+    }
+    static double bytes() { return sizeof(CPacket*); }
+
+private:
+    static constexpr unsigned kPacketsOfBlock = kBlockSize / 18; ///< as in mixedTrace
+    std::list<CPacket*> m_packets;
+};
+
 struct LimitClock {
     explicit LimitClock(unsigned) {}
     void operator()() { keep(platform::counterTick()); }
@@ -265,6 +283,27 @@ public:
 
 private:
     std::list<CPacket*> m_packets;
+};
+
+class ReleaseLists : public Reading {
+public:
+    using Reading::Reading;
+    ~ReleaseLists() { CPacketFactory::release(m_packets); }
+    void operator()() {
+        if (m_left == 0) {
+            CPacketFactory::release(m_packets);
+            if (!reader().get(m_packets)) {
+                rewind();
+                reader().get(m_packets);
+            }
+            m_left = m_packets.size();
+        }
+        --m_left;
+    }
+
+private:
+    std::list<CPacket*> m_packets;
+    std::size_t m_left = 0;
 };
 
 struct SkipPackets : Reading {
@@ -480,13 +519,16 @@ constexpr PathRow kPaths[] = {
     {"limitCopyAndCall", "memcpy of a packet's 30 bytes into a page, and one virtual call", steps<LimitCopyAndCall>,
      false},
     {"limitAllocation", "allocating and freeing a packet's memory", steps<LimitAllocation>, false},
+    {"limitListNodes", "a node of a list that is as long as a block has packets, and emptied by pop_front()",
+     steps<LimitListNodes>, false},
     {"limitClock", "reading the clock", steps<LimitClock>, false},
     {"limitStore", "storing 30 bytes in a new file, page by page", steps<LimitStore>, false},
     {"writePackets/plain", "a function-enter packet into the plain writer", steps<WritePackets<CTraceWriterPlain>>,
      true},
     {"writePackets/paged", "the same into the paged writer", steps<WritePackets<CTraceWriterPaged>>, true},
     {"readPackets", "a packet read into a heap object and released", steps<ReadPackets>, true},
-    {"readLists", "the same, a block's packets in one list", steps<ReadLists>, true},
+    {"readLists", "the same, a block's packets in one list, emptied by pop_front()", steps<ReadLists>, true},
+    {"readLists/released", "the same, the list released as a whole", steps<ReleaseLists>, false},
     {"skipPackets", "a packet stepped over by its header", steps<SkipPackets>, true},
     {"compressPackets", "an instruction made, made relative and written", steps<CompressPackets>, false},
     {"decompressPackets", "a relative instruction read and made absolute", steps<DecompressPackets>, false},
