@@ -22,6 +22,8 @@ constexpr std::size_t kMostBehind = 128;
 constexpr std::size_t kMostRelative = 4096;
 /// A jump is far when the packets behind it would have room in it so many times.
 constexpr std::uint64_t kFar = 4;
+/// So many packets are read ahead to see that ticks go on as they should.
+constexpr std::size_t kFewAhead = 32;
 
 /// More traces than that are not kept open.
 constexpr std::size_t kMostOpen = 64;
@@ -64,6 +66,7 @@ struct Merged::Source {
         PacketPointer packet;
         std::uint64_t tick;
         std::uint64_t offset;
+        std::uint64_t rises; ///< of the source, up to this packet
 
         bool isBorder() const { return !packet; }
     };
@@ -72,7 +75,12 @@ struct Merged::Source {
     /// be read.
     Ahead* at(std::size_t index);
     /// Reads packets until there are so many, or the trace ends.
-    void read(std::size_t count);
+    void read(std::size_t most);
+    std::size_t size() const { return static_cast<std::size_t>(added - taken); } ///< of `ahead`, which counts slowly
+    void push(PacketPointer packet);
+    void pop();
+    /// Whether ticks are seen to go on from the next packet's, which isWrong() then need not look into.
+    bool isInOrder();
     /// How many packets from the next one on have a tick that one sync packet may tell.
     std::size_t relatives();
     /// Whether the next packet's tick cannot be, with those behind it that are relative to it.
@@ -88,7 +96,12 @@ struct Merged::Source {
     Unpaged unpaged;
     CTraceDecompressor decompressor;
     std::deque<Ahead> ahead;
-    std::size_t batch = 0; ///< packets that are read before the file is closed again; 0 when it stays open
+    std::uint64_t added = 0;    ///< packets that have come into `ahead`,
+    std::uint64_t taken = 0;    ///< and that have left it
+    std::uint64_t fall = 0;     ///< of the last packet with a lower tick than the one before it, the number
+    std::uint64_t rises = 0;    ///< ticks that a sync packet of the one before could not have told
+    std::uint64_t readTick = 0; ///< the last one that is known
+    std::size_t batch = 0;      ///< packets that are read before the file is closed again; 0 when it stays open
     bool isEnded = false;
     std::exception_ptr error; ///< why it has ended; thrown when all that has been read was handed out
     std::uint64_t tick = 0;   ///< of the last packet that has one
@@ -98,18 +111,18 @@ struct Merged::Source {
 };
 
 Merged::Source::Ahead* Merged::Source::at(std::size_t index) {
-    if (ahead.size() <= index && !isEnded) {
+    if (size() <= index && !isEnded) {
         read(std::max(index + 1, batch));
         if (batch > 0)
             input->pause();
     }
-    if (ahead.empty() && error)
+    if (error && ahead.empty())
         std::rethrow_exception(std::exchange(error, nullptr));
-    return index < ahead.size() ? &ahead[index] : nullptr;
+    return index < size() ? &ahead[index] : nullptr;
 }
 
-void Merged::Source::read(std::size_t count) try {
-    while (ahead.size() < count) {
+void Merged::Source::read(std::size_t most) try {
+    while (size() < most) {
         PacketPointer packet = unpaged.through(decompressor);
         isEnded = !packet;
         if (isEnded)
@@ -117,12 +130,37 @@ void Merged::Source::read(std::size_t count) try {
         const tagTCode code = packet->TraceCode();
         if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace)
             packet.reset();
-        const std::uint64_t told = packet ? absoluteTickOf(*packet) : kUnknown64;
-        ahead.push_back({std::move(packet), told, unpaged.lastOffset()});
+        push(std::move(packet));
     }
 } catch (const std::exception&) {
     isEnded = true;
     error = std::current_exception();
+}
+
+void Merged::Source::push(PacketPointer packet) {
+    const std::uint64_t told = packet ? absoluteTickOf(*packet) : kUnknown64;
+    if (told != kUnknown64) {
+        if (told < readTick)
+            fall = added + 1;
+        else if (told >> 8 != readTick >> 8 && !isDefinition(*packet))
+            ++rises;
+        readTick = told;
+    }
+    ahead.push_back({std::move(packet), told, unpaged.lastOffset(), rises});
+    ++added;
+}
+
+void Merged::Source::pop() {
+    ahead.pop_front();
+    ++taken;
+}
+
+bool Merged::Source::isInOrder() {
+    const auto isSeen = [this] { return ahead.back().rises - ahead.front().rises >= kWitnesses; };
+    while (!isSeen() && batch == 0 && size() < kFewAhead && at(size())) {
+    }
+    // What rises behind the next packet are witnesses for it.
+    return isSeen() && fall <= taken + 1;
 }
 
 std::size_t Merged::Source::relatives() {
@@ -166,7 +204,7 @@ void Merged::Source::forget(Ahead& packet) {
 bool Merged::Source::prepare() {
     const Ahead* next = at(0);
     while (next && next->isBorder()) {
-        ahead.pop_front();
+        pop();
         hasTick = false;
         next = at(0);
     }
@@ -176,7 +214,7 @@ bool Merged::Source::prepare() {
         return true;
     if (hasTick && next->tick < tick && isDefinition(*next->packet)) { // an old tick means nothing there
         forget(ahead.front());
-    } else if (!hasTick || (next->tick > tick && next->tick >> 8 != tick >> 8)) {
+    } else if ((!hasTick || (next->tick > tick && next->tick >> 8 != tick >> 8)) && !isInOrder()) {
         const std::size_t count = relatives();
         if (count < mostRelative() && isWrong(count)) {
             if (wrong == 0)
@@ -196,7 +234,7 @@ bool Merged::Source::prepare() {
 
 Merged::Source::Ahead Merged::Source::take() {
     Ahead packet = std::move(ahead.front());
-    ahead.pop_front();
+    pop();
     return packet;
 }
 
