@@ -26,6 +26,8 @@ namespace {
 /// Deeper nesting is counted, but it is not remembered what is entered there.
 constexpr std::size_t kDeepest = 4096;
 constexpr unsigned kLongestValue = CSignalMask::kMaxBits + 16;
+/// What a line with a time takes.
+constexpr unsigned kTimeRoom = 2 + kMostDigits;
 
 enum class Type : std::uint8_t { Bit, Vector, Integer, Real, Event };
 constexpr const char* kTypes[] = {"wire", "reg", "integer", "real", "event"};
@@ -147,7 +149,7 @@ public:
     explicit Model(CVCDWriter& writer) : m_writer(writer) {}
 
     bool show(const CPacket& packet, std::uint64_t time) {
-        m_time = time;
+        setTime(time);
         const bool isShown = visitKind(
             packet, [this](const auto& kind) requires requires { this->take(kind); } { take(kind); });
         const CCoreContext* place = isShown ? nullptr : placeOf(packet);
@@ -157,7 +159,7 @@ public:
     }
 
     void end(std::uint64_t time) {
-        m_time = time;
+        setTime(time);
         m_writer.bodyEnds(changeAt(0));
     }
 
@@ -287,10 +289,17 @@ private:
 
     /// The packet tells that its thread runs on its core.
     struct Place {
-        Core& core;
-        Thread& thread;
+        std::uint32_t coreNumber;
+        std::uint32_t threadNumber;
+        Core* core; ///< null: nowhere yet
+        Thread* thread;
     };
-    Place runs(const CCoreContext& context);
+    const Place& runs(const CCoreContext& context) {
+        if (!m_place.core || m_place.coreNumber != context.HWCtx() || m_place.threadNumber != context.SWCtx())
+            goTo(context.HWCtx(), context.SWCtx());
+        return m_place;
+    }
+    void goTo(std::uint32_t coreNumber, std::uint32_t threadNumber);
     Thread& thread(std::uint32_t number);
     Core& core(std::uint32_t number);
     /// A variable of a core that is there once something has been entered.
@@ -310,8 +319,16 @@ private:
         return code;
     }
 
+    void setTime(std::uint64_t time) {
+        m_isTimeTold = m_isTimeTold && time == m_time;
+        m_time = time;
+    }
     /// Where a change of the time that is shown is put: room for a value of that many characters, and a code.
-    char* changeAt(std::size_t longestValue);
+    char* changeAt(std::size_t longestValue) {
+        char* const to = m_writer.bodyRoom(kTimeRoom + longestValue + Code::kRoom);
+        return m_isTimeTold ? to : putTime(to);
+    }
+    char* putTime(char* to);
     // Each writes a change of a variable.
     void changeBit(const Code& variable, bool isSet);
     void changeNumber(const Code& variable, std::uint64_t number);
@@ -320,8 +337,11 @@ private:
     void change(const Code& variable, const IVCDValue& value);
 
     CVCDWriter& m_writer;
-    std::uint64_t m_time = 0;            ///< of the packet that is shown
-    std::optional<std::uint64_t> m_told; ///< the last time in the body
+    std::uint64_t m_time = 0;      ///< of the packet that is shown
+    bool m_isTimeTold = false;     ///< it stands in the body
+    std::uint64_t m_frequency = 0; ///< of the clock, when the next one was found
+    std::uint64_t m_unitsPerSecond = unitOf(0).first;
+    Place m_place = {}; ///< where the last packet was that tells it
     CVCDIdentifier m_identifiers;
     std::map<Declaration, Code> m_variables;
     Directory<VariableKey, Code> m_known; ///< those that are looked up often
@@ -347,14 +367,15 @@ Code CVCDWriter::Model::declare(Declaration&& declaration) {
     return at->second = Code(id);
 }
 
-char* CVCDWriter::Model::changeAt(std::size_t longestValue) {
-    char* to = m_writer.bodyRoom(2 + kMostDigits + longestValue + Code::kRoom);
-    if (m_told != m_time) {
-        m_told = m_time;
-        *to++ = '#';
-        to = m_writer.putTime(to, m_time, unitOf(m_writer.frequency()).first);
-        *to++ = '\n';
+char* CVCDWriter::Model::putTime(char* to) {
+    if (m_frequency != m_writer.frequency()) {
+        m_frequency = m_writer.frequency();
+        m_unitsPerSecond = unitOf(m_frequency).first;
     }
+    m_isTimeTold = true;
+    *to++ = '#';
+    to = m_writer.putTime(to, m_time, m_unitsPerSecond);
+    *to++ = '\n';
     return to;
 }
 
@@ -428,8 +449,7 @@ CVCDWriter::Model::Core& CVCDWriter::Model::core(std::uint32_t number) {
     });
 }
 
-CVCDWriter::Model::Place CVCDWriter::Model::runs(const CCoreContext& context) {
-    const std::uint32_t coreNumber = context.HWCtx(), threadNumber = context.SWCtx();
+void CVCDWriter::Model::goTo(std::uint32_t coreNumber, std::uint32_t threadNumber) {
     Core& where = core(coreNumber);
     Thread& what = thread(threadNumber);
     if (where.thread != threadNumber) {
@@ -440,7 +460,7 @@ CVCDWriter::Model::Place CVCDWriter::Model::runs(const CCoreContext& context) {
         what.core = coreNumber;
         changeNumber(what.coreVariable, coreNumber);
     }
-    return {where, what};
+    m_place = {coreNumber, threadNumber, &where, &what};
 }
 
 template <class Bit> void CVCDWriter::Model::enter(Stack& stack, std::uint32_t id, Bit bit) {
@@ -479,7 +499,7 @@ void CVCDWriter::Model::leave(Stack& stack, std::uint32_t id) {
 }
 
 void CVCDWriter::Model::showFunction(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    Stack& stack = runs(context).thread.functions;
+    Stack& stack = runs(context).thread->functions;
     const std::uint32_t number = m_writer.numberOf(TextSort::Function, id);
     if (!isEntered)
         return leave(stack, number);
@@ -496,7 +516,7 @@ void CVCDWriter::Model::showFunction(const CCoreContext& context, std::uint32_t 
 }
 
 void CVCDWriter::Model::showProcess(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    Stack& stack = runs(context).core.processes;
+    Stack& stack = runs(context).core->processes;
     const std::uint32_t number = m_writer.numberOf(TextSort::Process, id);
     if (stack.current.isNone()) {
         stack.current = declareOn(context.HWCtx(), Type::Vector, "process", Meaning::Process);
@@ -517,7 +537,7 @@ void CVCDWriter::Model::showProcess(const CCoreContext& context, std::uint32_t i
 }
 
 void CVCDWriter::Model::showException(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    Stack& stack = runs(context).core.exceptions;
+    Stack& stack = runs(context).core->exceptions;
     if (stack.current.isNone()) {
         stack.current = declareOn(context.HWCtx(), Type::Vector, "exception", Meaning::Exception);
         stack.depth = declareOn(context.HWCtx(), Type::Integer, "exception_depth", Meaning::Depth);

@@ -77,22 +77,25 @@ void CViewerWriter::clear() {
 bool CViewerWriter::put(CPacket* packet) {
     if (!packet || m_finished)
         return false;
-    m_contexts.note(*packet);
-    if (sortOfRelative(packet->TraceCode()) == ContextSort::None)
+    const KindFacts& facts = factsOf(packet->TraceCode());
+    if (facts.sync != ContextSort::None)
+        m_contexts.note(*packet);
+    if (!facts.isRelative)
         return showAbsolute(*packet);
     const std::unique_ptr<CPacket> absolute(m_contexts.absolute(*packet));
     return absolute && showAbsolute(*absolute);
 }
 
 bool CViewerWriter::showAbsolute(CPacket& packet) {
-    if (!m_names.note(packet, m_process) && showsNames(factsOf(packet.TraceCode()).text))
+    const tagTCode code = packet.TraceCode();
+    const KindFacts& facts = factsOf(code);
+    if (facts.role == Role::Definition && !m_names.note(packet, m_process) && showsNames(facts.text))
         lose("names given anew, of which one is shown");
     if (frequency() == 0)
-        m_inTicks = m_bodySize;
-    if (!m_clock.note(packet))
+        m_inTicks = bodySize();
+    if (code == Timestamp && !m_clock.note(packet))
         lose("changes of the clock's frequency");
-    const std::uint64_t time = timeOf(packet);
-    const tagTCode code = packet.TraceCode();
+    const std::uint64_t time = timeOf(absoluteTickOf(packet));
     if (code == TraceDisabled)
         return finish();
     if (!show(packet, time) && isLost(packet)) {
@@ -122,8 +125,7 @@ const CCoreContext* CViewerWriter::placeOf(const CPacket& packet) {
     return tells ? contextOf<CCoreContext>(packet) : nullptr;
 }
 
-std::uint64_t CViewerWriter::timeOf(const CPacket& packet) {
-    const std::uint64_t tick = m_contexts.tickOf(packet);
+std::uint64_t CViewerWriter::timeOf(std::uint64_t tick) {
     if (tick == kUnknown64)
         return m_time;
     if (m_start == kUnknown64)
@@ -153,19 +155,22 @@ void CViewerWriter::flush() {
 bool CViewerWriter::finish() {
     m_finished = true;
     end(m_time);
-    m_failed = m_failed || !m_body.write(m_buffer.data(), m_bufferSize) || !writeFile();
+    m_failed = m_failed || !m_body.write(m_buffer.data(), pending()) || !writeFile();
     m_out.flush();
     m_failed = m_failed || !m_out.good();
     return !m_failed;
 }
 
 void CViewerWriter::makeRoom(std::size_t most) {
-    if (!m_body.write(m_buffer.data(), m_bufferSize) && !m_failed) {
+    if (!m_body.write(m_buffer.data(), pending()) && !m_failed) {
         logError("CViewerWriter: Could not write to the temporary file.");
         m_failed = true;
     }
-    m_bufferSize = 0;
+    m_inFile += pending();
+    m_bodyEnd = m_buffer.data();
     m_buffer.resize(std::max({kBufferSize, most, m_buffer.size()}));
+    m_bodyEnd = m_buffer.data();
+    m_bodyLimit = m_bodyEnd + m_buffer.size();
 }
 
 char* CViewerWriter::putTime(char* to, std::uint64_t time, std::uint64_t unitsPerSecond) const {

@@ -40,7 +40,7 @@ public:
     bool put(CPacket* packet) override;
     bool forward(std::list<CPacket*>& packets) override;
     bool forward(CPacket*& packet) override;
-    std::uint64_t out_size() override { return m_bodySize; } ///< bytes of the body so far
+    std::uint64_t out_size() override { return bodySize(); } ///< bytes of the body so far
     /// Writes the file, if that has not been done.
     void flush() override;
 
@@ -72,16 +72,12 @@ protected:
 
     /// Room for the next lines of the body, which has `most` characters; bodyEnds tells how many they are.
     char* bodyRoom(std::size_t most) {
-        if (most > m_buffer.size() - m_bufferSize)
+        if (most > static_cast<std::size_t>(m_bodyLimit - m_bodyEnd))
             makeRoom(most);
-        return m_buffer.data() + m_bufferSize;
+        return m_bodyEnd;
     }
     /// The body goes on behind the lines that have been put into bodyRoom and end there.
-    void bodyEnds(const char* end) {
-        const auto size = static_cast<std::size_t>(end - m_buffer.data()) - m_bufferSize;
-        m_bufferSize += size;
-        m_bodySize += size;
-    }
+    void bodyEnds(char* end) { m_bodyEnd = end; }
     /// Puts a time, which is told in ticks, into bodyRoom: at the start of a line, or behind the mark that copyBody is
     /// told. At most 20 characters, which may change also behind the end of
     /// the text, which is returned.
@@ -114,8 +110,12 @@ protected:
 
 private:
     bool showAbsolute(CPacket& packet);
+    /// Bytes of the body that are not yet in the file.
+    std::size_t pending() const { return static_cast<std::size_t>(m_bodyEnd - m_buffer.data()); }
+    std::uint64_t bodySize() const { return m_inFile + pending(); }
     void makeRoom(std::size_t most);
-    std::uint64_t timeOf(const CPacket& packet);
+    /// The time that a tick stands for, and the next unknown ones.
+    std::uint64_t timeOf(std::uint64_t tick);
     bool showsNames(TextSort sort) const;
     /// Whether the trace is poorer without the packet.
     bool isLost(const CPacket& packet) const;
@@ -124,10 +124,11 @@ private:
 
     std::ostream& m_out;
     platform::TemporaryFile m_body;
-    std::uint64_t m_bodySize = 0;
-    std::uint64_t m_inTicks = 0;  ///< how much of the body has its times in ticks
-    std::vector<char> m_buffer;   ///< of the body, not yet in the file
-    std::size_t m_bufferSize = 0; ///< how much it holds
+    std::uint64_t m_inTicks = 0; ///< how much of the body has its times in ticks
+    std::uint64_t m_inFile = 0;  ///< how much has been handed to the temporary file
+    std::vector<char> m_buffer;  ///< the rest,
+    char* m_bodyEnd = nullptr;   ///< which ends there,
+    char* m_bodyLimit = nullptr; ///< and the end of its room
     CTraceNames m_names;
     unsigned m_process = 0;
     std::vector<TextSort> m_shown; ///< the sorts of names
