@@ -1,14 +1,14 @@
 #include "quorvex/analysis/Merged.h"
 
-#include "quorvex/analysis/Unpaged.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
-#include "quorvex/stream/TraceDecompressor.h"
+#include "quorvex/stream/Contexts.h"
 
 #include <algorithm>
 #include <deque>
 #include <exception>
 #include <functional>
+#include <new>
 
 namespace Quorvex {
 
@@ -58,8 +58,7 @@ bool isDefinition(const CPacket& packet) {
 } // namespace
 
 struct Merged::Source {
-    explicit Source(std::unique_ptr<TraceFile> trace)
-        : input(std::move(trace)), unpaged(*input), decompressor(unpaged, true, true) {}
+    explicit Source(std::unique_ptr<TraceFile> trace) : input(std::move(trace)) {}
 
     /// A packet, or null where a frame begins or ends.
     struct Ahead {
@@ -90,11 +89,9 @@ struct Merged::Source {
     void forget(Ahead& packet);
     /// Makes the next packet ready; false at the end of the trace.
     bool prepare();
-    Ahead take();
 
     std::unique_ptr<TraceFile> input;
-    Unpaged unpaged;
-    CTraceDecompressor decompressor;
+    CContexts contexts;
     std::deque<Ahead> ahead;
     std::uint64_t added = 0;    ///< packets that have come into `ahead`,
     std::uint64_t taken = 0;    ///< and that have left it
@@ -123,11 +120,20 @@ Merged::Source::Ahead* Merged::Source::at(std::size_t index) {
 
 void Merged::Source::read(std::size_t most) try {
     while (size() < most) {
-        PacketPointer packet = unpaged.through(decompressor);
+        PacketPointer packet = input->next();
         isEnded = !packet;
         if (isEnded)
             return;
         const tagTCode code = packet->TraceCode();
+        const KindFacts& facts = factsOf(code);
+        if (facts.sync != ContextSort::None)
+            contexts.note(*packet);
+        if (facts.sync != ContextSort::None || code == Fill)
+            continue;
+        if (facts.isRelative)
+            packet.reset(contexts.absolute(*packet));
+        if (!packet)
+            throw std::bad_alloc();
         if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace)
             packet.reset();
         push(std::move(packet));
@@ -146,7 +152,7 @@ void Merged::Source::push(PacketPointer packet) {
             ++rises;
         readTick = told;
     }
-    ahead.push_back({std::move(packet), told, unpaged.lastOffset(), rises});
+    ahead.push_back({std::move(packet), told, input->offset(), rises});
     ++added;
 }
 
@@ -156,9 +162,9 @@ void Merged::Source::pop() {
 }
 
 bool Merged::Source::isInOrder() {
-    const auto isSeen = [this] { return ahead.back().rises - ahead.front().rises >= kWitnesses; };
-    while (!isSeen() && batch == 0 && size() < kFewAhead && at(size())) {
-    }
+    const auto isSeen = [this] { return rises - ahead.front().rises >= kWitnesses; };
+    while (!isSeen() && size() < kFewAhead && !isEnded && batch == 0)
+        read(size() + 1);
     // What rises behind the next packet are witnesses for it.
     return isSeen() && fall <= taken + 1;
 }
@@ -232,12 +238,6 @@ bool Merged::Source::prepare() {
     return true;
 }
 
-Merged::Source::Ahead Merged::Source::take() {
-    Ahead packet = std::move(ahead.front());
-    pop();
-    return packet;
-}
-
 Merged::Merged() = default;
 
 Merged::~Merged() = default;
@@ -255,32 +255,42 @@ void Merged::begin() {
             source.batch = std::max(kLeastAhead, kMostAhead / m_sources.size());
             source.input->readAtATime(kPortion);
         }
-        advance(index);
+        if (source.prepare())
+            enqueue({source.tick, index});
     }
 }
 
-void Merged::advance(std::size_t index) {
-    Source& source = *m_sources[index];
-    if (source.prepare()) {
-        m_turns.emplace_back(source.tick, index);
-        std::ranges::push_heap(m_turns, std::ranges::greater());
-    }
+void Merged::enqueue(Turn turn) {
+    m_turns.push_back(turn);
+    std::ranges::push_heap(m_turns, std::ranges::greater());
 }
 
 PacketPointer Merged::next() {
     // The file of the last packet goes on only now: what cannot be read any more does not cost that packet. Nor does it
     // cost those of other files: whoever asks again gets them.
     begin();
-    if (m_file != kNone)
-        advance(std::exchange(m_file, kNone));
+    const std::size_t last = std::exchange(m_file, kNone);
+    if (last != kNone && m_sources[last]->prepare()) {
+        const Turn turn(m_sources[last]->tick, last);
+        if (m_turns.empty() || turn < m_turns.front())
+            return take(last);
+        enqueue(turn);
+    }
     if (m_turns.empty())
         return nullptr;
     std::ranges::pop_heap(m_turns, std::ranges::greater());
-    m_file = m_turns.back().second;
+    const std::size_t first = m_turns.back().second;
     m_turns.pop_back();
-    Source::Ahead packet = m_sources[m_file]->take();
-    m_offset = packet.offset;
-    return std::move(packet.packet);
+    return take(first);
+}
+
+PacketPointer Merged::take(std::size_t index) {
+    Source& source = *m_sources[index];
+    PacketPointer packet = std::move(source.ahead.front().packet);
+    m_offset = source.ahead.front().offset;
+    source.pop();
+    m_file = index;
+    return packet;
 }
 
 const TraceFile& Merged::trace(std::size_t file) const {

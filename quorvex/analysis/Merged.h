@@ -54,14 +54,15 @@ private:
 
     /// Makes the first packets ready that have not been asked for.
     void begin();
-    /// Makes the source's next packet ready, if it has one.
-    void advance(std::size_t index);
+    /// The source's next packet, which is ready.
+    PacketPointer take(std::size_t index);
 
     std::vector<std::unique_ptr<Source>> m_sources;
     /// The sources that have a packet, by its tick, then in the order of the files.
     using Turn = std::pair<std::uint64_t, std::size_t>;
     std::vector<Turn> m_turns; ///< a heap, the next one first
-    std::size_t m_begun = 0;   ///< sources whose first packet has been asked for
+    void enqueue(Turn turn);
+    std::size_t m_begun = 0; ///< sources whose first packet has been asked for
     static constexpr std::size_t kNone = ~std::size_t{0};
     std::size_t m_file = kNone;
     std::uint64_t m_offset = 0;

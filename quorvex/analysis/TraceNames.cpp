@@ -176,10 +176,8 @@ std::uint64_t CTraceNames::newNumber(Key key) {
     return number;
 }
 
-std::uint64_t CTraceNames::numberOf(TextSort sort, std::uint64_t id, unsigned process) {
+std::uint64_t CTraceNames::ownNumberOf(TextSort sort, std::uint64_t id, unsigned process) {
     const Key key = keyOf(sort, id, process);
-    if (m_ids.empty())
-        return key.second;
     const auto own = m_numbers.find({process, sort, key.second});
     if (own != m_numbers.end())
         return own->second;

@@ -67,7 +67,9 @@ public:
     /// process has the old one, and its number has the new one now.
     bool note(const CPacket& packet, unsigned process = 0);
     /// The number of what a process calls by that identifier: nearly always the identifier itself.
-    std::uint64_t numberOf(TextSort sort, std::uint64_t id, unsigned process = 0);
+    std::uint64_t numberOf(TextSort sort, std::uint64_t id, unsigned process = 0) {
+        return m_ids.empty() ? id : ownNumberOf(sort, id, process);
+    }
     /// The identifier behind a number.
     std::uint64_t idOf(TextSort sort, std::uint64_t number) const;
     /// The name of a number; empty when none was given.
@@ -87,6 +89,7 @@ private:
     /// The identifier with the number of its state machine, if it is of one.
     Key keyOf(TextSort sort, std::uint64_t id, unsigned process);
     std::uint64_t newNumber(Key key);
+    std::uint64_t ownNumberOf(TextSort sort, std::uint64_t id, unsigned process);
     /// Whether two processes are one as far as their names tell.
     bool isOfSame(unsigned one, unsigned other) const;
 

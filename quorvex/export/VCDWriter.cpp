@@ -330,8 +330,23 @@ private:
     }
     char* putTime(char* to);
     // Each writes a change of a variable.
-    void changeBit(const Code& variable, bool isSet);
-    void changeNumber(const Code& variable, std::uint64_t number);
+    void changeBit(const Code& variable, bool isSet) {
+        if (variable.isNone())
+            return;
+        char* to = changeAt(1);
+        *to++ = isSet ? '1' : '0';
+        m_writer.bodyEnds(variable.put(to));
+    }
+    void changeNumber(const Code& variable, std::uint64_t number) {
+        if (variable.isNone())
+            return;
+        char* to = changeAt(2 + 64);
+        *to++ = 'b';
+        // Zeros in front may be left out.
+        to = putBinary(to, number, static_cast<unsigned>(std::bit_width(number | 1)));
+        *to++ = ' ';
+        m_writer.bodyEnds(variable.put(to));
+    }
     void changeToUnknown(const Code& variable);
     void changeBits(const Code& variable, const unsigned char* bytes, unsigned count);
     void change(const Code& variable, const IVCDValue& value);
@@ -377,25 +392,6 @@ char* CVCDWriter::Model::putTime(char* to) {
     to = m_writer.putTime(to, m_time, m_unitsPerSecond);
     *to++ = '\n';
     return to;
-}
-
-void CVCDWriter::Model::changeBit(const Code& variable, bool isSet) {
-    if (variable.isNone())
-        return;
-    char* to = changeAt(1);
-    *to++ = isSet ? '1' : '0';
-    m_writer.bodyEnds(variable.put(to));
-}
-
-void CVCDWriter::Model::changeNumber(const Code& variable, std::uint64_t number) {
-    if (variable.isNone())
-        return;
-    char* to = changeAt(2 + 64);
-    *to++ = 'b';
-    // Zeros in front may be left out.
-    to = putBinary(to, number, std::max(1U, static_cast<unsigned>(std::bit_width(number))));
-    *to++ = ' ';
-    m_writer.bodyEnds(variable.put(to));
 }
 
 void CVCDWriter::Model::changeToUnknown(const Code& variable) {

@@ -2,7 +2,6 @@
 
 #include "quorvex/export/ForwardAll.h"
 #include "quorvex/factory/PacketFactory.h"
-#include "quorvex/format/Digits.h"
 #include "quorvex/format/MessageQueue.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
@@ -59,10 +58,6 @@ CViewerWriter::~CViewerWriter() = default;
 
 std::uint64_t CViewerWriter::unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) const {
     return TimeBase::unitsOf(ticks, frequency(), unitsPerSecond, kLongest);
-}
-
-std::uint32_t CViewerWriter::numberOf(TextSort sort, std::uint32_t id) {
-    return static_cast<std::uint32_t>(m_names.numberOf(sort, id, m_process));
 }
 
 std::uint64_t CViewerWriter::numberOf(TextSort sort, std::uint32_t machine, std::uint32_t id) {
@@ -171,10 +166,6 @@ void CViewerWriter::makeRoom(std::size_t most) {
     m_buffer.resize(std::max({kBufferSize, most, m_buffer.size()}));
     m_bodyEnd = m_buffer.data();
     m_bodyLimit = m_bodyEnd + m_buffer.size();
-}
-
-char* CViewerWriter::putTime(char* to, std::uint64_t time, std::uint64_t unitsPerSecond) const {
-    return putDecimal(to, unitsOf(time, unitsPerSecond));
 }
 
 bool CViewerWriter::copyBody(char mark, std::uint64_t unitsPerSecond) {

@@ -2,6 +2,7 @@
 
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/analysis/TraceNames.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/platform/TemporaryFile.h"
 #include "quorvex/stream/Contexts.h"
@@ -81,7 +82,9 @@ protected:
     /// Puts a time, which is told in ticks, into bodyRoom: at the start of a line, or behind the mark that copyBody is
     /// told. At most 20 characters, which may change also behind the end of
     /// the text, which is returned.
-    char* putTime(char* to, std::uint64_t time, std::uint64_t unitsPerSecond) const;
+    char* putTime(char* to, std::uint64_t time, std::uint64_t unitsPerSecond) const {
+        return putDecimal(to, frequency() == unitsPerSecond ? time : unitsOf(time, unitsPerSecond));
+    }
     /// Copies the body. Times are in units of the file from the packet on that told the clock. Those before get it now:
     /// in lines that begin with `mark` and a time, or when it is 0, with a time.
     bool copyBody(char mark, std::uint64_t unitsPerSecond);
@@ -100,7 +103,9 @@ protected:
 
     const CTraceNames& names() const { return m_names; } ///< so far
     /// The number by which names() knows what the packet that is shown calls by that identifier.
-    std::uint32_t numberOf(TextSort sort, std::uint32_t id);
+    std::uint32_t numberOf(TextSort sort, std::uint32_t id) {
+        return static_cast<std::uint32_t>(m_names.numberOf(sort, id, m_process));
+    }
     /// The same of what is numbered within a state machine.
     std::uint64_t numberOf(TextSort sort, std::uint32_t machine, std::uint32_t id);
     /// Ticks in a second; 0 when the trace does not tell.
