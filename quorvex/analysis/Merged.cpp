@@ -2,7 +2,6 @@
 
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
-#include "quorvex/stream/Contexts.h"
 
 #include <algorithm>
 #include <deque>
@@ -76,7 +75,7 @@ struct Merged::Source {
     /// Reads packets until there are so many, or the trace ends.
     void read(std::size_t most);
     std::size_t size() const { return static_cast<std::size_t>(added - taken); } ///< of `ahead`, which counts slowly
-    void push(PacketPointer packet);
+    void push(PacketPointer packet, std::uint64_t told);
     void pop();
     /// Whether ticks are seen to go on from the next packet's, which isWrong() then need not look into.
     bool isInOrder();
@@ -91,7 +90,6 @@ struct Merged::Source {
     bool prepare();
 
     std::unique_ptr<TraceFile> input;
-    CContexts contexts;
     std::deque<Ahead> ahead;
     std::uint64_t added = 0;    ///< packets that have come into `ahead`,
     std::uint64_t taken = 0;    ///< and that have left it
@@ -120,31 +118,31 @@ Merged::Source::Ahead* Merged::Source::at(std::size_t index) {
 
 void Merged::Source::read(std::size_t most) try {
     while (size() < most) {
-        PacketPointer packet = input->next();
-        isEnded = !packet;
+        isEnded = !input->advance();
         if (isEnded)
             return;
-        const tagTCode code = packet->TraceCode();
+        const CTraceCursor& at = input->cursor();
+        const tagTCode code = at.TraceCode();
         const KindFacts& facts = factsOf(code);
-        if (facts.sync != ContextSort::None)
-            contexts.note(*packet);
         if (facts.sync != ContextSort::None || code == Fill)
             continue;
+        if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace) {
+            push(nullptr, kUnknown64);
+            continue;
+        }
+        PacketPointer packet(at.packet());
         if (facts.isRelative)
-            packet.reset(contexts.absolute(*packet));
+            packet.reset(at.contexts().absolute(*packet));
         if (!packet)
             throw std::bad_alloc();
-        if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace)
-            packet.reset();
-        push(std::move(packet));
+        push(std::move(packet), at.tick());
     }
 } catch (const std::exception&) {
     isEnded = true;
     error = std::current_exception();
 }
 
-void Merged::Source::push(PacketPointer packet) {
-    const std::uint64_t told = packet ? absoluteTickOf(*packet) : kUnknown64;
+void Merged::Source::push(PacketPointer packet, std::uint64_t told) {
     if (told != kUnknown64) {
         if (told < readTick)
             fall = added + 1;
@@ -208,11 +206,12 @@ void Merged::Source::forget(Ahead& packet) {
 }
 
 bool Merged::Source::prepare() {
-    const Ahead* next = at(0);
+    const auto first = [this] { return ahead.empty() ? at(0) : &ahead.front(); };
+    const Ahead* next = first();
     while (next && next->isBorder()) {
         pop();
         hasTick = false;
-        next = at(0);
+        next = first();
     }
     if (!next)
         return false;
@@ -268,7 +267,8 @@ void Merged::enqueue(Turn turn) {
 PacketPointer Merged::next() {
     // The file of the last packet goes on only now: what cannot be read any more does not cost that packet. Nor does it
     // cost those of other files: whoever asks again gets them.
-    begin();
+    if (m_begun < m_sources.size())
+        begin();
     const std::size_t last = std::exchange(m_file, kNone);
     if (last != kNone && m_sources[last]->prepare()) {
         const Turn turn(m_sources[last]->tick, last);

@@ -82,10 +82,6 @@ bool hasTracePage(std::istream& file) {
 
 } // namespace
 
-void ReleasePacket::operator()(CPacket* packet) const {
-    CPacketFactory::releaseCPacket(&packet);
-}
-
 /// An open file, or a stream in its place.
 class TraceFile::Input {
 public:

@@ -14,8 +14,8 @@
 namespace Quorvex {
 
 /// Gives packets back to the packet factory.
-struct QUORVEX_API ReleasePacket {
-    void operator()(CPacket* packet) const;
+struct ReleasePacket {
+    void operator()(CPacket* packet) const { delete packet; }
 };
 /// A packet that is owned.
 using PacketPointer = std::unique_ptr<CPacket, ReleasePacket>;

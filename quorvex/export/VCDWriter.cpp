@@ -26,7 +26,8 @@ namespace {
 /// Deeper nesting is counted, but it is not remembered what is entered there.
 constexpr std::size_t kDeepest = 4096;
 constexpr unsigned kLongestValue = CSignalMask::kMaxBits + 16;
-/// What a line with a time takes.
+/// What a change to a number takes beside the code, at most, and a line with a time.
+constexpr unsigned kNumberRoom = 2 + 64;
 constexpr unsigned kTimeRoom = 2 + kMostDigits;
 
 enum class Type : std::uint8_t { Bit, Vector, Integer, Real, Event };
@@ -75,6 +76,39 @@ public:
 
 private:
     char m_text[kRoom] = {};
+    unsigned m_size = 0;
+};
+
+/// Puts a change of a variable, which there is. It takes kNumberRoom characters beside those of the code.
+char* putNumber(char* to, const Code& variable, std::uint64_t number) {
+    *to++ = 'b';
+    // Zeros in front may be left out.
+    to = putBinary(to, number, static_cast<unsigned>(std::bit_width(number | 1)));
+    *to++ = ' ';
+    return variable.put(to);
+}
+
+/// The change of a variable to a number of 32 bits, for those that come again and again.
+class NumberLine {
+public:
+    static constexpr std::size_t kRoom = 2 + 32 + Code::kRoom;
+
+    NumberLine() = default;
+    NumberLine(const Code& variable, std::uint32_t number) {
+        if (!variable.isNone())
+            m_size = static_cast<unsigned>(putNumber(m_text, variable, number) - m_text);
+    }
+
+    /// There is no such variable.
+    bool isNone() const { return m_size == 0; }
+    /// The end of the text; kRoom characters are overwritten.
+    char* put(char* to) const {
+        std::memcpy(to, m_text, kRoom);
+        return to + m_size;
+    }
+
+private:
+    char m_text[kRoom + 8] = {};
     unsigned m_size = 0;
 };
 
@@ -170,6 +204,7 @@ public:
 private:
     struct Entered {
         std::uint32_t id = 0;
+        NumberLine current = {}; ///< that it is the innermost
         Code variable = {};
         unsigned count = 0;
     };
@@ -340,12 +375,11 @@ private:
     void changeNumber(const Code& variable, std::uint64_t number) {
         if (variable.isNone())
             return;
-        char* to = changeAt(2 + 64);
-        *to++ = 'b';
-        // Zeros in front may be left out.
-        to = putBinary(to, number, static_cast<unsigned>(std::bit_width(number | 1)));
-        *to++ = ' ';
-        m_writer.bodyEnds(variable.put(to));
+        m_writer.bodyEnds(putNumber(changeAt(kNumberRoom), variable, number));
+    }
+    void change(const NumberLine& line) {
+        if (!line.isNone())
+            m_writer.bodyEnds(line.put(changeAt(NumberLine::kRoom)));
     }
     void changeToUnknown(const Code& variable);
     void changeBits(const Code& variable, const unsigned char* bytes, unsigned count);
@@ -460,14 +494,16 @@ void CVCDWriter::Model::goTo(std::uint32_t coreNumber, std::uint32_t threadNumbe
 }
 
 template <class Bit> void CVCDWriter::Model::enter(Stack& stack, std::uint32_t id, Bit bit) {
-    const auto find = [&] { return &stack.bits.findOrMake(id, [id] { return Entered{.id = id}; }); };
+    const auto find = [&] {
+        return &stack.bits.findOrMake(id, [&] { return Entered{.id = id, .current = NumberLine(stack.current, id)}; });
+    };
     if (stack.entered.enter(find)) {
         Entered& entered = *stack.entered.back();
         if (entered.variable.isNone())
             entered.variable = bit();
         if (entered.count++ == 0)
             changeBit(entered.variable, true);
-        changeNumber(stack.current, id);
+        change(entered.current);
     } else {
         m_writer.lose("nesting deeper than 4096, shown by its depth only");
     }
@@ -490,7 +526,7 @@ void CVCDWriter::Model::leave(Stack& stack, std::uint32_t id) {
     if (*left > 0 && stack.entered.empty())
         changeToUnknown(stack.current);
     else if (*left > 0)
-        changeNumber(stack.current, stack.entered.back()->id);
+        change(stack.entered.back()->current);
     changeNumber(stack.depth, stack.entered.depth());
 }
 

@@ -126,11 +126,22 @@ Target::Buffer::int_type Target::Buffer::overflow(int_type c) {
 
 int Target::Buffer::sync() {
     const auto count = static_cast<std::size_t>(pptr() - pbase());
-    if (m_error == 0 && !m_file.write(pbase(), count))
+    setp(m_bytes, m_bytes + sizeof m_bytes);
+    return write(m_bytes, count) ? 0 : -1;
+}
+
+std::streamsize Target::Buffer::xsputn(const char* text, std::streamsize size) {
+    // What fills the buffer by itself need not go through it.
+    if (size < static_cast<std::streamsize>(sizeof m_bytes))
+        return std::streambuf::xsputn(text, size);
+    return sync() == 0 && write(text, static_cast<std::size_t>(size)) ? size : 0;
+}
+
+bool Target::Buffer::write(const char* bytes, std::size_t count) {
+    if (m_error == 0 && !m_file.write(bytes, count))
         m_error = m_file.error();
     m_position += count;
-    setp(m_bytes, m_bytes + sizeof m_bytes);
-    return m_error == 0 ? 0 : -1;
+    return m_error == 0;
 }
 
 Target::Buffer::pos_type Target::Buffer::seekoff(off_type offset, std::ios::seekdir direction, std::ios::openmode) {

@@ -61,11 +61,14 @@ private:
 
     protected:
         int_type overflow(int_type c) override;
+        std::streamsize xsputn(const char* text, std::streamsize size) override;
         int sync() override;
         pos_type seekoff(off_type offset, std::ios::seekdir direction, std::ios::openmode) override;
         pos_type seekpos(pos_type position, std::ios::openmode) override;
 
     private:
+        bool write(const char* bytes, std::size_t count);
+
         Quorvex::platform::OutputFile& m_file;
         bool m_canSeek = false;
         int m_error = 0; ///< of the first write that failed
