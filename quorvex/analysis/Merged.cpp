@@ -286,10 +286,12 @@ PacketPointer Merged::next() {
 
 PacketPointer Merged::take(std::size_t index) {
     Source& source = *m_sources[index];
-    PacketPointer packet = std::move(source.ahead.front().packet);
-    m_offset = source.ahead.front().offset;
-    source.pop();
+    Source::Ahead& first = source.ahead.front();
+    PacketPointer packet = std::move(first.packet);
+    m_offset = first.offset;
+    m_tick = first.tick;
     m_file = index;
+    source.pop();
     return packet;
 }
 

@@ -42,6 +42,8 @@ public:
     std::size_t file() const { return m_file; }
     /// Where it begins there.
     std::uint64_t offset() const { return m_offset; }
+    /// Its tick, kUnknown64 where it has none.
+    std::uint64_t tick() const { return m_tick; }
 
     std::size_t size() const { return m_sources.size(); } ///< traces
     /// One of them, for what it knows of itself.
@@ -66,6 +68,7 @@ private:
     static constexpr std::size_t kNone = ~std::size_t{0};
     std::size_t m_file = kNone;
     std::uint64_t m_offset = 0;
+    std::uint64_t m_tick = 0;
 };
 
 } // namespace Quorvex

@@ -76,12 +76,14 @@ bool CViewerWriter::put(CPacket* packet) {
     if (facts.sync != ContextSort::None)
         m_contexts.note(*packet);
     if (!facts.isRelative)
-        return showAbsolute(*packet);
+        return putAbsolute(*packet, absoluteTickOf(*packet));
     const std::unique_ptr<CPacket> absolute(m_contexts.absolute(*packet));
-    return absolute && showAbsolute(*absolute);
+    return absolute && putAbsolute(*absolute, absoluteTickOf(*absolute));
 }
 
-bool CViewerWriter::showAbsolute(CPacket& packet) {
+bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
+    if (m_finished)
+        return false;
     const tagTCode code = packet.TraceCode();
     const KindFacts& facts = factsOf(code);
     if (facts.role == Role::Definition && !m_names.note(packet, m_process) && showsNames(facts.text))
@@ -90,7 +92,7 @@ bool CViewerWriter::showAbsolute(CPacket& packet) {
         m_inTicks = bodySize();
     if (code == Timestamp && !m_clock.note(packet))
         lose("changes of the clock's frequency");
-    const std::uint64_t time = timeOf(absoluteTickOf(packet));
+    const std::uint64_t time = timeOf(tick);
     if (code == TraceDisabled)
         return finish();
     if (!show(packet, time) && isLost(packet)) {

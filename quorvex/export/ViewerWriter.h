@@ -39,6 +39,9 @@ public:
     void clear() override;
     /// False for null, behind the end of the trace, and when the temporary file cannot be written.
     bool put(CPacket* packet) override;
+    /// The same of an absolute packet whose tick is known, kUnknown64 where it has none. Such packets tell relative
+    /// ones nothing.
+    bool putAbsolute(const CPacket& packet, std::uint64_t tick);
     bool forward(std::list<CPacket*>& packets) override;
     bool forward(CPacket*& packet) override;
     std::uint64_t out_size() override { return bodySize(); } ///< bytes of the body so far
@@ -82,8 +85,8 @@ protected:
     /// Puts a time, which is told in ticks, into bodyRoom: at the start of a line, or behind the mark that copyBody is
     /// told. At most 20 characters, which may change also behind the end of
     /// the text, which is returned.
-    char* putTime(char* to, std::uint64_t time, std::uint64_t unitsPerSecond) const {
-        return putDecimal(to, frequency() == unitsPerSecond ? time : unitsOf(time, unitsPerSecond));
+    char* putTime(char* to, std::uint64_t time, std::uint64_t unitsPerSecond) {
+        return m_times.put(to, frequency() == unitsPerSecond ? time : unitsOf(time, unitsPerSecond));
     }
     /// Copies the body. Times are in units of the file from the packet on that told the clock. Those before get it now:
     /// in lines that begin with `mark` and a time, or when it is 0, with a time.
@@ -114,7 +117,6 @@ protected:
     std::uint64_t startTick() const { return m_start; }
 
 private:
-    bool showAbsolute(CPacket& packet);
     /// Bytes of the body that are not yet in the file.
     std::size_t pending() const { return static_cast<std::size_t>(m_bodyEnd - m_buffer.data()); }
     std::uint64_t bodySize() const { return m_inFile + pending(); }
@@ -142,6 +144,7 @@ private:
     std::array<std::uint64_t*, 256> m_lostKinds{}; ///< where in m_losses the packets of a kind are counted
     std::uint64_t m_start = kUnknown64;
     std::uint64_t m_time = 0;
+    DecimalSeries m_times; ///< of the body
     CContexts m_contexts;
     bool m_failed = false;
     bool m_finished = false;

@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -70,13 +71,15 @@ constexpr std::uint64_t decimalDigits(std::uint32_t value) {
     return tens | (pairs - 10 * tens) << 8;
 }
 
+/// What eight decimal digits count to, and as characters of zeros.
+inline constexpr std::uint64_t kEightDigits = 100'000'000;
+inline constexpr std::uint64_t kZeros = 0x3030303030303030;
+
 /// The most characters of a value in decimal.
 inline constexpr unsigned kMostDigits = 20;
 
 /// Puts a value in decimal. The end of the text; behind it, what stands in the kMostDigits characters may change.
 inline char* putDecimal(char* to, std::uint64_t value) {
-    static constexpr std::uint64_t kZeros = 0x3030303030303030;
-    static constexpr std::uint64_t kRest = 100'000'000;
     // In front, without zeros but for a last one.
     const auto putFirst = [&to](std::uint64_t first) {
         const std::uint64_t digits = decimalDigits(static_cast<std::uint32_t>(first));
@@ -88,20 +91,44 @@ inline char* putDecimal(char* to, std::uint64_t value) {
         storeLittleEndian(to, decimalDigits(static_cast<std::uint32_t>(next)) + kZeros);
         to += 8;
     };
-    if (value < kRest) {
+    if (value < kEightDigits) {
         putFirst(value);
         return to;
     }
-    const std::uint64_t above = value / kRest;
-    if (above < kRest) {
+    const std::uint64_t above = value / kEightDigits;
+    if (above < kEightDigits) {
         putFirst(above);
     } else {
-        putFirst(above / kRest);
-        putNext(above % kRest);
+        putFirst(above / kEightDigits);
+        putNext(above % kEightDigits);
     }
-    putNext(value % kRest);
+    putNext(value % kEightDigits);
     return to;
 }
+
+/// Puts values in decimal of which most differ from the one before in their last eight digits only, as times do. What
+/// stands behind a value is then put without waiting for how many digits it has.
+class DecimalSeries {
+public:
+    /// As putDecimal.
+    char* put(char* to, std::uint64_t value) {
+        const std::uint64_t above = value / kEightDigits;
+        if (above == 0)
+            return putDecimal(to, value);
+        if (above != m_above) {
+            m_above = above;
+            m_size = static_cast<unsigned>(putDecimal(m_text, above) - m_text);
+        }
+        std::memcpy(to, m_text, kMostDigits - 8);
+        storeLittleEndian(to + m_size, decimalDigits(static_cast<std::uint32_t>(value % kEightDigits)) + kZeros);
+        return to + m_size + 8;
+    }
+
+private:
+    char m_text[kMostDigits] = {}; ///< what stands above the last eight digits
+    unsigned m_size = 0;           ///< its characters
+    std::uint64_t m_above = 0;     ///< its value
+};
 
 /// The characters of a byte's bits, the highest bit first and lowest.
 constexpr std::uint64_t binaryDigits(std::uint8_t byte) {

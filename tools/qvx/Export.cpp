@@ -64,7 +64,7 @@ ExitCode exportTo(ExportOptions& options) {
     bool good = true;
     while (const PacketPointer packet = good ? merged.next() : nullptr) {
         writer->setProcess(static_cast<unsigned>(merged.file()));
-        good = writer->put(packet.get());
+        good = writer->putAbsolute(*packet, merged.tick());
     }
     if (good)
         writer->flush();
