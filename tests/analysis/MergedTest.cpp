@@ -47,6 +47,8 @@ std::string merge(const TemporaryDirectory& directory, unsigned files, Merged& m
         const std::uint64_t tick = enter.Tick() == kUnknown64 ? last : enter.Tick();
         if (enter.SWCtx() != file || enter.TgtFuncId() != next[file]++)
             return "a packet of another file, or another place in it";
+        if (merged.tick() != enter.Tick())
+            return "another tick";
         if (merged.offset() != std::uint64_t{enter.TgtFuncId()} * packet->StreamSize())
             return "another offset";
         if (tick < last || (tick == last && file < lastFile && enter.Tick() != kUnknown64))

@@ -111,6 +111,43 @@ TEST(ViewerFormats, KeepThingsOfDifferentProcessesApart) {
     }
 }
 
+TEST(ViewerFormats, TellTimesOfAnyLengthByThePacketOrByItsTick) {
+    const std::uint64_t times[] = {0,
+                                   7,
+                                   99'999'999,
+                                   100'000'000,
+                                   100'000'001,
+                                   199'999'999,
+                                   20'000'000'300,
+                                   9'999'999'999'999'999,
+                                   10'000'000'000'000'000,
+                                   10'000'000'012'345'678,
+                                   9'223'372'036'854'775'807};
+    for (const ViewerFormat& format : viewerFormats()) {
+        std::string written[2];
+        for (const bool isTold : {false, true}) {
+            std::ostringstream out;
+            const auto writer = format.make(out, "");
+            CTimestamp clock(0, std::uint64_t{1'000'000'000});
+            EXPECT_TRUE(writer->put(&clock));
+            for (const std::uint64_t time : times) {
+                CFunctionEnter enter(CCoreContext(time, 0, 1, 0), 3);
+                EXPECT_TRUE(isTold ? writer->putAbsolute(enter, time) : writer->put(&enter));
+            }
+            writer->flush();
+            EXPECT_FALSE(writer->putAbsolute(clock, 0)) << "behind the end";
+            written[isTold] = out.str();
+        }
+        EXPECT_EQ(written[0], written[1]) << format.name;
+        for (std::size_t at = 0; const std::uint64_t time : times) {
+            const std::string line =
+                format.name == "vcd" ? "\n#" + std::to_string(time) + "\n" : "\n" + std::to_string(time) + ",";
+            at = written[0].find(line, at);
+            EXPECT_NE(at, std::string::npos) << format.name << ' ' << time;
+        }
+    }
+}
+
 TEST(ViewerFormats, StayFailedWhenAPartOfTheBodyIsLost) {
     // In a process of its own whose files cannot grow for a while: 2 where that cannot be had.
     const auto inChild = [] {
