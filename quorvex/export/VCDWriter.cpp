@@ -431,9 +431,7 @@ char* CVCDWriter::Model::putTime(char* to) {
 void CVCDWriter::Model::changeToUnknown(const Code& variable) {
     if (variable.isNone())
         return;
-    char* const to = changeAt(3);
-    std::memcpy(to, "bX ", 3);
-    m_writer.bodyEnds(variable.put(to + 3));
+    m_writer.bodyEnds(variable.put(std::copy_n("bX ", 3, changeAt(3))));
 }
 
 void CVCDWriter::Model::changeBits(const Code& variable, const unsigned char* bytes, unsigned count) {
