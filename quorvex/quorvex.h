@@ -7,6 +7,7 @@
 #include "quorvex/analysis/Merged.h"
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/analysis/Trace.h"
+#include "quorvex/analysis/TraceCheck.h"
 #include "quorvex/analysis/TraceError.h"
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/analysis/TraceNames.h"

@@ -38,6 +38,7 @@ int run(std::vector<std::string> arguments) {
                     "or the target format cannot show all).");
     addInfo(program);
     addDump(program);
+    addCheck(program);
     addConvert(program);
     addExport(program);
     addKinds(program);

@@ -38,6 +38,7 @@ class Program;
 void addInfo(Program& program);
 void addDump(Program& program);
 void addKinds(Program& program);
+void addCheck(Program& program);
 void addConvert(Program& program);
 void addExport(Program& program);
 

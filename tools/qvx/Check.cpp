@@ -1,0 +1,91 @@
+#include "Arguments.h"
+#include "Json.h"
+#include "Output.h"
+#include "TraceInput.h"
+#include "Verbs.h"
+#include "quorvex/analysis/TraceCheck.h"
+#include "quorvex/stream/PageFormat.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace qvx {
+
+namespace {
+
+using namespace Quorvex;
+
+enum class CheckFormat : std::uint8_t { Text, JSON };
+
+struct CheckOptions {
+    std::vector<std::string> files;
+    CheckFormat format = CheckFormat::Text;
+    std::uint64_t limit = 100;
+    Output output;
+};
+
+void show(std::ostream& out, CheckFormat format, const std::string& file, const Finding& finding) {
+    const std::uint64_t page = finding.offset / kPageSize;
+    const std::string kind = finding.kind == Invalid ? "" : CTCodeInfo::TCodeToName(finding.kind);
+    if (format == CheckFormat::Text) {
+        fmt::print(out, "{}: offset {}, page {}: {}{}{} [{}]\n", shown(file), finding.offset, page, kind,
+                   kind.empty() ? "" : " ", shown(finding.text), nameOf(finding.rule));
+        return;
+    }
+    JsonLine line;
+    line.add("file", file).add("offset", finding.offset).add("page", page);
+    kind.empty() ? line.addUnknown("kind") : line.add("kind", kind);
+    line.add("rule", nameOf(finding.rule)).add("text", finding.text);
+    out << line.text();
+}
+
+/// Checks one file; how many findings there are.
+std::uint64_t checkFile(const CheckOptions& options, const std::string& file, std::ostream& out) {
+    TraceInput input(file);
+    std::uint64_t findings = 0;
+    checkTrace(input, [&](const Finding& finding) {
+        if (++findings <= options.limit)
+            show(out, options.format, input.name(), finding);
+    });
+    if (options.format == CheckFormat::Text) {
+        const std::string left = findings > options.limit ? fmt::format(", {} not shown (--limit tells how many are)",
+                                                                        findings - options.limit)
+                                                          : "";
+        fmt::print(out, "{}: {}\n", shown(input.name()),
+                   findings == 0 ? "whole and legal" : fmt::format("{} finding{}{}", findings, plural(findings), left));
+    }
+    return findings;
+}
+
+ExitCode check(CheckOptions& options) {
+    options.output.check(options.files);
+    std::ostream& out = options.output.target().open();
+    ExitCode exitCode = Done;
+    for (const std::string& file : options.files) {
+        if (checkFile(options, file, out) > 0)
+            exitCode = DoneWithLoss;
+    }
+    options.output.target().commit();
+    return exitCode;
+}
+
+} // namespace
+
+void addCheck(Program& program) {
+    auto options = std::make_shared<CheckOptions>();
+    Verb verb = program.add("check", "Tell whether traces are whole and legal");
+    verb.option("FILES", options->files, "Trace files, each by itself; - for standard input").required();
+    verb.choice("--format", options->format, {{"text", CheckFormat::Text}, {"json", CheckFormat::JSON}},
+                "text (default), json: a finding a line");
+    verb.option("--limit", options->limit, "Show the first N findings of a file (100)");
+    options->output.addOptions(verb);
+    verb.footer("Example: qvx check traces/*.qvx\n"
+                "In brackets stands the rule that a finding is about. Exit code 3 tells that there are any.");
+    verb.runs([options] { return check(*options); });
+}
+
+} // namespace qvx

@@ -1,0 +1,57 @@
+#include "Json.h"
+
+#include "quorvex/format/Characters.h"
+
+#include <fmt/format.h>
+
+namespace qvx {
+
+namespace {
+
+constexpr std::uint64_t kMostExact = std::uint64_t{1} << 53;
+
+std::string quoted(std::string_view text) {
+    std::string result = "\"";
+    while (!text.empty()) {
+        const Quorvex::Character character = Quorvex::firstCharacter(text);
+        const char first = text[0];
+        if (first == '"' || first == '\\')
+            result += {'\\', first};
+        else if (character.size == 1 && !character.printable)
+            result +=
+                static_cast<unsigned char>(first) < 0x80 ? fmt::format("\\u{:04x}", unsigned(first)) : "\xef\xbf\xbd";
+        else
+            result += text.substr(0, character.size);
+        text.remove_prefix(character.size);
+    }
+    return result + '"';
+}
+
+} // namespace
+
+void JsonLine::begin(std::string_view name) {
+    if (m_text.size() > 1)
+        m_text += ", ";
+    m_text += quoted(name);
+    m_text += ": ";
+}
+
+JsonLine& JsonLine::add(std::string_view name, std::uint64_t number) {
+    begin(name);
+    m_text += number <= kMostExact ? fmt::format("{}", number) : fmt::format("\"{}\"", number);
+    return *this;
+}
+
+JsonLine& JsonLine::add(std::string_view name, std::string_view text) {
+    begin(name);
+    m_text += quoted(text);
+    return *this;
+}
+
+JsonLine& JsonLine::addUnknown(std::string_view name) {
+    begin(name);
+    m_text += "null";
+    return *this;
+}
+
+} // namespace qvx

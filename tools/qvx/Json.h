@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qvx {
+
+/// An object of the machine interface, which is a line: {"name": value, ...}. Numbers beyond 2^53, which not all
+/// readers hold exactly, are texts; what is unknown is null. Bytes of a text that are no UTF-8 become U+FFFD.
+class JsonLine {
+public:
+    JsonLine& add(std::string_view name, std::uint64_t number);
+    JsonLine& add(std::string_view name, std::string_view text);
+    JsonLine& addUnknown(std::string_view name);
+
+    /// With the end of the line.
+    std::string text() const { return m_text + "}\n"; }
+
+private:
+    void begin(std::string_view name);
+
+    std::string m_text = "{";
+};
+
+} // namespace qvx
