@@ -68,6 +68,27 @@ Offset		Description 	TCode 	Length 	packet payload
 '
 expect 0 "$parsable" '' "$qvx" dump --parsable --hex-tick --limit 2 trace
 
+expect 3 'trace: offset 82, page 0: RelFunctionEnter is relative to the core context, which no packet has told before [reference]
+trace: 1 finding
+' '' "$qvx" check trace
+expect 3 '{"file": "trace", "offset": 82, "page": 0, "kind": "RelFunctionEnter", "rule": "reference", "text": "is relative to the core context, which no packet has told before"}
+' '' "$qvx" check --format json trace
+head -c 82 trace >whole
+expect 0 'standard input: whole and legal
+' '' "$qvx" check - <whole
+expect 0 '' '' "$qvx" check --format json whole
+head -c 80 trace | expect 3 'standard input: offset 52, page 0: the trace ends within a packet [cut]
+standard input: 1 finding
+' '' "$qvx" check -
+expect 3 'trace: 1 finding, 1 not shown (--limit tells how many are)
+whole: whole and legal
+' '' "$qvx" check --limit 0 trace whole
+echo text >text
+expect 1 'whole: whole and legal
+' 'qvx: text: does not look like a trace
+qvx: none: No such file or directory
+' "$qvx" check text none whole
+
 # What is not known is not listed, and no name does anything to a terminal.
 printf '\t%s\n' $'FunctionDefine\t28\t5\tInvalid\tInvalid\tInvalid\t0x7' $'CharString\t4\t0x319bc266' \
     $'FunctionEnter\t28\t5\t3\tInvalid\tInvalid\t0x7' $'FunctionEnter\t28\t5\tInvalid\t4\tInvalid\t0xffffffff' >unknown.txt

@@ -4,6 +4,7 @@
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TraceCheck.h"
+#include "quorvex/analysis/TraceError.h"
 #include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
@@ -66,8 +67,13 @@ ExitCode check(CheckOptions& options) {
     std::ostream& out = options.output.target().open();
     ExitCode exitCode = Done;
     for (const std::string& file : options.files) {
-        if (checkFile(options, file, out) > 0)
-            exitCode = DoneWithLoss;
+        try {
+            if (checkFile(options, file, out) > 0 && exitCode == Done)
+                exitCode = DoneWithLoss;
+        } catch (const TraceError& error) { // the others can be checked all the same
+            tell(error.what());
+            exitCode = Failed;
+        }
     }
     options.output.target().commit();
     return exitCode;
