@@ -4,6 +4,8 @@
 /// includes their headers, and with them the names of COM.
 
 #include "quorvex/analysis/CallStack.h"
+#include "quorvex/analysis/CallTimes.h"
+#include "quorvex/analysis/Durations.h"
 #include "quorvex/analysis/Merged.h"
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/analysis/Trace.h"

@@ -1,7 +1,7 @@
 #include "quorvex/export/BtfWriter.h"
 
 #include "quorvex/analysis/CallStack.h"
-#include "quorvex/export/Directory.h"
+#include "quorvex/analysis/Directory.h"
 #include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 

@@ -1,7 +1,7 @@
 #include "quorvex/export/VCDWriter.h"
 
 #include "quorvex/analysis/CallStack.h"
-#include "quorvex/export/Directory.h"
+#include "quorvex/analysis/Directory.h"
 #include "quorvex/export/VCDIdentifier.h"
 #include "quorvex/export/VCDValue.h"
 #include "quorvex/format/Digits.h"

@@ -40,6 +40,7 @@ int run(std::vector<std::string> arguments) {
     addDump(program);
     addCheck(program);
     addConvert(program);
+    addStats(program);
     addExport(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");

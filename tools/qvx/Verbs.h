@@ -40,6 +40,7 @@ void addDump(Program& program);
 void addKinds(Program& program);
 void addCheck(Program& program);
 void addConvert(Program& program);
+void addStats(Program& program);
 void addExport(Program& program);
 
 } // namespace qvx

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "quorvex/analysis/Durations.h"
+#include "quorvex/format/Fields.h"
+#include "quorvex/platform/Export.h"
+
+#include <compare>
+#include <cstdint>
+#include <limits>
+#include <map>
+
+namespace Quorvex {
+
+class CTraceNames;
+class TraceFile;
+
+/// What the calls of a function took, in nanoseconds; of traces that do not tell their clock, in ticks. A call lasts
+/// from its enter to its leave; one whose leave is missing ends with the function that it was called by, or with the
+/// last packet of its thread.
+struct FunctionTimes {
+    std::uint64_t calls = 0;      ///< all of them
+    std::uint64_t unfinished = 0; ///< those of them without a leave
+    std::uint64_t total = 0;      ///< in the function and what it called; while it is called by itself, once
+    std::uint64_t self = 0;       ///< in the function and nothing that it called
+    Durations durations;          ///< of the calls that were left, with what they called
+};
+
+/// The times of functions, out of the packets that enter and leave them, in traces of any number of threads and
+/// processes. Used by one thread at a time. Memory does not grow with the traces, but with the functions, and the
+/// threads of one trace; in a thread, calls are told apart to a depth of 65536.
+class QUORVEX_API CallTimes {
+public:
+    /// What is counted: all there is, or what happened from one tick to before another. Of a call that reaches beyond,
+    /// the part within counts, and as a duration what is within.
+    struct Window {
+        std::uint64_t from = 0;
+        std::uint64_t to = std::numeric_limits<std::uint64_t>::max();
+    };
+    /// What times are told for.
+    struct Key {
+        std::uint32_t thread;   ///< 0 where times are not told by thread; all ones: not known
+        std::uint32_t process;  ///< likewise; else the number of the trace
+        std::uint64_t function; ///< its number (CTraceNames::numberOf)
+
+        auto operator<=>(const Key&) const = default;
+    };
+
+    /// With `byThread`, functions are told apart by threads.
+    CallTimes(bool byThread, Window window) : m_byThread(byThread), m_window(window) {}
+    explicit CallTimes(bool byThread = false) : CallTimes(byThread, Window()) {}
+    CallTimes(const CallTimes&) = delete;
+    CallTimes& operator=(const CallTimes&) = delete;
+
+    /// Reads a trace to its end and adds what it tells: the names it gives, as those of a process, to `names`. Ticks
+    /// are taken as they are. Throws what TraceFile throws; what had been read before that is added.
+    void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
+
+    using Times = std::map<Key, FunctionTimes>;
+    const Times& times() const { return m_times; } ///< of what has been read
+
+    std::uint64_t strayLeaves() const { return m_strayLeaves; } ///< leaves of what had not been entered
+    std::uint64_t hiddenCalls() const { return m_hiddenCalls; } ///< calls that were too deep to be told apart
+    std::uint64_t span() const {
+        return m_first < m_last ? m_last - m_first : 0;
+    }                                                             ///< from the first enter to the last leave
+    std::uint64_t withClock() const { return m_withClock; }       ///< traces that tell their clock before their calls
+    std::uint64_t withoutClock() const { return m_withoutClock; } ///< traces that have calls and do not
+    bool clocksDiffer() const { return m_clocksDiffer; } ///< there are clocks of several frequencies in one trace
+
+private:
+    struct Reading;
+
+    bool m_byThread;
+    Window m_window;
+    Times m_times;
+    std::uint64_t m_strayLeaves = 0;
+    std::uint64_t m_hiddenCalls = 0;
+    std::uint64_t m_first = kUnknown64;
+    std::uint64_t m_last = 0;
+    std::uint64_t m_withClock = 0;
+    std::uint64_t m_withoutClock = 0;
+    bool m_clocksDiffer = false;
+};
+
+} // namespace Quorvex

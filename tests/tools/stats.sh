@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Runs qvx stats, and counts once more by other means.
+#
+#     stats.sh QVX WORDCOUNT
+. "$(dirname "$0")/common.sh"
+wordcount=$2
+
+# calls, total and self time of each function, out of the table of a thread's packets.
+count() {
+    "$qvx" dump --parsable "$1" | awk '
+    $1 ~ /^0x/ { kind = $2; tick = $4; id = $8 }
+    kind == "FunctionEnter" { open[++depth] = id; from[depth] = tick; inner[depth] = 0; within[id]++ }
+    kind == "FunctionLeave" {
+        took = tick - from[depth]; calls[id]++; self[id] += took - inner[depth]; inner[depth - 1] += took
+        if (--within[id] == 0) total[id] += took
+        depth--
+    }
+    END { for (id in calls) printf "%s %d %d %d\n", id, calls[id], total[id], self[id] }'
+}
+mkdir recorded
+mkdir source
+seq 3000 | sed 's/^/the word /' | split -l 500 - source/
+QVX_TRACEDIR=recorded "$wordcount" source 3 >/dev/null
+[ "$(ls recorded/*.qvx | wc -l)" -ge 2 ] || fail 'no traces of threads'
+for trace in recorded/*.qvx; do
+    count "$trace" | sort >counted
+    run 0 stats --format csv -f -o told "$trace"
+    awk -F, 'NR > 1 { printf "0x%08x %d %d %d\n", $2, $3, $4, $5 }' told | sort | diff counted - || fail "$trace"
+    [ -s counted ] || fail "$trace has no calls"
+done
+run 0 stats recorded/*.qvx -o all
+grep -q '  run$' all || fail 'no function run'
+
+printf '\t%s\n' $'Timestamp\t16\t0\t1000' $'FunctionDefine\t28\t5\t1\t2\tInvalid\t0x7' $'CharString\t3\t"a,' \
+    $'FunctionEnter\t28\t5\t1\t2\tInvalid\t0x7' $'FunctionEnter\t28\t7\t1\t2\tInvalid\t0x8' \
+    $'FunctionLeave\t28\t8\t1\t2\tInvalid\t0x8' $'FunctionLeave\t28\t8\t1\t2\tInvalid\t0x9' >table
+expect() { diff - <("$qvx" stats "$@") || fail "stats $*"; }
+expect table <<'END'
+3.000 ms in functions, 3.000 ms from the first call to the last
+       self      %       total      calls         min      median         p99         max  function
+   2.000 ms  66.67    3.000 ms          1        0 ns        0 ns        0 ns        0 ns  "a,
+   1.000 ms  33.33    1.000 ms          1    1.000 ms    1.000 ms    1.000 ms    1.000 ms  0x00000008
+1 call had not ended when the trace did.
+1 leave of what had not been entered.
+END
+expect --sort calls --format csv table <<'END'
+function,id,calls,total_ns,self_ns,min_ns,p50_ns,p99_ns,max_ns
+"""a,",7,1,3000000,2000000,0,0,0,0
+0x00000008,8,1,1000000,1000000,1000000,1000000,1000000,1000000
+END
+expect --by-thread --format json table <<'END'
+{"function": "\"a,", "id": 7, "thread": 2, "process": "table", "calls": 1, "total_ns": 3000000, "self_ns": 2000000, "min_ns": 0, "p50_ns": 0, "p99_ns": 0, "max_ns": 0}
+{"function": "0x00000008", "id": 8, "thread": 2, "process": "table", "calls": 1, "total_ns": 1000000, "self_ns": 1000000, "min_ns": 1000000, "p50_ns": 1000000, "p99_ns": 1000000, "max_ns": 1000000}
+END
+finish stats
