@@ -131,7 +131,7 @@ void Merged::Source::read(std::size_t most) try {
             continue;
         }
         PacketPointer packet(at.packet());
-        if (facts.isRelative)
+        if (packet && facts.isRelative)
             packet.reset(at.contexts().absolute(*packet));
         if (!packet)
             throw std::bad_alloc();
