@@ -126,14 +126,9 @@ private:
     std::streampos m_position = 0;
 };
 
-struct TraceFile::Binary {
-    Binary(std::unique_ptr<CTraceSourceBuffer> bytes, std::uint64_t begin, const CContexts& contexts)
-        : source(std::move(bytes)), cursor(*source, begin, contexts) {}
+struct TraceFile::Binary : TraceAt {
+    using TraceAt::TraceAt;
 
-    bool hasFailed() { return !source->good() && !source->eof(); }
-
-    std::unique_ptr<CTraceSourceBuffer> source;
-    CTraceCursor cursor;
     bool isJoined = false; ///< with a page file
 };
 
@@ -198,20 +193,24 @@ void TraceFile::open() {
 }
 
 void TraceFile::openBinary() {
-    if (!m_isRegular) {
+    if (m_isRegular)
+        m_open = openAt(m_end, m_contexts);
+    else
         m_open = std::make_shared<Binary>(std::make_unique<CTraceSourceBufferStream>(m_input->stream()), 0, m_contexts);
-        return;
-    }
+}
+
+std::unique_ptr<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {
     auto file = std::make_unique<PortionedFile>(m_portion);
     unsigned got = 0;
     if (!file->open(name().c_str()))
         fail(platform::errorText(file->error()));
-    file->CTraceSourceBufferStream::read(nullptr, 0, m_end, got); // only goes there
+    file->CTraceSourceBufferStream::read(nullptr, 0, position, got); // only goes there
     if (!file->good())
         failToRead();
     const bool isJoined = file->is_joined();
-    m_open = std::make_shared<Binary>(std::move(file), m_end, m_contexts);
-    m_open->isJoined = isJoined;
+    auto open = std::make_unique<Binary>(std::move(file), position, contexts);
+    open->isJoined = isJoined;
+    return open;
 }
 
 bool TraceFile::pause() {
@@ -224,6 +223,7 @@ bool TraceFile::pause() {
     m_open.reset();
     m_cursor = nullptr;
     m_before = m_report.damage;
+    m_bytesNoted = 0;
     if (m_isAhead)
         m_end = m_offset;
     m_isAhead = false;
@@ -285,21 +285,24 @@ bool TraceFile::advance() {
     if (cursor.next()) {
         m_offset = cursor.offset();
         m_end = cursor.end();
-        noteDamage();
-        look();
+        if (cursor.damage().bytes > m_bytesNoted)
+            noteDamage(cursor.damage());
+        m_signs.look(cursor);
         return true;
     }
-    m_offset = m_end = cursor.end();
-    if (noteDamage()) {
-        m_breaksOff = false;
-        m_textOf = Invalid;
-    }
-    if (m_open->hasFailed())
-        failToRead();
-    finish();
-    m_open.reset();
-    m_cursor = nullptr;
+    finish(TraceWalk::of(*m_open));
     return false;
+}
+
+void TraceFile::walkRest(detail::PartsWork& work, const TraceShares& shares, const Signs& signs) {
+    if (!m_open)
+        openBinary();
+    // The end of a trace that stands in a page file may be on its way into the trace.
+    const std::uint64_t size = m_isRegular && !m_open->isJoined ? m_open->source->size() : 0;
+    const auto open = [this](std::uint64_t position, const CContexts& contexts) { return openAt(position, contexts); };
+    const TraceWalk walk = detail::walkInParts(*m_open, size, open, work, shares);
+    m_signs = signs;
+    finish(walk);
 }
 
 bool TraceFile::advanceInTable() {
@@ -314,47 +317,56 @@ bool TraceFile::advanceInTable() {
     return m_table->cursor->next();
 }
 
-void TraceFile::look() {
-    const tagTCode code = m_cursor->TraceCode();
-    if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace) {
-        const auto enabled = m_cursor->as<CTraceEnabled>();
-        m_isFrameOpen = enabled.has_value();
-        m_frameEnd = enabled && enabled->FrameLen() != kUnknown64 ? m_offset + enabled->FrameLen() : 0;
-        m_isEnded = !m_isFrameOpen;
-    }
-    m_breaksOff = m_cursor->textState() == CTraceCursor::Text::Open;
-    m_textOf = m_breaksOff || m_cursor->textState() == CTraceCursor::Text::Absent ? code : Invalid;
+void TraceFile::Signs::lookAtFrame(const CTraceCursor& packet) {
+    const tagTCode code = packet.TraceCode();
+    if (code != TraceEnabled && code != TraceDisabled && code != EndOfTrace)
+        return;
+    const auto enabled = packet.as<CTraceEnabled>();
+    isFrameOpen = enabled.has_value();
+    frameEnd = enabled && enabled->FrameLen() != kUnknown64 ? packet.offset() + enabled->FrameLen() : 0;
+    isEnded = !isFrameOpen;
 }
 
-void TraceFile::finish() {
-    const tagTCode code = m_cursor->cutCode();
-    m_size = m_offset + m_cursor->left();
+void TraceFile::Signs::join(const Signs& next) {
+    const Signs before = *this;
+    *this = next;
+    if (!next.isFrameOpen && !next.isEnded) { // no packet tells of a frame
+        frameEnd = before.frameEnd;
+        isFrameOpen = before.isFrameOpen;
+        isEnded = before.isEnded;
+    }
+}
+
+void TraceFile::finish(const TraceWalk& walk) {
+    m_offset = m_end = walk.end;
+    noteDamage(walk.damage);
+    if (walk.hasFailed)
+        failToRead();
+    const tagTCode code = walk.cutCode;
+    m_size = m_offset + walk.left;
     m_report.endOffset = m_offset;
-    if (m_breaksOff || (m_textOf != Invalid && code == CharString)) {
+    const bool mayGoOn = m_signs.textOf != Invalid && m_signs.textEnd == m_end;
+    if (mayGoOn && (m_signs.breaksOff || code == CharString)) {
         m_report.end = TraceEnd::InText;
-        m_report.cutKind = CTCodeInfo::TCodeToName(m_textOf);
-    } else if (m_cursor->left() > 0) {
+        m_report.cutKind = CTCodeInfo::TCodeToName(m_signs.textOf);
+    } else if (walk.left > 0) {
         m_report.end = TraceEnd::InPacket;
         m_report.cutKind = CTCodeInfo::TCodeIsValid(code) ? CTCodeInfo::TCodeToName(code) : "";
-    } else if (m_isFrameOpen) {
+    } else if (m_signs.isFrameOpen) {
         m_report.end = m_open->isJoined ? TraceEnd::Recording : TraceEnd::Missing;
     } else {
-        m_report.end = m_isEnded ? TraceEnd::Complete : TraceEnd::NotMarked;
+        m_report.end = m_signs.isEnded ? TraceEnd::Complete : TraceEnd::NotMarked;
     }
-    if (m_report.end >= TraceEnd::Missing && m_frameEnd > m_size)
-        m_report.missing = m_frameEnd - m_size;
+    if (m_report.end >= TraceEnd::Missing && m_signs.frameEnd > m_size)
+        m_report.missing = m_signs.frameEnd - m_size;
+    m_open.reset();
+    m_cursor = nullptr;
 }
 
-bool TraceFile::noteDamage() {
-    const TraceDamage& own = m_cursor->damage();
-    TraceDamage& damage = m_report.damage;
-    if (m_before.bytes + own.bytes == damage.bytes)
-        return false;
-    if (damage.places == 0)
-        damage.first = own.first;
-    damage.places = m_before.places + own.places;
-    damage.bytes = m_before.bytes + own.bytes;
-    return true;
+void TraceFile::noteDamage(const TraceDamage& damage) {
+    m_report.damage = m_before;
+    m_report.damage.join(damage);
+    m_bytesNoted = damage.bytes;
 }
 
 } // namespace Quorvex

@@ -4,6 +4,7 @@
 #include "quorvex/format/Packet.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/stream/TraceCursor.h"
+#include "quorvex/stream/TraceParts.h"
 #include "quorvex/stream/TraceTextReader.h"
 
 #include <cstdint>
@@ -41,6 +42,10 @@ public:
     /// The packet that advance() has gone to, where it stands; for a table, in the binary form of its row. Holds until
     /// the next one is asked for, or pause().
     const CTraceCursor& cursor() const { return *m_cursor; }
+    /// Goes through all packets that are left, with `visit(part, cursor)` for each, by several threads where the file
+    /// is large; otherwise as Quorvex::walkInParts does. After an exception nothing more can be asked for.
+    template <class Part, class Visit>
+    void walkInParts(Part& whole, const Visit& visit, const TraceShares& shares = {});
     /// The next packet as an object; null at the end.
     PacketPointer next();
     /// Where the packet that next() gave begins. In a table, where it would in the binary form of what has been read.
@@ -67,22 +72,56 @@ private:
     struct Binary;
     struct Table;
 
+    /// What packets tell of the end of their trace.
+    struct Signs {
+        void look(const CTraceCursor& packet) {
+            if (packet.TraceCode() >= TraceEnabled && packet.TraceCode() <= EndOfTrace)
+                lookAtFrame(packet);
+            const CTraceCursor::Text text = packet.textState();
+            if (text == CTraceCursor::Text::Absent || text == CTraceCursor::Text::Open) {
+                textOf = packet.TraceCode();
+                textEnd = packet.end();
+                breaksOff = text == CTraceCursor::Text::Open;
+            }
+        }
+        QUORVEX_API void lookAtFrame(const CTraceCursor& packet);
+        /// Goes on with those of the packets behind.
+        QUORVEX_API void join(const Signs& next);
+
+        std::uint64_t frameEnd = 0; ///< of the last frame, as it says; 0 where it does not
+        std::uint64_t textEnd = 0;  ///< of the last packet behind which text may follow that belongs to it
+        tagTCode textOf = Invalid;  ///< that packet
+        bool breaksOff = false;     ///< its text does
+        bool isFrameOpen = false;
+        bool isEnded = false; ///< by the end of a frame, or of the trace
+    };
+    template <class Part> struct SignedPart {
+        Part part{};
+        Signs signs;
+        void join(SignedPart&& next) {
+            part.join(std::move(next.part));
+            signs.join(next.signs);
+        }
+    };
+
     /// Opens the file for the first time: it may be anything.
     void open();
     /// Opens a file that is known to be a trace, where the last packet has ended.
     void openBinary();
+    /// Opens a regular file that is known to be a trace at a position.
+    std::unique_ptr<Binary> openAt(std::uint64_t position, const CContexts& contexts) const;
     [[noreturn]] void fail(std::string reason) const;
     [[noreturn]] void failToRead() const;
     PacketPointer nextOfTable();
     bool advanceInTable();
     /// Counts the rows of the table that could not be read and that stand before what is at m_end.
     void noteRows();
-    /// Takes note of what of the packet tells whether the trace is cut.
-    void look();
-    /// Looks at what is left behind the last packet.
-    void finish();
-    /// Takes over what the cursor has stepped over by now; whether that has become more.
-    bool noteDamage();
+    /// Walks to the end of a binary trace; what the packets tell of it comes to stand in `signs`.
+    void walkRest(detail::PartsWork& work, const TraceShares& shares, const Signs& signs);
+    /// Takes note of how the walk through a binary trace has ended.
+    void finish(const TraceWalk& walk);
+    /// Takes over what has been stepped over since the file was opened.
+    void noteDamage(const TraceDamage& damage);
 
     TraceReport m_report;
     std::istream* m_stream;                 ///< that is read in place of a file, or null
@@ -95,14 +134,29 @@ private:
     std::uint64_t m_offset = 0;
     std::uint64_t m_end = 0;
     std::uint64_t m_size = 0;
-    std::uint64_t m_frameEnd = 0; ///< of the last frame, as it says; 0 where it does not
+    std::uint64_t m_bytesNoted = 0; ///< of damage since the file was opened
     unsigned m_portion = ~0U;
-    tagTCode m_textOf = Invalid; ///< the last packet, if text may follow that belongs to it
-    bool m_isRegular = false;    ///< the file can be gone back in
-    bool m_isAhead = false;      ///< advance() has gone to a packet that next() could not make
-    bool m_isFrameOpen = false;
-    bool m_isEnded = false;   ///< by the end of a frame, or of the trace
-    bool m_breaksOff = false; ///< the text of the last packet does
+    bool m_isRegular = false; ///< the file can be gone back in
+    bool m_isAhead = false;   ///< advance() has gone to a packet that next() could not make
+    Signs m_signs;
 };
+
+template <class Part, class Visit>
+void TraceFile::walkInParts(Part& whole, const Visit& visit, const TraceShares& shares) {
+    if (m_table) {
+        while (advance())
+            visit(whole, cursor());
+    } else if (m_report.end == TraceEnd::Unread) {
+        using Signed = SignedPart<Part>;
+        const auto look = [&visit](Signed& part, const CTraceCursor& packet) {
+            part.signs.look(packet);
+            visit(part.part, packet);
+        };
+        Signed all{std::move(whole), m_signs};
+        detail::PartsOf<Signed, decltype(look)> work(all, look);
+        walkRest(work, shares, all.signs);
+        whole = std::move(all.part);
+    }
+}
 
 } // namespace Quorvex

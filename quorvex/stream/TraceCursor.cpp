@@ -215,12 +215,7 @@ CPacket* CTraceCursor::packet() const {
 }
 
 void CTraceCursor::addDamage(std::uint64_t from, std::uint64_t to) {
-    if (m_damage.places == 0)
-        m_damage.first = from;
-    if (m_damageEnd != from)
-        ++m_damage.places;
-    m_damageEnd = to;
-    m_damage.bytes += to - from;
+    m_damage.join({1, to - from, from, to});
 }
 
 } // namespace Quorvex

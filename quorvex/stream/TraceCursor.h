@@ -162,8 +162,7 @@ private:
     std::uint64_t m_position;     ///< of m_begin
     CContexts m_contexts;
     TraceDamage m_damage;
-    std::uint64_t m_damageEnd = kUnknown64; ///< of the last damaged place
-    mutable std::string m_joined;           ///< a text of several CharString packets
+    mutable std::string m_joined; ///< a text of several CharString packets
     CTraceSourceBuffer* m_source = nullptr;
     std::string m_block; ///< of a source
 };

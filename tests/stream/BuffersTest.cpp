@@ -2,12 +2,16 @@
 #include "quorvex/stream/TraceBufferState.h"
 #include "quorvex/stream/TraceSinkBufferFile.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
+#include "quorvex/stream/TraceSourceBufferMapped.h"
 #include "tests/support/Doubles.h"
+#include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <functional>
+#include <iterator>
 #include <new>
 #include <sstream>
 
@@ -174,6 +178,68 @@ TEST(Files, AreMadeAppendedToAndRead) {
     EXPECT_EQ(directory.content("f"), "");
     EXPECT_TRUE(source.open(path.c_str())) << "an empty file";
     EXPECT_EQ(readFrom(source, 1), "!");
+}
+
+/// What a buffer tells of itself.
+std::string stateOf(CTraceSourceBuffer& source) {
+    return std::to_string(source.position()) + " of " + std::to_string(source.size()) + (source.eof() ? " eof" : "") +
+           (source.good() ? " good" : "");
+}
+
+TEST(MappedFiles, AreReadAsOthersAre) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.write("f", RandomPackets(4).bytes(100'000));
+    CTraceSourceBufferFile file;
+    CTraceSourceBufferMapped mapped;
+    EXPECT_EQ(stateOf(mapped), stateOf(file)) << "before anything is open";
+    EXPECT_EQ(readFrom(mapped, 1), readFrom(file, 1));
+    EXPECT_EQ(stateOf(mapped), stateOf(file));
+    EXPECT_FALSE(mapped.open(nullptr));
+    ASSERT_TRUE(file.open(path) && mapped.open(path) && mapped.is_open());
+    EXPECT_EQ(mapped.bytes(), directory.content("f"));
+    const auto same = [&](auto&& step, const std::string& what) {
+        EXPECT_EQ(step(mapped), step(file)) << what;
+        EXPECT_EQ(stateOf(mapped), stateOf(file)) << what;
+    };
+    RandomPackets random(5);
+    for (unsigned i = 0; i < 2000; ++i) {
+        constexpr std::uint64_t kOdd[] = {0, 99'999, 100'000, 100'001, 1ULL << 40, 1ULL << 63, kUnknown64 - 1};
+        const unsigned count = random.below(8) == 0 ? random.below(200'000) : random.below(3000);
+        const std::uint64_t place = random.below(8) == 0 ? kOdd[random.below(std::size(kOdd))] : random.below(100'000);
+        const bool goes = random.below(2) == 0;
+        same([&](auto& source) { return goes ? readFrom(source, count, place) : readFrom(source, count); },
+             "step " + std::to_string(i) + ": " + std::to_string(count) + " at " + std::to_string(place));
+        if (random.below(4) == 0) {
+            mapped.release(place, place + 70'000);
+            same([](auto& source) { return source.clear(), 0; }, "clear");
+        }
+    }
+    EXPECT_EQ(mapped.bytes(), directory.content("f")) << "also what was released";
+    directory.write("f", "cut"); // where it can be while it is mapped
+    file.clear();
+    mapped.clear();
+    EXPECT_EQ(readFrom(mapped, 10'000, 10), readFrom(file, 10'000, 10));
+    EXPECT_EQ(mapped.size(), directory.content("f").size());
+    EXPECT_TRUE(mapped.close() && file.close() && !mapped.is_open() && mapped.bytes().empty());
+    file.clear();
+    mapped.clear();
+    same([](auto& source) { return readFrom(source, 1); }, "closed");
+}
+
+TEST(MappedFiles, AreNotWhatCannotBeMapped) {
+    const TemporaryDirectory directory;
+    CTraceSourceBufferMapped source;
+    std::vector<std::pair<std::string, int>> rows = {{directory.path("missing/f"), ENOENT},
+                                                     {directory.path().string(), EISDIR},
+                                                     {directory.write("empty", ""), ENODATA}};
+    if (hasFullDevice())
+        rows.emplace_back("/dev/null", ENOTSUP);
+    for (const auto& [path, error] : rows) {
+        EXPECT_FALSE(source.open(path) || source.good() || source.is_open());
+        EXPECT_EQ(source.error(), error) << path;
+    }
+    EXPECT_TRUE(source.open(directory.write("f", "bytes")) && source.good()) << "another one";
+    EXPECT_EQ(readFrom(source, 9), "bytes");
 }
 
 TEST(Files, TellWhyTheyCannotBeOpened) {

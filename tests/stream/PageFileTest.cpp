@@ -2,6 +2,7 @@
 
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
+#include "quorvex/stream/TraceSourceBufferMapped.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/System.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -75,6 +76,14 @@ TEST(PageFile, IsReadAsTheEndOfItsTraceOnly) {
         leave(path, inFile, base, written, fill);
         EXPECT_TRUE(readAll(path) == (whole ? begin(whole) : inFile)) << what;
     }
+}
+
+TEST(PageFile, KeepsItsTraceFromBeingMapped) {
+    const TemporaryDirectory directory;
+    leave(directory.path("trace"), kTrace.substr(0, 100), 0, 0, 3000);
+    CTraceSourceBufferMapped mapped;
+    EXPECT_FALSE(mapped.open(directory.path("trace")));
+    EXPECT_EQ(mapped.error(), EBUSY);
 }
 
 TEST(PageFile, IsLeftAloneWhenItIsDamaged) {
