@@ -6,6 +6,7 @@
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
+#include "quorvex/platform/LittleEndian.h"
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/PageFormat.h"
 
@@ -14,8 +15,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <unordered_map>
@@ -27,91 +30,182 @@ namespace {
 
 using namespace Quorvex;
 
-/// All that one pass over a trace tells.
+/// What is to be learned from packets of a kind.
+enum class Lesson : std::uint8_t {
+    Any,     ///< all that there may be
+    Happens, ///< when and where it happened: its context is one of cores, and absolute
+    Enters,  ///< that, and which function was entered
+};
+
+/// What is to be learned from packets, by their codes.
+const std::array<Lesson, 256> kLessons = [] {
+    std::array<Lesson, 256> lessons{};
+    for (unsigned code = 0; code < lessons.size(); ++code) {
+        const KindFacts& facts = factsOf(tagTCode(code));
+        const bool isUsual = facts.context == ContextSort::Core && !facts.isRelative &&
+                             facts.sync == ContextSort::None && facts.role == Role::Happening;
+        lessons[code] = code == FunctionEnter ? Lesson::Enters : isUsual ? Lesson::Happens : Lesson::Any;
+    }
+    return lessons;
+}();
+
+/// What one pass tells over a trace, or over a part of it.
 class Summary {
 public:
-    void add(const CTraceCursor& packet);
+    /// Of a part, before which anything may stand.
+    Summary() = default;
+    /// Of a whole trace.
+    static Summary ofTrace();
+
+    void add(const CTraceCursor& packet) {
+        const auto code = static_cast<std::uint8_t>(packet.TraceCode());
+        ++m_kinds[code];
+        if (packet.end() > m_pageEnd)
+            addPage(packet);
+        const Lesson lesson = kLessons[code];
+        if (lesson == Lesson::Any) {
+            addAny(packet);
+            return;
+        }
+        addTick(checkedTick(loadLittleEndian<std::uint64_t>(packet.payload())));
+        if (std::memcmp(packet.payload() + kPlace, m_place, kPlaceSize) != 0 || !m_knowsPlace)
+            addPlace(packet);
+        if (lesson == Lesson::Enters)
+            addEntered(packet);
+    }
+    void join(Summary&& next);
     void print(std::ostream& out, const TraceInput& input) const;
 
 private:
     struct Function {
-        std::string name;
+        std::optional<std::string> name;
         std::uint64_t entered = 0;
     };
+    /// Core and thread, as they stand behind the tick of a context.
+    static constexpr unsigned kPlace = sizeof(std::uint64_t), kPlaceSize = 2 * sizeof(std::uint32_t);
 
-    void addTick(std::uint64_t tick);
-    void addTime(const CTraceCursor& packet);
+    void addAny(const CTraceCursor& packet);
+    void addPage(const CTraceCursor& packet);
+    void addTick(std::uint64_t tick) {
+        if (tick == kUnknown64)
+            return;
+        m_tick = tick;
+        m_firstTick = std::min(m_firstTick, tick);
+        m_lastTick = std::max(m_lastTick, tick);
+    }
+    void addOldTick(std::uint64_t tick);
     void addPlace(const CTraceCursor& packet);
-    void addFunction(const CTraceCursor& packet);
+    void addEntered(const CTraceCursor& packet) {
+        // The last field of either form.
+        const auto id = loadLittleEndian<std::uint32_t>(packet.payload() + packet.Length() - sizeof(std::uint32_t));
+        auto& [recent, entered] = m_recent[id % m_recent.size()];
+        if (!entered || recent != id) {
+            entered = &m_functions[id].entered;
+            recent = id;
+        }
+        ++*entered;
+    }
     std::string duration() const;
     std::string layout(std::uint64_t size) const;
 
     std::array<std::uint64_t, 256> m_kinds{};
-    std::uint64_t m_packets = 0;
-    std::uint64_t m_tick = 0; ///< of the last packet that has one
+    std::uint64_t m_tick = kUnknown64; ///< of the last packet that has one
     std::uint64_t m_firstTick = kUnknown64;
     std::uint64_t m_lastTick = 0;
+    std::uint64_t m_firstOldTick = kUnknown64; ///< of the definitions before m_tick was known, the first
+    std::uint64_t m_lastOldTick = 0;           ///< and the greatest
     TimeBase m_clock;
     bool m_clocksDiffer = false;
-    std::optional<std::pair<std::uint32_t, std::uint32_t>> m_place; ///< core and thread of the last packet that tells
+    bool m_crossesPage = false;
+    std::uint64_t m_pageEnd = 0; ///< of the page in which the last packet ends
+    char m_place[kPlaceSize]{};  ///< of the last packet that tells
+    bool m_knowsPlace = false;
     std::set<std::uint32_t> m_cores;
     std::set<std::uint32_t> m_threads;
     std::unordered_map<std::uint32_t, Function> m_functions;
-    bool m_crossesPage = false;
+    /// The counts of those that were entered last, by the low byte of their numbers.
+    std::array<std::pair<std::uint32_t, std::uint64_t*>, 256> m_recent{};
 };
 
-void Summary::addTick(std::uint64_t tick) {
-    if (tick == kUnknown64)
-        return;
-    m_tick = tick;
-    m_firstTick = std::min(m_firstTick, tick);
-    m_lastTick = std::max(m_lastTick, tick);
+Summary Summary::ofTrace() {
+    Summary summary;
+    summary.m_tick = 0;
+    return summary;
 }
 
-void Summary::addTime(const CTraceCursor& packet) {
-    // A sync packet repeats the time of another, and an old definition means none.
-    const KindFacts& facts = factsOf(packet.TraceCode());
-    const std::uint64_t tick = facts.sync == ContextSort::None ? packet.tick() : kUnknown64;
-    if (tick >= m_tick || facts.role != Role::Definition)
+void Summary::addPage(const CTraceCursor& packet) {
+    m_crossesPage = m_crossesPage || pages::crossesEnd(packet.offset(), packet.end());
+    m_pageEnd = packet.end() + pages::room(pages::offsetIn(packet.end()));
+}
+
+void Summary::addOldTick(std::uint64_t tick) {
+    if (tick == kUnknown64)
+        return;
+    if (m_tick == kUnknown64) {
+        m_firstOldTick = m_firstOldTick == kUnknown64 ? tick : m_firstOldTick;
+        m_lastOldTick = std::max(m_lastOldTick, tick);
+    } else if (tick >= m_tick) { // what is older means no time
         addTick(tick);
+    }
 }
 
 void Summary::addPlace(const CTraceCursor& packet) {
-    // What relative packets are relative to has been told before, or is not known.
-    if (factsOf(packet.TraceCode()).isRelative)
-        return;
+    std::memcpy(m_place, packet.payload() + kPlace, kPlaceSize);
+    m_knowsPlace = true;
     const auto context = packet.contextOf<CCoreContext>();
-    if (!context || m_place == std::pair(context->hwCtx, context->swCtx))
-        return;
-    m_place.emplace(context->hwCtx, context->swCtx);
     if (!isUnknown(FieldMeaning::Context, context->hwCtx))
         m_cores.insert(context->hwCtx);
     if (!isUnknown(FieldMeaning::Context, context->swCtx))
         m_threads.insert(context->swCtx);
 }
 
-void Summary::addFunction(const CTraceCursor& packet) {
-    const auto function = [this](std::uint32_t id) -> Function* {
-        return id == CFunctionEnterPayload::kNoFunction ? nullptr : &m_functions[id];
-    };
-    if (const auto enter = packet.as<CFunctionEnter>()) {
-        if (Function* entered = function(enter->TgtFuncId()))
-            ++entered->entered;
-    } else if (const auto definition = packet.as<CFunctionDefine>()) {
-        if (Function* defined = function(definition->FuncId()))
-            defined->name = packet.text();
-    } else if (packet.TraceCode() == Timestamp) {
+void Summary::addAny(const CTraceCursor& packet) {
+    const tagTCode code = packet.TraceCode();
+    const KindFacts& facts = factsOf(code);
+    // A sync packet repeats the time of another, and what relative packets are relative to has been told before, or is
+    // not known.
+    if (facts.role == Role::Definition)
+        addOldTick(facts.sync == ContextSort::None ? packet.tick() : kUnknown64);
+    else if (facts.sync == ContextSort::None)
+        addTick(packet.tick());
+    if (facts.context == ContextSort::Core && !facts.isRelative)
+        addPlace(packet);
+    if (code == RelFunctionEnter) {
+        addEntered(packet);
+    } else if (code == Timestamp) {
         m_clocksDiffer = !m_clock.note(*PacketPointer(packet.packet())) || m_clocksDiffer;
+    } else if (const auto definition = packet.as<CFunctionDefine>()) {
+        m_functions[definition->FuncId()].name = packet.text();
     }
 }
 
-void Summary::add(const CTraceCursor& packet) {
-    ++m_packets;
-    ++m_kinds[packet.TraceCode() & 0xFF];
-    m_crossesPage = m_crossesPage || pages::crossesEnd(packet.offset(), packet.end());
-    addTime(packet);
-    addPlace(packet);
-    addFunction(packet);
+void Summary::join(Summary&& next) {
+    for (std::size_t code = 0; code < m_kinds.size(); ++code)
+        m_kinds[code] += next.m_kinds[code];
+    // Of old ticks in a row, those count that none before is greater than. The greatest of them comes last, and the
+    // first can only be the trace's first if there is none before.
+    if (m_firstTick == kUnknown64)
+        addOldTick(next.m_firstOldTick);
+    addOldTick(next.m_firstOldTick == kUnknown64 ? kUnknown64 : next.m_lastOldTick);
+    if (next.m_firstTick != kUnknown64) {
+        m_tick = next.m_tick;
+        m_firstTick = std::min(m_firstTick, next.m_firstTick);
+        m_lastTick = std::max(m_lastTick, next.m_lastTick);
+    }
+    m_clocksDiffer =
+        m_clocksDiffer || next.m_clocksDiffer ||
+        (m_clock.frequency() != 0 && next.m_clock.frequency() != 0 && m_clock.frequency() != next.m_clock.frequency());
+    if (m_clock.frequency() == 0)
+        m_clock = next.m_clock;
+    m_crossesPage = m_crossesPage || next.m_crossesPage;
+    m_cores.merge(next.m_cores);
+    m_threads.merge(next.m_threads);
+    for (auto& [id, function] : next.m_functions) {
+        Function& own = m_functions[id];
+        own.entered += function.entered;
+        if (function.name)
+            own.name = std::move(function.name);
+    }
 }
 
 std::string Summary::layout(std::uint64_t size) const {
@@ -164,17 +258,19 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
     line("Threads:", list(m_threads));
     line("Damage:", damageOf(input));
     line("End:", input.ending());
-    line("Packets:", fmt::format("{}", m_packets));
+    line("Packets:", fmt::format("{}", std::accumulate(m_kinds.begin(), m_kinds.end(), std::uint64_t{0})));
     for (unsigned code = 0; code < m_kinds.size(); ++code) {
         if (m_kinds[code] > 0)
             fmt::print(out, "{:>14}  {}\n", m_kinds[code], CTCodeInfo::TCodeToName(tagTCode(code)));
     }
-    if (m_functions.empty())
+    std::map functions(m_functions.begin(), m_functions.end());
+    functions.erase(CFunctionEnterPayload::kNoFunction);
+    if (functions.empty())
         return;
     fmt::print(out, "Functions: (id, times entered, name)\n");
-    for (const auto& [id, function] : std::map(m_functions.begin(), m_functions.end()))
+    for (const auto& [id, function] : functions)
         fmt::print(out, "    0x{:08x} {:>10}  {}\n", id, function.entered,
-                   function.name.empty() ? "(no name)" : shown(function.name));
+                   function.name.value_or("").empty() ? "(no name)" : shown(*function.name));
 }
 
 struct InfoOptions {
@@ -186,9 +282,8 @@ ExitCode info(InfoOptions& options) {
     options.output.check({options.file});
     TraceInput input(options.file);
     std::ostream& out = options.output.target().open();
-    Summary summary;
-    while (input.advance())
-        summary.add(input.cursor());
+    Summary summary = Summary::ofTrace();
+    input.walkInParts(summary, [](Summary& part, const CTraceCursor& packet) { part.add(packet); });
     summary.print(out, input);
     options.output.target().commit();
     return input.reportDamage();
