@@ -167,9 +167,11 @@ void MappedFile::close() {
 }
 
 void MappedFile::release(std::size_t from, std::size_t to) const {
-    constexpr std::size_t kUnit = 0x10000; // of whole pages of memory, whatever their size
-    from = (from + kUnit - 1) / kUnit * kUnit;
-    to = std::min(to, m_size) / kUnit * kUnit;
+    // Whole pages of memory, whatever their size; what stands before the last one goes with what comes next.
+    constexpr std::size_t kUnit = 0x10000;
+    from -= from % kUnit;
+    to = std::min(to, m_size);
+    to -= to % kUnit;
     if (from < to)
         drop(const_cast<char*>(m_memory) + from, to - from);
 }

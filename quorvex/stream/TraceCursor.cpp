@@ -14,6 +14,7 @@
 namespace Quorvex {
 
 std::atomic<std::uint16_t> CTraceCursor::s_fits[256][256];
+std::atomic<bool> CTraceCursor::s_isSimple[0x10000];
 
 namespace {
 
@@ -97,7 +98,8 @@ unsigned CTraceCursor::fitOf(unsigned code, unsigned length) {
         if (made(m_next, CPacketHeader::Len() + length, consumed)) {
             const unsigned fields = consumed - CPacketHeader::Len();
             const bool isPlain = fields == length && facts.text == TextSort::None && facts.sync == ContextSort::None;
-            fit = (isPlain ? Simple : Accepted) | fields;
+            fit = Accepted | fields;
+            s_isSimple[code | length << 8].store(isPlain, std::memory_order_relaxed);
         }
     }
     known.store(static_cast<std::uint16_t>(fit), std::memory_order_relaxed);

@@ -43,7 +43,7 @@ bool areSame(const CContexts& a, const CContexts& b) {
 
 /// Has `walk(cursor, end)` walk on in steps, between which what was passed is given back.
 template <class Walk> void walkTo(std::uint64_t end, TraceAt& at, Walk&& walk) {
-    constexpr std::uint64_t kStep = 32U * kPageSize;
+    constexpr std::uint64_t kStep = std::uint64_t{32} * kPageSize;
     std::uint64_t next = 0;
     do {
         next = at.cursor.end() < end && end - at.cursor.end() > kStep ? at.cursor.end() + kStep : end;

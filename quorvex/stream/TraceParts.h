@@ -39,9 +39,10 @@ class CTraceSourceBufferMapped;
 
 /// How a walk is shared out.
 struct TraceShares {
-    unsigned threads = 0;                  ///< that walk, the calling one among them; 0: one a processor
-    std::uint64_t least = 32U * kPageSize; ///< bytes of a part; what is left of a shorter one is its neighbour's
-    std::size_t most = 64;                 ///< parts
+    unsigned threads = 0; ///< that walk, the calling one among them; 0: one a processor
+    std::uint64_t least =
+        std::uint64_t{32} * kPageSize; ///< bytes of a part; what is left of a shorter one is its neighbour's
+    std::size_t most = 64;             ///< parts
 };
 
 /// A trace that is open at a place, from which a cursor walks on.
@@ -108,8 +109,7 @@ public:
 
 private:
     void walk(Part& part, CTraceCursor& cursor, std::uint64_t end) const {
-        while (cursor.end() < end && cursor.next())
-            m_visit(part, std::as_const(cursor));
+        cursor.walkTo(end, [&](const CTraceCursor& packet) { m_visit(part, packet); });
     }
 
     Part& m_whole;

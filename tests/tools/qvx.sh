@@ -125,6 +125,29 @@ expect 0 - 'qvx: empty: is empty; a program that records it has not written yet,
 ' "$qvx" empty
 grep -q '^Packets:   0$' out && grep -q '^End:       not marked; the file is empty$' out || { cat out; fail 'an empty trace'; }
 
+# A large file is gone through in parts, which tells what one walk through standard input does.
+awk 'BEGIN {
+    printf "\tSync\t24\t5\t1\t2\tInvalid\n"
+    for (i = 0; i < 20000; ++i) {
+        if (i % 5000 == 10) printf "\tTimestamp\t16\t%d\t%d\n", i, 100 + (i > 9000)
+        if (i % 900 == 0) printf "\tFunctionDefine\t28\t%d\t1\t2\tInvalid\t0x%x\n\tCharString\t2\t0x66%02x\n", i / 2, i % 300, 65 + i / 900
+        printf "\tFunctionEnter\t28\t%d\t%d\t%d\tInvalid\t0x%x\n", (i > 100 ? i : "Invalid"), i % 3, i % 70, i % 300
+    }
+}' >calls.txt
+run 0 convert calls.txt -f -o calls --paged
+for ((i = 0; i < 36; ++i)); do head -c 524288 calls; done >large
+{ head -c 18 trace; cat large; } >plain
+{ head -c 9437000 large; printf '\x06\x02ab%0900d' 7; tail -c +9437905 large; } >torn
+{ head -c 17000000 large; printf '\x79\x10\0\0\0\0'; } >shorn
+for file in large plain torn shorn; do
+    "$qvx" info "$file" >out 2>err
+    code=$?
+    "$qvx" info - <"$file" >out.one 2>err.one
+    [ $? -eq $code ] && diff <(sed "s/^File: .*/File:      standard input/" out) out.one &&
+        diff <(sed "s/^qvx: $file:/qvx: standard input:/" err) err.one || fail "$file in parts"
+done
+rm large plain torn shorn
+
 expect 1 '' 'qvx: missing: No such file or directory
 ' "$qvx" missing
 expect 1 '' 'qvx: .: Is a directory

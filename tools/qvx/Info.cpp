@@ -53,7 +53,7 @@ const std::array<Lesson, 256> kLessons = [] {
 class Summary {
 public:
     /// Of a part, before which anything may stand.
-    Summary() = default;
+    Summary();
     /// Of a whole trace.
     static Summary ofTrace();
 
@@ -67,9 +67,12 @@ public:
             addAny(packet);
             return;
         }
-        addTick(checkedTick(loadLittleEndian<std::uint64_t>(packet.payload())));
-        if (std::memcmp(packet.payload() + kPlace, m_place, kPlaceSize) != 0 || !m_knowsPlace)
-            addPlace(packet);
+        const auto tick = loadLittleEndian<std::uint64_t>(packet.payload());
+        if (tick >= m_lastTick && tick <= kLastTick) // as nearly always
+            m_tick = m_lastTick = tick;
+        else
+            addTick(checkedTick(tick));
+        addPlace(packet);
         if (lesson == Lesson::Enters)
             addEntered(packet);
     }
@@ -81,25 +84,25 @@ private:
         std::optional<std::string> name;
         std::uint64_t entered = 0;
     };
-    /// Core and thread, as they stand behind the tick of a context.
-    static constexpr unsigned kPlace = sizeof(std::uint64_t), kPlaceSize = 2 * sizeof(std::uint32_t);
+    static constexpr std::uint64_t kLastTick = kUnknown64 - 0x100;
+    static_assert(checkedTick(kLastTick) != kUnknown64 && checkedTick(kLastTick + 1) == kUnknown64);
 
     void addAny(const CTraceCursor& packet);
     void addPage(const CTraceCursor& packet);
-    void addTick(std::uint64_t tick) {
-        if (tick == kUnknown64)
-            return;
-        m_tick = tick;
-        m_firstTick = std::min(m_firstTick, tick);
-        m_lastTick = std::max(m_lastTick, tick);
-    }
+    void addTick(std::uint64_t tick);
     void addOldTick(std::uint64_t tick);
-    void addPlace(const CTraceCursor& packet);
+    void addPlace(const CTraceCursor& packet) {
+        // Core and thread, as they stand behind the tick.
+        const auto place = loadLittleEndian<std::uint64_t>(packet.payload() + sizeof(std::uint64_t));
+        if (place != m_place)
+            addNewPlace(packet, place);
+    }
+    void addNewPlace(const CTraceCursor& packet, std::uint64_t place);
     void addEntered(const CTraceCursor& packet) {
         // The last field of either form.
         const auto id = loadLittleEndian<std::uint32_t>(packet.payload() + packet.Length() - sizeof(std::uint32_t));
         auto& [recent, entered] = m_recent[id % m_recent.size()];
-        if (!entered || recent != id) {
+        if (recent != id) {
             entered = &m_functions[id].entered;
             recent = id;
         }
@@ -111,21 +114,27 @@ private:
     std::array<std::uint64_t, 256> m_kinds{};
     std::uint64_t m_tick = kUnknown64; ///< of the last packet that has one
     std::uint64_t m_firstTick = kUnknown64;
-    std::uint64_t m_lastTick = 0;
+    std::uint64_t m_lastTick = kUnknown64;
     std::uint64_t m_firstOldTick = kUnknown64; ///< of the definitions before m_tick was known, the first
     std::uint64_t m_lastOldTick = 0;           ///< and the greatest
     TimeBase m_clock;
     bool m_clocksDiffer = false;
     bool m_crossesPage = false;
     std::uint64_t m_pageEnd = 0; ///< of the page in which the last packet ends
-    char m_place[kPlaceSize]{};  ///< of the last packet that tells
-    bool m_knowsPlace = false;
     std::set<std::uint32_t> m_cores;
     std::set<std::uint32_t> m_threads;
     std::unordered_map<std::uint32_t, Function> m_functions;
+    std::uint64_t m_place = kUnknown64; ///< of the last packet; of a place that is not known, there is nothing to learn
+    std::array<std::uint64_t, 64> m_places; ///< those that were the last one lately
     /// The counts of those that were entered last, by the low byte of their numbers.
     std::array<std::pair<std::uint32_t, std::uint64_t*>, 256> m_recent{};
 };
+
+Summary::Summary() {
+    m_places.fill(m_place);
+    for (std::uint32_t i = 0; i < m_recent.size(); ++i)
+        m_recent[i].first = i + 1; // which belongs elsewhere
+}
 
 Summary Summary::ofTrace() {
     Summary summary;
@@ -136,6 +145,14 @@ Summary Summary::ofTrace() {
 void Summary::addPage(const CTraceCursor& packet) {
     m_crossesPage = m_crossesPage || pages::crossesEnd(packet.offset(), packet.end());
     m_pageEnd = packet.end() + pages::room(pages::offsetIn(packet.end()));
+}
+
+void Summary::addTick(std::uint64_t tick) {
+    if (tick == kUnknown64)
+        return;
+    m_tick = tick;
+    m_lastTick = m_firstTick == kUnknown64 ? tick : std::max(m_lastTick, tick);
+    m_firstTick = std::min(m_firstTick, tick);
 }
 
 void Summary::addOldTick(std::uint64_t tick) {
@@ -149,9 +166,12 @@ void Summary::addOldTick(std::uint64_t tick) {
     }
 }
 
-void Summary::addPlace(const CTraceCursor& packet) {
-    std::memcpy(m_place, packet.payload() + kPlace, kPlaceSize);
-    m_knowsPlace = true;
+void Summary::addNewPlace(const CTraceCursor& packet, std::uint64_t place) {
+    m_place = place;
+    std::uint64_t& recent = m_places[(place ^ place >> 32) % m_places.size()];
+    if (recent == place)
+        return;
+    recent = place;
     const auto context = packet.contextOf<CCoreContext>();
     if (!isUnknown(FieldMeaning::Context, context->hwCtx))
         m_cores.insert(context->hwCtx);
@@ -188,9 +208,9 @@ void Summary::join(Summary&& next) {
         addOldTick(next.m_firstOldTick);
     addOldTick(next.m_firstOldTick == kUnknown64 ? kUnknown64 : next.m_lastOldTick);
     if (next.m_firstTick != kUnknown64) {
+        addTick(next.m_firstTick);
+        addTick(next.m_lastTick);
         m_tick = next.m_tick;
-        m_firstTick = std::min(m_firstTick, next.m_firstTick);
-        m_lastTick = std::max(m_lastTick, next.m_lastTick);
     }
     m_clocksDiffer =
         m_clocksDiffer || next.m_clocksDiffer ||
