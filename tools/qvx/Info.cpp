@@ -168,7 +168,7 @@ void Summary::addOldTick(std::uint64_t tick) {
 
 void Summary::addNewPlace(const CTraceCursor& packet, std::uint64_t place) {
     m_place = place;
-    std::uint64_t& recent = m_places[(place ^ place >> 32) % m_places.size()];
+    std::uint64_t& recent = m_places[static_cast<std::size_t>(place ^ place >> 32) % m_places.size()];
     if (recent == place)
         return;
     recent = place;
