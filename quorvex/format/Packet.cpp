@@ -12,6 +12,7 @@ bool CPacket::write(std::ostream& out) {
     return CPacketHeader::write(out);
 }
 
+// NOLINTNEXTLINE(misc-new-delete-overloads): as in the class
 void* CPacket::operator new(std::size_t size) {
     return platform::takeBlock(size);
 }

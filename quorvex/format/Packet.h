@@ -42,6 +42,7 @@ public:
     virtual bool write(std::ostream& out);
 
     // By the free lists. The forms with a place or an alignment are as the program's own, which these hide.
+    // NOLINTNEXTLINE(misc-new-delete-overloads): the delete that is told the size is its match
     static void* operator new(std::size_t size);
     static void* operator new(std::size_t size, const std::nothrow_t&) noexcept;
     static void* operator new(std::size_t, void* place) noexcept { return place; }
