@@ -170,6 +170,13 @@ template class PacketOf<kRelCounterValueDim2Rules, CRelCounterValueBase, CCounte
 template class PacketOf<kRelCounterValueDimNRules, CRelCounterValueBase, CCounterIndexDimN>;
 template class PacketOf<kRelCounterValueVarRules, CRelCounterBase, CCounterValueVarPayload>;
 
+QUORVEX_COMPILE_BASE(CCounterBase)
+QUORVEX_COMPILE_BASE(CCounterDefineBase)
+QUORVEX_COMPILE_BASE(CCounterValueBase)
+QUORVEX_COMPILE_BASE(CRelCounterBase)
+QUORVEX_COMPILE_BASE(CRelCounterDefineBase)
+QUORVEX_COMPILE_BASE(CRelCounterValueBase)
+
 QUORVEX_COMPILE_PAIR(CounterDefine)
 QUORVEX_COMPILE_PAIR(CounterDefineUnit)
 QUORVEX_COMPILE_PAIR(CounterUndefine)

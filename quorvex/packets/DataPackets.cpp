@@ -30,6 +30,9 @@ template class PayloadOperations<CDataBasePayload, 8>;
 template class PacketOf<kDataBaseRules, CorePacket, CDataBasePayload>;
 template class PacketOf<kRelDataBaseRules, RelCorePacket, CDataBasePayload>;
 
+QUORVEX_COMPILE_BASE(CDataBase)
+QUORVEX_COMPILE_BASE(CRelDataBase)
+
 QUORVEX_COMPILE_PAIR(ReadData)
 QUORVEX_COMPILE_PAIR(WriteData)
 

@@ -59,6 +59,11 @@ template class PacketOf<kRelHWExceptionBaseRules, RelCorePacket, CHWExceptionBas
 template class PacketOf<kRelExecInsnRules, RelCorePacket>;
 template class PacketOf<kRelNonExecInsnRules, RelCorePacket>;
 
+QUORVEX_COMPILE_BASE(CBranchBase)
+QUORVEX_COMPILE_BASE(CHWExceptionBase)
+QUORVEX_COMPILE_BASE(CRelBranchBase)
+QUORVEX_COMPILE_BASE(CRelHWExceptionBase)
+
 QUORVEX_COMPILE_PAIR(ExecInsn)
 QUORVEX_COMPILE_PAIR(NonExecInsn)
 QUORVEX_COMPILE_PAIR(DirectBranch)

@@ -442,9 +442,21 @@ template <class Abs, class Rel>
 
 } // namespace Quorvex
 
-/// A kind, and an absolute kind with its relative form.
-#define QUORVEX_COMPILE_KIND(Name) template struct KindFunctions<C##Name>;
+/// Compiles what QUORVEX_BASE declares.
+#define QUORVEX_COMPILE_BASE(Class)                                                                                    \
+    Class::Class(tagTCode code) : PacketOf(code) {}                                                                    \
+    Class::Class(const CPacketHeader& header, std::istream& in) : PacketOf(header, in, header.TraceCode()) {}          \
+    Class::Class(const CPacketHeader& header, const char* buf, unsigned size, unsigned& consumed)                      \
+        : PacketOf(header, buf, size, consumed, header.TraceCode()) {}
+/// Compiles a kind: what QUORVEX_KIND declares, and what the factory does with it.
+#define QUORVEX_COMPILE_KIND(Name)                                                                                     \
+    C##Name::C##Name() : Above(kCode) {}                                                                               \
+    C##Name::C##Name(const CPacketHeader& header, std::istream& in) : Above(header, in, kCode) {}                      \
+    C##Name::C##Name(const CPacketHeader& header, const char* buf, unsigned size, unsigned& consumed)                  \
+        : Above(header, buf, size, consumed, kCode) {}                                                                 \
+    template struct KindFunctions<C##Name>;
+/// Compiles an absolute kind with its relative form.
 #define QUORVEX_COMPILE_PAIR(Name)                                                                                     \
-    template struct KindFunctions<C##Name>;                                                                            \
-    template struct KindFunctions<CRel##Name>;                                                                         \
+    QUORVEX_COMPILE_KIND(Name)                                                                                         \
+    QUORVEX_COMPILE_KIND(Rel##Name)                                                                                    \
     template struct PairFunctions<C##Name, CRel##Name>;

@@ -130,6 +130,17 @@ template class PacketOf<kRelProcessDefineRules, CRelProcessBase, CProcessDefineP
 template class PacketOf<kRelTypeDefineRules, CRelTypeBase, CTypeDefinePayload>;
 template class PacketOf<kRelVariableDefineRules, CRelVariableBase, CVariableDefinePayload>;
 
+QUORVEX_COMPILE_BASE(CFunctionBase)
+QUORVEX_COMPILE_BASE(CProcessBase)
+QUORVEX_COMPILE_BASE(CTypeBase)
+QUORVEX_COMPILE_BASE(CVariableBase)
+QUORVEX_COMPILE_BASE(CVariableAccBase)
+QUORVEX_COMPILE_BASE(CRelFunctionBase)
+QUORVEX_COMPILE_BASE(CRelProcessBase)
+QUORVEX_COMPILE_BASE(CRelTypeBase)
+QUORVEX_COMPILE_BASE(CRelVariableBase)
+QUORVEX_COMPILE_BASE(CRelVariableAccBase)
+
 QUORVEX_COMPILE_PAIR(FunctionDefine)
 QUORVEX_COMPILE_PAIR(FunctionUndefine)
 QUORVEX_COMPILE_PAIR(FunctionEnter)

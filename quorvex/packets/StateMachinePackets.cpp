@@ -39,6 +39,8 @@ template class PacketOf<kTransitionDefineRules, CStateMachineBase, CTransitionDe
 template class PacketOf<kInitialStateRules, CStateMachineBase, CInitialStatePayload>;
 template class PacketOf<kTransitionRules, CStateMachineBase, CTransitionPayload>;
 
+QUORVEX_COMPILE_BASE(CStateMachineBase)
+
 QUORVEX_COMPILE_KIND(StateMachineDefine)
 QUORVEX_COMPILE_KIND(StateMachineInstanceDefine)
 QUORVEX_COMPILE_KIND(StateDefine)

@@ -505,6 +505,6 @@ template <> CPacket* KindFunctions<CCharString>::copy(const CPacket& packet) {
     return text ? new CCharString(*text) : nullptr;
 }
 
-QUORVEX_COMPILE_KIND(CharString)
+template struct KindFunctions<CCharString>;
 
 } // namespace Quorvex
