@@ -1,18 +1,31 @@
 #include "quorvex/factory/PacketSequence.h"
 
 #include <cassert>
+#include <mutex>
 
 namespace Quorvex {
 
-CPacketSequence::CPacketSequence(const CPacketSequence& other) {
+struct CPacketSequence::Lock : std::recursive_mutex {};
+
+CPacketSequence::CPacketSequence() : m_lock(std::make_shared<Lock>()) {}
+
+CPacketSequence::CPacketSequence(const CPacketSequence& other) : CPacketSequence() {
     const std::lock_guard hold(other);
     m_packets = other.m_packets;
 }
 
 CPacketSequence::~CPacketSequence() = default;
 
+void CPacketSequence::lock() const {
+    m_lock->lock();
+}
+
+void CPacketSequence::unlock() const {
+    m_lock->unlock();
+}
+
 void CPacketSequence::push(CPacket* const& packet) {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     m_packets.push_back(packet);
 }
 
@@ -21,7 +34,7 @@ void CPacketSequence::pop() {
 }
 
 CPacket* CPacketSequence::get() {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     if (m_packets.empty())
         return nullptr;
     CPacket* packet = m_packets.front();
@@ -30,71 +43,71 @@ CPacket* CPacketSequence::get() {
 }
 
 CPacket*& CPacketSequence::front() {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     assert(!m_packets.empty());
     return m_packets.front();
 }
 
 CPacket* const& CPacketSequence::front() const {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     assert(!m_packets.empty());
     return m_packets.front();
 }
 
 CPacket*& CPacketSequence::back() {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     assert(!m_packets.empty());
     return m_packets.back();
 }
 
 CPacket* const& CPacketSequence::back() const {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     assert(!m_packets.empty());
     return m_packets.back();
 }
 
 CPacketSequence::iterator CPacketSequence::begin() {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.begin();
 }
 
 CPacketSequence::const_iterator CPacketSequence::begin() const {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.begin();
 }
 
 CPacketSequence::iterator CPacketSequence::end() {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.end();
 }
 
 CPacketSequence::const_iterator CPacketSequence::end() const {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.end();
 }
 
 void CPacketSequence::assign(const_iterator first, const_iterator last) {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     m_packets.assign(first, last);
 }
 
 CPacketSequence::iterator CPacketSequence::insert(const_iterator position, CPacket* const& packet) {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.insert(position, packet);
 }
 
 CPacketSequence::iterator CPacketSequence::insert(const_iterator position, const_iterator first, const_iterator last) {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.insert(position, first, last);
 }
 
 CPacketSequence::iterator CPacketSequence::erase(const_iterator position) {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.erase(position);
 }
 
 CPacketSequence::iterator CPacketSequence::erase(const_iterator first, const_iterator last) {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.erase(first, last);
 }
 
@@ -106,7 +119,7 @@ bool CPacketSequence::merge(CPacketSequence& other) {
 }
 
 bool CPacketSequence::move_to(std::list<CPacket*>& list) {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     if (m_packets.empty())
         return false;
     list.splice(list.end(), m_packets);
@@ -114,23 +127,23 @@ bool CPacketSequence::move_to(std::list<CPacket*>& list) {
 }
 
 bool CPacketSequence::splice(std::list<CPacket*>& list) {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     m_packets.splice(m_packets.end(), list);
     return list.empty();
 }
 
 void CPacketSequence::clear() {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     m_packets.clear();
 }
 
 bool CPacketSequence::empty() const {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return m_packets.empty();
 }
 
 unsigned CPacketSequence::size() const {
-    const std::lock_guard hold(m_lock);
+    const std::lock_guard hold(*m_lock);
     return static_cast<unsigned>(m_packets.size());
 }
 

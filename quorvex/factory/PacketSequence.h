@@ -4,7 +4,7 @@
 #include "quorvex/platform/Export.h"
 
 #include <list>
-#include <mutex>
+#include <memory>
 
 namespace Quorvex {
 
@@ -21,7 +21,7 @@ public:
     using iterator = std::list<CPacket*>::iterator;
     using const_iterator = std::list<CPacket*>::const_iterator;
 
-    CPacketSequence() = default;
+    CPacketSequence();
     CPacketSequence(const CPacketSequence& other);
     CPacketSequence& operator=(const CPacketSequence&) = delete;
     virtual ~CPacketSequence();
@@ -59,12 +59,14 @@ public:
     bool empty() const;
     unsigned size() const;
 
-    void lock() const { m_lock.lock(); }
-    void unlock() const { m_lock.unlock(); }
+    void lock() const;
+    void unlock() const;
 
 private:
+    struct Lock;
+
     std::list<CPacket*> m_packets;
-    mutable std::recursive_mutex m_lock;
+    std::shared_ptr<Lock> m_lock;
 };
 
 } // namespace Quorvex

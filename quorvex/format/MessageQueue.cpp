@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <mutex>
 
 namespace {
 
@@ -36,9 +37,22 @@ std::shared_ptr<CMessage> CMessage::create() const {
     return std::make_shared<CMessage>(*this);
 }
 
+// Not a recursive one: a forked child may only unlock what knows no owner.
+struct CMessageQueue::Lock : std::mutex {};
+
+CMessageQueue::CMessageQueue() : m_lock(std::make_shared<Lock>()) {}
+
+void CMessageQueue::lock() {
+    m_lock->lock();
+}
+
+void CMessageQueue::unlock() {
+    m_lock->unlock();
+}
+
 void CMessageQueue::push(tagEMessageLevel level, const ATL::CComBSTR& origin, const ATL::CComBSTR& message) {
     Entries entry{std::make_shared<CMessage>(level, origin, message)};
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     m_messages.splice(m_messages.end(), entry);
 }
 
@@ -54,14 +68,14 @@ std::deque<std::shared_ptr<CMessage>> CMessageQueue::pop(unsigned count) {
 
 CMessageQueue::Entries CMessageQueue::take(std::size_t count) {
     Entries taken;
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     const auto end = std::next(m_messages.begin(), static_cast<std::ptrdiff_t>(std::min(count, m_messages.size())));
     taken.splice(taken.end(), m_messages, m_messages.begin(), end);
     return taken;
 }
 
 unsigned CMessageQueue::size() const {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     return static_cast<unsigned>(m_messages.size());
 }
 

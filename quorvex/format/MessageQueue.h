@@ -7,7 +7,6 @@
 #include <deque>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 
 /// How grave a logged message is. The library itself uses these two; other values pass through.
@@ -41,6 +40,10 @@ private:
 /// the lock: the allocator of a program that is recorded may itself have something to report.
 class QUORVEX_API CMessageQueue {
 public:
+    CMessageQueue();
+    CMessageQueue(const CMessageQueue&) = delete;
+    CMessageQueue& operator=(const CMessageQueue&) = delete;
+
     void push(tagEMessageLevel level, const ATL::CComBSTR& origin, const ATL::CComBSTR& message);
     /// The oldest message, taken out; empty when there is none.
     std::shared_ptr<CMessage> pop();
@@ -55,17 +58,17 @@ public:
     static bool ensureInstance();
 
     /// Holds all operations off, for what must see the log at rest, as a fork of the process.
-    void lock() { m_lock.lock(); }
-    void unlock() { m_lock.unlock(); }
+    void lock();
+    void unlock(); ///< lets them go on
 
 private:
+    struct Lock;
     using Entries = std::list<std::shared_ptr<CMessage>>;
 
     /// Up to so many of the oldest.
     Entries take(std::size_t count);
 
-    // Not a recursive one: a forked child may only unlock what knows no owner.
-    mutable std::mutex m_lock;
+    std::shared_ptr<Lock> m_lock;
     Entries m_messages;
 };
 

@@ -3,6 +3,7 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
 
+#include <mutex>
 #include <string>
 
 namespace Quorvex {

@@ -3,6 +3,7 @@
 #include "quorvex/platform/Attempt.h"
 
 #include <istream>
+#include <mutex>
 
 namespace Quorvex {
 
@@ -20,8 +21,13 @@ template <class Step> void guarded(Step&& step) {
 
 } // namespace
 
+struct CTraceSourceBufferStream::Lock : std::recursive_mutex {};
+
+CTraceSourceBufferStream::CTraceSourceBufferStream(std::istream& stream)
+    : m_stream(stream), m_lock(std::make_shared<Lock>()) {}
+
 bool CTraceSourceBufferStream::read(char* dst, unsigned count, unsigned& got) {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     got = 0;
     if (count == 0)
         return true;
@@ -34,13 +40,13 @@ bool CTraceSourceBufferStream::read(char* dst, unsigned count, unsigned& got) {
 }
 
 bool CTraceSourceBufferStream::read(char* dst, unsigned count, std::uint64_t position, unsigned& got) {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     got = 0;
     return seek(position) && read(dst, count, got);
 }
 
 bool CTraceSourceBufferStream::seek(std::uint64_t position) {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     guarded([&] {
         const std::istream::pos_type target(static_cast<std::streamoff>(position));
         if (m_stream.tellg() != target && m_stream.seekg(target))
@@ -57,13 +63,13 @@ std::int64_t CTraceSourceBufferStream::place() {
 }
 
 std::uint64_t CTraceSourceBufferStream::tell() {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     const std::streamoff position = place();
     return position < 0 ? 0 : static_cast<std::uint64_t>(position);
 }
 
 std::uint64_t CTraceSourceBufferStream::size() {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     std::streamoff end = -1;
     guarded([&] {
         const std::istream::pos_type current = m_stream.tellg();
@@ -81,17 +87,17 @@ std::uint64_t CTraceSourceBufferStream::size() {
 }
 
 bool CTraceSourceBufferStream::eof() {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     return m_stream.eof();
 }
 
 bool CTraceSourceBufferStream::good() {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     return m_stream.good();
 }
 
 void CTraceSourceBufferStream::clear() {
-    const std::lock_guard lock(m_lock);
+    const std::lock_guard lock(*m_lock);
     guarded([&] {
         const bool isElsewhere = m_stream.bad() && m_next >= 0;
         const std::istream::pos_type next(m_next);

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 #include <iosfwd>
-#include <mutex>
+#include <memory>
 
 namespace Quorvex {
 
@@ -12,7 +12,8 @@ namespace Quorvex {
 /// second thread may ask for position and size while one reads.
 class QUORVEX_API CTraceSourceBufferStream : public CTraceSourceBuffer {
 public:
-    explicit CTraceSourceBufferStream(std::istream& stream) : m_stream(stream) {}
+    explicit CTraceSourceBufferStream(std::istream& stream);
+    CTraceSourceBufferStream(const CTraceSourceBufferStream&) = delete;
 
     bool read(char* dst, unsigned count, std::uint64_t position, unsigned& got) override;
     bool read(char* dst, unsigned count, unsigned& got) override;
@@ -30,11 +31,13 @@ protected:
     std::uint64_t tell();              ///< where the next byte comes from
 
 private:
+    struct Lock;
+
     std::int64_t place(); ///< the same; -1 where the stream does not tell
 
     std::istream& m_stream;
     std::int64_t m_next = -1; ///< behind what the last read gave
-    std::recursive_mutex m_lock;
+    std::shared_ptr<Lock> m_lock;
 };
 
 } // namespace Quorvex
