@@ -196,11 +196,11 @@ void TraceFile::openBinary() {
     if (m_isRegular)
         m_open = openAt(m_end, m_contexts);
     else
-        m_open = std::make_shared<Binary>(std::make_unique<CTraceSourceBufferStream>(m_input->stream()), 0, m_contexts);
+        m_open = std::make_shared<Binary>(std::make_shared<CTraceSourceBufferStream>(m_input->stream()), 0, m_contexts);
 }
 
-std::unique_ptr<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {
-    auto file = std::make_unique<PortionedFile>(m_portion);
+std::shared_ptr<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {
+    auto file = std::make_shared<PortionedFile>(m_portion);
     unsigned got = 0;
     if (!file->open(name().c_str()))
         fail(platform::errorText(file->error()));
@@ -208,7 +208,7 @@ std::unique_ptr<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, con
     if (!file->good())
         failToRead();
     const bool isJoined = file->is_joined();
-    auto open = std::make_unique<Binary>(std::move(file), position, contexts);
+    auto open = std::make_shared<Binary>(std::move(file), position, contexts);
     open->isJoined = isJoined;
     return open;
 }
@@ -299,7 +299,8 @@ void TraceFile::walkRest(detail::PartsWork& work, const TraceShares& shares, con
         openBinary();
     // The end of a trace that stands in a page file may be on its way into the trace.
     const std::uint64_t size = m_isRegular && !m_open->isJoined ? m_open->source->size() : 0;
-    const auto open = [this](std::uint64_t position, const CContexts& contexts) { return openAt(position, contexts); };
+    const OpensTraceBy open(
+        [this](std::uint64_t position, const CContexts& contexts) { return openAt(position, contexts); });
     const TraceWalk walk = detail::walkInParts(*m_open, size, open, work, shares);
     m_signs = signs;
     finish(walk);

@@ -109,7 +109,7 @@ private:
     /// Opens a file that is known to be a trace, where the last packet has ended.
     void openBinary();
     /// Opens a regular file that is known to be a trace at a position.
-    std::unique_ptr<Binary> openAt(std::uint64_t position, const CContexts& contexts) const;
+    std::shared_ptr<Binary> openAt(std::uint64_t position, const CContexts& contexts) const;
     [[noreturn]] void fail(std::string reason) const;
     [[noreturn]] void failToRead() const;
     PacketPointer nextOfTable();

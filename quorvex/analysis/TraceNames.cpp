@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 #include <type_traits>
+#include <vector>
 
 namespace Quorvex {
 
@@ -109,6 +111,18 @@ std::optional<Subject> subjectOf(const CPacket& packet) {
     return subject;
 }
 
+struct CTraceNames::Numbers {
+    std::map<std::tuple<unsigned, TextSort, std::uint64_t>, std::uint64_t> numbers;  ///< of what a process has named
+    std::map<std::tuple<TextSort, std::uint64_t, std::string>, std::uint64_t> named; ///< by identifier and name
+    std::map<Key, std::uint64_t> ids;      ///< behind numbers that are not the identifiers
+    std::map<Key, std::uint64_t> lastNews; ///< the last number of nobody's, by sort and state machine
+    std::vector<bool> apart;               ///< processes that are not the first one
+};
+
+CTraceNames::CTraceNames() : m_numbers(std::make_shared<Numbers>()) {}
+
+CTraceNames::~CTraceNames() = default;
+
 bool CTraceNames::note(const CPacket& packet, unsigned process) {
     if (factsOf(packet.TraceCode()).role != Role::Definition)
         return true;
@@ -119,9 +133,9 @@ bool CTraceNames::note(const CPacket& packet, unsigned process) {
 
 bool CTraceNames::give(unsigned process, Key key, std::string_view text) {
     const auto [sort, id] = key;
-    const auto [own, isFirst] = m_numbers.try_emplace({process, sort, id}, id);
+    const auto [own, isFirst] = m_numbers->numbers.try_emplace({process, sort, id}, id);
     const auto [at, isNew] = m_names.try_emplace({sort, own->second}, Name{std::string(text), process, 1});
-    const auto [named, isNewText] = m_named.try_emplace({sort, id, std::string(text)}, own->second);
+    const auto [named, isNewText] = m_numbers->named.try_emplace({sort, id, std::string(text)}, own->second);
     Name& name = at->second;
     if (isNew)
         return true;
@@ -132,14 +146,14 @@ bool CTraceNames::give(unsigned process, Key key, std::string_view text) {
     if (isFirst) {
         // Another process means something else by it.
         if (isOfSame(process, name.process)) {
-            m_apart.resize(std::max<std::size_t>(m_apart.size(), process + 1));
-            m_apart[process] = true;
+            m_numbers->apart.resize(std::max<std::size_t>(m_numbers->apart.size(), process + 1));
+            m_numbers->apart[process] = true;
         }
     } else if (isNewText && name.users == 1) {
         // It is this process's own.
-        const auto old = m_named.find({sort, id, name.text});
-        if (old != m_named.end() && old->second == own->second)
-            m_named.erase(old);
+        const auto old = m_numbers->named.find({sort, id, name.text});
+        if (old != m_numbers->named.end() && old->second == own->second)
+            m_numbers->named.erase(old);
         name.text = text;
         return false;
     } else {
@@ -161,36 +175,39 @@ CTraceNames::Key CTraceNames::keyOf(TextSort sort, std::uint64_t id, unsigned pr
 }
 
 bool CTraceNames::isOfSame(unsigned one, unsigned other) const {
-    const auto isApart = [this](unsigned process) { return process < m_apart.size() && m_apart[process]; };
+    const auto isApart = [this](unsigned process) {
+        return process < m_numbers->apart.size() && m_numbers->apart[process];
+    };
     return one == other || (!isApart(one) && !isApart(other));
 }
 
 std::uint64_t CTraceNames::newNumber(Key key) {
     const std::uint64_t rest = key.second & ~kPart;
     // They are given away from the top down.
-    std::uint64_t& number = m_lastNews.try_emplace(Key(key.first, rest), rest | kPart).first->second;
+    std::uint64_t& number = m_numbers->lastNews.try_emplace(Key(key.first, rest), rest | kPart).first->second;
     do {
         --number;
     } while (m_names.contains({key.first, number}));
-    m_ids.emplace(Key(key.first, number), key.second);
+    m_numbers->ids.emplace(Key(key.first, number), key.second);
+    m_hasOwn = true;
     return number;
 }
 
 std::uint64_t CTraceNames::ownNumberOf(TextSort sort, std::uint64_t id, unsigned process) {
     const Key key = keyOf(sort, id, process);
-    const auto own = m_numbers.find({process, sort, key.second});
-    if (own != m_numbers.end())
+    const auto own = m_numbers->numbers.find({process, sort, key.second});
+    if (own != m_numbers->numbers.end())
         return own->second;
     const auto named = m_names.find(key);
     if (named == m_names.end() || isOfSame(process, named->second.process))
         return key.second;
     // What others have named means nothing here.
-    return m_numbers[{process, sort, key.second}] = newNumber(key);
+    return m_numbers->numbers[{process, sort, key.second}] = newNumber(key);
 }
 
 std::uint64_t CTraceNames::idOf(TextSort sort, std::uint64_t number) const {
-    const auto at = m_ids.find({sort, number});
-    return at == m_ids.end() ? number : at->second;
+    const auto at = m_numbers->ids.find({sort, number});
+    return at == m_numbers->ids.end() ? number : at->second;
 }
 
 const std::string& CTraceNames::name(TextSort sort, std::uint64_t number) const {

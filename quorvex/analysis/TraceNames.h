@@ -7,12 +7,11 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
-#include <vector>
 
 namespace Quorvex {
 
@@ -58,6 +57,11 @@ class QUORVEX_API CTraceNames {
 public:
     using Key = std::pair<TextSort, std::uint64_t>; ///< sort and number
 
+    CTraceNames();
+    CTraceNames(const CTraceNames&) = delete;
+    CTraceNames& operator=(const CTraceNames&) = delete;
+    ~CTraceNames();
+
     /// The id of what is numbered within a state machine.
     static constexpr std::uint64_t pair(std::uint32_t machine, std::uint32_t id) {
         return std::uint64_t{machine} << 32 | id;
@@ -68,7 +72,7 @@ public:
     bool note(const CPacket& packet, unsigned process = 0);
     /// The number of what a process calls by that identifier: nearly always the identifier itself.
     std::uint64_t numberOf(TextSort sort, std::uint64_t id, unsigned process = 0) {
-        return m_ids.empty() ? id : ownNumberOf(sort, id, process);
+        return m_hasOwn ? ownNumberOf(sort, id, process) : id;
     }
     /// The identifier behind a number.
     std::uint64_t idOf(TextSort sort, std::uint64_t number) const;
@@ -85,6 +89,8 @@ public:
     const std::map<Key, Name>& all() const { return m_names; }
 
 private:
+    struct Numbers;
+
     bool give(unsigned process, Key key, std::string_view text);
     /// The identifier with the number of its state machine, if it is of one.
     Key keyOf(TextSort sort, std::uint64_t id, unsigned process);
@@ -94,11 +100,8 @@ private:
     bool isOfSame(unsigned one, unsigned other) const;
 
     std::map<Key, Name> m_names;
-    std::map<std::tuple<unsigned, TextSort, std::uint64_t>, std::uint64_t> m_numbers;  ///< of what a process has named
-    std::map<std::tuple<TextSort, std::uint64_t, std::string>, std::uint64_t> m_named; ///< by identifier and name
-    std::map<Key, std::uint64_t> m_ids;      ///< behind numbers that are not the identifiers
-    std::map<Key, std::uint64_t> m_lastNews; ///< the last number of nobody's, by sort and state machine
-    std::vector<bool> m_apart;               ///< processes that are not the first one
+    std::shared_ptr<Numbers> m_numbers; ///< owned alone
+    bool m_hasOwn = false;              ///< some numbers are not the identifiers
 };
 
 } // namespace Quorvex

@@ -13,6 +13,8 @@ namespace Quorvex {
 
 TraceAt::~TraceAt() = default;
 
+OpensTrace::~OpensTrace() = default;
+
 TraceWalk TraceWalk::of(const TraceAt& trace) {
     const CTraceCursor& cursor = trace.cursor;
     const bool hasFailed = trace.source && !trace.source->good() && !trace.source->eof();
@@ -76,8 +78,8 @@ std::vector<Part> partsOf(std::uint64_t begin, std::uint64_t size, const TraceSh
 }
 
 /// Walks through a part ahead of the whole, if it seems to begin with a packet.
-bool walkAhead(std::size_t number, Part& part, const OpenTraceAt& open, PartsWork& work) {
-    const auto at = open(part.begin - kPageSize, CContexts());
+bool walkAhead(std::size_t number, Part& part, const OpensTrace& open, PartsWork& work) {
+    const auto at = open.at(part.begin - kPageSize, CContexts());
     CTraceCursor& cursor = at->cursor;
     while (cursor.end() < part.begin && cursor.next()) {
     }
@@ -92,7 +94,7 @@ bool walkAhead(std::size_t number, Part& part, const OpenTraceAt& open, PartsWor
 /// Walks through parts ahead of the whole, in several threads. What fails is left to the walk through the whole.
 class Ahead {
 public:
-    Ahead(std::vector<Part>& parts, const OpenTraceAt& open, PartsWork& work, unsigned threads)
+    Ahead(std::vector<Part>& parts, const OpensTrace& open, PartsWork& work, unsigned threads)
         : m_parts(parts), m_open(open), m_work(work) {
         attempt([&] { // fewer do as well
             for (std::size_t i = 1; i < threads && i < parts.size(); ++i)
@@ -115,7 +117,7 @@ private:
     }
 
     std::vector<Part>& m_parts;
-    const OpenTraceAt& m_open;
+    const OpensTrace& m_open;
     PartsWork& m_work;
     std::atomic<std::size_t> m_next = 1;
     std::vector<std::future<void>> m_threads;
@@ -123,7 +125,7 @@ private:
 
 } // namespace
 
-TraceWalk walkInParts(TraceAt& first, std::uint64_t size, const OpenTraceAt& open, PartsWork& work,
+TraceWalk walkInParts(TraceAt& first, std::uint64_t size, const OpensTrace& open, PartsWork& work,
                       const TraceShares& shares) {
     const unsigned threads = shares.threads > 0 ? shares.threads : std::thread::hardware_concurrency();
     std::vector<Part> parts = partsOf(first.cursor.end(), size, shares, std::max(threads, 1U));
@@ -142,7 +144,7 @@ TraceWalk walkInParts(TraceAt& first, std::uint64_t size, const OpenTraceAt& ope
         } else {
             work.drop(i);
             if (whole.end < part.end) {
-                const auto at = open(whole.end, whole.contexts);
+                const auto at = open.at(whole.end, whole.contexts);
                 walkTo(part.end, *at, walkWhole);
                 goOn(whole, TraceWalk::of(*at));
             }
@@ -153,10 +155,10 @@ TraceWalk walkInParts(TraceAt& first, std::uint64_t size, const OpenTraceAt& ope
 }
 
 TraceWalk walkInParts(std::string_view trace, PartsWork& work, const TraceShares& shares) {
-    const auto open = [trace](std::uint64_t position, const CContexts& contexts) {
-        return std::make_unique<TraceAt>(trace.substr(static_cast<std::size_t>(position)), position, contexts);
-    };
-    return walkInParts(*open(0, CContexts()), trace.size(), open, work, shares);
+    const OpensTraceBy open([trace](std::uint64_t position, const CContexts& contexts) {
+        return std::make_shared<TraceAt>(trace.substr(static_cast<std::size_t>(position)), position, contexts);
+    });
+    return walkInParts(*open.at(0, CContexts()), trace.size(), open, work, shares);
 }
 
 TraceWalk walkInParts(const CTraceSourceBufferMapped& trace, PartsWork& work, const TraceShares& shares) {
@@ -173,10 +175,10 @@ TraceWalk walkInParts(const CTraceSourceBufferMapped& trace, PartsWork& work, co
         const CTraceSourceBufferMapped& mapped;
         std::uint64_t from;
     };
-    const auto open = [&trace](std::uint64_t position, const CContexts& contexts) {
-        return std::make_unique<MappedAt>(trace, position, contexts);
-    };
-    return walkInParts(*open(0, CContexts()), trace.bytes().size(), open, work, shares);
+    const OpensTraceBy open([&trace](std::uint64_t position, const CContexts& contexts) {
+        return std::make_shared<MappedAt>(trace, position, contexts);
+    });
+    return walkInParts(*open.at(0, CContexts()), trace.bytes().size(), open, work, shares);
 }
 
 } // namespace detail

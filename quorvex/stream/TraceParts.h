@@ -26,7 +26,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -50,12 +49,12 @@ struct QUORVEX_API TraceAt {
     /// As the cursor of these is made.
     TraceAt(std::string_view bytes, std::uint64_t position, const CContexts& contexts)
         : cursor(bytes, position, contexts) {}
-    TraceAt(std::unique_ptr<CTraceSourceBuffer> bytes, std::uint64_t position, const CContexts& contexts)
+    TraceAt(std::shared_ptr<CTraceSourceBuffer> bytes, std::uint64_t position, const CContexts& contexts)
         : source(std::move(bytes)), cursor(*source, position, contexts) {}
     virtual ~TraceAt();
     virtual void passed() {} ///< what the cursor has passed is not needed any more
 
-    std::unique_ptr<CTraceSourceBuffer> source; ///< null where the bytes are in memory
+    std::shared_ptr<CTraceSourceBuffer> source; ///< null where the bytes are in memory
     CTraceCursor cursor;
 };
 
@@ -72,7 +71,22 @@ struct TraceWalk {
 };
 
 /// Opens a trace at a position, with what relative packets are relative to there. Called by several threads at once.
-using OpenTraceAt = std::function<std::unique_ptr<TraceAt>(std::uint64_t position, const CContexts& contexts)>;
+class QUORVEX_API OpensTrace {
+public:
+    virtual ~OpensTrace();
+    virtual std::shared_ptr<TraceAt> at(std::uint64_t position, const CContexts& contexts) const = 0; ///< never null
+};
+/// By a function that is called with the two.
+template <class Open> class OpensTraceBy final : public OpensTrace {
+public:
+    explicit OpensTraceBy(Open open) : m_open(std::move(open)) {}
+    std::shared_ptr<TraceAt> at(std::uint64_t position, const CContexts& contexts) const override {
+        return m_open(position, contexts);
+    }
+
+private:
+    Open m_open;
+};
 
 namespace detail {
 
@@ -118,7 +132,7 @@ private:
 };
 
 /// Walks from where `first` stands to the end of a trace of about that size; of size 0, with `first` alone.
-QUORVEX_API TraceWalk walkInParts(TraceAt& first, std::uint64_t size, const OpenTraceAt& open, PartsWork& work,
+QUORVEX_API TraceWalk walkInParts(TraceAt& first, std::uint64_t size, const OpensTrace& open, PartsWork& work,
                                   const TraceShares& shares);
 QUORVEX_API TraceWalk walkInParts(std::string_view trace, PartsWork& work, const TraceShares& shares);
 QUORVEX_API TraceWalk walkInParts(const CTraceSourceBufferMapped& trace, PartsWork& work, const TraceShares& shares);
