@@ -137,7 +137,7 @@ struct CallTimes::Reading {
 
     FunctionTimes& timesOf(const Thread& thread, std::uint32_t id) {
         const std::uint64_t number = names.numberOf(TextSort::Function, id, process);
-        return to.m_times[to.m_byThread ? Key{thread.number, process, number} : Key{0, 0, number}];
+        return (*to.m_times)[to.m_byThread ? Key{thread.number, process, number} : Key{0, 0, number}];
     }
 
     /// Ends what is open.
@@ -164,6 +164,11 @@ struct CallTimes::Reading {
     Thread* last = nullptr;
     std::uint64_t lastKey = 0;
 };
+
+CallTimes::CallTimes(bool byThread, Window window)
+    : m_byThread(byThread), m_window(window), m_times(platform::makeOwned<Times>()) {}
+
+CallTimes::~CallTimes() = default;
 
 void CallTimes::read(TraceFile& trace, CTraceNames& names, std::uint32_t process) {
     Reading reading{*this, names, process};

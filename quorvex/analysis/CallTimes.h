@@ -3,6 +3,7 @@
 #include "quorvex/analysis/Durations.h"
 #include "quorvex/format/Fields.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 
 #include <compare>
 #include <cstdint>
@@ -46,17 +47,18 @@ public:
     };
 
     /// With `byThread`, functions are told apart by threads.
-    CallTimes(bool byThread, Window window) : m_byThread(byThread), m_window(window) {}
+    CallTimes(bool byThread, Window window);
     explicit CallTimes(bool byThread = false) : CallTimes(byThread, Window()) {}
     CallTimes(const CallTimes&) = delete;
     CallTimes& operator=(const CallTimes&) = delete;
+    ~CallTimes();
 
     /// Reads a trace to its end and adds what it tells: the names it gives, as those of a process, to `names`. Ticks
     /// are taken as they are. Throws what TraceFile throws; what had been read before that is added.
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
 
     using Times = std::map<Key, FunctionTimes>;
-    const Times& times() const { return m_times; } ///< of what has been read
+    const Times& times() const { return *m_times; } ///< of what has been read
 
     std::uint64_t strayLeaves() const { return m_strayLeaves; } ///< leaves of what had not been entered
     std::uint64_t hiddenCalls() const { return m_hiddenCalls; } ///< calls that were too deep to be told apart
@@ -72,7 +74,7 @@ private:
 
     bool m_byThread;
     Window m_window;
-    Times m_times;
+    platform::Owned<Times> m_times;
     std::uint64_t m_strayLeaves = 0;
     std::uint64_t m_hiddenCalls = 0;
     std::uint64_t m_first = kUnknown64;

@@ -243,7 +243,7 @@ Merged::~Merged() = default;
 
 void Merged::add(std::unique_ptr<TraceFile> trace) {
     trace->pause(); // there may be more of them than can be open
-    m_sources.push_back(std::make_unique<Source>(std::move(trace)));
+    m_sources.push_back(platform::makeOwned<Source>(std::move(trace)));
 }
 
 void Merged::begin() {

@@ -2,6 +2,7 @@
 
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -59,7 +60,7 @@ private:
     /// The source's next packet, which is ready.
     PacketPointer take(std::size_t index);
 
-    std::vector<std::unique_ptr<Source>> m_sources;
+    std::vector<platform::Owned<Source>> m_sources;
     /// The sources that have a packet, by its tick, then in the order of the files.
     using Turn = std::pair<std::uint64_t, std::size_t>;
     std::vector<Turn> m_turns; ///< a heap, the next one first

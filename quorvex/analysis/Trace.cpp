@@ -128,7 +128,7 @@ struct Trace::Reading {
     }
 };
 
-Trace::Trace(const std::vector<FileName>& files, TraceOptions options) : m_reading(std::make_shared<Reading>()) {
+Trace::Trace(const std::vector<FileName>& files, TraceOptions options) : m_reading(platform::makeOwned<Reading>()) {
     m_reading->options = options;
     for (const FileName& file : files)
         m_reading->merged.add(std::make_unique<TraceFile>(file.text()));

@@ -13,6 +13,7 @@
 
 #include "quorvex/analysis/TraceReport.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 
 #include <concepts>
 #include <cstddef>
@@ -176,7 +177,7 @@ private:
     /// Reads the next packet; false at the end.
     bool read();
 
-    std::shared_ptr<Reading> m_reading;
+    platform::Owned<Reading> m_reading;
     TracePacket m_packet;
 };
 

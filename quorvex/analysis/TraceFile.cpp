@@ -160,7 +160,7 @@ void TraceFile::failToRead() const {
 void TraceFile::open() {
     const FileStatus status = m_stream ? FileStatus() : FileStatus::of(name());
     m_isRegular = status.sort == FileStatus::Regular;
-    m_input = std::make_shared<Input>();
+    m_input = platform::makeOwned<Input>();
     if (status.sort == FileStatus::Directory)
         fail(platform::errorText(EISDIR));
     if (!m_stream && !m_input->open(name()))
@@ -175,7 +175,7 @@ void TraceFile::open() {
     case FileKind::Table:
         if (m_isRegular)
             m_input->rewind();
-        m_table = std::make_shared<Table>(m_input->stream());
+        m_table = platform::makeOwned<Table>(m_input->stream());
         break;
     case FileKind::PageFile:
         fail(name().ends_with(".page") ? "is the page file of a trace, which is " + name().substr(0, name().rfind('.'))
@@ -196,11 +196,12 @@ void TraceFile::openBinary() {
     if (m_isRegular)
         m_open = openAt(m_end, m_contexts);
     else
-        m_open = std::make_shared<Binary>(std::make_shared<CTraceSourceBufferStream>(m_input->stream()), 0, m_contexts);
+        m_open = platform::makeOwned<Binary>(platform::makeOwned<CTraceSourceBufferStream>(m_input->stream()), 0,
+                                             m_contexts);
 }
 
-std::shared_ptr<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {
-    auto file = std::make_shared<PortionedFile>(m_portion);
+platform::Owned<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {
+    auto file = platform::makeOwned<PortionedFile>(m_portion);
     unsigned got = 0;
     if (!file->open(name().c_str()))
         fail(platform::errorText(file->error()));
@@ -208,7 +209,7 @@ std::shared_ptr<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, con
     if (!file->good())
         failToRead();
     const bool isJoined = file->is_joined();
-    auto open = std::make_shared<Binary>(std::move(file), position, contexts);
+    auto open = platform::makeOwned<Binary>(std::move(file), position, contexts);
     open->isJoined = isJoined;
     return open;
 }

@@ -3,6 +3,7 @@
 #include "quorvex/analysis/TraceReport.h"
 #include "quorvex/format/Packet.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 #include "quorvex/stream/TraceCursor.h"
 #include "quorvex/stream/TraceParts.h"
 #include "quorvex/stream/TraceTextReader.h"
@@ -109,7 +110,7 @@ private:
     /// Opens a file that is known to be a trace, where the last packet has ended.
     void openBinary();
     /// Opens a regular file that is known to be a trace at a position.
-    std::shared_ptr<Binary> openAt(std::uint64_t position, const CContexts& contexts) const;
+    platform::Owned<Binary> openAt(std::uint64_t position, const CContexts& contexts) const;
     [[noreturn]] void fail(std::string reason) const;
     [[noreturn]] void failToRead() const;
     PacketPointer nextOfTable();
@@ -125,9 +126,9 @@ private:
 
     TraceReport m_report;
     std::istream* m_stream;                 ///< that is read in place of a file, or null
-    std::shared_ptr<Input> m_input;         ///< the open file, but for a trace in a regular one
-    std::shared_ptr<Binary> m_open;         ///< the open trace; null while paused, and at the end
-    std::shared_ptr<Table> m_table;         ///< of a table, its reader
+    platform::Owned<Input> m_input;         ///< the open file, but for a trace in a regular one
+    platform::Owned<Binary> m_open;         ///< the open trace; null while paused, and at the end
+    platform::Owned<Table> m_table;         ///< of a table, its reader
     const CTraceCursor* m_cursor = nullptr; ///< that of either
     TraceDamage m_before;                   ///< what had been stepped over before the last pause,
     CContexts m_contexts;                   ///< and what relative packets were relative to

@@ -119,7 +119,7 @@ struct CTraceNames::Numbers {
     std::vector<bool> apart;               ///< processes that are not the first one
 };
 
-CTraceNames::CTraceNames() : m_numbers(std::make_shared<Numbers>()) {}
+CTraceNames::CTraceNames() : m_numbers(platform::makeOwned<Numbers>()) {}
 
 CTraceNames::~CTraceNames() = default;
 

@@ -4,6 +4,7 @@
 #include "quorvex/format/Packet.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 
 #include <cstdint>
 #include <map>
@@ -100,8 +101,8 @@ private:
     bool isOfSame(unsigned one, unsigned other) const;
 
     std::map<Key, Name> m_names;
-    std::shared_ptr<Numbers> m_numbers; ///< owned alone
-    bool m_hasOwn = false;              ///< some numbers are not the identifiers
+    platform::Owned<Numbers> m_numbers;
+    bool m_hasOwn = false; ///< some numbers are not the identifiers
 };
 
 } // namespace Quorvex

@@ -482,7 +482,7 @@ CBtfWriter::CBtfWriter(std::ostream& out, std::string inputFile, std::string cre
     : CViewerWriter(out, {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter}),
       m_inputFile(std::move(inputFile)),
       m_creationDate(std::move(creationDate)),
-      m_model(std::make_shared<Model>(*this)) {}
+      m_model(platform::makeOwned<Model>(*this)) {}
 
 CBtfWriter::~CBtfWriter() = default;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quorvex/export/ViewerWriter.h"
+#include "quorvex/platform/Owned.h"
 
 #include <memory>
 #include <string>
@@ -42,7 +43,7 @@ private:
 
     std::string m_inputFile;
     std::string m_creationDate;
-    std::shared_ptr<Model> m_model;
+    platform::Owned<Model> m_model;
 };
 
 } // namespace Quorvex

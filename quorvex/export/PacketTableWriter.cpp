@@ -345,12 +345,12 @@ bool CPacketTableWriter::gathers() {
     // Other renderers may do what they like in the operations for rows and cells, also write to the stream themselves.
     const std::type_info* type = &typeid(*this);
     if (type == m_type)
-        return m_pieces != nullptr;
+        return bool(m_pieces);
     m_type = type;
     m_pieces.reset();
     if (*type != typeid(CPacketPlain) && *type != typeid(CPacketHTML) && *type != typeid(CPacketLaTeX))
         return false;
-    m_pieces = std::make_shared<Pieces>();
+    m_pieces = platform::makeOwned<Pieces>();
     Block block(*this);
     m_pieces->rowOpen = block.pieceOf([this] { writeRowOpen(); });
     m_pieces->rowClose = block.pieceOf([this] { writeRowClose(); });

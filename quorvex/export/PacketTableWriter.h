@@ -5,6 +5,7 @@
 #include "quorvex/format/FrameConfig.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 #include "quorvex/stream/TraceSink.h"
 
 #include <memory>
@@ -209,7 +210,7 @@ private:
     std::uint64_t m_offset;
     Block* m_block = nullptr;               ///< where the rows that are being written are gathered; null: nowhere
     const std::type_info* m_type = nullptr; ///< of this writer, when m_pieces were made
-    std::shared_ptr<Pieces> m_pieces;       ///< null for a type that may do anything between cells
+    platform::Owned<Pieces> m_pieces;       ///< null for a type that may do anything between cells
 };
 
 } // namespace Quorvex

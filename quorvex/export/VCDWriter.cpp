@@ -777,7 +777,7 @@ private:
 CVCDWriter::CVCDWriter(std::ostream& out)
     : CViewerWriter(out, {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter, TextSort::Event,
                           TextSort::Signal, TextSort::StateMachine, TextSort::StateMachineInstance, TextSort::State}),
-      m_model(std::make_shared<Model>(*this)) {}
+      m_model(platform::makeOwned<Model>(*this)) {}
 
 CVCDWriter::~CVCDWriter() = default;
 

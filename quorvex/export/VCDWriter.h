@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quorvex/export/ViewerWriter.h"
+#include "quorvex/platform/Owned.h"
 
 #include <cstdint>
 #include <memory>
@@ -57,7 +58,7 @@ private:
     class Model;
     class Header;
 
-    std::shared_ptr<Model> m_model;
+    platform::Owned<Model> m_model;
     std::vector<Variable> m_shown;
     std::uint64_t m_duration = 0;
 };

@@ -7,7 +7,7 @@ namespace Quorvex {
 
 struct CPacketSequence::Lock : std::recursive_mutex {};
 
-CPacketSequence::CPacketSequence() : m_lock(std::make_shared<Lock>()) {}
+CPacketSequence::CPacketSequence() : m_lock(platform::makeOwned<Lock>()) {}
 
 CPacketSequence::CPacketSequence(const CPacketSequence& other) : CPacketSequence() {
     const std::lock_guard hold(other);

@@ -2,6 +2,7 @@
 
 #include "quorvex/format/Packet.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 
 #include <list>
 #include <memory>
@@ -66,7 +67,7 @@ private:
     struct Lock;
 
     std::list<CPacket*> m_packets;
-    std::shared_ptr<Lock> m_lock;
+    platform::Owned<Lock> m_lock;
 };
 
 } // namespace Quorvex

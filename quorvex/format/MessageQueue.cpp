@@ -40,7 +40,7 @@ std::shared_ptr<CMessage> CMessage::create() const {
 // Not a recursive one: a forked child may only unlock what knows no owner.
 struct CMessageQueue::Lock : std::mutex {};
 
-CMessageQueue::CMessageQueue() : m_lock(std::make_shared<Lock>()) {}
+CMessageQueue::CMessageQueue() : m_lock(Quorvex::platform::makeOwned<Lock>()) {}
 
 void CMessageQueue::lock() {
     m_lock->lock();

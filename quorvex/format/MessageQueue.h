@@ -2,6 +2,7 @@
 
 #include "quorvex/platform/Bstr.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 
 #include <cstddef>
 #include <deque>
@@ -68,7 +69,7 @@ private:
     /// Up to so many of the oldest.
     Entries take(std::size_t count);
 
-    std::shared_ptr<Lock> m_lock;
+    Quorvex::platform::Owned<Lock> m_lock;
     Entries m_messages;
 };
 

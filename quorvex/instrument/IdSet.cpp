@@ -9,6 +9,7 @@
 namespace Quorvex::detail {
 
 IdSet::~IdSet() {
+    delete[] m_packed;
     release();
 }
 
@@ -60,18 +61,19 @@ bool IdSet::insert(std::uint32_t id) {
 void IdSet::pack() {
     if (m_slots == m_own.data())
         return;
-    m_packed.reset(new (std::nothrow) std::uint32_t[m_count]);
+    m_packed = new (std::nothrow) std::uint32_t[m_count];
     if (!m_packed)
         return;
-    std::copy_if(m_slots, m_slots + m_slotCount, m_packed.get(), [](std::uint32_t id) { return id != 0; });
+    std::copy_if(m_slots, m_slots + m_slotCount, m_packed, [](std::uint32_t id) { return id != 0; });
     release();
     m_own.fill(0);
 }
 
 void IdSet::unpack() {
-    if (const auto packed = std::move(m_packed)) {
+    if (const std::uint32_t* const packed = std::exchange(m_packed, nullptr)) {
         for (unsigned i = 0, count = std::exchange(m_count, 0); i < count; ++i)
             insert(packed[i]);
+        delete[] packed;
     }
 }
 

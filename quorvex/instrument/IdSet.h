@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
 
 namespace Quorvex::detail {
 
@@ -38,7 +37,7 @@ private:
     unsigned m_slotCount = kOwnSlots;
     unsigned m_count = 0;
     bool m_hasZero = false;
-    std::unique_ptr<std::uint32_t[]> m_packed; ///< m_count ids
+    std::uint32_t* m_packed = nullptr; ///< m_count ids, owned
 };
 
 } // namespace Quorvex::detail

@@ -130,6 +130,22 @@ unsigned PacketOf<Rules, Base, Payload>::StreamSize() const {
 }
 
 template <const ReadRules& Rules, class Base, class Payload>
+unsigned PacketOf<Rules, Base, Payload>::payloadSize() const {
+    if constexpr (kVariable) {
+        unsigned size = 0;
+        visitParts([&size](const auto& part) { size += partSize(part); });
+        return size;
+    } else {
+        return Len();
+    }
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+void PacketOf<Rules, Base, Payload>::SetPacketHeaderLength() {
+    CPacketHeader::SetLength(static_cast<std::uint8_t>(std::min(payloadSize(), unsigned{UINT8_MAX})));
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
 unsigned PacketOf<Rules, Base, Payload>::read(const char* buf, unsigned size) {
     CPacketHeader header;
     if (!header.read(buf, size)) {

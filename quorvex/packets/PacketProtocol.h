@@ -155,7 +155,7 @@ public:
     template <class Other> void copyPayload(const Other& other) {
         Base::copyPayload(other);
         static_cast<Payload&>(*this) = static_cast<const Payload&>(other);
-        PacketOf::SetPacketHeaderLength();
+        setOwnLength();
     }
 
     /// The text that follows the packet; null if none can.
@@ -167,14 +167,14 @@ public:
     }
 
 protected:
-    explicit PacketOf(tagTCode code) : Base(code) { PacketOf::SetPacketHeaderLength(); }
+    explicit PacketOf(tagTCode code) : Base(code) { setOwnLength(); }
 
     /// From what the context holds and what the last payload is made from. Payloads below it keep their defaults; the
     /// kind sets them.
     template <class... Own>
     PacketOf(const typename Context::Values& context, tagTCode code, const Own&... values)
         : Base(context, code), Payload(values...) {
-        PacketOf::SetPacketHeaderLength();
+        setOwnLength();
     }
 
     /// The Read-In constructors of a class for packets of that code; `consumed` is 0 when they throw.
@@ -185,22 +185,17 @@ protected:
     /// the class above has a text for.
     explicit PacketOf(PayloadIn& in, const ReadRules* above = nullptr);
 
-    unsigned payloadSize() const {
-        if constexpr (kVariable) {
-            unsigned size = 0;
-            visitParts([&size](const auto& part) { size += partSize(part); });
-            return size;
-        } else {
-            return Len();
-        }
-    }
-
-    void SetPacketHeaderLength() override {
-        const unsigned size = payloadSize();
-        CPacketHeader::SetLength(size < UINT8_MAX ? static_cast<std::uint8_t>(size) : std::uint8_t{UINT8_MAX});
-    }
+    unsigned payloadSize() const;
+    void SetPacketHeaderLength() override;
 
 private:
+    /// SetPacketHeaderLength, of this class.
+    void setOwnLength() {
+        if constexpr (kVariable)
+            PacketOf::SetPacketHeaderLength();
+        else
+            CPacketHeader::SetLength(Len());
+    }
     PacketOf(PayloadIn&& in, tagTCode code, unsigned* consumed);
 
     static bool fits(unsigned length);

@@ -156,7 +156,7 @@ TraceWalk walkInParts(TraceAt& first, std::uint64_t size, const OpensTrace& open
 
 TraceWalk walkInParts(std::string_view trace, PartsWork& work, const TraceShares& shares) {
     const OpensTraceBy open([trace](std::uint64_t position, const CContexts& contexts) {
-        return std::make_shared<TraceAt>(trace.substr(static_cast<std::size_t>(position)), position, contexts);
+        return platform::makeOwned<TraceAt>(trace.substr(static_cast<std::size_t>(position)), position, contexts);
     });
     return walkInParts(*open.at(0, CContexts()), trace.size(), open, work, shares);
 }
@@ -176,7 +176,7 @@ TraceWalk walkInParts(const CTraceSourceBufferMapped& trace, PartsWork& work, co
         std::uint64_t from;
     };
     const OpensTraceBy open([&trace](std::uint64_t position, const CContexts& contexts) {
-        return std::make_shared<MappedAt>(trace, position, contexts);
+        return platform::makeOwned<MappedAt>(trace, position, contexts);
     });
     return walkInParts(*open.at(0, CContexts()), trace.bytes().size(), open, work, shares);
 }

@@ -18,6 +18,7 @@
 /// once more, from where that walk has ended.
 
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceCursor.h"
@@ -49,12 +50,12 @@ struct QUORVEX_API TraceAt {
     /// As the cursor of these is made.
     TraceAt(std::string_view bytes, std::uint64_t position, const CContexts& contexts)
         : cursor(bytes, position, contexts) {}
-    TraceAt(std::shared_ptr<CTraceSourceBuffer> bytes, std::uint64_t position, const CContexts& contexts)
+    TraceAt(platform::Owned<CTraceSourceBuffer> bytes, std::uint64_t position, const CContexts& contexts)
         : source(std::move(bytes)), cursor(*source, position, contexts) {}
     virtual ~TraceAt();
     virtual void passed() {} ///< what the cursor has passed is not needed any more
 
-    std::shared_ptr<CTraceSourceBuffer> source; ///< null where the bytes are in memory
+    platform::Owned<CTraceSourceBuffer> source; ///< null where the bytes are in memory
     CTraceCursor cursor;
 };
 
@@ -74,13 +75,13 @@ struct TraceWalk {
 class QUORVEX_API OpensTrace {
 public:
     virtual ~OpensTrace();
-    virtual std::shared_ptr<TraceAt> at(std::uint64_t position, const CContexts& contexts) const = 0; ///< never null
+    virtual platform::Owned<TraceAt> at(std::uint64_t position, const CContexts& contexts) const = 0; ///< never null
 };
 /// By a function that is called with the two.
 template <class Open> class OpensTraceBy final : public OpensTrace {
 public:
     explicit OpensTraceBy(Open open) : m_open(std::move(open)) {}
-    std::shared_ptr<TraceAt> at(std::uint64_t position, const CContexts& contexts) const override {
+    platform::Owned<TraceAt> at(std::uint64_t position, const CContexts& contexts) const override {
         return m_open(position, contexts);
     }
 

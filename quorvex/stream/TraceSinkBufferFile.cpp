@@ -7,7 +7,7 @@
 
 namespace Quorvex {
 
-detail::OutputFile::OutputFile() : m_file(std::make_shared<std::ofstream>()) {}
+detail::OutputFile::OutputFile() : m_file(platform::makeOwned<std::ofstream>()) {}
 
 detail::OutputFile::~OutputFile() = default;
 

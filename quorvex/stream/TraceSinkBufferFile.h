@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quorvex/platform/Owned.h"
 #include "quorvex/stream/TraceSinkBufferStream.h"
 
 #include <iosfwd>
@@ -15,7 +16,7 @@ struct QUORVEX_API OutputFile {
     ~OutputFile();
     std::ostream& stream() const;
 
-    const std::shared_ptr<std::ofstream> m_file;
+    const platform::Owned<std::ofstream> m_file;
 };
 } // namespace detail
 

@@ -8,7 +8,7 @@
 
 namespace Quorvex {
 
-detail::InputFile::InputFile() : m_file(std::make_shared<std::ifstream>()) {}
+detail::InputFile::InputFile() : m_file(platform::makeOwned<std::ifstream>()) {}
 
 detail::InputFile::~InputFile() = default;
 
@@ -39,7 +39,7 @@ bool CTraceSourceBufferFile::open(const char* path) {
     }
     m_file->clear();
     m_file->seekg(0);
-    m_joined = detail::joinPageFile(*m_file, path);
+    m_joined = platform::Owned<std::streambuf>(detail::joinPageFile(*m_file, path).release());
     if (m_joined)
         m_file->std::ios::rdbuf(m_joined.get());
     return true;

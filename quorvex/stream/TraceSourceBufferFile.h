@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quorvex/platform/Owned.h"
 #include "quorvex/stream/TraceSourceBufferStream.h"
 
 #include <iosfwd>
@@ -15,8 +16,8 @@ struct QUORVEX_API InputFile {
     ~InputFile();
     std::istream& stream() const;
 
-    const std::shared_ptr<std::ifstream> m_file;
-    std::shared_ptr<std::streambuf> m_joined; ///< where a killed program has left the end of the trace elsewhere
+    const platform::Owned<std::ifstream> m_file;
+    platform::Owned<std::streambuf> m_joined; ///< where a killed program has left the end of the trace elsewhere
 };
 } // namespace detail
 
@@ -34,7 +35,7 @@ public:
     bool close(); ///< whether it is closed now
     bool is_open() const;
     /// Whether the end of the trace stands in a page file, because a program records it or was killed.
-    bool is_joined() const { return m_joined != nullptr; }
+    bool is_joined() const { return bool(m_joined); }
     /// The system's error number (errno) of the last open that failed.
     int error() const { return m_error; }
 

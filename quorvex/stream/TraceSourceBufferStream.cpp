@@ -24,7 +24,7 @@ template <class Step> void guarded(Step&& step) {
 struct CTraceSourceBufferStream::Lock : std::recursive_mutex {};
 
 CTraceSourceBufferStream::CTraceSourceBufferStream(std::istream& stream)
-    : m_stream(stream), m_lock(std::make_shared<Lock>()) {}
+    : m_stream(stream), m_lock(platform::makeOwned<Lock>()) {}
 
 bool CTraceSourceBufferStream::read(char* dst, unsigned count, unsigned& got) {
     const std::lock_guard lock(*m_lock);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quorvex/platform/Owned.h"
 #include "quorvex/stream/TraceSourceBuffer.h"
 
 #include <cstdint>
@@ -37,7 +38,7 @@ private:
 
     std::istream& m_stream;
     std::int64_t m_next = -1; ///< behind what the last read gave
-    std::shared_ptr<Lock> m_lock;
+    platform::Owned<Lock> m_lock;
 };
 
 } // namespace Quorvex

@@ -764,7 +764,8 @@ const CPacket* TraceTextReader::modelOf(tagTCode code, std::uint8_t length) {
     packet.reset();
     lengthOfPacket = length;
     try {
-        packet.reset(CPacketFactory::getCPacket(CPacketHeader(code, length), zeros, length, consumed));
+        packet =
+            platform::Owned<CPacket>(CPacketFactory::getCPacket(CPacketHeader(code, length), zeros, length, consumed));
     } catch (const CQVXException& exception) {
         if (isOutOfMemory(exception))
             throw;

@@ -2,6 +2,7 @@
 
 #include "quorvex/format/Packet.h"
 #include "quorvex/platform/Export.h"
+#include "quorvex/platform/Owned.h"
 #include "quorvex/stream/TraceSource.h"
 
 #include <cstdint>
@@ -75,7 +76,7 @@ private:
     };
     /// A packet that tells the types and widths of the fields of a row.
     struct Model {
-        std::unique_ptr<CPacket> packet;
+        platform::Owned<CPacket> packet;
         std::uint8_t length = 0;
     };
     struct Wrong;
