@@ -34,8 +34,8 @@ public:
     /// What is counted: all there is, or what happened from one tick to before another. Of a call that reaches beyond,
     /// the part within counts, and as a duration what is within.
     struct Window {
-        std::uint64_t from = 0;
-        std::uint64_t to = std::numeric_limits<std::uint64_t>::max();
+        std::uint64_t from = 0;                                       ///< its first tick
+        std::uint64_t to = std::numeric_limits<std::uint64_t>::max(); ///< the tick behind its last one
     };
     /// What times are told for.
     struct Key {
@@ -57,6 +57,7 @@ public:
     /// are taken as they are. Throws what TraceFile throws; what had been read before that is added.
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
 
+    /// What has been read, by what it is told for.
     using Times = std::map<Key, FunctionTimes>;
     const Times& times() const { return *m_times; } ///< of what has been read
 

@@ -12,7 +12,7 @@ namespace Quorvex {
 /// shortest and the longest, however many there are. Used by one thread at a time.
 class QUORVEX_API Durations {
 public:
-    void add(std::uint64_t duration);
+    void add(std::uint64_t duration); ///< adds one
     /// Adds all of another row of durations, in the same unit.
     void add(const Durations& other);
 

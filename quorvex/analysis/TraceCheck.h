@@ -32,8 +32,8 @@ QUORVEX_API std::string_view nameOf(CheckRule rule);
 struct Finding {
     std::uint64_t offset; ///< of the packet, or of the bytes that are none
     tagTCode kind;        ///< of the packet; Invalid where there is none
-    CheckRule rule;
-    std::string text; ///< what is wrong, in a sentence without a full stop
+    CheckRule rule;       ///< what it is about
+    std::string text;     ///< what is wrong, in a sentence without a full stop
 };
 
 namespace detail {

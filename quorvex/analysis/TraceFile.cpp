@@ -196,8 +196,8 @@ void TraceFile::openBinary() {
     if (m_isRegular)
         m_open = openAt(m_end, m_contexts);
     else
-        m_open = platform::makeOwned<Binary>(platform::makeOwned<CTraceSourceBufferStream>(m_input->stream()), 0,
-                                             m_contexts);
+        m_open = platform::makeOwned<Binary>(platform::makeOwned<CTraceSourceBufferStream>(m_input->stream()),
+                                             std::uint64_t{0}, m_contexts);
 }
 
 platform::Owned<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {

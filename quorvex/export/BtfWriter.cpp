@@ -371,8 +371,8 @@ private:
 
     void line(const Entity& source, std::uint64_t sourceInstance, const Entity& target, std::uint64_t instance,
               std::string_view event, std::string_view note = {}) {
-        char* to = m_writer.bodyRoom(sizeof m_timeText + source.source.size() + target.target.size() + 2 * kMostDigits +
-                                     event.size() + note.size() + 4);
+        char* to = m_writer.bodyRoom(sizeof m_timeText + source.source.size() + target.target.size() +
+                                     std::size_t{2} * kMostDigits + event.size() + note.size() + 4);
         const auto put = [&to](std::string_view text) { to += text.copy(to, text.size()); };
         std::memcpy(to, m_timeText, sizeof m_timeText);
         to += m_timeSize;

@@ -465,8 +465,8 @@ bool CPacketTableWriter::writePayload(CPacket& packet) {
     const bool known = visitKind(packet, [&](const auto& kind) {
         using Packet = std::remove_cvref_t<decltype(kind)>;
         if (m_block)
-            kind.visitParts(cells);
-        else if constexpr (std::is_base_of_v<CVariableAccBase, Packet>)
+            return kind.visitParts(cells);
+        if constexpr (std::is_base_of_v<CVariableAccBase, Packet>)
             cells.good = writeCVariableAccBase(static_cast<CVariableAccBase&>(packet));
         else if constexpr (std::is_base_of_v<CRelVariableAccBase, Packet>)
             cells.good = writeCRelVariableAccBase(static_cast<CRelVariableAccBase&>(packet));

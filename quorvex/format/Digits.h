@@ -71,8 +71,9 @@ constexpr std::uint64_t decimalDigits(std::uint32_t value) {
     return tens | (pairs - 10 * tens) << 8;
 }
 
-/// What eight decimal digits count to, and as characters of zeros.
+/// What eight decimal digits count to.
 inline constexpr std::uint64_t kEightDigits = 100'000'000;
+/// Eight zeros as characters.
 inline constexpr std::uint64_t kZeros = 0x3030303030303030;
 
 /// The most characters of a value in decimal.

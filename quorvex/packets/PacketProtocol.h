@@ -185,8 +185,8 @@ protected:
     /// the class above has a text for.
     explicit PacketOf(PayloadIn& in, const ReadRules* above = nullptr);
 
-    unsigned payloadSize() const;
-    void SetPacketHeaderLength() override;
+    unsigned payloadSize() const;          ///< bytes, context included
+    void SetPacketHeaderLength() override; ///< makes the header tell the payload's size, 255 at most
 
 private:
     /// SetPacketHeaderLength, of this class.

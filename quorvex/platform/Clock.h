@@ -37,12 +37,12 @@ struct CounterFacts {
     bool steady = false;     ///< it runs at one rate and can be read in order
     std::string systemClock; ///< what the system counts its time by, in its own word; empty where it does not tell
 };
-QUORVEX_API CounterFacts counterFacts();
+QUORVEX_API CounterFacts counterFacts(); ///< of this machine
 
 /// The choice that a word makes.
 struct ClockChoice {
-    bool byCounter = false;
-    std::string complaint; ///< what the user is to be told; empty where all is as the word says
+    bool byCounter = false; ///< take the time from the counter
+    std::string complaint;  ///< what the user is to be told; empty where all is as the word says
 };
 /// By `auto`, or none, the counter is taken where it may be relied on, by `tsc` also where the system does not count
 /// its time by it, by `monotonic` never.

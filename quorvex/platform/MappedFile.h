@@ -20,8 +20,8 @@ public:
     /// ENOTSUP for what else is no regular file, which is not opened at all; ENODATA for an empty file; EFBIG for one
     /// that has no room among the addresses of the process.
     int open(const char* path);
-    void close();
-    bool isOpen() const { return m_memory != nullptr; }
+    void close();                                       ///< does nothing where none is open
+    bool isOpen() const { return m_memory != nullptr; } ///< a file is mapped
 
     /// The bytes of the file, as many as it had when it was opened. Where others make it shorter, looking at what is
     /// gone raises a signal that ends the program (SIGBUS); on systems that do not let a mapped file be cut, they

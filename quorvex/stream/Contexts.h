@@ -80,11 +80,10 @@ public:
     CPacket* absolute(CPacket& packet) const { return absolute(packet, sortOfRelative(packet.TraceCode())); }
     /// The relative form of an absolute packet. Null where there is none, and where the reference does not reach it.
     CPacket* relative(CPacket& packet) const { return relative(packet, sortOfAbsolute(packet.TraceCode())); }
-    // The same for those who know the sort of the packet: sortOfRelative, or sortOfAbsolute, of its code.
-    // @{
+    /// The absolute form, for those who know the sort of the packet: sortOfRelative of its code.
     CPacket* absolute(CPacket& packet, ContextSort sort) const;
+    /// The relative form, for those who know the sort of the packet: sortOfAbsolute of its code.
     CPacket* relative(CPacket& packet, ContextSort sort) const;
-    // @}
     /// The sync packet that tells the reference of a sort, also an unknown one. Null when memory is short.
     CPacket* sync(ContextSort sort) const;
     /// The same as bytes: how many; 0 where there is no room for them.

@@ -56,7 +56,7 @@ struct QUORVEX_API TraceAt {
     virtual void passed() {} ///< what the cursor has passed is not needed any more
 
     platform::Owned<CTraceSourceBuffer> source; ///< null where the bytes are in memory
-    CTraceCursor cursor;
+    CTraceCursor cursor;                        ///< goes through what is there
 };
 
 /// Where a walk has ended.
@@ -80,6 +80,7 @@ public:
 /// By a function that is called with the two.
 template <class Open> class OpensTraceBy final : public OpensTrace {
 public:
+    /// By this one.
     explicit OpensTraceBy(Open open) : m_open(std::move(open)) {}
     platform::Owned<TraceAt> at(std::uint64_t position, const CContexts& contexts) const override {
         return m_open(position, contexts);

@@ -95,7 +95,7 @@ protected:
     void commit(unsigned size); ///< writes the packet whose bytes stand where claim() told
     /// The same for a packet that no text follows and the writer takes no note of: no frame, no context.
     char* claimPlain(unsigned size) { return m_fill <= kRoomForAny ? at(m_fill) : claim(size); }
-    void commitPlain(unsigned size) { m_fill += size; }
+    void commitPlain(unsigned size) { m_fill += size; } ///< writes it
     /// A page that is not filled any further has room for every packet without a text behind it.
     static constexpr unsigned kRoomForAny = kPageSize - (CPacketHeader::Len() + UINT8_MAX) - CPacketHeader::Len();
     static_assert(pages::fits(CPacketHeader::Len() + UINT8_MAX, kRoomForAny));
