@@ -1,6 +1,7 @@
 #include "Arguments.h"
 #include "Json.h"
 #include "Output.h"
+#include "Print.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TraceCheck.h"
@@ -8,7 +9,6 @@
 #include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <memory>
 #include <string>
@@ -33,7 +33,7 @@ void show(std::ostream& out, CheckFormat format, const std::string& file, const 
     const std::uint64_t page = finding.offset / kPageSize;
     const std::string kind = finding.kind == Invalid ? "" : CTCodeInfo::TCodeToName(finding.kind);
     if (format == CheckFormat::Text) {
-        fmt::print(out, "{}: offset {}, page {}: {}{}{} [{}]\n", shown(file), finding.offset, page, kind,
+        qvx::print(out, "{}: offset {}, page {}: {}{}{} [{}]\n", shown(file), finding.offset, page, kind,
                    kind.empty() ? "" : " ", shown(finding.text), nameOf(finding.rule));
         return;
     }
@@ -56,7 +56,7 @@ std::uint64_t checkFile(const CheckOptions& options, const std::string& file, st
         const std::string left = findings > options.limit ? fmt::format(", {} not shown (--limit tells how many are)",
                                                                         findings - options.limit)
                                                           : "";
-        fmt::print(out, "{}: {}\n", shown(input.name()),
+        qvx::print(out, "{}: {}\n", shown(input.name()),
                    findings == 0 ? "whole and legal" : fmt::format("{} finding{}{}", findings, plural(findings), left));
     }
     return findings;

@@ -1,5 +1,6 @@
 #include "Arguments.h"
 #include "Output.h"
+#include "Print.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TimeBase.h"
@@ -11,7 +12,6 @@
 #include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <algorithm>
 #include <array>
@@ -263,7 +263,7 @@ std::string damageOf(const TraceInput& input) {
 
 void Summary::print(std::ostream& out, const TraceInput& input) const {
     const auto line = [&out](std::string_view label, const std::string& text) {
-        fmt::print(out, "{:<11}{}\n", label, text);
+        qvx::print(out, "{:<11}{}\n", label, text);
     };
     line("File:", shown(input.name()));
     line("Layout:", layout(input.size()));
@@ -281,15 +281,15 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
     line("Packets:", fmt::format("{}", std::accumulate(m_kinds.begin(), m_kinds.end(), std::uint64_t{0})));
     for (unsigned code = 0; code < m_kinds.size(); ++code) {
         if (m_kinds[code] > 0)
-            fmt::print(out, "{:>14}  {}\n", m_kinds[code], CTCodeInfo::TCodeToName(tagTCode(code)));
+            qvx::print(out, "{:>14}  {}\n", m_kinds[code], CTCodeInfo::TCodeToName(tagTCode(code)));
     }
     std::map functions(m_functions.begin(), m_functions.end());
     functions.erase(CFunctionEnterPayload::kNoFunction);
     if (functions.empty())
         return;
-    fmt::print(out, "Functions: (id, times entered, name)\n");
+    qvx::print(out, "Functions: (id, times entered, name)\n");
     for (const auto& [id, function] : functions)
-        fmt::print(out, "    0x{:08x} {:>10}  {}\n", id, function.entered,
+        qvx::print(out, "    0x{:08x} {:>10}  {}\n", id, function.entered,
                    function.name.value_or("").empty() ? "(no name)" : shown(*function.name));
 }
 

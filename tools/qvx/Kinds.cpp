@@ -1,5 +1,6 @@
 #include "Arguments.h"
 #include "Output.h"
+#include "Print.h"
 #include "TableFormat.h"
 #include "TraceInput.h"
 #include "Verbs.h"
@@ -9,7 +10,6 @@
 #include "quorvex/packets/PacketKinds.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <concepts>
 #include <map>
@@ -109,7 +109,7 @@ void writeJson(std::ostream& out) {
     const auto range = [](std::pair<unsigned, unsigned> of) {
         return of.first == of.second ? std::to_string(of.first) : fmt::format("[{}, {}]", of.first, of.second);
     };
-    fmt::print(out, "{{\"version\": 0, \"kinds\": [");
+    qvx::print(out, "{{\"version\": 0, \"kinds\": [");
     std::string_view between = "";
     for (const auto& [code, its] : lengths) {
         const auto kind = tagTCode(code);
@@ -126,14 +126,14 @@ void writeJson(std::ostream& out) {
                 fields += fmt::format(", \"count\": {}", range(field.count));
             fields += "}";
         }
-        fmt::print(out,
+        qvx::print(out,
                    "{}\n{{\"code\": {}, \"name\": \"{}\", \"description\": \"{}\", \"context\": {}, \"text\": {}, "
                    "\"lengths\": [{}], \"longer\": {}, \"fields\": [{}]}}",
                    between, code, CTCodeInfo::TCodeToName(kind), CTCodeInfo::TCodeToDescription(kind), context,
                    isFollowedByText(kind), its.json(), its.longer, fields);
         between = ",";
     }
-    fmt::print(out, "\n]}}\n");
+    qvx::print(out, "\n]}}\n");
 }
 
 void writeTable(TableFormat format, std::ostream& out) {
@@ -150,7 +150,7 @@ void writeTable(TableFormat format, std::ostream& out) {
         if (!PacketPointer(CPacketFactory::getCPacket(kind)))
             continue;
         if (!isPage)
-            fmt::print(out, "0x{:02x}", code);
+            qvx::print(out, "0x{:02x}", code);
         table->writeCPacket(kind);
     }
     if (isPage) {

@@ -1,9 +1,9 @@
 #include "SaveFile.h"
 
+#include "Print.h"
 #include "Verbs.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <cmath>
 #include <filesystem>
@@ -78,7 +78,7 @@ std::string SaveFile::writeNames(const std::string& what, TextSort sort, std::ui
     const auto& all = writer.names().all();
     for (auto name = all.lower_bound({sort, first}); name != all.end() && name->first.first == sort; ++name) {
         if (name->first.second <= last)
-            fmt::print(out, "{:08X} {}\n", name->first.second & 0xFFFFFFFF, forViewer(name->second.text));
+            qvx::print(out, "{:08X} {}\n", name->first.second & 0xFFFFFFFF, forViewer(name->second.text));
     }
     file.target.finish();
     return path;
@@ -88,7 +88,7 @@ void SaveFile::write(const std::string& dump, const CVCDWriter& writer) {
     std::ostream& out = m_save.stream();
     // GTKWave counts by the power of two of a frame of 200 pixels: the whole time in about a thousand of them.
     const double zoom = -std::log2(std::max(1.0, static_cast<double>(writer.duration()) / 5));
-    fmt::print(out, "[dumpfile] \"{}\"\n[timestart] 0\n[size] 1400 800\n[pos] -1 -1\n*{:.6f} -1",
+    qvx::print(out, "[dumpfile] \"{}\"\n[timestart] 0\n[size] 1400 800\n[pos] -1 -1\n*{:.6f} -1",
                std::filesystem::absolute(dump).generic_string(), zoom);
     for (char marker = 'a'; marker <= 'z'; ++marker)
         out << " -1";
@@ -100,14 +100,14 @@ void SaveFile::write(const std::string& dump, const CVCDWriter& writer) {
         const std::string scope = variable.path.substr(0, variable.path.rfind('.'));
         if (scope != group) {
             group = scope;
-            fmt::print(out, "@200\n-{}\n", scope.substr(scope.find('.') + 1));
+            qvx::print(out, "@200\n-{}\n", scope.substr(scope.find('.') + 1));
         }
         // How GTKWave is told the look of a variable: 24 decimal, 22 hexadecimal, 28 binary, 2000 more with names, 8000
         // more as a line of steps, for which 20000 gives room.
         const std::string names = namesOf(variable, writer);
         const bool isDepth = variable.meaning == Meaning::Depth;
         if (!names.empty())
-            fmt::print(out, "@2022\n^1 {}\n", names);
+            qvx::print(out, "@2022\n^1 {}\n", names);
         else
             out << (isDepth                              ? "@8024\n"
                     : variable.width == 1                ? "@28\n"

@@ -1,13 +1,13 @@
 #include "Arguments.h"
 #include "Json.h"
 #include "Output.h"
+#include "Print.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/CallTimes.h"
 #include "quorvex/analysis/TraceNames.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <algorithm>
 #include <memory>
@@ -148,33 +148,33 @@ private:
             all += row.self;
             unfinished += row.unfinished;
         }
-        fmt::print(out, "{} in functions, {} from the first call to the last{}\n", time(all), time(m_times.span()),
+        qvx::print(out, "{} in functions, {} from the first call to the last{}\n", time(all), time(m_times.span()),
                    hasClock() ? "" : "; in ticks, because not all traces tell how many are a second");
         if (m_times.clocksDiffer())
-            fmt::print(out, "A trace has clocks of several frequencies; its times are by the first.\n");
+            qvx::print(out, "A trace has clocks of several frequencies; its times are by the first.\n");
         if (rows.empty())
             return;
         const std::string thread = m_options.byThread ? fmt::format("{:>10}  ", "thread") : "";
-        fmt::print(out, "{:>11} {:>6} {:>11} {:>10} {:>11} {:>11} {:>11} {:>11}  {}function\n", "self", "%", "total",
+        qvx::print(out, "{:>11} {:>6} {:>11} {:>10} {:>11} {:>11} {:>11} {:>11}  {}function\n", "self", "%", "total",
                    "calls", "min", "median", "p99", "max", thread);
         std::uint64_t left = m_options.limit;
         for (const Row& row : rows) {
             if (left-- == 0) {
-                fmt::print(out, "... and {} more (--limit tells how many are shown)\n", rows.size() - m_options.limit);
+                qvx::print(out, "... and {} more (--limit tells how many are shown)\n", rows.size() - m_options.limit);
                 break;
             }
             const double part = all > 0 ? 100. * static_cast<double>(row.self) / static_cast<double>(all) : 0;
-            fmt::print(out, "{:>11} {:>6.2f} {:>11} {:>10} {:>11} {:>11} {:>11} {:>11}  {}{}\n", time(row.self), part,
+            qvx::print(out, "{:>11} {:>6.2f} {:>11} {:>10} {:>11} {:>11} {:>11} {:>11}  {}{}\n", time(row.self), part,
                        time(row.total), row.calls, time(row.least), time(row.median), time(row.p99), time(row.most),
                        m_options.byThread ? fmt::format("{:>10}  ", threadText(row.thread)) : "", shown(row.name));
         }
         if (unfinished > 0)
-            fmt::print(out, "{} call{} had not ended when the trace did.\n", unfinished, plural(unfinished));
+            qvx::print(out, "{} call{} had not ended when the trace did.\n", unfinished, plural(unfinished));
         if (m_times.strayLeaves() > 0)
-            fmt::print(out, "{} leave{} of what had not been entered.\n", m_times.strayLeaves(),
+            qvx::print(out, "{} leave{} of what had not been entered.\n", m_times.strayLeaves(),
                        plural(m_times.strayLeaves()));
         if (m_times.hiddenCalls() > 0)
-            fmt::print(out, "{} call{} too deep to be told apart.\n", m_times.hiddenCalls(),
+            qvx::print(out, "{} call{} too deep to be told apart.\n", m_times.hiddenCalls(),
                        plural(m_times.hiddenCalls()));
     }
 
@@ -203,12 +203,12 @@ private:
 
     void printCsv(std::ostream& out, const std::vector<Row>& rows) const {
         const char* unit = hasClock() ? "ns" : "ticks";
-        fmt::print(out, "function,id,{}calls,total_{},self_{},min_{},p50_{},p99_{},max_{}\n",
+        qvx::print(out, "function,id,{}calls,total_{},self_{},min_{},p50_{},p99_{},max_{}\n",
                    m_options.byThread ? "thread,process," : "", unit, unit, unit, unit, unit, unit);
         for (const Row& row : rows) {
             const std::string place =
                 m_options.byThread ? threadText(row.thread) + "," + csvText(row.process) + "," : "";
-            fmt::print(out, "{},{},{}{},{},{},{},{},{},{}\n", csvText(row.name), row.id, place, row.calls, row.total,
+            qvx::print(out, "{},{},{}{},{},{},{},{},{},{}\n", csvText(row.name), row.id, place, row.calls, row.total,
                        row.self, row.least, row.median, row.p99, row.most);
         }
     }
