@@ -44,13 +44,13 @@ std::uint64_t Durations::percentile(double hundredths) const {
         return m_most;
     std::uint64_t passed = 0;
     for (unsigned i = 0; i < m_rows.size(); ++i) {
-        for (std::uint64_t slot = 0; slot < kSlots; ++slot) {
+        for (unsigned slot = 0; slot < kSlots; ++slot) {
             passed += m_rows[i][slot];
             if (passed == 0 || static_cast<double>(passed) < wanted)
                 continue;
             // The middle of what comes into the slot.
             const unsigned number = m_firstRow + i;
-            const std::uint64_t first = number > 0 ? (kSlots + slot) << (number - 1) : slot;
+            const std::uint64_t first = number > 0 ? std::uint64_t{kSlots + slot} << (number - 1) : slot;
             const std::uint64_t half = number > 1 ? std::uint64_t{1} << (number - 2) : 0;
             return std::clamp(first + half, m_least, m_most);
         }
