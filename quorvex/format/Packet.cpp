@@ -25,4 +25,8 @@ void CPacket::operator delete(void* packet, std::size_t size) noexcept {
     platform::giveBlock(packet, size);
 }
 
+void CPacket::operator delete(void* packet, const std::nothrow_t&) noexcept {
+    ::operator delete(packet); // each block is one of the program's
+}
+
 } // namespace Quorvex

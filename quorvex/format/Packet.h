@@ -51,7 +51,7 @@ public:
         return ::operator new(size, alignment, none);
     }
     static void operator delete(void* packet, std::size_t size) noexcept;
-    static void operator delete(void* packet, const std::nothrow_t&) noexcept { ::operator delete(packet); }
+    static void operator delete(void* packet, const std::nothrow_t& none) noexcept;
     static void operator delete(void*, void*) noexcept {}
     static void operator delete(void* packet, std::size_t, std::align_val_t alignment) noexcept {
         ::operator delete(packet, alignment);

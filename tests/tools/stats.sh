@@ -9,13 +9,14 @@ wordcount=$2
 count() {
     "$qvx" dump --parsable "$1" | awk '
     $1 ~ /^0x/ { kind = $2; tick = $4; id = $8 }
+    kind == "Timestamp" && unit == 0 { unit = 1e9 / $5 }
     kind == "FunctionEnter" { open[++depth] = id; from[depth] = tick; inner[depth] = 0; within[id]++ }
     kind == "FunctionLeave" {
         took = tick - from[depth]; calls[id]++; self[id] += took - inner[depth]; inner[depth - 1] += took
         if (--within[id] == 0) total[id] += took
         depth--
     }
-    END { for (id in calls) printf "%s %d %d %d\n", id, calls[id], total[id], self[id] }'
+    END { for (id in calls) printf "%s %d %d %d\n", id, calls[id], unit * total[id], unit * self[id] }'
 }
 mkdir recorded
 mkdir source
