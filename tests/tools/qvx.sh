@@ -83,6 +83,11 @@ standard input: 1 finding
 expect 3 'trace: 1 finding, 1 not shown (--limit tells how many are)
 whole: whole and legal
 ' '' "$qvx" check --limit 0 trace whole
+{ cat whole; for _ in $(seq 150); do printf '\x83\x06\x01\x02\x07\0\0\0'; done; } >many # leaves without enters
+expect 3 - '' "$qvx" check many
+[ "$(wc -l <out)" -eq 101 ] && grep -q 'findings, [0-9]* not shown' out || fail 'findings are not limited'
+expect 3 - '' "$qvx" check --format json many
+[ "$(wc -l <out)" -ge 140 ] || fail 'findings for programs are limited'
 echo text >text
 expect 1 'whole: whole and legal
 ' 'qvx: text: does not look like a trace

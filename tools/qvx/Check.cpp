@@ -20,12 +20,15 @@ namespace {
 
 using namespace Quorvex;
 
+constexpr std::uint64_t kAll = ~std::uint64_t{0};
+constexpr std::uint64_t kShown = 100; ///< to people who do not say how many they want
+
 enum class CheckFormat : std::uint8_t { Text, JSON };
 
 struct CheckOptions {
     std::vector<std::string> files;
     CheckFormat format = CheckFormat::Text;
-    std::uint64_t limit = 100;
+    std::uint64_t limit = kAll;
     Output output;
 };
 
@@ -47,15 +50,15 @@ void show(std::ostream& out, CheckFormat format, const std::string& file, const 
 /// Checks one file; how many findings there are.
 std::uint64_t checkFile(const CheckOptions& options, const std::string& file, std::ostream& out) {
     TraceInput input(file);
+    const std::uint64_t most = options.limit == kAll && options.format == CheckFormat::Text ? kShown : options.limit;
     std::uint64_t findings = 0;
     checkTrace(input, [&](const Finding& finding) {
-        if (++findings <= options.limit)
+        if (++findings <= most)
             show(out, options.format, input.name(), finding);
     });
     if (options.format == CheckFormat::Text) {
-        const std::string left = findings > options.limit ? fmt::format(", {} not shown (--limit tells how many are)",
-                                                                        findings - options.limit)
-                                                          : "";
+        const std::string left =
+            findings > most ? fmt::format(", {} not shown (--limit tells how many are)", findings - most) : "";
         qvx::print(out, "{}: {}\n", shown(input.name()),
                    findings == 0 ? "whole and legal" : fmt::format("{} finding{}{}", findings, plural(findings), left));
     }
@@ -87,7 +90,7 @@ void addCheck(Program& program) {
     verb.option("FILES", options->files, "Trace files, each by itself; - for standard input").required();
     verb.choice("--format", options->format, {{"text", CheckFormat::Text}, {"json", CheckFormat::JSON}},
                 "text (default), json: a finding a line");
-    verb.option("--limit", options->limit, "Show the first N findings of a file (100)");
+    verb.option("--limit", options->limit, "Show the first N findings of a file (text: 100, json: all)");
     options->output.addOptions(verb);
     verb.footer("Example: qvx check traces/*.qvx\n"
                 "In brackets stands the rule that a finding is about. Exit code 3 tells that there are any.");
