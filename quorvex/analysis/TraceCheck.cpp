@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <set>
 #include <tuple>
@@ -35,34 +36,14 @@ constexpr const char* nameOf(ContextSort sort) {
     return kNames[unsigned(sort)];
 }
 
+/// What is defined and then used, by its sort; null for what nothing defines.
 constexpr const char* wordFor(TextSort sort) {
-    switch (sort) {
-    case TextSort::Function:
-        return "function";
-    case TextSort::Process:
-        return "process";
-    case TextSort::Type:
-        return "type";
-    case TextSort::Variable:
-        return "variable";
-    case TextSort::Counter:
-    case TextSort::CounterUnit:
-        return "counter";
-    case TextSort::Event:
-        return "event";
-    case TextSort::Signal:
-        return "signal";
-    case TextSort::StateMachine:
-        return "state machine";
-    case TextSort::StateMachineInstance:
-        return "instance of a state machine";
-    case TextSort::State:
-        return "state";
-    case TextSort::Transition:
-        return "transition";
-    default:
-        return nullptr; // is defined by nothing
-    }
+    constexpr const char* kWords[] = {
+        nullptr, nullptr,     "function", "process", nullptr,  "type",          "variable",
+        nullptr, "counter",   "counter",  "event",   "signal", "state machine", "instance of a state machine",
+        "state", "transition"};
+    static_assert(std::size(kWords) == unsigned(TextSort::Transition) + 1);
+    return kWords[unsigned(sort)];
 }
 
 /// An identifier as tables show it.

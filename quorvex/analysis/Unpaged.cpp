@@ -3,9 +3,7 @@
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/TraceControlPackets.h"
 #include "quorvex/stream/PageFormat.h"
-#include "quorvex/stream/TraceDecompressor.h"
 
-#include <new>
 #include <utility>
 
 namespace Quorvex {
@@ -77,13 +75,6 @@ CPacket* Unpaged::handOut(PacketPointer& packet, std::uint64_t offset) {
     m_lastOffset = offset;
     m_lastCode = packet->TraceCode();
     return packet.release();
-}
-
-PacketPointer Unpaged::through(CTraceDecompressor& decompressor) const {
-    PacketPointer packet(decompressor.get());
-    if (!packet && !m_ended)
-        throw std::bad_alloc();
-    return packet;
 }
 
 } // namespace Quorvex

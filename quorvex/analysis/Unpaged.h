@@ -10,8 +10,6 @@
 
 namespace Quorvex {
 
-class CTraceDecompressor;
-
 /// The packets of a trace without those that only its layout in pages needed: padding up to a page's end, and the
 /// contexts that the next page then restates. Who gets a packet owns it. Throws what TraceFile throws. Used by one
 /// thread at a time.
@@ -29,10 +27,6 @@ public:
     tagTCode peek() override { return Invalid; } ///< not to be had
     bool get(std::list<CPacket*>& packets) override;
     CPacket* get() override;
-
-    /// The next packet of a decompressor that reads this; null at the end. Throws std::bad_alloc where a packet could
-    /// not be made, for which the decompressor gives null too.
-    PacketPointer through(CTraceDecompressor& decompressor) const;
 
     /// The code of the packet that get() gave last.
     tagTCode lastCode() const { return m_lastCode; }

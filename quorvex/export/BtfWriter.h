@@ -3,7 +3,6 @@
 #include "quorvex/export/ViewerWriter.h"
 #include "quorvex/platform/Owned.h"
 
-#include <memory>
 #include <string>
 
 namespace Quorvex {

@@ -8,7 +8,6 @@
 #include "quorvex/platform/Owned.h"
 #include "quorvex/stream/TraceSink.h"
 
-#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>

@@ -4,7 +4,6 @@
 #include "quorvex/platform/Owned.h"
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 

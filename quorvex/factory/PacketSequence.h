@@ -5,7 +5,6 @@
 #include "quorvex/platform/Owned.h"
 
 #include <list>
-#include <memory>
 
 namespace Quorvex {
 
@@ -22,7 +21,7 @@ public:
     using iterator = std::list<CPacket*>::iterator;
     using const_iterator = std::list<CPacket*>::const_iterator;
 
-    CPacketSequence();
+    CPacketSequence(); ///< throws std::bad_alloc
     CPacketSequence(const CPacketSequence& other);
     CPacketSequence& operator=(const CPacketSequence&) = delete;
     virtual ~CPacketSequence();

@@ -41,7 +41,7 @@ private:
 /// the lock: the allocator of a program that is recorded may itself have something to report.
 class QUORVEX_API CMessageQueue {
 public:
-    CMessageQueue();
+    CMessageQueue(); ///< throws std::bad_alloc
     CMessageQueue(const CMessageQueue&) = delete;
     CMessageQueue& operator=(const CMessageQueue&) = delete;
 

@@ -15,6 +15,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 #endif
 
 namespace Quorvex::platform {
@@ -26,6 +27,14 @@ inline int lastError() {
     return std::error_code(static_cast<int>(GetLastError()), std::system_category()).default_error_condition().value();
 }
 
+inline HANDLE asHandle(std::intptr_t handle) {
+    return reinterpret_cast<HANDLE>(handle);
+}
+
+inline void closeNative(std::intptr_t handle) {
+    CloseHandle(asHandle(handle));
+}
+
 inline FileIdentity identityOf(const BY_HANDLE_FILE_INFORMATION& file) {
     return {file.dwVolumeSerialNumber, std::uint64_t{file.nFileIndexHigh} << 32 | file.nFileIndexLow};
 }
@@ -35,6 +44,10 @@ inline FileIdentity identityOf(const BY_HANDLE_FILE_INFORMATION& file) {
 /// Why the last call of the system has failed.
 inline int lastError() {
     return errno;
+}
+
+inline void closeNative(std::intptr_t handle) {
+    ::close(static_cast<int>(handle));
 }
 
 /// The signal that a refused write raises in its thread and that would end the program. Where the thread holds signals

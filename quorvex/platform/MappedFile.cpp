@@ -21,18 +21,10 @@ namespace {
 
 #if defined(_WIN32)
 
-HANDLE asHandle(std::intptr_t handle) {
-    return reinterpret_cast<HANDLE>(handle);
-}
-
 std::intptr_t openToRead(const char* path) {
     return reinterpret_cast<std::intptr_t>(CreateFileA(path, GENERIC_READ,
                                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-void closeNative(std::intptr_t handle) {
-    CloseHandle(asHandle(handle));
 }
 
 const char* map(std::intptr_t handle, std::size_t size) {
@@ -58,10 +50,6 @@ void drop(char* from, std::size_t size) {
 
 std::intptr_t openToRead(const char* path) {
     return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-}
-
-void closeNative(std::intptr_t handle) {
-    ::close(static_cast<int>(handle));
 }
 
 const char* map(std::intptr_t handle, std::size_t size) {

@@ -18,10 +18,6 @@ namespace Quorvex::platform {
 
 namespace {
 
-HANDLE asHandle(std::intptr_t handle) {
-    return reinterpret_cast<HANDLE>(handle);
-}
-
 std::intptr_t open(const char* path, DWORD access, DWORD disposition) {
     return reinterpret_cast<std::intptr_t>(CreateFileA(path, access,
                                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -34,10 +30,6 @@ std::intptr_t openNew(const char* path) {
 
 std::intptr_t openOld(const char* path) {
     return open(path, GENERIC_WRITE, OPEN_EXISTING);
-}
-
-void closeNative(std::intptr_t handle) {
-    CloseHandle(asHandle(handle));
 }
 
 } // namespace
@@ -121,10 +113,6 @@ std::intptr_t openNew(const char* path) {
 
 std::intptr_t openOld(const char* path) {
     return open(path, O_WRONLY | O_NOFOLLOW);
-}
-
-void closeNative(std::intptr_t handle) {
-    ::close(static_cast<int>(handle));
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 #include "quorvex/stream/TraceSinkBufferStream.h"
 
 #include <iosfwd>
-#include <memory>
 #include <string>
 
 namespace Quorvex {

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <iosfwd>
-#include <memory>
 
 namespace Quorvex {
 
@@ -13,7 +12,7 @@ namespace Quorvex {
 /// second thread may ask for position and size while one reads.
 class QUORVEX_API CTraceSourceBufferStream : public CTraceSourceBuffer {
 public:
-    explicit CTraceSourceBufferStream(std::istream& stream);
+    explicit CTraceSourceBufferStream(std::istream& stream); ///< throws std::bad_alloc
     CTraceSourceBufferStream(const CTraceSourceBufferStream&) = delete;
 
     bool read(char* dst, unsigned count, std::uint64_t position, unsigned& got) override;

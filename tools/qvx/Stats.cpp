@@ -22,16 +22,6 @@ namespace {
 using namespace Quorvex;
 
 enum class StatsFormat : std::uint8_t { Text, JSON, CSV };
-enum class StatsColumn : std::uint8_t { Self, Total, Calls, Least, Median, P99, Most, Name };
-
-struct StatsOptions {
-    std::vector<std::string> files;
-    StatsFormat format = StatsFormat::Text;
-    StatsColumn sort = StatsColumn::Self;
-    bool byThread = false;
-    std::uint64_t limit = 40;
-    Output output;
-};
 
 /// A line of the table; times in nanoseconds, or in ticks where the clock is not known.
 struct Row {
@@ -42,6 +32,15 @@ struct Row {
     std::uint64_t calls;
     std::uint64_t unfinished;
     std::uint64_t total, self, least, median, p99, most;
+};
+
+struct StatsOptions {
+    std::vector<std::string> files;
+    StatsFormat format = StatsFormat::Text;
+    std::uint64_t Row::*sort = &Row::self; ///< null: by name
+    bool byThread = false;
+    std::uint64_t limit = 40;
+    Output output;
 };
 
 /// A time with three digits behind the point, in the unit that fits.
@@ -110,27 +109,7 @@ private:
     }
 
     bool isBefore(const Row& one, const Row& other) const {
-        const auto value = [this](const Row& row) -> std::uint64_t {
-            switch (m_options.sort) {
-            case StatsColumn::Self:
-                return row.self;
-            case StatsColumn::Total:
-                return row.total;
-            case StatsColumn::Calls:
-                return row.calls;
-            case StatsColumn::Least:
-                return row.least;
-            case StatsColumn::Median:
-                return row.median;
-            case StatsColumn::P99:
-                return row.p99;
-            case StatsColumn::Most:
-                return row.most;
-            case StatsColumn::Name:
-                break;
-            }
-            return 0;
-        };
+        const auto value = [this](const Row& row) { return m_options.sort ? row.*m_options.sort : 0; };
         const std::uint64_t left = value(one), right = value(other);
         return left != right ? left > right
                              : std::tie(one.name, one.process, one.thread, one.id) <
@@ -245,14 +224,14 @@ void addStats(Program& program) {
     verb.option("FILES", options->files, "Trace files; - for standard input").required();
     verb.flag("--by-thread", options->byThread, "Tell the threads of each file apart");
     verb.choice("--sort", options->sort,
-                {{"self", StatsColumn::Self},
-                 {"total", StatsColumn::Total},
-                 {"calls", StatsColumn::Calls},
-                 {"min", StatsColumn::Least},
-                 {"median", StatsColumn::Median},
-                 {"p99", StatsColumn::P99},
-                 {"max", StatsColumn::Most},
-                 {"name", StatsColumn::Name}},
+                {{"self", &Row::self},
+                 {"total", &Row::total},
+                 {"calls", &Row::calls},
+                 {"min", &Row::least},
+                 {"median", &Row::median},
+                 {"p99", &Row::p99},
+                 {"max", &Row::most},
+                 {"name", nullptr}},
                 "self (default), total, calls, min, median, p99, max, name", "COLUMN");
     verb.choice("--format", options->format,
                 {{"text", StatsFormat::Text}, {"json", StatsFormat::JSON}, {"csv", StatsFormat::CSV}},
