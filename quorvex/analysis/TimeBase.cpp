@@ -65,4 +65,17 @@ std::uint64_t TimeBase::unitsOf(std::uint64_t ticks, std::uint64_t frequency, st
     return fits ? seconds * unitsPerSecond + part : most;
 }
 
+std::uint64_t TimeBase::ticksOf(std::uint64_t picoseconds, std::uint64_t frequency) {
+    constexpr std::uint64_t kMicro = 1'000'000; // in a second; as many picoseconds are in one
+    constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+    const std::uint64_t micros = picoseconds / kMicro;
+    const std::uint64_t seconds = micros / kMicro;
+    if (seconds > 0 && frequency >= kMost / (seconds + 1))
+        return kMost;
+    // Each product is below 2^63, as both parts of a second are below 2^20.
+    const std::uint64_t ofMicros = micros % kMicro * frequency;
+    const std::uint64_t rest = ofMicros % kMicro * kMicro + picoseconds % kMicro * frequency;
+    return seconds * frequency + ofMicros / kMicro + rest / (kMicro * kMicro);
+}
+
 } // namespace Quorvex

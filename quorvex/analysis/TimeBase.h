@@ -34,6 +34,10 @@ public:
     static std::uint64_t unitsOf(std::uint64_t ticks, std::uint64_t frequency, std::uint64_t unitsPerSecond,
                                  std::uint64_t most = std::numeric_limits<std::uint64_t>::max());
 
+    /// Ticks of a clock in so many picoseconds; at most the greatest number of 64 bits. The frequency is known, and at
+    /// most 2^43.
+    static std::uint64_t ticksOf(std::uint64_t picoseconds, std::uint64_t frequency);
+
 private:
     std::uint64_t m_frequency = 0;
     std::map<std::uint32_t, std::uint64_t> m_cores; ///< those that have told their own

@@ -83,10 +83,7 @@ std::string_view TracePacket::name() const {
 }
 
 std::string_view TracePacket::text() const {
-    if (const auto* string = packetAs<CCharString>(*m_packet))
-        return {reinterpret_cast<const char*>(string->data()), string->Length()};
-    const CCharStringSequence* text = textOf(*m_packet);
-    return text ? text->view() : std::string_view();
+    return wholeTextOf(*m_packet);
 }
 
 std::optional<std::uint64_t> TracePacket::field(std::string_view name) const {

@@ -83,6 +83,13 @@ void detail::eachNumber(const CPacket& packet, void (*take)(void*, const NumberF
     visitKind(packet, [&numbers](const auto& kind) { kind.visitParts(numbers); });
 }
 
+std::string_view wholeTextOf(const CPacket& packet) {
+    if (const auto* string = packetAs<CCharString>(packet))
+        return {reinterpret_cast<const char*>(string->data()), string->Length()};
+    const CCharStringSequence* text = textOf(packet);
+    return text ? text->view() : std::string_view();
+}
+
 std::optional<Subject> subjectOf(const CPacket& packet) {
     // The first identifier tells; of a state machine, the last one, which is numbered within it.
     std::optional<Subject> subject;

@@ -33,6 +33,9 @@ template <class Take> void eachNumber(const CPacket& packet, Take take) {
         packet, [](void* to, const NumberField& field) { (*static_cast<Take*>(to))(field); }, &take);
 }
 
+/// The text behind a packet, of a CharString packet its own; empty where there is none. Valid as long as the packet.
+QUORVEX_API std::string_view wholeTextOf(const CPacket& packet);
+
 /// What packets are about.
 struct Subject {
     TextSort sort = TextSort::None; ///< None: it can have no name, as an interrupt

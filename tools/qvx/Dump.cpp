@@ -24,18 +24,26 @@ struct DumpOptions {
 
 /// Shows the packets that are selected, until `show` fails.
 template <class Show> void showAll(TraceInput& input, Selection& selection, Show&& show) {
-    for (PacketPointer packet = selection.next(input); packet && show(*packet); packet = selection.next(input)) {
+    std::uint64_t left = selection.limit();
+    while (left > 0 && input.advance()) {
+        const Quorvex::CTraceCursor& at = input.cursor();
+        if (!selection.takes(0, at))
+            continue;
+        --left;
+        if (!show(*PacketPointer(at.packet()), at.offset(), at.end()))
+            break;
     }
 }
 
 ExitCode dump(DumpOptions& options) {
     options.output.check({options.file});
+    options.selection.begin({options.file});
     TraceInput input(options.file);
     std::ostream& out = options.output.target().open();
     if (options.format == TableFormat::Verbose) {
         Quorvex::CPacketDebugger printer(out, options.bytes);
-        showAll(input, options.selection, [&](Quorvex::CPacket& packet) {
-            return printer.put(input.offset(), packet, input.end() - input.offset());
+        showAll(input, options.selection, [&](Quorvex::CPacket& packet, std::uint64_t offset, std::uint64_t end) {
+            return printer.put(offset, packet, end - offset);
         });
     } else {
         const auto table = makeTable(options.format, out, true);
@@ -43,8 +51,8 @@ ExitCode dump(DumpOptions& options) {
         table->SetHexTick(options.hexTick);
         table->writePageHeader(nullptr);
         table->writeTableHeader(true);
-        showAll(input, options.selection, [&](Quorvex::CPacket& packet) {
-            return table->writeCPacket(input.offset(), packet, input.end() - input.offset());
+        showAll(input, options.selection, [&](Quorvex::CPacket& packet, std::uint64_t offset, std::uint64_t end) {
+            return table->writeCPacket(offset, packet, end - offset);
         });
         table->writeTableFooter();
         table->writePageFooter();
@@ -64,7 +72,7 @@ void addDump(Program& program) {
     verb.flag("--parsable", options->parsable,
               "For programs and `qvx convert`: without descriptions, unknown values as \"Invalid\"");
     verb.flag("--hex-tick", options->hexTick, "Ticks in hexadecimal");
-    options->selection.addOptions(verb);
+    options->selection.addTo(verb, Selection::Packets & ~Selection::Tail);
     options->output.addOptions(verb);
     verb.footer("Example: qvx dump --limit 20 thread_4711.qvx");
     verb.runs([options] {

@@ -1,31 +1,369 @@
 #include "Selection.h"
 
 #include "Arguments.h"
+#include "Moments.h"
+#include "TraceInput.h"
+#include "Words.h"
+#include "quorvex/analysis/CallStack.h"
+#include "quorvex/analysis/TimeBase.h"
+#include "quorvex/analysis/TraceNames.h"
+#include "quorvex/packets/PacketKinds.h"
 
-#include <cstdint>
+#include <algorithm>
+#include <bitset>
+#include <charconv>
+#include <limits>
+#include <map>
+#include <optional>
+#include <set>
 
 namespace qvx {
 
-struct Selection::Options {
-    std::uint64_t limit = ~std::uint64_t{0};
-    std::uint64_t taken = 0;
+namespace {
+
+using namespace Quorvex;
+
+constexpr std::uint64_t kNone = std::numeric_limits<std::uint64_t>::max();
+constexpr std::size_t kMostProcesses = 64; ///< that are entered in each other on a core
+
+/// Calls `use` with each part of texts between commas.
+template <class Use> void eachPart(const std::vector<std::string>& texts, Use use) {
+    for (std::string_view rest : texts) {
+        while (!rest.empty()) {
+            const std::size_t end = std::min(rest.find(','), rest.size());
+            if (end > 0)
+                use(rest.substr(0, end));
+            rest.remove_prefix(std::min(end + 1, rest.size()));
+        }
+    }
+}
+
+std::optional<std::uint32_t> numberOf(std::string_view text) {
+    const bool isHex = text.starts_with("0x");
+    text.remove_prefix(isHex ? 2 : 0);
+    std::uint32_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, isHex ? 16 : 10);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
+}
+
+std::set<std::uint32_t> numbersOf(const char* option, const std::vector<std::string>& texts) {
+    std::set<std::uint32_t> numbers;
+    eachPart(texts, [&](std::string_view text) {
+        const auto number = numberOf(text);
+        if (!number)
+            throw Misuse(option, "'" + std::string(text) + "' is no number of 32 bits");
+        numbers.insert(*number);
+    });
+    return numbers;
+}
+
+/// The absolute kind of a relative one, others as they are.
+tagTCode absoluteKind(tagTCode code) {
+    const KindFacts& facts = factsOf(code);
+    return facts.isRelative ? facts.otherForm : code;
+}
+
+/// What a packet tells of where it happened, in either form.
+struct Where {
+    std::uint32_t core = ~0U;
+    std::uint32_t thread = ~0U;
+
+    static Where of(const CPacket& packet) {
+        Where place;
+        eachNumber(packet, [&place](const NumberField& field) {
+            const std::string_view name = field.name;
+            if (name == "HWCtx")
+                place.core = static_cast<std::uint32_t>(field.value);
+            else if (name == "SWCtx")
+                place.thread = static_cast<std::uint32_t>(field.value);
+        });
+        return place;
+    }
+    static Where of(const CTraceCursor& packet) {
+        if (const auto core = packet.contextOf<CCoreContext>())
+            return {core->hwCtx, core->swCtx};
+        if (const auto bus = packet.contextOf<CBusContext>())
+            return {bus->hwCtx, ~0U};
+        return of(*PacketPointer(packet.packet()));
+    }
 };
 
-Selection::Selection() : m_options(std::make_unique<Options>()) {}
+} // namespace
+
+struct Selection::State {
+    /// A packet of a trace, as what it is given as.
+    struct Given {
+        const CTraceCursor* cursor;
+        const CPacket* packet;
+        std::uint64_t tick;
+
+        tagTCode code() const { return cursor ? cursor->TraceCode() : packet->TraceCode(); }
+        Where place() const { return cursor ? Where::of(*cursor) : Where::of(*packet); }
+        /// Calls `use` with it as an object.
+        template <class Use> auto object(Use use) const {
+            return packet ? use(*packet) : use(std::as_const(*PacketPointer(cursor->packet())));
+        }
+    };
+
+    void begin(const std::vector<std::string>& files, bool withClock);
+    void settle();
+    void learnStart(const Given& packet);
+    bool takes(std::size_t file, const Given& packet);
+    void learn(std::size_t file, const Given& packet);
+    bool runs(std::size_t file, std::uint32_t core);
+    bool hasName(std::size_t file, const Given& packet);
+
+    // As they are told.
+    std::string fromText, toText;
+    std::vector<std::string> coreTexts, threadTexts, processTexts, kindTexts, namePatterns;
+    std::uint64_t limit = kNone;
+    std::uint64_t tail = kNone;
+
+    std::optional<Moment> fromMoment, toMoment;
+    TraceSpan span;
+    bool learnsStart = false; ///< of standard input
+    bool isSettled = false;   ///< from and to are known
+    std::uint64_t from = 0;
+    std::uint64_t to = kNone;
+    std::set<std::uint32_t> cores, threads;
+    std::bitset<256> kinds; ///< none: all
+    CTraceNames names;
+    std::vector<std::uint64_t> lastTicks;                                                ///< by trace
+    std::map<std::pair<std::size_t, std::uint32_t>, CallStack<std::uint64_t>> processes; ///< entered, by their numbers
+};
+
+void Selection::State::begin(const std::vector<std::string>& files, bool withClock) {
+    cores = numbersOf("--core", coreTexts);
+    threads = numbersOf("--thread", threadTexts);
+    eachPart(kindTexts, [this](std::string_view pattern) {
+        std::vector<std::string> known;
+        bool isKnown = false;
+        for (unsigned code = 0; code < kinds.size(); ++code) {
+            if (!factsOf(tagTCode(code)).hasClass)
+                continue;
+            known.push_back(CTCodeInfo::TCodeToName(tagTCode(code)));
+            if (matches(pattern, known.back())) {
+                kinds.set(absoluteKind(tagTCode(code)));
+                isKnown = true;
+            }
+        }
+        if (!isKnown)
+            throw Misuse("--kind", "'" + std::string(pattern) + "' is no kind of packet (qvx kinds lists them)" +
+                                       didYouMean(pattern, known));
+    });
+    const auto momentOf = [](const char* option, const std::string& text) {
+        if (text.empty())
+            return std::optional<Moment>();
+        const auto moment = Moment::of(text);
+        if (!moment)
+            throw Misuse(option, "'" + text + "' is no time, as 12, +12, 1.5s, 10us, -3ms");
+        return moment;
+    };
+    fromMoment = momentOf("--from", fromText);
+    toMoment = momentOf("--to", toText);
+
+    const auto any = [&](bool (Moment::*needs)() const) {
+        return (fromMoment && ((*fromMoment).*needs)()) || (toMoment && ((*toMoment).*needs)());
+    };
+    const bool needsLast = any(&Moment::needsLast), needsFrequency = any(&Moment::needsFrequency);
+    if (needsLast || needsFrequency || withClock || any(&Moment::needsFirst)) {
+        for (const std::string& file : files) {
+            if (file == "-") {
+                if (needsLast || files.size() > 1)
+                    throw Misuse(fromMoment && (fromMoment->needsLast() || !toMoment) ? "--from" : "--to",
+                                 "standard input cannot be read twice, so there only ticks can be told, and for one "
+                                 "trace times from its start");
+                learnsStart = true;
+                settle();
+                return;
+            }
+            TraceInput input(file);
+            span.add(needsLast ? TraceSpan::of(input)
+                               : TraceSpan::beginningOf(input, span.frequency == 0 && (needsFrequency || withClock)));
+        }
+        if (needsFrequency && span.frequency == 0)
+            throw Failure(files.front(), "does not tell how many ticks are a second; tell times in ticks");
+    }
+    settle();
+}
+
+void Selection::State::settle() {
+    // Of traces without a tick nothing is selected by time.
+    if (span.first == kUnknown64 && ((fromMoment && fromMoment->needsFirst()) || (toMoment && toMoment->needsFirst())))
+        return;
+    isSettled = true;
+    from = fromMoment ? fromMoment->tickIn(span) : 0;
+    to = toMoment ? toMoment->tickIn(span) : kNone;
+}
+
+void Selection::State::learnStart(const Given& packet) {
+    if (packet.code() == Timestamp && span.frequency == 0)
+        packet.object([this](const CPacket& its) {
+            TimeBase clock;
+            clock.note(its);
+            span.frequency = clock.frequency();
+        });
+    if (span.first == kUnknown64)
+        span.first = packet.tick;
+    const auto lacks = [this](const std::optional<Moment>& moment) {
+        return moment && moment->needsFrequency() && span.frequency == 0;
+    };
+    if (span.first == kUnknown64 || factsOf(packet.code()).role == Role::Definition)
+        return;
+    if (lacks(fromMoment) || lacks(toMoment))
+        throw Failure("standard input", "does not begin with how many ticks are a second; tell times in ticks");
+    learnsStart = span.frequency == 0; // which may still come, for who shows times
+    settle();
+}
+
+bool Selection::State::takes(std::size_t file, const Given& packet) {
+    const tagTCode code = packet.code();
+    if (learnsStart)
+        learnStart(packet);
+    learn(file, packet);
+    if (fromMoment || toMoment) {
+        if (file >= lastTicks.size())
+            lastTicks.resize(file + 1);
+        std::uint64_t& tick = lastTicks[file];
+        if (packet.tick != kUnknown64)
+            tick = packet.tick;
+        if (tick < from || tick >= to || !isSettled)
+            return false;
+    }
+    if (kinds.any() && !kinds[absoluteKind(code)])
+        return false;
+    if (!cores.empty() || !threads.empty() || !processTexts.empty()) {
+        const Where place = packet.place();
+        if ((!cores.empty() && !cores.contains(place.core)) || (!threads.empty() && !threads.contains(place.thread)) ||
+            (!processTexts.empty() && !runs(file, place.core)))
+            return false;
+    }
+    return namePatterns.empty() || hasName(file, packet);
+}
+
+void Selection::State::learn(std::size_t file, const Given& packet) {
+    if (namePatterns.empty() && processTexts.empty())
+        return;
+    const auto process = static_cast<unsigned>(file);
+    const tagTCode code = absoluteKind(packet.code());
+    if (factsOf(code).role == Role::Definition)
+        packet.object([&](const CPacket& its) { names.note(its, process); });
+    if ((code != ProcessEnter && code != ProcessLeave) || processTexts.empty())
+        return;
+    const auto id = packet.object([](const CPacket& its) { return subjectOf(its); });
+    auto& entered = processes.try_emplace({file, packet.place().core}, kMostProcesses).first->second;
+    if (code == ProcessEnter) {
+        entered.enter([&] { return id->id; });
+    } else {
+        const auto count = entered.leave([&](std::uint64_t its) { return its == id->id; });
+        for (std::size_t i = 0; i < count.value_or(0); ++i)
+            entered.pop();
+    }
+}
+
+bool Selection::State::runs(std::size_t file, std::uint32_t core) {
+    const auto entered = processes.find({file, core});
+    if (entered == processes.end() || entered->second.empty())
+        return false;
+    const std::uint64_t id = entered->second.back();
+    const std::string& name =
+        names.name(TextSort::Process, names.numberOf(TextSort::Process, id, static_cast<unsigned>(file)));
+    bool isIt = false;
+    eachPart(processTexts, [&](std::string_view text) {
+        isIt = isIt || numberOf(text) == static_cast<std::uint32_t>(id) || (!name.empty() && matches(text, name));
+    });
+    return isIt;
+}
+
+bool Selection::State::hasName(std::size_t file, const Given& packet) {
+    return packet.object([&](const CPacket& its) {
+        std::string_view name;
+        if (const auto subject = subjectOf(its); subject && subject->sort != TextSort::None)
+            name = names.name(subject->sort, names.numberOf(subject->sort, subject->id, static_cast<unsigned>(file)));
+        else
+            name = wholeTextOf(its);
+        return !name.empty() &&
+               std::ranges::any_of(namePatterns, [&](const std::string& pattern) { return matches(pattern, name); });
+    });
+}
+
+Selection::Selection() : m_state(std::make_unique<State>()) {}
 
 Selection::~Selection() = default;
 
-void Selection::addOptions(Verb& verb) {
-    verb.option("--limit", m_options->limit, "Take the first N packets only");
+void Selection::addTo(Verb& verb, unsigned parts) {
+    State& its = *m_state;
+    if (parts & Time) {
+        verb.option("--from", its.fromText,
+                    "Begin there: a tick, or a time from the start as 1.5s, from the end as -2ms", "TIME");
+        verb.option("--to", its.toText, "End before that", "TIME");
+    }
+    if (parts & Place) {
+        verb.option("--core", its.coreTexts, "Only what these cores do: 0,1", "N");
+        verb.option("--thread", its.threadTexts, "Only what these threads do", "N");
+        verb.option("--process", its.processTexts, "Only where these processes have been entered", "N|GLOB");
+    }
+    if (parts & Kind)
+        verb.option("--kind", its.kindTexts, "Only these kinds of packet: Function*,Message", "GLOB");
+    if (parts & Name)
+        verb.option("--name", its.namePatterns, "Only what is about something of that name: 'read*'", "GLOB");
+    if (parts & Limit)
+        verb.option("--limit", its.limit, "Take the first N only");
+    if (parts & Tail)
+        verb.option("--tail", its.tail, "Take the last N only");
 }
 
-bool Selection::isComplete() const {
-    return m_options->taken == m_options->limit;
+void Selection::begin(const std::vector<std::string>& files) {
+    m_state->begin(files, false);
 }
 
-bool Selection::takes(const Quorvex::CPacket&) {
-    ++m_options->taken;
-    return true;
+void Selection::beginWithClock(const std::vector<std::string>& files) {
+    m_state->begin(files, true);
+}
+
+const TraceSpan& Selection::span() const {
+    return m_state->span;
+}
+
+bool Selection::takesAll() const {
+    const State& its = *m_state;
+    return !its.fromMoment && !its.toMoment && its.cores.empty() && its.threads.empty() && its.processTexts.empty() &&
+           its.kinds.none() && its.namePatterns.empty();
+}
+
+std::uint64_t Selection::from() const {
+    return m_state->from;
+}
+
+std::uint64_t Selection::to() const {
+    return m_state->to;
+}
+
+bool Selection::takes(std::size_t file, const CTraceCursor& packet) {
+    return (takesAll() && !m_state->learnsStart) || m_state->takes(file, {&packet, nullptr, packet.tick()});
+}
+
+bool Selection::takes(std::size_t file, const CPacket& packet, std::uint64_t tick) {
+    return (takesAll() && !m_state->learnsStart) || m_state->takes(file, {nullptr, &packet, tick});
+}
+
+bool Selection::takesPlace(std::uint32_t core, std::uint32_t thread) const {
+    const State& its = *m_state;
+    return (its.cores.empty() || its.cores.contains(core)) && (its.threads.empty() || its.threads.contains(thread));
+}
+
+bool Selection::takesName(std::string_view name) const {
+    const auto& patterns = m_state->namePatterns;
+    return patterns.empty() ||
+           std::ranges::any_of(patterns, [&](const std::string& pattern) { return matches(pattern, name); });
+}
+
+std::uint64_t Selection::limit() const {
+    return m_state->limit;
+}
+
+std::uint64_t Selection::tail() const {
+    return m_state->tail;
 }
 
 } // namespace qvx

@@ -1,42 +1,79 @@
 #pragma once
 
+#include "quorvex/analysis/TraceSpan.h"
+#include "quorvex/format/TCodeInfo.h"
+
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace Quorvex {
 class CPacket;
-}
+class CTraceCursor;
+} // namespace Quorvex
 
 namespace qvx {
 
 class Verb;
 
-/// Which packets of a trace a verb is for. The options that tell it are the same for every verb that has them, and
-/// stand in Selection.cpp alone.
+/// Which packets of traces a verb is for. The options that tell it are the same for every verb that has them, and stand
+/// in Selection.cpp alone.
+///
+/// begin() comes first, then takes() for each packet, in their order: also of those that are taken for another reason,
+/// because names and processes are learned from them.
 class Selection {
 public:
+    /// The options, of which a verb may have a part.
+    enum Part : unsigned {
+        Time = 1,   ///< --from and --to
+        Place = 2,  ///< --core, --thread and --process
+        Kind = 4,   ///< --kind
+        Name = 8,   ///< --name
+        Limit = 16, ///< --limit
+        Tail = 32,  ///< --tail
+        Packets = Time | Place | Kind | Name | Limit | Tail,
+    };
+
     Selection();
     ~Selection();
     Selection(const Selection&) = delete;
     Selection& operator=(const Selection&) = delete;
 
-    void addOptions(Verb& verb);
+    void addTo(Verb& verb, unsigned parts = Packets);
 
-    /// The next selected packet of a source, of which next() gives all; null behind the last one.
-    template <class Source> auto next(Source& source) {
-        decltype(source.next()) packet;
-        while (!isComplete() && (packet = source.next()) && !takes(*packet)) {
-        }
-        return packet;
-    }
+    /// Turns what is told into ticks and numbers for these files, of which it looks at the beginnings, or where a
+    /// moment counts from the end, at all of them. Throws Misuse and Failure. What standard input begins with is
+    /// learned while it is read.
+    void begin(const std::vector<std::string>& files);
+    /// The same for a verb that needs to know when its traces begin, and their clock, in any case.
+    void beginWithClock(const std::vector<std::string>& files);
+    /// When the traces begin, and their clock, as far as that was asked for or has been seen since.
+    const Quorvex::TraceSpan& span() const;
+
+    bool takesAll() const;      ///< every packet is selected, but for limits
+    std::uint64_t from() const; ///< the first tick that is selected; known after begin(), but for standard input
+    std::uint64_t to() const;   ///< the first one behind; likewise. All ones: to the end
+
+    /// Whether the packet of the trace with that number is selected. Packets without a tick are where the last one with
+    /// a tick was.
+    bool takes(std::size_t file, const Quorvex::CTraceCursor& packet);
+    /// The same for a packet in absolute form with its tick.
+    bool takes(std::size_t file, const Quorvex::CPacket& packet, std::uint64_t tick);
+    /// The same of what happens in a place: for those who ask --core, --thread and --process only.
+    bool takesPlace(std::uint32_t core, std::uint32_t thread) const;
+    /// Whether something with that name is selected.
+    bool takesName(std::string_view name) const;
+
+    std::uint64_t limit() const; ///< as many are wanted at most; all ones: all
+    std::uint64_t tail() const;  ///< so many of the last ones are wanted; all ones: all
 
 private:
-    struct Options;
+    struct State;
 
-    /// Whether nothing more is selected, whatever comes.
-    bool isComplete() const;
-    bool takes(const Quorvex::CPacket& packet);
-
-    std::unique_ptr<Options> m_options;
+    std::unique_ptr<State> m_state;
 };
 
 } // namespace qvx

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace qvx {
+
+class Option;
+class Verb;
+
+/// The traces that a verb reads: files, directories, whose files named *.qvx are meant, and "-" for standard input.
+class Inputs {
+public:
+    Option addTo(Verb& verb, const char* help = "Traces, or directories of *.qvx; - for standard input");
+
+    /// All of them by name, those of a directory in the order of their names, where digits count as numbers. Throws
+    /// Failure where a directory has none, or cannot be read.
+    std::vector<std::string> files() const;
+
+private:
+    std::vector<std::string> m_given;
+};
+
+} // namespace qvx

@@ -1,0 +1,62 @@
+#include "Words.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+namespace qvx {
+
+namespace {
+
+/// How many characters must be put in, left out, changed or swapped with the next to make one word of the other.
+std::size_t distance(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> before, row(other.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        std::vector<std::size_t> next(row.size(), i + 1);
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            next[j + 1] = std::min({next[j] + 1, row[j + 1] + 1, row[j] + (one[i] != other[j])});
+            if (i > 0 && j > 0 && one[i] == other[j - 1] && one[i - 1] == other[j])
+                next[j + 1] = std::min(next[j + 1], before[j - 1] + 1);
+        }
+        before = std::exchange(row, std::move(next));
+    }
+    return row.back();
+}
+
+} // namespace
+
+std::string didYouMean(std::string_view word, const std::vector<std::string>& known) {
+    const std::string* nearest = nullptr;
+    std::size_t least = word.size() / 2 + 1;
+    for (const std::string& candidate : known) {
+        const std::size_t away = candidate.starts_with(word) && !word.empty() ? 1 : distance(word, candidate);
+        if (away < least) {
+            least = away;
+            nearest = &candidate;
+        }
+    }
+    return nearest ? "; did you mean '" + *nearest + "'?" : "";
+}
+
+bool matches(std::string_view pattern, std::string_view text) {
+    // Where a * did not take enough, it takes one character more; only the last one needs another try.
+    std::size_t at = 0, star = std::string_view::npos, behindStar = 0;
+    for (std::size_t i = 0; i < text.size();) {
+        if (at < pattern.size() && pattern[at] == '*') {
+            star = at++;
+            behindStar = i;
+        } else if (at < pattern.size() && (pattern[at] == '?' || pattern[at] == text[i])) {
+            ++at;
+            ++i;
+        } else if (star != std::string_view::npos) {
+            at = star + 1;
+            i = ++behindStar;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', at) == std::string_view::npos;
+}
+
+} // namespace qvx

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qvx {
+
+/// What to say of a word that is not known: "; did you mean 'stats'?" with the nearest of those that are, or nothing
+/// where none is near.
+std::string didYouMean(std::string_view word, const std::vector<std::string>& known);
+
+/// Whether a text is as a pattern says: * stands for any characters, ? for one, and others for themselves.
+bool matches(std::string_view pattern, std::string_view text);
+
+} // namespace qvx
