@@ -90,6 +90,8 @@ struct Merged::Source {
     bool prepare();
 
     std::unique_ptr<TraceFile> input;
+    PacketFilter* filter = nullptr;
+    std::size_t number = 0; ///< of the trace, for the filter
     std::deque<Ahead> ahead;
     std::uint64_t added = 0;    ///< packets that have come into `ahead`,
     std::uint64_t taken = 0;    ///< and that have left it
@@ -124,7 +126,7 @@ void Merged::Source::read(std::size_t most) try {
         const CTraceCursor& at = input->cursor();
         const tagTCode code = at.TraceCode();
         const KindFacts& facts = factsOf(code);
-        if (facts.sync != ContextSort::None || code == Fill)
+        if (facts.sync != ContextSort::None || code == Fill || (filter && !filter->wants(number, at)))
             continue;
         if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace) {
             push(nullptr, kUnknown64);
@@ -237,6 +239,8 @@ bool Merged::Source::prepare() {
     return true;
 }
 
+PacketFilter::~PacketFilter() = default;
+
 Merged::Merged() = default;
 
 Merged::~Merged() = default;
@@ -250,6 +254,8 @@ void Merged::begin() {
     while (m_begun < m_sources.size()) {
         const std::size_t index = m_begun++;
         Source& source = *m_sources[index];
+        source.filter = m_filter;
+        source.number = index;
         if (m_sources.size() > kMostOpen) {
             source.batch = std::max(kLeastAhead, kMostAhead / m_sources.size());
             source.input->readAtATime(kPortion);

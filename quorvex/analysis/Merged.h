@@ -12,6 +12,15 @@
 
 namespace Quorvex {
 
+/// Looks at the packets of traces before there are objects of them.
+class QUORVEX_API PacketFilter {
+public:
+    virtual ~PacketFilter();
+    /// Whether somebody wants the packet, of the trace with that number. Called once for each that comes in question,
+    /// in the order of that trace.
+    virtual bool wants(std::size_t file, const CTraceCursor& packet) = 0;
+};
+
 /// Several traces as one, in the order of ticks: packets are absolute, and what frames a trace or restates contexts is
 /// left out. A packet whose tick is not known comes right behind the one before it in its trace. Ticks are compared as
 /// they are: of traces whose clocks have different frequencies that is not the order of time.
@@ -35,6 +44,10 @@ public:
 
     /// Adds a trace. To be done before the first packet is read.
     void add(std::unique_ptr<TraceFile> trace);
+
+    /// Leaves out what the filter does not want, before it is looked at in any other way. To be said before the first
+    /// packet is read; the filter must outlive this.
+    void filterBy(PacketFilter& filter) { m_filter = &filter; }
 
     /// The next packet; null at the end of all traces. Throws what TraceFile throws, when all packets before that have
     /// been handed out; the other traces can be gone on with then. Lack of memory is a std::bad_alloc.
@@ -60,6 +73,7 @@ private:
     /// The source's next packet, which is ready.
     PacketPointer take(std::size_t index);
 
+    PacketFilter* m_filter = nullptr;
     std::vector<platform::Owned<Source>> m_sources;
     /// The sources that have a packet, by its tick, then in the order of the files.
     using Turn = std::pair<std::uint64_t, std::size_t>;

@@ -20,7 +20,8 @@ public:
     template <class Part> void operator()(const Part& part) { Part::fields(part, *this); }
     template <class T> void operator()(FieldMeaning meaning, const char* name, const T& value) {
         if constexpr (std::is_integral_v<T>) {
-            m_take(m_to, {meaning, name, static_cast<std::uint64_t>(value), !isUnknown(meaning, value)});
+            m_take(m_to,
+                   {meaning, name, static_cast<std::uint64_t>(value), !isUnknown(meaning, value), std::is_signed_v<T>});
         } else if constexpr (std::is_enum_v<T>) {
             m_take(m_to, {meaning, name, static_cast<std::uint64_t>(value), true});
         } else if constexpr (requires { value.data() + value.Length(); }) {
@@ -39,40 +40,33 @@ private:
         std::uint64_t value = 0;
         for (std::size_t i = 0; i < std::min(count, sizeof value); ++i)
             value |= std::uint64_t{from[i]} << 8 * i;
-        m_take(m_to, {meaning, name, value, count > 0});
+        m_take(m_to, {meaning, name, value, count > 0, false, {reinterpret_cast<const char*>(from), count}});
     }
 
     void (*m_take)(void*, const NumberField&);
     void* m_to;
 };
 
-/// What the fields refer to that hold identifiers: None where that is not what their packet is about.
-struct Reference {
-    std::string_view field;
-    TextSort sort;
-};
 constexpr Reference kReferences[] = {
     {"CntrId", TextSort::Counter},
     {"EvtId", TextSort::Event},
+    {"ExprId", TextSort::Expression},
     {"FuncId", TextSort::Function},
+    {"LineId", TextSort::Line},
     {"ProcId", TextSort::Process},
     {"SignalId", TextSort::Signal},
-    {"SourceState", TextSort::None},
-    {"SrcFuncId", TextSort::None},
+    {"SourceState", TextSort::State, false},
+    {"SrcFuncId", TextSort::Function, false},
     {"State", TextSort::State},
     {"StateMachine", TextSort::StateMachine},
     {"StateMachineInstance", TextSort::StateMachineInstance},
-    {"TargetState", TextSort::None},
+    {"TargetState", TextSort::State, false},
     {"TgtFuncId", TextSort::Function},
     {"Transition", TextSort::Transition},
     {"TypeId", TextSort::Type},
     {"VarId", TextSort::Variable},
 };
 static_assert(std::ranges::is_sorted(kReferences, {}, &Reference::field));
-
-constexpr bool isPart(TextSort sort) {
-    return sort == TextSort::StateMachineInstance || sort == TextSort::State || sort == TextSort::Transition;
-}
 
 constexpr std::uint64_t kPart = 0xFFFFFFFF;
 
@@ -81,6 +75,11 @@ constexpr std::uint64_t kPart = 0xFFFFFFFF;
 void detail::eachNumber(const CPacket& packet, void (*take)(void*, const NumberField&), void* to) {
     Numbers numbers(take, to);
     visitKind(packet, [&numbers](const auto& kind) { kind.visitParts(numbers); });
+}
+
+const Reference* referenceOf(std::string_view field) {
+    const auto* row = std::ranges::lower_bound(kReferences, field, {}, &Reference::field);
+    return row != std::end(kReferences) && row->field == field ? row : nullptr;
 }
 
 std::string_view wholeTextOf(const CPacket& packet) {
@@ -97,15 +96,14 @@ std::optional<Subject> subjectOf(const CPacket& packet) {
     eachNumber(packet, [&](const NumberField& field) {
         if (field.meaning != FieldMeaning::Id)
             return;
-        if (!subject || subject->sort == TextSort::StateMachine || isPart(subject->sort)) {
-            const std::string_view name = field.name;
-            const auto* row = std::ranges::lower_bound(kReferences, name, {}, &Reference::field);
-            const bool isKnown = row != std::end(kReferences) && row->field == name;
-            if (isKnown && row->sort == TextSort::None)
+        if (!subject || subject->sort == TextSort::StateMachine || isPartOfMachine(subject->sort)) {
+            const Reference* reference = referenceOf(field.name);
+            const TextSort sort = reference ? reference->sort : TextSort::None;
+            if (reference && !reference->isSubject)
                 return;
-            if (isKnown && row->sort == TextSort::Function && field.value == CFunctionEnter::kNoFunction)
+            if (sort == TextSort::Function && field.value == CFunctionEnter::kNoFunction)
                 return;
-            subject = {isKnown ? row->sort : TextSort::None, field.value};
+            subject = {sort, field.value};
             if (subject->sort == TextSort::StateMachine)
                 machine = static_cast<std::uint32_t>(field.value);
         }
@@ -113,7 +111,7 @@ std::optional<Subject> subjectOf(const CPacket& packet) {
     const KindFacts& facts = factsOf(packet.TraceCode());
     if (subject && facts.role == Role::Definition)
         subject->sort = facts.text;
-    if (subject && isPart(subject->sort))
+    if (subject && isPartOfMachine(subject->sort))
         subject->id = CTraceNames::pair(machine, static_cast<std::uint32_t>(subject->id));
     return subject;
 }
@@ -176,7 +174,7 @@ bool CTraceNames::give(unsigned process, Key key, std::string_view text) {
 }
 
 CTraceNames::Key CTraceNames::keyOf(TextSort sort, std::uint64_t id, unsigned process) {
-    if (isPart(sort))
+    if (isPartOfMachine(sort))
         id = numberOf(TextSort::StateMachine, id >> 32, process) << 32 | (id & kPart);
     return {sort, id};
 }

@@ -17,10 +17,12 @@ namespace Quorvex {
 
 /// A field of a packet as a number.
 struct NumberField {
-    FieldMeaning meaning; ///< what it tells
-    const char* name;     ///< as in the layout of the kind
-    std::uint64_t value;  ///< of raw bytes, the first eight, lowest first
-    bool isKnown;         ///< false for all ones where those mean that it is not known, and for no bytes at all
+    FieldMeaning meaning;  ///< what it tells
+    const char* name;      ///< as in the layout of the kind
+    std::uint64_t value;   ///< of raw bytes, the first eight, lowest first
+    bool isKnown;          ///< false for all ones where those mean that it is not known, and for no bytes at all
+    bool isSigned = false; ///< the value is that of a negative number, or might be, in the two's complement of 64 bits
+    std::string_view bytes = {}; ///< of raw bytes, all of them; valid during the call
 };
 
 namespace detail {
@@ -45,6 +47,21 @@ struct Subject {
 /// What the packet defines, or else what it is about: the function that is entered, the state that is begun with.
 /// Nothing for kinds without an identifier, and for the function with all ones, which is none.
 QUORVEX_API std::optional<Subject> subjectOf(const CPacket& packet);
+
+/// What a field refers to that holds an identifier.
+struct Reference {
+    std::string_view field;
+    TextSort sort = TextSort::None;
+    bool isSubject = true; ///< the packet is about it, as long as it is about nothing before
+};
+
+/// What the field of that name refers to; null for all that hold no identifier that is given a name.
+QUORVEX_API const Reference* referenceOf(std::string_view field);
+
+/// Whether identifiers of that sort are numbered within a state machine.
+constexpr bool isPartOfMachine(TextSort sort) {
+    return sort == TextSort::StateMachineInstance || sort == TextSort::State || sort == TextSort::Transition;
+}
 
 /// The names that the define packets of traces give. Undefine packets take nothing back: what was shown under a name
 /// keeps it.

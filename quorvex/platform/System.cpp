@@ -105,6 +105,10 @@ void makeStandardStreamsBinary() {
         _setmode(_fileno(stream), _O_BINARY);
 }
 
+bool isTerminal(int stream) {
+    return _isatty(stream) != 0;
+}
+
 void* allocatePages(std::size_t size) {
     return VirtualAlloc(nullptr, size, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
 }
@@ -218,6 +222,10 @@ int openError(const char*) {
 }
 
 void makeStandardStreamsBinary() {}
+
+bool isTerminal(int stream) {
+    return isatty(stream) == 1;
+}
 
 void* allocatePages(std::size_t size) {
     void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

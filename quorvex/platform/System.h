@@ -35,6 +35,9 @@ QUORVEX_API std::string defaultTemporaryDirectory();
 /// Has the standard streams of the process carry bytes as they are, also where the system makes line ends of its own.
 QUORVEX_API void makeStandardStreamsBinary();
 
+/// Whether a standard stream of the process (0 input, 1 output, 2 errors) is a terminal.
+QUORVEX_API bool isTerminal(int stream);
+
 /// The system's text for one of its error numbers (errno), as in "Permission denied".
 QUORVEX_API std::string errorText(int error);
 /// The path from the root of the file system, for a program that may change its working directory; as it is where that

@@ -155,9 +155,9 @@ rm large plain torn shorn
 
 expect 1 '' 'qvx: missing: No such file or directory
 ' "$qvx" missing
-expect 1 '' 'qvx: .: Is a directory
+expect 1 '' 'qvx: .: has no files *.qvx
 ' "$qvx" dump .
-expect 2 '' "--format: 'xml' is none of plain, html, latex, verbose
+expect 2 '' "--format: 'xml' is none of text, json, plain, html, latex, verbose
 Run with --help for more information.
 " "$qvx" dump trace --format xml
 expect 2 '' - "$qvx" dump

@@ -54,7 +54,10 @@ Option Verb::option(const char* name, std::string& value, const char* help, cons
 }
 
 Option Verb::option(const char* name, std::vector<std::string>& values, const char* help, const char* type) {
-    return add(m_verb, name, values, help, type);
+    Option option = add(m_verb, name, values, help, type);
+    if (name[0] == '-')
+        option.m_option->allow_extra_args(false); // what follows the value is something else
+    return option;
 }
 
 Option Verb::option(const char* name, std::uint64_t& value, const char* help, const char* type) {

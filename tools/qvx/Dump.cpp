@@ -1,20 +1,33 @@
 #include "Arguments.h"
+#include "Inputs.h"
 #include "Output.h"
+#include "PacketJson.h"
 #include "Selection.h"
+#include "Story.h"
 #include "TableFormat.h"
+#include "TimeText.h"
+#include "Timeline.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/export/PacketDebugger.h"
 
+#include <deque>
 #include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace qvx {
 
 namespace {
 
+using namespace Quorvex;
+
 struct DumpOptions {
-    std::string file;
-    TableFormat format = TableFormat::Plain;
+    Inputs inputs;
+    TableFormat format = TableFormat::Auto;
+    TimeForm time = TimeForm::Seconds;
     bool bytes = false;
     bool parsable = false;
     bool hexTick = false;
@@ -22,65 +35,159 @@ struct DumpOptions {
     Output output;
 };
 
-/// Shows the packets that are selected, until `show` fails.
-template <class Show> void showAll(TraceInput& input, Selection& selection, Show&& show) {
+/// Writes what is shown, or the last rows of it.
+class Rows {
+public:
+    /// The rows that are not the last ones are forgotten, if only so many are wanted.
+    Rows(std::ostream& out, std::uint64_t last) : m_out(out), m_last(last), m_isTail(last != ~std::uint64_t{0}) {}
+
+    /// Where a row is written.
+    std::ostream& stream() { return m_isTail ? m_row : m_out; }
+    /// One has been written; false if writing has failed.
+    bool next() {
+        if (m_isTail) {
+            m_rows.push_back(std::move(m_row).str());
+            m_row.str("");
+            if (m_rows.size() > m_last)
+                m_rows.pop_front();
+        }
+        return m_out.good();
+    }
+    /// Writes what was kept, and from then on all.
+    void finish() {
+        for (const std::string& row : m_rows)
+            m_out << row;
+        m_rows.clear();
+    }
+
+private:
+    std::ostream& m_out;
+    std::uint64_t m_last;
+    bool m_isTail;
+    std::ostringstream m_row;
+    std::deque<std::string> m_rows;
+};
+
+/// Shows the packets of one trace that are selected, as they are, by `show(packet, offset, size)` until that fails.
+template <class Show> ExitCode showPackets(const std::string& file, Selection& selection, Rows& rows, Show show) {
+    TraceInput input(file);
     std::uint64_t left = selection.limit();
     while (left > 0 && input.advance()) {
-        const Quorvex::CTraceCursor& at = input.cursor();
+        const CTraceCursor& at = input.cursor();
         if (!selection.takes(0, at))
             continue;
         --left;
-        if (!show(*PacketPointer(at.packet()), at.offset(), at.end()))
+        if (!show(*PacketPointer(at.packet()), at.offset(), at.end() - at.offset()) || !rows.next())
             break;
     }
+    rows.finish();
+    return input.reportDamage();
+}
+
+ExitCode dumpVerbose(DumpOptions& options, const std::string& file, Rows& rows) {
+    CPacketDebugger printer(rows.stream(), options.bytes);
+    return showPackets(file, options.selection, rows, [&](CPacket& packet, std::uint64_t offset, std::uint64_t size) {
+        return printer.put(offset, packet, size);
+    });
+}
+
+ExitCode dumpTable(DumpOptions& options, const std::string& file, std::ostream& out, Rows& rows) {
+    const auto frame = makeTable(options.format, out, true);
+    const auto table = makeTable(options.format, rows.stream(), true);
+    table->SetParsable(options.parsable);
+    table->SetHexTick(options.hexTick);
+    frame->SetParsable(options.parsable);
+    frame->writePageHeader(nullptr);
+    frame->writeTableHeader(true);
+    const ExitCode exitCode =
+        showPackets(file, options.selection, rows, [&](CPacket& packet, std::uint64_t offset, std::uint64_t size) {
+            return table->writeCPacket(offset, packet, size);
+        });
+    frame->writeTableFooter();
+    frame->writePageFooter();
+    return exitCode;
+}
+
+ExitCode dumpText(DumpOptions& options, const std::vector<std::string>& files, std::ostream& out, Rows& rows) {
+    Story story(rows.stream(), options.time, options.output.isColored());
+    Timeline timeline(files, options.selection, &story);
+    Story(out, options.time, false).writeHead();
+    while (const PacketPointer packet = timeline.next()) {
+        story.tellTime(options.selection.span());
+        if (!story.tell(timeline.file(), *packet, timeline.tick()) || !rows.next())
+            break;
+    }
+    rows.finish();
+    return timeline.reportDamage();
+}
+
+ExitCode dumpJson(DumpOptions& options, const std::vector<std::string>& files, Rows& rows) {
+    PacketJson json(files);
+    Timeline timeline(files, options.selection, &json);
+    while (const PacketPointer packet = timeline.next()) {
+        rows.stream() << json.line(timeline, *packet, options.selection.span());
+        if (!rows.next())
+            break;
+    }
+    rows.finish();
+    return timeline.reportDamage();
 }
 
 ExitCode dump(DumpOptions& options) {
-    options.output.check({options.file});
-    options.selection.begin({options.file});
-    TraceInput input(options.file);
-    std::ostream& out = options.output.target().open();
-    if (options.format == TableFormat::Verbose) {
-        Quorvex::CPacketDebugger printer(out, options.bytes);
-        showAll(input, options.selection, [&](Quorvex::CPacket& packet, std::uint64_t offset, std::uint64_t end) {
-            return printer.put(offset, packet, end - offset);
-        });
+    const std::vector<std::string> files = options.inputs.files();
+    const bool isOne = files.size() == 1;
+    if (options.format == TableFormat::Auto)
+        options.format = options.output.isTerminal() || !isOne ? TableFormat::Text : TableFormat::Plain;
+    const bool isTold = options.format == TableFormat::Text || options.format == TableFormat::JSON;
+    if (!isTold && !isOne)
+        throw Misuse("--format", "tables are of one trace; text and json take several");
+    if (options.format == TableFormat::Text) {
+        options.selection.preferHappenings();
+        options.output.checkForPeople(files);
     } else {
-        const auto table = makeTable(options.format, out, true);
-        table->SetParsable(options.parsable);
-        table->SetHexTick(options.hexTick);
-        table->writePageHeader(nullptr);
-        table->writeTableHeader(true);
-        showAll(input, options.selection, [&](Quorvex::CPacket& packet, std::uint64_t offset, std::uint64_t end) {
-            return table->writeCPacket(offset, packet, end - offset);
-        });
-        table->writeTableFooter();
-        table->writePageFooter();
+        options.output.check(files);
     }
+    if (isTold)
+        options.selection.beginWithClock(files);
+    else
+        options.selection.begin(files);
+    std::ostream& out = options.output.target().open();
+    Rows rows(out, options.selection.tail());
+    const ExitCode exitCode = options.format == TableFormat::Text      ? dumpText(options, files, out, rows)
+                              : options.format == TableFormat::JSON    ? dumpJson(options, files, rows)
+                              : options.format == TableFormat::Verbose ? dumpVerbose(options, files.front(), rows)
+                                                                       : dumpTable(options, files.front(), out, rows);
     options.output.target().commit();
-    return input.reportDamage();
+    return exitCode;
 }
 
 } // namespace
 
 void addDump(Program& program) {
     auto options = std::make_shared<DumpOptions>();
-    Verb verb = program.add("dump", "Show the packets of a trace as a table, or one field a line");
-    verb.option("FILE", options->file, "Trace file; - for standard input").required();
+    Verb verb = program.add("dump", "Show what is in traces, packet by packet");
+    options->inputs.addTo(verb);
     addFormatOption(verb, options->format, true);
+    addTimeOption(verb, options->time);
+    options->selection.addTo(verb);
     verb.flag("--bytes", options->bytes, "(verbose) The bytes of each packet too");
     verb.flag("--parsable", options->parsable,
-              "For programs and `qvx convert`: without descriptions, unknown values as \"Invalid\"");
-    verb.flag("--hex-tick", options->hexTick, "Ticks in hexadecimal");
-    options->selection.addTo(verb, Selection::Packets & ~Selection::Tail);
-    options->output.addOptions(verb);
-    verb.footer("Example: qvx dump --limit 20 thread_4711.qvx");
+              "(tables) For programs and `qvx convert`: without descriptions, unknown values as \"Invalid\"");
+    verb.flag("--hex-tick", options->hexTick, "(tables) Ticks in hexadecimal");
+    options->output.addOptionsForPeople(verb);
+    verb.footer(
+        "Example: qvx dump --from 1s --to 2s traces/*.qvx\n"
+        "Several traces are shown as one, in the order of time. > is what is entered, < what is left, with the\n"
+        "time that it took.");
     verb.runs([options] {
-        const bool isVerbose = options->format == TableFormat::Verbose;
-        if (options->bytes && !isVerbose)
+        const bool isTable = options->format != TableFormat::Verbose && options->format != TableFormat::Text &&
+                             options->format != TableFormat::JSON;
+        if (options->bytes && options->format != TableFormat::Verbose)
             throw Misuse("--bytes", "goes with --format verbose");
-        if (isVerbose && (options->parsable || options->hexTick))
+        if (!isTable && (options->parsable || options->hexTick))
             throw Misuse(options->parsable ? "--parsable" : "--hex-tick", "goes with tables");
+        if (options->format == TableFormat::Auto && (options->parsable || options->hexTick))
+            options->format = TableFormat::Plain;
         return dump(*options);
     });
 }

@@ -36,15 +36,39 @@ void JsonLine::begin(std::string_view name) {
     m_text += ": ";
 }
 
+void JsonLine::append(std::uint64_t number) {
+    m_text += number <= kMostExact ? fmt::format("{}", number) : fmt::format("\"{}\"", number);
+}
+
 JsonLine& JsonLine::add(std::string_view name, std::uint64_t number) {
     begin(name);
-    m_text += number <= kMostExact ? fmt::format("{}", number) : fmt::format("\"{}\"", number);
+    append(number);
+    return *this;
+}
+
+JsonLine& JsonLine::add(std::string_view name, const std::vector<std::uint64_t>& numbers) {
+    begin(name);
+    m_text += '[';
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        m_text += i > 0 ? ", " : "";
+        append(numbers[i]);
+    }
+    m_text += ']';
     return *this;
 }
 
 JsonLine& JsonLine::add(std::string_view name, std::string_view text) {
     begin(name);
     m_text += quoted(text);
+    return *this;
+}
+
+JsonLine& JsonLine::addSigned(std::string_view name, std::int64_t number) {
+    if (number >= 0)
+        return add(name, static_cast<std::uint64_t>(number));
+    begin(name);
+    const bool isExact = number >= -static_cast<std::int64_t>(kMostExact);
+    m_text += isExact ? fmt::format("{}", number) : fmt::format("\"{}\"", number);
     return *this;
 }
 

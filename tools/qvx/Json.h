@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvx {
 
@@ -13,13 +14,17 @@ class JsonLine {
 public:
     JsonLine& add(std::string_view name, std::uint64_t number);
     JsonLine& add(std::string_view name, std::string_view text);
+    JsonLine& add(std::string_view name, const std::vector<std::uint64_t>& numbers);
     JsonLine& addUnknown(std::string_view name);
+    /// A number that may be negative.
+    JsonLine& addSigned(std::string_view name, std::int64_t number);
 
     /// With the end of the line.
     std::string text() const { return m_text + "}\n"; }
 
 private:
     void begin(std::string_view name);
+    void append(std::uint64_t number);
 
     std::string m_text = "{";
 };

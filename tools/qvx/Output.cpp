@@ -168,6 +168,32 @@ void Output::addOptions(Verb& verb, bool required) {
     verb.flag("-f,--force", m_force, "Overwrite FILE if it exists");
 }
 
+void Output::addOptionsForPeople(Verb& verb) {
+    addOptions(verb);
+    verb.choice("--color", m_color, {{"auto", Color::Auto}, {"always", Color::Always}, {"never", Color::Never}},
+                "auto (default: on a terminal), always, never", "WHEN");
+    verb.flag("--no-pager", m_noPager, "Do not show one screen at a time");
+}
+
+bool Output::isTerminal() const {
+    return m_wasTerminal || (!isNamed() && Quorvex::platform::isTerminal(1));
+}
+
+bool Output::isColored() const {
+    return m_color == Color::Always ||
+           (m_color == Color::Auto && isTerminal() && Quorvex::platform::environment("NO_COLOR").empty() &&
+            Quorvex::platform::environment("TERM") != "dumb");
+}
+
+void Output::checkForPeople(const std::vector<std::string>& inputs) {
+    if (isTerminal() && !m_noPager) {
+        const std::string own = Quorvex::platform::environment("PAGER");
+        m_wasTerminal =
+            m_pager.start(!own.empty() ? own : "if command -v less >/dev/null; then exec less; else exec cat; fi");
+    }
+    check(inputs);
+}
+
 void Output::check(const std::vector<std::string>& inputs) {
     for (const std::string& input : inputs)
         m_claims.read(input);

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "quorvex/platform/OutputFile.h"
+#include "quorvex/platform/Pager.h"
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -91,9 +93,17 @@ private:
 class Output {
 public:
     void addOptions(Verb& verb, bool required = false);
+    /// The same for a verb that tells people something, with those of what is shown on a terminal.
+    void addOptionsForPeople(Verb& verb);
 
     /// Looks at what will be written before work begins; `inputs` are the files that the verb reads.
     void check(const std::vector<std::string>& inputs);
+    /// The same for a text that people read: on a terminal it goes through a pager, unless they do not want that.
+    void checkForPeople(const std::vector<std::string>& inputs);
+    /// Whether all that is written goes to a terminal.
+    bool isTerminal() const;
+    /// Whether texts have colours.
+    bool isColored() const;
     /// What has been claimed so far.
     Claims& claims() { return m_claims; }
     Target& target() { return *m_target; }
@@ -102,8 +112,14 @@ public:
     bool force() const { return m_force; }
 
 private:
+    enum class Color : std::uint8_t { Auto, Always, Never };
+
     std::string m_path = "-";
     bool m_force = false;
+    Color m_color = Color::Auto;
+    bool m_noPager = false;
+    bool m_wasTerminal = false;       ///< before there was a pager
+    Quorvex::platform::Pager m_pager; ///< goes last
     Claims m_claims;
     std::unique_ptr<Target> m_target;
 };

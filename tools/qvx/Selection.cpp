@@ -109,6 +109,7 @@ struct Selection::State {
     void settle();
     void learnStart(const Given& packet);
     bool takes(std::size_t file, const Given& packet);
+    bool isInTime(std::size_t file, std::uint64_t packetTick);
     void learn(std::size_t file, const Given& packet);
     bool runs(std::size_t file, std::uint32_t core);
     bool hasName(std::size_t file, const Given& packet);
@@ -221,15 +222,8 @@ bool Selection::State::takes(std::size_t file, const Given& packet) {
     if (learnsStart)
         learnStart(packet);
     learn(file, packet);
-    if (fromMoment || toMoment) {
-        if (file >= lastTicks.size())
-            lastTicks.resize(file + 1);
-        std::uint64_t& tick = lastTicks[file];
-        if (packet.tick != kUnknown64)
-            tick = packet.tick;
-        if (tick < from || tick >= to || !isSettled)
-            return false;
-    }
+    if (!isInTime(file, packet.tick))
+        return false;
     if (kinds.any() && !kinds[absoluteKind(code)])
         return false;
     if (!cores.empty() || !threads.empty() || !processTexts.empty()) {
@@ -239,6 +233,17 @@ bool Selection::State::takes(std::size_t file, const Given& packet) {
             return false;
     }
     return namePatterns.empty() || hasName(file, packet);
+}
+
+bool Selection::State::isInTime(std::size_t file, std::uint64_t packetTick) {
+    if (!fromMoment && !toMoment)
+        return true;
+    if (file >= lastTicks.size())
+        lastTicks.resize(file + 1);
+    std::uint64_t& tick = lastTicks[file];
+    if (packetTick != kUnknown64)
+        tick = packetTick;
+    return isSettled && tick >= from && tick < to;
 }
 
 void Selection::State::learn(std::size_t file, const Given& packet) {
@@ -313,6 +318,12 @@ void Selection::addTo(Verb& verb, unsigned parts) {
         verb.option("--tail", its.tail, "Take the last N only");
 }
 
+void Selection::preferHappenings() {
+    State& its = *m_state;
+    for (unsigned code = 0; its.kindTexts.empty() && code < its.kinds.size(); ++code)
+        its.kinds[code] = factsOf(tagTCode(code)).role == Role::Happening;
+}
+
 void Selection::begin(const std::vector<std::string>& files) {
     m_state->begin(files, false);
 }
@@ -345,6 +356,14 @@ bool Selection::takes(std::size_t file, const CTraceCursor& packet) {
 
 bool Selection::takes(std::size_t file, const CPacket& packet, std::uint64_t tick) {
     return (takesAll() && !m_state->learnsStart) || m_state->takes(file, {nullptr, &packet, tick});
+}
+
+bool Selection::isInTime(std::size_t file, const CTraceCursor& packet) {
+    return m_state->isInTime(file, packet.tick());
+}
+
+void Selection::pass(std::size_t file, const CTraceCursor& packet) {
+    m_state->learn(file, {&packet, nullptr, packet.tick()});
 }
 
 bool Selection::takesPlace(std::uint32_t core, std::uint32_t thread) const {

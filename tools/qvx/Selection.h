@@ -44,6 +44,10 @@ public:
 
     void addTo(Verb& verb, unsigned parts = Packets);
 
+    /// Unless kinds are asked for, leaves out definitions and what only frames a trace, for those who show what
+    /// happened.
+    void preferHappenings();
+
     /// Turns what is told into ticks and numbers for these files, of which it looks at the beginnings, or where a
     /// moment counts from the end, at all of them. Throws Misuse and Failure. What standard input begins with is
     /// learned while it is read.
@@ -62,6 +66,10 @@ public:
     bool takes(std::size_t file, const Quorvex::CTraceCursor& packet);
     /// The same for a packet in absolute form with its tick.
     bool takes(std::size_t file, const Quorvex::CPacket& packet, std::uint64_t tick);
+    /// The part of that which is about --from and --to, for those who ask for the rest later, and pass() where there is
+    /// no rest to ask for.
+    bool isInTime(std::size_t file, const Quorvex::CTraceCursor& packet);
+    void pass(std::size_t file, const Quorvex::CTraceCursor& packet); ///< learns from a packet, which is not taken
     /// The same of what happens in a place: for those who ask --core, --thread and --process only.
     bool takesPlace(std::uint32_t core, std::uint32_t thread) const;
     /// Whether something with that name is selected.

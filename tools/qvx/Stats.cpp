@@ -2,6 +2,7 @@
 #include "Json.h"
 #include "Output.h"
 #include "Print.h"
+#include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/CallTimes.h"
@@ -42,16 +43,6 @@ struct StatsOptions {
     std::uint64_t limit = 40;
     Output output;
 };
-
-/// A time with three digits behind the point, in the unit that fits.
-std::string timeText(std::uint64_t nanoseconds) {
-    constexpr std::pair<std::uint64_t, const char*> kUnits[] = {{1'000'000'000, "s"}, {1'000'000, "ms"}, {1'000, "us"}};
-    for (const auto& [unit, name] : kUnits) {
-        if (nanoseconds >= unit)
-            return fmt::format("{}.{:03} {}", nanoseconds / unit, nanoseconds % unit / (unit / 1000), name);
-    }
-    return fmt::format("{} ns", nanoseconds);
-}
 
 class Statistics {
 public:
@@ -121,7 +112,9 @@ private:
     }
 
     void printTable(std::ostream& out, const std::vector<Row>& rows) const {
-        const auto time = [this](std::uint64_t value) { return hasClock() ? timeText(value) : std::to_string(value); };
+        const auto time = [this](std::uint64_t value) {
+            return hasClock() ? durationText(value) : std::to_string(value);
+        };
         std::uint64_t all = 0, unfinished = 0;
         for (const Row& row : rows) {
             all += row.self;

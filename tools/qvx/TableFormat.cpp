@@ -10,11 +10,14 @@ namespace qvx {
 Option addFormatOption(Verb& verb, TableFormat& format, bool ofPackets) {
     if (ofPackets)
         return verb.choice("--format", format,
-                           {{"plain", TableFormat::Plain},
+                           {{"text", TableFormat::Text},
+                            {"json", TableFormat::JSON},
+                            {"plain", TableFormat::Plain},
                             {"html", TableFormat::HTML},
                             {"latex", TableFormat::LaTeX},
                             {"verbose", TableFormat::Verbose}},
-                           "plain (default), html, latex, verbose");
+                           "text: what happened, for people (default on a terminal), json: an object a line, tables: "
+                           "plain (default), html, latex, verbose: a field a line");
     return verb.choice("--format", format,
                        {{"plain", TableFormat::Plain},
                         {"html", TableFormat::HTML},

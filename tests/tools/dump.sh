@@ -1,0 +1,130 @@
+#!/usr/bin/env bash
+# Runs qvx dump for people and for programs, and the options that select packets.
+#
+#     dump.sh QVX
+. "$(dirname "$0")/common.sh"
+
+row() { printf '\t%s' "$1"; shift; printf '\t%s' "$@"; printf '\n'; }
+{
+    row Timestamp 16 1000 1000000
+    row FunctionDefine 28 1000 1 2 Invalid 0x7
+    row CharString 4 work
+    row TypeDefine 29 Invalid Invalid Invalid Invalid 0x1 4
+    row CharString 5 float
+    row VariableDefine 32 Invalid Invalid Invalid Invalid 0x9 0x1
+    row CharString 5 speed
+    row FunctionEnter 28 1500 1 2 Invalid 0x7
+    row FunctionEnter 28 2000 1 2 0x1000 0x8
+    row ProcessEnter 28 2000 1 2 Invalid 0x5
+    row CounterValue 36 2100 1 2 Invalid 0x6 12
+    row VariableWrite 32 2200 0 3 Invalid 0x9 0x3f800000
+    row Message 9 2300 -2
+    row CharString 2 $'\u00e9'
+    row FunctionLeave 28 3000 1 2 Invalid 0x8
+    row FunctionLeave 28 1003000 1 2 Invalid 0x7
+} >table
+run 0 convert table -o trace
+
+# expect ARGUMENTS...: compares what dump says with standard input.
+expect() { diff - <("$qvx" dump "$@" 2>&1) || fail "dump $*"; }
+expect trace --format text <<'END'
+                time  core     thread  what
+         0.000500000     1          2  > work
+         0.001000000     1          2    > 0x00000008
+         0.001000000     1          2      > process 0x00000005
+         0.001100000     1          2      CounterValue 0x00000006  Value=12
+         0.001200000     0          3  VariableWrite speed  Data=1
+         0.001300000     -          -  Message "é"  Priority=-2
+         0.002000000     1          2    < 0x00000008  1.000 ms
+         1.002000000     1          2  < work  1.001 s
+END
+# Each row: the options, and the ticks of the packets that they select.
+while read -r options; do
+    read -r ticks
+    got=$("$qvx" dump trace --format text --time ticks $options | awk 'NR > 1 { printf "%s ", $1 }')
+    [ "${got% }" = "$ticks" ] || fail "$options: $got"
+    got=$("$qvx" dump --format text --time ticks $options - <trace | awk 'NR > 1 { printf "%s ", $1 }')
+    [ "${got% }" = "$ticks" ] || [[ $options = *-[0-9]* ]] || fail "standard input, $options: $got"
+done <<'END'
+--from 2100 --to 2300
+2100 2200
+--from 0.0012s
+2200 2300 3000 1003000
+--from +1200 --to 1300us
+2200
+--from -1s
+3000 1003000
+--from -1001000 --to -1
+2000 2000 2100 2200 2300 3000
+--core 0
+2200
+--core 0,0x1 --thread 2 --kind Function*
+1000 1500 2000 3000 1003000
+--process 5
+2000 2100 3000 1003000
+--kind CounterValue --kind Message
+2100 2300
+--name wor?
+1500 1003000
+--name spe*
+2200
+--limit 2
+1500 2000
+--tail 1
+1003000
+--kind Timestamp
+1000
+END
+expect trace --format text --time delta --tail 2 <<'END'
+                time  core     thread  what
+         0.000700000     1          2    < 0x00000008  1.000 ms
+         1.000000000     1          2  < work  1.001 s
+END
+# Depth and durations count what is before the part that is shown.
+expect trace --format text --from 3000 --time ns <<'END'
+                time  core     thread  what
+             2000000     1          2    < 0x00000008  1.000 ms
+          1002000000     1          2  < work  1.001 s
+END
+expect trace --format json --from 2000 --to 2300 <<'END'
+{"offset": 163, "kind": "FunctionEnter", "tick": 2000, "core": 1, "thread": 2, "address": 4096, "time_ns": 1000000, "FuncId": 8}
+{"offset": 193, "kind": "ProcessEnter", "tick": 2000, "core": 1, "thread": 2, "address": null, "time_ns": 1000000, "ProcId": 5}
+{"offset": 223, "kind": "CounterValue", "tick": 2100, "core": 1, "thread": 2, "address": null, "time_ns": 1100000, "CntrId": 6, "Value": 12}
+{"offset": 261, "kind": "VariableWrite", "tick": 2200, "core": 0, "thread": 3, "address": null, "time_ns": 1200000, "VarId": 9, "Data": "0x3f800000", "name": "speed"}
+END
+
+# Several traces are one in the order of time, and each its own process where its names are.
+mkdir traces
+sed 's/work/walk/; s/1500/1400/' table >table2
+"$qvx" convert table2 -o traces/thread_10.qvx 2>/dev/null
+cp trace traces/thread_9.qvx
+expect traces --to 1501 <<'END'
+                time  core     thread  what
+         0.000400000     1          2  > walk
+         0.000500000     1          2  > work
+END
+expect traces --kind Message --format json --limit 1 <<'END'
+{"file": "traces/thread_9.qvx", "offset": 295, "kind": "Message", "tick": 2300, "core": null, "thread": null, "address": null, "time_ns": 1300000, "Priority": -2, "text": "é"}
+END
+esc=$'\x1b'
+run 0 dump trace --format text --color always --limit 1 -o colored
+grep -qF "> $esc[1mwork$esc[0m" colored || fail 'no colours'
+
+# misuse TEXT ARGUMENTS...
+misuse() {
+    run 2 dump "${@:2}"
+    says "$1"
+}
+misuse "'1m' is no time" trace --from 1m
+misuse 'is no number of 32 bits' trace --thread x
+misuse "did you mean 'Message'?" trace --kind Mesage
+misuse 'standard input cannot be read twice' - --from -1s
+misuse 'tables are of one trace' traces --format plain
+run 1 dump table2 traces/none.qvx
+mkdir empty
+run 1 dump empty
+says 'empty: has no files *.qvx'
+sed -i 1d table
+run 1 dump table --from 1s
+says 'does not tell how many ticks are a second'
+finish dump

@@ -1,0 +1,124 @@
+#include "PacketJson.h"
+
+#include "Json.h"
+#include "quorvex/analysis/TimeBase.h"
+#include "quorvex/analysis/TraceFile.h"
+#include "quorvex/packets/PacketKinds.h"
+
+#include <fmt/format.h>
+
+#include <iterator>
+#include <optional>
+#include <string_view>
+
+namespace qvx {
+
+using namespace Quorvex;
+
+namespace {
+
+/// Fields that stand under common names, of whatever kind they are.
+struct Common {
+    const char* field;
+    const char* name; ///< null: told in another way
+};
+constexpr Common kCommon[] = {{"Tick", nullptr}, {"Timestamp", nullptr}, {"Msg", nullptr},
+                              {"HWCtx", "core"}, {"SWCtx", "thread"},    {"IP", "address"}};
+
+constexpr std::string_view kRepeated = "Idx"; ///< the field of which a packet may have several
+
+std::string hexText(std::string_view bytes) {
+    std::string text = "0x";
+    for (std::size_t i = bytes.size(); i > 0; --i)
+        fmt::format_to(std::back_inserter(text), "{:02x}", static_cast<unsigned char>(bytes[i - 1]));
+    return text;
+}
+
+void addTime(JsonLine& line, std::uint64_t tick, const TraceSpan& span) {
+    if (tick == kUnknown64 || span.frequency == 0 || span.first == kUnknown64) {
+        line.addUnknown("time_ns");
+        return;
+    }
+    const bool isBefore = tick < span.first;
+    const std::uint64_t distance = isBefore ? span.first - tick : tick - span.first;
+    const std::uint64_t time = TimeBase::unitsOf(distance, span.frequency, 1'000'000'000);
+    if (isBefore)
+        line.addSigned("time_ns", -static_cast<std::int64_t>(time));
+    else
+        line.add("time_ns", time);
+}
+
+void addNumber(JsonLine& line, const char* name, const NumberField& field) {
+    if (field.meaning == FieldMeaning::Bytes || field.bytes.size() > sizeof field.value)
+        line.add(name, hexText(field.bytes));
+    else if (!field.isKnown)
+        line.addUnknown(name);
+    else if (field.isSigned)
+        line.addSigned(name, static_cast<std::int64_t>(field.value));
+    else
+        line.add(name, field.value);
+}
+
+} // namespace
+
+void PacketJson::pass(std::size_t file, const CTraceCursor& packet) {
+    if (factsOf(packet.TraceCode()).role == Role::Definition)
+        m_names.note(*PacketPointer(packet.packet()), static_cast<unsigned>(file));
+}
+
+void PacketJson::pass(std::size_t file, const CPacket& packet, std::uint64_t) {
+    m_names.note(packet, static_cast<unsigned>(file));
+}
+
+std::string PacketJson::line(const Timeline& from, const CPacket& packet, const TraceSpan& span) {
+    const auto process = static_cast<unsigned>(from.file());
+    m_names.note(packet, process);
+    JsonLine line;
+    if (m_files.size() > 1)
+        line.add("file", m_files[from.file()]);
+    line.add("offset", from.offset()).add("kind", CTCodeInfo::TCodeToName(packet.TraceCode()));
+    if (from.tick() == kUnknown64)
+        line.addUnknown("tick");
+    else
+        line.add("tick", from.tick());
+    for (const Common& common : kCommon) {
+        if (!common.name)
+            continue;
+        bool isThere = false;
+        eachNumber(packet, [&](const NumberField& field) {
+            if (!isThere && std::string_view(field.name) == common.field) {
+                addNumber(line, common.name, field);
+                isThere = true;
+            }
+        });
+        if (!isThere)
+            line.addUnknown(common.name);
+    }
+    addTime(line, from.tick(), span);
+    std::optional<std::vector<std::uint64_t>> repeated;
+    eachNumber(packet, [&](const NumberField& field) {
+        for (const Common& common : kCommon) {
+            if (std::string_view(field.name) == common.field)
+                return;
+        }
+        if (std::string_view(field.name) != kRepeated) {
+            addNumber(line, field.name, field);
+            return;
+        }
+        if (!repeated)
+            repeated.emplace();
+        repeated->push_back(field.value);
+    });
+    if (repeated)
+        line.add(kRepeated, *repeated);
+    if (const auto subject = subjectOf(packet); subject && subject->sort != TextSort::None) {
+        const std::string& name = m_names.name(subject->sort, m_names.numberOf(subject->sort, subject->id, process));
+        if (!name.empty())
+            line.add("name", name);
+    }
+    if (const std::string_view text = wholeTextOf(packet); !text.empty())
+        line.add("text", text);
+    return line.text();
+}
+
+} // namespace qvx

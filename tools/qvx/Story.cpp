@@ -1,0 +1,298 @@
+#include "Story.h"
+
+#include "TraceInput.h"
+#include "Verbs.h"
+#include "quorvex/analysis/TraceFile.h"
+#include "quorvex/packets/PacketKinds.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <iterator>
+#include <optional>
+
+namespace qvx {
+
+using namespace Quorvex;
+
+namespace {
+
+constexpr std::uint32_t kNoFunction = CFunctionEnterPayload::kNoFunction;
+constexpr std::size_t kMostOpen = 0x10000;
+constexpr std::size_t kMostIndented = 40; ///< deeper calls stand no further to the right
+
+/// Fields that columns and names tell.
+constexpr std::string_view kToldElsewhere[] = {"Tick", "Timestamp", "HWCtx", "SWCtx", "Msg"};
+
+constexpr char kTimeColor[] = "\x1b[2m";
+constexpr char kNameColor[] = "\x1b[1m";
+constexpr char kKindColor[] = "\x1b[36m";
+constexpr char kDurationColor[] = "\x1b[33m";
+constexpr char kNoColor[] = "\x1b[0m";
+
+std::string numberText(std::uint32_t number) {
+    return isUnknown(FieldMeaning::Context, number) ? "-" : std::to_string(number);
+}
+
+/// What the bytes of a value are as a number, the first one lowest.
+std::uint64_t unsignedOf(std::string_view bytes) {
+    std::uint64_t value = 0;
+    for (std::size_t i = bytes.size(); i > 0; --i)
+        value = value << 8 | static_cast<unsigned char>(bytes[i - 1]);
+    return value;
+}
+
+/// In hexadecimal, the last byte first.
+std::string hexText(std::string_view bytes) {
+    std::string text = "0x";
+    for (std::size_t i = bytes.size(); i > 0; --i)
+        fmt::format_to(std::back_inserter(text), "{:02x}", static_cast<unsigned char>(bytes[i - 1]));
+    return text;
+}
+
+/// How the values of a type are written, by what languages call their types.
+std::string typedText(std::string_view type, std::string_view bytes) {
+    const auto names = [type](std::string_view word) { return type.find(word) != std::string_view::npos; };
+    const std::size_t size = bytes.size();
+    if (size != 1 && size != 2 && size != 4 && size != 8)
+        return hexText(bytes);
+    const std::uint64_t value = unsignedOf(bytes);
+    if (names("float") || names("double") || names("real")) {
+        if (size == 4)
+            return fmt::format("{}", std::bit_cast<float>(static_cast<std::uint32_t>(value)));
+        if (size == 8)
+            return fmt::format("{}", std::bit_cast<double>(value));
+    }
+    if (names("*") || names("ptr"))
+        return hexText(bytes);
+    if (names("bool") && value <= 1)
+        return value ? "true" : "false";
+    if (names("unsigned") || names("uint") || names("size_t") || names("byte") || names("bool"))
+        return fmt::format("{}", value);
+    if (names("int") || names("long") || names("short") || names("signed") || names("char")) {
+        const auto unused = static_cast<unsigned>(64 - 8 * size);
+        return fmt::format("{}", static_cast<std::int64_t>(value << unused) >> unused);
+    }
+    return hexText(bytes);
+}
+
+} // namespace
+
+struct Story::MoveKinds {
+    std::array<MoveKind, 256> kinds{};
+
+    constexpr MoveKinds() {
+        kinds[FunctionEnter] = kinds[RelFunctionEnter] = {Step::Enter, TextSort::Function};
+        kinds[FunctionLeave] = kinds[RelFunctionLeave] = {Step::Leave, TextSort::Function};
+        kinds[ProcessEnter] = kinds[RelProcessEnter] = {Step::Enter, TextSort::Process};
+        kinds[ProcessLeave] = kinds[RelProcessLeave] = {Step::Leave, TextSort::Process};
+        kinds[HWExceptionEnter] = kinds[RelHWExceptionEnter] = {Step::Enter, TextSort::None};
+        kinds[HWExceptionLeave] = kinds[RelHWExceptionLeave] = {Step::Leave, TextSort::None};
+    }
+    const MoveKind& of(tagTCode code) const { return kinds[static_cast<std::uint8_t>(code)]; }
+
+    static const MoveKinds kAll;
+};
+
+constexpr Story::MoveKinds Story::MoveKinds::kAll;
+
+Story::Story(std::ostream& out, TimeForm form, bool isColored) : m_out(out), m_time(form), m_isColored(isColored) {}
+
+Story::Place Story::placeOf(std::size_t file, std::uint32_t core, std::uint32_t thread, TextSort sort) {
+    // Of a thread that is not known, what runs on a core is taken for one.
+    const bool isCore = sort != TextSort::Function || isUnknown(FieldMeaning::Context, thread);
+    return {file, isCore ? core : thread, isCore, sort};
+}
+
+Story::Move Story::moveOf(std::size_t file, const CPacket& packet) {
+    const MoveKind& kind = MoveKinds::kAll.of(packet.TraceCode());
+    if (kind.step == Step::None)
+        return {};
+    const auto& context = *contextOf<CCoreContext>(packet);
+    const std::optional<Subject> subject = subjectOf(packet);
+    return {kind.step, placeOf(file, context.HWCtx(), context.SWCtx(), kind.sort),
+            subject ? subject->id : CFunctionEnterPayload::kNoFunction};
+}
+
+Story::Stack& Story::stackOf(const Place& place) {
+    return m_stacks.findOrMake(place, [] { return Stack(kMostOpen); });
+}
+
+std::uint64_t Story::make(const Move& move, std::uint64_t tick) {
+    Stack& stack = stackOf(move.place);
+    if (move.step == Step::Enter) {
+        stack.enter([&] { return Open{move.id, tick}; });
+        return kUnknown64;
+    }
+    const auto left = stack.leave([&move](const Open& open) {
+        return open.id == move.id || (move.place.sort == TextSort::Function && move.id == kNoFunction);
+    });
+    std::uint64_t since = kUnknown64;
+    for (std::size_t i = left.value_or(0); i > 0; --i) {
+        since = stack.back().tick;
+        stack.pop();
+    }
+    return since <= tick && tick != kUnknown64 ? tick - since : kUnknown64;
+}
+
+void Story::learn(std::size_t file, const CPacket& packet) {
+    if (factsOf(packet.TraceCode()).role != Role::Definition)
+        return;
+    m_names.note(packet, static_cast<unsigned>(file));
+    if (const auto* variable = packetAs<CVariableDefine>(packet))
+        m_types[{file, variable->VarId()}] = variable->TypeId();
+}
+
+void Story::pass(std::size_t file, const CTraceCursor& packet) {
+    const tagTCode code = packet.TraceCode();
+    const MoveKind& kind = MoveKinds::kAll.of(code);
+    const auto make = [&](const auto& call) {
+        this->make({kind.step, placeOf(file, call.HWCtx(), call.SWCtx(), kind.sort), call.TgtFuncId()}, packet.tick());
+    };
+    if (const auto enter = packet.as<CFunctionEnter>())
+        make(*enter);
+    else if (const auto leave = packet.as<CFunctionLeave>())
+        make(*leave);
+    else if (kind.step != Step::None || factsOf(code).role == Role::Definition) {
+        PacketPointer object(packet.packet());
+        if (factsOf(code).isRelative)
+            object.reset(packet.contexts().absolute(*object));
+        pass(file, *object, packet.tick());
+    }
+}
+
+void Story::pass(std::size_t file, const CPacket& packet, std::uint64_t tick) {
+    learn(file, packet);
+    if (const Move move = moveOf(file, packet); move.step != Step::None)
+        make(move, tick);
+}
+
+void Story::writeHead() {
+    m_out << fmt::format("{:>20} {:>5} {:>10}  what\n", "time", "core", "thread");
+}
+
+bool Story::tell(std::size_t file, const CPacket& packet, std::uint64_t tick) {
+    learn(file, packet);
+    const Move move = moveOf(file, packet);
+    const std::uint64_t took = move.step == Step::Leave ? make(move, tick) : kUnknown64;
+
+    m_line.clear();
+    if (m_isColored)
+        m_line += kTimeColor;
+    m_time.append(m_line, tick);
+    if (m_isColored)
+        m_line += kNoColor;
+    const auto* core = contextOf<CCoreContext>(packet);
+    const auto* bus = contextOf<CBusContext>(packet);
+    const std::uint32_t unknown = ~0U;
+    fmt::format_to(std::back_inserter(m_line), " {:>5} {:>10}  ",
+                   numberText(core  ? core->HWCtx()
+                              : bus ? bus->HWCtx()
+                                    : unknown),
+                   numberText(core ? core->SWCtx() : unknown));
+    if (core) {
+        const std::uint64_t depth = stackOf(placeOf(file, core->HWCtx(), core->SWCtx(), TextSort::Function)).depth();
+        m_line.append(2 * std::min<std::uint64_t>(depth, kMostIndented), ' ');
+    }
+    if (move.step != Step::None)
+        appendMove(file, move, took);
+    else
+        appendPacket(file, packet);
+    m_line += '\n';
+    m_out << m_line;
+    if (move.step == Step::Enter)
+        make(move, tick);
+    return m_out.good();
+}
+
+std::string_view Story::knownName(std::size_t file, TextSort sort, std::uint64_t id) {
+    if (sort == TextSort::None)
+        return {};
+    return m_names.name(sort, m_names.numberOf(sort, id, static_cast<unsigned>(file)));
+}
+
+std::string Story::nameOf(std::size_t file, TextSort sort, std::uint64_t id) {
+    const std::string_view name = knownName(file, sort, id);
+    return name.empty() ? fmt::format("0x{:08x}", static_cast<std::uint32_t>(id)) : shown(name);
+}
+
+void Story::append(const char* color, std::string_view text) {
+    if (m_isColored)
+        m_line.append(color).append(text).append(kNoColor);
+    else
+        m_line.append(text);
+}
+
+void Story::appendMove(std::size_t file, const Move& move, std::uint64_t took) {
+    m_line += move.step == Step::Enter ? "> " : "< ";
+    if (move.place.sort == TextSort::Process)
+        m_line += "process ";
+    if (move.place.sort == TextSort::None)
+        fmt::format_to(std::back_inserter(m_line), "interrupt {}", move.id);
+    else if (move.place.sort == TextSort::Function && move.id == kNoFunction)
+        m_line += "no function";
+    else
+        append(kNameColor, nameOf(file, move.place.sort, move.id));
+    if (took != kUnknown64) {
+        m_line += "  ";
+        std::string duration;
+        m_time.appendDuration(duration, took);
+        append(kDurationColor, duration);
+    }
+}
+
+void Story::appendPacket(std::size_t file, const CPacket& packet) {
+    append(kKindColor, CTCodeInfo::TCodeToName(packet.TraceCode()));
+    const Subject subject = subjectOf(packet).value_or(Subject());
+    if (subject.sort != TextSort::None) {
+        m_line += ' ';
+        append(kNameColor, nameOf(file, subject.sort, subject.id));
+    }
+    const std::string_view text = wholeTextOf(packet);
+    if (!text.empty() && factsOf(packet.TraceCode()).role != Role::Definition) // which has it as its name
+        m_line.append(" \"").append(shown(text)).append("\"");
+    std::uint64_t machine = 0;
+    eachNumber(packet, [&](const NumberField& field) {
+        const std::string_view name = field.name;
+        if (name == "StateMachine")
+            machine = field.value;
+        if (!field.isKnown || std::ranges::find(kToldElsewhere, name) != std::end(kToldElsewhere))
+            return;
+        const Reference* reference = referenceOf(name);
+        if (reference && reference->isSubject && static_cast<std::uint32_t>(subject.id) == field.value)
+            return; // what the packet is about
+        m_line.append("  ").append(name).append("=");
+        if (reference)
+            m_line += nameOf(file, reference->sort,
+                             isPartOfMachine(reference->sort) ? machine << 32 | field.value : field.value);
+        else
+            appendValue(file, subject, field);
+    });
+}
+
+void Story::appendValue(std::size_t file, const Subject& subject, const NumberField& field) {
+    if (!field.bytes.empty() && (field.meaning == FieldMeaning::Bytes || field.bytes.size() > sizeof field.value)) {
+        const auto type = subject.sort == TextSort::Variable
+                              ? m_types.find({file, static_cast<std::uint32_t>(subject.id)})
+                              : m_types.end();
+        m_line += typedText(type == m_types.end() ? "" : knownName(file, TextSort::Type, type->second), field.bytes);
+        return;
+    }
+    switch (factsOf(field.meaning).look) {
+    case FieldLook::Address:
+        fmt::format_to(std::back_inserter(m_line), "0x{:016x}", field.value);
+        break;
+    case FieldLook::Hexadecimal:
+        fmt::format_to(std::back_inserter(m_line), "0x{:08x}", field.value);
+        break;
+    default:
+        if (field.isSigned)
+            fmt::format_to(std::back_inserter(m_line), "{}", static_cast<std::int64_t>(field.value));
+        else
+            fmt::format_to(std::back_inserter(m_line), "{}", field.value);
+    }
+}
+
+} // namespace qvx

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "TimeText.h"
+#include "Timeline.h"
+#include "quorvex/analysis/CallStack.h"
+#include "quorvex/analysis/Directory.h"
+#include "quorvex/analysis/TraceNames.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace qvx {
+
+/// Tells people what happened, a line a packet: when, on which core, in which thread, and what, as deep as the calls
+/// are; behind what is left, how long it took.
+class Story : public Timeline::Onlooker {
+public:
+    Story(std::ostream& out, TimeForm form, bool isColored);
+
+    /// When the traces begin, and their clock, as far as that is known.
+    void tellTime(const Quorvex::TraceSpan& span) { m_time.tell(span); }
+    void writeHead(); ///< the line above the columns
+    void pass(std::size_t file, const Quorvex::CTraceCursor& packet) override;
+    void pass(std::size_t file, const Quorvex::CPacket& packet, std::uint64_t tick) override;
+    /// Tells a packet in absolute form. False when writing fails.
+    bool tell(std::size_t file, const Quorvex::CPacket& packet, std::uint64_t tick);
+
+private:
+    enum class Step : std::uint8_t { None, Enter, Leave };
+    struct Open {
+        std::uint64_t id;
+        std::uint64_t tick;
+    };
+    using Stack = Quorvex::CallStack<Open>;
+    /// Where things of a sort are entered in each other: functions in a thread, processes and interrupts on a core.
+    struct Place {
+        std::uint64_t file;
+        std::uint32_t number;
+        bool isCore;
+        Quorvex::TextSort sort;
+
+        bool operator==(const Place&) const = default;
+        std::uint64_t hash() const {
+            return file << 40 ^ std::uint64_t{number} << 8 ^ std::uint64_t{isCore} << 7 ^ std::uint64_t(sort);
+        }
+    };
+    /// What a packet enters or leaves, if anything.
+    struct Move {
+        Step step = Step::None;
+        Place place{};
+        std::uint64_t id = 0;
+    };
+    struct MoveKind {
+        Step step = Step::None;
+        Quorvex::TextSort sort = Quorvex::TextSort::None;
+    };
+    struct MoveKinds;
+
+    static Place placeOf(std::size_t file, std::uint32_t core, std::uint32_t thread, Quorvex::TextSort sort);
+    static Move moveOf(std::size_t file, const Quorvex::CPacket& packet);
+    Stack& stackOf(const Place& place);
+    /// Does a move. Of what is left, the time since it was entered; kUnknown64 where that is not known.
+    std::uint64_t make(const Move& move, std::uint64_t tick);
+    void learn(std::size_t file, const Quorvex::CPacket& packet);
+
+    /// The name of what is called by an identifier in a file; empty where it has none.
+    std::string_view knownName(std::size_t file, Quorvex::TextSort sort, std::uint64_t id);
+    /// The same as it is shown, else the identifier.
+    std::string nameOf(std::size_t file, Quorvex::TextSort sort, std::uint64_t id);
+    void appendMove(std::size_t file, const Move& move, std::uint64_t took);
+    void appendPacket(std::size_t file, const Quorvex::CPacket& packet);
+    void appendValue(std::size_t file, const Quorvex::Subject& subject, const Quorvex::NumberField& field);
+    void append(const char* color, std::string_view text);
+
+    std::ostream& m_out;
+    TimeText m_time;
+    bool m_isColored;
+    std::string m_line;
+    Quorvex::CTraceNames m_names;
+    Quorvex::Directory<Place, Stack> m_stacks;
+    std::map<std::pair<std::size_t, std::uint32_t>, std::uint32_t> m_types; ///< of variables, by file and variable
+};
+
+} // namespace qvx

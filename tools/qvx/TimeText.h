@@ -1,0 +1,43 @@
+#pragma once
+
+#include "quorvex/analysis/TraceSpan.h"
+
+#include <cstdint>
+#include <string>
+
+namespace qvx {
+
+class Verb;
+
+/// How moments are shown.
+enum class TimeForm : std::uint8_t { Seconds, Nanoseconds, Ticks, Delta };
+
+/// Adds --time to a verb.
+void addTimeOption(Verb& verb, TimeForm& form);
+
+/// A length of time with three digits behind the point, in the unit that fits: "1.500 ms".
+std::string durationText(std::uint64_t nanoseconds);
+
+/// Shows moments, from the start of traces where they are not ticks. Where the clock is not known, ticks stand for what
+/// would be seconds or nanoseconds.
+class TimeText {
+public:
+    explicit TimeText(TimeForm form) : m_form(form) {}
+
+    /// What the start and the clock are, as far as they are known.
+    void tell(const Quorvex::TraceSpan& span) { m_span = span; }
+    /// Appends a moment, right in its column; of unknown ticks, a dash.
+    void append(std::string& to, std::uint64_t tick);
+    /// Appends a length of time in ticks, in the unit that fits.
+    void appendDuration(std::string& to, std::uint64_t ticks) const;
+
+private:
+    /// The time from one tick to a later one.
+    void appendDistance(std::string& to, std::uint64_t from, std::uint64_t tick) const;
+
+    TimeForm m_form;
+    Quorvex::TraceSpan m_span;
+    std::uint64_t m_last = Quorvex::kUnknown64; ///< the moment before
+};
+
+} // namespace qvx

@@ -1,0 +1,76 @@
+#include "Timeline.h"
+
+#include "Selection.h"
+#include "quorvex/packets/KindFacts.h"
+
+#include <new>
+
+namespace qvx {
+
+using namespace Quorvex;
+
+Timeline::Timeline(const std::vector<std::string>& files, Selection& selection, Onlooker* onlooker)
+    : m_selection(selection), m_onlooker(onlooker), m_left(selection.limit()) {
+    if (files.size() == 1) {
+        m_one = std::make_unique<TraceInput>(files.front());
+        return;
+    }
+    addAll(m_many, files);
+    m_many.filterBy(*this);
+}
+
+PacketPointer Timeline::next() {
+    if (m_left == 0)
+        return nullptr;
+    --m_left;
+    return m_one ? nextOfOne() : nextOfMany();
+}
+
+PacketPointer Timeline::nextOfOne() {
+    while (m_one->advance()) {
+        const CTraceCursor& at = m_one->cursor();
+        if (!m_selection.takes(0, at)) {
+            if (m_onlooker)
+                m_onlooker->pass(0, at);
+            continue;
+        }
+        PacketPointer packet(at.packet());
+        if (factsOf(at.TraceCode()).isRelative)
+            packet.reset(at.contexts().absolute(*packet));
+        if (!packet)
+            throw std::bad_alloc();
+        m_tick = at.tick();
+        m_offset = at.offset();
+        return packet;
+    }
+    return nullptr;
+}
+
+PacketPointer Timeline::nextOfMany() {
+    while (PacketPointer packet = m_many.next()) {
+        m_file = m_many.file();
+        m_tick = m_many.tick();
+        m_offset = m_many.offset();
+        if (m_selection.takes(m_file, *packet, m_tick))
+            return packet;
+        if (m_onlooker)
+            m_onlooker->pass(m_file, *packet, m_tick);
+    }
+    return nullptr;
+}
+
+bool Timeline::wants(std::size_t file, const CTraceCursor& packet) {
+    if (m_selection.isInTime(file, packet))
+        return true;
+    // What is before or behind all that is shown need not be put in order.
+    m_selection.pass(file, packet);
+    if (m_onlooker)
+        m_onlooker->pass(file, packet);
+    return false;
+}
+
+ExitCode Timeline::reportDamage() const {
+    return m_one ? m_one->reportDamage() : qvx::reportDamage(m_many);
+}
+
+} // namespace qvx
