@@ -1,13 +1,12 @@
 #pragma once
 
+#include "quorvex/analysis/CallSummary.h"
 #include "quorvex/analysis/Durations.h"
-#include "quorvex/format/Fields.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/platform/Owned.h"
 
 #include <compare>
 #include <cstdint>
-#include <limits>
 #include <map>
 
 namespace Quorvex {
@@ -29,14 +28,9 @@ struct FunctionTimes {
 /// The times of functions, out of the packets that enter and leave them, in traces of any number of threads and
 /// processes. Used by one thread at a time. Memory does not grow with the traces, but with the functions, and the
 /// threads of one trace; in a thread, calls are told apart to a depth of 65536.
-class QUORVEX_API CallTimes {
+class QUORVEX_API CallTimes : public CallSummary {
 public:
-    /// What is counted: all there is, or what happened from one tick to before another. Of a call that reaches beyond,
-    /// the part within counts, and as a duration what is within.
-    struct Window {
-        std::uint64_t from = 0;                                       ///< its first tick
-        std::uint64_t to = std::numeric_limits<std::uint64_t>::max(); ///< the tick behind its last one
-    };
+    using Window = TickWindow; ///< what is counted
     /// What times are told for.
     struct Key {
         std::uint32_t thread;   ///< 0 where times are not told by thread; all ones: not known
@@ -61,28 +55,12 @@ public:
     using Times = std::map<Key, FunctionTimes>;
     const Times& times() const { return *m_times; } ///< of what has been read
 
-    std::uint64_t strayLeaves() const { return m_strayLeaves; } ///< leaves of what had not been entered
-    std::uint64_t hiddenCalls() const { return m_hiddenCalls; } ///< calls that were too deep to be told apart
-    std::uint64_t span() const {
-        return m_first < m_last ? m_last - m_first : 0;
-    }                                                             ///< from the first enter to the last leave
-    std::uint64_t withClock() const { return m_withClock; }       ///< traces that tell their clock before their calls
-    std::uint64_t withoutClock() const { return m_withoutClock; } ///< traces that have calls and do not
-    bool clocksDiffer() const { return m_clocksDiffer; } ///< there are clocks of several frequencies in one trace
-
 private:
     struct Reading;
 
     bool m_byThread;
     Window m_window;
     platform::Owned<Times> m_times;
-    std::uint64_t m_strayLeaves = 0;
-    std::uint64_t m_hiddenCalls = 0;
-    std::uint64_t m_first = kUnknown64;
-    std::uint64_t m_last = 0;
-    std::uint64_t m_withClock = 0;
-    std::uint64_t m_withoutClock = 0;
-    bool m_clocksDiffer = false;
 };
 
 } // namespace Quorvex
