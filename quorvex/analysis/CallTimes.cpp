@@ -66,4 +66,8 @@ void CallTimes::read(TraceFile& trace, CTraceNames& names, std::uint32_t process
     Reading(*this, names, process).read(trace, [](const CTraceCursor&) { return true; });
 }
 
+void CallTimes::read(TraceFile& trace, CTraceNames& names, std::uint32_t process, TakesPacket* takes, const void* by) {
+    Reading(*this, names, process).read(trace, [takes, by](const CTraceCursor& packet) { return takes(by, packet); });
+}
+
 } // namespace Quorvex

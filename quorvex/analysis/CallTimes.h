@@ -11,6 +11,7 @@
 
 namespace Quorvex {
 
+class CTraceCursor;
 class CTraceNames;
 class TraceFile;
 
@@ -50,6 +51,13 @@ public:
     /// Reads a trace to its end and adds what it tells: the names it gives, as those of a process, to `names`. Ticks
     /// are taken as they are. Throws what TraceFile throws; what had been read before that is added.
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
+    /// The same, by those packets that `takes(cursor)` takes.
+    template <class Takes> void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, const Takes& takes) {
+        read(
+            trace, names, process,
+            [](const void* by, const CTraceCursor& packet) { return (*static_cast<const Takes*>(by))(packet); },
+            &takes);
+    }
 
     /// What has been read, by what it is told for.
     using Times = std::map<Key, FunctionTimes>;
@@ -57,6 +65,9 @@ public:
 
 private:
     struct Reading;
+    using TakesPacket = bool(const void* by, const CTraceCursor& packet);
+
+    void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, TakesPacket* takes, const void* by);
 
     bool m_byThread;
     Window m_window;

@@ -38,9 +38,9 @@ printf '\t%s\n' $'Timestamp\t16\t0\t1000' $'FunctionDefine\t28\t5\t1\t2\tInvalid
 expect() { diff - <("$qvx" stats "$@") || fail "stats $*"; }
 expect table <<'END'
 3.000 ms in functions, 3.000 ms from the first call to the last
-       self      %       total      calls         min      median         p99         max  function
-   2.000 ms  66.67    3.000 ms          1        0 ns        0 ns        0 ns        0 ns  "a,
-   1.000 ms  33.33    1.000 ms          1    1.000 ms    1.000 ms    1.000 ms    1.000 ms  0x00000008
+calls     total      self      %       min    median       p99       max  function
+    1  3.000 ms  2.000 ms  66.67      0 ns      0 ns      0 ns      0 ns  "a,
+    1  1.000 ms  1.000 ms  33.33  1.000 ms  1.000 ms  1.000 ms  1.000 ms  0x00000008
 1 call had not ended when the trace did.
 1 leave of what had not been entered.
 END
@@ -49,8 +49,65 @@ function,id,calls,total_ns,self_ns,min_ns,p50_ns,p99_ns,max_ns
 """a,",7,1,3000000,2000000,0,0,0,0
 0x00000008,8,1,1000000,1000000,1000000,1000000,1000000,1000000
 END
-expect --by-thread --format json table <<'END'
+expect --by thread --format json table <<'END'
 {"function": "\"a,", "id": 7, "thread": 2, "process": "table", "calls": 1, "total_ns": 3000000, "self_ns": 2000000, "min_ns": 0, "p50_ns": 0, "p99_ns": 0, "max_ns": 0}
 {"function": "0x00000008", "id": 8, "thread": 2, "process": "table", "calls": 1, "total_ns": 1000000, "self_ns": 1000000, "min_ns": 1000000, "p50_ns": 1000000, "p99_ns": 1000000, "max_ns": 1000000}
 END
+
+# What is selected, of what, and compared with what.
+expect --from 7 --to 8 --name '0x*' --format csv table <<'END'
+function,id,calls,total_ns,self_ns,min_ns,p50_ns,p99_ns,max_ns
+0x00000008,8,1,1000000,1000000,1000000,1000000,1000000,1000000
+END
+expect --thread 3 --format json table </dev/null
+sed 's/	7	1	2	Invalid	0x8/	6	1	2	Invalid	0x8/' table >slower
+expect --diff table --format csv slower <<'END'
+function,calls_before,calls,total_before_ns,total_ns,self_before_ns,self_ns,change_ns
+"""a,",1,1,3000000,3000000,2000000,1000000,-1000000
+0x00000008,1,1,1000000,2000000,1000000,2000000,1000000
+END
+expect --of threads table <<'END'
+thread  calls  in functions       %  file
+     2      2      3.000 ms  100.00  table
+END
+printf '\t%s\n' $'Timestamp\t16\t0\t1000' $'ProcessDefine\t28\t0\t1\t2\tInvalid\t0x7' $'CharString\t4\tmain' \
+    $'ProcessEnter\t28\t0\t1\t2\tInvalid\t0x7' $'HWExceptionEnter\t28\t2\t1\t2\tInvalid\t0x3' \
+    $'HWExceptionLeave\t28\t3\t1\t2\tInvalid\t0x3' $'ProcessEnter\t28\t4\t1\t2\tInvalid\t0x8' \
+    $'ProcessLeave\t28\t7\t1\t2\tInvalid\t0x8' $'ProcessLeave\t28\t8\t1\t2\tInvalid\t0x7' \
+    $'ProcessEnter\t28\t8\t0\t2\tInvalid\t0x7' $'CounterDefine\t29\t8\t1\t2\tInvalid\t0x5\t0' $'CharString\t5\tqueue' \
+    $'CounterValue\t36\t8\t1\t2\tInvalid\t0x5\t10' $'CounterValue\t36\t9\t1\t2\tInvalid\t0x5\t1' \
+    $'CounterValue\t36\t10\t1\t2\tInvalid\t0x5\t4' >cores
+expect --of processes cores <<'END'
+core  entered     total   running      %       min    median       p99       max  process
+   1        1  8.000 ms  4.000 ms  40.00  8.000 ms  8.000 ms  8.000 ms  8.000 ms  main
+   1        1  3.000 ms  3.000 ms  30.00  3.000 ms  3.000 ms  3.000 ms  3.000 ms  0x00000008
+   0        1  2.000 ms  2.000 ms  20.00      0 ns      0 ns      0 ns      0 ns  main
+END
+expect --of processes --from 1 --to 5 --core 1 --format csv cores <<'END'
+process,id,core,entered,total_ns,running_ns,min_ns,p50_ns,p99_ns,max_ns
+main,7,1,0,4000000,2000000,4000000,4000000,4000000,4000000
+0x00000008,8,1,1,1000000,1000000,1000000,1000000,1000000,1000000
+END
+expect --of cores cores <<'END'
+core  in processes  in interrupts      busy      %
+   1      7.000 ms       1.000 ms  8.000 ms  80.00
+   0      2.000 ms           0 ns  2.000 ms  20.00
+END
+expect --of interrupts --format json cores <<'END'
+{"interrupt": "3", "id": 3, "core": 1, "entered": 1, "total_ns": 1000000, "running_ns": 1000000, "min_ns": 1000000, "p50_ns": 1000000, "p99_ns": 1000000, "max_ns": 1000000}
+END
+expect --of counters cores <<'END'
+values  min  mean  max  first  last  counter
+     3    1     5   10     10     4  queue
+END
+run 0 convert cores -o packets
+expect --of bytes --limit 2 packets <<'END'
+packets  bytes      %  kind
+      3    114  27.40  CounterValue
+      3     90  21.63  ProcessEnter
+... and 6 more (--limit tells how many are shown)
+END
+run 2 stats table --sort cals
+says "did you mean 'calls'?"
+run 2 stats table --of bytes --by thread
 finish stats

@@ -52,10 +52,10 @@ Option Inputs::addTo(Verb& verb, const char* help) {
     return verb.option("FILES", m_given, help).required();
 }
 
-std::vector<std::string> Inputs::files() const {
+std::vector<std::string> Inputs::filesOf(const std::vector<std::string>& allGiven) {
     namespace fs = std::filesystem;
     std::vector<std::string> all;
-    for (const std::string& given : m_given) {
+    for (const std::string& given : allGiven) {
         std::error_code error;
         if (given == "-" || !fs::is_directory(given, error)) {
             all.push_back(given);

@@ -15,7 +15,9 @@ public:
 
     /// All of them by name, those of a directory in the order of their names, where digits count as numbers. Throws
     /// Failure where a directory has none, or cannot be read.
-    std::vector<std::string> files() const;
+    std::vector<std::string> files() const { return filesOf(m_given); }
+    /// The same of what is given in another way.
+    static std::vector<std::string> filesOf(const std::vector<std::string>& given);
 
 private:
     std::vector<std::string> m_given;

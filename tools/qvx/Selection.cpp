@@ -109,6 +109,8 @@ struct Selection::State {
     void settle();
     void learnStart(const Given& packet);
     bool takes(std::size_t file, const Given& packet);
+    bool asksPlace() const { return !cores.empty() || !threads.empty() || !processTexts.empty(); }
+    bool takesPlace(std::size_t file, const Where& place);
     bool isInTime(std::size_t file, std::uint64_t packetTick);
     void learn(std::size_t file, const Given& packet);
     bool runs(std::size_t file, std::uint32_t core);
@@ -226,13 +228,14 @@ bool Selection::State::takes(std::size_t file, const Given& packet) {
         return false;
     if (kinds.any() && !kinds[absoluteKind(code)])
         return false;
-    if (!cores.empty() || !threads.empty() || !processTexts.empty()) {
-        const Where place = packet.place();
-        if ((!cores.empty() && !cores.contains(place.core)) || (!threads.empty() && !threads.contains(place.thread)) ||
-            (!processTexts.empty() && !runs(file, place.core)))
-            return false;
-    }
+    if (asksPlace() && !takesPlace(file, packet.place()))
+        return false;
     return namePatterns.empty() || hasName(file, packet);
+}
+
+bool Selection::State::takesPlace(std::size_t file, const Where& place) {
+    return (cores.empty() || cores.contains(place.core)) && (threads.empty() || threads.contains(place.thread)) &&
+           (processTexts.empty() || runs(file, place.core));
 }
 
 bool Selection::State::isInTime(std::size_t file, std::uint64_t packetTick) {
@@ -366,9 +369,16 @@ void Selection::pass(std::size_t file, const CTraceCursor& packet) {
     m_state->learn(file, {&packet, nullptr, packet.tick()});
 }
 
-bool Selection::takesPlace(std::uint32_t core, std::uint32_t thread) const {
-    const State& its = *m_state;
-    return (its.cores.empty() || its.cores.contains(core)) && (its.threads.empty() || its.threads.contains(thread));
+bool Selection::asksPlace() const {
+    return m_state->asksPlace();
+}
+
+bool Selection::takesPlaceOf(std::size_t file, const CTraceCursor& packet) {
+    State& its = *m_state;
+    if (!its.asksPlace())
+        return true;
+    its.learn(file, {&packet, nullptr, packet.tick()});
+    return factsOf(packet.TraceCode()).context == ContextSort::None || its.takesPlace(file, Where::of(packet));
 }
 
 bool Selection::takesName(std::string_view name) const {

@@ -70,8 +70,9 @@ public:
     /// no rest to ask for.
     bool isInTime(std::size_t file, const Quorvex::CTraceCursor& packet);
     void pass(std::size_t file, const Quorvex::CTraceCursor& packet); ///< learns from a packet, which is not taken
-    /// The same of what happens in a place: for those who ask --core, --thread and --process only.
-    bool takesPlace(std::uint32_t core, std::uint32_t thread) const;
+    /// The part of it which is about --core, --thread and --process; what tells no core is everywhere.
+    bool takesPlaceOf(std::size_t file, const Quorvex::CTraceCursor& packet);
+    bool asksPlace() const; ///< not every place is selected
     /// Whether something with that name is selected.
     bool takesName(std::string_view name) const;
 

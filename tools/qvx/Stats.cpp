@@ -1,19 +1,26 @@
 #include "Arguments.h"
-#include "Json.h"
+#include "Inputs.h"
+#include "Listing.h"
 #include "Output.h"
 #include "Print.h"
+#include "Selection.h"
 #include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/CallTimes.h"
+#include "quorvex/analysis/CoreTimes.h"
 #include "quorvex/analysis/TraceNames.h"
+#include "quorvex/packets/PacketKinds.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <map>
 #include <memory>
-#include <set>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qvx {
@@ -22,189 +29,380 @@ namespace {
 
 using namespace Quorvex;
 
-enum class StatsFormat : std::uint8_t { Text, JSON, CSV };
+using Column = Listing::Column;
 
-/// A line of the table; times in nanoseconds, or in ticks where the clock is not known.
-struct Row {
-    std::string name;
-    std::uint32_t id;
-    std::uint32_t thread;
-    std::string process;
-    std::uint64_t calls;
-    std::uint64_t unfinished;
-    std::uint64_t total, self, least, median, p99, most;
-};
+/// What is told about.
+enum class Topic : std::uint8_t { Functions, Threads, Processes, Cores, Interrupts, Counters, Bytes };
 
 struct StatsOptions {
-    std::vector<std::string> files;
-    StatsFormat format = StatsFormat::Text;
-    std::uint64_t Row::*sort = &Row::self; ///< null: by name
+    Inputs inputs;
+    Topic topic = Topic::Functions;
+    ListingFormat format = ListingFormat::Text;
+    std::string sort;
     bool byThread = false;
-    std::uint64_t limit = 40;
+    std::vector<std::string> before; ///< another run
+    Selection selection;
     Output output;
 };
 
+/// Reads the traces and makes listings of what they tell.
 class Statistics {
 public:
-    explicit Statistics(StatsOptions& options) : m_options(options), m_times(options.byThread) {}
+    Statistics(StatsOptions& options, std::vector<std::string> files) : m_options(options), m_files(std::move(files)) {}
 
-    ExitCode read() {
-        ExitCode exitCode = Done;
-        for (std::size_t file = 0; file < m_options.files.size(); ++file) {
-            TraceInput input(m_options.files[file]);
-            m_times.read(input, m_names, static_cast<std::uint32_t>(file));
-            if (const ExitCode damage = input.reportDamage(); damage != Done)
-                exitCode = damage;
-        }
-        return exitCode;
-    }
-
-    void print(std::ostream& out) {
-        std::vector<Row> rows;
-        for (const auto& [key, times] : m_times.times())
-            rows.push_back(rowOf(key, times));
-        std::ranges::sort(rows, [this](const Row& one, const Row& other) { return isBefore(one, other); });
-        switch (m_options.format) {
-        case StatsFormat::Text:
-            printTable(out, rows);
+    /// Tells of one topic; the exit code of what is told about damage.
+    ExitCode tell(std::ostream& out) {
+        switch (m_options.topic) {
+        case Topic::Functions:
+            m_options.before.empty() ? tellFunctions(out) : tellChanges(out);
             break;
-        case StatsFormat::JSON:
-            for (const Row& row : rows)
-                printJson(out, row);
+        case Topic::Threads:
+            tellThreads(out);
             break;
-        case StatsFormat::CSV:
-            printCsv(out, rows);
+        case Topic::Processes:
+        case Topic::Cores:
+        case Topic::Interrupts:
+            tellCores(out);
+            break;
+        case Topic::Counters:
+            tellCounters(out);
+            break;
+        case Topic::Bytes:
+            tellBytes(out);
             break;
         }
+        return m_exitCode;
     }
 
 private:
-    bool hasClock() const { return m_times.withoutClock() == 0; }
-
-    Row rowOf(const CallTimes::Key& key, const FunctionTimes& times) const {
-        const std::string& name = m_names.name(TextSort::Function, key.function);
-        const auto id = static_cast<std::uint32_t>(m_names.idOf(TextSort::Function, key.function));
-        const Durations& durations = times.durations;
-        return {name.empty() ? fmt::format("0x{:08x}", id) : name,
-                id,
-                key.thread,
-                m_options.byThread ? m_options.files[key.process] : "",
-                times.calls,
-                times.unfinished,
-                times.total,
-                times.self,
-                durations.least(),
-                durations.percentile(50),
-                durations.percentile(99),
-                durations.most()};
-    }
-
-    bool isBefore(const Row& one, const Row& other) const {
-        const auto value = [this](const Row& row) { return m_options.sort ? row.*m_options.sort : 0; };
-        const std::uint64_t left = value(one), right = value(other);
-        return left != right ? left > right
-                             : std::tie(one.name, one.process, one.thread, one.id) <
-                                   std::tie(other.name, other.process, other.thread, other.id);
-    }
-
-    static std::string threadText(std::uint32_t thread) {
-        return isUnknown(FieldMeaning::Context, thread) ? "unknown" : std::to_string(thread);
-    }
-
-    void printTable(std::ostream& out, const std::vector<Row>& rows) const {
-        const auto time = [this](std::uint64_t value) {
-            return hasClock() ? durationText(value) : std::to_string(value);
-        };
-        std::uint64_t all = 0, unfinished = 0;
-        for (const Row& row : rows) {
-            all += row.self;
-            unfinished += row.unfinished;
+    /// Calls `read(input, number)` for each file and tells of its damage.
+    template <class Read> void readAll(const std::vector<std::string>& files, Read read) {
+        for (std::size_t file = 0; file < files.size(); ++file) {
+            TraceInput input(files[file]);
+            read(input, static_cast<std::uint32_t>(file));
+            if (const ExitCode damage = input.reportDamage(); damage != Done)
+                m_exitCode = damage;
         }
-        qvx::print(out, "{} in functions, {} from the first call to the last{}\n", time(all), time(m_times.span()),
-                   hasClock() ? "" : "; in ticks, because not all traces tell how many are a second");
-        if (m_times.clocksDiffer())
-            qvx::print(out, "A trace has clocks of several frequencies; its times are by the first.\n");
-        if (rows.empty())
-            return;
-        const std::string thread = m_options.byThread ? fmt::format("{:>10}  ", "thread") : "";
-        qvx::print(out, "{:>11} {:>6} {:>11} {:>10} {:>11} {:>11} {:>11} {:>11}  {}function\n", "self", "%", "total",
-                   "calls", "min", "median", "p99", "max", thread);
-        std::uint64_t left = m_options.limit;
-        for (const Row& row : rows) {
-            if (left-- == 0) {
-                qvx::print(out, "... and {} more (--limit tells how many are shown)\n", rows.size() - m_options.limit);
-                break;
+    }
+    /// The same packet by packet, for those that are selected, or define something.
+    template <class Look> void lookAtAll(Look look) {
+        readAll(m_files, [&](TraceInput& input, std::uint32_t file) {
+            while (input.advance()) {
+                const CTraceCursor& packet = input.cursor();
+                if (m_options.selection.takes(file, packet))
+                    look(file, packet);
             }
-            const double part = all > 0 ? 100. * static_cast<double>(row.self) / static_cast<double>(all) : 0;
-            qvx::print(out, "{:>11} {:>6.2f} {:>11} {:>10} {:>11} {:>11} {:>11} {:>11}  {}{}\n", time(row.self), part,
-                       time(row.total), row.calls, time(row.least), time(row.median), time(row.p99), time(row.most),
-                       m_options.byThread ? fmt::format("{:>10}  ", threadText(row.thread)) : "", shown(row.name));
+        });
+    }
+    TickWindow window() const { return {m_options.selection.from(), m_options.selection.to()}; }
+
+    void read(CallTimes& times, CTraceNames& names, const std::vector<std::string>& files) {
+        const bool isPart = m_options.selection.asksPlace();
+        readAll(files, [&](TraceInput& input, std::uint32_t file) {
+            if (!isPart)
+                times.read(input, names, file);
+            else
+                times.read(input, names, file,
+                           [&](const CTraceCursor& packet) { return m_options.selection.takesPlaceOf(file, packet); });
+        });
+    }
+
+    void write(std::ostream& out, Listing& listing, const char* sort) const {
+        constexpr std::uint64_t kShown = 40; ///< to people who do not say how many they want
+        listing.sortBy(m_options.sort.empty() ? sort : m_options.sort.c_str());
+        const bool isCut = m_options.format == ListingFormat::Text && m_options.selection.limit() == ~std::uint64_t{0};
+        listing.write(out, m_options.format, isCut ? kShown : m_options.selection.limit());
+    }
+    bool isForPeople() const { return m_options.format == ListingFormat::Text; }
+
+    static Cell threadCell(std::uint32_t number) {
+        return isUnknown(FieldMeaning::Context, number) ? Cell() : Cell(number);
+    }
+    static std::uint64_t shareOf(std::uint64_t part, std::uint64_t whole) {
+        return whole == 0
+                   ? 0
+                   : static_cast<std::uint64_t>(1e4 * static_cast<double>(part) / static_cast<double>(whole) + .5);
+    }
+    static std::string nameOf(const CTraceNames& names, TextSort sort, std::uint64_t number) {
+        const std::string& name = names.name(sort, number);
+        return name.empty() ? fmt::format("0x{:08x}", static_cast<std::uint32_t>(names.idOf(sort, number))) : name;
+    }
+
+    void tellFunctions(std::ostream& out) {
+        CTraceNames names;
+        CallTimes times(m_options.byThread, window());
+        read(times, names, m_files);
+        const bool hasClock = times.withoutClock() == 0;
+        std::vector<Column> columns{{"function", CellLook::Text}, {"id", CellLook::Number, Column::Programs}};
+        if (m_options.byThread)
+            columns.insert(columns.end(),
+                           {{"thread", CellLook::Number}, {"process", CellLook::Text, Column::Programs}});
+        columns.insert(columns.end(), {{"calls", CellLook::Number},
+                                       {"total", CellLook::Time},
+                                       {"self", CellLook::Time},
+                                       {"share", CellLook::Share, Column::People, "%"},
+                                       {"min", CellLook::Time},
+                                       {"p50", CellLook::Time, Column::All, "median"},
+                                       {"p99", CellLook::Time},
+                                       {"max", CellLook::Time}});
+        Listing listing(std::move(columns), hasClock);
+        std::uint64_t all = 0, unfinished = 0;
+        for (const auto& [key, its] : times.times()) {
+            all += its.self;
+            unfinished += its.unfinished;
         }
+        for (const auto& [key, its] : times.times()) {
+            const std::string name = nameOf(names, TextSort::Function, key.function);
+            if (its.calls == 0 || !m_options.selection.takesName(name))
+                continue;
+            std::vector<Cell> row{name, names.idOf(TextSort::Function, key.function)};
+            if (m_options.byThread)
+                row.insert(row.end(), {threadCell(key.thread), m_files[key.process]});
+            row.insert(row.end(), {its.calls, its.total, its.self, shareOf(its.self, all), its.durations.least(),
+                                   its.durations.percentile(50), its.durations.percentile(99), its.durations.most()});
+            listing.add(std::move(row));
+        }
+        if (isForPeople())
+            tellSummary(out, times, all);
+        if (!isForPeople() || listing.size() > 0)
+            write(out, listing, "self");
+        if (isForPeople())
+            tellOddities(out, times, unfinished);
+    }
+
+    static void tellSummary(std::ostream& out, const CallTimes& times, std::uint64_t all) {
+        const bool hasClock = times.withoutClock() == 0;
+        const auto time = [hasClock](std::uint64_t value) {
+            return hasClock ? durationText(value) : std::to_string(value);
+        };
+        qvx::print(out, "{} in functions, {} from the first call to the last{}\n", time(all), time(times.span()),
+                   hasClock ? "" : "; in ticks, because not all traces tell how many are a second");
+        if (times.clocksDiffer())
+            qvx::print(out, "A trace has clocks of several frequencies; its times are by the first.\n");
+    }
+    static void tellOddities(std::ostream& out, const CallTimes& times, std::uint64_t unfinished) {
         if (unfinished > 0)
             qvx::print(out, "{} call{} had not ended when the trace did.\n", unfinished, plural(unfinished));
-        if (m_times.strayLeaves() > 0)
-            qvx::print(out, "{} leave{} of what had not been entered.\n", m_times.strayLeaves(),
-                       plural(m_times.strayLeaves()));
-        if (m_times.hiddenCalls() > 0)
-            qvx::print(out, "{} call{} too deep to be told apart.\n", m_times.hiddenCalls(),
-                       plural(m_times.hiddenCalls()));
+        if (const std::uint64_t stray = times.strayLeaves(); stray > 0)
+            qvx::print(out, "{} leave{} of what had not been entered.\n", stray, plural(stray));
+        if (const std::uint64_t hidden = times.hiddenCalls(); hidden > 0)
+            qvx::print(out, "{} call{} too deep to be told apart.\n", hidden, plural(hidden));
     }
 
-    void printJson(std::ostream& out, const Row& row) const {
-        JsonLine line;
-        line.add("function", row.name).add("id", row.id);
-        if (m_options.byThread) {
-            if (isUnknown(FieldMeaning::Context, row.thread))
-                line.addUnknown("thread");
-            else
-                line.add("thread", row.thread);
-            line.add("process", row.process);
+    void tellChanges(std::ostream& out) {
+        struct Run {
+            std::uint64_t calls = 0, total = 0, self = 0;
+        };
+        std::map<std::string, std::pair<Run, Run>> functions; // then and now
+        bool hasClock = true;
+        const auto add = [&](const std::vector<std::string>& files, Run std::pair<Run, Run>::*side) {
+            CTraceNames names;
+            CallTimes times(false, window());
+            read(times, names, files);
+            hasClock = hasClock && times.withoutClock() == 0;
+            for (const auto& [key, its] : times.times()) {
+                const std::string name = nameOf(names, TextSort::Function, key.function);
+                if (!m_options.selection.takesName(name))
+                    continue;
+                Run& run = functions[name].*side;
+                run.calls += its.calls;
+                run.total += its.total;
+                run.self += its.self;
+            }
+        };
+        add(Inputs::filesOf(m_options.before), &std::pair<Run, Run>::first);
+        add(m_files, &std::pair<Run, Run>::second);
+        Listing listing({{"function", CellLook::Text},
+                         {"calls_before", CellLook::Number, Column::All, "calls before"},
+                         {"calls", CellLook::Number},
+                         {"total_before", CellLook::Time, Column::All, "total before"},
+                         {"total", CellLook::Time},
+                         {"self_before", CellLook::Time, Column::All, "self before"},
+                         {"self", CellLook::Time},
+                         {"change", CellLook::Change},
+                         {"amount", CellLook::Time, Column::Nobody}},
+                        hasClock);
+        for (const auto& [name, runs] : functions) {
+            const auto& [then, now] = runs;
+            const std::uint64_t amount = now.self > then.self ? now.self - then.self : then.self - now.self;
+            listing.add({name, then.calls, now.calls, then.total, now.total, then.self, now.self, now.self - then.self,
+                         amount});
         }
-        line.add("calls", row.calls);
-        const std::pair<const char*, std::uint64_t> times[] = {{"total_ns", row.total}, {"self_ns", row.self},
-                                                               {"min_ns", row.least},   {"p50_ns", row.median},
-                                                               {"p99_ns", row.p99},     {"max_ns", row.most}};
-        for (const auto& [name, value] : times) {
-            if (hasClock())
-                line.add(name, value);
-            else
-                line.addUnknown(name);
-        }
-        out << line.text();
+        write(out, listing, "amount");
     }
 
-    void printCsv(std::ostream& out, const std::vector<Row>& rows) const {
-        const char* unit = hasClock() ? "ns" : "ticks";
-        qvx::print(out, "function,id,{}calls,total_{},self_{},min_{},p50_{},p99_{},max_{}\n",
-                   m_options.byThread ? "thread,process," : "", unit, unit, unit, unit, unit, unit);
-        for (const Row& row : rows) {
-            const std::string place =
-                m_options.byThread ? threadText(row.thread) + "," + csvText(row.process) + "," : "";
-            qvx::print(out, "{},{},{}{},{},{},{},{},{},{}\n", csvText(row.name), row.id, place, row.calls, row.total,
-                       row.self, row.least, row.median, row.p99, row.most);
+    void tellThreads(std::ostream& out) {
+        struct Sum {
+            std::uint64_t calls = 0, busy = 0;
+        };
+        CTraceNames names;
+        CallTimes times(true, window());
+        read(times, names, m_files);
+        std::map<std::pair<std::uint32_t, std::uint32_t>, Sum> threads;
+        for (const auto& [key, its] : times.times()) {
+            Sum& sum = threads[{key.process, key.thread}];
+            sum.calls += its.calls;
+            sum.busy += its.self;
         }
+        Listing listing({{"thread", CellLook::Number},
+                         {"process", CellLook::Text, Column::All, "file"},
+                         {"calls", CellLook::Number},
+                         {"busy", CellLook::Time, Column::All, "in functions"},
+                         {"share", CellLook::Share, Column::People, "%"}},
+                        times.withoutClock() == 0);
+        for (const auto& [key, sum] : threads)
+            listing.add(
+                {threadCell(key.second), m_files[key.first], sum.calls, sum.busy, shareOf(sum.busy, times.span())});
+        write(out, listing, "busy");
     }
 
-    static std::string csvText(const std::string& text) {
-        if (text.find_first_of(",\"\r\n") == std::string::npos)
-            return text;
-        std::string quoted = "\"";
-        for (const char c : text)
-            quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-        return quoted + "\"";
+    void tellCores(std::ostream& out) {
+        CTraceNames names;
+        CoreTimes times(window());
+        readAll(m_files, [&](TraceInput& input, std::uint32_t file) {
+            while (input.advance())
+                if (m_options.selection.takesPlaceOf(file, input.cursor()))
+                    times.look(input.cursor(), names, file);
+            times.finish();
+        });
+        if (m_options.topic == Topic::Cores)
+            tellCores(out, times);
+        else
+            tellRuns(out, times, names);
+    }
+    void tellCores(std::ostream& out, const CoreTimes& times) {
+        std::map<std::uint32_t, std::array<std::uint64_t, 2>> cores; // in processes and in interrupts
+        for (const auto& [key, its] : times.times())
+            cores[key.core][key.sort == TextSort::None] += its.running;
+        Listing listing({{"core", CellLook::Number},
+                         {"processes", CellLook::Time, Column::All, "in processes"},
+                         {"interrupts", CellLook::Time, Column::All, "in interrupts"},
+                         {"busy", CellLook::Time},
+                         {"share", CellLook::Share, Column::People, "%"}},
+                        times.hasClock());
+        for (const auto& [core, running] : cores)
+            listing.add({threadCell(core), running[0], running[1], running[0] + running[1],
+                         shareOf(running[0] + running[1], times.span())});
+        write(out, listing, "busy");
+    }
+    void tellRuns(std::ostream& out, const CoreTimes& times, const CTraceNames& names) {
+        const bool isProcess = m_options.topic == Topic::Processes;
+        Listing listing({{isProcess ? "process" : "interrupt", CellLook::Text},
+                         {"id", CellLook::Number, Column::Programs},
+                         {"core", CellLook::Number},
+                         {"entered", CellLook::Number},
+                         {"total", CellLook::Time},
+                         {"running", CellLook::Time},
+                         {"share", CellLook::Share, Column::People, "%"},
+                         {"min", CellLook::Time},
+                         {"p50", CellLook::Time, Column::All, "median"},
+                         {"p99", CellLook::Time},
+                         {"max", CellLook::Time}},
+                        times.hasClock());
+        for (const auto& [key, its] : times.times()) {
+            if ((key.sort == TextSort::Process) != isProcess)
+                continue;
+            const std::string name = isProcess ? nameOf(names, key.sort, key.number) : std::to_string(key.number);
+            if (!m_options.selection.takesName(name))
+                continue;
+            listing.add({name, isProcess ? names.idOf(key.sort, key.number) : key.number, threadCell(key.core),
+                         its.entered, its.total, its.running, shareOf(its.running, times.span()), its.durations.least(),
+                         its.durations.percentile(50), its.durations.percentile(99), its.durations.most()});
+        }
+        write(out, listing, "running");
+    }
+
+    void tellCounters(std::ostream& out) {
+        struct Values {
+            std::uint64_t count = 0, least = ~std::uint64_t{0}, most = 0, first = 0, last = 0;
+            double sum = 0;
+        };
+        CTraceNames names;
+        std::map<std::uint64_t, Values> counters;
+        readAll(m_files, [&](TraceInput& input, std::uint32_t file) {
+            while (input.advance()) {
+                const CTraceCursor& packet = input.cursor();
+                const KindFacts& facts = factsOf(packet.TraceCode());
+                const bool isDefinition = facts.role == Role::Definition;
+                const bool isTaken = m_options.selection.takes(file, packet);
+                const tagTCode code = facts.isRelative ? facts.otherForm : packet.TraceCode();
+                if (!isDefinition && (!isTaken || code < CounterValueVar || code > CounterValueDimN))
+                    continue;
+                const PacketPointer object(packet.packet());
+                if (isDefinition) {
+                    names.note(*object, file);
+                    continue;
+                }
+                std::optional<std::uint64_t> id, value;
+                eachNumber(*object, [&](const NumberField& field) {
+                    if (field.name == std::string_view("CntrId"))
+                        id = field.value;
+                    else if (field.name == std::string_view("Value"))
+                        value = field.value;
+                });
+                Values& its = counters[names.numberOf(TextSort::Counter, *id, file)];
+                its.first = its.count++ == 0 ? *value : its.first;
+                its.last = *value;
+                its.least = std::min(its.least, *value);
+                its.most = std::max(its.most, *value);
+                its.sum += static_cast<double>(*value);
+            }
+        });
+        Listing listing({{"counter", CellLook::Text},
+                         {"id", CellLook::Number, Column::Programs},
+                         {"values", CellLook::Number},
+                         {"min", CellLook::Number},
+                         {"mean", CellLook::Number},
+                         {"max", CellLook::Number},
+                         {"first", CellLook::Number},
+                         {"last", CellLook::Number}},
+                        true);
+        for (const auto& [number, its] : counters)
+            listing.add({nameOf(names, TextSort::Counter, number), names.idOf(TextSort::Counter, number), its.count,
+                         its.least, static_cast<std::uint64_t>(its.sum / static_cast<double>(its.count)), its.most,
+                         its.first, its.last});
+        write(out, listing, "values");
+    }
+
+    void tellBytes(std::ostream& out) {
+        struct Kind {
+            std::uint64_t packets = 0, bytes = 0;
+        };
+        std::array<Kind, 256> kinds{};
+        std::uint64_t all = 0;
+        lookAtAll([&](std::uint32_t, const CTraceCursor& packet) {
+            Kind& kind = kinds[static_cast<std::uint8_t>(packet.TraceCode())];
+            ++kind.packets;
+            kind.bytes += packet.end() - packet.offset();
+            all += packet.end() - packet.offset();
+        });
+        Listing listing({{"kind", CellLook::Text},
+                         {"packets", CellLook::Number},
+                         {"bytes", CellLook::Number},
+                         {"share", CellLook::Share, Column::People, "%"}},
+                        true);
+        for (unsigned code = 0; code < kinds.size(); ++code) {
+            if (kinds[code].packets > 0)
+                listing.add({std::string(CTCodeInfo::TCodeToName(tagTCode(code))), kinds[code].packets,
+                             kinds[code].bytes, shareOf(kinds[code].bytes, all)});
+        }
+        write(out, listing, "bytes");
     }
 
     StatsOptions& m_options;
-    CTraceNames m_names;
-    CallTimes m_times;
+    std::vector<std::string> m_files;
+    ExitCode m_exitCode = Done;
 };
 
 ExitCode stats(StatsOptions& options) {
-    options.output.check(options.files);
+    const std::vector<std::string> files = options.inputs.files();
+    std::vector<std::string> all = files;
+    for (const std::string& file : Inputs::filesOf(options.before))
+        all.push_back(file);
+    options.output.checkForPeople(all);
+    options.selection.begin(files);
     std::ostream& out = options.output.target().open();
-    Statistics statistics(options);
-    const ExitCode exitCode = statistics.read();
-    statistics.print(out);
+    const ExitCode exitCode = Statistics(options, files).tell(out);
     options.output.target().commit();
     return exitCode;
 }
@@ -213,27 +411,36 @@ ExitCode stats(StatsOptions& options) {
 
 void addStats(Program& program) {
     auto options = std::make_shared<StatsOptions>();
-    Verb verb = program.add("stats", "Tell what the functions of traces took");
-    verb.option("FILES", options->files, "Trace files; - for standard input").required();
-    verb.flag("--by-thread", options->byThread, "Tell the threads of each file apart");
-    verb.choice("--sort", options->sort,
-                {{"self", &Row::self},
-                 {"total", &Row::total},
-                 {"calls", &Row::calls},
-                 {"min", &Row::least},
-                 {"median", &Row::median},
-                 {"p99", &Row::p99},
-                 {"max", &Row::most},
-                 {"name", nullptr}},
-                "self (default), total, calls, min, median, p99, max, name", "COLUMN");
-    verb.choice("--format", options->format,
-                {{"text", StatsFormat::Text}, {"json", StatsFormat::JSON}, {"csv", StatsFormat::CSV}},
-                "text (default), json: a function a line, csv");
-    verb.option("--limit", options->limit, "(text) Show the first N functions (40)");
-    options->output.addOptions(verb);
-    verb.footer("Example: qvx stats traces/*.qvx\n"
-                "total is the time in a function and what it called, self in nothing that it called.");
-    verb.runs([options] { return stats(*options); });
+    Verb verb = program.add("stats", "Tell what the functions, processes, interrupts and counters of traces did");
+    options->inputs.addTo(verb);
+    verb.choice(
+        "--of", options->topic,
+        {{"functions", Topic::Functions},
+         {"threads", Topic::Threads},
+         {"processes", Topic::Processes},
+         {"cores", Topic::Cores},
+         {"interrupts", Topic::Interrupts},
+         {"counters", Topic::Counters},
+         {"bytes", Topic::Bytes}},
+        "functions (default), threads, processes, cores, interrupts, counters, or bytes: what the file is made of",
+        "WHAT");
+    verb.choice("--by", options->byThread, {{"function", false}, {"thread", true}},
+                "(functions) function (default), or thread: tell those of each thread apart", "WHAT");
+    verb.option("--diff", options->before, "(functions) Compare with the traces of another run", "BEFORE");
+    verb.option("--sort", options->sort, "Sort by this column, as total, calls, p99, function", "COLUMN");
+    addFormatOption(verb, options->format);
+    options->selection.addTo(verb, Selection::Time | Selection::Place | Selection::Name | Selection::Limit);
+    options->output.addOptionsForPeople(verb);
+    verb.footer("Examples: qvx stats traces\n"
+                "          qvx stats traces --by thread --name '*lock*' --sort total\n"
+                "          qvx stats new.qvx --diff old.qvx\n"
+                "total is the time in a function and what it called, self in nothing that it called; % of all self.\n"
+                "Text shows 40 rows, if --limit does not say otherwise.");
+    verb.runs([options] {
+        if (options->topic != Topic::Functions && (options->byThread || !options->before.empty()))
+            throw Misuse(options->byThread ? "--by" : "--diff", "goes with --of functions");
+        return stats(*options);
+    });
 }
 
 } // namespace qvx

@@ -1,0 +1,154 @@
+#include "quorvex/analysis/CoreTimes.h"
+
+#include "quorvex/analysis/CallStack.h"
+#include "quorvex/analysis/TimeBase.h"
+#include "quorvex/analysis/TraceFile.h"
+#include "quorvex/analysis/TraceNames.h"
+#include "quorvex/packets/PacketKinds.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace Quorvex {
+
+namespace {
+
+constexpr std::size_t kMostOpen = 0x1000; ///< that are entered in each other on a core
+
+struct Open {
+    std::uint64_t number;
+    CoreTimes::Times* times;
+    std::uint64_t from;
+};
+struct Core {
+    CallStack<Open> processes{kMostOpen};
+    CallStack<Open> interrupts{kMostOpen};
+    std::uint64_t since = 0; ///< what runs has run from then on
+
+    CallStack<Open>& stack(TextSort sort) { return sort == TextSort::Process ? processes : interrupts; }
+    CallStack<Open>* running() { return !interrupts.empty() ? &interrupts : !processes.empty() ? &processes : nullptr; }
+};
+
+} // namespace
+
+struct CoreTimes::State {
+    std::uint64_t within(std::uint64_t from, std::uint64_t to) const {
+        from = std::max(from, window.from);
+        to = std::min(to, window.to);
+        return to > from ? TimeBase::unitsOf(to - from, clock.frequency(), 1'000'000'000) : 0;
+    }
+    /// What runs on a core has run until now.
+    void run(Core& core) {
+        if (CallStack<Open>* running = core.running())
+            running->back().times->running += within(core.since, tick);
+        core.since = tick;
+    }
+    void enter(Core& core, const Key& key) {
+        run(core);
+        core.stack(key.sort).enter([&] {
+            Times& its = times[key];
+            its.entered += tick >= window.from && tick < window.to;
+            return Open{key.number, &its, tick};
+        });
+    }
+    void leave(Core& core, const Key& key) {
+        CallStack<Open>& stack = core.stack(key.sort);
+        const auto count = stack.leave([&key](const Open& open) { return open.number == key.number; });
+        for (std::size_t i = count.value_or(0); i > 0; --i)
+            end(core, stack, i == 1);
+    }
+    void end(Core& core, CallStack<Open>& stack, bool isLeft) {
+        run(core);
+        const Open open = stack.back();
+        stack.pop();
+        const std::uint64_t duration = within(open.from, tick);
+        if (isLeft && tick > window.from && open.from < window.to)
+            open.times->durations.add(duration);
+        if (std::ranges::none_of(stack.entries(), [&open](const Open& other) { return other.times == open.times; }))
+            open.times->total += duration;
+    }
+
+    TickWindow window;
+    std::map<Key, Times> times{};
+    std::map<std::uint32_t, Core> cores{};
+    TimeBase clock{};
+    std::uint64_t tick = 0; ///< the last one
+    std::uint64_t first = kUnknown64;
+    std::uint64_t last = 0;
+    std::uint64_t firstTime = kUnknown64; ///< of all traces that are finished
+    std::uint64_t lastTime = 0;
+    bool lacksClock = false;
+};
+
+CoreTimes::CoreTimes(TickWindow window) : m_state(platform::makeOwned<State>(State{window})) {}
+
+CoreTimes::~CoreTimes() = default;
+
+void CoreTimes::look(const CTraceCursor& packet, CTraceNames& names, std::uint32_t process) {
+    State& its = *m_state;
+    const KindFacts& facts = factsOf(packet.TraceCode());
+    const tagTCode code = facts.isRelative ? facts.otherForm : packet.TraceCode();
+    if (facts.role == Role::Definition) {
+        names.note(*PacketPointer(packet.packet()), process);
+        return;
+    }
+    if (const std::uint64_t tick = packet.tick(); tick != kUnknown64 && facts.sync == ContextSort::None) {
+        its.tick = tick;
+        if (tick >= its.window.from && tick < its.window.to) {
+            its.first = std::min(its.first, tick);
+            its.last = std::max(its.last, tick);
+        }
+    }
+    if (code == Timestamp)
+        its.clock.note(*PacketPointer(packet.packet()));
+    const auto move = [&](TextSort sort, const auto& view, std::uint64_t id, bool isEnter) {
+        Core& core = its.cores[view.HWCtx()];
+        const Key key{sort, sort == TextSort::Process ? names.numberOf(sort, id, process) : id, view.HWCtx()};
+        isEnter ? its.enter(core, key) : its.leave(core, key);
+    };
+    if (const auto entered = packet.as<CProcessEnter>())
+        move(TextSort::Process, *entered, entered->ProcId(), true);
+    else if (const auto left = packet.as<CProcessLeave>())
+        move(TextSort::Process, *left, left->ProcId(), false);
+    else if (const auto raised = packet.as<CHWExceptionEnter>())
+        move(TextSort::None, *raised, raised->ExceptionId(), true);
+    else if (const auto handled = packet.as<CHWExceptionLeave>())
+        move(TextSort::None, *handled, handled->ExceptionId(), false);
+}
+
+void CoreTimes::finish() {
+    State& its = *m_state;
+    for (auto& [number, core] : its.cores) {
+        for (CallStack<Open>* stack : {&core.interrupts, &core.processes}) {
+            while (!stack->empty())
+                its.end(core, *stack, false);
+        }
+    }
+    if (its.first != kUnknown64) {
+        const auto timeOf = [&](std::uint64_t tick) {
+            return TimeBase::unitsOf(tick, its.clock.frequency(), 1'000'000'000);
+        };
+        its.firstTime = std::min(its.firstTime, timeOf(its.first));
+        its.lastTime = std::max(its.lastTime, timeOf(its.last));
+        its.lacksClock = its.lacksClock || its.clock.frequency() == 0;
+    }
+    its.cores.clear();
+    its.clock = TimeBase();
+    its.tick = 0;
+    its.first = kUnknown64;
+    its.last = 0;
+}
+
+const std::map<CoreTimes::Key, CoreTimes::Times>& CoreTimes::times() const {
+    return m_state->times;
+}
+
+std::uint64_t CoreTimes::span() const {
+    return m_state->lastTime > m_state->firstTime ? m_state->lastTime - m_state->firstTime : 0;
+}
+
+bool CoreTimes::hasClock() const {
+    return !m_state->lacksClock;
+}
+
+} // namespace Quorvex
