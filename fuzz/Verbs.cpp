@@ -30,7 +30,7 @@ void verbs(const std::string& data) {
     const int told = run({"info", in, "-f", "-o", out});
     const int found = run({"check", in, "-f", "-o", out});
     require(told == 1 ? found == 1 : told == 0 || found == 3, "check finds what info tells of");
-    run({"stats", in, "-f", "-o", out, "--by-thread", "--format", "json"});
+    run({"stats", in, "-f", "-o", out, "--by", "thread", "--format", "json"});
     for (const char* format : {"plain", "html", "latex", "verbose"})
         run({"dump", in, "-f", "-o", out, "--format", format});
     for (const char* form : {"", "--absolute", "--relative"}) {
