@@ -43,6 +43,22 @@ expect 0 "$info" '' "$qvx" info trace
 expect 0 "$info" '' "$qvx" trace
 expect 0 "${info/trace/standard input}" '' "$qvx" - <trace
 
+expect 0 '{"file": "trace", "layout": "either", "bytes": 92, "packets": 5, "kinds": {"Timestamp": 1, "EndOfTrace": 1, "RelFunctionEnter": 1, "FunctionDefine": 1, "FunctionEnter": 1}, "first_tick": 10, "last_tick": 210, "frequency": 100, "duration_ns": 2000000000, "cores": [1], "threads": [2], "whole": true, "damage": {"places": 0, "bytes": 0, "first": null}}
+' '' "$qvx" info --format json trace
+"$qvx" info --kind 'FunctionE*' trace | grep -A9 ^Packets | head -3 >out
+diff - out <<'END' || fail 'info of a part'
+Packets:   2
+             1  RelFunctionEnter
+             1  FunctionEnter
+END
+expect 2 '' "qvx: 'dmp' is neither a verb nor a file; did you mean 'dump'?
+" "$qvx" dmp
+expect 2 '' "qvx: 'dupm' is no verb; did you mean 'dump'?
+" "$qvx" help dupm
+expect 2 '' "--frmo: qvx dump has no such option; did you mean '--from'?
+Run with --help for more information.
+" "$qvx" dump trace --frmo 1
+
 dump='Quorvex (QVX) packet description
 Offset		Description 	TCode 	Length 	packet payload 
 	0x0000000000000000 	timestamp                      	Timestamp 	16 	10 	100 
@@ -169,11 +185,10 @@ Run with --help for more information.
 " "$qvx" $arguments
 done <<'END'
 --foo|--foo: qvx has no such option
--V trace|-V: qvx has no such option
-dump --lmit 3 trace|--lmit: qvx dump has no such option
-dump --lmit=3 --limit|--lmit: qvx dump has no such option
+-x trace|-x: qvx has no such option
+dump --lmit 3 trace|--lmit: qvx dump has no such option; did you mean '--limit'?
+dump --lmit=3 --limit|--lmit: qvx dump has no such option; did you mean '--limit'?
 trace --lmit|--lmit: qvx info has no such option
-help trace|The following argument was not expected: trace
 dump trace --limit -1|--limit: '-1' is no whole number from 0 to 18446744073709551615
 dump trace --limit 18446744073709551616|--limit: '18446744073709551616' is no whole number from 0 to 18446744073709551615
 dump trace --limit 1.5|--limit: '1.5' is no whole number from 0 to 18446744073709551615
@@ -203,7 +218,7 @@ yes trace | head -200 | xargs cat >long
 # Names with spaces are completed as they are, and so are verbs, options and words.
 mkdir completed
 : >'completed/a b.qvx'
-eval "$("$qvx" --completion)"
+eval "$("$qvx" --completion-bash)"
 while IFS='|' read -r words completions; do
     IFS=' ' read -ra COMP_WORDS <<<"$words"
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
@@ -216,6 +231,14 @@ qvx du|dump
 qvx dump --hex|--hex-tick
 qvx dump --format v|verbose
 END
+
+for shell in zsh fish; do
+    "$qvx" --completion-$shell >completion
+    grep -q 'hex-tick' completion || fail "completion for $shell"
+    if command -v $shell >/dev/null; then
+        $shell -n completion || fail "completion for $shell"
+    fi
+done
 
 # The program of the README and its traces.
 QVX_TRACEDIR=. "$quickstart"

@@ -1,5 +1,7 @@
 #include "Arguments.h"
 
+#include "Words.h"
+#include "quorvex/platform/OutputFile.h"
 #include "quorvex/platform/System.h"
 
 #include <CLI/CLI.hpp>
@@ -70,15 +72,15 @@ Option Verb::chooseNumber(const char* name, std::function<void(unsigned)> take,
                           const std::vector<std::pair<std::string, unsigned>>& words, const char* help,
                           const char* type) {
     const auto numberOf = [words](std::string& word) {
-        std::string all;
+        std::vector<std::string> all;
         for (const auto& [known, number] : words) {
             if (word == known) {
                 word = std::to_string(number);
                 return std::string();
             }
-            all += (all.empty() ? "" : ", ") + known;
+            all.push_back(known);
         }
-        return "'" + word + "' is none of " + all;
+        return "'" + word + "' is none of " + CLI::detail::join(all, ", ") + didYouMean(word, all);
     };
     CLI::Option* option = m_verb.add_option_function<unsigned>(
         name, [take = std::move(take)](const unsigned& number) { take(number); }, help);
@@ -110,16 +112,26 @@ std::vector<const CLI::App*> verbsOf(const CLI::App& program) {
 
 /// What is told of the first option that a verb, or the program, does not have; empty if it has all.
 std::string unknownOption(const CLI::App& program) {
-    const std::vector<std::string> own = program.remaining();
-    std::string user = program.get_name();
-    if (own.empty())
-        for (const CLI::App* verb : program.get_subcommands())
-            user += " " + verb->get_name();
+    const CLI::App* user = &program;
+    std::string name = program.get_name();
+    if (program.remaining().empty()) {
+        for (const CLI::App* verb : program.get_subcommands()) {
+            user = verb;
+            name += " " + verb->get_name();
+        }
+    }
     for (const std::string& word : program.remaining(true)) {
         if (word == "--")
             break;
-        if (word.size() > 1 && word[0] == '-')
-            return word.substr(0, word.find('=')) + ": " + user + " has no such option";
+        if (word.size() < 2 || word[0] != '-')
+            continue;
+        std::vector<std::string> known;
+        for (const CLI::Option* option : user->get_options()) {
+            for (const std::string& its : option->get_lnames())
+                known.push_back("--" + its);
+        }
+        const std::string option = word.substr(0, word.find('='));
+        return option + ": " + name + " has no such option" + didYouMean(option, known);
     }
     return {};
 }
@@ -154,19 +166,57 @@ std::string Program::manual() const {
     return page;
 }
 
-std::string Program::completion() const {
+namespace {
+
+/// A text within single quotes of a shell.
+std::string inQuotes(const std::string& text) {
+    std::string result = "'";
+    for (const char c : text)
+        result += c == '\'' ? "'\\''" : std::string(1, c);
+    return result + "'";
+}
+
+/// The same within brackets between the quotes, and with colons, that mean themselves to zsh's functions.
+std::string quotedForZsh(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        const bool isSpecial = c == '[' || c == ']' || c == ':' || c == '\\';
+        result += (isSpecial ? "\\" : "") + (c == '\'' ? std::string("'\\''") : std::string(1, c));
+    }
+    return result;
+}
+
+/// The names of an option as they are typed.
+std::vector<std::string> namesOf(const CLI::Option& option) {
+    std::vector<std::string> names;
+    for (const std::string& name : option.get_snames())
+        names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames())
+        names.push_back("--" + name);
+    return names;
+}
+
+bool takesValue(const CLI::Option& option) {
+    return option.get_items_expected_max() > 0;
+}
+
+} // namespace
+
+std::string Program::wordsOf(const CLI::Option& option) const {
+    const auto choice = m_words.find(&option);
+    return choice == m_words.end() ? "" : CLI::detail::join(choice->second, " ");
+}
+
+std::string Program::completionForBash() const {
     std::string verbs, options, words;
     for (const CLI::App* verb : verbsOf(*m_program)) {
         verbs += verb->get_name() + " ";
         std::string names;
         for (const CLI::Option* option : verb->get_options()) {
-            for (const std::string& name : option->get_snames())
-                names += "-" + name + " ";
-            for (const std::string& name : option->get_lnames())
-                names += "--" + name + " ";
-            if (const auto choice = m_words.find(option); choice != m_words.end())
-                words += "    '" + verb->get_name() + " --" + option->get_lnames().front() + "') words='" +
-                         CLI::detail::join(choice->second, " ") + "' ;;\n";
+            for (const std::string& name : namesOf(*option))
+                names += name + " ";
+            if (const std::string values = wordsOf(*option); !values.empty())
+                words += "    '" + verb->get_name() + " " + namesOf(*option).back() + "') words='" + values + "' ;;\n";
         }
         options += "    " + verb->get_name() + ") options='" + names + "' ;;\n";
     }
@@ -194,9 +244,67 @@ std::string Program::completion() const {
            "complete -o filenames -o default -F _qvx qvx\n";
 }
 
+std::string Program::completionForZsh() const {
+    std::string verbs, cases;
+    for (const CLI::App* verb : verbsOf(*m_program)) {
+        verbs += "        '" + verb->get_name() + ":" + quotedForZsh(verb->get_description()) + "'\n";
+        cases += "    " + verb->get_name() + ")\n        _arguments -s \\\n";
+        for (const CLI::Option* option : verb->get_options()) {
+            const std::string words = wordsOf(*option);
+            const std::string value = !takesValue(*option) ? ""
+                                      : words.empty()      ? ":" + option->get_type_name() + ":_files"
+                                                           : ":" + option->get_type_name() + ":(" + words + ")";
+            for (const std::string& name : namesOf(*option))
+                cases +=
+                    "            '*" + name + "[" + quotedForZsh(option->get_description()) + "]" + value + "' \\\n";
+        }
+        cases += "            '*:file:_files' ;;\n";
+    }
+    return "#compdef qvx\n"
+           "_qvx() {\n"
+           "    local -a verbs=(\n" +
+           verbs +
+           "    )\n"
+           "    if (( CURRENT == 2 )); then\n"
+           "        _describe verb verbs\n"
+           "        _files\n"
+           "        return\n"
+           "    fi\n"
+           "    shift words\n"
+           "    (( CURRENT -= 1 ))\n"
+           "    case $words[1] in\n" +
+           cases +
+           "    *) _files ;;\n"
+           "    esac\n"
+           "}\n"
+           "_qvx \"$@\"\n";
+}
+
+std::string Program::completionForFish() const {
+    std::string lines = "# fish completion for qvx\n";
+    for (const CLI::App* verb : verbsOf(*m_program)) {
+        lines += "complete -c qvx -n __fish_use_subcommand -a " + verb->get_name() + " -d " +
+                 inQuotes(verb->get_description()) + "\n";
+        for (const CLI::Option* option : verb->get_options()) {
+            std::string names;
+            for (const std::string& name : option->get_snames())
+                names += " -s " + name;
+            for (const std::string& name : option->get_lnames())
+                names += " -l " + name;
+            if (names.empty())
+                continue;
+            const std::string words = wordsOf(*option);
+            lines += "complete -c qvx -n '__fish_seen_subcommand_from " + verb->get_name() + "'" + names +
+                     (takesValue(*option) ? words.empty() ? " -r" : " -x -a " + inQuotes(words) : "") + " -d " +
+                     inQuotes(option->get_description()) + "\n";
+        }
+    }
+    return lines;
+}
+
 Program::Program(const char* description, const char* version, const char* footer)
     : m_program(std::make_unique<CLI::App>(description, "qvx")) {
-    m_program->set_version_flag("--version", version);
+    m_program->set_version_flag("-V,--version", version);
     m_program->require_subcommand(1);
     m_program->allow_windows_style_options(false); // /FILE is a file on every system
     m_program->get_formatter()->column_width(28);
@@ -209,7 +317,9 @@ Program::Program(const char* description, const char* version, const char* foote
         };
     };
     m_program->add_flag_callback("--options-of-manual", answer(&Program::manual))->group("");
-    m_program->add_flag_callback("--completion", answer(&Program::completion))->group("");
+    m_program->add_flag_callback("--completion-bash", answer(&Program::completionForBash))->group("");
+    m_program->add_flag_callback("--completion-zsh", answer(&Program::completionForZsh))->group("");
+    m_program->add_flag_callback("--completion-fish", answer(&Program::completionForFish))->group("");
 }
 
 Program::~Program() = default;
@@ -225,10 +335,23 @@ int Program::run(std::vector<std::string> arguments, const char* otherwise) {
     if (arguments.empty())
         arguments = {"help"};
     const std::string first = arguments.front();
-    if (first == "help" && (arguments.size() == 1 || isVerb(arguments[1]))) {
+    std::vector<std::string> verbs{"help"};
+    for (const CLI::App* verb : verbsOf(*m_program))
+        verbs.push_back(verb->get_name());
+    if (first == "help") {
+        if (arguments.size() > 1 && !isVerb(arguments[1])) {
+            tell("'" + arguments[1] + "' is no verb" + didYouMean(arguments[1], verbs));
+            return WrongUse;
+        }
         arguments.erase(arguments.begin());
         arguments.push_back("--help");
     } else if ((first == "-" || !first.starts_with('-')) && !isVerb(first)) {
+        const std::string meant = didYouMean(first, verbs);
+        if (first != "-" && !meant.empty() &&
+            Quorvex::platform::FileStatus::of(first).sort == Quorvex::platform::FileStatus::Missing) {
+            tell("'" + first + "' is neither a verb nor a file" + meant);
+            return WrongUse;
+        }
         arguments.insert(arguments.begin(), otherwise);
     }
     // The parser takes the arguments last first.

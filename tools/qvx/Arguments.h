@@ -92,8 +92,12 @@ public:
 private:
     /// The options of all verbs, as a manual page tells them.
     std::string manual() const;
-    /// What completes a command line in bash.
-    std::string completion() const;
+    /// What completes a command line in a shell.
+    std::string completionForBash() const;
+    std::string completionForZsh() const;
+    std::string completionForFish() const;
+    /// The words that an option takes; empty where it takes others.
+    std::string wordsOf(const CLI::Option& option) const;
 
     std::unique_ptr<CLI::App> m_program;
     std::map<const CLI::Option*, std::vector<std::string>> m_words; ///< that an option takes

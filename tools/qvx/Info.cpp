@@ -1,6 +1,9 @@
 #include "Arguments.h"
+#include "Inputs.h"
+#include "Json.h"
 #include "Output.h"
 #include "Print.h"
+#include "Selection.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TimeBase.h"
@@ -23,6 +26,7 @@
 #include <set>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace qvx {
 
@@ -49,6 +53,8 @@ const std::array<Lesson, 256> kLessons = [] {
     return lessons;
 }();
 
+enum class Layout : std::uint8_t { Plain, Paged, Either };
+
 /// What one pass tells over a trace, or over a part of it.
 class Summary {
 public:
@@ -60,8 +66,7 @@ public:
     void add(const CTraceCursor& packet) {
         const auto code = static_cast<std::uint8_t>(packet.TraceCode());
         ++m_kinds[code];
-        if (packet.end() > m_pageEnd)
-            addPage(packet);
+        pass(packet);
         const Lesson lesson = kLessons[code];
         if (lesson == Lesson::Any) {
             addAny(packet);
@@ -76,8 +81,15 @@ public:
         if (lesson == Lesson::Enters)
             addEntered(packet);
     }
+    /// Takes note of a packet that does not count.
+    void pass(const CTraceCursor& packet) {
+        if (packet.end() > m_pageEnd)
+            addPage(packet);
+    }
     void join(Summary&& next);
     void print(std::ostream& out, const TraceInput& input) const;
+    /// The same for programs.
+    std::string json(const TraceInput& input) const;
 
 private:
     struct Function {
@@ -109,7 +121,8 @@ private:
         ++*entered;
     }
     std::string duration() const;
-    std::string layout(std::uint64_t size) const;
+    Layout layout(std::uint64_t size) const;
+    std::string layoutText(std::uint64_t size) const;
 
     std::array<std::uint64_t, 256> m_kinds{};
     std::uint64_t m_tick = kUnknown64; ///< of the last packet that has one
@@ -228,10 +241,20 @@ void Summary::join(Summary&& next) {
     }
 }
 
-std::string Summary::layout(std::uint64_t size) const {
-    const std::uint64_t pages = (size + kPageSize - 1) / kPageSize;
-    if (pages > 1)
-        return m_crossesPage ? "plain" : fmt::format("paged, {} pages of 256 KiB", pages);
+/// What a trace is that has more than one page, or so few bytes that it could be either.
+Layout Summary::layout(std::uint64_t size) const {
+    return size <= kPageSize ? Layout::Either : m_crossesPage ? Layout::Plain : Layout::Paged;
+}
+
+std::string Summary::layoutText(std::uint64_t size) const {
+    switch (layout(size)) {
+    case Layout::Plain:
+        return "plain";
+    case Layout::Paged:
+        return fmt::format("paged, {} pages of 256 KiB", (size + kPageSize - 1) / kPageSize);
+    case Layout::Either:
+        break;
+    }
     return "plain or paged (one page reads the same either way)";
 }
 
@@ -266,7 +289,7 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
         qvx::print(out, "{:<11}{}\n", label, text);
     };
     line("File:", shown(input.name()));
-    line("Layout:", layout(input.size()));
+    line("Layout:", layoutText(input.size()));
     line("Size:", fmt::format("{} byte{}", input.size(), plural(input.size())));
     if (m_firstTick == kUnknown64) {
         line("Ticks:", "none");
@@ -293,20 +316,81 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
                    function.name.value_or("").empty() ? "(no name)" : shown(*function.name));
 }
 
+std::string Summary::json(const TraceInput& input) const {
+    constexpr const char* kLayouts[] = {"plain", "paged", "either"};
+    JsonLine kinds;
+    std::uint64_t packets = 0;
+    for (unsigned code = 0; code < m_kinds.size(); ++code) {
+        packets += m_kinds[code];
+        if (m_kinds[code] > 0)
+            kinds.add(CTCodeInfo::TCodeToName(tagTCode(code)), m_kinds[code]);
+    }
+    const std::uint64_t frequency = m_clock.frequency();
+    const auto known = [](JsonLine& line, const char* name, std::uint64_t value, bool isKnown) {
+        isKnown ? line.add(name, value) : line.addUnknown(name);
+    };
+    JsonLine line;
+    line.add("file", input.name()).add("layout", kLayouts[std::size_t(layout(input.size()))]);
+    line.add("bytes", input.size()).add("packets", packets).add("kinds", kinds);
+    const bool hasTicks = m_firstTick != kUnknown64;
+    known(line, "first_tick", m_firstTick, hasTicks);
+    known(line, "last_tick", m_lastTick, hasTicks);
+    known(line, "frequency", frequency, frequency != 0);
+    known(line, "duration_ns", TimeBase::unitsOf(m_lastTick - m_firstTick, frequency, 1'000'000'000),
+          hasTicks && frequency != 0);
+    line.add("cores", std::vector<std::uint64_t>(m_cores.begin(), m_cores.end()));
+    line.add("threads", std::vector<std::uint64_t>(m_threads.begin(), m_threads.end()));
+    line.addTruth("whole", !input.report().isLossy());
+    const TraceDamage& its = input.report().damage;
+    JsonLine damage;
+    damage.add("places", its.places).add("bytes", its.bytes);
+    known(damage, "first", its.first, its.places > 0);
+    return line.add("damage", damage).text();
+}
+
+enum class InfoFormat : std::uint8_t { Text, JSON };
+
 struct InfoOptions {
-    std::string file;
+    Inputs inputs;
+    InfoFormat format = InfoFormat::Text;
+    Selection selection;
     Output output;
 };
 
+void read(TraceInput& input, std::size_t file, Selection& selection, Summary& summary) {
+    if (selection.takesAll()) {
+        input.walkInParts(summary, [](Summary& part, const CTraceCursor& packet) { part.add(packet); });
+        return;
+    }
+    while (input.advance()) {
+        if (selection.takes(file, input.cursor()))
+            summary.add(input.cursor());
+        else
+            summary.pass(input.cursor());
+    }
+}
+
 ExitCode info(InfoOptions& options) {
-    options.output.check({options.file});
-    TraceInput input(options.file);
+    const std::vector<std::string> files = options.inputs.files();
+    options.output.checkForPeople(files);
+    options.selection.begin(files);
     std::ostream& out = options.output.target().open();
-    Summary summary = Summary::ofTrace();
-    input.walkInParts(summary, [](Summary& part, const CTraceCursor& packet) { part.add(packet); });
-    summary.print(out, input);
+    ExitCode exitCode = Done;
+    for (std::size_t file = 0; file < files.size(); ++file) {
+        TraceInput input(files[file]);
+        Summary summary = Summary::ofTrace();
+        read(input, file, options.selection, summary);
+        if (options.format == InfoFormat::JSON) {
+            out << summary.json(input);
+        } else {
+            out << (file > 0 ? "\n" : "");
+            summary.print(out, input);
+        }
+        if (const ExitCode damage = input.reportDamage(); damage != Done)
+            exitCode = damage;
+    }
     options.output.target().commit();
-    return input.reportDamage();
+    return exitCode;
 }
 
 } // namespace
@@ -314,8 +398,11 @@ ExitCode info(InfoOptions& options) {
 void addInfo(Program& program) {
     auto options = std::make_shared<InfoOptions>();
     Verb verb = program.add("info", "Tell what is in a trace");
-    verb.option("FILE", options->file, "Trace file; - for standard input").required();
-    options->output.addOptions(verb);
+    options->inputs.addTo(verb);
+    verb.choice("--format", options->format, {{"text", InfoFormat::Text}, {"json", InfoFormat::JSON}},
+                "text (default), json: an object a trace");
+    options->selection.addTo(verb, Selection::Time | Selection::Place | Selection::Kind | Selection::Name);
+    options->output.addOptionsForPeople(verb);
     verb.footer("Example: qvx info thread_4711.qvx");
     verb.runs([options] { return info(*options); });
 }

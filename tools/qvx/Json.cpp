@@ -63,6 +63,18 @@ JsonLine& JsonLine::add(std::string_view name, std::string_view text) {
     return *this;
 }
 
+JsonLine& JsonLine::add(std::string_view name, const JsonLine& object) {
+    begin(name);
+    m_text += object.m_text + "}";
+    return *this;
+}
+
+JsonLine& JsonLine::addTruth(std::string_view name, bool isTrue) {
+    begin(name);
+    m_text += isTrue ? "true" : "false";
+    return *this;
+}
+
 JsonLine& JsonLine::addSigned(std::string_view name, std::int64_t number) {
     if (number >= 0)
         return add(name, static_cast<std::uint64_t>(number));

@@ -15,6 +15,8 @@ public:
     JsonLine& add(std::string_view name, std::uint64_t number);
     JsonLine& add(std::string_view name, std::string_view text);
     JsonLine& add(std::string_view name, const std::vector<std::uint64_t>& numbers);
+    JsonLine& add(std::string_view name, const JsonLine& object); ///< one within this one
+    JsonLine& addTruth(std::string_view name, bool isTrue);
     JsonLine& addUnknown(std::string_view name);
     /// A number that may be negative.
     JsonLine& addSigned(std::string_view name, std::int64_t number);
