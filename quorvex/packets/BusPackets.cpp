@@ -87,6 +87,81 @@ constexpr ReadRules kRelSystemDataRules{.header = QUORVEX_CALLED("CRelSystemData
 #undef QUORVEX_REL_BUS_RULES
 #undef QUORVEX_SIGNAL_RULES
 
+CBusSync::CBusSync(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master)
+    : PacketOf({tick, hwCtx, master}, kCode) {}
+CBusSync::CBusSync(const CBusContext& context) : PacketOf(context.values(), kCode) {}
+
+CSystemSync::CSystemSync(std::uint64_t tick, std::uint32_t channel, std::uint32_t master)
+    : PacketOf({tick, channel, master}, kCode) {}
+CSystemSync::CSystemSync(const CSystemContext& context) : PacketOf(context.values(), kCode) {}
+
+CBusData::CBusData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, const CBusDataSignals& signals,
+                   const CData& data)
+    : PacketOf({tick, hwCtx, master}, kCode, signals, data) {}
+CBusData::CBusData(const CBusContext& context, const CBusDataSignals& signals, const CData& data)
+    : PacketOf(context.values(), kCode, signals, data) {}
+
+CBusAddrData::CBusAddrData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master,
+                           const CBusDataSignals& signals, std::uint64_t address, const CData& data)
+    : PacketOf({tick, hwCtx, master}, kCode, signals, address, data) {}
+CBusAddrData::CBusAddrData(const CBusContext& context, const CBusDataSignals& signals, std::uint64_t address,
+                           const CData& data)
+    : PacketOf(context.values(), kCode, signals, address, data) {}
+
+CSignalDefine::CSignalDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, std::uint32_t id,
+                             const CSignalMask& mask, const CCharStringSequence& name)
+    : PacketOf({tick, hwCtx, master}, kCode, id, mask, name) {}
+CSignalDefine::CSignalDefine(const CBusContext& context, std::uint32_t id, const CSignalMask& mask,
+                             const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, id, mask, name) {}
+
+CSignalUndefine::CSignalUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, std::uint32_t id)
+    : PacketOf({tick, hwCtx, master}, kCode, id) {}
+CSignalUndefine::CSignalUndefine(const CBusContext& context, std::uint32_t id)
+    : PacketOf(context.values(), kCode, id) {}
+
+CSignal::CSignal(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, const CSignalMask& value,
+                 const CSignalMask& mask)
+    : PacketOf({tick, hwCtx, master}, kCode, value, mask) {}
+CSignal::CSignal(const CBusContext& context, const CSignalMask& value, const CSignalMask& mask)
+    : PacketOf(context.values(), kCode, value, mask) {}
+
+CSystemData::CSystemData(std::uint64_t tick, std::uint32_t channel, std::uint32_t master, const CData& data)
+    : PacketOf({tick, channel, master}, kCode, data) {}
+CSystemData::CSystemData(const CSystemContext& context, const CData& data) : PacketOf(context.values(), kCode, data) {}
+
+CRelBusData::CRelBusData(std::uint8_t relTick, const CBusDataSignals& signals, const CData& data)
+    : PacketOf({relTick}, kCode, signals, data) {}
+CRelBusData::CRelBusData(const CRelBusContext& context, const CBusDataSignals& signals, const CData& data)
+    : PacketOf(context.values(), kCode, signals, data) {}
+
+CRelBusAddrData::CRelBusAddrData(std::uint8_t relTick, const CBusDataSignals& signals, std::uint64_t address,
+                                 const CData& data)
+    : PacketOf({relTick}, kCode, signals, address, data) {}
+CRelBusAddrData::CRelBusAddrData(const CRelBusContext& context, const CBusDataSignals& signals, std::uint64_t address,
+                                 const CData& data)
+    : PacketOf(context.values(), kCode, signals, address, data) {}
+
+CRelSignalDefine::CRelSignalDefine(std::uint8_t relTick, std::uint32_t id, const CSignalMask& mask,
+                                   const CCharStringSequence& name)
+    : PacketOf({relTick}, kCode, id, mask, name) {}
+CRelSignalDefine::CRelSignalDefine(const CRelBusContext& context, std::uint32_t id, const CSignalMask& mask,
+                                   const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, id, mask, name) {}
+
+CRelSignalUndefine::CRelSignalUndefine(std::uint8_t relTick, std::uint32_t id) : PacketOf({relTick}, kCode, id) {}
+CRelSignalUndefine::CRelSignalUndefine(const CRelBusContext& context, std::uint32_t id)
+    : PacketOf(context.values(), kCode, id) {}
+
+CRelSignal::CRelSignal(std::uint8_t relTick, const CSignalMask& value, const CSignalMask& mask)
+    : PacketOf({relTick}, kCode, value, mask) {}
+CRelSignal::CRelSignal(const CRelBusContext& context, const CSignalMask& value, const CSignalMask& mask)
+    : PacketOf(context.values(), kCode, value, mask) {}
+
+CRelSystemData::CRelSystemData(std::uint8_t relTick, const CData& data) : PacketOf({relTick}, kCode, data) {}
+CRelSystemData::CRelSystemData(const CRelSystemContext& context, const CData& data)
+    : PacketOf(context.values(), kCode, data) {}
+
 template class PayloadOperations<CBusDataPayload>;
 template class PayloadOperations<CBusAddrDataPayload>;
 template class PayloadOperations<CSystemDataPayload>;

@@ -241,8 +241,8 @@ class QUORVEX_API CBusSync : public PacketOf<kBusSyncRules, BusPacket> {
     QUORVEX_KIND(BusSync, PacketOf)
 
 public:
-    CBusSync(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master) : PacketOf({tick, hwCtx, master}, kCode) {}
-    CBusSync(const CBusContext& context) : PacketOf(context.values(), kCode) {}
+    CBusSync(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master);
+    CBusSync(const CBusContext& context);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kSystemSyncRules, SystemPacket>)
@@ -250,9 +250,8 @@ class QUORVEX_API CSystemSync : public PacketOf<kSystemSyncRules, SystemPacket> 
     QUORVEX_KIND(SystemSync, PacketOf)
 
 public:
-    CSystemSync(std::uint64_t tick, std::uint32_t channel, std::uint32_t master)
-        : PacketOf({tick, channel, master}, kCode) {}
-    CSystemSync(const CSystemContext& context) : PacketOf(context.values(), kCode) {}
+    CSystemSync(std::uint64_t tick, std::uint32_t channel, std::uint32_t master);
+    CSystemSync(const CSystemContext& context);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kBusDataRules, BusPacket, CBusDataPayload>)
@@ -261,10 +260,8 @@ class QUORVEX_API CBusData : public PacketOf<kBusDataRules, BusPacket, CBusDataP
 
 public:
     CBusData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, const CBusDataSignals& signals,
-             const CData& data)
-        : PacketOf({tick, hwCtx, master}, kCode, signals, data) {}
-    CBusData(const CBusContext& context, const CBusDataSignals& signals, const CData& data)
-        : PacketOf(context.values(), kCode, signals, data) {}
+             const CData& data);
+    CBusData(const CBusContext& context, const CBusDataSignals& signals, const CData& data);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kBusAddrDataRules, BusPacket, CBusAddrDataPayload>)
@@ -273,10 +270,8 @@ class QUORVEX_API CBusAddrData : public PacketOf<kBusAddrDataRules, BusPacket, C
 
 public:
     CBusAddrData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, const CBusDataSignals& signals,
-                 std::uint64_t address, const CData& data)
-        : PacketOf({tick, hwCtx, master}, kCode, signals, address, data) {}
-    CBusAddrData(const CBusContext& context, const CBusDataSignals& signals, std::uint64_t address, const CData& data)
-        : PacketOf(context.values(), kCode, signals, address, data) {}
+                 std::uint64_t address, const CData& data);
+    CBusAddrData(const CBusContext& context, const CBusDataSignals& signals, std::uint64_t address, const CData& data);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kSignalDefineRules, BusPacket, CSignalDefinePayload>)
@@ -285,11 +280,9 @@ class QUORVEX_API CSignalDefine : public PacketOf<kSignalDefineRules, BusPacket,
 
 public:
     CSignalDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, std::uint32_t id,
-                  const CSignalMask& mask, const CCharStringSequence& name)
-        : PacketOf({tick, hwCtx, master}, kCode, id, mask, name) {}
+                  const CSignalMask& mask, const CCharStringSequence& name);
     CSignalDefine(const CBusContext& context, std::uint32_t id, const CSignalMask& mask,
-                  const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, id, mask, name) {}
+                  const CCharStringSequence& name);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kSignalUndefineRules, BusPacket, CSignalUndefinePayload>)
@@ -297,9 +290,8 @@ class QUORVEX_API CSignalUndefine : public PacketOf<kSignalUndefineRules, BusPac
     QUORVEX_KIND(SignalUndefine, PacketOf)
 
 public:
-    CSignalUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, std::uint32_t id)
-        : PacketOf({tick, hwCtx, master}, kCode, id) {}
-    CSignalUndefine(const CBusContext& context, std::uint32_t id) : PacketOf(context.values(), kCode, id) {}
+    CSignalUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, std::uint32_t id);
+    CSignalUndefine(const CBusContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kSignalRules, BusPacket, CSignalPayload>)
@@ -308,10 +300,8 @@ class QUORVEX_API CSignal : public PacketOf<kSignalRules, BusPacket, CSignalPayl
 
 public:
     CSignal(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t master, const CSignalMask& value,
-            const CSignalMask& mask)
-        : PacketOf({tick, hwCtx, master}, kCode, value, mask) {}
-    CSignal(const CBusContext& context, const CSignalMask& value, const CSignalMask& mask)
-        : PacketOf(context.values(), kCode, value, mask) {}
+            const CSignalMask& mask);
+    CSignal(const CBusContext& context, const CSignalMask& value, const CSignalMask& mask);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kSystemDataRules, SystemPacket, CSystemDataPayload>)
@@ -319,9 +309,8 @@ class QUORVEX_API CSystemData : public PacketOf<kSystemDataRules, SystemPacket, 
     QUORVEX_KIND(SystemData, PacketOf)
 
 public:
-    CSystemData(std::uint64_t tick, std::uint32_t channel, std::uint32_t master, const CData& data)
-        : PacketOf({tick, channel, master}, kCode, data) {}
-    CSystemData(const CSystemContext& context, const CData& data) : PacketOf(context.values(), kCode, data) {}
+    CSystemData(std::uint64_t tick, std::uint32_t channel, std::uint32_t master, const CData& data);
+    CSystemData(const CSystemContext& context, const CData& data);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelBusDataRules, RelBusPacket, CBusDataPayload>)
@@ -329,10 +318,8 @@ class QUORVEX_API CRelBusData : public PacketOf<kRelBusDataRules, RelBusPacket, 
     QUORVEX_KIND(RelBusData, PacketOf)
 
 public:
-    CRelBusData(std::uint8_t relTick, const CBusDataSignals& signals, const CData& data)
-        : PacketOf({relTick}, kCode, signals, data) {}
-    CRelBusData(const CRelBusContext& context, const CBusDataSignals& signals, const CData& data)
-        : PacketOf(context.values(), kCode, signals, data) {}
+    CRelBusData(std::uint8_t relTick, const CBusDataSignals& signals, const CData& data);
+    CRelBusData(const CRelBusContext& context, const CBusDataSignals& signals, const CData& data);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelBusAddrDataRules, RelBusPacket, CBusAddrDataPayload>)
@@ -340,11 +327,9 @@ class QUORVEX_API CRelBusAddrData : public PacketOf<kRelBusAddrDataRules, RelBus
     QUORVEX_KIND(RelBusAddrData, PacketOf)
 
 public:
-    CRelBusAddrData(std::uint8_t relTick, const CBusDataSignals& signals, std::uint64_t address, const CData& data)
-        : PacketOf({relTick}, kCode, signals, address, data) {}
+    CRelBusAddrData(std::uint8_t relTick, const CBusDataSignals& signals, std::uint64_t address, const CData& data);
     CRelBusAddrData(const CRelBusContext& context, const CBusDataSignals& signals, std::uint64_t address,
-                    const CData& data)
-        : PacketOf(context.values(), kCode, signals, address, data) {}
+                    const CData& data);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelSignalDefineRules, RelBusPacket, CSignalDefinePayload>)
@@ -352,11 +337,9 @@ class QUORVEX_API CRelSignalDefine : public PacketOf<kRelSignalDefineRules, RelB
     QUORVEX_KIND(RelSignalDefine, PacketOf)
 
 public:
-    CRelSignalDefine(std::uint8_t relTick, std::uint32_t id, const CSignalMask& mask, const CCharStringSequence& name)
-        : PacketOf({relTick}, kCode, id, mask, name) {}
+    CRelSignalDefine(std::uint8_t relTick, std::uint32_t id, const CSignalMask& mask, const CCharStringSequence& name);
     CRelSignalDefine(const CRelBusContext& context, std::uint32_t id, const CSignalMask& mask,
-                     const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, id, mask, name) {}
+                     const CCharStringSequence& name);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelSignalUndefineRules, RelBusPacket, CSignalUndefinePayload>)
@@ -364,8 +347,8 @@ class QUORVEX_API CRelSignalUndefine : public PacketOf<kRelSignalUndefineRules, 
     QUORVEX_KIND(RelSignalUndefine, PacketOf)
 
 public:
-    CRelSignalUndefine(std::uint8_t relTick, std::uint32_t id) : PacketOf({relTick}, kCode, id) {}
-    CRelSignalUndefine(const CRelBusContext& context, std::uint32_t id) : PacketOf(context.values(), kCode, id) {}
+    CRelSignalUndefine(std::uint8_t relTick, std::uint32_t id);
+    CRelSignalUndefine(const CRelBusContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelSignalRules, RelBusPacket, CSignalPayload>)
@@ -373,10 +356,8 @@ class QUORVEX_API CRelSignal : public PacketOf<kRelSignalRules, RelBusPacket, CS
     QUORVEX_KIND(RelSignal, PacketOf)
 
 public:
-    CRelSignal(std::uint8_t relTick, const CSignalMask& value, const CSignalMask& mask)
-        : PacketOf({relTick}, kCode, value, mask) {}
-    CRelSignal(const CRelBusContext& context, const CSignalMask& value, const CSignalMask& mask)
-        : PacketOf(context.values(), kCode, value, mask) {}
+    CRelSignal(std::uint8_t relTick, const CSignalMask& value, const CSignalMask& mask);
+    CRelSignal(const CRelBusContext& context, const CSignalMask& value, const CSignalMask& mask);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelSystemDataRules, RelSystemPacket, CSystemDataPayload>)
@@ -384,8 +365,8 @@ class QUORVEX_API CRelSystemData : public PacketOf<kRelSystemDataRules, RelSyste
     QUORVEX_KIND(RelSystemData, PacketOf)
 
 public:
-    CRelSystemData(std::uint8_t relTick, const CData& data) : PacketOf({relTick}, kCode, data) {}
-    CRelSystemData(const CRelSystemContext& context, const CData& data) : PacketOf(context.values(), kCode, data) {}
+    CRelSystemData(std::uint8_t relTick, const CData& data);
+    CRelSystemData(const CRelSystemContext& context, const CData& data);
 };
 
 #include "quorvex/packets/KindMacros.def"

@@ -147,6 +147,235 @@ constexpr ReadRules kRelCounterValueVarRules{
 #undef QUORVEX_COUNTER_CALLED
 #undef QUORVEX_COUNTER_COULD_NOT
 
+CCounterBase::CCounterBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx,
+                           std::uint64_t ip, std::uint32_t id)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+CCounterBase::CCounterBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CCounterDefineBase::CCounterDefineBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx,
+                                       std::uint64_t ip, std::uint32_t id, std::uint8_t dimensions,
+                                       const CCharStringSequence& name)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, dimensions, name) {
+    CntrId(id);
+}
+CCounterDefineBase::CCounterDefineBase(tagTCode code, const CCoreContext& context, std::uint32_t id,
+                                       std::uint8_t dimensions, const CCharStringSequence& name)
+    : PacketOf(context.values(), code, dimensions, name) {
+    CntrId(id);
+}
+
+CCounterValueBase::CCounterValueBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx,
+                                     std::uint64_t ip, std::uint32_t id, TCounter_t value)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, value) {
+    CntrId(id);
+}
+CCounterValueBase::CCounterValueBase(tagTCode code, const CCoreContext& context, std::uint32_t id, TCounter_t value)
+    : PacketOf(context.values(), code, value) {
+    CntrId(id);
+}
+
+CCounterDefine::CCounterDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                               std::uint32_t id, std::uint8_t dimensions, const CCharStringSequence& name)
+    : CCounterDefineBase({tick, hwCtx, swCtx, ip}, kCode, dimensions, name) {
+    CntrId(id);
+}
+CCounterDefine::CCounterDefine(const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                               const CCharStringSequence& name)
+    : CCounterDefineBase(context.values(), kCode, dimensions, name) {
+    CntrId(id);
+}
+
+CCounterDefineUnit::CCounterDefineUnit(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                       std::uint32_t id, std::uint8_t dimensions, const CCharStringSequence& name)
+    : CCounterDefineBase({tick, hwCtx, swCtx, ip}, kCode, dimensions, name) {
+    CntrId(id);
+}
+CCounterDefineUnit::CCounterDefineUnit(const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                                       const CCharStringSequence& name)
+    : CCounterDefineBase(context.values(), kCode, dimensions, name) {
+    CntrId(id);
+}
+
+CCounterUndefine::CCounterUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                   std::uint32_t id)
+    : CCounterBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+CCounterUndefine::CCounterUndefine(const CCoreContext& context, std::uint32_t id)
+    : CCounterBase(context.values(), kCode, id) {}
+
+CCounterValue::CCounterValue(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                             std::uint32_t id, TCounter_t value)
+    : CCounterValueBase({tick, hwCtx, swCtx, ip}, kCode, value) {
+    CntrId(id);
+}
+CCounterValue::CCounterValue(const CCoreContext& context, std::uint32_t id, TCounter_t value)
+    : CCounterValueBase(context.values(), kCode, value) {
+    CntrId(id);
+}
+
+CCounterValueDim1::CCounterValueDim1(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                     std::uint32_t id, TCounter_t value, TCounterIdx_t index)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, index) {
+    CntrId(id);
+    CntrVal(value);
+}
+CCounterValueDim1::CCounterValueDim1(const CCoreContext& context, std::uint32_t id, TCounter_t value,
+                                     TCounterIdx_t index)
+    : PacketOf(context.values(), kCode, index) {
+    CntrId(id);
+    CntrVal(value);
+}
+
+CCounterValueDim2::CCounterValueDim2(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                     std::uint32_t id, TCounter_t value, TCounterIdx_t index1, TCounterIdx_t index2)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, index1, index2) {
+    CntrId(id);
+    CntrVal(value);
+}
+CCounterValueDim2::CCounterValueDim2(const CCoreContext& context, std::uint32_t id, TCounter_t value,
+                                     TCounterIdx_t index1, TCounterIdx_t index2)
+    : PacketOf(context.values(), kCode, index1, index2) {
+    CntrId(id);
+    CntrVal(value);
+}
+
+CCounterValueDimN::CCounterValueDimN(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                     std::uint32_t id, TCounter_t value, const CCounterIndexDimN& indices)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, indices) {
+    CntrId(id);
+    CntrVal(value);
+}
+CCounterValueDimN::CCounterValueDimN(const CCoreContext& context, std::uint32_t id, TCounter_t value,
+                                     const CCounterIndexDimN& indices)
+    : PacketOf(context.values(), kCode, indices) {
+    CntrId(id);
+    CntrVal(value);
+}
+
+CCounterValueVar::CCounterValueVar(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                   std::uint32_t id, const CCounterValueVarPayload& counter)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, counter) {
+    CntrId(id);
+}
+CCounterValueVar::CCounterValueVar(const CCoreContext& context, std::uint32_t id,
+                                   const CCounterValueVarPayload& counter)
+    : PacketOf(context.values(), kCode, counter) {
+    CntrId(id);
+}
+
+CRelCounterBase::CRelCounterBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : PacketOf({relTick, relIp}, code, id) {}
+CRelCounterBase::CRelCounterBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CRelCounterDefineBase::CRelCounterDefineBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                                             std::uint8_t dimensions, const CCharStringSequence& name)
+    : PacketOf({relTick, relIp}, code, dimensions, name) {
+    CntrId(id);
+}
+CRelCounterDefineBase::CRelCounterDefineBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id,
+                                             std::uint8_t dimensions, const CCharStringSequence& name)
+    : PacketOf(context.values(), code, dimensions, name) {
+    CntrId(id);
+}
+
+CRelCounterValueBase::CRelCounterValueBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                                           TCounter_t value)
+    : PacketOf({relTick, relIp}, code, value) {
+    CntrId(id);
+}
+CRelCounterValueBase::CRelCounterValueBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id,
+                                           TCounter_t value)
+    : PacketOf(context.values(), code, value) {
+    CntrId(id);
+}
+
+CRelCounterDefine::CRelCounterDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                                     std::uint8_t dimensions, const CCharStringSequence& name)
+    : CRelCounterDefineBase({relTick, relIp}, kCode, dimensions, name) {
+    CntrId(id);
+}
+CRelCounterDefine::CRelCounterDefine(const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                                     const CCharStringSequence& name)
+    : CRelCounterDefineBase(context.values(), kCode, dimensions, name) {
+    CntrId(id);
+}
+
+CRelCounterDefineUnit::CRelCounterDefineUnit(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                                             std::uint8_t dimensions, const CCharStringSequence& name)
+    : CRelCounterDefineBase({relTick, relIp}, kCode, dimensions, name) {
+    CntrId(id);
+}
+CRelCounterDefineUnit::CRelCounterDefineUnit(const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
+                                             const CCharStringSequence& name)
+    : CRelCounterDefineBase(context.values(), kCode, dimensions, name) {
+    CntrId(id);
+}
+
+CRelCounterUndefine::CRelCounterUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : CRelCounterBase({relTick, relIp}, kCode, id) {}
+CRelCounterUndefine::CRelCounterUndefine(const CRelCoreContext& context, std::uint32_t id)
+    : CRelCounterBase(context.values(), kCode, id) {}
+
+CRelCounterValue::CRelCounterValue(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value)
+    : CRelCounterValueBase({relTick, relIp}, kCode, value) {
+    CntrId(id);
+}
+CRelCounterValue::CRelCounterValue(const CRelCoreContext& context, std::uint32_t id, TCounter_t value)
+    : CRelCounterValueBase(context.values(), kCode, value) {
+    CntrId(id);
+}
+
+CRelCounterValueDim1::CRelCounterValueDim1(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
+                                           TCounterIdx_t index)
+    : PacketOf({relTick, relIp}, kCode, index) {
+    CntrId(id);
+    CntrVal(value);
+}
+CRelCounterValueDim1::CRelCounterValueDim1(const CRelCoreContext& context, std::uint32_t id, TCounter_t value,
+                                           TCounterIdx_t index)
+    : PacketOf(context.values(), kCode, index) {
+    CntrId(id);
+    CntrVal(value);
+}
+
+CRelCounterValueDim2::CRelCounterValueDim2(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
+                                           TCounterIdx_t index1, TCounterIdx_t index2)
+    : PacketOf({relTick, relIp}, kCode, index1, index2) {
+    CntrId(id);
+    CntrVal(value);
+}
+CRelCounterValueDim2::CRelCounterValueDim2(const CRelCoreContext& context, std::uint32_t id, TCounter_t value,
+                                           TCounterIdx_t index1, TCounterIdx_t index2)
+    : PacketOf(context.values(), kCode, index1, index2) {
+    CntrId(id);
+    CntrVal(value);
+}
+
+CRelCounterValueDimN::CRelCounterValueDimN(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
+                                           const CCounterIndexDimN& indices)
+    : PacketOf({relTick, relIp}, kCode, indices) {
+    CntrId(id);
+    CntrVal(value);
+}
+CRelCounterValueDimN::CRelCounterValueDimN(const CRelCoreContext& context, std::uint32_t id, TCounter_t value,
+                                           const CCounterIndexDimN& indices)
+    : PacketOf(context.values(), kCode, indices) {
+    CntrId(id);
+    CntrVal(value);
+}
+
+CRelCounterValueVar::CRelCounterValueVar(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                                         const CCounterValueVarPayload& counter)
+    : PacketOf({relTick, relIp}, kCode, counter) {
+    CntrId(id);
+}
+CRelCounterValueVar::CRelCounterValueVar(const CRelCoreContext& context, std::uint32_t id,
+                                         const CCounterValueVarPayload& counter)
+    : PacketOf(context.values(), kCode, counter) {
+    CntrId(id);
+}
+
 template class PayloadOperations<CCounterBasePayload>;
 template class PayloadOperations<CCounterDefineBasePayload>;
 template class PayloadOperations<CCounterValueBasePayload>;

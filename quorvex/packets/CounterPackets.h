@@ -212,9 +212,8 @@ class QUORVEX_API CCounterBase : public PacketOf<kCounterBaseRules, CorePacket, 
 
 public:
     CCounterBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                 std::uint32_t id)
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
-    CCounterBase(tagTCode code, const CCoreContext& context, std::uint32_t id) : PacketOf(context.values(), code, id) {}
+                 std::uint32_t id);
+    CCounterBase(tagTCode code, const CCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterDefineBaseRules, CCounterBase, CCounterDefineBasePayload>)
@@ -225,15 +224,9 @@ class QUORVEX_API CCounterDefineBase
 public:
     CCounterDefineBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
                        std::uint32_t id, std::uint8_t dimensions,
-                       const CCharStringSequence& name = CCharStringSequence())
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, dimensions, name) {
-        CntrId(id);
-    }
+                       const CCharStringSequence& name = CCharStringSequence());
     CCounterDefineBase(tagTCode code, const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
-                       const CCharStringSequence& name = CCharStringSequence())
-        : PacketOf(context.values(), code, dimensions, name) {
-        CntrId(id);
-    }
+                       const CCharStringSequence& name = CCharStringSequence());
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueBaseRules, CCounterBase, CCounterValueBasePayload>)
@@ -242,14 +235,8 @@ class QUORVEX_API CCounterValueBase : public PacketOf<kCounterValueBaseRules, CC
 
 public:
     CCounterValueBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                      std::uint32_t id, TCounter_t value)
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, value) {
-        CntrId(id);
-    }
-    CCounterValueBase(tagTCode code, const CCoreContext& context, std::uint32_t id, TCounter_t value)
-        : PacketOf(context.values(), code, value) {
-        CntrId(id);
-    }
+                      std::uint32_t id, TCounter_t value);
+    CCounterValueBase(tagTCode code, const CCoreContext& context, std::uint32_t id, TCounter_t value);
 };
 
 class QUORVEX_API CCounterDefine : public CCounterDefineBase {
@@ -257,15 +244,9 @@ class QUORVEX_API CCounterDefine : public CCounterDefineBase {
 
 public:
     CCounterDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                   std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence())
-        : CCounterDefineBase({tick, hwCtx, swCtx, ip}, kCode, dimensions, name) {
-        CntrId(id);
-    }
+                   std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence());
     CCounterDefine(const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
-                   const CCharStringSequence& name = CCharStringSequence())
-        : CCounterDefineBase(context.values(), kCode, dimensions, name) {
-        CntrId(id);
-    }
+                   const CCharStringSequence& name = CCharStringSequence());
 };
 
 class QUORVEX_API CCounterDefineUnit : public CCounterDefineBase {
@@ -273,24 +254,17 @@ class QUORVEX_API CCounterDefineUnit : public CCounterDefineBase {
 
 public:
     CCounterDefineUnit(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                       std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence())
-        : CCounterDefineBase({tick, hwCtx, swCtx, ip}, kCode, dimensions, name) {
-        CntrId(id);
-    }
+                       std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence());
     CCounterDefineUnit(const CCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
-                       const CCharStringSequence& name = CCharStringSequence())
-        : CCounterDefineBase(context.values(), kCode, dimensions, name) {
-        CntrId(id);
-    }
+                       const CCharStringSequence& name = CCharStringSequence());
 };
 
 class QUORVEX_API CCounterUndefine : public CCounterBase {
     QUORVEX_KIND(CounterUndefine, CCounterBase)
 
 public:
-    CCounterUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
-        : CCounterBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
-    CCounterUndefine(const CCoreContext& context, std::uint32_t id) : CCounterBase(context.values(), kCode, id) {}
+    CCounterUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id);
+    CCounterUndefine(const CCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CCounterValue : public CCounterValueBase {
@@ -298,14 +272,8 @@ class QUORVEX_API CCounterValue : public CCounterValueBase {
 
 public:
     CCounterValue(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                  TCounter_t value)
-        : CCounterValueBase({tick, hwCtx, swCtx, ip}, kCode, value) {
-        CntrId(id);
-    }
-    CCounterValue(const CCoreContext& context, std::uint32_t id, TCounter_t value)
-        : CCounterValueBase(context.values(), kCode, value) {
-        CntrId(id);
-    }
+                  TCounter_t value);
+    CCounterValue(const CCoreContext& context, std::uint32_t id, TCounter_t value);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueDim1Rules, CCounterValueBase, CCounterIndexDim1>)
@@ -314,16 +282,8 @@ class QUORVEX_API CCounterValueDim1 : public PacketOf<kCounterValueDim1Rules, CC
 
 public:
     CCounterValueDim1(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                      TCounter_t value, TCounterIdx_t index)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, index) {
-        CntrId(id);
-        CntrVal(value);
-    }
-    CCounterValueDim1(const CCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index)
-        : PacketOf(context.values(), kCode, index) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                      TCounter_t value, TCounterIdx_t index);
+    CCounterValueDim1(const CCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueDim2Rules, CCounterValueBase, CCounterIndexDim2>)
@@ -332,17 +292,9 @@ class QUORVEX_API CCounterValueDim2 : public PacketOf<kCounterValueDim2Rules, CC
 
 public:
     CCounterValueDim2(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                      TCounter_t value, TCounterIdx_t index1, TCounterIdx_t index2)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, index1, index2) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                      TCounter_t value, TCounterIdx_t index1, TCounterIdx_t index2);
     CCounterValueDim2(const CCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index1,
-                      TCounterIdx_t index2)
-        : PacketOf(context.values(), kCode, index1, index2) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                      TCounterIdx_t index2);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kCounterValueDimNRules, CCounterValueBase, CCounterIndexDimN>)
@@ -351,16 +303,9 @@ class QUORVEX_API CCounterValueDimN : public PacketOf<kCounterValueDimNRules, CC
 
 public:
     CCounterValueDimN(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                      TCounter_t value, const CCounterIndexDimN& indices)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, indices) {
-        CntrId(id);
-        CntrVal(value);
-    }
-    CCounterValueDimN(const CCoreContext& context, std::uint32_t id, TCounter_t value, const CCounterIndexDimN& indices)
-        : PacketOf(context.values(), kCode, indices) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                      TCounter_t value, const CCounterIndexDimN& indices);
+    CCounterValueDimN(const CCoreContext& context, std::uint32_t id, TCounter_t value,
+                      const CCounterIndexDimN& indices);
 
     /// Replaces the variable part, which resizes the packet.
     CCounterValueDimN& operator=(const CCounterIndexDimN& payload) {
@@ -376,14 +321,8 @@ class QUORVEX_API CCounterValueVar : public PacketOf<kCounterValueVarRules, CCou
 
 public:
     CCounterValueVar(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                     const CCounterValueVarPayload& counter)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, counter) {
-        CntrId(id);
-    }
-    CCounterValueVar(const CCoreContext& context, std::uint32_t id, const CCounterValueVarPayload& counter)
-        : PacketOf(context.values(), kCode, counter) {
-        CntrId(id);
-    }
+                     const CCounterValueVarPayload& counter);
+    CCounterValueVar(const CCoreContext& context, std::uint32_t id, const CCounterValueVarPayload& counter);
 
     /// Replaces the variable part, which resizes the packet.
     CCounterValueVar& operator=(const CCounterValueVarPayload& payload) {
@@ -398,10 +337,8 @@ class QUORVEX_API CRelCounterBase : public PacketOf<kRelCounterBaseRules, RelCor
     QUORVEX_BASE(CRelCounterBase)
 
 public:
-    CRelCounterBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : PacketOf({relTick, relIp}, code, id) {}
-    CRelCounterBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
-        : PacketOf(context.values(), code, id) {}
+    CRelCounterBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelCounterBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterDefineBaseRules, CRelCounterBase, CCounterDefineBasePayload>)
@@ -411,15 +348,9 @@ class QUORVEX_API CRelCounterDefineBase
 
 public:
     CRelCounterDefineBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
-                          std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence())
-        : PacketOf({relTick, relIp}, code, dimensions, name) {
-        CntrId(id);
-    }
+                          std::uint8_t dimensions, const CCharStringSequence& name = CCharStringSequence());
     CRelCounterDefineBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
-                          const CCharStringSequence& name = CCharStringSequence())
-        : PacketOf(context.values(), code, dimensions, name) {
-        CntrId(id);
-    }
+                          const CCharStringSequence& name = CCharStringSequence());
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueBaseRules, CRelCounterBase, CCounterValueBasePayload>)
@@ -428,14 +359,8 @@ class QUORVEX_API CRelCounterValueBase
     QUORVEX_BASE(CRelCounterValueBase)
 
 public:
-    CRelCounterValueBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value)
-        : PacketOf({relTick, relIp}, code, value) {
-        CntrId(id);
-    }
-    CRelCounterValueBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id, TCounter_t value)
-        : PacketOf(context.values(), code, value) {
-        CntrId(id);
-    }
+    CRelCounterValueBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value);
+    CRelCounterValueBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id, TCounter_t value);
 };
 
 class QUORVEX_API CRelCounterDefine : public CRelCounterDefineBase {
@@ -443,15 +368,9 @@ class QUORVEX_API CRelCounterDefine : public CRelCounterDefineBase {
 
 public:
     CRelCounterDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint8_t dimensions,
-                      const CCharStringSequence& name = CCharStringSequence())
-        : CRelCounterDefineBase({relTick, relIp}, kCode, dimensions, name) {
-        CntrId(id);
-    }
+                      const CCharStringSequence& name = CCharStringSequence());
     CRelCounterDefine(const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
-                      const CCharStringSequence& name = CCharStringSequence())
-        : CRelCounterDefineBase(context.values(), kCode, dimensions, name) {
-        CntrId(id);
-    }
+                      const CCharStringSequence& name = CCharStringSequence());
 };
 
 class QUORVEX_API CRelCounterDefineUnit : public CRelCounterDefineBase {
@@ -459,39 +378,25 @@ class QUORVEX_API CRelCounterDefineUnit : public CRelCounterDefineBase {
 
 public:
     CRelCounterDefineUnit(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint8_t dimensions,
-                          const CCharStringSequence& name = CCharStringSequence())
-        : CRelCounterDefineBase({relTick, relIp}, kCode, dimensions, name) {
-        CntrId(id);
-    }
+                          const CCharStringSequence& name = CCharStringSequence());
     CRelCounterDefineUnit(const CRelCoreContext& context, std::uint32_t id, std::uint8_t dimensions,
-                          const CCharStringSequence& name = CCharStringSequence())
-        : CRelCounterDefineBase(context.values(), kCode, dimensions, name) {
-        CntrId(id);
-    }
+                          const CCharStringSequence& name = CCharStringSequence());
 };
 
 class QUORVEX_API CRelCounterUndefine : public CRelCounterBase {
     QUORVEX_KIND(RelCounterUndefine, CRelCounterBase)
 
 public:
-    CRelCounterUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : CRelCounterBase({relTick, relIp}, kCode, id) {}
-    CRelCounterUndefine(const CRelCoreContext& context, std::uint32_t id)
-        : CRelCounterBase(context.values(), kCode, id) {}
+    CRelCounterUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelCounterUndefine(const CRelCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CRelCounterValue : public CRelCounterValueBase {
     QUORVEX_KIND(RelCounterValue, CRelCounterValueBase)
 
 public:
-    CRelCounterValue(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value)
-        : CRelCounterValueBase({relTick, relIp}, kCode, value) {
-        CntrId(id);
-    }
-    CRelCounterValue(const CRelCoreContext& context, std::uint32_t id, TCounter_t value)
-        : CRelCounterValueBase(context.values(), kCode, value) {
-        CntrId(id);
-    }
+    CRelCounterValue(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value);
+    CRelCounterValue(const CRelCoreContext& context, std::uint32_t id, TCounter_t value);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueDim1Rules, CRelCounterValueBase, CCounterIndexDim1>)
@@ -501,16 +406,8 @@ class QUORVEX_API CRelCounterValueDim1
 
 public:
     CRelCounterValueDim1(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
-                         TCounterIdx_t index)
-        : PacketOf({relTick, relIp}, kCode, index) {
-        CntrId(id);
-        CntrVal(value);
-    }
-    CRelCounterValueDim1(const CRelCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index)
-        : PacketOf(context.values(), kCode, index) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                         TCounterIdx_t index);
+    CRelCounterValueDim1(const CRelCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueDim2Rules, CRelCounterValueBase, CCounterIndexDim2>)
@@ -520,17 +417,9 @@ class QUORVEX_API CRelCounterValueDim2
 
 public:
     CRelCounterValueDim2(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
-                         TCounterIdx_t index1, TCounterIdx_t index2)
-        : PacketOf({relTick, relIp}, kCode, index1, index2) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                         TCounterIdx_t index1, TCounterIdx_t index2);
     CRelCounterValueDim2(const CRelCoreContext& context, std::uint32_t id, TCounter_t value, TCounterIdx_t index1,
-                         TCounterIdx_t index2)
-        : PacketOf(context.values(), kCode, index1, index2) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                         TCounterIdx_t index2);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelCounterValueDimNRules, CRelCounterValueBase, CCounterIndexDimN>)
@@ -540,17 +429,9 @@ class QUORVEX_API CRelCounterValueDimN
 
 public:
     CRelCounterValueDimN(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, TCounter_t value,
-                         const CCounterIndexDimN& indices)
-        : PacketOf({relTick, relIp}, kCode, indices) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                         const CCounterIndexDimN& indices);
     CRelCounterValueDimN(const CRelCoreContext& context, std::uint32_t id, TCounter_t value,
-                         const CCounterIndexDimN& indices)
-        : PacketOf(context.values(), kCode, indices) {
-        CntrId(id);
-        CntrVal(value);
-    }
+                         const CCounterIndexDimN& indices);
 
     /// Replaces the variable part, which resizes the packet.
     CRelCounterValueDimN& operator=(const CCounterIndexDimN& payload) {
@@ -567,14 +448,8 @@ class QUORVEX_API CRelCounterValueVar
 
 public:
     CRelCounterValueVar(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
-                        const CCounterValueVarPayload& counter)
-        : PacketOf({relTick, relIp}, kCode, counter) {
-        CntrId(id);
-    }
-    CRelCounterValueVar(const CRelCoreContext& context, std::uint32_t id, const CCounterValueVarPayload& counter)
-        : PacketOf(context.values(), kCode, counter) {
-        CntrId(id);
-    }
+                        const CCounterValueVarPayload& counter);
+    CRelCounterValueVar(const CRelCoreContext& context, std::uint32_t id, const CCounterValueVarPayload& counter);
 
     /// Replaces the variable part, which resizes the packet.
     CRelCounterValueVar& operator=(const CCounterValueVarPayload& payload) {

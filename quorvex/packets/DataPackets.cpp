@@ -25,6 +25,40 @@ constexpr ReadRules kRelDataBaseRules{.size = "CRelDataBase: Read-In constructor
                                       .context = "CRelDataBase: Read-In constructor could not read context data.",
                                       .payload = "CRelDataBase: Read-In constructor could not read data."};
 
+CDataBase::CDataBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                     std::uint64_t address, const CData& data)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, address, data) {}
+CDataBase::CDataBase(tagTCode code, const CCoreContext& context, std::uint64_t address, const CData& data)
+    : PacketOf(context.values(), code, address, data) {}
+
+CReadData::CReadData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                     std::uint64_t address, const CData& data)
+    : CDataBase({tick, hwCtx, swCtx, ip}, kCode, address, data) {}
+CReadData::CReadData(const CCoreContext& context, std::uint64_t address, const CData& data)
+    : CDataBase(context.values(), kCode, address, data) {}
+
+CWriteData::CWriteData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                       std::uint64_t address, const CData& data)
+    : CDataBase({tick, hwCtx, swCtx, ip}, kCode, address, data) {}
+CWriteData::CWriteData(const CCoreContext& context, std::uint64_t address, const CData& data)
+    : CDataBase(context.values(), kCode, address, data) {}
+
+CRelDataBase::CRelDataBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address,
+                           const CData& data)
+    : PacketOf({relTick, relIp}, code, address, data) {}
+CRelDataBase::CRelDataBase(tagTCode code, const CRelCoreContext& context, std::uint64_t address, const CData& data)
+    : PacketOf(context.values(), code, address, data) {}
+
+CRelReadData::CRelReadData(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address, const CData& data)
+    : CRelDataBase({relTick, relIp}, kCode, address, data) {}
+CRelReadData::CRelReadData(const CRelCoreContext& context, std::uint64_t address, const CData& data)
+    : CRelDataBase(context.values(), kCode, address, data) {}
+
+CRelWriteData::CRelWriteData(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address, const CData& data)
+    : CRelDataBase({relTick, relIp}, kCode, address, data) {}
+CRelWriteData::CRelWriteData(const CRelCoreContext& context, std::uint64_t address, const CData& data)
+    : CRelDataBase(context.values(), kCode, address, data) {}
+
 template class PayloadOperations<CDataBasePayload, 8>;
 
 template class PacketOf<kDataBaseRules, CorePacket, CDataBasePayload>;

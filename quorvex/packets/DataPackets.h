@@ -60,10 +60,8 @@ class QUORVEX_API CDataBase : public PacketOf<kDataBaseRules, CorePacket, CDataB
 
 public:
     CDataBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-              std::uint64_t address, const CData& data = CData())
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, address, data) {}
-    CDataBase(tagTCode code, const CCoreContext& context, std::uint64_t address, const CData& data = CData())
-        : PacketOf(context.values(), code, address, data) {}
+              std::uint64_t address, const CData& data = CData());
+    CDataBase(tagTCode code, const CCoreContext& context, std::uint64_t address, const CData& data = CData());
 };
 
 class QUORVEX_API CReadData : public CDataBase {
@@ -71,10 +69,8 @@ class QUORVEX_API CReadData : public CDataBase {
 
 public:
     CReadData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint64_t address,
-              const CData& data = CData())
-        : CDataBase({tick, hwCtx, swCtx, ip}, kCode, address, data) {}
-    CReadData(const CCoreContext& context, std::uint64_t address, const CData& data = CData())
-        : CDataBase(context.values(), kCode, address, data) {}
+              const CData& data = CData());
+    CReadData(const CCoreContext& context, std::uint64_t address, const CData& data = CData());
 };
 
 class QUORVEX_API CWriteData : public CDataBase {
@@ -82,10 +78,8 @@ class QUORVEX_API CWriteData : public CDataBase {
 
 public:
     CWriteData(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint64_t address,
-               const CData& data = CData())
-        : CDataBase({tick, hwCtx, swCtx, ip}, kCode, address, data) {}
-    CWriteData(const CCoreContext& context, std::uint64_t address, const CData& data = CData())
-        : CDataBase(context.values(), kCode, address, data) {}
+               const CData& data = CData());
+    CWriteData(const CCoreContext& context, std::uint64_t address, const CData& data = CData());
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelDataBaseRules, RelCorePacket, CDataBasePayload>)
@@ -94,30 +88,24 @@ class QUORVEX_API CRelDataBase : public PacketOf<kRelDataBaseRules, RelCorePacke
 
 public:
     CRelDataBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address,
-                 const CData& data = CData())
-        : PacketOf({relTick, relIp}, code, address, data) {}
-    CRelDataBase(tagTCode code, const CRelCoreContext& context, std::uint64_t address, const CData& data = CData())
-        : PacketOf(context.values(), code, address, data) {}
+                 const CData& data = CData());
+    CRelDataBase(tagTCode code, const CRelCoreContext& context, std::uint64_t address, const CData& data = CData());
 };
 
 class QUORVEX_API CRelReadData : public CRelDataBase {
     QUORVEX_KIND(RelReadData, CRelDataBase)
 
 public:
-    CRelReadData(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address, const CData& data = CData())
-        : CRelDataBase({relTick, relIp}, kCode, address, data) {}
-    CRelReadData(const CRelCoreContext& context, std::uint64_t address, const CData& data = CData())
-        : CRelDataBase(context.values(), kCode, address, data) {}
+    CRelReadData(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address, const CData& data = CData());
+    CRelReadData(const CRelCoreContext& context, std::uint64_t address, const CData& data = CData());
 };
 
 class QUORVEX_API CRelWriteData : public CRelDataBase {
     QUORVEX_KIND(RelWriteData, CRelDataBase)
 
 public:
-    CRelWriteData(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address, const CData& data = CData())
-        : CRelDataBase({relTick, relIp}, kCode, address, data) {}
-    CRelWriteData(const CRelCoreContext& context, std::uint64_t address, const CData& data = CData())
-        : CRelDataBase(context.values(), kCode, address, data) {}
+    CRelWriteData(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t address, const CData& data = CData());
+    CRelWriteData(const CRelCoreContext& context, std::uint64_t address, const CData& data = CData());
 };
 
 #include "quorvex/packets/KindMacros.def"

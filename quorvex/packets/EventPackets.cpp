@@ -61,6 +61,17 @@ constexpr ReadRules kEventUndefineRules = QUORVEX_EVENT_RULES("CEventUndefine");
 constexpr ReadRules kEventRules = QUORVEX_EVENT_RULES("CEvent");
 #undef QUORVEX_EVENT_RULES
 
+CEventDefine::CEventDefine(std::uint32_t id, EEventType type, const CCharStringSequence& name)
+    : PacketOf({}, kCode, id, type, name) {}
+
+CEventUndefine::CEventUndefine(std::uint32_t id) : PacketOf({}, kCode, id) {}
+
+CEvent::CEvent(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
+               const CData& data)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, id, data) {}
+CEvent::CEvent(const CCoreContext& context, std::uint32_t id, const CData& data)
+    : PacketOf(context.values(), kCode, id, data) {}
+
 template class PayloadOperations<CEventDefinePayload>;
 template class PayloadOperations<CEventUndefinePayload>;
 template class PayloadOperations<CEventPayload, 4>;

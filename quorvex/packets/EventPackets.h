@@ -95,8 +95,7 @@ class QUORVEX_API CEventDefine : public PacketOf<kEventDefineRules, PlainPacket,
     QUORVEX_KIND(EventDefine, PacketOf)
 
 public:
-    CEventDefine(std::uint32_t id, EEventType type, const CCharStringSequence& name = CCharStringSequence())
-        : PacketOf({}, kCode, id, type, name) {}
+    CEventDefine(std::uint32_t id, EEventType type, const CCharStringSequence& name = CCharStringSequence());
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kEventUndefineRules, PlainPacket, CEventUndefinePayload>)
@@ -104,7 +103,7 @@ class QUORVEX_API CEventUndefine : public PacketOf<kEventUndefineRules, PlainPac
     QUORVEX_KIND(EventUndefine, PacketOf)
 
 public:
-    CEventUndefine(std::uint32_t id) : PacketOf({}, kCode, id) {}
+    CEventUndefine(std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kEventRules, CorePacket, CEventPayload>)
@@ -113,10 +112,8 @@ class QUORVEX_API CEvent : public PacketOf<kEventRules, CorePacket, CEventPayloa
 
 public:
     CEvent(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-           const CData& data = CData())
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, id, data) {}
-    CEvent(const CCoreContext& context, std::uint32_t id, const CData& data = CData())
-        : PacketOf(context.values(), kCode, id, data) {}
+           const CData& data = CData());
+    CEvent(const CCoreContext& context, std::uint32_t id, const CData& data = CData());
 };
 
 #include "quorvex/packets/KindMacros.def"

@@ -46,6 +46,87 @@ constexpr ReadRules kRelHWExceptionBaseRules{
     .context = "CRelHWExceptionBase: Read-In Constructor could not read context data.",
     .payload = "CRelHWExceptionBase: Read-In Constructor could not read exception id."};
 
+CBranchBase::CBranchBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                         std::uint64_t target)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, target) {}
+CBranchBase::CBranchBase(tagTCode code, const CCoreContext& context, std::uint64_t target)
+    : PacketOf(context.values(), code, target) {}
+
+CHWExceptionBase::CHWExceptionBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx,
+                                   std::uint64_t ip, std::uint32_t exception)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, exception) {}
+CHWExceptionBase::CHWExceptionBase(tagTCode code, const CCoreContext& context, std::uint32_t exception)
+    : PacketOf(context.values(), code, exception) {}
+
+CNonExecInsn::CNonExecInsn(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
+CNonExecInsn::CNonExecInsn(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+
+CDirectBranch::CDirectBranch(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                             std::uint64_t target)
+    : CBranchBase({tick, hwCtx, swCtx, ip}, kCode, target) {}
+CDirectBranch::CDirectBranch(const CCoreContext& context, std::uint64_t target)
+    : CBranchBase(context.values(), kCode, target) {}
+
+CIndirectBranch::CIndirectBranch(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                 std::uint64_t target)
+    : CBranchBase({tick, hwCtx, swCtx, ip}, kCode, target) {}
+CIndirectBranch::CIndirectBranch(const CCoreContext& context, std::uint64_t target)
+    : CBranchBase(context.values(), kCode, target) {}
+
+CHWExceptionLeave::CHWExceptionLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                     std::uint32_t exception)
+    : CHWExceptionBase({tick, hwCtx, swCtx, ip}, kCode, exception) {}
+CHWExceptionLeave::CHWExceptionLeave(const CCoreContext& context, std::uint32_t exception)
+    : CHWExceptionBase(context.values(), kCode, exception) {}
+
+CHWExceptionEnter::CHWExceptionEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                     std::uint32_t exception)
+    : CHWExceptionBase({tick, hwCtx, swCtx, ip}, kCode, exception) {}
+CHWExceptionEnter::CHWExceptionEnter(const CCoreContext& context, std::uint32_t exception)
+    : CHWExceptionBase(context.values(), kCode, exception) {}
+
+CTraceBroken::CTraceBroken(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
+CTraceBroken::CTraceBroken(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+
+CRelBranchBase::CRelBranchBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
+    : PacketOf({relTick, relIp}, code, target) {}
+CRelBranchBase::CRelBranchBase(tagTCode code, const CRelCoreContext& context, std::uint64_t target)
+    : PacketOf(context.values(), code, target) {}
+
+CRelHWExceptionBase::CRelHWExceptionBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp,
+                                         std::uint32_t exception)
+    : PacketOf({relTick, relIp}, code, exception) {}
+CRelHWExceptionBase::CRelHWExceptionBase(tagTCode code, const CRelCoreContext& context, std::uint32_t exception)
+    : PacketOf(context.values(), code, exception) {}
+
+CRelExecInsn::CRelExecInsn(std::uint8_t relTick, std::uint8_t relIp) : PacketOf({relTick, relIp}, kCode) {}
+CRelExecInsn::CRelExecInsn(const CRelCoreContext& context) : PacketOf(context.values(), kCode) {}
+
+CRelNonExecInsn::CRelNonExecInsn(std::uint8_t relTick, std::uint8_t relIp) : PacketOf({relTick, relIp}, kCode) {}
+CRelNonExecInsn::CRelNonExecInsn(const CRelCoreContext& context) : PacketOf(context.values(), kCode) {}
+
+CRelDirectBranch::CRelDirectBranch(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
+    : CRelBranchBase({relTick, relIp}, kCode, target) {}
+CRelDirectBranch::CRelDirectBranch(const CRelCoreContext& context, std::uint64_t target)
+    : CRelBranchBase(context.values(), kCode, target) {}
+
+CRelIndirectBranch::CRelIndirectBranch(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
+    : CRelBranchBase({relTick, relIp}, kCode, target) {}
+CRelIndirectBranch::CRelIndirectBranch(const CRelCoreContext& context, std::uint64_t target)
+    : CRelBranchBase(context.values(), kCode, target) {}
+
+CRelHWExceptionLeave::CRelHWExceptionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception)
+    : CRelHWExceptionBase({relTick, relIp}, kCode, exception) {}
+CRelHWExceptionLeave::CRelHWExceptionLeave(const CRelCoreContext& context, std::uint32_t exception)
+    : CRelHWExceptionBase(context.values(), kCode, exception) {}
+
+CRelHWExceptionEnter::CRelHWExceptionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception)
+    : CRelHWExceptionBase({relTick, relIp}, kCode, exception) {}
+CRelHWExceptionEnter::CRelHWExceptionEnter(const CRelCoreContext& context, std::uint32_t exception)
+    : CRelHWExceptionBase(context.values(), kCode, exception) {}
+
 template class PayloadOperations<CBranchTarget>;
 template class PayloadOperations<CHWExceptionBasePayload>;
 

@@ -66,10 +66,8 @@ class QUORVEX_API CBranchBase : public PacketOf<kBranchBaseRules, CorePacket, CB
 
 public:
     CBranchBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                std::uint64_t target)
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, target) {}
-    CBranchBase(tagTCode code, const CCoreContext& context, std::uint64_t target)
-        : PacketOf(context.values(), code, target) {}
+                std::uint64_t target);
+    CBranchBase(tagTCode code, const CCoreContext& context, std::uint64_t target);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kHWExceptionBaseRules, CorePacket, CHWExceptionBasePayload>)
@@ -78,10 +76,8 @@ class QUORVEX_API CHWExceptionBase : public PacketOf<kHWExceptionBaseRules, Core
 
 public:
     CHWExceptionBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                     std::uint32_t exception)
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, exception) {}
-    CHWExceptionBase(tagTCode code, const CCoreContext& context, std::uint32_t exception)
-        : PacketOf(context.values(), code, exception) {}
+                     std::uint32_t exception);
+    CHWExceptionBase(tagTCode code, const CCoreContext& context, std::uint32_t exception);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kExecInsnRules, CorePacket>)
@@ -99,18 +95,16 @@ class QUORVEX_API CNonExecInsn : public PacketOf<kNonExecInsnRules, CorePacket> 
     QUORVEX_KIND(NonExecInsn, PacketOf)
 
 public:
-    CNonExecInsn(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
-    CNonExecInsn(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+    CNonExecInsn(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip);
+    CNonExecInsn(const CCoreContext& context);
 };
 
 class QUORVEX_API CDirectBranch : public CBranchBase {
     QUORVEX_KIND(DirectBranch, CBranchBase)
 
 public:
-    CDirectBranch(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint64_t target)
-        : CBranchBase({tick, hwCtx, swCtx, ip}, kCode, target) {}
-    CDirectBranch(const CCoreContext& context, std::uint64_t target) : CBranchBase(context.values(), kCode, target) {}
+    CDirectBranch(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint64_t target);
+    CDirectBranch(const CCoreContext& context, std::uint64_t target);
 };
 
 class QUORVEX_API CIndirectBranch : public CBranchBase {
@@ -118,9 +112,8 @@ class QUORVEX_API CIndirectBranch : public CBranchBase {
 
 public:
     CIndirectBranch(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                    std::uint64_t target)
-        : CBranchBase({tick, hwCtx, swCtx, ip}, kCode, target) {}
-    CIndirectBranch(const CCoreContext& context, std::uint64_t target) : CBranchBase(context.values(), kCode, target) {}
+                    std::uint64_t target);
+    CIndirectBranch(const CCoreContext& context, std::uint64_t target);
 };
 
 class QUORVEX_API CHWExceptionLeave : public CHWExceptionBase {
@@ -128,10 +121,8 @@ class QUORVEX_API CHWExceptionLeave : public CHWExceptionBase {
 
 public:
     CHWExceptionLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                      std::uint32_t exception)
-        : CHWExceptionBase({tick, hwCtx, swCtx, ip}, kCode, exception) {}
-    CHWExceptionLeave(const CCoreContext& context, std::uint32_t exception)
-        : CHWExceptionBase(context.values(), kCode, exception) {}
+                      std::uint32_t exception);
+    CHWExceptionLeave(const CCoreContext& context, std::uint32_t exception);
 };
 
 class QUORVEX_API CHWExceptionEnter : public CHWExceptionBase {
@@ -139,10 +130,8 @@ class QUORVEX_API CHWExceptionEnter : public CHWExceptionBase {
 
 public:
     CHWExceptionEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                      std::uint32_t exception)
-        : CHWExceptionBase({tick, hwCtx, swCtx, ip}, kCode, exception) {}
-    CHWExceptionEnter(const CCoreContext& context, std::uint32_t exception)
-        : CHWExceptionBase(context.values(), kCode, exception) {}
+                      std::uint32_t exception);
+    CHWExceptionEnter(const CCoreContext& context, std::uint32_t exception);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kTraceBrokenRules, CorePacket>)
@@ -150,9 +139,8 @@ class QUORVEX_API CTraceBroken : public PacketOf<kTraceBrokenRules, CorePacket> 
     QUORVEX_KIND(TraceBroken, PacketOf)
 
 public:
-    CTraceBroken(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
-    CTraceBroken(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+    CTraceBroken(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip);
+    CTraceBroken(const CCoreContext& context);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelBranchBaseRules, RelCorePacket, CBranchTarget>)
@@ -160,10 +148,8 @@ class QUORVEX_API CRelBranchBase : public PacketOf<kRelBranchBaseRules, RelCoreP
     QUORVEX_BASE(CRelBranchBase)
 
 public:
-    CRelBranchBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
-        : PacketOf({relTick, relIp}, code, target) {}
-    CRelBranchBase(tagTCode code, const CRelCoreContext& context, std::uint64_t target)
-        : PacketOf(context.values(), code, target) {}
+    CRelBranchBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target);
+    CRelBranchBase(tagTCode code, const CRelCoreContext& context, std::uint64_t target);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelHWExceptionBaseRules, RelCorePacket, CHWExceptionBasePayload>)
@@ -172,10 +158,8 @@ class QUORVEX_API CRelHWExceptionBase
     QUORVEX_BASE(CRelHWExceptionBase)
 
 public:
-    CRelHWExceptionBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception)
-        : PacketOf({relTick, relIp}, code, exception) {}
-    CRelHWExceptionBase(tagTCode code, const CRelCoreContext& context, std::uint32_t exception)
-        : PacketOf(context.values(), code, exception) {}
+    CRelHWExceptionBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception);
+    CRelHWExceptionBase(tagTCode code, const CRelCoreContext& context, std::uint32_t exception);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelExecInsnRules, RelCorePacket>)
@@ -183,8 +167,8 @@ class QUORVEX_API CRelExecInsn : public PacketOf<kRelExecInsnRules, RelCorePacke
     QUORVEX_KIND(RelExecInsn, PacketOf)
 
 public:
-    CRelExecInsn(std::uint8_t relTick, std::uint8_t relIp) : PacketOf({relTick, relIp}, kCode) {}
-    CRelExecInsn(const CRelCoreContext& context) : PacketOf(context.values(), kCode) {}
+    CRelExecInsn(std::uint8_t relTick, std::uint8_t relIp);
+    CRelExecInsn(const CRelCoreContext& context);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelNonExecInsnRules, RelCorePacket>)
@@ -192,48 +176,40 @@ class QUORVEX_API CRelNonExecInsn : public PacketOf<kRelNonExecInsnRules, RelCor
     QUORVEX_KIND(RelNonExecInsn, PacketOf)
 
 public:
-    CRelNonExecInsn(std::uint8_t relTick, std::uint8_t relIp) : PacketOf({relTick, relIp}, kCode) {}
-    CRelNonExecInsn(const CRelCoreContext& context) : PacketOf(context.values(), kCode) {}
+    CRelNonExecInsn(std::uint8_t relTick, std::uint8_t relIp);
+    CRelNonExecInsn(const CRelCoreContext& context);
 };
 
 class QUORVEX_API CRelDirectBranch : public CRelBranchBase {
     QUORVEX_KIND(RelDirectBranch, CRelBranchBase)
 
 public:
-    CRelDirectBranch(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
-        : CRelBranchBase({relTick, relIp}, kCode, target) {}
-    CRelDirectBranch(const CRelCoreContext& context, std::uint64_t target)
-        : CRelBranchBase(context.values(), kCode, target) {}
+    CRelDirectBranch(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target);
+    CRelDirectBranch(const CRelCoreContext& context, std::uint64_t target);
 };
 
 class QUORVEX_API CRelIndirectBranch : public CRelBranchBase {
     QUORVEX_KIND(RelIndirectBranch, CRelBranchBase)
 
 public:
-    CRelIndirectBranch(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target)
-        : CRelBranchBase({relTick, relIp}, kCode, target) {}
-    CRelIndirectBranch(const CRelCoreContext& context, std::uint64_t target)
-        : CRelBranchBase(context.values(), kCode, target) {}
+    CRelIndirectBranch(std::uint8_t relTick, std::uint8_t relIp, std::uint64_t target);
+    CRelIndirectBranch(const CRelCoreContext& context, std::uint64_t target);
 };
 
 class QUORVEX_API CRelHWExceptionLeave : public CRelHWExceptionBase {
     QUORVEX_KIND(RelHWExceptionLeave, CRelHWExceptionBase)
 
 public:
-    CRelHWExceptionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception)
-        : CRelHWExceptionBase({relTick, relIp}, kCode, exception) {}
-    CRelHWExceptionLeave(const CRelCoreContext& context, std::uint32_t exception)
-        : CRelHWExceptionBase(context.values(), kCode, exception) {}
+    CRelHWExceptionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception);
+    CRelHWExceptionLeave(const CRelCoreContext& context, std::uint32_t exception);
 };
 
 class QUORVEX_API CRelHWExceptionEnter : public CRelHWExceptionBase {
     QUORVEX_KIND(RelHWExceptionEnter, CRelHWExceptionBase)
 
 public:
-    CRelHWExceptionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception)
-        : CRelHWExceptionBase({relTick, relIp}, kCode, exception) {}
-    CRelHWExceptionEnter(const CRelCoreContext& context, std::uint32_t exception)
-        : CRelHWExceptionBase(context.values(), kCode, exception) {}
+    CRelHWExceptionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t exception);
+    CRelHWExceptionEnter(const CRelCoreContext& context, std::uint32_t exception);
 };
 
 #include "quorvex/packets/KindMacros.def"

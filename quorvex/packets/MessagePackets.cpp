@@ -10,6 +10,9 @@ constexpr ReadRules kMessageRules{.header = "CMessage: Read-In constructor was s
                                   .textReadLog = "CMessage: Read of followup message failed!",
                                   .textWriteLog = "CMessage: Write of followup message failed!"};
 
+CMessage::CMessage(std::uint64_t timestamp, std::int8_t level, const CCharStringSequence& text)
+    : PacketOf({}, kCode, timestamp, level, text) {}
+
 template class PayloadOperations<CMessagePayload>;
 
 template class PacketOf<kMessageRules, PlainPacket, CMessagePayload>;

@@ -51,8 +51,7 @@ class QUORVEX_API CMessage : public PacketOf<kMessageRules, PlainPacket, CMessag
     QUORVEX_KIND(Message, PacketOf)
 
 public:
-    CMessage(std::uint64_t timestamp, std::int8_t level, const CCharStringSequence& text = CCharStringSequence())
-        : PacketOf({}, kCode, timestamp, level, text) {}
+    CMessage(std::uint64_t timestamp, std::int8_t level, const CCharStringSequence& text = CCharStringSequence());
 };
 
 /// A message whose level is fixed.

@@ -9,14 +9,12 @@
 ///     class CBranchBase : public PacketOf<kBranchBaseRules, CorePacket, CBranchTarget> {
 ///         QUORVEX_BASE(CBranchBase)
 ///     public:
-///         CBranchBase(tagTCode code, const CCoreContext& context, std::uint64_t target)
-///             : PacketOf(context.values(), code, target) {}
+///         CBranchBase(tagTCode code, const CCoreContext& context, std::uint64_t target);
 ///     };
 ///     class CDirectBranch : public CBranchBase {
 ///         QUORVEX_KIND(DirectBranch, CBranchBase)
 ///     public:
-///         CDirectBranch(const CCoreContext& context, std::uint64_t target)
-///             : CBranchBase(context.values(), kCode, target) {}
+///         CDirectBranch(const CCoreContext& context, std::uint64_t target);
 ///     };
 ///
 /// QUORVEX_BASE and QUORVEX_KIND (KindMacros.def) stand for what is the same everywhere: the default state and the
@@ -24,7 +22,14 @@
 ///
 /// Reading and writing are defined in PacketImplementation.h and compiled once, in the source of the family; the header
 /// says so by QUORVEX_EXTERN_TEMPLATE. The rules by which a class is read, and the texts of its failures, stand there
-/// too.
+/// too, and so do the constructors:
+///
+///     CBranchBase::CBranchBase(tagTCode code, const CCoreContext& context, std::uint64_t target)
+///         : PacketOf(context.values(), code, target) {}
+///     CDirectBranch::CDirectBranch(const CCoreContext& context, std::uint64_t target)
+///         : CBranchBase(context.values(), kCode, target) {}
+///
+/// Only of the kinds that a program makes without end, instructions and calls, are they inline.
 ///
 /// A payload whose packet is followed by a text (a name, a message) hands it out by `followingText()`; the text is not
 /// counted in the header's length. It may say of the text:

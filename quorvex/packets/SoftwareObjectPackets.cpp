@@ -94,6 +94,279 @@ constexpr ReadRules kRelVariableDefineRules =
 #undef QUORVEX_ABS_PACKET
 #undef QUORVEX_REL_PACKET
 
+CFunctionBase::CFunctionBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx,
+                             std::uint64_t ip, std::uint32_t id)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+CFunctionBase::CFunctionBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CProcessBase::CProcessBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx,
+                           std::uint64_t ip, std::uint32_t id)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+CProcessBase::CProcessBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CTypeBase::CTypeBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                     std::uint32_t id)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+CTypeBase::CTypeBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CVariableBase::CVariableBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx,
+                             std::uint64_t ip, std::uint32_t id)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
+CVariableBase::CVariableBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CVariableAccBase::CVariableAccBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx,
+                                   std::uint64_t ip, std::uint32_t id, const CData& data)
+    : PacketOf({tick, hwCtx, swCtx, ip}, code, data) {
+    VarId(id);
+}
+CVariableAccBase::CVariableAccBase(tagTCode code, const CCoreContext& context, std::uint32_t id, const CData& data)
+    : PacketOf(context.values(), code, data) {
+    VarId(id);
+}
+
+CFunctionDefine::CFunctionDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                 std::uint32_t id, const CCharStringSequence& name)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, name) {
+    FuncId(id);
+}
+CFunctionDefine::CFunctionDefine(const CCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, name) {
+    FuncId(id);
+}
+
+CFunctionUndefine::CFunctionUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                     std::uint32_t id)
+    : CFunctionBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+CFunctionUndefine::CFunctionUndefine(const CCoreContext& context, std::uint32_t id)
+    : CFunctionBase(context.values(), kCode, id) {}
+
+CProcessDefine::CProcessDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                               std::uint32_t id, const CCharStringSequence& name)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, name) {
+    ProcId(id);
+}
+CProcessDefine::CProcessDefine(const CCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, name) {
+    ProcId(id);
+}
+
+CProcessUndefine::CProcessUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                   std::uint32_t id)
+    : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+CProcessUndefine::CProcessUndefine(const CCoreContext& context, std::uint32_t id)
+    : CProcessBase(context.values(), kCode, id) {}
+
+CProcessEnter::CProcessEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                             std::uint32_t id)
+    : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+CProcessEnter::CProcessEnter(const CCoreContext& context, std::uint32_t id)
+    : CProcessBase(context.values(), kCode, id) {}
+
+CProcessLeave::CProcessLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                             std::uint32_t id)
+    : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+CProcessLeave::CProcessLeave(const CCoreContext& context, std::uint32_t id)
+    : CProcessBase(context.values(), kCode, id) {}
+
+CTypeDefine::CTypeDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                         std::uint32_t id, std::uint8_t size, const CCharStringSequence& name)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, size, name) {
+    TypeId(id);
+}
+CTypeDefine::CTypeDefine(const CCoreContext& context, std::uint32_t id, std::uint8_t size,
+                         const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, size, name) {
+    TypeId(id);
+}
+
+CTypeUndefine::CTypeUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                             std::uint32_t id)
+    : CTypeBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+CTypeUndefine::CTypeUndefine(const CCoreContext& context, std::uint32_t id) : CTypeBase(context.values(), kCode, id) {}
+
+CVariableDefine::CVariableDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                 std::uint32_t id, std::uint32_t type, const CCharStringSequence& name)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode, type, name) {
+    VarId(id);
+}
+CVariableDefine::CVariableDefine(const CCoreContext& context, std::uint32_t id, std::uint32_t type,
+                                 const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, type, name) {
+    VarId(id);
+}
+
+CVariableUndefine::CVariableUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                                     std::uint32_t id)
+    : CVariableBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
+CVariableUndefine::CVariableUndefine(const CCoreContext& context, std::uint32_t id)
+    : CVariableBase(context.values(), kCode, id) {}
+
+CVariableRead::CVariableRead(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                             std::uint32_t id, const CData& data)
+    : CVariableAccBase({tick, hwCtx, swCtx, ip}, kCode, data) {
+    VarId(id);
+}
+CVariableRead::CVariableRead(const CCoreContext& context, std::uint32_t id, const CData& data)
+    : CVariableAccBase(context.values(), kCode, data) {
+    VarId(id);
+}
+
+CVariableWrite::CVariableWrite(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
+                               std::uint32_t id, const CData& data)
+    : CVariableAccBase({tick, hwCtx, swCtx, ip}, kCode, data) {
+    VarId(id);
+}
+CVariableWrite::CVariableWrite(const CCoreContext& context, std::uint32_t id, const CData& data)
+    : CVariableAccBase(context.values(), kCode, data) {
+    VarId(id);
+}
+
+CRelFunctionBase::CRelFunctionBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : PacketOf({relTick, relIp}, code, id) {}
+CRelFunctionBase::CRelFunctionBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CRelProcessBase::CRelProcessBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : PacketOf({relTick, relIp}, code, id) {}
+CRelProcessBase::CRelProcessBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CRelTypeBase::CRelTypeBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : PacketOf({relTick, relIp}, code, id) {}
+CRelTypeBase::CRelTypeBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CRelVariableBase::CRelVariableBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : PacketOf({relTick, relIp}, code, id) {}
+CRelVariableBase::CRelVariableBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
+    : PacketOf(context.values(), code, id) {}
+
+CRelVariableAccBase::CRelVariableAccBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                                         const CData& data)
+    : PacketOf({relTick, relIp}, code, data) {
+    VarId(id);
+}
+CRelVariableAccBase::CRelVariableAccBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id,
+                                         const CData& data)
+    : PacketOf(context.values(), code, data) {
+    VarId(id);
+}
+
+CRelFunctionDefine::CRelFunctionDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                                       const CCharStringSequence& name)
+    : PacketOf({relTick, relIp}, kCode, name) {
+    FuncId(id);
+}
+CRelFunctionDefine::CRelFunctionDefine(const CRelCoreContext& context, std::uint32_t id,
+                                       const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, name) {
+    FuncId(id);
+}
+
+CRelFunctionUndefine::CRelFunctionUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : CRelFunctionBase({relTick, relIp}, kCode, id) {}
+CRelFunctionUndefine::CRelFunctionUndefine(const CRelCoreContext& context, std::uint32_t id)
+    : CRelFunctionBase(context.values(), kCode, id) {}
+
+CRelFunctionEnter::CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function)
+    : FunctionAccess({relTick, relIp}, kCode, function) {}
+CRelFunctionEnter::CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t function)
+    : FunctionAccess(context.values(), kCode, function) {}
+CRelFunctionEnter::CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source,
+                                     std::uint32_t target)
+    : FunctionAccess({relTick, relIp}, kCode, source, target) {}
+CRelFunctionEnter::CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target)
+    : FunctionAccess(context.values(), kCode, source, target) {}
+
+CRelFunctionLeave::CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function)
+    : FunctionAccess({relTick, relIp}, kCode, function) {}
+CRelFunctionLeave::CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t function)
+    : FunctionAccess(context.values(), kCode, function) {}
+CRelFunctionLeave::CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source,
+                                     std::uint32_t target)
+    : FunctionAccess({relTick, relIp}, kCode, source, target) {}
+CRelFunctionLeave::CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target)
+    : FunctionAccess(context.values(), kCode, source, target) {}
+
+CRelProcessDefine::CRelProcessDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
+                                     const CCharStringSequence& name)
+    : PacketOf({relTick, relIp}, kCode, name) {
+    ProcId(id);
+}
+CRelProcessDefine::CRelProcessDefine(const CRelCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, name) {
+    ProcId(id);
+}
+
+CRelProcessUndefine::CRelProcessUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : CRelProcessBase({relTick, relIp}, kCode, id) {}
+CRelProcessUndefine::CRelProcessUndefine(const CRelCoreContext& context, std::uint32_t id)
+    : CRelProcessBase(context.values(), kCode, id) {}
+
+CRelProcessEnter::CRelProcessEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : CRelProcessBase({relTick, relIp}, kCode, id) {}
+CRelProcessEnter::CRelProcessEnter(const CRelCoreContext& context, std::uint32_t id)
+    : CRelProcessBase(context.values(), kCode, id) {}
+
+CRelProcessLeave::CRelProcessLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : CRelProcessBase({relTick, relIp}, kCode, id) {}
+CRelProcessLeave::CRelProcessLeave(const CRelCoreContext& context, std::uint32_t id)
+    : CRelProcessBase(context.values(), kCode, id) {}
+
+CRelTypeDefine::CRelTypeDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint8_t size,
+                               const CCharStringSequence& name)
+    : PacketOf({relTick, relIp}, kCode, size, name) {
+    TypeId(id);
+}
+CRelTypeDefine::CRelTypeDefine(const CRelCoreContext& context, std::uint32_t id, std::uint8_t size,
+                               const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, size, name) {
+    TypeId(id);
+}
+
+CRelTypeUndefine::CRelTypeUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : CRelTypeBase({relTick, relIp}, kCode, id) {}
+CRelTypeUndefine::CRelTypeUndefine(const CRelCoreContext& context, std::uint32_t id)
+    : CRelTypeBase(context.values(), kCode, id) {}
+
+CRelVariableDefine::CRelVariableDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint32_t type,
+                                       const CCharStringSequence& name)
+    : PacketOf({relTick, relIp}, kCode, type, name) {
+    VarId(id);
+}
+CRelVariableDefine::CRelVariableDefine(const CRelCoreContext& context, std::uint32_t id, std::uint32_t type,
+                                       const CCharStringSequence& name)
+    : PacketOf(context.values(), kCode, type, name) {
+    VarId(id);
+}
+
+CRelVariableUndefine::CRelVariableUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
+    : CRelVariableBase({relTick, relIp}, kCode, id) {}
+CRelVariableUndefine::CRelVariableUndefine(const CRelCoreContext& context, std::uint32_t id)
+    : CRelVariableBase(context.values(), kCode, id) {}
+
+CRelVariableRead::CRelVariableRead(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CData& data)
+    : CRelVariableAccBase({relTick, relIp}, kCode, data) {
+    VarId(id);
+}
+CRelVariableRead::CRelVariableRead(const CRelCoreContext& context, std::uint32_t id, const CData& data)
+    : CRelVariableAccBase(context.values(), kCode, data) {
+    VarId(id);
+}
+
+CRelVariableWrite::CRelVariableWrite(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CData& data)
+    : CRelVariableAccBase({relTick, relIp}, kCode, data) {
+    VarId(id);
+}
+CRelVariableWrite::CRelVariableWrite(const CRelCoreContext& context, std::uint32_t id, const CData& data)
+    : CRelVariableAccBase(context.values(), kCode, data) {
+    VarId(id);
+}
+
 template class PayloadOperations<CFunctionIdentifier>;
 template class PayloadOperations<CProcessBasePayload>;
 template class PayloadOperations<CTypeBasePayload>;

@@ -144,10 +144,8 @@ class QUORVEX_API CFunctionBase : public PacketOf<kFunctionBaseRules, CorePacket
 
 public:
     CFunctionBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                  std::uint32_t id)
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
-    CFunctionBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
-        : PacketOf(context.values(), code, id) {}
+                  std::uint32_t id);
+    CFunctionBase(tagTCode code, const CCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kProcessBaseRules, CorePacket, CProcessBasePayload>)
@@ -156,9 +154,8 @@ class QUORVEX_API CProcessBase : public PacketOf<kProcessBaseRules, CorePacket, 
 
 public:
     CProcessBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                 std::uint32_t id)
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
-    CProcessBase(tagTCode code, const CCoreContext& context, std::uint32_t id) : PacketOf(context.values(), code, id) {}
+                 std::uint32_t id);
+    CProcessBase(tagTCode code, const CCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kTypeBaseRules, CorePacket, CTypeBasePayload>)
@@ -167,9 +164,8 @@ class QUORVEX_API CTypeBase : public PacketOf<kTypeBaseRules, CorePacket, CTypeB
 
 public:
     CTypeBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-              std::uint32_t id)
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
-    CTypeBase(tagTCode code, const CCoreContext& context, std::uint32_t id) : PacketOf(context.values(), code, id) {}
+              std::uint32_t id);
+    CTypeBase(tagTCode code, const CCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kVariableBaseRules, CorePacket, CVariableBasePayload>)
@@ -178,10 +174,8 @@ class QUORVEX_API CVariableBase : public PacketOf<kVariableBaseRules, CorePacket
 
 public:
     CVariableBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                  std::uint32_t id)
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, id) {}
-    CVariableBase(tagTCode code, const CCoreContext& context, std::uint32_t id)
-        : PacketOf(context.values(), code, id) {}
+                  std::uint32_t id);
+    CVariableBase(tagTCode code, const CCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kVariableAccBaseRules, CorePacket, CVariableBasePayload>)
@@ -194,14 +188,8 @@ class QUORVEX_API CVariableAccBase
 
 public:
     CVariableAccBase(tagTCode code, std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip,
-                     std::uint32_t id, const CData& data = CData())
-        : PacketOf({tick, hwCtx, swCtx, ip}, code, data) {
-        VarId(id);
-    }
-    CVariableAccBase(tagTCode code, const CCoreContext& context, std::uint32_t id, const CData& data = CData())
-        : PacketOf(context.values(), code, data) {
-        VarId(id);
-    }
+                     std::uint32_t id, const CData& data = CData());
+    CVariableAccBase(tagTCode code, const CCoreContext& context, std::uint32_t id, const CData& data = CData());
 };
 
 /// An entry or exit, whose header tells which of the two forms it has.
@@ -226,23 +214,16 @@ class QUORVEX_API CFunctionDefine : public PacketOf<kFunctionDefineRules, CFunct
 
 public:
     CFunctionDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                    const CCharStringSequence& name)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, name) {
-        FuncId(id);
-    }
-    CFunctionDefine(const CCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, name) {
-        FuncId(id);
-    }
+                    const CCharStringSequence& name);
+    CFunctionDefine(const CCoreContext& context, std::uint32_t id, const CCharStringSequence& name);
 };
 
 class QUORVEX_API CFunctionUndefine : public CFunctionBase {
     QUORVEX_KIND(FunctionUndefine, CFunctionBase)
 
 public:
-    CFunctionUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
-        : CFunctionBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
-    CFunctionUndefine(const CCoreContext& context, std::uint32_t id) : CFunctionBase(context.values(), kCode, id) {}
+    CFunctionUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id);
+    CFunctionUndefine(const CCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CFunctionEnter : public FunctionAccess<kFunctionEnterRules, CorePacket> {
@@ -283,41 +264,32 @@ class QUORVEX_API CProcessDefine : public PacketOf<kProcessDefineRules, CProcess
 
 public:
     CProcessDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                   const CCharStringSequence& name)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, name) {
-        ProcId(id);
-    }
-    CProcessDefine(const CCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, name) {
-        ProcId(id);
-    }
+                   const CCharStringSequence& name);
+    CProcessDefine(const CCoreContext& context, std::uint32_t id, const CCharStringSequence& name);
 };
 
 class QUORVEX_API CProcessUndefine : public CProcessBase {
     QUORVEX_KIND(ProcessUndefine, CProcessBase)
 
 public:
-    CProcessUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
-        : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
-    CProcessUndefine(const CCoreContext& context, std::uint32_t id) : CProcessBase(context.values(), kCode, id) {}
+    CProcessUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id);
+    CProcessUndefine(const CCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CProcessEnter : public CProcessBase {
     QUORVEX_KIND(ProcessEnter, CProcessBase)
 
 public:
-    CProcessEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
-        : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
-    CProcessEnter(const CCoreContext& context, std::uint32_t id) : CProcessBase(context.values(), kCode, id) {}
+    CProcessEnter(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id);
+    CProcessEnter(const CCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CProcessLeave : public CProcessBase {
     QUORVEX_KIND(ProcessLeave, CProcessBase)
 
 public:
-    CProcessLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
-        : CProcessBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
-    CProcessLeave(const CCoreContext& context, std::uint32_t id) : CProcessBase(context.values(), kCode, id) {}
+    CProcessLeave(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id);
+    CProcessLeave(const CCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kTypeDefineRules, CTypeBase, CTypeDefinePayload>)
@@ -326,23 +298,16 @@ class QUORVEX_API CTypeDefine : public PacketOf<kTypeDefineRules, CTypeBase, CTy
 
 public:
     CTypeDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                std::uint8_t size, const CCharStringSequence& name)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, size, name) {
-        TypeId(id);
-    }
-    CTypeDefine(const CCoreContext& context, std::uint32_t id, std::uint8_t size, const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, size, name) {
-        TypeId(id);
-    }
+                std::uint8_t size, const CCharStringSequence& name);
+    CTypeDefine(const CCoreContext& context, std::uint32_t id, std::uint8_t size, const CCharStringSequence& name);
 };
 
 class QUORVEX_API CTypeUndefine : public CTypeBase {
     QUORVEX_KIND(TypeUndefine, CTypeBase)
 
 public:
-    CTypeUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
-        : CTypeBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
-    CTypeUndefine(const CCoreContext& context, std::uint32_t id) : CTypeBase(context.values(), kCode, id) {}
+    CTypeUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id);
+    CTypeUndefine(const CCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kVariableDefineRules, CVariableBase, CVariableDefinePayload>)
@@ -351,23 +316,16 @@ class QUORVEX_API CVariableDefine : public PacketOf<kVariableDefineRules, CVaria
 
 public:
     CVariableDefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                    std::uint32_t type, const CCharStringSequence& name)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode, type, name) {
-        VarId(id);
-    }
-    CVariableDefine(const CCoreContext& context, std::uint32_t id, std::uint32_t type, const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, type, name) {
-        VarId(id);
-    }
+                    std::uint32_t type, const CCharStringSequence& name);
+    CVariableDefine(const CCoreContext& context, std::uint32_t id, std::uint32_t type, const CCharStringSequence& name);
 };
 
 class QUORVEX_API CVariableUndefine : public CVariableBase {
     QUORVEX_KIND(VariableUndefine, CVariableBase)
 
 public:
-    CVariableUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id)
-        : CVariableBase({tick, hwCtx, swCtx, ip}, kCode, id) {}
-    CVariableUndefine(const CCoreContext& context, std::uint32_t id) : CVariableBase(context.values(), kCode, id) {}
+    CVariableUndefine(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id);
+    CVariableUndefine(const CCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CVariableRead : public CVariableAccBase {
@@ -375,14 +333,8 @@ class QUORVEX_API CVariableRead : public CVariableAccBase {
 
 public:
     CVariableRead(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                  const CData& data = CData())
-        : CVariableAccBase({tick, hwCtx, swCtx, ip}, kCode, data) {
-        VarId(id);
-    }
-    CVariableRead(const CCoreContext& context, std::uint32_t id, const CData& data = CData())
-        : CVariableAccBase(context.values(), kCode, data) {
-        VarId(id);
-    }
+                  const CData& data = CData());
+    CVariableRead(const CCoreContext& context, std::uint32_t id, const CData& data = CData());
 };
 
 class QUORVEX_API CVariableWrite : public CVariableAccBase {
@@ -390,14 +342,8 @@ class QUORVEX_API CVariableWrite : public CVariableAccBase {
 
 public:
     CVariableWrite(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip, std::uint32_t id,
-                   const CData& data = CData())
-        : CVariableAccBase({tick, hwCtx, swCtx, ip}, kCode, data) {
-        VarId(id);
-    }
-    CVariableWrite(const CCoreContext& context, std::uint32_t id, const CData& data = CData())
-        : CVariableAccBase(context.values(), kCode, data) {
-        VarId(id);
-    }
+                   const CData& data = CData());
+    CVariableWrite(const CCoreContext& context, std::uint32_t id, const CData& data = CData());
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelFunctionBaseRules, RelCorePacket, CFunctionIdentifier>)
@@ -405,10 +351,8 @@ class QUORVEX_API CRelFunctionBase : public PacketOf<kRelFunctionBaseRules, RelC
     QUORVEX_BASE(CRelFunctionBase)
 
 public:
-    CRelFunctionBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : PacketOf({relTick, relIp}, code, id) {}
-    CRelFunctionBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
-        : PacketOf(context.values(), code, id) {}
+    CRelFunctionBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelFunctionBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelProcessBaseRules, RelCorePacket, CProcessBasePayload>)
@@ -416,10 +360,8 @@ class QUORVEX_API CRelProcessBase : public PacketOf<kRelProcessBaseRules, RelCor
     QUORVEX_BASE(CRelProcessBase)
 
 public:
-    CRelProcessBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : PacketOf({relTick, relIp}, code, id) {}
-    CRelProcessBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
-        : PacketOf(context.values(), code, id) {}
+    CRelProcessBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelProcessBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelTypeBaseRules, RelCorePacket, CTypeBasePayload>)
@@ -427,10 +369,8 @@ class QUORVEX_API CRelTypeBase : public PacketOf<kRelTypeBaseRules, RelCorePacke
     QUORVEX_BASE(CRelTypeBase)
 
 public:
-    CRelTypeBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : PacketOf({relTick, relIp}, code, id) {}
-    CRelTypeBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
-        : PacketOf(context.values(), code, id) {}
+    CRelTypeBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelTypeBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelVariableBaseRules, RelCorePacket, CVariableBasePayload>)
@@ -438,10 +378,8 @@ class QUORVEX_API CRelVariableBase : public PacketOf<kRelVariableBaseRules, RelC
     QUORVEX_BASE(CRelVariableBase)
 
 public:
-    CRelVariableBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : PacketOf({relTick, relIp}, code, id) {}
-    CRelVariableBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id)
-        : PacketOf(context.values(), code, id) {}
+    CRelVariableBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelVariableBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelVariableAccBaseRules, RelCorePacket, CVariableBasePayload>)
@@ -455,14 +393,8 @@ class QUORVEX_API CRelVariableAccBase
 
 public:
     CRelVariableAccBase(tagTCode code, std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
-                        const CData& data = CData())
-        : PacketOf({relTick, relIp}, code, data) {
-        VarId(id);
-    }
-    CRelVariableAccBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id, const CData& data = CData())
-        : PacketOf(context.values(), code, data) {
-        VarId(id);
-    }
+                        const CData& data = CData());
+    CRelVariableAccBase(tagTCode code, const CRelCoreContext& context, std::uint32_t id, const CData& data = CData());
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelFunctionEnterRules, RelCorePacket, CFunctionEnterPayload>)
@@ -472,52 +404,36 @@ class QUORVEX_API CRelFunctionDefine
     QUORVEX_KIND(RelFunctionDefine, PacketOf)
 
 public:
-    CRelFunctionDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CCharStringSequence& name)
-        : PacketOf({relTick, relIp}, kCode, name) {
-        FuncId(id);
-    }
-    CRelFunctionDefine(const CRelCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, name) {
-        FuncId(id);
-    }
+    CRelFunctionDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CCharStringSequence& name);
+    CRelFunctionDefine(const CRelCoreContext& context, std::uint32_t id, const CCharStringSequence& name);
 };
 
 class QUORVEX_API CRelFunctionUndefine : public CRelFunctionBase {
     QUORVEX_KIND(RelFunctionUndefine, CRelFunctionBase)
 
 public:
-    CRelFunctionUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : CRelFunctionBase({relTick, relIp}, kCode, id) {}
-    CRelFunctionUndefine(const CRelCoreContext& context, std::uint32_t id)
-        : CRelFunctionBase(context.values(), kCode, id) {}
+    CRelFunctionUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelFunctionUndefine(const CRelCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CRelFunctionEnter : public FunctionAccess<kRelFunctionEnterRules, RelCorePacket> {
     QUORVEX_KIND(RelFunctionEnter, FunctionAccess)
 
 public:
-    CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function)
-        : FunctionAccess({relTick, relIp}, kCode, function) {}
-    CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t function)
-        : FunctionAccess(context.values(), kCode, function) {}
-    CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source, std::uint32_t target)
-        : FunctionAccess({relTick, relIp}, kCode, source, target) {}
-    CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target)
-        : FunctionAccess(context.values(), kCode, source, target) {}
+    CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function);
+    CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t function);
+    CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source, std::uint32_t target);
+    CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target);
 };
 
 class QUORVEX_API CRelFunctionLeave : public FunctionAccess<kRelFunctionEnterRules, RelCorePacket> {
     QUORVEX_KIND(RelFunctionLeave, FunctionAccess)
 
 public:
-    CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function)
-        : FunctionAccess({relTick, relIp}, kCode, function) {}
-    CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t function)
-        : FunctionAccess(context.values(), kCode, function) {}
-    CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source, std::uint32_t target)
-        : FunctionAccess({relTick, relIp}, kCode, source, target) {}
-    CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target)
-        : FunctionAccess(context.values(), kCode, source, target) {}
+    CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function);
+    CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t function);
+    CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source, std::uint32_t target);
+    CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelProcessDefineRules, CRelProcessBase, CProcessDefinePayload>)
@@ -525,42 +441,32 @@ class QUORVEX_API CRelProcessDefine : public PacketOf<kRelProcessDefineRules, CR
     QUORVEX_KIND(RelProcessDefine, PacketOf)
 
 public:
-    CRelProcessDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CCharStringSequence& name)
-        : PacketOf({relTick, relIp}, kCode, name) {
-        ProcId(id);
-    }
-    CRelProcessDefine(const CRelCoreContext& context, std::uint32_t id, const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, name) {
-        ProcId(id);
-    }
+    CRelProcessDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CCharStringSequence& name);
+    CRelProcessDefine(const CRelCoreContext& context, std::uint32_t id, const CCharStringSequence& name);
 };
 
 class QUORVEX_API CRelProcessUndefine : public CRelProcessBase {
     QUORVEX_KIND(RelProcessUndefine, CRelProcessBase)
 
 public:
-    CRelProcessUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : CRelProcessBase({relTick, relIp}, kCode, id) {}
-    CRelProcessUndefine(const CRelCoreContext& context, std::uint32_t id)
-        : CRelProcessBase(context.values(), kCode, id) {}
+    CRelProcessUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelProcessUndefine(const CRelCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CRelProcessEnter : public CRelProcessBase {
     QUORVEX_KIND(RelProcessEnter, CRelProcessBase)
 
 public:
-    CRelProcessEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : CRelProcessBase({relTick, relIp}, kCode, id) {}
-    CRelProcessEnter(const CRelCoreContext& context, std::uint32_t id) : CRelProcessBase(context.values(), kCode, id) {}
+    CRelProcessEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelProcessEnter(const CRelCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CRelProcessLeave : public CRelProcessBase {
     QUORVEX_KIND(RelProcessLeave, CRelProcessBase)
 
 public:
-    CRelProcessLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : CRelProcessBase({relTick, relIp}, kCode, id) {}
-    CRelProcessLeave(const CRelCoreContext& context, std::uint32_t id) : CRelProcessBase(context.values(), kCode, id) {}
+    CRelProcessLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelProcessLeave(const CRelCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelTypeDefineRules, CRelTypeBase, CTypeDefinePayload>)
@@ -569,23 +475,17 @@ class QUORVEX_API CRelTypeDefine : public PacketOf<kRelTypeDefineRules, CRelType
 
 public:
     CRelTypeDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint8_t size,
-                   const CCharStringSequence& name)
-        : PacketOf({relTick, relIp}, kCode, size, name) {
-        TypeId(id);
-    }
-    CRelTypeDefine(const CRelCoreContext& context, std::uint32_t id, std::uint8_t size, const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, size, name) {
-        TypeId(id);
-    }
+                   const CCharStringSequence& name);
+    CRelTypeDefine(const CRelCoreContext& context, std::uint32_t id, std::uint8_t size,
+                   const CCharStringSequence& name);
 };
 
 class QUORVEX_API CRelTypeUndefine : public CRelTypeBase {
     QUORVEX_KIND(RelTypeUndefine, CRelTypeBase)
 
 public:
-    CRelTypeUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : CRelTypeBase({relTick, relIp}, kCode, id) {}
-    CRelTypeUndefine(const CRelCoreContext& context, std::uint32_t id) : CRelTypeBase(context.values(), kCode, id) {}
+    CRelTypeUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelTypeUndefine(const CRelCoreContext& context, std::uint32_t id);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kRelVariableDefineRules, CRelVariableBase, CVariableDefinePayload>)
@@ -595,53 +495,33 @@ class QUORVEX_API CRelVariableDefine
 
 public:
     CRelVariableDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, std::uint32_t type,
-                       const CCharStringSequence& name)
-        : PacketOf({relTick, relIp}, kCode, type, name) {
-        VarId(id);
-    }
+                       const CCharStringSequence& name);
     CRelVariableDefine(const CRelCoreContext& context, std::uint32_t id, std::uint32_t type,
-                       const CCharStringSequence& name)
-        : PacketOf(context.values(), kCode, type, name) {
-        VarId(id);
-    }
+                       const CCharStringSequence& name);
 };
 
 class QUORVEX_API CRelVariableUndefine : public CRelVariableBase {
     QUORVEX_KIND(RelVariableUndefine, CRelVariableBase)
 
 public:
-    CRelVariableUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id)
-        : CRelVariableBase({relTick, relIp}, kCode, id) {}
-    CRelVariableUndefine(const CRelCoreContext& context, std::uint32_t id)
-        : CRelVariableBase(context.values(), kCode, id) {}
+    CRelVariableUndefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id);
+    CRelVariableUndefine(const CRelCoreContext& context, std::uint32_t id);
 };
 
 class QUORVEX_API CRelVariableRead : public CRelVariableAccBase {
     QUORVEX_KIND(RelVariableRead, CRelVariableAccBase)
 
 public:
-    CRelVariableRead(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CData& data = CData())
-        : CRelVariableAccBase({relTick, relIp}, kCode, data) {
-        VarId(id);
-    }
-    CRelVariableRead(const CRelCoreContext& context, std::uint32_t id, const CData& data = CData())
-        : CRelVariableAccBase(context.values(), kCode, data) {
-        VarId(id);
-    }
+    CRelVariableRead(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CData& data = CData());
+    CRelVariableRead(const CRelCoreContext& context, std::uint32_t id, const CData& data = CData());
 };
 
 class QUORVEX_API CRelVariableWrite : public CRelVariableAccBase {
     QUORVEX_KIND(RelVariableWrite, CRelVariableAccBase)
 
 public:
-    CRelVariableWrite(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CData& data = CData())
-        : CRelVariableAccBase({relTick, relIp}, kCode, data) {
-        VarId(id);
-    }
-    CRelVariableWrite(const CRelCoreContext& context, std::uint32_t id, const CData& data = CData())
-        : CRelVariableAccBase(context.values(), kCode, data) {
-        VarId(id);
-    }
+    CRelVariableWrite(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id, const CData& data = CData());
+    CRelVariableWrite(const CRelCoreContext& context, std::uint32_t id, const CData& data = CData());
 };
 
 #include "quorvex/packets/KindMacros.def"

@@ -23,6 +23,44 @@ constexpr ReadRules kTransitionRules = QUORVEX_STATE_RULES(
     "CTransition", .tooShort = "Transition payload length in header is less than fixed payload size.");
 #undef QUORVEX_STATE_RULES
 
+CStateMachineBase::CStateMachineBase(tagTCode code, std::uint32_t machine) : PacketOf({}, code, machine) {}
+
+CStateMachineDefine::CStateMachineDefine(std::uint32_t machine, const CCharStringSequence& definition)
+    : PacketOf({}, kCode, definition) {
+    StateMachine(machine);
+}
+
+CStateMachineInstanceDefine::CStateMachineInstanceDefine(std::uint32_t machine, std::uint32_t instance,
+                                                         const CCharStringSequence& name)
+    : PacketOf({}, kCode, instance, name) {
+    StateMachine(machine);
+}
+
+CStateDefine::CStateDefine(std::uint32_t machine, std::uint32_t state, const CCharStringSequence& name)
+    : PacketOf({}, kCode, state, name) {
+    StateMachine(machine);
+}
+
+CTransitionDefine::CTransitionDefine(std::uint32_t machine, std::uint32_t source, std::uint32_t target,
+                                     std::uint32_t transition, const CCharStringSequence& name)
+    : PacketOf({}, kCode, source, target, transition, name) {
+    StateMachine(machine);
+}
+
+CStateMachineUndefine::CStateMachineUndefine(std::uint32_t machine) : CStateMachineBase({}, kCode, machine) {}
+
+CInitialState::CInitialState(std::uint32_t machine, std::uint32_t instance, std::uint32_t state, std::uint32_t hwCtx,
+                             std::uint64_t tick)
+    : PacketOf({}, kCode, instance, state, hwCtx, tick) {
+    StateMachine(machine);
+}
+
+CTransition::CTransition(std::uint32_t machine, std::uint32_t instance, std::uint32_t transition, std::uint32_t hwCtx,
+                         std::uint64_t tick, const CData& data)
+    : PacketOf({}, kCode, instance, transition, hwCtx, tick, data) {
+    StateMachine(machine);
+}
+
 template class PayloadOperations<CStateMachineIdentifier>;
 template class PayloadOperations<CStateMachineDefinePayload>;
 template class PayloadOperations<CStateMachineInstanceDefinePayload>;

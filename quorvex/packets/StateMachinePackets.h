@@ -142,7 +142,7 @@ class QUORVEX_API CStateMachineBase : public PacketOf<kStateMachineBaseRules, Pl
     QUORVEX_BASE(CStateMachineBase)
 
 public:
-    CStateMachineBase(tagTCode code, std::uint32_t machine) : PacketOf({}, code, machine) {}
+    CStateMachineBase(tagTCode code, std::uint32_t machine);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kStateMachineDefineRules, CStateMachineBase, CStateMachineDefinePayload>)
@@ -151,10 +151,7 @@ class QUORVEX_API CStateMachineDefine
     QUORVEX_KIND(StateMachineDefine, PacketOf)
 
 public:
-    CStateMachineDefine(std::uint32_t machine, const CCharStringSequence& definition)
-        : PacketOf({}, kCode, definition) {
-        StateMachine(machine);
-    }
+    CStateMachineDefine(std::uint32_t machine, const CCharStringSequence& definition);
 };
 
 QUORVEX_EXTERN_TEMPLATE(
@@ -164,10 +161,7 @@ class QUORVEX_API CStateMachineInstanceDefine
     QUORVEX_KIND(StateMachineInstanceDefine, PacketOf)
 
 public:
-    CStateMachineInstanceDefine(std::uint32_t machine, std::uint32_t instance, const CCharStringSequence& name)
-        : PacketOf({}, kCode, instance, name) {
-        StateMachine(machine);
-    }
+    CStateMachineInstanceDefine(std::uint32_t machine, std::uint32_t instance, const CCharStringSequence& name);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kStateDefineRules, CStateMachineBase, CStateDefinePayload>)
@@ -175,10 +169,7 @@ class QUORVEX_API CStateDefine : public PacketOf<kStateDefineRules, CStateMachin
     QUORVEX_KIND(StateDefine, PacketOf)
 
 public:
-    CStateDefine(std::uint32_t machine, std::uint32_t state, const CCharStringSequence& name)
-        : PacketOf({}, kCode, state, name) {
-        StateMachine(machine);
-    }
+    CStateDefine(std::uint32_t machine, std::uint32_t state, const CCharStringSequence& name);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kTransitionDefineRules, CStateMachineBase, CTransitionDefinePayload>)
@@ -188,17 +179,14 @@ class QUORVEX_API CTransitionDefine
 
 public:
     CTransitionDefine(std::uint32_t machine, std::uint32_t source, std::uint32_t target, std::uint32_t transition,
-                      const CCharStringSequence& name)
-        : PacketOf({}, kCode, source, target, transition, name) {
-        StateMachine(machine);
-    }
+                      const CCharStringSequence& name);
 };
 
 class QUORVEX_API CStateMachineUndefine : public CStateMachineBase {
     QUORVEX_KIND(StateMachineUndefine, CStateMachineBase)
 
 public:
-    CStateMachineUndefine(std::uint32_t machine) : CStateMachineBase({}, kCode, machine) {}
+    CStateMachineUndefine(std::uint32_t machine);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kInitialStateRules, CStateMachineBase, CInitialStatePayload>)
@@ -207,10 +195,7 @@ class QUORVEX_API CInitialState : public PacketOf<kInitialStateRules, CStateMach
 
 public:
     CInitialState(std::uint32_t machine, std::uint32_t instance, std::uint32_t state, std::uint32_t hwCtx,
-                  std::uint64_t tick)
-        : PacketOf({}, kCode, instance, state, hwCtx, tick) {
-        StateMachine(machine);
-    }
+                  std::uint64_t tick);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kTransitionRules, CStateMachineBase, CTransitionPayload>)
@@ -219,10 +204,7 @@ class QUORVEX_API CTransition : public PacketOf<kTransitionRules, CStateMachineB
 
 public:
     CTransition(std::uint32_t machine, std::uint32_t instance, std::uint32_t transition, std::uint32_t hwCtx,
-                std::uint64_t tick, const CData& data = CData())
-        : PacketOf({}, kCode, instance, transition, hwCtx, tick, data) {
-        StateMachine(machine);
-    }
+                std::uint64_t tick, const CData& data = CData());
 };
 
 #include "quorvex/packets/KindMacros.def"

@@ -43,6 +43,23 @@ constexpr ReadRules kSyncRules{.size = "CSync: Read-In Constructor invalid buffe
                                .context = {"CSync: Read-In Constructor could not read absolute context from stream",
                                            "CSync: Read-In Constructor could not read sync data from stream."}};
 
+CTraceEnabled::CTraceEnabled(std::uint64_t frameLen, TraceExpansion expansion, bool exceptionFrames)
+    : PacketOf({}, kCode, frameLen, expansion, exceptionFrames) {}
+CTraceEnabled::CTraceEnabled(std::uint64_t frameLen, const SFrameConfig& config)
+    : PacketOf({}, kCode, frameLen, config) {}
+
+CFill::CFill(std::uint8_t count) : PacketOf({}, kCode, count) {}
+
+CSync::CSync(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
+    : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
+CSync::CSync(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+
+CTimestamp::CTimestamp(std::uint64_t timestamp) : PacketOf({}, kCode, timestamp) {}
+CTimestamp::CTimestamp(std::uint64_t timestamp, std::uint32_t hwCtx) : PacketOf({}, kCode, timestamp, hwCtx) {}
+CTimestamp::CTimestamp(std::uint64_t timestamp, std::uint64_t frequency) : PacketOf({}, kCode, timestamp, frequency) {}
+CTimestamp::CTimestamp(std::uint64_t timestamp, std::uint32_t hwCtx, std::uint64_t frequency)
+    : PacketOf({}, kCode, timestamp, hwCtx, frequency) {}
+
 template class PayloadOperations<CTraceEnabledPayload>;
 template class PayloadOperations<CTimestampPayload>;
 template class PayloadOperations<CFillPayload>;

@@ -184,9 +184,8 @@ class QUORVEX_API CTraceEnabled : public PacketOf<kTraceEnabledRules, PlainPacke
     QUORVEX_KIND(TraceEnabled, PacketOf)
 
 public:
-    CTraceEnabled(std::uint64_t frameLen, TraceExpansion expansion, bool exceptionFrames)
-        : PacketOf({}, kCode, frameLen, expansion, exceptionFrames) {}
-    CTraceEnabled(std::uint64_t frameLen, const SFrameConfig& config) : PacketOf({}, kCode, frameLen, config) {}
+    CTraceEnabled(std::uint64_t frameLen, TraceExpansion expansion, bool exceptionFrames);
+    CTraceEnabled(std::uint64_t frameLen, const SFrameConfig& config);
 
     unsigned Length() const override { return GetLength(); }
 };
@@ -207,7 +206,7 @@ class QUORVEX_API CFill : public PacketOf<kFillRules, PlainPacket, CFillPayload>
     QUORVEX_KIND(Fill, PacketOf)
 
 public:
-    CFill(std::uint8_t count) : PacketOf({}, kCode, count) {}
+    CFill(std::uint8_t count);
 
     void SetLength(std::uint8_t count) {
         m_fill.count = count;
@@ -220,9 +219,8 @@ class QUORVEX_API CSync : public PacketOf<kSyncRules, CorePacket> {
     QUORVEX_KIND(Sync, PacketOf)
 
 public:
-    CSync(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip)
-        : PacketOf({tick, hwCtx, swCtx, ip}, kCode) {}
-    CSync(const CCoreContext& context) : PacketOf(context.values(), kCode) {}
+    CSync(std::uint64_t tick, std::uint32_t hwCtx, std::uint32_t swCtx, std::uint64_t ip);
+    CSync(const CCoreContext& context);
 };
 
 QUORVEX_EXTERN_TEMPLATE(PacketOf<kTimestampRules, PlainPacket, CTimestampPayload>)
@@ -230,11 +228,10 @@ class QUORVEX_API CTimestamp : public PacketOf<kTimestampRules, PlainPacket, CTi
     QUORVEX_KIND(Timestamp, PacketOf)
 
 public:
-    CTimestamp(std::uint64_t timestamp) : PacketOf({}, kCode, timestamp) {}
-    CTimestamp(std::uint64_t timestamp, std::uint32_t hwCtx) : PacketOf({}, kCode, timestamp, hwCtx) {}
-    CTimestamp(std::uint64_t timestamp, std::uint64_t frequency) : PacketOf({}, kCode, timestamp, frequency) {}
-    CTimestamp(std::uint64_t timestamp, std::uint32_t hwCtx, std::uint64_t frequency)
-        : PacketOf({}, kCode, timestamp, hwCtx, frequency) {}
+    CTimestamp(std::uint64_t timestamp);
+    CTimestamp(std::uint64_t timestamp, std::uint32_t hwCtx);
+    CTimestamp(std::uint64_t timestamp, std::uint64_t frequency);
+    CTimestamp(std::uint64_t timestamp, std::uint32_t hwCtx, std::uint64_t frequency);
     template <std::same_as<unsigned long long> Frequency>
     CTimestamp(std::uint64_t timestamp, Frequency frequency) requires(!std::same_as<Frequency, std::uint64_t>)
         : CTimestamp(timestamp, std::uint64_t{frequency}) {}
