@@ -3,15 +3,14 @@
 #include "quorvex/format/Fields.h"
 
 #include <cstdint>
-#include <limits>
 
 namespace Quorvex {
 
 /// What is counted of a trace: all there is, or what happened from one tick to before another. Of a call that reaches
 /// beyond, the part within counts, and as a duration what is within.
 struct TickWindow {
-    std::uint64_t from = 0;                                       ///< its first tick
-    std::uint64_t to = std::numeric_limits<std::uint64_t>::max(); ///< the tick behind its last one
+    std::uint64_t from = 0;        ///< its first tick
+    std::uint64_t to = UINT64_MAX; ///< the tick behind its last one
 };
 
 /// What is told of the calls in all traces that have been read.

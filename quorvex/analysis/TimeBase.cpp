@@ -2,6 +2,8 @@
 
 #include "quorvex/packets/PacketKinds.h"
 
+#include <limits>
+
 namespace Quorvex {
 
 namespace {

@@ -4,7 +4,6 @@
 #include "quorvex/platform/Export.h"
 
 #include <cstdint>
-#include <limits>
 #include <map>
 #include <optional>
 
@@ -32,7 +31,7 @@ public:
     /// Ticks of a clock in other units, of which there are a power of 1000 in a second; at most `most`. Of a clock of
     /// frequency 0, which is not known, a tick is a unit.
     static std::uint64_t unitsOf(std::uint64_t ticks, std::uint64_t frequency, std::uint64_t unitsPerSecond,
-                                 std::uint64_t most = std::numeric_limits<std::uint64_t>::max());
+                                 std::uint64_t most = UINT64_MAX);
 
     /// Ticks of a clock in so many picoseconds; at most the greatest number of 64 bits. The frequency is known, and at
     /// most 2^43.

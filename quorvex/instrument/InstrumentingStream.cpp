@@ -10,6 +10,7 @@
 #include "quorvex/platform/System.h"
 
 #include <algorithm>
+#include <atomic>
 #include <array>
 #include <cerrno>
 #include <cstddef>

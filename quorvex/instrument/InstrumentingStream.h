@@ -3,11 +3,11 @@
 #include "quorvex/format/Context.h"
 #include "quorvex/instrument/IdSet.h"
 #include "quorvex/instrument/RecordingFile.h"
+#include "quorvex/platform/Atomic.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/stream/PageFile.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 
-#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -115,7 +115,7 @@ public:
     /// The system's error number (errno) of the last open or write; 0 when it went well.
     int error() const { return m_file.error(); }
     /// Packets refused so far.
-    std::uint64_t refused() const { return m_refused.load(std::memory_order_relaxed); }
+    std::uint64_t refused() const { return m_refused.relaxed(); }
 
 protected:
     explicit CQVXInstrumentingStream(unsigned thread);
@@ -177,13 +177,13 @@ private:
     FrameOnPage m_parkedFrame;     ///< of a trace that is parked
     std::uint64_t m_parkedEnd = 0; ///< where it goes on
     char m_report[112] = {};       ///< the first one that is not in the message log yet
-    std::atomic<std::uint64_t> m_refused{0};
-    std::atomic<unsigned> m_missed{0};     ///< refused beside the page, and not yet told in the trace
-    bool m_broken = true;                  ///< not open, or a write has failed
-    bool m_parked = false;                 ///< its thread has ended; guarded by the registry's lock
-    std::atomic<bool> m_inUse{false};      ///< its thread is inside an operation
-    std::atomic<bool> m_besidePage{false}; ///< something has come while that was so
-    std::atomic<bool> m_closed{false};     ///< completed: the thread must not touch it any more
+    platform::Atomic<std::uint64_t> m_refused{0};
+    platform::Atomic<unsigned> m_missed{0};     ///< refused beside the page, and not yet told in the trace
+    bool m_broken = true;                       ///< not open, or a write has failed
+    bool m_parked = false;                      ///< its thread has ended; guarded by the registry's lock
+    platform::Atomic<bool> m_inUse{false};      ///< its thread is inside an operation
+    platform::Atomic<bool> m_besidePage{false}; ///< something has come while that was so
+    platform::Atomic<bool> m_closed{false};     ///< completed: the thread must not touch it any more
 };
 
 } // namespace Quorvex

@@ -8,6 +8,7 @@
 #include "quorvex/stream/TraceAutoBuffer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "quorvex/platform/Atomic.h"
 #include "quorvex/platform/Export.h"
 
-#include <atomic>
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
@@ -45,7 +45,7 @@ public:
     /// file has what stands before `written`.
     void restart(std::uint64_t base, unsigned written, unsigned fill);
     /// The page has been filled so far. Only for a page that is open.
-    void extend(unsigned fill) { std::atomic_ref(*m_fill).store(fill, std::memory_order_release); }
+    void extend(unsigned fill) { platform::storeRelease(*m_fill, fill); }
     /// Takes note of how the trace begins, with the page that has its beginning. By that a file is known to belong to a
     /// trace and not to another one of the same name.
     void identify();

@@ -7,14 +7,15 @@
 #include "quorvex/stream/TraceSourceBuffer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <exception>
 #include <memory>
 
 namespace Quorvex {
 
-std::atomic<std::uint16_t> CTraceCursor::s_fits[256][256];
-std::atomic<bool> CTraceCursor::s_isSimple[0x10000];
+platform::Atomic<std::uint16_t> CTraceCursor::s_fits[256][256];
+platform::Atomic<bool> CTraceCursor::s_isSimple[0x10000];
 
 namespace {
 
@@ -85,7 +86,7 @@ bool CTraceCursor::refill() {
 }
 
 unsigned CTraceCursor::fitOf(unsigned code, unsigned length) {
-    std::atomic<std::uint16_t>& known = s_fits[code][length];
+    platform::Atomic<std::uint16_t>& known = s_fits[code][length];
     unsigned fit = known.load(std::memory_order_relaxed);
     if (fit != NotAsked)
         return fit;

@@ -10,12 +10,12 @@
 
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketView.h"
+#include "quorvex/platform/Atomic.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/platform/LittleEndian.h"
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/TraceDamage.h"
 
-#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -147,7 +147,7 @@ private:
     /// is not known.
     static bool isSimple(const unsigned char* header) {
         const auto both = loadLittleEndian<std::uint16_t>(reinterpret_cast<const char*>(header));
-        return s_isSimple[both].load(std::memory_order_relaxed);
+        return s_isSimple[both].relaxed();
     }
     /// Whether a simple packet stands there, before that limit.
     static bool hasSimple(const unsigned char* at, const unsigned char* limit) {
@@ -178,8 +178,8 @@ private:
         return m_position + static_cast<std::uint64_t>(at - m_begin);
     }
 
-    static std::atomic<std::uint16_t> s_fits[256][256];
-    static std::atomic<bool> s_isSimple[0x10000]; ///< by the two bytes of a header
+    static platform::Atomic<std::uint16_t> s_fits[256][256];
+    static platform::Atomic<bool> s_isSimple[0x10000]; ///< by the two bytes of a header
 
     const unsigned char* m_next;  ///< behind the packet and its text
     const unsigned char* m_limit; ///< behind the last byte that is there

@@ -1,10 +1,9 @@
 #pragma once
 
 #include "quorvex/factory/PacketSequence.h"
+#include "quorvex/platform/Atomic.h"
 #include "quorvex/stream/TraceSink.h"
 #include "quorvex/stream/TraceSource.h"
-
-#include <atomic>
 
 namespace Quorvex {
 
@@ -43,8 +42,8 @@ public:
     bool merge(CTraceQueue& other) { return m_packets.merge(other.m_packets); }
 
 private:
-    std::atomic<bool> m_good = true;
-    std::atomic<bool> m_eot = false;
+    platform::Atomic<bool> m_good = true;
+    platform::Atomic<bool> m_eot = false;
     CPacketSequence m_packets;
 };
 

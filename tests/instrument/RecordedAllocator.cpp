@@ -5,6 +5,7 @@
 
 #include "quorvex/instrument/FunctionScope.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
