@@ -59,6 +59,7 @@ template <std::int8_t kLevel> class MessageOf : public CMessage {
 public:
     MessageOf() : MessageOf(kUnknown64, CCharStringSequence()) {}
     MessageOf(std::uint64_t timestamp, const CCharStringSequence& text) : CMessage(timestamp, kLevel, text) {}
+    template <class NoConstructorTakesTheseArguments = void> explicit MessageOf(...) = delete;
 };
 
 class QUORVEX_API CLogMsg : public MessageOf<CMessagePayload::kLogLevel> {

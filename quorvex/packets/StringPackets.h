@@ -43,6 +43,7 @@ public:
     /// Read-In from a stream or a payload in memory; throw the read-constructor CQVXException.
     CCharString(const CPacketHeader& header, std::istream& in);
     CCharString(const CPacketHeader& header, const char* buf, unsigned size, unsigned& consumed);
+    template <class NoConstructorTakesTheseArguments = void> explicit CCharString(...) = delete;
 
     static constexpr std::uint8_t Len() { return 0; }
 
@@ -104,6 +105,7 @@ public:
     /// Read-In of a run whose first header is already read; throw the read-constructor CQVXException.
     CCharStringSequence(const CPacketHeader& header, std::istream& in);
     CCharStringSequence(const CPacketHeader& header, const char* buf, unsigned size, unsigned& consumed);
+    template <class NoConstructorTakesTheseArguments = void> explicit CCharStringSequence(...) = delete;
     CCharStringSequence(const CCharStringSequence&) = default;
     CCharStringSequence& operator=(const CCharStringSequence&) = default;
 
