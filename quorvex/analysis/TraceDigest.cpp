@@ -1,0 +1,23 @@
+#include "quorvex/analysis/TraceDigest.h"
+
+#include "quorvex/analysis/Sha256.h"
+#include "quorvex/analysis/TraceEvents.h"
+#include "quorvex/format/Digits.h"
+
+namespace Quorvex {
+
+std::string digestOf(TraceFile& trace) {
+    TraceEvents events(trace);
+    Sha256 sum;
+    while (events.next())
+        sum.add(events.bytes());
+    std::string digits;
+    for (const unsigned char byte : sum.finish()) {
+        char text[2];
+        putHex<2>(text, byte);
+        digits.append(text, sizeof text);
+    }
+    return digits;
+}
+
+} // namespace Quorvex
