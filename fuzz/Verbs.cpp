@@ -31,6 +31,8 @@ void verbs(const std::string& data) {
     const int found = run({"check", in, "-f", "-o", out});
     require(told == 1 ? found == 1 : told == 0 || found == 3, "check finds what info tells of");
     run({"stats", in, "-f", "-o", out, "--by", "thread", "--format", "json"});
+    if (run({"digest", in, "-f", "-o", out}) != 1)
+        require(run({"diff", in, in, "-f", "-o", out}) != 1, "a trace tells what it tells");
     for (const char* format : {"plain", "html", "latex", "verbose"})
         run({"dump", in, "-f", "-o", out, "--format", format});
     for (const char* form : {"", "--absolute", "--relative"}) {

@@ -39,6 +39,8 @@ int run(std::vector<std::string> arguments) {
     addInfo(program);
     addDump(program);
     addCheck(program);
+    addDiff(program);
+    addDigest(program);
     addConvert(program);
     addStats(program);
     addExport(program);

@@ -88,9 +88,17 @@ struct Where {
     }
 };
 
+/// The options as they are told.
+struct Told {
+    std::string fromText, toText;
+    std::vector<std::string> coreTexts, threadTexts, processTexts, kindTexts, namePatterns;
+    std::uint64_t limit = kNone;
+    std::uint64_t tail = kNone;
+};
+
 } // namespace
 
-struct Selection::State {
+struct Selection::State : Told {
     /// A packet of a trace, as what it is given as.
     struct Given {
         const CTraceCursor* cursor;
@@ -115,12 +123,6 @@ struct Selection::State {
     void learn(std::size_t file, const Given& packet);
     bool runs(std::size_t file, std::uint32_t core);
     bool hasName(std::size_t file, const Given& packet);
-
-    // As they are told.
-    std::string fromText, toText;
-    std::vector<std::string> coreTexts, threadTexts, processTexts, kindTexts, namePatterns;
-    std::uint64_t limit = kNone;
-    std::uint64_t tail = kNone;
 
     std::optional<Moment> fromMoment, toMoment;
     TraceSpan span;
@@ -296,6 +298,10 @@ bool Selection::State::hasName(std::size_t file, const Given& packet) {
 }
 
 Selection::Selection() : m_state(std::make_unique<State>()) {}
+
+Selection::Selection(const Selection& told) : Selection() {
+    static_cast<Told&>(*m_state) = *told.m_state;
+}
 
 Selection::~Selection() = default;
 

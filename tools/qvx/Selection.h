@@ -39,7 +39,8 @@ public:
 
     Selection();
     ~Selection();
-    Selection(const Selection&) = delete;
+    /// The same options, for traces of their own: before begin().
+    Selection(const Selection& told);
     Selection& operator=(const Selection&) = delete;
 
     void addTo(Verb& verb, unsigned parts = Packets);

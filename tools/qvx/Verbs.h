@@ -40,6 +40,8 @@ void addDump(Program& program);
 void addKinds(Program& program);
 void addCheck(Program& program);
 void addConvert(Program& program);
+void addDiff(Program& program);
+void addDigest(Program& program);
 void addStats(Program& program);
 void addExport(Program& program);
 

@@ -1,0 +1,57 @@
+#include "Arguments.h"
+#include "Inputs.h"
+#include "Output.h"
+#include "Print.h"
+#include "TraceInput.h"
+#include "Verbs.h"
+#include "quorvex/analysis/TraceDigest.h"
+#include "quorvex/analysis/TraceError.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace qvx {
+
+namespace {
+
+struct DigestOptions {
+    Inputs inputs;
+    Output output;
+};
+
+ExitCode digest(DigestOptions& options) {
+    const std::vector<std::string> files = options.inputs.files();
+    options.output.check(files);
+    std::ostream& out = options.output.target().open();
+    ExitCode exitCode = Done;
+    for (const std::string& file : files) {
+        try {
+            TraceInput input(file);
+            const std::string digits = Quorvex::digestOf(input);
+            qvx::print(out, "{}  {}\n", shown(file), digits);
+            if (const ExitCode damage = input.reportDamage(); damage != Done && exitCode == Done)
+                exitCode = damage;
+        } catch (const Quorvex::TraceError& error) { // the others have theirs all the same
+            tell(error.what());
+            exitCode = Failed;
+        }
+    }
+    options.output.target().commit();
+    return exitCode;
+}
+
+} // namespace
+
+void addDigest(Program& program) {
+    auto options = std::make_shared<DigestOptions>();
+    Verb verb = program.add("digest", "Tell a number that all forms of a trace share");
+    options->inputs.addTo(verb);
+    options->output.addOptions(verb);
+    verb.footer("Example: qvx digest thread_4711.qvx small.qvx\n"
+                "Traces that tell the same have the same number, whatever their layout, form and padding: the SHA-256\n"
+                "of their packets in absolute form. Of a damaged trace it is that of what can be read.");
+    verb.runs([options] { return digest(*options); });
+}
+
+} // namespace qvx
