@@ -159,6 +159,10 @@ std::vector<EventField> EventComparison::fieldsOf(std::string_view event) {
     return fields;
 }
 
+CTraceNames& EventComparison::namesOf(Side side) {
+    return m_names->names[side];
+}
+
 const std::string& EventComparison::nameOf(Side side, const EventField& field) const {
     return m_names->of(side, field.refersTo, field.id);
 }

@@ -12,6 +12,8 @@
 
 namespace Quorvex {
 
+class CTraceNames;
+
 /// A field of an event, or the text behind it.
 struct EventField {
     std::string_view name;              ///< as in the layout of its kind; of the text, "Text"
@@ -50,6 +52,8 @@ public:
 
     /// The fields of an event in wire order, its text behind them.
     std::vector<EventField> fieldsOf(std::string_view event);
+    /// The names that a trace has given so far.
+    CTraceNames& namesOf(Side side);
     /// The name of what a field refers to in a trace; empty where it has none.
     const std::string& nameOf(Side side, const EventField& field) const;
 

@@ -84,9 +84,9 @@ END
 differ 1 one later --context 0 <<'END'
 --- one
 +++ later
-- event 3, offset 36: FunctionDefine tick 5 (0.005000000 s), core 1, thread 2, FuncId 0x00000007 main, Text "main"
-+ event 3, offset 36: FunctionDefine tick 50 (0.050000000 s), core 1, thread 2, FuncId 0x00000007 main, Text "main"
-  event 3 differs: Tick
+- event 3, offset 36: FunctionDefine tick 5 (0.005000000 s), core 1, thread 2, FuncId 0x00000007 main, text "main"
++ event 3, offset 36: FunctionDefine tick 50 (0.050000000 s), core 1, thread 2, FuncId 0x00000007 main, text "main"
+  event 3 differs: tick
 END
 # Several differences: each where it is, and the rest of the longer trace.
 several() { for i in 1 2 3 4 5 6 7 8 9 "$@"; do enter "$((10 * i))" "$i"; done; }
@@ -98,7 +98,7 @@ differ 1 ten other --context 1 <<'END'
   event 1, offset 0: FunctionEnter tick 10, core 1, thread 2, FuncId 0x00000001
 - event 2, offset 30: FunctionEnter tick 20, core 1, thread 2, FuncId 0x00000002
 + event 2, offset 30: FunctionEnter tick 21, core 1, thread 2, FuncId 0x00000002
-  event 2 differs: Tick
+  event 2 differs: tick
   event 3, offset 60: FunctionEnter tick 30, core 1, thread 2, FuncId 0x00000003
 END
 differ 1 ten other --context 1 --all <<'END'
@@ -107,7 +107,7 @@ differ 1 ten other --context 1 --all <<'END'
   event 1, offset 0: FunctionEnter tick 10, core 1, thread 2, FuncId 0x00000001
 - event 2, offset 30: FunctionEnter tick 20, core 1, thread 2, FuncId 0x00000002
 + event 2, offset 30: FunctionEnter tick 21, core 1, thread 2, FuncId 0x00000002
-  event 2 differs: Tick
+  event 2 differs: tick
   event 3, offset 60: FunctionEnter tick 30, core 1, thread 2, FuncId 0x00000003
 ...
   event 6, offset 150: FunctionEnter tick 60, core 1, thread 2, FuncId 0x00000006
@@ -119,12 +119,12 @@ differ 1 ten other --context 1 --all <<'END'
 + event 8, offset 210: FunctionEnter tick 90, core 1, thread 2, FuncId 0x00000009
 + event 9, offset 240: FunctionEnter tick 110, core 1, thread 2, FuncId 0x0000000b
 + event 10, offset 270: FunctionEnter tick 120, core 1, thread 2, FuncId 0x0000000c
-  event 7 differs: Tick, FuncId
+  event 7 differs: tick, FuncId
 2 differences
 END
 differ 1 more one --kind Function* --format json --context 1 <<'END'
-{"in": "both", "event": 3, "offset": 102, "offset2": 102, "kind": "FunctionEnter", "Tick": 6, "HWCtx": 1, "SWCtx": 2, "IP": null, "FuncId": 8}
-{"in": "first", "event": 4, "offset": 164, "kind": "FunctionEnter", "Tick": 8, "HWCtx": 1, "SWCtx": 2, "IP": null, "FuncId": 7, "FuncIdName": "main"}
+{"in": "both", "event": 3, "offset": 102, "offset2": 102, "kind": "FunctionEnter", "tick": 6, "core": 1, "thread": 2, "address": null, "time_ns": 6000000, "FuncId": 8}
+{"in": "first", "event": 4, "offset": 164, "kind": "FunctionEnter", "tick": 8, "core": 1, "thread": 2, "address": null, "time_ns": 8000000, "FuncId": 7, "name": "main"}
 {"ends": "second", "event": 3, "more": 1}
 END
 differ 1 one more --kind Function* --context 0 <<'END'
@@ -136,9 +136,9 @@ END
 differ 1 one renumbered --context 0 <<'END'
 --- one
 +++ renumbered
-- event 3, offset 36: FunctionDefine tick 5 (0.005000000 s), core 1, thread 2, FuncId 0x00000007 main, Text "main"
+- event 3, offset 36: FunctionDefine tick 5 (0.005000000 s), core 1, thread 2, FuncId 0x00000007 main, text "main"
 - event 4, offset 72: FunctionEnter tick 5 (0.005000000 s), core 1, thread 2, FuncId 0x00000007 main
-+ event 3, offset 36: FunctionDefine tick 5 (0.005000000 s), core 1, thread 2, FuncId 0x00000009 main, Text "main"
++ event 3, offset 36: FunctionDefine tick 5 (0.005000000 s), core 1, thread 2, FuncId 0x00000009 main, text "main"
 + event 4, offset 72: FunctionEnter tick 5 (0.005000000 s), core 1, thread 2, FuncId 0x00000009 main
   event 3 differs: FuncId
 END

@@ -1,6 +1,7 @@
 #include "Arguments.h"
 #include "Json.h"
 #include "Output.h"
+#include "PacketJson.h"
 #include "Print.h"
 #include "Selection.h"
 #include "TraceInput.h"
@@ -8,8 +9,8 @@
 #include "quorvex/analysis/EventComparison.h"
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/analysis/TraceEvents.h"
+#include "quorvex/analysis/TraceSpan.h"
 #include "quorvex/format/Digits.h"
-#include "quorvex/packets/TraceControlPackets.h"
 
 #include <fmt/format.h>
 
@@ -100,12 +101,12 @@ public:
     }
     const TraceInput& input() const { return m_input; }
     Side side() const { return m_side; }
+    const TraceSpan& span() const { return m_span; }
     /// A tick, and how long after the first one that is.
     std::string timeText(std::uint64_t tick) const {
-        const std::uint64_t frequency = m_clock.frequency();
-        if (frequency == 0 || m_first == kUnknown64 || tick < m_first)
+        if (m_span.frequency == 0 || m_span.first == kUnknown64 || tick < m_span.first)
             return std::to_string(tick);
-        const std::uint64_t nanoseconds = TimeBase::unitsOf(tick - m_first, frequency, 1'000'000'000);
+        const std::uint64_t nanoseconds = TimeBase::unitsOf(tick - m_span.first, m_span.frequency, 1'000'000'000);
         return fmt::format("{} ({}.{:09} s)", tick, nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000);
     }
 
@@ -114,10 +115,13 @@ private:
         while (m_read < m_selection.limit() && m_events.next()) {
             const CTraceCursor& packet = m_events.packet();
             m_comparison.note(m_side, m_events.bytes());
-            if (packet.TraceCode() == Timestamp)
-                m_clock.note(*PacketPointer(packet.packet()));
-            if (m_first == kUnknown64)
-                m_first = packet.tick();
+            if (packet.TraceCode() == Timestamp && m_span.frequency == 0) {
+                TimeBase clock;
+                clock.note(*PacketPointer(packet.packet()));
+                m_span.frequency = clock.frequency();
+            }
+            if (m_span.first == kUnknown64)
+                m_span.first = packet.tick();
             if (m_selection.takes(0, packet)) {
                 m_bytes = m_events.bytes();
                 m_number = ++m_read;
@@ -133,9 +137,8 @@ private:
     Side m_side;
     TraceInput m_input;
     TraceEvents m_events;
-    TimeBase m_clock;
-    std::uint64_t m_first = kUnknown64; ///< tick
-    std::uint64_t m_read = 0;           ///< events
+    TraceSpan m_span;         ///< but for its end
+    std::uint64_t m_read = 0; ///< events
     // The present event.
     std::string_view m_bytes;
     std::uint64_t m_number = 0;
@@ -161,6 +164,15 @@ std::optional<std::uint64_t> numberIn(const EventField& field) {
 bool isUnknown(const EventField& field) {
     return field.bytes.size() >= 4 && factsOf(field.meaning).canBeUnknown &&
            field.bytes.find_first_not_of('\xff') == std::string::npos;
+}
+
+/// What a field is called here.
+std::string_view wordFor(std::string_view field) {
+    constexpr std::pair<std::string_view, std::string_view> kWords[] = {
+        {"Tick", "tick"},  {"Timestamp", "tick"}, {"HWCtx", "core"}, {"SWCtx", "thread"},
+        {"IP", "address"}, {"Text", "text"},      {"Kind", "kind"}};
+    const auto* row = std::ranges::find(kWords, field, &std::pair<std::string_view, std::string_view>::first);
+    return row == std::end(kWords) ? field : row->second;
 }
 
 bool isHexadecimal(const EventField& field) {
@@ -250,8 +262,9 @@ private:
     /// Shows the events of both up to where they are the same again; whether that is found.
     bool showDifference(std::ostream& out) {
         const std::uint64_t number = m_first.number();
-        std::string fields =
-            fmt::to_string(fmt::join(m_comparison.differences(m_first.bytes(), m_second.bytes()), ", "));
+        std::string fields;
+        for (const std::string_view field : m_comparison.differences(m_first.bytes(), m_second.bytes()))
+            fields.append(fields.empty() ? "" : ", ").append(wordFor(field));
         Events first = m_first.takeAhead(), second = m_second.takeAhead();
         const auto meeting = meetingOf(first, second);
         const auto most = static_cast<std::size_t>(
@@ -322,9 +335,6 @@ private:
     /// Shows an event of one trace, or with its offset in the second of both.
     void show(std::ostream& out, const Trace& trace, const Kept& event, const std::string& differences = {},
               std::optional<std::uint64_t> secondOffset = std::nullopt) {
-        const auto code = tagTCode(static_cast<unsigned char>(event.bytes[0]));
-        const std::string kind = CTCodeInfo::TCodeToName(code);
-        const std::vector<EventField> fields = m_comparison.fieldsOf(event.bytes);
         if (!isText()) {
             JsonLine line;
             line.add("in", secondOffset ? "both" : kSideWords[trace.side()])
@@ -332,9 +342,10 @@ private:
                 .add("offset", event.offset);
             if (secondOffset)
                 line.add("offset2", *secondOffset);
-            line.add("kind", kind);
-            for (const EventField& field : fields)
-                addTo(line, trace, field);
+            CTraceCursor cursor(event.bytes);
+            cursor.next();
+            addPacket(line, *PacketPointer(cursor.packet()), cursor.tick(), trace.span(),
+                      m_comparison.namesOf(trace.side()));
             if (!differences.empty())
                 line.add("differs", differences);
             out << line.text();
@@ -346,9 +357,10 @@ private:
                    secondOffset                  ? ' '
                    : trace.side() == Side::First ? '-'
                                                  : '+',
-                   event.number, event.offset, second, kind);
+                   event.number, event.offset, second,
+                   CTCodeInfo::TCodeToName(tagTCode(static_cast<unsigned char>(event.bytes[0]))));
         const char* between = " ";
-        for (const EventField& field : fields) {
+        for (const EventField& field : m_comparison.fieldsOf(event.bytes)) {
             if (isUnknown(field) || (holdsText(field) && field.bytes.empty()))
                 continue;
             qvx::print(out, "{}{}", between, wordsFor(trace, field));
@@ -359,13 +371,7 @@ private:
 
     /// A field with what it is called.
     std::string wordsFor(const Trace& trace, const EventField& field) const {
-        constexpr std::pair<std::string_view, std::string_view> kWords[] = {
-            {"Tick", "tick"}, {"Timestamp", "tick"}, {"HWCtx", "core"}, {"SWCtx", "thread"}};
-        std::string words(field.name);
-        for (const auto& [name, word] : kWords) {
-            if (name == field.name)
-                words = word;
-        }
+        std::string words(wordFor(field.name));
         words += ' ';
         const std::optional<std::uint64_t> number = numberIn(field);
         if (holdsText(field))
@@ -379,20 +385,6 @@ private:
         if (const std::string& name = m_comparison.nameOf(trace.side(), field); !name.empty())
             words += " " + shown(name);
         return words;
-    }
-
-    void addTo(JsonLine& line, const Trace& trace, const EventField& field) const {
-        const std::optional<std::uint64_t> number = numberIn(field);
-        if (isUnknown(field))
-            line.addUnknown(field.name);
-        else if (holdsText(field))
-            line.add(field.name, field.bytes);
-        else if (number)
-            line.add(field.name, *number);
-        else
-            line.add(field.name, hexOf(field));
-        if (const std::string& name = m_comparison.nameOf(trace.side(), field); !name.empty())
-            line.add(std::string(field.name) + "Name", name);
     }
 
     DiffOptions& m_options;

@@ -70,17 +70,13 @@ void PacketJson::pass(std::size_t file, const CPacket& packet, std::uint64_t) {
     m_names.note(packet, static_cast<unsigned>(file));
 }
 
-std::string PacketJson::line(const Timeline& from, const CPacket& packet, const TraceSpan& span) {
-    const auto process = static_cast<unsigned>(from.file());
-    m_names.note(packet, process);
-    JsonLine line;
-    if (m_files.size() > 1)
-        line.add("file", m_files[from.file()]);
-    line.add("offset", from.offset()).add("kind", CTCodeInfo::TCodeToName(packet.TraceCode()));
-    if (from.tick() == kUnknown64)
+void addPacket(JsonLine& line, const CPacket& packet, std::uint64_t tick, const TraceSpan& span, CTraceNames& names,
+               unsigned process) {
+    line.add("kind", CTCodeInfo::TCodeToName(packet.TraceCode()));
+    if (tick == kUnknown64)
         line.addUnknown("tick");
     else
-        line.add("tick", from.tick());
+        line.add("tick", tick);
     for (const Common& common : kCommon) {
         if (!common.name)
             continue;
@@ -94,7 +90,7 @@ std::string PacketJson::line(const Timeline& from, const CPacket& packet, const 
         if (!isThere)
             line.addUnknown(common.name);
     }
-    addTime(line, from.tick(), span);
+    addTime(line, tick, span);
     std::optional<std::vector<std::uint64_t>> repeated;
     eachNumber(packet, [&](const NumberField& field) {
         for (const Common& common : kCommon) {
@@ -112,12 +108,22 @@ std::string PacketJson::line(const Timeline& from, const CPacket& packet, const 
     if (repeated)
         line.add(kRepeated, *repeated);
     if (const auto subject = subjectOf(packet); subject && subject->sort != TextSort::None) {
-        const std::string& name = m_names.name(subject->sort, m_names.numberOf(subject->sort, subject->id, process));
+        const std::string& name = names.name(subject->sort, names.numberOf(subject->sort, subject->id, process));
         if (!name.empty())
             line.add("name", name);
     }
     if (const std::string_view text = wholeTextOf(packet); !text.empty())
         line.add("text", text);
+}
+
+std::string PacketJson::line(const Timeline& from, const CPacket& packet, const TraceSpan& span) {
+    const auto process = static_cast<unsigned>(from.file());
+    m_names.note(packet, process);
+    JsonLine line;
+    if (m_files.size() > 1)
+        line.add("file", m_files[from.file()]);
+    line.add("offset", from.offset());
+    addPacket(line, packet, from.tick(), span, m_names, process);
     return line.text();
 }
 

@@ -11,6 +11,12 @@
 
 namespace qvx {
 
+class JsonLine;
+
+/// Adds what a packet in absolute form tells, with the names that a process has given.
+void addPacket(JsonLine& line, const Quorvex::CPacket& packet, std::uint64_t tick, const Quorvex::TraceSpan& span,
+               Quorvex::CTraceNames& names, unsigned process = 0);
+
 /// Packets as objects of the machine interface.
 class PacketJson : public Timeline::Onlooker {
 public:
