@@ -2,52 +2,22 @@
 
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/analysis/TraceNames.h"
-#include "quorvex/packets/SoftwareObjectPackets.h"
-#include "quorvex/packets/TraceControlPackets.h"
-#include "tests/support/RandomPackets.h"
+#include "tests/support/TraceSteps.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 #include <sstream>
 
 namespace Quorvex::test {
 namespace {
 
-/// A step of a trace: "+5 100 2" enters function 5 at tick 100 in thread 2, "-5 100 2" leaves it; "?" is a thread that
-/// is not known. "=5 name" gives a name, "@1000" tells the frequency.
-std::string traceOf(const std::string& steps) {
-    std::istringstream in(steps);
-    std::string trace, word;
-    while (in >> word) {
-        const auto id = static_cast<std::uint32_t>(std::stoull(word.substr(1)));
-        if (word[0] == '@') {
-            CTimestamp timestamp(0, std::uint64_t{id});
-            trace += wireOf(timestamp);
-            continue;
-        }
-        std::string tick, thread;
-        if (word[0] == '=') {
-            in >> tick;
-            CFunctionDefine define(CCoreContext(0, 1, 2, kUnknown64), id, tick.c_str());
-            trace += wireOf(define);
-            continue;
-        }
-        in >> tick >> thread;
-        const CCoreContext context(std::stoull(tick), 1,
-                                   thread == "?" ? ~0U : static_cast<unsigned>(std::stoul(thread)), kUnknown64);
-        CFunctionEnter enter(context, id);
-        CFunctionLeave leave(context, id);
-        trace += word[0] == '+' ? wireOf(enter) : wireOf(leave);
-    }
-    return trace;
-}
-
 /// For each row "thread/function calls total self", with those that are unfinished behind a plus.
 std::string timesIn(CallTimes& times, const std::vector<std::string>& traces, CTraceNames& names) {
     for (std::size_t process = 0; process < traces.size(); ++process) {
-        std::istringstream stream(traceOf(traces[process]));
+        std::istringstream stream(traceOfSteps(traces[process]));
         TraceFile file("trace", &stream);
         times.read(file, names, static_cast<std::uint32_t>(process));
     }

@@ -1,0 +1,201 @@
+#include "quorvex/analysis/CallTree.h"
+
+#include "quorvex/analysis/CallWalk.h"
+
+#include <algorithm>
+#include <deque>
+#include <map>
+#include <tuple>
+#include <utility>
+
+namespace Quorvex {
+
+namespace {
+
+/// What stands for a thread, or for all of them, is no function.
+constexpr std::uint64_t kNone = CallTree::kOther - 1;
+
+struct Nothing {};
+
+} // namespace
+
+/// The end of a path.
+struct CallTree::Node {
+    using Threads = std::map<std::pair<std::uint32_t, std::uint32_t>, Node*>; ///< by process and number
+
+    std::uint64_t function;
+    Node* caller; ///< null for a thread
+    const Threads::value_type* thread;
+    std::uint32_t index;  ///< among all; greater than that of the caller
+    Node* last = nullptr; ///< where the last call from here led
+    std::uint64_t calls = 0, unfinished = 0, total = 0, self = 0;
+
+    /// Whether nothing but its function is known of it.
+    bool isFlat() const { return caller && caller->function == kOther; }
+    void add(std::uint64_t moreCalls, std::uint64_t moreUnfinished, std::uint64_t moreTotal, std::uint64_t moreSelf) {
+        calls += moreCalls;
+        unfinished += moreUnfinished;
+        total += isFlat() ? moreSelf : moreTotal;
+        self += moreSelf;
+    }
+};
+
+/// All paths.
+struct CallTree::Paths {
+    explicit Paths(std::size_t most) : mostPaths(most) {}
+
+    Node& threadOf(const Node::Threads::key_type& place) {
+        const auto [at, isNew] = threads.try_emplace(place);
+        if (isNew)
+            at->second = &add(kNone, nullptr, &*at);
+        return *at->second;
+    }
+    /// Where a path leads to when a function is called at its end.
+    Node& called(Node& by, std::uint64_t function) {
+        Node& from = by.isFlat() ? *by.caller : by;
+        if (!from.last || from.last->function != function) {
+            Node** const known = byCaller.find({from.index, function});
+            if (known)
+                from.last = *known;
+            else if (nodes.size() >= mostPaths && from.function != kOther && function != kOther)
+                from.last = &called(called(*from.thread->second, kOther), function);
+            else
+                from.last = byCaller[{from.index, function}] = &add(function, &from, from.thread);
+        }
+        return *from.last;
+    }
+
+    struct Key {
+        std::uint32_t caller;
+        std::uint64_t function;
+        std::uint64_t hash() const { return std::uint64_t{caller} << 32 ^ function; }
+        bool operator==(const Key&) const = default;
+    };
+
+    std::size_t mostPaths;
+    std::deque<Node> nodes;
+    Node::Threads threads;
+    Directory<Key, Node*> byCaller;
+
+private:
+    Node& add(std::uint64_t function, Node* caller, const Node::Threads::value_type* thread) {
+        nodes.push_back({function, caller, thread, static_cast<std::uint32_t>(nodes.size())});
+        return nodes.back();
+    }
+};
+
+/// One trace while it is read.
+struct CallTree::Reading : CallWalk<CallTree::Reading, CallTree::Node*, Nothing> {
+    Reading(CallTree& tree, CTraceNames& names, std::uint32_t process)
+        : CallWalk(tree, tree.m_window, names, process), to(tree) {}
+
+    Node* enter(Thread& thread, std::uint32_t id) {
+        const std::uint64_t function = names().numberOf(TextSort::Function, id, process());
+        if (!thread.calls.empty())
+            return &to.m_paths->called(*thread.calls.back().mark, function);
+        Node& begin = to.m_byThread ? to.m_paths->threadOf({process(), thread.number}) : to.m_paths->threadOf({0, 0});
+        return &to.m_paths->called(begin, function);
+    }
+    void leave(const Node*) {}
+    void count(Node* node, const CallTime& time) { node->add(1, !time.isLeft, time.duration, time.self); }
+
+    CallTree& to;
+};
+
+CallTree::CallTree(bool byThread, TickWindow window, std::size_t mostPaths)
+    : m_byThread(byThread), m_window(window), m_paths(platform::makeOwned<Paths>(mostPaths)) {}
+
+CallTree::~CallTree() = default;
+
+void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process, TakesCall* takes, const void* by) {
+    Reading(*this, names, process).read(trace, [takes, by](const CTraceCursor& packet) {
+        const tagTCode code = packet.TraceCode();
+        const bool isOfCall =
+            code == FunctionEnter || code == FunctionLeave || code == RelFunctionEnter || code == RelFunctionLeave;
+        return !isOfCall || takes(by, packet);
+    });
+}
+
+void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process) {
+    Reading(*this, names, process).read(trace, [](const CTraceCursor&) { return true; });
+}
+
+void CallTree::beginWith(TakesFunction* takes, const void* by) {
+    const platform::Owned<Paths> old(std::exchange(m_paths, platform::makeOwned<Paths>(m_paths->mostPaths)));
+    std::vector<Node*> newOnes; // by the index of the old; null for what is left out
+    newOnes.reserve(old->nodes.size());
+    for (const Node& node : old->nodes) {
+        Node* caller = node.caller ? newOnes[node.caller->index] : nullptr;
+        if (!caller && node.function < kNone && takes(by, node.function))
+            caller = &m_paths->threadOf(node.thread->first);
+        newOnes.push_back(caller ? &m_paths->called(*caller, node.function) : nullptr);
+        if (newOnes.back())
+            newOnes.back()->add(node.calls, node.unfinished, node.total, node.self);
+    }
+}
+
+void CallTree::turnTo(TakesFunction* takes, const void* by) {
+    const platform::Owned<Paths> old(std::exchange(m_paths, platform::makeOwned<Paths>(m_paths->mostPaths)));
+    std::vector<bool> isWithin; // by the index: it or what calls it is taken
+    isWithin.reserve(old->nodes.size());
+    for (const Node& node : old->nodes) {
+        const bool isInside = node.caller && isWithin[node.caller->index];
+        const bool isTaken = node.function < kNone && takes(by, node.function);
+        isWithin.push_back(isInside || isTaken);
+        if (!isTaken || node.calls == 0)
+            continue;
+        const std::uint64_t time = isInside ? 0 : node.total;
+        Node* to = &m_paths->threadOf(node.thread->first);
+        for (const Node* at = &node; at->function != kNone; at = at->caller) {
+            to = &m_paths->called(*to, at->function);
+            to->add(node.calls, node.unfinished, time, at->caller->caller ? 0 : time);
+        }
+    }
+}
+
+std::vector<CallPath> CallTree::paths() const {
+    // The last ones first, so that what is called comes before its caller.
+    struct Known {
+        std::uint64_t total = 0;
+        bool hasCalls = false;
+        std::vector<const Node*> called{};
+    };
+    const std::deque<Node>& nodes = m_paths->nodes;
+    std::vector<Known> known(nodes.size());
+    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
+        Known& its = known[node->index];
+        its.total += node->total; // of kOther, what has been added from those behind
+        its.hasCalls = its.hasCalls || node->calls > 0;
+        if (!its.hasCalls)
+            continue;
+        std::ranges::sort(its.called, [&known](const Node* one, const Node* other) {
+            return std::tuple(known[other->index].total, one->function) <
+                   std::tuple(known[one->index].total, other->function);
+        });
+        if (node->caller) {
+            Known& caller = known[node->caller->index];
+            caller.hasCalls = true;
+            if (node->caller->function == kOther)
+                caller.total += node->total;
+            caller.called.push_back(&*node);
+        }
+    }
+    std::vector<CallPath> paths;
+    std::vector<std::pair<const Node*, std::uint32_t>> waiting; // with their depths, the next one last
+    for (const auto& [thread, root] : m_paths->threads) {
+        waiting.emplace_back(root, 0);
+        while (!waiting.empty()) {
+            const auto [node, depth] = waiting.back();
+            waiting.pop_back();
+            const Known& its = known[node->index];
+            if (node != root)
+                paths.push_back({node->function, thread.second, thread.first, depth - 1, node->calls, node->unfinished,
+                                 its.total, node->self});
+            for (auto next = its.called.rbegin(); next != its.called.rend(); ++next)
+                waiting.emplace_back(*next, depth + 1);
+        }
+    }
+    return paths;
+}
+
+} // namespace Quorvex
