@@ -112,7 +112,7 @@ void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process,
         const tagTCode code = packet.TraceCode();
         const bool isOfCall =
             code == FunctionEnter || code == FunctionLeave || code == RelFunctionEnter || code == RelFunctionLeave;
-        return !isOfCall || takes(by, packet);
+        return takes(by, packet) || !isOfCall;
     });
 }
 

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace qvx {
 
 namespace {
@@ -81,6 +83,15 @@ JsonLine& JsonLine::addSigned(std::string_view name, std::int64_t number) {
     begin(name);
     const bool isExact = number >= -static_cast<std::int64_t>(kMostExact);
     m_text += isExact ? fmt::format("{}", number) : fmt::format("\"{}\"", number);
+    return *this;
+}
+
+JsonLine& JsonLine::add(std::string_view name, const std::vector<std::string>& texts) {
+    begin(name);
+    const char* before = "[";
+    for (const std::string& text : texts)
+        m_text += std::exchange(before, ", ") + quoted(text);
+    m_text += texts.empty() ? "[]" : "]";
     return *this;
 }
 

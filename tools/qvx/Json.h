@@ -17,6 +17,7 @@ public:
     JsonLine& add(std::string_view name, const std::vector<std::uint64_t>& numbers);
     JsonLine& add(std::string_view name, const JsonLine& object); ///< one within this one
     JsonLine& addTruth(std::string_view name, bool isTrue);
+    JsonLine& add(std::string_view name, const std::vector<std::string>& texts);
     JsonLine& addUnknown(std::string_view name);
     /// A number that may be negative.
     JsonLine& addSigned(std::string_view name, std::int64_t number);

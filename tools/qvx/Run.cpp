@@ -43,6 +43,7 @@ int run(std::vector<std::string> arguments) {
     addDigest(program);
     addConvert(program);
     addStats(program);
+    addGraph(program);
     addExport(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");

@@ -43,6 +43,7 @@ void addConvert(Program& program);
 void addDiff(Program& program);
 void addDigest(Program& program);
 void addStats(Program& program);
+void addGraph(Program& program);
 void addExport(Program& program);
 
 } // namespace qvx
