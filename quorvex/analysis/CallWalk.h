@@ -21,6 +21,11 @@ struct CallTime {
     bool isLeft;            ///< by a leave of its own
 };
 
+/// The packet as an object. What is walked through besides has one of these too.
+inline PacketPointer objectOf(const CTraceCursor& packet) {
+    return PacketPointer(packet.packet());
+}
+
 /// The calls in one trace, out of the packets that enter and leave functions, while it is read: it knows the threads,
 /// what is open in them, and what a leave ends. `Calls` derives from it and makes something of the calls:
 ///
@@ -50,7 +55,7 @@ public:
         finish();
     }
 
-    /// Looks at the next packet: a CTraceCursor, or what hands out packets as it does.
+    /// Looks at the next packet: a CTraceCursor, or what has TraceCode() and as() as that has, and objectOf().
     template <class Packet> void look(const Packet& packet) {
         switch (packet.TraceCode()) {
         case FunctionEnter:
@@ -62,12 +67,12 @@ public:
             leave(*packet.template as<CFunctionLeave>());
             break;
         case Timestamp:
-            if (!m_clock.note(*PacketPointer(packet.packet())))
+            if (!m_clock.note(*objectOf(packet)))
                 m_summary.m_clocksDiffer = true;
             break;
         default:
             if (factsOf(packet.TraceCode()).role == Role::Definition)
-                define(*PacketPointer(packet.packet()));
+                define(*objectOf(packet));
         }
     }
 
@@ -101,6 +106,7 @@ protected:
     };
 
     CTraceNames& names() { return m_names; }
+    const TimeBase& clock() const { return m_clock; }
     std::uint32_t process() const { return m_process; }
     /// Changes with each definition, by which an identifier may be another function.
     std::uint64_t namesGiven() const { return m_namesGiven; }

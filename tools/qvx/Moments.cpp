@@ -1,8 +1,5 @@
 #include "Moments.h"
 
-#include "quorvex/analysis/TimeBase.h"
-
-#include <charconv>
 #include <limits>
 
 namespace qvx {
@@ -11,64 +8,7 @@ namespace {
 
 constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
 
-struct Unit {
-    std::string_view name;
-    std::uint64_t picoseconds;
-};
-constexpr Unit kUnits[] = {{"ns", 1'000}, {"us", 1'000'000}, {"ms", 1'000'000'000}, {"s", 1'000'000'000'000}};
-
-/// A number that a text begins with, taken off it.
-std::optional<std::uint64_t> takeNumber(std::string_view& text, int base = 10) {
-    std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    if (error != std::errc())
-        return std::nullopt;
-    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-    return number;
-}
-
 } // namespace
-
-std::optional<Duration> Duration::of(std::string_view text) {
-    Duration duration;
-    if (text.starts_with("0x")) {
-        text.remove_prefix(2);
-        const auto ticks = takeNumber(text, 16);
-        duration.m_amount = ticks.value_or(0);
-        return ticks && text.empty() ? std::optional(duration) : std::nullopt;
-    }
-    const auto whole = takeNumber(text);
-    if (!whole)
-        return std::nullopt;
-    duration.m_amount = *whole;
-    if (text.empty())
-        return duration;
-    std::string_view digits;
-    if (text[0] == '.') {
-        text.remove_prefix(1);
-        digits = text.substr(0, std::min(text.find_first_not_of("0123456789"), text.size()));
-        text.remove_prefix(digits.size());
-        if (digits.empty())
-            return std::nullopt;
-    }
-    for (const auto& [name, picoseconds] : kUnits) {
-        if (text != name)
-            continue;
-        if (*whole > kMost / picoseconds - 1)
-            return std::nullopt;
-        duration.m_amount = *whole * picoseconds;
-        std::uint64_t place = picoseconds; // what is below a picosecond does not count
-        for (const char digit : digits)
-            duration.m_amount += static_cast<std::uint64_t>(digit - '0') * (place /= 10);
-        duration.m_hasUnit = true;
-        return duration;
-    }
-    return std::nullopt;
-}
-
-std::uint64_t Duration::ticks(std::uint64_t frequency) const {
-    return m_hasUnit ? Quorvex::TimeBase::ticksOf(m_amount, frequency) : m_amount;
-}
 
 std::optional<Moment> Moment::of(std::string_view text) {
     Moment moment;

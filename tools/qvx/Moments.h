@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quorvex/analysis/TimeLength.h"
 #include "quorvex/analysis/TraceSpan.h"
 
 #include <cstdint>
@@ -9,22 +10,7 @@
 
 namespace qvx {
 
-/// A length of time as users tell it: `12` ticks, or with a unit, `1.5s`, `3ms`, `10us`, `20ns`.
-class Duration {
-public:
-    Duration() = default;
-    /// None where the text is none, or longer than 200 days.
-    static std::optional<Duration> of(std::string_view text);
-
-    bool isTicks() const { return !m_hasUnit; }
-    /// In ticks of a clock, rounded down; all ones where that is more than 64 bits hold. With a unit, the frequency
-    /// must be known.
-    std::uint64_t ticks(std::uint64_t frequency) const;
-
-private:
-    std::uint64_t m_amount = 0; ///< ticks, or picoseconds
-    bool m_hasUnit = false;
-};
+using Duration = Quorvex::TimeLength;
 
 /// A moment of traces as users tell it: `12` is that tick; `1.5s`, or `+12` ticks, are since the first tick; with `-`
 /// in front, before the last one.

@@ -44,6 +44,7 @@ int run(std::vector<std::string> arguments) {
     addConvert(program);
     addStats(program);
     addGraph(program);
+    addAssert(program);
     addExport(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");

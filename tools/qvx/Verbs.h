@@ -44,6 +44,7 @@ void addDiff(Program& program);
 void addDigest(Program& program);
 void addStats(Program& program);
 void addGraph(Program& program);
+void addAssert(Program& program);
 void addExport(Program& program);
 
 } // namespace qvx

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quorvex/format/Glob.h"
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,7 +12,6 @@ namespace qvx {
 /// where none is near.
 std::string didYouMean(std::string_view word, const std::vector<std::string>& known);
 
-/// Whether a text is as a pattern says: * stands for any characters, ? for one, and others for themselves.
-bool matches(std::string_view pattern, std::string_view text);
+using Quorvex::matches;
 
 } // namespace qvx
