@@ -51,7 +51,7 @@ public:
     /// Reads a trace to its end and adds what it tells: the names it gives, as those of a process, to `names`. Ticks
     /// are taken as they are. Throws what TraceFile throws; what had been read before that is added.
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
-    /// The same, by those packets that `takes(cursor)` takes.
+    /// The same, by those packets of calls that `takes(cursor)` takes; it is asked about every packet.
     template <class Takes> void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, const Takes& takes) {
         read(
             trace, names, process,

@@ -108,12 +108,7 @@ CallTree::CallTree(bool byThread, TickWindow window, std::size_t mostPaths)
 CallTree::~CallTree() = default;
 
 void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process, TakesCall* takes, const void* by) {
-    Reading(*this, names, process).read(trace, [takes, by](const CTraceCursor& packet) {
-        const tagTCode code = packet.TraceCode();
-        const bool isOfCall =
-            code == FunctionEnter || code == FunctionLeave || code == RelFunctionEnter || code == RelFunctionLeave;
-        return takes(by, packet) || !isOfCall;
-    });
+    Reading(*this, names, process).read(trace, [takes, by](const CTraceCursor& packet) { return takes(by, packet); });
 }
 
 void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process) {

@@ -40,13 +40,14 @@ public:
     CallWalk(CallSummary& summary, TickWindow window, CTraceNames& names, std::uint32_t process)
         : m_summary(summary), m_window(window), m_names(names), m_process(process) {}
 
-    /// Reads a trace to its end, with those function packets that `takes` takes. Throws what TraceFile throws; what had
-    /// been read before that is added.
+    /// Reads a trace to its end, with those packets of calls that `takes` takes, and all others. Throws what TraceFile
+    /// throws; what had been read before that is added.
     template <class Takes> void read(TraceFile& trace, const Takes& takes) {
         try {
             while (trace.advance()) {
-                if (takes(trace.cursor()))
-                    look(trace.cursor());
+                const CTraceCursor& packet = trace.cursor();
+                if (takes(packet) || !isOfCall(packet.TraceCode()))
+                    look(packet);
             }
         } catch (...) {
             finish();
@@ -114,6 +115,9 @@ protected:
     const Thread& lastThread() const { return *m_last; }
 
 private:
+    static bool isOfCall(tagTCode code) {
+        return code == FunctionEnter || code == FunctionLeave || code == RelFunctionEnter || code == RelFunctionLeave;
+    }
     Calls& calls() { return static_cast<Calls&>(*this); }
 
     void define(const CPacket& packet) {

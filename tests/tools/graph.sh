@@ -7,7 +7,7 @@ wordcount=$2
 
 # agrees TRACES...: calls and self time of each function are the same in all forms.
 agrees() {
-    run 0 stats --limit 0 --format csv "$@" -f -o told
+    run 0 stats --format csv "$@" -f -o told
     awk -F, 'NR > 1 { print $1, $3, $5 }' told | sort >expected
     for by in all thread; do
         run 0 graph --format json --by $by "$@" -f -o paths

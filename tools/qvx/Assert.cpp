@@ -230,7 +230,7 @@ ExitCode assertRules(AssertOptions& options) {
     assertion.addAllRules();
     std::vector<std::string> read = assertion.files();
     read.insert(read.end(), options.rulesFiles.begin(), options.rulesFiles.end());
-    options.output.check(read);
+    options.output.checkForPeople(read);
     std::ostream& out = options.output.target().open();
     const ExitCode loss = assertion.read();
     const bool allHold = assertion.print(out);
@@ -251,7 +251,7 @@ void addAssert(Program& program) {
     verb.choice("--format", options->format,
                 {{"text", AssertFormat::Text}, {"json", AssertFormat::JSON}, {"junit", AssertFormat::JUnit}},
                 "text (default), json: a rule or a finding a line, junit: XML for build servers");
-    options->output.addOptions(verb);
+    options->output.addOptionsForPeople(verb);
     verb.footer("Examples: qvx assert traces/*.qvx ci.rules\n"
                 "          qvx assert trace.qvx --rule 'function \"parse*\" never longer than 5ms'\n"
                 "Rules, one a line, # begins a comment:\n"

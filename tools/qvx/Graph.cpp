@@ -63,11 +63,11 @@ public:
         ExitCode exitCode = Done;
         for (std::uint32_t file = 0; file < m_files.size(); ++file) {
             TraceInput input(m_files[file]);
-            if (m_options.place.takesAll())
+            if (!m_options.place.asksPlace())
                 m_tree.read(input, m_names, file);
             else
                 m_tree.read(input, m_names, file,
-                            [&](const CTraceCursor& packet) { return m_options.place.takes(file, packet); });
+                            [&](const CTraceCursor& packet) { return m_options.place.takesPlaceOf(file, packet); });
             if (const ExitCode damage = input.reportDamage(); damage != Done)
                 exitCode = damage;
         }
@@ -250,7 +250,7 @@ double percentOf(const std::string& text) {
 ExitCode graph(GraphOptions& options) {
     const double least = percentOf(options.least);
     const std::vector<std::string> files = options.inputs.files();
-    options.output.check(files);
+    options.output.checkForPeople(files);
     options.time.begin(files);
     options.place.begin(files);
     constexpr std::uint64_t kEnd = std::numeric_limits<std::uint64_t>::max();
@@ -284,7 +284,7 @@ void addGraph(Program& program) {
         .excludes(folded);
     options->time.addTo(verb, Selection::Time);
     options->place.addTo(verb, Selection::Place);
-    options->output.addOptions(verb);
+    options->output.addOptionsForPeople(verb);
     verb.footer(
         "Examples: qvx graph --min 1 traces\n"
         "          qvx graph --folded traces -o run.folded\n"
