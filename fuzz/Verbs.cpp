@@ -5,6 +5,7 @@
 
 #include "fuzz/Targets.h"
 #include "fuzz/Traces.h"
+#include "quorvex/analysis/TraceRules.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <string>
@@ -13,6 +14,12 @@
 namespace Quorvex::fuzz {
 
 namespace {
+
+constexpr char kRules[] =
+    "function \"*\" never longer than 5ms\nfunction \"f*\" called at most 3 times\n"
+    "depth never above 2\nevent \"*\" after event \"*\" within 10\nevent \"*\" before event \"*\"\n"
+    "counter \"*\" between -1.5 and 100\nmessage \"*e*\" never\ncore gap never longer than 1us\n"
+    "thread gap never longer than 10\nno gap\nno loss";
 
 int run(std::vector<std::string> arguments) {
     const int exitCode = qvx::run(arguments);
@@ -33,6 +40,9 @@ void verbs(const std::string& data) {
     run({"stats", in, "-f", "-o", out, "--by", "thread", "--format", "json"});
     if (run({"digest", in, "-f", "-o", out}) != 1)
         require(run({"diff", in, in, "-f", "-o", out}) != 1, "a trace tells what it tells");
+    run({"graph", in, "-f", "-o", out, "--by", "thread", "--folded", "--depth", "20"});
+    run({"assert", in, "-f", "-o", out, "--format", "junit", "--rule", kRules});
+    TraceRules().add(data, "any text");
     for (const char* format : {"plain", "html", "latex", "verbose"})
         run({"dump", in, "-f", "-o", out, "--format", format});
     for (const char* form : {"", "--absolute", "--relative"}) {
