@@ -46,7 +46,8 @@ public:
     /// the rest packet by packet. The contexts are those at `from`, the frame the one that is open there. False where
     /// the piece refuses something.
     bool copyTo(TracePiece& piece, std::uint64_t from, std::uint64_t to, const CContexts& contexts, TraceFrame frame);
-    /// What copyTo() has stepped over in what it has put packet by packet, and bytes of a packet that is cut at the end.
+    /// What copyTo() has stepped over in what it has put packet by packet, and bytes of a packet that is cut at the
+    /// end.
     const TraceDamage& damage() const { return m_damage; }
     /// Where copyTo() has come to, if a packet has been refused.
     std::uint64_t stoppedAt() const { return m_stoppedAt; }

@@ -103,8 +103,8 @@ bool TracePiece::put(std::string_view packet) {
         return false;
     if (!write(packet))
         return false;
-    m_textMayFollow = isFollowedByText(code) && !factsOf(code).countsText(length) &&
-                      packet.size() == CPacketHeader::Len() + length;
+    m_textMayFollow =
+        isFollowedByText(code) && !factsOf(code).countsText(length) && packet.size() == CPacketHeader::Len() + length;
     if (factsOf(code).standsAlone)
         return true;
     m_contexts.note(code, packet.data() + CPacketHeader::Len(), length);

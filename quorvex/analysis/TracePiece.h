@@ -35,15 +35,15 @@ public:
     TracePiece& operator=(const TracePiece&) = delete;
     virtual ~TracePiece();
 
-    bool good() const { return m_isGood; }               ///< the target has taken all so far
-    bool isPaged() const { return m_isPaged; }           ///< it is written in pages
-    bool isInFrame() const { return m_isInFrame; }       ///< a frame has begun and not ended
+    bool good() const { return m_isGood; }                   ///< the target has taken all so far
+    bool isPaged() const { return m_isPaged; }               ///< it is written in pages
+    bool isInFrame() const { return m_isInFrame; }           ///< a frame has begun and not ended
     const CContexts& contexts() const { return m_contexts; } ///< what relative packets are relative to here
     std::uint64_t position() const { return m_handedOver + m_block.size(); } ///< bytes so far
 
     /// Begins a frame as that one, if it is open, with its length unknown.
     bool beginFrame(const TraceFrame& frame);
-    bool put(const TraceState& state); ///< its packets, and then its contexts by sync packets
+    bool put(const TraceState& state);   ///< its packets, and then its contexts by sync packets
     bool put(const CContexts& contexts); ///< those that are known, by sync packets
     /// A packet as the cursor shows it, unless it is left out.
     bool put(const CTraceCursor& packet);

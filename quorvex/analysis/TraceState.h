@@ -14,12 +14,12 @@ class CTraceCursor;
 
 /// The frame of a trace that is open at a place in it.
 struct TraceFrame {
-    bool isTold = false;              ///< a packet before the place begins or ends a frame
-    bool isOpen = false;              ///< the last of them begins one
-    std::uint64_t offset = 0;         ///< of its TraceEnabled packet
+    bool isTold = false;               ///< a packet before the place begins or ends a frame
+    bool isOpen = false;               ///< the last of them begins one
+    std::uint64_t offset = 0;          ///< of its TraceEnabled packet
     std::uint64_t length = kUnknown64; ///< that this tells; unknown where it does not
-    std::uint32_t version = 0;        ///< likewise
-    std::uint32_t config = 0;         ///< likewise, SFrameConfig::word()
+    std::uint32_t version = 0;         ///< likewise
+    std::uint32_t config = 0;          ///< likewise, SFrameConfig::word()
 
     /// Takes note of what packet stands next.
     QUORVEX_API void note(const CTraceCursor& packet);
@@ -35,7 +35,8 @@ struct TraceFrame {
 ///   - the first Timestamp that tells the frequency of each clock,
 ///   - the definitions that hold there, and those of functions and processes that are undefined and still run,
 ///   - the enters of the functions, interrupts and processes that are open,
-///   - the last values of counters, variables and state machines, and of each bus one Signal packet with the last values
+///   - the last values of counters, variables and state machines, and of each bus one Signal packet with the last
+///   values
 ///     of all its lines,
 /// and besides the contexts that relative packets are relative to, and the open frame.
 ///
