@@ -34,9 +34,9 @@ bool restatesAll(const CContexts& told, const CContexts& known) {
         kSorts, [&](ContextSort sort) { return !known.knows(sort) || (told.knows(sort) && isSame(sort)); });
 }
 
-/// Whether a packet has a tick of its own, and not one that is told for the layout.
+/// Whether something has happened, at a tick. Definitions may be older than what stands before them.
 bool hasTick(const CTraceCursor& packet, std::uint64_t& tick) {
-    if (factsOf(packet.TraceCode()).role == Role::Structure)
+    if (factsOf(packet.TraceCode()).role != Role::Happening)
         return false;
     tick = packet.tick();
     return tick != kUnknown64;
@@ -77,6 +77,10 @@ TracePages::TracePages(std::string path) : m_path(std::move(path)), m_file(platf
 }
 
 TracePages::~TracePages() = default;
+
+bool TracePages::isRecording() const {
+    return m_file->is_joined();
+}
 
 std::uint64_t TracePages::count() const {
     return (m_size + kPageSize - 1) / kPageSize;

@@ -26,14 +26,15 @@ public:
 
     const std::string& name() const { return m_path; }
     std::uint64_t size() const { return m_size; } ///< bytes
+    bool isRecording() const;                     ///< its end stands in a page file, as that of a killed program
     std::uint64_t count() const;                  ///< pages, the last of which may be shorter
     /// Whether the first pages are such: a packet ends where the first does, and the next one restates the contexts
     /// that are known there. What is no longer than a page may be one.
     bool arePages();
     /// Whether the ticks at the beginnings of some pages, which are spread over the file, do not go back.
     bool areInOrder();
-    /// Where the first packet stands whose tick is not before this one, of those that are not there for the layout:
-    /// size() if there is none. Is to be asked only where ticks are in order. `contexts` are those there.
+    /// Where the first packet stands that tells what happened at this tick or behind: size() if there is none. Is to be
+    /// asked only where ticks are in order.
     std::uint64_t placeOf(std::uint64_t tick);
     /// The contexts at a place, as its page tells them.
     CContexts contextsAt(std::uint64_t place);

@@ -58,6 +58,8 @@ public:
     bool end(bool endsFrame = true);
     /// Hands over what was collected.
     bool flush();
+    /// Goes on in pages or plain, which are the same as long as position() is within the first page.
+    void layOut(bool isPaged) { m_isPaged = isPaged; }
     /// Collects that many bytes from here on.
     void collect(std::size_t block) { m_most = block; }
 

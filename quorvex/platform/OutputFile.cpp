@@ -217,6 +217,14 @@ bool OutputFile::close() {
     return m_error == 0;
 }
 
+bool OutputFile::pause() {
+    return true; // it vanishes when it is closed
+}
+
+bool OutputFile::resume() {
+    return is_open();
+}
+
 void OutputFile::forget() {}
 void OutputFile::removeAll(int) {}
 void OutputFile::prepareProcess() {}
@@ -415,6 +423,30 @@ bool OutputFile::place(const std::string& path, bool replaces) {
     }
     unlink(from.c_str()); // the name that a link or a failure has left
     return placed;
+}
+
+bool OutputFile::pause() {
+    if (!is_open() || m_path.empty())
+        return true;
+    m_identity = FileStatus::of(m_descriptor).identity;
+    m_position = lseek(m_descriptor, 0, SEEK_CUR);
+    m_error = ::close(m_descriptor) == 0 ? 0 : errno;
+    m_descriptor = -1;
+    return m_error == 0;
+}
+
+bool OutputFile::resume() {
+    if (is_open())
+        return true;
+    m_descriptor = ::open(m_path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC);
+    if (!is_open())
+        return failed();
+    if (FileStatus::of(m_descriptor).identity == m_identity)
+        return lseek(m_descriptor, static_cast<off_t>(m_position), SEEK_SET) >= 0 || failed();
+    ::close(m_descriptor);
+    m_descriptor = -1;
+    errno = ENOENT;
+    return failed();
 }
 
 void OutputFile::unname() {

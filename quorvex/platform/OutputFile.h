@@ -62,6 +62,11 @@ public:
     /// The system's number of the last operation that failed; 0 behind a read() or close() that went well.
     int error() const { return m_error; }
 
+    /// Closes the file that create() has made until resume(), so that a program can have more of them than it may have
+    /// open. Where the system would take it away then, it stays open.
+    bool pause();
+    /// Opens it again where it was; nothing is done if it is open. The error is ENOENT where it is gone.
+    bool resume();
     /// Closes the file that create() has made and gives it its name, in the directory it was made in. A regular file of
     /// that name is replaced only if `replaces`, and leaves its mode and, where that is allowed, its owner; otherwise
     /// the error is EEXIST.
@@ -83,7 +88,9 @@ private:
 
     int m_descriptor = -1;
     int m_error = 0;
-    std::string m_path; ///< its name until it is placed
+    std::string m_path;          ///< its name until it is placed
+    FileIdentity m_identity;     ///< while it is paused
+    std::int64_t m_position = 0; ///< likewise
     // All that have such a name, for the handler of signals.
     OutputFile* m_next = nullptr;
     static OutputFile* g_first;

@@ -1,6 +1,7 @@
 #include "Arguments.h"
 #include "Output.h"
 #include "TraceInput.h"
+#include "TraceSinks.h"
 #include "Verbs.h"
 #include "quorvex/analysis/Unpaged.h"
 #include "quorvex/factory/PacketFactory.h"
@@ -8,7 +9,7 @@
 #include "quorvex/stream/Contexts.h"
 #include "quorvex/stream/OpenFrame.h"
 #include "quorvex/stream/TraceCompressor.h"
-#include "quorvex/stream/TraceSinkBufferStream.h"
+#include "quorvex/stream/TraceSinkBuffer.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
 
@@ -33,17 +34,6 @@ struct ConvertOptions {
     bool absolute = false;
     bool relative = false;
     Output output;
-};
-
-/// Standard output, which cannot be gone back in: it may be a pipe, or end a longer file.
-class SequentialSink : public CTraceSinkBufferStream {
-public:
-    using CTraceSinkBufferStream::CTraceSinkBufferStream;
-    using CTraceSinkBufferStream::write;
-    bool write(const char*, unsigned, std::uint64_t, unsigned& written) override {
-        written = 0;
-        return false;
-    }
 };
 
 /// A plain writer that corrects the length of every frame whose length is told: it changes with the form of the
@@ -171,11 +161,7 @@ class Conversion {
 public:
     explicit Conversion(ConvertOptions& options) : m_options(options) {
         options.output.check(options.files);
-        std::ostream& out = options.output.target().open();
-        if (options.output.target().isFile())
-            m_sink = std::make_unique<CTraceSinkBufferStream>(out);
-        else
-            m_sink = std::make_unique<SequentialSink>(out);
+        m_sink = makeSink(options.output.target());
         if (options.paged)
             m_writer = &m_paged.emplace(*m_sink);
         else

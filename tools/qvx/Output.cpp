@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kStandardInput = 0;
 constexpr int kStandardOutput = 1;
+constexpr std::size_t kBuffer = 0x10000;
 
 std::string directoryOf(const std::string& path) {
     return std::filesystem::path(path).parent_path().string();
@@ -97,6 +98,7 @@ std::ostream& Target::open() {
         throw Failure(m_name, "no file can be made in its directory: " + Quorvex::platform::errorText(m_file.error()));
     if (!m_file.is_open() && !m_file.open(m_path))
         fail(m_file.error());
+    m_buffer.take();
     return m_stream;
 }
 
@@ -110,10 +112,37 @@ void Target::finish() {
     check();
 }
 
+void Target::pause() {
+    finish();
+    m_buffer.giveBack();
+    if (m_isFile && !m_file.pause())
+        fail(m_file.error());
+}
+
+void Target::resume() {
+    if (m_isFile && !m_file.resume())
+        fail(m_file.error());
+    m_buffer.take();
+}
+
 void Target::commit() {
+    if (m_isFile && !m_file.resume())
+        fail(m_file.error());
     finish();
     if (!(m_isFile ? m_file.place(m_path, m_force) : m_file.close()))
         fail(m_file.error());
+}
+
+void Target::Buffer::take() {
+    if (!m_bytes) {
+        m_bytes = std::make_unique<char[]>(kBuffer);
+        setp(m_bytes.get(), m_bytes.get() + kBuffer);
+    }
+}
+
+void Target::Buffer::giveBack() {
+    setp(nullptr, nullptr);
+    m_bytes.reset();
 }
 
 Target::Buffer::int_type Target::Buffer::overflow(int_type c) {
@@ -126,13 +155,14 @@ Target::Buffer::int_type Target::Buffer::overflow(int_type c) {
 
 int Target::Buffer::sync() {
     const auto count = static_cast<std::size_t>(pptr() - pbase());
-    setp(m_bytes, m_bytes + sizeof m_bytes);
-    return write(m_bytes, count) ? 0 : -1;
+    if (m_bytes)
+        setp(m_bytes.get(), m_bytes.get() + kBuffer);
+    return write(m_bytes.get(), count) ? 0 : -1;
 }
 
 std::streamsize Target::Buffer::xsputn(const char* text, std::streamsize size) {
     // What fills the buffer by itself need not go through it.
-    if (size < static_cast<std::streamsize>(sizeof m_bytes))
+    if (size < static_cast<std::streamsize>(kBuffer))
         return std::streambuf::xsputn(text, size);
     return sync() == 0 && write(text, static_cast<std::size_t>(size)) ? size : 0;
 }

@@ -53,11 +53,16 @@ public:
     void finish();
     /// Puts the file in place.
     void commit();
+    /// Hands all over, and holds neither descriptor nor memory until resume().
+    void pause();
+    void resume(); ///< nothing is done where it is not paused
 
 private:
     class Buffer : public std::streambuf {
     public:
-        explicit Buffer(Quorvex::platform::OutputFile& file) : m_file(file) { setp(m_bytes, m_bytes + sizeof m_bytes); }
+        explicit Buffer(Quorvex::platform::OutputFile& file) : m_file(file) {}
+        void take(); ///< its memory, if it has given that back
+        void giveBack();
         void canSeek(bool can) { m_canSeek = can; }
         int error() const { return m_error; }
 
@@ -75,7 +80,7 @@ private:
         bool m_canSeek = false;
         int m_error = 0; ///< of the first write that failed
         std::uint64_t m_position = 0;
-        char m_bytes[0x10000];
+        std::unique_ptr<char[]> m_bytes;
     };
 
     [[noreturn]] void fail(int error) const;

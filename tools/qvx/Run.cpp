@@ -42,6 +42,9 @@ int run(std::vector<std::string> arguments) {
     addDiff(program);
     addDigest(program);
     addConvert(program);
+    addCut(program);
+    addSplit(program);
+    addCat(program);
     addStats(program);
     addGraph(program);
     addAssert(program);

@@ -120,6 +120,7 @@ struct Selection::State : Told {
     bool asksPlace() const { return !cores.empty() || !threads.empty() || !processTexts.empty(); }
     bool takesPlace(std::size_t file, const Where& place);
     bool isInTime(std::size_t file, std::uint64_t packetTick);
+    bool takesAnyTime(std::size_t file, const Given& packet);
     void learn(std::size_t file, const Given& packet);
     bool runs(std::size_t file, std::uint32_t core);
     bool hasName(std::size_t file, const Given& packet);
@@ -222,13 +223,14 @@ void Selection::State::learnStart(const Given& packet) {
 }
 
 bool Selection::State::takes(std::size_t file, const Given& packet) {
-    const tagTCode code = packet.code();
     if (learnsStart)
         learnStart(packet);
     learn(file, packet);
-    if (!isInTime(file, packet.tick))
-        return false;
-    if (kinds.any() && !kinds[absoluteKind(code)])
+    return isInTime(file, packet.tick) && takesAnyTime(file, packet);
+}
+
+bool Selection::State::takesAnyTime(std::size_t file, const Given& packet) {
+    if (kinds.any() && !kinds[absoluteKind(packet.code())])
         return false;
     if (asksPlace() && !takesPlace(file, packet.place()))
         return false;
@@ -346,9 +348,13 @@ const TraceSpan& Selection::span() const {
 }
 
 bool Selection::takesAll() const {
+    return !m_state->fromMoment && !m_state->toMoment && isOfTime();
+}
+
+bool Selection::isOfTime() const {
     const State& its = *m_state;
-    return !its.fromMoment && !its.toMoment && its.cores.empty() && its.threads.empty() && its.processTexts.empty() &&
-           its.kinds.none() && its.namePatterns.empty();
+    return its.cores.empty() && its.threads.empty() && its.processTexts.empty() && its.kinds.none() &&
+           its.namePatterns.empty();
 }
 
 std::uint64_t Selection::from() const {
@@ -361,6 +367,10 @@ std::uint64_t Selection::to() const {
 
 bool Selection::takes(std::size_t file, const CTraceCursor& packet) {
     return (takesAll() && !m_state->learnsStart) || m_state->takes(file, {&packet, nullptr, packet.tick()});
+}
+
+bool Selection::takesAnyTime(std::size_t file, const CTraceCursor& packet) {
+    return m_state->takesAnyTime(file, {&packet, nullptr, kUnknown64});
 }
 
 bool Selection::takes(std::size_t file, const CPacket& packet, std::uint64_t tick) {

@@ -59,12 +59,15 @@ public:
     const Quorvex::TraceSpan& span() const;
 
     bool takesAll() const;      ///< every packet is selected, but for limits
+    bool isOfTime() const;      ///< what is told is about time alone
     std::uint64_t from() const; ///< the first tick that is selected; known after begin(), but for standard input
     std::uint64_t to() const;   ///< the first one behind; likewise. All ones: to the end
 
     /// Whether the packet of the trace with that number is selected. Packets without a tick are where the last one with
     /// a tick was.
     bool takes(std::size_t file, const Quorvex::CTraceCursor& packet);
+    /// The same at whatever time, of the packet that takes() was asked about last.
+    bool takesAnyTime(std::size_t file, const Quorvex::CTraceCursor& packet);
     /// The same for a packet in absolute form with its tick.
     bool takes(std::size_t file, const Quorvex::CPacket& packet, std::uint64_t tick);
     /// The part of that which is about --from and --to, for those who ask for the rest later, and pass() where there is

@@ -1,6 +1,7 @@
 #include "TraceInput.h"
 
 #include "quorvex/analysis/Merged.h"
+#include "quorvex/analysis/TracePages.h"
 #include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
@@ -35,6 +36,14 @@ std::string cutIn(const TraceReport& report) {
                        missing(report), report.missing == 1 ? "is" : "are");
 }
 
+void tellPlaces(const std::string& file, const TraceDamage& damage) {
+    if (damage.places == 0)
+        return;
+    const std::string where = damage.places > 1 ? fmt::format("first of {} damaged places, ", damage.places) : "";
+    tell(fmt::format("{}: offset {}: {}{} byte{} stepped over", file, damage.first, where, damage.bytes,
+                     plural(damage.bytes)));
+}
+
 ExitCode tellDamage(const TraceFile& input) {
     const TraceReport& report = input.report();
     const TraceDamage& damage = report.damage;
@@ -43,11 +52,7 @@ ExitCode tellDamage(const TraceFile& input) {
                          error->text, damage.places, plural(damage.places)));
         return DoneWithLoss;
     }
-    if (damage.places > 0) {
-        const std::string where = damage.places > 1 ? fmt::format("first of {} damaged places, ", damage.places) : "";
-        tell(fmt::format("{}: offset {}: {}{} byte{} stepped over", report.file, damage.first, where, damage.bytes,
-                         plural(damage.bytes)));
-    }
+    tellPlaces(report.file, damage);
     switch (report.end) {
     case TraceEnd::Recording:
         tell(fmt::format("{}: {}", report.file, kAllThere));
@@ -100,6 +105,13 @@ std::string TraceInput::ending() const {
 
 ExitCode TraceInput::reportDamage() const {
     return tellDamage(*this);
+}
+
+ExitCode reportDamage(const TracePages& pages, bool isEndMissing) {
+    tellPlaces(pages.name(), pages.damage());
+    if (isEndMissing)
+        tell(pages.name() + ": the end of the trace is missing");
+    return pages.damage().places > 0 || isEndMissing ? DoneWithLoss : Done;
 }
 
 void addAll(Merged& merged, const std::vector<std::string>& files) {

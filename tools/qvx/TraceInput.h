@@ -10,6 +10,7 @@
 
 namespace Quorvex {
 class Merged;
+class TracePages;
 }
 
 namespace qvx {
@@ -29,6 +30,10 @@ public:
     /// Tells of damage and of a cut on standard error, each in one line; the exit code that follows from them.
     ExitCode reportDamage() const;
 };
+
+/// Tells of what was stepped over in a trace that has been copied, and of an end that is missing; the exit code that
+/// follows.
+ExitCode reportDamage(const Quorvex::TracePages& pages, bool isEndMissing);
 
 /// Adds all files to a merge.
 void addAll(Quorvex::Merged& merged, const std::vector<std::string>& files);

@@ -1,0 +1,239 @@
+#include "Arguments.h"
+#include "Moments.h"
+#include "Output.h"
+#include "Selection.h"
+#include "TraceInput.h"
+#include "TraceSinks.h"
+#include "Verbs.h"
+#include "quorvex/analysis/TracePages.h"
+#include "quorvex/analysis/TracePiece.h"
+#include "quorvex/analysis/TraceState.h"
+#include "quorvex/packets/KindFacts.h"
+#include "quorvex/stream/PageFormat.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace qvx {
+
+namespace {
+
+using namespace Quorvex;
+
+constexpr std::uint64_t kEnd = std::numeric_limits<std::uint64_t>::max();
+
+struct CutOptions {
+    std::string file;
+    std::string pages;
+    bool noState = false;
+    Selection selection;
+    Output output;
+};
+
+/// Pages as they are asked for: the first and the last one, from the end where they are negative.
+struct PageRange {
+    std::int64_t first = 0;
+    std::int64_t last = -1;
+
+    static PageRange of(const std::string& text) {
+        const auto numberOf = [&](std::string_view part, std::int64_t otherwise) {
+            std::int64_t number = otherwise;
+            const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), number);
+            if (!part.empty() && (error != std::errc() || end != part.data() + part.size()))
+                throw Misuse("--pages", "'" + text + "' is not FIRST:LAST, as 0:9, 5: or -2:");
+            return number;
+        };
+        const std::size_t colon = text.find(':');
+        const std::string_view all = text;
+        PageRange range;
+        range.first = numberOf(all.substr(0, colon), 0);
+        range.last = colon == text.npos ? range.first : numberOf(all.substr(colon + 1), -1);
+        return range;
+    }
+    bool needsSize() const { return first < 0 || last < -1; }
+    /// The places between which they stand, of a trace of so many pages.
+    std::pair<std::uint64_t, std::uint64_t> places(std::uint64_t count) const {
+        const auto pageOf = [count](std::int64_t number) {
+            if (number >= 0)
+                return static_cast<std::uint64_t>(number);
+            const auto back = static_cast<std::uint64_t>(-number);
+            return back < count ? count - back : 0;
+        };
+        const std::uint64_t end = last == -1 ? kEnd / kPageSize - 1 : pageOf(last);
+        return {std::min(pageOf(first), kEnd / kPageSize - 1) * kPageSize,
+                (std::min(end, kEnd / kPageSize - 2) + 1) * kPageSize};
+    }
+};
+
+class Cut {
+public:
+    explicit Cut(CutOptions& options) : m_options(options), m_target(options.output.target()) {
+        if (!options.pages.empty())
+            m_pages = PageRange::of(options.pages);
+    }
+
+    ExitCode run() {
+        const bool isOfPages = isFileOfPages(m_options.file);
+        if (m_pages && m_pages->needsSize() && !isOfPages)
+            throw Failure(m_options.file, m_options.file == "-" ? "pages of standard input cannot be told from its end"
+                                                                : "has no pages");
+        // A part of the file that is all there is between two places.
+        const bool isPart = m_pages || m_options.selection.isOfTime();
+        ExitCode exitCode = Done;
+        std::optional<TracePages> pages;
+        if (isOfPages && isPart && (pages.emplace(m_options.file), m_pages || pages->areInOrder()))
+            exitCode = copy(*pages);
+        else
+            exitCode = walk();
+        m_target.commit();
+        tell(fmt::format("{} bytes, {} of them to begin with", m_size, m_front));
+        return exitCode;
+    }
+
+private:
+    void begin(const TraceFrame& frame, const TraceState* state, const CContexts& contexts) {
+        TracePiece& piece = *m_piece;
+        if (!piece.beginFrame(frame) || !(state ? piece.put(*state) : piece.put(contexts)))
+            failToWrite(m_target, m_options.file, 0);
+        m_front = piece.position();
+    }
+    void end(bool isMissing) {
+        if (!m_piece->end(!isMissing))
+            failToWrite(m_target, m_options.file, 0);
+        m_size = m_piece->position();
+    }
+
+    ExitCode copy(TracePages& pages) {
+        const auto [from, to] = placesIn(pages);
+        m_sink = makeSink(m_target);
+        m_piece.emplace(*m_sink, true);
+        std::optional<TraceState> state;
+        if (!m_options.noState)
+            state = pages.stateAt(from);
+        const TraceFrame frame = state ? state->frame() : pages.frameAt(from);
+        // A page that it begins with tells them itself.
+        const CContexts contexts = state                                 ? state->contexts()
+                                   : from % kPageSize == 0 || from == to ? CContexts()
+                                                                         : pages.contextsAt(from);
+        begin(frame, state ? &*state : nullptr, contexts);
+        if (!pages.copyTo(*m_piece, from, to, contexts, frame))
+            failToWrite(m_target, m_options.file, pages.stoppedAt());
+        const bool isMissing = to == pages.size() && m_piece->isInFrame() && !pages.isRecording();
+        end(isMissing);
+        return reportDamage(pages, isMissing);
+    }
+
+    std::pair<std::uint64_t, std::uint64_t> placesIn(TracePages& pages) {
+        std::pair<std::uint64_t, std::uint64_t> places;
+        if (m_pages) {
+            places = m_pages->places(pages.count());
+        } else {
+            const Selection& selection = m_options.selection;
+            places.first = selection.from() > 0 ? pages.placeOf(selection.from()) : 0;
+            places.second = selection.to() < kEnd ? pages.placeOf(selection.to()) : pages.size();
+        }
+        places.second = std::min(places.second, pages.size());
+        places.first = std::min(places.first, places.second);
+        return places;
+    }
+
+    ExitCode walk() {
+        TraceInput input(m_options.file);
+        m_sink = makeSink(m_target);
+        m_piece.emplace(*m_sink, true);
+        TraceState state(TraceState::Start::OfTrace);
+        TraceFrame frame;
+        LayoutSeen layout;
+        bool isIn = false, isBehind = false;
+        while (!isBehind && input.advance()) {
+            const CTraceCursor& packet = input.cursor();
+            if (layout.look(packet))
+                m_piece->layOut(layout.isPaged());
+            const Taken taken = look(packet);
+            isBehind = taken == Behind;
+            if (!isIn && taken == Within) {
+                begin(frame, m_options.noState ? nullptr : &state, m_before);
+                isIn = true;
+            }
+            if (isBehind || taken == Never)
+                continue;
+            if (!isIn) {
+                frame.note(packet);
+                if (!m_options.noState)
+                    state.note(packet);
+            } else if (!m_piece->put(packet)) {
+                failToWrite(m_target, m_options.file, packet.offset());
+            }
+            m_before = packet.contexts();
+        }
+        if (!isIn)
+            begin(frame, m_options.noState ? nullptr : &state, m_before);
+        const TraceEnd ending = input.report().end;
+        end(ending >= TraceEnd::Missing);
+        return input.reportDamage();
+    }
+
+    enum Taken : std::uint8_t {
+        Before, ///< the part that is cut out, if that has not begun
+        Within, ///< it
+        Behind, ///< it
+        Never,  ///< in no part
+    };
+    Taken look(const CTraceCursor& packet) {
+        if (m_pages) {
+            const auto [from, to] = m_pages->places(0);
+            return packet.offset() < from ? Before : packet.offset() < to ? Within : Behind;
+        }
+        Selection& selection = m_options.selection;
+        const bool isTaken = selection.takes(0, packet);
+        const Role role = factsOf(packet.TraceCode()).role;
+        if (role != Role::Happening)
+            return Before;
+        if (const std::uint64_t tick = packet.tick(); tick != kUnknown64 && tick >= selection.to())
+            return Behind;
+        return isTaken ? Within : selection.takesAnyTime(0, packet) ? Before : Never;
+    }
+
+    CutOptions& m_options;
+    Target& m_target;
+    std::optional<PageRange> m_pages;
+    std::unique_ptr<CTraceSinkBuffer> m_sink;
+    std::optional<TracePiece> m_piece;
+    CContexts m_before; ///< the packet that is looked at
+    std::uint64_t m_front = 0;
+    std::uint64_t m_size = 0;
+};
+
+ExitCode cut(CutOptions& options) {
+    if (!options.pages.empty() && !options.selection.takesAll())
+        throw Misuse("--pages", "pages are not told together with what they hold");
+    options.output.check({options.file});
+    options.selection.begin({options.file});
+    return Cut(options).run();
+}
+
+} // namespace
+
+void addCut(Program& program) {
+    auto options = std::make_shared<CutOptions>();
+    Verb verb = program.add("cut", "Cut a part out of a trace");
+    verb.option("FILE", options->file, "Trace file; - for standard input").required();
+    options->selection.addTo(verb, Selection::Time | Selection::Place | Selection::Kind | Selection::Name);
+    verb.option("--pages", options->pages, "Only these pages, the first is 0; negative ones count from the end",
+                "FIRST:LAST");
+    verb.flag("--no-state", options->noState, "Leave out what the trace has told before");
+    options->output.addOptions(verb, true);
+    verb.footer("Example: qvx cut long.qvx --from 1.5s --to 1.6s -o short.qvx\n"
+                "The part begins with what has been told before and holds there: names, the clock, open calls with\n"
+                "their times, last values. It ends before the first packet at --to or behind; where ticks go back,\n"
+                "qvx merge puts them in order.");
+    verb.runs([options] { return cut(*options); });
+}
+
+} // namespace qvx
