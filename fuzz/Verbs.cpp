@@ -57,6 +57,11 @@ void verbs(const std::string& data) {
             }
         }
     }
+    for (const char* part : {"--from=100", "--pages=0:1", "--kind=*Enter", "--no-state"})
+        run({"cut", in, "-f", "-o", out, part});
+    run({"split", in, "-f", "-o", out, "--size", "64K"});
+    run({"split", in, "-f", "-o", out, "--by", "thread"});
+    run({"cat", in, in, "-f", "-o", out});
     run({"export", in, "-f", "-o", out, "--to", "vcd", "--save", again});
     run({"export", in, "-f", "-o", out, "--to", "btf"});
 }

@@ -211,10 +211,10 @@ private:
 };
 
 ExitCode cut(CutOptions& options) {
-    if (!options.pages.empty() && !options.selection.takesAll())
-        throw Misuse("--pages", "pages are not told together with what they hold");
     options.output.check({options.file});
     options.selection.begin({options.file});
+    if (!options.pages.empty() && !options.selection.takesAll())
+        throw Misuse("--pages", "pages are not told together with what they hold");
     return Cut(options).run();
 }
 

@@ -1,0 +1,170 @@
+#!/usr/bin/env bash
+# Runs qvx cut, split and cat: what comes out is looked at with the other verbs.
+#
+#     cut.sh QVX
+. "$(dirname "$0")/common.sh"
+
+# A trace of five pages: two threads call functions 3 to 5 within 1 and 2, from tick 10 to 40010, in a frame.
+rows() {
+    awk 'BEGIN {
+        OFS = "\t"
+        print "\tTraceEnabled\t16\t0\tUnknownLength\tUnknownExpanded\tNoExceptionFrames"
+        print "\tTimestamp\t16\t0\t1000000"
+        for (f = 1; f <= 5; f++) {
+            print "\tFunctionDefine\t28\t1\t0\t7\tInvalid\t" f
+            print "\tCharString\t2\tf" f
+        }
+        print "\tCounterDefine\t29\t1\t0\t7\tInvalid\t9\t0"
+        print "\tFunctionEnter\t28\t5\t0\t7\tInvalid\t1"
+        print "\tFunctionEnter\t28\t5\t1\t8\tInvalid\t2"
+        for (i = 0; i < 20000; i++) {
+            place = i % 2 "\t" 7 + i % 2 "\tInvalid\t"
+            print "\tFunctionEnter\t28\t" 10 + 2 * i, place 3 + i % 3
+            if (i % 100 == 0)
+                print "\tCounterValue\t36\t" 10 + 2 * i, place 9, i
+            print "\tFunctionLeave\t28\t" 11 + 2 * i, place 3 + i % 3
+        }
+        print "\tFunctionLeave\t28\t50000\t0\t7\tInvalid\t1"
+        print "\tFunctionLeave\t28\t50000\t1\t8\tInvalid\t2"
+        print "\tTraceDisabled\t0"
+        print "\tEndOfTrace\t0"
+    }'
+}
+rows >table
+run 0 convert table --paged -o paged
+run 0 convert table -o plain
+run 0 check paged >/dev/null
+# packets FILE: its packets but for the layout's, with the places of frames unsaid.
+packets() {
+    "$qvx" dump --parsable "$1" | sed -n 's/^\t0x[0-9a-f]* \t//p' | sed 's/ \t/\t/g; s/ $//' |
+        grep -v '^Fill\|^TraceEnabled\|^TraceDisabled\|^EndOfTrace'
+}
+clean() {
+    for file; do
+        "$qvx" check "$file" >found || { cat found; fail "check $file"; }
+        [ "$("$qvx" info "$file" | grep -c '^End: *complete$')" -eq 1 ] || fail "$file is not complete"
+    done
+}
+
+# One cut by time, from all forms of the trace: the same packets.
+for form in table plain paged; do
+    run 0 cut $form --from 10000 --to 30000 -o cut-$form
+    says ' to begin with'
+    clean cut-$form
+    packets cut-$form | diff - <(packets cut-table) >/dev/null || fail "the cut of $form"
+done
+run 0 cut - --from 10000 --to 30000 -o cut-stream <paged
+"$qvx" cut - --from 10000 --to 30000 -o - <paged 2>/dev/null >cut-pipe
+clean cut-stream
+packets cut-stream | cmp -s - <(packets cut-paged) || fail 'the cut of standard input'
+packets cut-pipe | cmp -s - <(packets cut-paged) || fail 'the cut to standard output'
+# Behind what it begins with: what dump selects.
+packets paged | awk -F'\t' '!/Define|^CharString/ && $3 >= 10000 && $3 < 30000' |
+    cmp -s - <(packets cut-paged | tail -n +16) || fail 'the packets of a cut'
+packets cut-paged | sed -n 1,18p | cut -f 1,3- | diff - <(
+    printf 'Timestamp\t0\t1000000\n'
+    for f in 1 2 3 4 5; do printf 'FunctionDefine\t1\t0\t7\tInvalid\t0x0000000%s\nCharString\tf%s\n' $f $f; done
+    printf 'CounterDefine\t1\t0\t7\tInvalid\t0x00000009\t0\n'
+    printf 'FunctionEnter\t5\t%s\tInvalid\t0x0000000%s\n' $'0\t7' 1 $'1\t8' 2
+    printf 'CounterValue\t9810\t0\t7\tInvalid\t0x00000009\t4900\n'
+    printf 'FunctionEnter\t10000\t1\t8\tInvalid\t0x00000003\n'
+    printf 'FunctionLeave\t10001\t1\t8\tInvalid\t0x00000003\n'
+    printf 'FunctionEnter\t10002\t0\t7\tInvalid\t0x00000004\n') || fail 'the state'
+
+run 0 cut paged --from 10000 --to 30000 --no-state -o bare
+packets bare | sed -n 1p | grep -q '^FunctionEnter.*10000' || fail 'no state'
+run 0 cut paged --from 0.01s --to -20ms -o cut-units
+packets cut-units | tail -n 1 | grep -q '^FunctionLeave.*[[:space:]]29999[[:space:]]' || fail 'times with units'
+run 0 cut paged --thread 8 --kind 'Function*' --from 10000 -o cut-8
+packets cut-8 | grep Function | grep -v Define | cut -f 5 | sort -u | diff - <(echo 8) || fail 'a thread'
+packets cut-8 | grep -c '^FunctionEnter.*0x00000002' | diff - <(echo 1) || fail 'what the thread had open'
+run 0 cut paged --from 99999 -o cut-none
+packets cut-none | grep -c '^FunctionDefine' >/dev/null || fail 'a cut behind the end'
+
+run 0 cut paged --pages 1:2 --no-state -o pages
+dd if=paged bs=262144 skip=1 count=2 2>/dev/null >expected
+dd if=pages bs=262144 skip=1 count=2 2>/dev/null | cmp -s - expected || fail 'pages as they are'
+run 0 cut paged --pages -1: -o last
+"$qvx" check last >/dev/null || fail 'the last page'
+run 0 cut - --pages 1:2 -o pages-stream <paged
+run 0 cut paged --pages 1:2 -o pages-state
+packets pages-stream | cmp -s - <(packets pages-state) || fail 'pages of standard input'
+run 1 cut - --pages -1: -o none <paged
+run 1 cut plain --pages -1: -o none
+for arguments in '--pages 1-2' '--pages 1:x' '--pages 1 --from 5' '--from x'; do
+    run 2 cut paged $arguments -o none
+done
+run 1 cut paged --from 0 -o last
+says 'exists; use --force'
+[ -e none ] && fail 'a failed cut leaves a file'
+head -c 700000 paged >killed
+run 3 cut killed --from 10000 -o cut-killed
+says 'the end of the trace is missing'
+run 0 cut killed --from 10000 --to 12000 -o cut-of-killed
+"$qvx" check cut-of-killed >/dev/null || fail 'the cut of a trace without its end'
+
+# Apart and together again: nothing is lost, nothing comes twice.
+happened() { packets "$1" | grep -v 'Define\|^CharString\|^Timestamp'; }
+mkdir pieces
+run 0 split paged --size 300K -o pieces
+says ' pieces, '
+[ "$(echo $(ls pieces))" = 'paged-0001.qvx paged-0002.qvx paged-0003.qvx paged-0004.qvx' ] ||
+    fail "names of pieces: $(ls pieces)"
+for piece in pieces/*; do
+    "$qvx" check "$piece" >/dev/null || fail "$piece"
+    [ "$(wc -c <"$piece")" -le 307200 ] || fail "$piece is too large"
+done
+# What a piece restates has ticks before those of its own.
+for piece in pieces/*; do happened "$piece" | awk -F'\t' -v last="${last:--1}" '$3 + 0 > last'; last=$(happened "$piece" | tail -n 1 | cut -f 3); done |
+    cmp -s - <(happened paged) || fail 'the packets of all pieces'
+run 1 split paged --size 300K -o pieces
+run 0 split paged --size 300K -o pieces -f
+run 0 split - --every 10ms -o time <plain
+[ "$(echo time-*)" = 'time-0001.qvx time-0002.qvx time-0003.qvx time-0004.qvx time-0005.qvx' ] ||
+    fail "pieces by time: $(ls time-*)"
+"$qvx" info time-0003.qvx | grep -q 'Layout: *plain' || fail 'the layout of pieces'
+happened time-0003.qvx | tail -n 1 | cut -f 3 | diff - <(echo 30004) || fail 'the end of a piece by time'
+for by in thread core; do
+    run 0 split paged --by $by -o by
+    for piece in by-$by-*.qvx; do "$qvx" check "$piece" >found || { cat found; fail "$piece"; }; done
+    for piece in by-$by-*.qvx; do happened "$piece"; done | sort | cmp -s - <(happened paged | sort) || fail "pieces by $by"
+done
+[ "$(echo by-*)" = 'by-core-0.qvx by-core-1.qvx by-thread-7.qvx by-thread-8.qvx' ] || fail "$(echo by-*)"
+awk 'BEGIN { for (i = 0; i < 3000; i++) for (t = 0; t < 300; t += 1 + i % 3 * 50)
+    print "\tFunctionEnter\t28\t" i "\t0\t" t "\tInvalid\t1" }' >many.table
+mkdir many
+(failures=0; ulimit -n 100; run 0 split many.table --by thread -o many/; exit $failures) || fail 'many threads'
+[ "$(ls many | wc -l)" -eq 300 ] || fail "$(ls many | wc -l) pieces of 300 threads"
+for piece in many/*; do happened "$piece"; done | sort | cmp -s - <(happened many.table | sort) || fail 'pieces of many threads'
+for arguments in '' '--size 1M --by core' '--size x' '--size 5X' '--every x' '--by time'; do
+    run 2 split paged $arguments -o none
+done
+run 1 split paged --size 1M -o no/where/
+[ -z "$(find . -name '.qvx-*')" ] || fail 'files are left behind'
+
+run 0 cat paged paged -o both
+"$qvx" check both >found
+[ "$(grep -c '\[time\]' found)" -eq 2 ] && [ "$(wc -l <found)" -eq 3 ] || { cat found; fail 'joined pages'; }
+{ packets paged; packets paged; } | cmp -s - <(packets both) || fail 'packets of joined pages'
+"$qvx" info both | grep -q 'Layout: *paged' || fail 'the layout of joined pages'
+run 0 cat paged plain -o mixed
+{ packets paged; packets paged; } | cmp -s - <(packets mixed) || fail 'packets of joined traces'
+run 0 cat - -o copied <paged
+packets paged | cmp -s - <(packets copied) || fail 'a copied stream'
+# Relative packets keep what they are relative to, also behind a trace that tells another context.
+run 0 convert paged --relative --paged -o relative
+run 0 convert plain --relative -o relative-plain
+printf '\tRelFunctionEnter\t6\t0\t0\t1\n' >early.table
+run 0 convert early.table -o early
+for first in relative relative-plain; do
+    run 0 cat $first early $first -o joined -f
+    { for file in $first early $first; do "$qvx" convert --absolute -f -o absolute $file 2>/dev/null; packets absolute; done; } >expected
+    "$qvx" convert --absolute -f -o absolute joined 2>/dev/null
+    packets absolute | cmp -s - expected || fail "relative packets behind $first"
+done
+run 0 cut relative --from 10000 --to 30000 -o cut-relative
+"$qvx" convert --absolute -o absolute -f cut-relative 2>/dev/null
+packets absolute | grep -v '^Sync' | cmp -s - <(packets cut-paged) || fail 'the cut of relative packets'
+"$qvx" check cut-relative >/dev/null || fail 'check of the cut of relative packets'
+full_disk cut paged --from 5 -o -
+finish cut
