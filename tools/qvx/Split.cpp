@@ -55,7 +55,7 @@ std::uint64_t sizeOf(const std::string& text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     for (const auto& [unit, bits] : kUnits) {
         if (error == std::errc() && number > 0 && number < std::uint64_t{1} << 32 &&
-            end == &*text.end() - unit.size() && text.ends_with(unit))
+            end == text.data() + text.size() - unit.size() && text.ends_with(unit))
             return number << bits;
     }
     throw Misuse("--size", "'" + text + "' is no size, as 64K, 100M, 2G");
@@ -249,13 +249,13 @@ private:
     struct Definition {
         std::string nameless, named; ///< packets
         std::vector<Key> others;     ///< that it is about, too
-        std::uint64_t version = 0;
+        std::size_t number = 0;
     };
     struct Part {
         std::unique_ptr<Piece> file;
-        std::map<Key, std::uint64_t> told; ///< versions
-        std::size_t clocks = 0;            ///< that are told
-        std::uint64_t signals = 0;         ///< how many definitions of signals there were when it was told of them
+        std::vector<bool> told;    ///< definitions as they are now, by their numbers
+        std::size_t clocks = 0;    ///< that are told
+        std::uint64_t signals = 0; ///< how often signals had been defined when it was told of them
     };
 
     static constexpr std::uint64_t kElsewhere = std::uint64_t{1} << 32; ///< what has no thread, or no core
@@ -282,10 +282,10 @@ private:
         for (; isDone && part.clocks < m_clocks.size(); ++part.clocks)
             isDone = piece.put(m_clocks[part.clocks]);
         if (isDefinition)
-            part.told[*subject] = m_definitions[*subject].version;
+            isToldAnew(part, m_definitions[*subject]);
         else if (subject)
             isDone = isDone && tellOf(part, *subject) && tellOfOthers(part, packet);
-        else if ((code == Signal || code == RelSignal) && part.signals != m_signals.size())
+        else if ((code == Signal || code == RelSignal) && part.signals != m_signalsDefined)
             isDone = isDone && tellOfSignals(part);
         put(isDone && piece.put(packet), *part.file, packet.offset());
     }
@@ -371,26 +371,40 @@ private:
         PacketPointer made(packet.packet());
         if (CPacket* absolute = packet.contexts().absolute(*made))
             made.reset(absolute);
-        Definition& definition = m_definitions[subject];
+        const auto [at, isNew] = m_definitions.try_emplace(subject);
+        Definition& definition = at->second;
+        if (isNew)
+            definition.number = m_definitions.size() - 1;
+        for (Part* part : m_parts) {
+            if (!isNew && definition.number < part->told.size())
+                part->told[definition.number] = false;
+        }
         std::string& bytes = packet.text().empty() ? definition.nameless : definition.named;
         bytes.resize(made->StreamSize());
         bytes.resize(made->write(bytes.data(), static_cast<unsigned>(bytes.size())));
         definition.others = othersIn(*made);
         std::erase(definition.others, subject);
-        ++definition.version;
-        if (subject.first == TextSort::Signal)
-            m_signals.push_back(subject);
+        if (subject.first == TextSort::Signal) {
+            m_signals.insert(subject);
+            ++m_signalsDefined;
+        }
     }
 
+    /// Notes that a part is told of it; false if it has been already.
+    static bool isToldAnew(Part& part, const Definition& definition) {
+        if (definition.number >= part.told.size())
+            part.told.resize(definition.number + 1);
+        const bool wasTold = part.told[definition.number];
+        part.told[definition.number] = true;
+        return !wasTold;
+    }
     bool tellOf(Part& part, Key subject) {
         const auto at = m_definitions.find(subject);
         if (at == m_definitions.end())
             return true;
         const Definition& definition = at->second;
-        std::uint64_t& told = part.told[subject];
-        if (told == definition.version)
+        if (!isToldAnew(part, definition))
             return true;
-        told = definition.version;
         TracePiece& piece = part.file->trace();
         return std::ranges::all_of(definition.others, [&](Key other) { return tellOf(part, other); }) &&
                (definition.nameless.empty() || piece.put(definition.nameless)) &&
@@ -406,7 +420,7 @@ private:
     }
     bool tellOfSignals(Part& part) {
         const bool isDone = std::ranges::all_of(m_signals, [&](Key signal) { return tellOf(part, signal); });
-        part.signals = m_signals.size();
+        part.signals = m_signalsDefined;
         return isDone;
     }
 
@@ -423,7 +437,8 @@ private:
     Directory<std::uint64_t, Part> m_places;
     std::vector<Part*> m_parts;
     std::map<Key, Definition> m_definitions;
-    std::vector<Key> m_signals; ///< as they were defined
+    std::set<Key> m_signals;
+    std::uint64_t m_signalsDefined = 0; ///< how often one was
     std::vector<std::string> m_clocks;
     std::set<std::uint64_t> m_toldClocks; ///< by their cores
     TraceFrame m_frame, m_lastFrame;
