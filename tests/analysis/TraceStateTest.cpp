@@ -322,7 +322,8 @@ TEST(TraceState, TellsAReaderWhatAllBeforeHasTold) {
             ASSERT_EQ(toldBy(front), reader.told()) << seed << ' ' << cursor.offset();
             ASSERT_EQ(toldBy(piece(true, write)), reader.told());
             const std::string cut = piece(false, [&](TracePiece& to) {
-                CTraceCursor rest(std::string_view(trace).substr(cursor.end()), cursor.end(), cursor.contexts());
+                CTraceCursor rest(std::string_view(trace).substr(static_cast<std::size_t>(cursor.end())), cursor.end(),
+                                  cursor.contexts());
                 bool isDone = write(to);
                 while (isDone && rest.next())
                     isDone = to.put(std::as_const(rest));
@@ -351,7 +352,7 @@ TEST(TraceState, GivesACutTheTimesOfItsWindow) {
             const unsigned id = random.below(4);
             switch (random.below(20)) {
             case 0:
-                trace += wireOf(*std::make_unique<CFunctionDefine>(context, id, "abcd" + random.below(4)));
+                trace += wireOf(*std::make_unique<CFunctionDefine>(context, id, &"abcd"[random.below(4)]));
                 break;
             case 1:
                 trace += wireOf(*std::make_unique<CFunctionUndefine>(context, id));
@@ -392,7 +393,8 @@ TEST(TraceState, GivesACutTheTimesOfItsWindow) {
             }
             return out.str();
         };
-        EXPECT_EQ(timesOf(cut), timesOf(trace.substr(0, end))) << seed << ' ' << from << ' ' << to;
+        EXPECT_EQ(timesOf(cut), timesOf(trace.substr(0, static_cast<std::size_t>(end))))
+            << seed << ' ' << from << ' ' << to;
     }
 }
 
@@ -472,7 +474,7 @@ TEST(TracePages, CopyAnyPartOfATrace) {
             });
             // Its front, and then the packets of the part.
             auto expected = contentsOf(out.substr(0, front));
-            CTraceCursor part(std::string_view(trace).substr(0, to));
+            CTraceCursor part(std::string_view(trace).substr(0, static_cast<std::size_t>(to)));
             while (part.next()) {
                 const tagTCode code = part.TraceCode();
                 if (part.offset() >= from && !isPagedBusiness(code) && code != TraceDisabled && code != EndOfTrace)
@@ -484,7 +486,7 @@ TEST(TracePages, CopyAnyPartOfATrace) {
             ASSERT_EQ(found, std::set<std::string>()) << seed << ' ' << from << ' ' << to;
             ASSERT_EQ(pages.damage().places, 0U);
             if (to - from > 2 * kPageSize) { // some are there as they were
-                const std::uint64_t page = (from + kPageSize) / kPageSize * kPageSize;
+                const auto page = static_cast<std::size_t>((from + kPageSize) / kPageSize * kPageSize);
                 EXPECT_NE(out.find(trace.substr(page, kPageSize)), out.npos) << seed << ' ' << from;
             }
         }
