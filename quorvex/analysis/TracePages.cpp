@@ -204,8 +204,8 @@ TraceState TracePages::stateAt(std::uint64_t place) {
 bool TracePages::isDisabledAt(std::uint64_t place) {
     char bytes[CPacketHeader::Len()] = {};
     unsigned got = 0;
-    return m_file->read(bytes, sizeof bytes, place, got) && got == sizeof bytes &&
-           bytes[0] == static_cast<char>(TraceDisabled) && bytes[1] == 0;
+    return place < m_size && m_size - place >= sizeof bytes && m_file->read(bytes, sizeof bytes, place, got) &&
+           got == sizeof bytes && bytes[0] == static_cast<char>(TraceDisabled) && bytes[1] == 0;
 }
 
 TraceFrame TracePages::frameAt(std::uint64_t place) {

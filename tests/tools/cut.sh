@@ -97,7 +97,7 @@ done
 run 1 cut paged --from 0 -o last
 says 'exists; use --force'
 [ -e none ] && fail 'a failed cut leaves a file'
-head -c 700000 paged >killed
+head -c 1000000 paged >killed
 run 3 cut killed --from 10000 -o cut-killed
 says 'the end of the trace is missing'
 run 0 cut killed --from 10000 --to 12000 -o cut-of-killed
