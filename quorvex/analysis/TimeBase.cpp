@@ -8,22 +8,24 @@ namespace Quorvex {
 
 namespace {
 
-/// 1000 * rest / frequency; `rest`, which is less than the frequency, becomes the remainder.
-std::uint64_t nextThreeDigits(std::uint64_t& rest, std::uint64_t frequency) {
-    if (frequency <= std::numeric_limits<std::uint64_t>::max() / 1000) {
-        const std::uint64_t product = rest * 1000;
-        rest = product % frequency;
-        return product / frequency;
+/// factor * part / whole; `part` is less than `whole`.
+std::uint64_t scaled(std::uint64_t factor, std::uint64_t part, std::uint64_t whole) {
+    if (part == 0 || factor <= std::numeric_limits<std::uint64_t>::max() / part)
+        return factor * part / whole;
+    // The product would not fit: it is added up from the factor's highest bit on, and divided as it comes.
+    std::uint64_t quotient = 0, rest = 0;
+    const auto add = [&](std::uint64_t summand) {
+        const bool isFull = rest >= whole - summand;
+        rest = isFull ? rest - (whole - summand) : rest + summand;
+        quotient += isFull;
+    };
+    for (unsigned bit = 64; bit-- > 0;) {
+        quotient *= 2;
+        add(rest);
+        if ((factor >> bit & 1) != 0)
+            add(part);
     }
-    // The product would not fit: a sum whose multiples of the frequency are taken out as they come.
-    std::uint64_t digits = 0, sum = 0;
-    for (unsigned i = 0; i < 1000; ++i) {
-        const bool isFull = sum >= frequency - rest;
-        digits += isFull;
-        sum = isFull ? sum - (frequency - rest) : sum + rest;
-    }
-    rest = sum;
-    return digits;
+    return quotient;
 }
 
 } // namespace
@@ -57,27 +59,11 @@ std::uint64_t TimeBase::unitsOf(std::uint64_t ticks, std::uint64_t frequency, st
                                 std::uint64_t most) {
     if (frequency == 0 || frequency == unitsPerSecond)
         return ticks < most ? ticks : most;
-    std::uint64_t rest = ticks % frequency;
-    std::uint64_t part = 0;
-    for (std::uint64_t units = 1; units < unitsPerSecond; units *= 1000)
-        part = part * 1000 + nextThreeDigits(rest, frequency);
+    const std::uint64_t part = scaled(unitsPerSecond, ticks % frequency, frequency);
     const std::uint64_t seconds = ticks / frequency;
     const std::uint64_t last = most / unitsPerSecond;
     const bool fits = seconds < last || (seconds == last && part <= most % unitsPerSecond);
     return fits ? seconds * unitsPerSecond + part : most;
-}
-
-std::uint64_t TimeBase::ticksOf(std::uint64_t picoseconds, std::uint64_t frequency) {
-    constexpr std::uint64_t kMicro = 1'000'000; // in a second; as many picoseconds are in one
-    constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
-    const std::uint64_t micros = picoseconds / kMicro;
-    const std::uint64_t seconds = micros / kMicro;
-    if (seconds > 0 && frequency >= kMost / (seconds + 1))
-        return kMost;
-    // Each product is below 2^63, as both parts of a second are below 2^20.
-    const std::uint64_t ofMicros = micros % kMicro * frequency;
-    const std::uint64_t rest = ofMicros % kMicro * kMicro + picoseconds % kMicro * frequency;
-    return seconds * frequency + ofMicros / kMicro + rest / (kMicro * kMicro);
 }
 
 } // namespace Quorvex

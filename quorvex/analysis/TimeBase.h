@@ -28,14 +28,15 @@ public:
     /// known.
     std::optional<std::uint64_t> nanoseconds(std::uint64_t tick, std::uint32_t core) const;
 
-    /// Ticks of a clock in other units, of which there are a power of 1000 in a second; at most `most`. Of a clock of
-    /// frequency 0, which is not known, a tick is a unit.
+    /// Ticks of a clock in other units, of which there are so many in a second: ticks of another clock, say; at most
+    /// `most`. Of a clock of frequency 0, which is not known, a tick is a unit.
     static std::uint64_t unitsOf(std::uint64_t ticks, std::uint64_t frequency, std::uint64_t unitsPerSecond,
                                  std::uint64_t most = UINT64_MAX);
 
-    /// Ticks of a clock in so many picoseconds; at most the greatest number of 64 bits. The frequency is known, and at
-    /// most 2^43.
-    static std::uint64_t ticksOf(std::uint64_t picoseconds, std::uint64_t frequency);
+    /// Ticks of a clock in so many picoseconds; at most the greatest number of 64 bits. The frequency is known.
+    static std::uint64_t ticksOf(std::uint64_t picoseconds, std::uint64_t frequency) {
+        return unitsOf(picoseconds, 1'000'000'000'000, frequency);
+    }
 
 private:
     std::uint64_t m_frequency = 0;

@@ -25,10 +25,19 @@ TEST(TimeBase, IsExactForAnyClock) {
         {18'446'744'073'709'551, 1'000, 1'000'000, 18'446'744'073'709'551'000U},
         {18'446'744'073'709'552, 1, 1'000, kMost},
         {18'446'744'073'709'551, 1, 1'000, 18'446'744'073'709'551'000U},
+        // Other clocks: any number of units a second.
+        {10'000'000'019, 3'000'000'000, 2'400'000'000, 8'000'000'015},
+        {7, 24'000'000, 1'000'000'007, 291},
+        {kMost / 3, 18'446'744'073'709'551'557U, kMost, 6'148'914'691'236'517'224},
+        {123'456'789, 18'446'744'073'709'551'557U, kMost, 123'456'789},
+        {kMost, 2'400'000'000, 2'399'999'999, 18'446'744'066'023'408'250U},
     };
     for (const auto& [ticks, frequency, units, expected] : cases)
         EXPECT_EQ(TimeBase::unitsOf(ticks, frequency, units), expected) << ticks << " at " << frequency;
     EXPECT_EQ(TimeBase::unitsOf(5'000, 1, 1'000, 4'000'000), 4'000'000U) << "no more than asked for";
+    EXPECT_EQ(TimeBase::ticksOf(1'500'000'000'000, 32'768), 49'152U);
+    EXPECT_EQ(TimeBase::ticksOf(999'999'999'999, kMost), 18'446'744'073'691'104'870U);
+    EXPECT_EQ(TimeBase::ticksOf(kMost, kMost), kMost);
 }
 
 TEST(TimeBase, KnowsTheClocksThatTimestampsTell) {
