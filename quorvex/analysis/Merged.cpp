@@ -87,7 +87,7 @@ struct Merged::Source {
     std::size_t mostRelative() const { return batch > 0 ? std::min(batch, kMostRelative) : kMostRelative; }
     void forget(Ahead& packet);
     /// Makes the next packet ready; false at the end of the trace.
-    bool prepare();
+    bool prepare(bool keepsOldTicks);
 
     std::unique_ptr<TraceFile> input;
     PacketFilter* filter = nullptr;
@@ -103,6 +103,7 @@ struct Merged::Source {
     std::exception_ptr error; ///< why it has ended; thrown when all that has been read was handed out
     std::uint64_t tick = 0;   ///< of the last packet that has one
     bool hasTick = false;     ///< in this frame
+    std::uint64_t turn = 0;   ///< of the last packet that has a tick, that tick as it was changed
     std::uint64_t wrong = 0;
     std::uint64_t firstWrong = 0; ///< its offset
 };
@@ -207,7 +208,7 @@ void Merged::Source::forget(Ahead& packet) {
     packet.tick = kUnknown64;
 }
 
-bool Merged::Source::prepare() {
+bool Merged::Source::prepare(bool keepsOldTicks) {
     const auto first = [this] { return ahead.empty() ? at(0) : &ahead.front(); };
     const Ahead* next = first();
     while (next && next->isBorder()) {
@@ -220,7 +221,10 @@ bool Merged::Source::prepare() {
     if (next->tick == kUnknown64)
         return true;
     if (hasTick && next->tick < tick && isDefinition(*next->packet)) { // an old tick means nothing there
-        forget(ahead.front());
+        if (keepsOldTicks)
+            ahead.front().tick = kUnknown64;
+        else
+            forget(ahead.front());
     } else if ((!hasTick || (next->tick > tick && next->tick >> 8 != tick >> 8)) && !isInOrder()) {
         const std::size_t count = relatives();
         if (count < mostRelative() && isWrong(count)) {
@@ -260,9 +264,25 @@ void Merged::begin() {
             source.batch = std::max(kLeastAhead, kMostAhead / m_sources.size());
             source.input->readAtATime(kPortion);
         }
-        if (source.prepare())
-            enqueue({source.tick, index});
+        if (Turn turn; prepare(index, turn))
+            enqueue(turn);
     }
+}
+
+bool Merged::prepare(std::size_t index, Turn& turn) {
+    Source& source = *m_sources[index];
+    if (!source.prepare(m_keepsOldTicks))
+        return false;
+    Source::Ahead& next = source.ahead.front();
+    if (m_change) {
+        m_change(*next.packet, index);
+        if (next.tick != kUnknown64)
+            next.tick = absoluteTickOf(*next.packet);
+    }
+    if (next.tick != kUnknown64)
+        source.turn = next.tick;
+    turn = {source.turn, index};
+    return true;
 }
 
 void Merged::enqueue(Turn turn) {
@@ -276,8 +296,7 @@ PacketPointer Merged::next() {
     if (m_begun < m_sources.size())
         begin();
     const std::size_t last = std::exchange(m_file, kNone);
-    if (last != kNone && m_sources[last]->prepare()) {
-        const Turn turn(m_sources[last]->tick, last);
+    if (Turn turn; last != kNone && prepare(last, turn)) {
         if (m_turns.empty() || turn < m_turns.front())
             return take(last);
         enqueue(turn);

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -44,6 +45,13 @@ public:
 
     /// Adds a trace. To be done before the first packet is read.
     void add(std::unique_ptr<TraceFile> trace);
+    /// Has every packet changed before its place is decided, by its tick as it is then. Told is the packet and the
+    /// trace that it is of. Ticks must rise in a trace where they rose before. To be said before the first packet is
+    /// read.
+    void changeBy(std::function<void(CPacket&, std::size_t)> change) { m_change = std::move(change); }
+    /// Leaves a definition the tick that is older than the packet before it; only for its place it is unknown. To be
+    /// said before the first packet is read.
+    void keepOldTicks() { m_keepsOldTicks = true; }
 
     /// Leaves out what the filter does not want, before it is looked at in any other way. To be said before the first
     /// packet is read; the filter must outlive this.
@@ -67,16 +75,21 @@ public:
 
 private:
     struct Source;
+    /// A tick, and the number of a source.
+    using Turn = std::pair<std::uint64_t, std::size_t>;
 
     /// Makes the first packets ready that have not been asked for.
     void begin();
+    /// Makes the source's next packet ready, if it has one, and tells its place.
+    bool prepare(std::size_t index, Turn& turn);
     /// The source's next packet, which is ready.
     PacketPointer take(std::size_t index);
 
     PacketFilter* m_filter = nullptr;
     std::vector<platform::Owned<Source>> m_sources;
+    std::function<void(CPacket&, std::size_t)> m_change;
+    bool m_keepsOldTicks = false;
     /// The sources that have a packet, by its tick, then in the order of the files.
-    using Turn = std::pair<std::uint64_t, std::size_t>;
     std::vector<Turn> m_turns; ///< a heap, the next one first
     void enqueue(Turn turn);
     std::size_t m_begun = 0; ///< sources whose first packet has been asked for

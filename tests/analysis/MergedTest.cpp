@@ -99,6 +99,47 @@ TEST(Merged, TellsWrongTicksHoweverManyFilesThereAre) {
     }
 }
 
+TEST(Merged, PlacesPacketsByTicksThatWereChanged) {
+    std::istringstream first(traceOf(0, 0)), second(traceOf(1, 0, 50));
+    Merged merged;
+    merged.add(std::make_unique<TraceFile>("first", &first));
+    merged.add(std::make_unique<TraceFile>("second", &second));
+    merged.changeBy([](CPacket& packet, std::size_t file) {
+        auto& enter = dynamic_cast<CFunctionEnter&>(packet);
+        if (file == 0 && enter.Tick() != kUnknown64)
+            enter.Tick(enter.Tick() + 10'500);
+    });
+    std::vector<std::uint64_t> ticks;
+    for (std::uint64_t last = 0, count = 0; const auto packet = merged.next(); ++count) {
+        const auto& enter = dynamic_cast<const CFunctionEnter&>(*packet);
+        EXPECT_EQ(merged.tick(), enter.Tick());
+        if (enter.Tick() == kUnknown64)
+            continue;
+        EXPECT_EQ(enter.Tick(), 1000 * enter.TgtFuncId() + (merged.file() == 0 ? 10'500 : 0));
+        EXPECT_GE(enter.Tick(), last);
+        last = enter.Tick();
+        ticks.push_back(last);
+    }
+    EXPECT_EQ(ticks.size(), 2 * kPackets - 1);
+    EXPECT_EQ(merged.report(1).wrongTicks, 1U);
+}
+
+TEST(Merged, LeavesDefinitionsTheirOldTicksIfAskedTo) {
+    for (const bool keeps : {false, true}) {
+        std::istringstream stream(wireOf(*std::make_unique<CFunctionEnter>(CCoreContext(50, 0, 0, 0), 1)) +
+                                  wireOf(*std::make_unique<CFunctionDefine>(CCoreContext(7, 0, 0, 0), 1, "f")));
+        Merged merged;
+        merged.add(std::make_unique<TraceFile>("stream", &stream));
+        if (keeps)
+            merged.keepOldTicks();
+        merged.changeBy([](CPacket&, std::size_t) {});
+        merged.next();
+        const auto packet = merged.next();
+        EXPECT_EQ(dynamic_cast<const CFunctionDefine&>(*packet).Tick(), keeps ? 7 : kUnknown64);
+        EXPECT_EQ(merged.tick(), kUnknown64);
+    }
+}
+
 TEST(Merged, LooksLittleAheadWhereOnlyDefinitionsFollow) {
     std::string trace;
     for (std::uint64_t i = 0; i < 8 * kPackets; ++i)
