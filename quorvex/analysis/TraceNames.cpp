@@ -47,6 +47,32 @@ private:
     void* m_to;
 };
 
+/// Puts what others make of whole numbers back into their fields, which are those of a packet that may be changed.
+class NumberChange {
+public:
+    using Change = void (*)(void*, FieldMeaning, const char*, std::uint64_t&);
+    NumberChange(Change change, void* to) : m_change(change), m_to(to) {}
+
+    template <class Part> void operator()(const Part& part) { Part::fields(const_cast<Part&>(part), *this); }
+    template <class T> void operator()(FieldMeaning meaning, const char* name, T& field) {
+        if constexpr (std::is_integral_v<T>) {
+            using Unsigned = std::make_unsigned_t<T>;
+            std::uint64_t value = static_cast<Unsigned>(field);
+            m_change(m_to, meaning, name, value);
+            if (const auto fitting = static_cast<Unsigned>(value); fitting == value)
+                field = static_cast<T>(fitting);
+            else
+                m_fits = false;
+        }
+    }
+    bool fits() const { return m_fits; }
+
+private:
+    Change m_change;
+    void* m_to;
+    bool m_fits = true;
+};
+
 constexpr Reference kReferences[] = {
     {"CntrId", TextSort::Counter},
     {"EvtId", TextSort::Event},
@@ -75,6 +101,12 @@ constexpr std::uint64_t kPart = 0xFFFFFFFF;
 void detail::eachNumber(const CPacket& packet, void (*take)(void*, const NumberField&), void* to) {
     Numbers numbers(take, to);
     visitKind(packet, [&numbers](const auto& kind) { kind.visitParts(numbers); });
+}
+
+bool detail::changeNumbers(CPacket& packet, NumberChange::Change change, void* to) {
+    NumberChange numbers(change, to);
+    visitKind(packet, [&numbers](const auto& kind) { kind.visitParts(numbers); });
+    return numbers.fits();
 }
 
 const Reference* referenceOf(std::string_view field) {

@@ -27,12 +27,27 @@ struct NumberField {
 
 namespace detail {
 QUORVEX_API void eachNumber(const CPacket& packet, void (*take)(void* to, const NumberField& field), void* to);
-}
+QUORVEX_API bool changeNumbers(CPacket& packet,
+                               void (*change)(void* to, FieldMeaning meaning, const char* name, std::uint64_t& value),
+                               void* to);
+} // namespace detail
 
 /// Calls `take` with each field of the packet's context and payload, in wire order.
 template <class Take> void eachNumber(const CPacket& packet, Take take) {
     detail::eachNumber(
         packet, [](void* to, const NumberField& field) { (*static_cast<Take*>(to))(field); }, &take);
+}
+
+/// Calls `change(meaning, name, value)` with each whole number of the packet's context and payload, in wire order; what
+/// it makes of the value comes to stand in the field. False where that does not fit a field, which then keeps what it
+/// holds.
+template <class Change> bool changeNumbers(CPacket& packet, Change change) {
+    return detail::changeNumbers(
+        packet,
+        [](void* to, FieldMeaning meaning, const char* name, std::uint64_t& value) {
+            (*static_cast<Change*>(to))(meaning, std::string_view(name), value);
+        },
+        &change);
 }
 
 /// The text behind a packet, of a CharString packet its own; empty where there is none. Valid as long as the packet.
