@@ -1,17 +1,12 @@
 #include "Arguments.h"
 #include "Output.h"
 #include "TraceInput.h"
-#include "TraceSinks.h"
+#include "TraceOutput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/Unpaged.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/stream/Contexts.h"
-#include "quorvex/stream/OpenFrame.h"
-#include "quorvex/stream/TraceCompressor.h"
-#include "quorvex/stream/TraceSinkBuffer.h"
-#include "quorvex/stream/TraceWriterPaged.h"
-#include "quorvex/stream/TraceWriterPlain.h"
 
 #include <fmt/format.h>
 
@@ -29,48 +24,8 @@ using namespace Quorvex;
 
 struct ConvertOptions {
     std::vector<std::string> files;
-    bool plain = false; ///< what is done anyway, for those who want to say so
-    bool paged = false;
-    bool absolute = false;
-    bool relative = false;
+    TraceShape shape;
     Output output;
-};
-
-/// A plain writer that corrects the length of every frame whose length is told: it changes with the form of the
-/// packets. Where the target cannot be gone back in, the length is told as unknown.
-class FrameWriter : public CTraceWriterPlain {
-public:
-    explicit FrameWriter(CTraceSinkBuffer& target) : CTraceWriterPlain(target), m_sink(target) {}
-
-    bool put(CPacket* packet) override {
-        const tagTCode code = packet->TraceCode();
-        if (code != TraceEnabled && code != TraceDisabled)
-            return CTraceWriterPlain::put(packet);
-        auto* enabled = packetAs<CTraceEnabled>(*packet);
-        const bool told = enabled && enabled->FrameLen() != kUnknown64;
-        const auto frame = told ? OpenFrame(tellp(), *enabled) : OpenFrame();
-        if (told)
-            enabled->FrameLen(kUnknown64);
-        if (!CTraceWriterPlain::put(packet))
-            return false;
-        if (enabled)
-            m_frame = frame;
-        else if (code == TraceDisabled && m_frame)
-            closeFrame();
-        return true;
-    }
-
-private:
-    using OpenFrame = Quorvex::detail::OpenFrame;
-
-    void closeFrame() {
-        flush();
-        m_frame.closeIn(m_sink, m_frame.closed(tellp()), tellp());
-        m_frame = OpenFrame();
-    }
-
-    CTraceSinkBuffer& m_sink;
-    OpenFrame m_frame;
 };
 
 /// A trace in absolute form. A sync packet that told a relative packet its context, which that packet now carries
@@ -161,14 +116,7 @@ class Conversion {
 public:
     explicit Conversion(ConvertOptions& options) : m_options(options) {
         options.output.check(options.files);
-        m_sink = makeSink(options.output.target());
-        if (options.paged)
-            m_writer = &m_paged.emplace(*m_sink);
-        else
-            m_writer = &m_plain.emplace(*m_sink);
-        m_packetSink = m_writer;
-        if (options.relative)
-            m_packetSink = &m_compressor.emplace(*m_writer);
+        m_output.emplace(options.output.target(), options.shape.paged, options.shape.relative);
     }
 
     ExitCode run() {
@@ -176,7 +124,7 @@ public:
         for (const std::string& file : m_options.files) {
             TraceInput input(file);
             Unpaged source(input);
-            if (m_options.absolute || m_options.relative)
+            if (m_options.shape.absolute || m_options.shape.relative)
                 writeAll(input, AbsoluteForm(source));
             else
                 writeAll(input, SameForm(source, m_written));
@@ -184,9 +132,7 @@ public:
             if (const ExitCode damage = input.reportDamage(); damage != Done)
                 exitCode = damage;
         }
-        m_writer->flush();
-        const std::uint64_t size = m_writer->tellp();
-        m_options.output.target().commit();
+        const std::uint64_t size = m_output->commit();
         std::string summary = fmt::format("{} packets, {} bytes -> {} bytes", m_packets, m_bytes, size);
         if (m_bytes > 0)
             summary += fmt::format(" ({:.1f} %)", 100.0 * static_cast<double>(size) / static_cast<double>(m_bytes));
@@ -198,36 +144,15 @@ private:
     template <class Form> void writeAll(const TraceInput& input, Form form) {
         while (PacketPointer packet = form.next()) {
             ++m_packets;
-            write(input, packet);
+            m_output->write(std::move(packet), input.name(), input.offset());
         }
         // Of a program that was killed nothing is missing but the end, nor is anything missing in what is written.
-        if (input.report().end == TraceEnd::Recording) {
-            PacketPointer end(new CTraceDisabled);
-            write(input, end);
-        }
-    }
-
-    void write(const TraceInput& input, PacketPointer& packet) {
-        const tagTCode code = packet->TraceCode();
-        const unsigned size = packet->StreamSize();
-        CPacket* raw = packet.release();
-        const bool written = m_packetSink->forward(raw);
-        packet.reset(raw); // some sinks leave the packet with the caller
-        if (written)
-            return;
-        m_options.output.target().finish();
-        throw Failure(input.name(), fmt::format("offset {}: a {} packet of {} bytes, its text included, does not fit a "
-                                                "block of {} bytes",
-                                                input.offset(), CTCodeInfo::TCodeToName(code), size, kBlockSize));
+        if (input.report().end == TraceEnd::Recording)
+            m_output->write(PacketPointer(new CTraceDisabled), input.name(), input.offset());
     }
 
     ConvertOptions& m_options;
-    std::unique_ptr<CTraceSinkBuffer> m_sink;
-    std::optional<CTraceWriterPaged> m_paged;
-    std::optional<FrameWriter> m_plain;
-    std::optional<CTraceCompressor> m_compressor;
-    CTraceSinkEx* m_writer = nullptr;     ///< what writes to the sink
-    CTraceSinkEx* m_packetSink = nullptr; ///< what takes the packets
+    std::optional<TraceOutput> m_output;
     CContexts m_written;
     std::uint64_t m_packets = 0;
     std::uint64_t m_bytes = 0;
@@ -240,16 +165,13 @@ void addConvert(Program& program) {
     Verb verb = program.add("convert", "Change the layout or the form of traces, or join them");
     verb.option("FILES", options->files, "Trace files, or plain tables as dump shows them; - for standard input")
         .required();
-    const Option paged =
-        verb.flag("--paged", options->paged, "Pages of 256 KiB, each of which a reader can begin with");
-    verb.flag("--plain", options->plain, "Packets back to back (default)").excludes(paged);
-    const Option absolute = verb.flag("--absolute", options->absolute, "Every packet with its full context");
-    verb.flag("--relative", options->relative, "Contexts told by their change, where that is possible")
-        .excludes(absolute);
+    options->shape.addTo(verb);
     options->output.addOptions(verb, true);
-    verb.footer("Example: qvx convert thread_4711.qvx -o small.qvx --relative\n"
-                "Without --absolute or --relative packets keep their form. Several files are written one after the\n"
-                "other. What only pages need (padding, contexts restated at a page's start) is left out.");
+    verb.footer(
+        "Example: qvx convert thread_4711.qvx -o small.qvx --relative\n"
+        "What is written is plain, and packets keep their form, unless options say otherwise. Several files are\n"
+        "written one after the other; `qvx merge` joins traces by time. What only pages need (padding, contexts\n"
+        "restated at a page's start) is left out.");
     verb.runs([options] { return Conversion(*options).run(); });
 }
 
