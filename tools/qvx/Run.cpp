@@ -45,6 +45,7 @@ int run(std::vector<std::string> arguments) {
     addCut(program);
     addSplit(program);
     addCat(program);
+    addMerge(program);
     addStats(program);
     addGraph(program);
     addAssert(program);

@@ -45,6 +45,7 @@ void addDigest(Program& program);
 void addCut(Program& program);
 void addSplit(Program& program);
 void addCat(Program& program);
+void addMerge(Program& program);
 void addStats(Program& program);
 void addGraph(Program& program);
 void addAssert(Program& program);

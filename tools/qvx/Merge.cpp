@@ -1,0 +1,333 @@
+#include "Arguments.h"
+#include "Inputs.h"
+#include "Moments.h"
+#include "Output.h"
+#include "TraceInput.h"
+#include "TraceOutput.h"
+#include "Verbs.h"
+#include "quorvex/analysis/CommonClock.h"
+#include "quorvex/analysis/Merged.h"
+#include "quorvex/analysis/Renumbering.h"
+#include "quorvex/packets/PacketKinds.h"
+#include "quorvex/platform/System.h"
+#include "quorvex/platform/TemporaryFile.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <optional>
+#include <set>
+#include <streambuf>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qvx {
+
+namespace {
+
+using namespace Quorvex;
+
+struct MergeOptions {
+    Inputs inputs;
+    std::vector<std::string> offsets;
+    TraceShape shape;
+    Output output;
+};
+
+/// The bytes of what can be read once only, to be read from the start as often as is wanted.
+class Spool : public std::streambuf {
+public:
+    Spool(std::istream& from, const std::string& name) : m_stream(this) {
+        do {
+            from.read(m_bytes, sizeof m_bytes);
+            if (from.bad())
+                throw Failure(name, platform::errorText(EIO));
+            check(m_file.write(m_bytes, static_cast<std::size_t>(from.gcount())));
+        } while (from);
+    }
+
+    std::istream& fromStart() {
+        setg(nullptr, nullptr, nullptr);
+        check(m_file.rewind());
+        m_stream.clear();
+        return m_stream;
+    }
+
+protected:
+    int_type underflow() override {
+        const std::size_t count = m_file.read(m_bytes, sizeof m_bytes);
+        check(m_file.good());
+        setg(m_bytes, m_bytes, m_bytes + count);
+        return count == 0 ? traits_type::eof() : traits_type::to_int_type(m_bytes[0]);
+    }
+
+private:
+    void check(bool good) const {
+        if (!good)
+            throw Failure("temporary file", platform::errorText(m_file.error() ? m_file.error() : EIO));
+    }
+
+    platform::TemporaryFile m_file;
+    std::istream m_stream;
+    char m_bytes[0x10000];
+};
+
+/// The traces that are merged, each of which can be opened again.
+class Sources {
+public:
+    explicit Sources(std::vector<std::string> files) : m_files(std::move(files)), m_spools(m_files.size()) {}
+
+    std::size_t size() const { return m_files.size(); }
+    const std::vector<std::string>& files() const { return m_files; }
+    std::string nameOf(std::size_t file) const { return m_files[file] == "-" ? "standard input" : m_files[file]; }
+
+    std::unique_ptr<TraceFile> open(std::size_t file) {
+        using platform::FileStatus;
+        std::unique_ptr<Spool>& spool = m_spools[file];
+        if (!spool && m_files[file] == "-") {
+            spool = std::make_unique<Spool>(std::cin, nameOf(file));
+        } else if (const FileStatus::Sort sort = FileStatus::of(m_files[file]).sort;
+                   !spool && (sort == FileStatus::Fifo || sort == FileStatus::Device)) {
+            std::ifstream stream(m_files[file], std::ios::binary);
+            spool = std::make_unique<Spool>(stream, nameOf(file));
+        }
+        return spool ? std::make_unique<TraceFile>(nameOf(file), &spool->fromStart())
+                     : std::make_unique<TraceInput>(m_files[file]);
+    }
+
+private:
+    std::vector<std::string> m_files;
+    std::vector<std::unique_ptr<Spool>> m_spools;
+};
+
+/// By how much a trace is shifted.
+struct Offset {
+    std::size_t file;
+    Duration duration;
+    bool isBack;
+};
+
+/// What --offset says of the traces: FILE=TIME, of which FILE may be a directory.
+std::vector<Offset> offsetsOf(const std::vector<std::string>& texts, const std::vector<std::string>& files) {
+    std::vector<Offset> offsets;
+    for (const std::string& text : texts) {
+        const std::size_t equals = text.rfind('=');
+        const std::string name = text.substr(0, equals);
+        std::string time = equals == std::string::npos ? "" : text.substr(equals + 1);
+        const bool isBack = time.starts_with('-');
+        if (isBack || time.starts_with('+'))
+            time.erase(0, 1);
+        const std::optional<Duration> duration = Duration::of(time);
+        if (!duration)
+            throw Misuse("--offset", "'" + text + "' is not FILE=TIME, with a TIME as 12, -12 or -1.5s");
+        bool isFound = false;
+        for (std::size_t file = 0; file < files.size(); ++file) {
+            namespace fs = std::filesystem;
+            if (files[file] != name && (fs::path(name) / fs::path(files[file]).filename()).string() != files[file])
+                continue;
+            offsets.push_back({file, *duration, isBack});
+            isFound = true;
+        }
+        if (!isFound)
+            throw Misuse("--offset", "'" + name + "' is none of the traces");
+    }
+    return offsets;
+}
+
+/// Names some traces in few words.
+class Some {
+public:
+    explicit Some(const Sources& sources) : m_sources(sources) {}
+
+    void add(std::size_t file) {
+        if (m_count++ == 0)
+            m_first = file;
+    }
+    explicit operator bool() const { return m_count > 0; }
+    /// With what is to be said of one, or of several.
+    std::string that(const char* one, const char* several) const {
+        const std::string first = m_sources.nameOf(m_first);
+        return m_count == 1 ? fmt::format("{} {}", first, one)
+                            : fmt::format("{} and {} more {}", first, m_count - 1, several);
+    }
+
+private:
+    const Sources& m_sources;
+    std::size_t m_first = 0;
+    std::size_t m_count = 0;
+};
+
+class Merging {
+public:
+    explicit Merging(MergeOptions& options)
+        : m_options(options),
+          m_sources(options.inputs.files()),
+          m_offsets(offsetsOf(options.offsets, m_sources.files())) {
+        options.output.check(m_sources.files());
+    }
+
+    ExitCode run() {
+        for (std::size_t file = 0; file < m_sources.size(); ++file)
+            look(file);
+        shift();
+        tellOfClocks();
+        if (const std::uint64_t count = m_renumbering.given(); count > 0)
+            tell(fmt::format("{} identifier{} of one trace {} something else in another; {} a new number", count,
+                             plural(count), count == 1 ? "means" : "mean", count == 1 ? "it got" : "each got"));
+        return write();
+    }
+
+private:
+    /// Takes note of what a trace says of its clocks, frames and identifiers.
+    void look(std::size_t file) {
+        const std::unique_ptr<TraceFile> trace = m_sources.open(file);
+        while (trace->advance()) {
+            const CTraceCursor& at = trace->cursor();
+            const KindFacts& facts = factsOf(at.TraceCode());
+            if (at.TraceCode() == TraceEnabled)
+                lookAtFrame(at.as<CTraceEnabled>()->FrameConfig());
+            if (facts.role != Role::Definition && facts.role != Role::Undefinition && at.TraceCode() != Timestamp)
+                continue;
+            PacketPointer packet(at.packet());
+            if (packet && facts.isRelative)
+                packet.reset(at.contexts().absolute(*packet));
+            if (!packet)
+                throw std::bad_alloc();
+            m_clock.note(*packet, file);
+            m_renumbering.note(*packet);
+        }
+        m_renumbering.endTrace();
+    }
+
+    /// The one frame is as all frames are; where they differ, its instructions are listed in parts.
+    void lookAtFrame(const SFrameConfig& config) {
+        if (!m_frame) {
+            m_frame = config;
+        } else if (*m_frame != config) {
+            const bool isKnown = m_frame->getExpansion() != UnknownExpanded && config.getExpansion() != UnknownExpanded;
+            m_frame = m_frame->getExpansion() == config.getExpansion() ? config.getExpansion()
+                      : isKnown                                        ? MixExpanded
+                                                                       : UnknownExpanded;
+        }
+    }
+
+    void shift() {
+        for (const Offset& offset : m_offsets) {
+            if (!offset.duration.isTicks() && m_clock.frequency() == 0)
+                throw Misuse("--offset", "no trace tells how many ticks are a second");
+            m_clock.shift(offset.file, offset.duration.ticks(m_clock.frequency()), offset.isBack);
+        }
+    }
+
+    void tellOfClocks() const {
+        Some slower(m_sources), clockless(m_sources), contradicting(m_sources);
+        for (std::size_t file = 0; file < m_sources.size(); ++file) {
+            if (m_clock.isSlower(file))
+                slower.add(file);
+            if (m_clock.frequency() != 0 && !m_clock.hasClock(file))
+                clockless.add(file);
+            if (m_clock.contradicts(file))
+                contradicting.add(file);
+        }
+        if (slower)
+            tell(fmt::format("{} told by the fastest clock, {} ticks a second",
+                             slower.that("has a slower clock; its ticks are", "have slower clocks; their ticks are"),
+                             m_clock.frequency()));
+        if (clockless)
+            tell(clockless.that("does not tell how many ticks are a second; they are taken as they are",
+                                "do not tell how many ticks are a second; they are taken as they are"));
+        if (contradicting)
+            tell(contradicting.that("tells several frequencies of one clock; the first counts",
+                                    "tell several frequencies of one clock; the first counts"));
+    }
+
+    ExitCode write() {
+        const TraceShape& shape = m_options.shape;
+        Merged merged;
+        merged.keepOldTicks();
+        if (m_clock.changes())
+            merged.changeBy([this](CPacket& packet, std::size_t file) {
+                if (!m_clock.change(packet, file))
+                    m_unplaced.insert(file);
+            });
+        for (std::size_t file = 0; file < m_sources.size(); ++file)
+            merged.add(m_sources.open(file));
+
+        Target& target = m_options.output.target();
+        TraceOutput output(target, !shape.plain, !shape.absolute);
+        const auto frame = [&](CPacket* packet) { output.write(PacketPointer(packet), target.name(), 0); };
+        frame(new CTraceEnabled(0, m_frame.value_or(SFrameConfig()))); // its length is put in at its end
+        std::uint64_t packets = 0;
+        while (PacketPointer packet = merged.next()) {
+            const std::string& name = merged.trace(merged.file()).name();
+            if (repeatsClock(*packet))
+                continue;
+            if (!m_renumbering.change(*packet, merged.file()))
+                throw Failure(name, fmt::format("offset {}: there is no number left for an identifier of this {} "
+                                                "packet",
+                                                merged.offset(), CTCodeInfo::TCodeToName(packet->TraceCode())));
+            ++packets;
+            output.write(std::move(packet), name, merged.offset());
+        }
+        frame(new CTraceDisabled);
+        frame(new CEndOfTrace);
+        const std::uint64_t size = output.commit();
+
+        ExitCode exitCode = reportDamage(merged);
+        Some unplaced(m_sources);
+        for (const std::size_t file : m_unplaced)
+            unplaced.add(file);
+        if (unplaced) {
+            constexpr char kWhat[] =
+                "ticks that the fastest clock or an offset puts out of 64 bits; they are unknown now";
+            tell(unplaced.that("has", "have") + " " + kWhat);
+            exitCode = DoneWithLoss;
+        }
+        tell(fmt::format("{} packets of {} trace{}, {} bytes", packets, m_sources.size(), plural(m_sources.size()),
+                         size));
+        return exitCode;
+    }
+
+    /// Whether the packet tells a clock that is told already.
+    bool repeatsClock(const CPacket& packet) {
+        const auto* timestamp = packetAs<CTimestamp>(packet);
+        if (!timestamp || !timestamp->is_Frequency_valid() || timestamp->Frequency() == 0)
+            return false;
+        return !m_clocks.insert(timestamp->is_HWCtx_valid() ? std::optional(timestamp->HWCtx()) : std::nullopt).second;
+    }
+
+    MergeOptions& m_options;
+    Sources m_sources;
+    std::vector<Offset> m_offsets;
+    CommonClock m_clock;
+    Renumbering m_renumbering;
+    std::optional<SFrameConfig> m_frame;
+    std::set<std::optional<std::uint32_t>> m_clocks; ///< that are told, by core
+    std::set<std::size_t> m_unplaced;                ///< traces with ticks that are lost
+};
+
+} // namespace
+
+void addMerge(Program& program) {
+    auto options = std::make_shared<MergeOptions>();
+    Verb verb = program.add("merge", "Make one trace of several, in the order of time");
+    options->inputs.addTo(verb);
+    verb.option("--offset", options->offsets,
+                "Shift the ticks of FILE, or of all in a directory: b.qvx=-1.5s, b.qvx=+500", "FILE=TIME");
+    options->shape.addTo(verb);
+    options->output.addOptions(verb, true);
+    verb.footer(
+        "Example: qvx merge traces -o run.qvx\n"
+        "What is written is paged and relative, unless options say otherwise. Ticks are told by the fastest clock\n"
+        "of the traces; an offset without a unit is in ticks of that. Identifiers that mean different things in\n"
+        "different traces get new numbers. The traces are read twice.");
+    verb.runs([options] { return Merging(*options).run(); });
+}
+
+} // namespace qvx
