@@ -62,6 +62,12 @@ void verbs(const std::string& data) {
     run({"split", in, "-f", "-o", out, "--size", "64K"});
     run({"split", in, "-f", "-o", out, "--by", "thread"});
     run({"cat", in, in, "-f", "-o", out});
+    if (run({"merge", in, in, "-f", "-o", out}) != 1) {
+        require(run({"info", out, "-f", "-o", again}) != 1, "a merge is a trace");
+        const std::string info = directory.content("again");
+        require(info.find("\nDamage:    none\n") != std::string::npos, "a merge has no damage");
+        require(info.find("\nEnd:       complete\n") != std::string::npos, "a merge is whole");
+    }
     run({"export", in, "-f", "-o", out, "--to", "vcd", "--save", again});
     run({"export", in, "-f", "-o", out, "--to", "btf"});
 }

@@ -245,6 +245,8 @@ bool Merged::Source::prepare(bool keepsOldTicks) {
 
 PacketFilter::~PacketFilter() = default;
 
+PacketChange::~PacketChange() = default;
+
 Merged::Merged() = default;
 
 Merged::~Merged() = default;
@@ -275,7 +277,7 @@ bool Merged::prepare(std::size_t index, Turn& turn) {
         return false;
     Source::Ahead& next = source.ahead.front();
     if (m_change) {
-        m_change(*next.packet, index);
+        m_change->change(index, *next.packet);
         if (next.tick != kUnknown64)
             next.tick = absoluteTickOf(*next.packet);
     }

@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -20,6 +19,14 @@ public:
     /// Whether somebody wants the packet, of the trace with that number. Called once for each that comes in question,
     /// in the order of that trace.
     virtual bool wants(std::size_t file, const CTraceCursor& packet) = 0;
+};
+
+/// Changes the packets of traces before they are in order.
+class QUORVEX_API PacketChange {
+public:
+    virtual ~PacketChange();
+    /// Changes a packet of the trace with that number, in the order of that trace. Ticks must rise where they rose.
+    virtual void change(std::size_t file, CPacket& packet) = 0;
 };
 
 /// Several traces as one, in the order of ticks: packets are absolute, and what frames a trace or restates contexts is
@@ -45,10 +52,9 @@ public:
 
     /// Adds a trace. To be done before the first packet is read.
     void add(std::unique_ptr<TraceFile> trace);
-    /// Has every packet changed before its place is decided, by its tick as it is then. Told is the packet and the
-    /// trace that it is of. Ticks must rise in a trace where they rose before. To be said before the first packet is
-    /// read.
-    void changeBy(std::function<void(CPacket&, std::size_t)> change) { m_change = std::move(change); }
+    /// Has every packet changed before its place is decided, by the tick that it has then. To be said before the first
+    /// packet is read; the change must outlive this.
+    void changeBy(PacketChange& change) { m_change = &change; }
     /// Leaves a definition the tick that is older than the packet before it; only for its place it is unknown. To be
     /// said before the first packet is read.
     void keepOldTicks() { m_keepsOldTicks = true; }
@@ -87,7 +93,7 @@ private:
 
     PacketFilter* m_filter = nullptr;
     std::vector<platform::Owned<Source>> m_sources;
-    std::function<void(CPacket&, std::size_t)> m_change;
+    PacketChange* m_change = nullptr;
     bool m_keepsOldTicks = false;
     /// The sources that have a packet, by its tick, then in the order of the files.
     std::vector<Turn> m_turns; ///< a heap, the next one first

@@ -99,16 +99,22 @@ TEST(Merged, TellsWrongTicksHoweverManyFilesThereAre) {
     }
 }
 
+/// Of calls in the first trace.
+struct Delay : PacketChange {
+    void change(std::size_t file, CPacket& packet) override {
+        auto* enter = packetAs<CFunctionEnter>(packet);
+        if (enter && file == 0 && enter->Tick() != kUnknown64)
+            enter->Tick(enter->Tick() + 10'500);
+    }
+};
+
 TEST(Merged, PlacesPacketsByTicksThatWereChanged) {
     std::istringstream first(traceOf(0, 0)), second(traceOf(1, 0, 50));
     Merged merged;
     merged.add(std::make_unique<TraceFile>("first", &first));
     merged.add(std::make_unique<TraceFile>("second", &second));
-    merged.changeBy([](CPacket& packet, std::size_t file) {
-        auto& enter = dynamic_cast<CFunctionEnter&>(packet);
-        if (file == 0 && enter.Tick() != kUnknown64)
-            enter.Tick(enter.Tick() + 10'500);
-    });
+    Delay delay;
+    merged.changeBy(delay);
     std::vector<std::uint64_t> ticks;
     for (std::uint64_t last = 0, count = 0; const auto packet = merged.next(); ++count) {
         const auto& enter = dynamic_cast<const CFunctionEnter&>(*packet);
@@ -132,7 +138,8 @@ TEST(Merged, LeavesDefinitionsTheirOldTicksIfAskedTo) {
         merged.add(std::make_unique<TraceFile>("stream", &stream));
         if (keeps)
             merged.keepOldTicks();
-        merged.changeBy([](CPacket&, std::size_t) {});
+        Delay delay;
+        merged.changeBy(delay);
         merged.next();
         const auto packet = merged.next();
         EXPECT_EQ(dynamic_cast<const CFunctionDefine&>(*packet).Tick(), keeps ? 7 : kUnknown64);

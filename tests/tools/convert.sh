@@ -49,6 +49,7 @@ done
 convert 0 plain -o - >piped
 "$qvx" dump --format verbose --limit 1 piped | grep -q '^Frame Length:	unknown$' || fail 'a pipe cannot be gone back in'
 cat plain | "$qvx" convert - -o - 2>/dev/null | tail -c +19 | cmp - <(tail -c +19 piped) || fail 'from a pipe to a pipe'
+"$qvx" convert plain --paged -o - 2>/dev/null | tail -c +19 | cmp - <(tail -c +19 paged) || fail 'pages to a pipe'
 
 # Several files become one. The second begins with a relative packet: it keeps its meaning, the unknown context.
 printf '\x7f\x18\x10\0\0\0\0\0\0\0\x01\0\0\0\x02\0\0\0\x30\0\0\0\0\0\0\0\x00\x02\x01\x01' >first

@@ -163,7 +163,7 @@ private:
     std::size_t m_count = 0;
 };
 
-class Merging {
+class Merging : PacketChange {
 public:
     explicit Merging(MergeOptions& options)
         : m_options(options),
@@ -252,10 +252,7 @@ private:
         Merged merged;
         merged.keepOldTicks();
         if (m_clock.changes())
-            merged.changeBy([this](CPacket& packet, std::size_t file) {
-                if (!m_clock.change(packet, file))
-                    m_unplaced.insert(file);
-            });
+            merged.changeBy(*this);
         for (std::size_t file = 0; file < m_sources.size(); ++file)
             merged.add(m_sources.open(file));
 
@@ -292,6 +289,11 @@ private:
         tell(fmt::format("{} packets of {} trace{}, {} bytes", packets, m_sources.size(), plural(m_sources.size()),
                          size));
         return exitCode;
+    }
+
+    void change(std::size_t file, CPacket& packet) override {
+        if (!m_clock.change(packet, file))
+            m_unplaced.insert(file);
     }
 
     /// Whether the packet tells a clock that is told already.

@@ -24,9 +24,9 @@ class SequentialSink : public CTraceSinkBufferStream {
 public:
     using CTraceSinkBufferStream::CTraceSinkBufferStream;
     using CTraceSinkBufferStream::write;
-    bool write(const char*, unsigned, std::uint64_t, unsigned& written) override {
+    bool write(const char* bytes, unsigned count, std::uint64_t position, unsigned& written) override {
         written = 0;
-        return false;
+        return position == tellp() && write(bytes, count, written);
     }
 };
 
