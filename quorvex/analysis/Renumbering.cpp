@@ -1,13 +1,20 @@
 #include "quorvex/analysis/Renumbering.h"
 
+#include "quorvex/analysis/TraceNames.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <new>
 #include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 namespace Quorvex {
 
@@ -40,12 +47,70 @@ template <class Take> bool changeReferences(CPacket& packet, Take take) {
 
 } // namespace
 
-bool Renumbering::Meaning::isNamedOtherwise(const Meaning& other) const {
+class Renumbering::Numbers {
+public:
+    explicit Numbers(std::uint32_t lowest) : m_lowest(lowest) {}
+
+    void note(const CPacket& packet);
+    void endTrace();
+    bool change(CPacket& packet, std::size_t trace);
+    std::uint64_t given() const { return m_given; }
+
+private:
+    using Key = CTraceNames::Key;
+    using Number = std::optional<std::uint64_t>;
+
+    /// What is told of an identifier beside its name by definitions of one kind: their fields, and what those refer to.
+    struct Fact {
+        tagTCode kind;
+        std::string fields;
+        std::vector<Key> references;
+    };
+    /// What an identifier means.
+    struct Meaning {
+        std::uint64_t id = 0; ///< that identifier
+        std::set<std::string> names;
+        std::vector<Fact> facts; ///< one of a kind
+        bool isDefined = false;
+        bool isFixed = true; ///< it means the same all the time
+
+        bool isNamedOtherwise(const Meaning& other) const;
+        bool agreesWith(const Meaning& other) const;
+        void add(const Meaning& other);
+    };
+
+    /// Who means something by an identifier: 0 is the first process, trace + 1 a trace that is on its own in that.
+    using Owner = std::size_t;
+    Owner processOf(std::size_t trace) const { return m_apart.contains(trace) ? trace + 1 : 0; }
+
+    /// The identifier with the number of its state machine, if it is of one.
+    Key keyOf(std::size_t trace, Key identifier);
+    /// None where none is left, as in the next two.
+    Number numberOf(std::size_t trace, Key identifier);
+    /// The number of what is defined so: one that is taken by the same, or else one of its own.
+    Number define(Key key, const Meaning& meaning);
+    Number newNumber(Key key);
+    /// Whether what nothing defines can keep that number.
+    bool isFree(Key key) const;
+
+    std::map<Key, Meaning> m_noted; ///< of the trace that is noted
+    std::map<std::tuple<Owner, TextSort, std::uint64_t>, Number> m_numbers;
+    std::map<Key, Meaning> m_meanings;                  ///< of numbers that are taken
+    std::map<Key, std::vector<std::uint64_t>> m_others; ///< new numbers that an identifier has got
+    std::map<Key, std::uint64_t> m_last;                ///< new number, by sort and state machine
+    std::set<std::size_t> m_apart;                      ///< traces that are not of the first process
+    std::size_t m_traces = 0;                           ///< that have been noted
+    std::uint32_t m_lowest;
+    std::uint64_t m_given = 0;
+    bool m_changes = false;
+};
+
+bool Renumbering::Numbers::Meaning::isNamedOtherwise(const Meaning& other) const {
     return !names.empty() && !other.names.empty() &&
            std::ranges::none_of(names, [&](const std::string& name) { return other.names.contains(name); });
 }
 
-bool Renumbering::Meaning::agreesWith(const Meaning& other) const {
+bool Renumbering::Numbers::Meaning::agreesWith(const Meaning& other) const {
     if (!isFixed || !other.isFixed || isNamedOtherwise(other))
         return false;
     return std::ranges::all_of(facts, [&](const Fact& fact) {
@@ -54,7 +119,7 @@ bool Renumbering::Meaning::agreesWith(const Meaning& other) const {
     });
 }
 
-void Renumbering::Meaning::add(const Meaning& other) {
+void Renumbering::Numbers::Meaning::add(const Meaning& other) {
     names.insert(other.names.begin(), other.names.end());
     for (const Fact& fact : other.facts) {
         if (std::ranges::find(facts, fact.kind, &Fact::kind) == facts.end())
@@ -62,7 +127,7 @@ void Renumbering::Meaning::add(const Meaning& other) {
     }
 }
 
-void Renumbering::note(const CPacket& packet) {
+void Renumbering::Numbers::note(const CPacket& packet) {
     const KindFacts& kind = factsOf(packet.TraceCode());
     const bool isDefinition = kind.role == Role::Definition;
     if (!isDefinition && kind.role != Role::Undefinition)
@@ -114,7 +179,7 @@ void Renumbering::note(const CPacket& packet) {
         meaning.isFixed = false;
 }
 
-void Renumbering::endTrace() {
+void Renumbering::Numbers::endTrace() {
     const std::size_t trace = m_traces++;
     std::erase_if(m_noted, [](const auto& noted) { return !noted.second.isDefined; });
     const bool isApart = std::ranges::any_of(m_noted, [&](const auto& noted) {
@@ -140,7 +205,7 @@ void Renumbering::endTrace() {
     m_noted.clear();
 }
 
-Renumbering::Number Renumbering::define(Key key, const Meaning& meaning) {
+Renumbering::Numbers::Number Renumbering::Numbers::define(Key key, const Meaning& meaning) {
     const auto shares = [&](std::uint64_t number) {
         const auto taken = m_meanings.find({key.first, number});
         if (taken == m_meanings.end() || taken->second.id != key.second || !taken->second.agreesWith(meaning))
@@ -160,7 +225,7 @@ Renumbering::Number Renumbering::define(Key key, const Meaning& meaning) {
     return number;
 }
 
-Renumbering::Number Renumbering::newNumber(Key key) {
+Renumbering::Numbers::Number Renumbering::Numbers::newNumber(Key key) {
     const std::uint64_t machine = key.second & ~kPart;
     std::uint64_t& number = m_last.try_emplace(Key(key.first, machine), machine | kAboveNew).first->second;
     do {
@@ -174,19 +239,19 @@ Renumbering::Number Renumbering::newNumber(Key key) {
     return number;
 }
 
-bool Renumbering::isFree(Key key) const {
+bool Renumbering::Numbers::isFree(Key key) const {
     const std::uint64_t id = key.second & kPart;
     return (!m_changes || id < m_lowest || id >= kAboveNew) && !m_meanings.contains(key);
 }
 
-Renumbering::Key Renumbering::keyOf(std::size_t trace, Key identifier) {
+Renumbering::Numbers::Key Renumbering::Numbers::keyOf(std::size_t trace, Key identifier) {
     auto [sort, id] = identifier;
     if (isPartOfMachine(sort))
         id = numberOf(trace, {TextSort::StateMachine, id >> 32}).value_or(id >> 32) << 32 | (id & kPart);
     return {sort, id};
 }
 
-Renumbering::Number Renumbering::numberOf(std::size_t trace, Key identifier) {
+Renumbering::Numbers::Number Renumbering::Numbers::numberOf(std::size_t trace, Key identifier) {
     const auto [sort, id] = keyOf(trace, identifier);
     for (const Owner owner : {trace + 1, Owner{0}}) {
         if (owner == 0 && m_apart.contains(trace))
@@ -205,12 +270,32 @@ Renumbering::Number Renumbering::numberOf(std::size_t trace, Key identifier) {
     return number;
 }
 
-bool Renumbering::change(CPacket& packet, std::size_t trace) {
+bool Renumbering::Numbers::change(CPacket& packet, std::size_t trace) {
     return !m_changes || changeReferences(packet, [&](const Key& identifier, std::uint64_t& value) {
         const Number number = numberOf(trace, identifier);
         const std::uint64_t mask = isPartOfMachine(identifier.first) ? kPart : ~std::uint64_t{0};
         value = number ? *number & mask : kTooWide;
     });
+}
+
+Renumbering::Renumbering(std::uint32_t lowest) : m_numbers(platform::makeOwned<Numbers>(lowest)) {}
+
+Renumbering::~Renumbering() = default;
+
+void Renumbering::note(const CPacket& packet) {
+    m_numbers->note(packet);
+}
+
+void Renumbering::endTrace() {
+    m_numbers->endTrace();
+}
+
+bool Renumbering::change(CPacket& packet, std::size_t trace) {
+    return m_numbers->change(packet, trace);
+}
+
+std::uint64_t Renumbering::given() const {
+    return m_numbers->given();
 }
 
 } // namespace Quorvex

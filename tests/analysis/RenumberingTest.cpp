@@ -1,5 +1,6 @@
 #include "quorvex/analysis/Renumbering.h"
 
+#include "quorvex/analysis/TraceNames.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "tests/support/RandomPackets.h"

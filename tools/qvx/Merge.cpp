@@ -129,7 +129,8 @@ std::vector<Offset> offsetsOf(const std::vector<std::string>& texts, const std::
         bool isFound = false;
         for (std::size_t file = 0; file < files.size(); ++file) {
             namespace fs = std::filesystem;
-            if (files[file] != name && (fs::path(name) / fs::path(files[file]).filename()).string() != files[file])
+            const fs::path path(files[file]);
+            if (files[file] != name && fs::path(name) / path.filename() != path)
                 continue;
             offsets.push_back({file, *duration, isBack});
             isFound = true;
@@ -328,7 +329,7 @@ void addMerge(Program& program) {
         "Example: qvx merge traces -o run.qvx\n"
         "What is written is paged and relative, unless options say otherwise. Ticks are told by the fastest clock\n"
         "of the traces; an offset without a unit is in ticks of that. Identifiers that mean different things in\n"
-        "different traces get new numbers. The traces are read twice.");
+        "different traces get new numbers; cores, threads and buses keep theirs. The traces are read twice.");
     verb.runs([options] { return Merging(*options).run(); });
 }
 
