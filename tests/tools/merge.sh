@@ -96,6 +96,14 @@ for trace in 1 2 3 4 5; do
 done
 grep -q 'new number' said && fail 'what is alike got new numbers'
 
+# What one trace undefines another may still have.
+for trace in 1 2; do
+    at() { printf "Function$1\t28\t$((trace + $2))\t$trace\t$trace\tInvalid\t1"; }
+    table undefines.$trace "$(at Define 0)" $'CharString\t1\tf' "$(at Enter 2)" "$(at Leave 4)" "$(at Undefine 6)"
+done
+merge 0 undefines.1 undefines.2 -f -o run.qvx
+legal run.qvx
+
 # A text of its own is none of a packet that another trace has before it.
 table a $'FunctionDefine\t28\t5\t1\t1\tInvalid\t1' $'FunctionEnter\t28\t7\t1\t1\tInvalid\t1'
 table b $'FunctionEnter\t28\t5\t2\t2\tInvalid\t1' $'CharString\t3\town'
