@@ -81,8 +81,10 @@ std::string written(const std::string& trace, Form form, bool isPaged, bool drop
         CTraceSinkEx& writer = isPaged ? static_cast<CTraceSinkEx&>(paged) : plain;
         CTraceCompressor compressor(writer);
         CTraceSink& to = form == Form::Relative ? static_cast<CTraceSink&>(compressor) : writer;
-        while (CPacket* packet = packets.get())
+        while (CPacket* packet = packets.get()) {
             EXPECT_TRUE(to.forward(packet));
+            delete packet; // which some leave with the caller
+        }
         writer.flush();
     }
     return sink.bytes;
