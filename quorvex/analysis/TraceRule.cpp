@@ -167,6 +167,43 @@ void parseLength(Words& words, TraceRule& rule) {
     (isLonger ? rule.longest : rule.shortest) = words.takeTime();
 }
 
+/// before event NAME [within TIME] | after event NAME [within TIME] | as parseTimes
+void parseOrder(Words& words, TraceRule& rule) {
+    const bool isBefore = words.take("before");
+    if (!isBefore && !words.take("after")) {
+        parseTimes(words, rule);
+        return;
+    }
+    rule.demand = isBefore ? RuleDemand::Before : RuleDemand::After;
+    words.expect("event");
+    rule.other = words.takeName();
+    if (words.take("within"))
+        rule.longest = words.takeTime();
+}
+
+/// between N and N | never above N | never below N
+void parseValue(Words& words, TraceRule& rule) {
+    rule.demand = RuleDemand::Value;
+    if (words.take("between")) {
+        rule.least = words.takeNumber();
+        words.expect("and");
+        rule.most = words.takeNumber();
+    } else {
+        words.expect("never");
+        const bool isAbove = words.take("above");
+        if (!isAbove)
+            words.expect("below");
+        (isAbove ? rule.most : rule.least) = words.takeNumber();
+    }
+    const RuleNumberSort sort = std::max(rule.least.value_or(RuleNumber()).sort, rule.most.value_or(RuleNumber()).sort);
+    for (std::optional<RuleNumber>* bound : {&rule.least, &rule.most}) {
+        if (*bound)
+            **bound = (*bound)->as(sort);
+    }
+    if (rule.least && rule.most && !(*rule.least <= *rule.most))
+        throw RuleFault{0, "no number is between these"};
+}
+
 /// A rule by the grammar that TraceRules tells. Throws a RuleFault without a line.
 void parseRule(Words& words, TraceRule& rule) {
     if (words.take("function")) {
@@ -187,42 +224,15 @@ void parseRule(Words& words, TraceRule& rule) {
     } else if (words.take("event")) {
         rule.about = RuleAbout::Event;
         rule.name = words.takeName();
-        const bool isBefore = words.take("before");
-        if (isBefore || words.take("after")) {
-            rule.demand = isBefore ? RuleDemand::Before : RuleDemand::After;
-            words.expect("event");
-            rule.other = words.takeName();
-            if (words.take("within"))
-                rule.longest = words.takeTime();
-        } else {
-            parseTimes(words, rule);
-        }
+        parseOrder(words, rule);
     } else if (words.take("message")) {
         rule.about = RuleAbout::Message;
         rule.name = words.takeName();
         parseTimes(words, rule);
     } else if (words.take("counter")) {
         rule.about = RuleAbout::Counter;
-        rule.demand = RuleDemand::Value;
         rule.name = words.takeName();
-        if (words.take("between")) {
-            rule.least = words.takeNumber();
-            words.expect("and");
-            rule.most = words.takeNumber();
-        } else {
-            words.expect("never");
-            const bool isAbove = words.take("above");
-            if (!isAbove)
-                words.expect("below");
-            (isAbove ? rule.most : rule.least) = words.takeNumber();
-        }
-        RuleNumberSort sort = RuleNumberSort::Unsigned;
-        for (const auto& bound : {rule.least, rule.most})
-            sort = std::max(sort, bound ? bound->sort : sort);
-        for (auto* bound : {&rule.least, &rule.most})
-            *bound = *bound ? std::optional((*bound)->as(sort)) : std::nullopt;
-        if (rule.least && rule.most && !(*rule.least <= *rule.most))
-            throw RuleFault{0, "no number is between these"};
+        parseValue(words, rule);
     } else if (const bool isThread = words.take("thread"); isThread || words.take("core")) {
         rule.about = isThread ? RuleAbout::ThreadGap : RuleAbout::CoreGap;
         words.expect("gap");

@@ -132,7 +132,7 @@ struct TraceRules::State {
     /// How an event that waits for another one gets to know of it.
     enum class News : std::uint8_t { TimePasses, IsFound, TraceEnds };
 
-    explicit State(std::size_t most) : mostFindings(most) {}
+    explicit State(std::uint64_t most) : mostFindings(most) {}
 
     std::vector<Rule*>& about(RuleAbout what) { return byAbout[std::size_t(what)]; }
     void addRule(TraceRule&& told, const std::string& source);
@@ -150,7 +150,7 @@ struct TraceRules::State {
     std::optional<std::uint64_t> ticksOf(const File& file, Rule& rule, const TimeLength& time);
     void breaks(Rule& rule, const Place& at, std::string text, std::uint64_t times = 1);
 
-    std::size_t mostFindings;
+    std::uint64_t mostFindings;
     std::deque<Rule> rules{};
     std::array<std::vector<Rule*>, std::size_t(RuleAbout::Loss) + 1> byAbout{};
     CTraceNames names{};
@@ -445,7 +445,7 @@ void TraceRules::State::end(File& file, const TraceReport& report) {
     }
 }
 
-TraceRules::TraceRules(std::size_t mostFindings) : m_state(platform::makeOwned<State>(mostFindings)) {}
+TraceRules::TraceRules(std::uint64_t mostFindings) : m_state(platform::makeOwned<State>(mostFindings)) {}
 
 TraceRules::~TraceRules() = default;
 

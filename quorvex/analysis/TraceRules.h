@@ -67,7 +67,7 @@ struct RuleResult {
 class QUORVEX_API TraceRules {
 public:
     /// Keeps so many findings of each rule.
-    explicit TraceRules(std::size_t mostFindings = 10);
+    explicit TraceRules(std::uint64_t mostFindings = 10);
     TraceRules(const TraceRules&) = delete;
     TraceRules& operator=(const TraceRules&) = delete;
     ~TraceRules();

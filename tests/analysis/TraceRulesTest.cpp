@@ -36,7 +36,7 @@ std::string shown(TraceRules& rules) {
 
 enum class Road { OneByOne, Merged };
 
-std::string held(const std::string& text, const std::vector<std::string>& traces, Road road, std::size_t most = 10) {
+std::string held(const std::string& text, const std::vector<std::string>& traces, Road road, std::uint64_t most = 10) {
     TraceRules rules(most);
     if (const auto fault = rules.add(text, "rules"))
         return std::to_string(fault->line) + ": " + fault->text;
@@ -129,6 +129,9 @@ TEST(TraceRules, HoldForManyTracesAsOne) {
     EXPECT_EQ(held("event \"answer\" at most 2 times", traces, Road::OneByOne), "3/1 1:50 8.1 answer happens 3 times");
     EXPECT_EQ(held("core gap never longer than 2ms", traces, Road::Merged),
               "4/1 1:49 8.1 nothing on core 1 for 37000000 ns");
+    // A name that only a later trace gives.
+    EXPECT_EQ(held("event \"late\" never", {"!1 5 7", "=!1 late !1 6 7"}, Road::OneByOne, 1),
+              "2/2 0:5 7.1 late happens");
     const std::pair<const char*, bool> rules[] = {{"depth never above 1", false},
                                                   {"thread gap never longer than 1ms", false},
                                                   {"event \"a\" never", false},
