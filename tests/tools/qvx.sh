@@ -225,7 +225,7 @@ while IFS='|' read -r words completions; do
     (cd completed && _qvx && printf '%s|' "${COMPREPLY[@]}") >out
     [ "$(cat out)" = "$completions|" ] || { cat out; fail "completion of $words"; }
 done <<'END'
-qvx a|a b.qvx
+qvx a|assert|a b.qvx
 qvx dump a|a b.qvx
 qvx du|dump
 qvx dump --hex|--hex-tick
