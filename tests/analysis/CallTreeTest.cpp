@@ -60,6 +60,11 @@ TEST(CallTree, TellsCallsByTheirPaths) {
         readSteps(tree, {trace}, names);
         EXPECT_EQ(shown(tree), expected) << trace;
     }
+    // Of more paths than that, only functions are told.
+    CallTree few(false, {}, 3);
+    CTraceNames names;
+    readSteps(few, {kTwoWays}, names);
+    EXPECT_EQ(shown(few), "other 0/13 0, .3 3/11 11, .2 1/2 2, 1 1/10 5, .2 1/4 2");
 }
 
 TEST(CallTree, BeginsWithFunctionsAndTurnsToTheirCallers) {
