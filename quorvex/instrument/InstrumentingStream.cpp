@@ -32,6 +32,9 @@ constinit thread_local bool t_busy = false;
 constinit thread_local unsigned t_missed = 0; ///< packets that were lost by that
 /// The system has a barrier that all threads notice. Set before the first stream is made.
 constinit bool g_barrier = false;
+/// Prepared for as the library is loaded, in most programs before there is a second thread: with one, Linux takes some
+/// ten milliseconds for it, which the first thread that records would wait.
+[[maybe_unused]] const bool g_barrierPrepared = (platform::prepareBarrierOnAllThreads(), true);
 
 /// Nothing is to be recorded. Known when the first thread has asked for a stream.
 constinit std::atomic<bool> g_off{false};

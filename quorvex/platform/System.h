@@ -76,7 +76,8 @@ private:
 /// just passed a full memory barrier. Lets the other side of a rare handshake do without one. False where the system
 /// offers no such thing; the caller then has to wait instead.
 QUORVEX_API bool barrierOnAllThreads();
-/// Tells the system that barrierOnAllThreads will be called; once per process, before the other threads matter.
+/// Tells the system that barrierOnAllThreads will be called; at least once per process, before the other threads
+/// matter.
 QUORVEX_API void prepareBarrierOnAllThreads();
 
 /// Has `ended(value)` called by the calling thread when it ends, after the destructors of its thread_local objects;
