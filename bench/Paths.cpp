@@ -109,13 +109,14 @@ struct Virtual {
     virtual ~Virtual() = default;
     virtual unsigned call(unsigned x) = 0;
 };
-struct OneMore : Virtual {
-    unsigned call(unsigned x) override { return x + 1; }
+/// Of more than one sort, or the compiler knows whom it calls.
+template <unsigned kMore> struct Adder : Virtual {
+    unsigned call(unsigned x) override { return x + kMore; }
 };
 
 class LimitCopyAndCall {
 public:
-    explicit LimitCopyAndCall(unsigned) : m_page(kPageSize) {}
+    explicit LimitCopyAndCall(unsigned) : m_page(kPageSize) { keep(m_two); }
     void operator()() {
         keep(m_target);
         keep(m_target->call(m_at));
@@ -131,7 +132,8 @@ public:
 private:
     std::vector<char> m_page;
     char m_packet[30] = {};
-    OneMore m_one;
+    Adder<1> m_one;
+    Adder<2> m_two;
     Virtual* m_target = &m_one;
     unsigned m_at = 0;
 };
