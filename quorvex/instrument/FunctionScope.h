@@ -15,22 +15,26 @@ public:
     /// A place in the program: a name, which must live as long as the program, and an id of its own.
     struct Site {
         const char* name;
-        unsigned id; ///< in all threads
+        unsigned id = 0; ///< in all threads; 0 until one of them announces it
 
-        explicit Site(const char* siteName) : name(siteName), id(nextId()) {}
+        constexpr explicit Site(const char* siteName) : name(siteName) {}
     };
 
     /// `announced` is the calling thread's own memory of the stream in which it has announced the site.
-    CFunctionScope(const Site& site, CQVXInstrumentingStream*& announced);
+    CFunctionScope(Site& site, CQVXInstrumentingStream*& announced) : m_id(enter(site, announced)) {}
     CFunctionScope(const CFunctionScope&) = delete;
     CFunctionScope& operator=(const CFunctionScope&) = delete;
-    ~CFunctionScope();
+    ~CFunctionScope() {
+        if (m_id != 0)
+            leave(m_id);
+    }
 
 private:
-    static unsigned nextId();
+    /// The id of the site; 0 where there is no stream.
+    static unsigned enter(Site& site, CQVXInstrumentingStream*& announced);
+    static void leave(unsigned id);
 
-    CQVXInstrumentingStream* m_stream;
-    unsigned m_id;
+    const unsigned m_id;
 };
 
 } // namespace Quorvex
@@ -48,7 +52,7 @@ private:
 
 /// Records the enclosing scope under a name.
 #define QUORVEX_TRACE_SCOPE(name)                                                                                      \
-    static const ::Quorvex::CFunctionScope::Site QUORVEX_JOIN(quorvex_site_, __LINE__)(name);                          \
+    static ::Quorvex::CFunctionScope::Site QUORVEX_JOIN(quorvex_site_, __LINE__)(name);                                \
     static constinit thread_local ::Quorvex::CQVXInstrumentingStream* QUORVEX_JOIN(quorvex_stream_, __LINE__) =        \
         nullptr;                                                                                                       \
     const ::Quorvex::CFunctionScope QUORVEX_JOIN(quorvex_scope_, __LINE__)(QUORVEX_JOIN(quorvex_site_, __LINE__),      \

@@ -1,12 +1,10 @@
 #include "quorvex/instrument/InstrumentingStream.h"
 
 #include "quorvex/format/MessageQueue.h"
+#include "quorvex/instrument/CallRecording.h"
 #include "quorvex/instrument/ThreadInstanceMap.h"
 #include "quorvex/packets/MessagePackets.h"
-#include "quorvex/packets/SoftwareObjectPackets.h"
 #include "quorvex/packets/TraceControlPackets.h"
-#include "quorvex/platform/Clock.h"
-#include "quorvex/platform/Processor.h"
 #include "quorvex/platform/System.h"
 
 #include <algorithm>
@@ -23,15 +21,19 @@
 
 namespace Quorvex {
 
+namespace detail {
+constinit thread_local CQVXInstrumentingStream* t_stream = nullptr;
+constinit bool g_barrier = false;
+} // namespace detail
+
 namespace {
 
-/// The calling thread's stream. Plain memory, so that reading it costs no check for its construction.
-constinit thread_local CQVXInstrumentingStream* t_stream = nullptr;
+using detail::g_barrier;
+using detail::t_stream;
+
 /// The thread makes or ends its stream: what is called for that, an allocator that is recorded itself, has none.
 constinit thread_local bool t_busy = false;
 constinit thread_local unsigned t_missed = 0; ///< packets that were lost by that
-/// The system has a barrier that all threads notice. Set before the first stream is made.
-constinit bool g_barrier = false;
 /// Prepared for as the library is loaded, in most programs before there is a second thread: with one, Linux takes some
 /// ten milliseconds for it, which the first thread that records would wait.
 [[maybe_unused]] const bool g_barrierPrepared = (platform::prepareBarrierOnAllThreads(), true);
@@ -79,47 +81,7 @@ struct Forking {
 /// That of the thread. Plain memory: where it is used is no place to register a destructor.
 alignas(Forking) constinit thread_local std::byte t_forking[sizeof(Forking)];
 
-/// Puts the bytes of a text as CharString packets; where the last one ends.
-char* encodeText(char* to, std::string_view text) {
-    return CCharStringSequence::writeText(to, reinterpret_cast<const unsigned char*>(text.data()),
-                                          static_cast<unsigned>(text.size()));
-}
-
-/// The bytes of those packets. No page holds a longer text than that of the limit.
-unsigned sizeOfText(std::string_view text) {
-    const auto length = static_cast<unsigned>(std::min<std::size_t>(text.size(), kPageSize));
-    return static_cast<unsigned>(CCharStringSequence::StreamSize(length));
-}
-
 } // namespace
-
-/// A packet of a function, with its name if it has one, as bytes: made without memory from the program's allocator, and
-/// at once where it is to stand.
-struct CQVXInstrumentingStream::Function {
-    tagTCode code;
-    std::uint32_t id;
-    std::string_view name;
-
-    static constexpr unsigned kPayload = CCoreContext::Len() + sizeof(id);
-    static_assert(kPayload == CFunctionDefine::Len() && kPayload == CFunctionEnter::Len());
-
-    unsigned size() const { return CPacketHeader::Len() + kPayload + (name.empty() ? 0 : sizeOfText(name)); }
-    void encode(const CCoreContext::Values& context, char* to) const {
-        *to++ = static_cast<char>(code);
-        *to++ = kPayload;
-        const auto store = [&to](auto value) {
-            storeLittleEndian(to, value);
-            to += sizeof value;
-        };
-        store(context.tick);
-        store(context.hwCtx);
-        store(context.swCtx);
-        store(context.ip);
-        store(id);
-        if (!name.empty())
-            encodeText(to, name);
-    }
-};
 
 /// All streams of the process. It is never destroyed, because threads may ask for their stream at any time; a separate
 /// object closes it when the process ends. Its lock is held only where no signal handler can come between.
@@ -224,56 +186,6 @@ struct CQVXInstrumentingStream::Registry {
         }
         afterForkInParent();
     }
-};
-
-/// Marks the stream as in use while its thread works on it, and tells whether it may. A use inside another one, that of
-/// a signal handler, finds the mark and must leave the page alone.
-///
-/// The other side, retire(), closes the stream, passes a barrier that all threads notice, and then waits until no use
-/// is left. So the mark costs two plain stores; only where the system has no such barrier must the mark be one itself.
-class CQVXInstrumentingStream::Use {
-public:
-    explicit Use(CQVXInstrumentingStream& stream)
-        : m_stream(stream), m_nested(stream.m_inUse.load(std::memory_order_relaxed)) {
-        if (!m_nested) [[likely]]
-            begin();
-    }
-    Use(const Use&) = delete;
-    Use& operator=(const Use&) = delete;
-    ~Use() {
-        if (m_nested) [[unlikely]]
-            return;
-        while (true) {
-            if (m_granted && hasBeside()) [[unlikely]]
-                m_stream.takeIn();
-            m_stream.m_inUse.store(false, std::memory_order_release);
-            std::atomic_signal_fence(std::memory_order_seq_cst);
-            if (!m_granted || !hasBeside()) [[likely]]
-                return;
-            begin(); // a handler has come between the two
-        }
-    }
-
-    bool granted() const { return m_granted; }
-    bool outermost() const { return !m_nested; }
-    /// Inside another use, of a stream that takes packets.
-    bool nested() const { return m_nested && !m_stream.m_closed.load() && !m_stream.m_broken; }
-
-private:
-    void begin() {
-        if (g_barrier) [[likely]] {
-            m_stream.m_inUse.store(true, std::memory_order_relaxed);
-            std::atomic_signal_fence(std::memory_order_seq_cst);
-        } else {
-            m_stream.m_inUse.exchange(true);
-        }
-        m_granted = !m_stream.m_closed.load() && !m_stream.m_broken;
-    }
-    bool hasBeside() const { return m_stream.m_besidePage.load(std::memory_order_relaxed); }
-
-    CQVXInstrumentingStream& m_stream;
-    const bool m_nested;
-    bool m_granted = false;
 };
 
 CQVXInstrumentingStream* CQVXInstrumentingStream::get_Instance() {
@@ -502,14 +414,9 @@ bool CQVXInstrumentingStream::retire(std::uint64_t deadline) {
     return mayGo;
 }
 
-inline CCoreContext::Values CQVXInstrumentingStream::placeAndTime() {
-    while (true) {
-        const unsigned processor = platform::processorHere();
-        const std::uint64_t tick = platform::g_recordingClock.now();
-        if (!m_besidePage.load(std::memory_order_relaxed)) [[likely]]
-            return {tick, processor, SWCtx(), kUnknown64};
-        takeIn(); // a handler came before that time was read
-    }
+CQVXInstrumentingStream::Moment CQVXInstrumentingStream::momentBehindOthers() {
+    takeIn();
+    return moment();
 }
 
 const CCoreContext& CQVXInstrumentingStream::Context() {
@@ -534,26 +441,12 @@ bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
         return use.nested() ? recordBeside(function) : refuse();
     if (!m_defined.insert(id))
         return true;
-    const CCoreContext::Values context = placeAndTime();
+    const Moment now = moment();
     char* const room = claim(function.size());
     if (!room)
         return refuse();
-    function.encode(context, room);
+    function.encode(now, SWCtx(), room);
     commit(function.size());
-    return keep(true);
-}
-
-template <tagTCode Code> bool CQVXInstrumentingStream::recordCall(unsigned id) noexcept {
-    const Use use(*this);
-    if (!use.granted()) [[unlikely]]
-        return use.nested() ? recordBeside(Function{Code, id, {}}) : refuse();
-    const CCoreContext::Values context = placeAndTime();
-    const Function function{Code, id, {}}; // kept in registers: its address is given to nobody
-    char* const room = claimPlain(function.size());
-    if (!room) [[unlikely]]
-        return refuse();
-    function.encode(context, room);
-    commitPlain(function.size());
     return keep(true);
 }
 
@@ -563,6 +456,14 @@ bool CQVXInstrumentingStream::FunctionEnter(unsigned id) {
 
 bool CQVXInstrumentingStream::FunctionLeave(unsigned id) {
     return recordCall<tagTCode::FunctionLeave>(id);
+}
+
+bool CQVXInstrumentingStream::recordCallBeside(tagTCode code, unsigned id, bool allowed) {
+    return allowed ? recordBeside(Function{code, id, {}}) : refuse();
+}
+
+void CQVXInstrumentingStream::useOnceMore() {
+    const Use use(*this);
 }
 
 bool CQVXInstrumentingStream::refuse() {
@@ -589,7 +490,7 @@ bool CQVXInstrumentingStream::recordBeside(CPacket& packet) {
 
 bool CQVXInstrumentingStream::recordBeside(const Function& function) {
     return recordBeside(function.size(), [this, &function](std::uint64_t tick, char* room) {
-        function.encode({tick, HWCtxId(), SWCtx(), kUnknown64}, room);
+        function.encode({tick, HWCtxId()}, SWCtx(), room);
         return true;
     });
 }
@@ -617,7 +518,7 @@ void CQVXInstrumentingStream::takeIn() {
     CPacketHeader header(Message, CMessagePayload::Len());
     char* to = bytes + header.write(bytes, CPacketHeader::Len());
     encodePart(payload, to);
-    to = encodeText(to + CMessagePayload::Len(), {text, static_cast<std::size_t>(length)});
+    to = Function::encodeText(to + CMessagePayload::Len(), {text, static_cast<std::size_t>(length)});
     keep(append(bytes, static_cast<unsigned>(to - bytes)));
 }
 

@@ -129,22 +129,34 @@ protected:
     void report(const char* text) override;
 
 private:
+    friend class CFunctionScope;
     struct Registry;
     struct Function;
     class Use;
 
+    /// The calling thread's stream, as get_Instance() makes it, also one that is completed.
+    static CQVXInstrumentingStream* ofThread();
     static CQVXInstrumentingStream* makeInstance();
     static void threadEnded(void* stream);
 
-    /// The context now, behind all that has been recorded, also by handlers; for the one that uses the page.
-    CCoreContext::Values placeAndTime();
+    /// What of a packet's context changes.
+    struct Moment {
+        std::uint64_t tick;
+        std::uint32_t processor;
+    };
+    /// That of now, behind all that has been recorded, also by handlers; for the one that uses the page.
+    Moment moment();
+    Moment momentBehindOthers();
     template <tagTCode Code> bool recordCall(unsigned id) noexcept;
+    /// Puts it beside the page, where that is `allowed`; else refuses it.
+    bool recordCallBeside(tagTCode code, unsigned id, bool allowed);
     /// For what comes while another packet is being put: `write` puts its `size` bytes into their room.
     template <class Write> bool recordBeside(unsigned size, Write&& write);
     bool recordBeside(CPacket& packet);
     bool recordBeside(const Function& function);
     /// Puts what stands beside the page there, and tells of what found no room.
     void takeIn();
+    void useOnceMore(); ///< for what has come since the last use took packets in
     bool refuse();
     /// What the page has now counts.
     bool keep(bool done) {
@@ -169,8 +181,14 @@ private:
     /// counter, that is waited for. Whether it may be destroyed.
     bool retire(std::uint64_t deadline);
 
-    detail::PageFile m_page;
+    // What every packet takes comes first, so that it stands together.
     CCoreContext m_context;
+    platform::Atomic<bool> m_inUse{false};      ///< its thread is inside an operation
+    platform::Atomic<bool> m_besidePage{false}; ///< something has come while that was so
+    platform::Atomic<bool> m_closed{false};     ///< completed: the thread must not touch it any more
+    bool m_broken = true;                       ///< not open, or a write has failed
+    bool m_parked = false;                      ///< its thread has ended; guarded by the registry's lock
+    detail::PageFile m_page;
     CCoreContext m_besideContext; ///< of what comes inside another recording
     std::uint64_t m_frequency;
     detail::IdSet m_defined;
@@ -178,12 +196,7 @@ private:
     std::uint64_t m_parkedEnd = 0; ///< where it goes on
     char m_report[112] = {};       ///< the first one that is not in the message log yet
     platform::Atomic<std::uint64_t> m_refused{0};
-    platform::Atomic<unsigned> m_missed{0};     ///< refused beside the page, and not yet told in the trace
-    bool m_broken = true;                       ///< not open, or a write has failed
-    bool m_parked = false;                      ///< its thread has ended; guarded by the registry's lock
-    platform::Atomic<bool> m_inUse{false};      ///< its thread is inside an operation
-    platform::Atomic<bool> m_besidePage{false}; ///< something has come while that was so
-    platform::Atomic<bool> m_closed{false};     ///< completed: the thread must not touch it any more
+    platform::Atomic<unsigned> m_missed{0}; ///< refused beside the page, and not yet told in the trace
 };
 
 } // namespace Quorvex

@@ -38,19 +38,17 @@ public:
 
     /// The time now, in ticks of the clock.
     std::uint64_t now() {
-        while (true) {
-            // Lines take turns in two places. A handler, or another thread, may write the place as it is read here.
-            const unsigned turn = m_turn.load(std::memory_order_acquire);
-            if (turn == kOff) [[unlikely]]
-                return Clocks::system();
-            const Line& line = m_lines[turn % 2];
-            const std::uint64_t passed = Clocks::counter() - line.from.load(std::memory_order_acquire);
-            const std::uint64_t length = line.length.load(std::memory_order_acquire);
-            const std::uint64_t tick = line.tick(passed);
-            if (passed < length && m_turn.load(std::memory_order_relaxed) == turn) [[likely]]
-                return tick;
-            renew(turn);
-        }
+        // Lines take turns in two places. A handler, or another thread, may write the place as it is read here.
+        const unsigned turn = m_turn.load(std::memory_order_acquire);
+        if (turn == kOff) [[unlikely]]
+            return Clocks::system();
+        const Line& line = m_lines[turn % 2];
+        const std::uint64_t passed = Clocks::counter() - line.from.load(std::memory_order_acquire);
+        const std::uint64_t length = line.length.load(std::memory_order_acquire);
+        const std::uint64_t tick = line.tick(passed);
+        if (passed < length && m_turn.load(std::memory_order_relaxed) == turn) [[likely]]
+            return tick;
+        return nowBehind(turn);
     }
 
     /// Hold off the change of lines; around a fork, or the child's would wait for good. Where no handler can come
@@ -116,6 +114,12 @@ private:
         }
         m_turn.store(kOff, std::memory_order_release);
         return false;
+    }
+
+    /// The time now, by a line behind that of `turn`. Not inlined: it comes a few times in a second.
+    [[gnu::noinline, gnu::cold]] std::uint64_t nowBehind(unsigned turn) {
+        renew(turn);
+        return now();
     }
 
     /// The next line, behind that of `turn`; nothing where another thread has drawn it, or that one holds.

@@ -363,6 +363,18 @@ TEST(InstrumentingStream, DefinesAFunctionOnce) {
     EXPECT_EQ(trace.codes.size(), 6U);
 }
 
+TEST(InstrumentingStream, GivesAPlaceOneNumberInAllThreads) {
+    const Recording run("threads");
+    std::map<std::string, std::set<unsigned>> numbers;
+    for (const std::string& file : run.traces()) {
+        for (const auto& [number, name] : Trace(run.directory.path(file)).names)
+            numbers[name].insert(number);
+    }
+    EXPECT_EQ(numbers.size(), 2U);
+    for (const auto& [name, ofName] : numbers)
+        EXPECT_TRUE(ofName.size() == 1 && !ofName.contains(0)) << name;
+}
+
 TEST(InstrumentingStream, LooksForItsDirectoryInTheEnvironment) {
     std::vector<const char*> names = {"QVX_TRACEDIR", "TEMP", "TMP"};
     if (!platform::defaultTemporaryDirectory().empty())
