@@ -95,6 +95,9 @@ public:
 
 private:
     static bool begin(CQVXInstrumentingStream& stream) {
+        // retire() must not meet the marks of a thread that goes on asking and is refused.
+        if (stream.m_closed.load(std::memory_order_relaxed)) [[unlikely]]
+            return false;
         if (detail::g_barrier) [[likely]] {
             stream.m_inUse.store(true, std::memory_order_relaxed);
             std::atomic_signal_fence(std::memory_order_seq_cst);

@@ -139,11 +139,15 @@ int displaced() {
 int running() {
     static std::atomic<unsigned> started{0};
     for (unsigned i = 0; i < 4; ++i)
-        std::thread([] {
+        std::thread([i] {
             record(2);
+            auto* const stream = CQVXInstrumentingStream::get_Instance();
             ++started;
-            while (true)
-                record(50);
+            while (true) {
+                record(i % 2 == 0 ? 50 : 1);
+                stream->FunctionEnter(Quorvex::test::kFirstNumber); // may be refused all the time
+                stream->FunctionLeave(Quorvex::test::kFirstNumber);
+            }
         }).detach();
     while (started < 4)
         std::this_thread::yield();
