@@ -15,6 +15,7 @@
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/analysis/TracePages.h"
 #include "quorvex/analysis/TracePiece.h"
+#include "quorvex/analysis/TraceRepair.h"
 #include "quorvex/analysis/TraceReport.h"
 #include "quorvex/analysis/TraceState.h"
 #include "quorvex/analysis/Unpaged.h"

@@ -17,6 +17,40 @@ namespace {
 /// A longer text, of lines that are alike, may be packets to its very end by chance.
 constexpr std::size_t kShort = 4096;
 
+constexpr std::size_t kCodes = 256, kLengths = 256;
+
+unsigned fieldsByFactory(tagTCode code, std::uint8_t length) {
+    const char zeros[kLengths] = {};
+    unsigned consumed = 0;
+    try {
+        const std::unique_ptr<CPacket> packet(
+            CPacketFactory::getCPacket(CPacketHeader(code, length), zeros, length, consumed));
+        return packet ? consumed : detail::kNoFields;
+    } catch (const CQVXException& exception) {
+        if (isOutOfMemory(exception))
+            throw;
+        return detail::kNoFields;
+    }
+}
+
+/// Whether a header stands there whose kind can have the length that it tells.
+bool canBegin(std::string_view bytes) {
+    const auto at = [bytes](std::size_t offset) { return static_cast<unsigned char>(bytes[offset]); };
+    if (bytes.size() < CPacketHeader::Len())
+        return false;
+    const tagTCode code = tagTCode(at(0));
+    unsigned length = at(1);
+    if (const KindFacts& kind = factsOf(code); kind.countsText(length)) {
+        const unsigned text = kind.length;
+        const std::size_t textAt = CPacketHeader::Len() + text;
+        if (textAt + CPacketHeader::Len() > bytes.size() || at(textAt) != CharString ||
+            text + CPacketHeader::Len() + at(textAt + 1) != length)
+            return false;
+        length = text;
+    }
+    return detail::fieldsOf(code, static_cast<std::uint8_t>(length)) == length;
+}
+
 /// Walks packets of any bytes by their headers.
 class Walk {
 public:
@@ -29,7 +63,7 @@ public:
         }
         // The last one may be cut, as long as there is enough to tell.
         const std::size_t left = m_bytes.size() - at;
-        return left < CPacketHeader::Len() ? at > 0 || left == 0 : isPacket(at);
+        return left < CPacketHeader::Len() ? at > 0 || left == 0 : canBegin(m_bytes.substr(at));
     }
 
     /// The same, none of which is cut.
@@ -58,60 +92,14 @@ public:
     }
 
 private:
-    static constexpr std::size_t kCodes = 256, kLengths = 256;
-
     unsigned at(std::size_t offset) const { return static_cast<unsigned char>(m_bytes[offset]); }
     tagTCode codeAt(std::size_t offset) const { return tagTCode(at(offset)); }
 
-    /// Whether a header stands there whose kind can have the length that it tells.
-    bool isPacket(std::size_t start) {
-        if (m_bytes.size() - start < CPacketHeader::Len())
-            return false;
-        const tagTCode code = codeAt(start);
-        unsigned length = at(start + 1);
-        if (const KindFacts& kind = factsOf(code); kind.countsText(length)) {
-            const unsigned text = kind.length;
-            const std::size_t textAt = start + CPacketHeader::Len() + text;
-            if (textAt + CPacketHeader::Len() > m_bytes.size() || codeAt(textAt) != CharString ||
-                text + CPacketHeader::Len() + at(textAt + 1) != length)
-                return false;
-            length = text;
-        }
-        return canHave(code, static_cast<std::uint8_t>(length));
-    }
-
-    /// Asks the factory, once for each answer: a refusal takes it long.
-    static bool canHave(tagTCode code, std::uint8_t length) {
-        enum : signed char { NotAsked, Yes, No };
-        static std::atomic<signed char> answers[kCodes][kLengths];
-        signed char answer = answers[code][length].load(std::memory_order_relaxed);
-        if (answer == NotAsked) {
-            answer = isBuilt(code, length) ? Yes : No;
-            answers[code][length].store(answer, std::memory_order_relaxed);
-        }
-        return answer == Yes;
-    }
-
-    static bool isBuilt(tagTCode code, std::uint8_t length) {
-        const char zeros[kLengths] = {};
-        unsigned consumed = 0;
-        try {
-            const std::unique_ptr<CPacket> packet(
-                CPacketFactory::getCPacket(CPacketHeader(code, length), zeros, length, consumed));
-            return packet && consumed == length;
-        } catch (const CQVXException& exception) {
-            if (isOutOfMemory(exception))
-                throw;
-            return false;
-        }
-    }
-
     /// Moves behind a whole packet.
     bool step(std::size_t& start) {
-        if (!isPacket(start) || m_bytes.size() - start < CPacketHeader::Len() + at(start + 1))
-            return false;
-        start += CPacketHeader::Len() + at(start + 1);
-        return true;
+        const unsigned size = detail::sizeOfPacket(m_bytes.substr(start));
+        start += size;
+        return size > 0;
     }
 
     /// Whether the packets from there on are no chance; moves behind those that tell.
@@ -141,6 +129,24 @@ bool isControl(char c) {
 }
 
 } // namespace
+
+// Asks the factory, once for each answer: a refusal takes it long.
+unsigned detail::fieldsOf(tagTCode code, std::uint8_t length) {
+    static std::atomic<std::uint16_t> answers[kCodes][kLengths]; // one more than is answered
+    std::uint16_t answer = answers[code][length].load(std::memory_order_relaxed);
+    if (answer == 0) {
+        answer = static_cast<std::uint16_t>(fieldsByFactory(code, length) + 1);
+        answers[code][length].store(answer, std::memory_order_relaxed);
+    }
+    return answer - 1U;
+}
+
+unsigned detail::sizeOfPacket(std::string_view bytes) {
+    if (!canBegin(bytes))
+        return 0;
+    const unsigned size = CPacketHeader::Len() + static_cast<unsigned char>(bytes[1]);
+    return size <= bytes.size() ? size : 0;
+}
 
 FileKind kindOfFile(std::string_view start) {
     return detail::isPageFile(start)                ? FileKind::PageFile

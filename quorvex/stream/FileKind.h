@@ -1,7 +1,9 @@
 #pragma once
 
+#include "quorvex/format/TCodeInfo.h"
 #include "quorvex/platform/Export.h"
 
+#include <cstdint>
 #include <string_view>
 
 namespace Quorvex {
@@ -25,5 +27,15 @@ QUORVEX_API FileKind kindOfFile(std::string_view start);
 /// have fields, and not all the same kind. A block without a control character is text, unless it is short and packets
 /// to its very end. Lack of memory throws what the packet factory throws; kindOfFile does so, too.
 QUORVEX_API bool looksLikeTrace(std::string_view block);
+
+namespace detail {
+/// Bytes of a payload of that length that packets of that code have fields for; kNoFields where they cannot have such a
+/// payload. Lengths that count the text are not known here.
+QUORVEX_API unsigned fieldsOf(tagTCode code, std::uint8_t length);
+inline constexpr unsigned kNoFields = 256;
+/// Bytes of the packet that begins there, without a text behind it; 0 where its kind has no fields for all that its
+/// header announces, or not all of it is there.
+QUORVEX_API unsigned sizeOfPacket(std::string_view bytes);
+} // namespace detail
 
 } // namespace Quorvex

@@ -1,0 +1,239 @@
+#include "quorvex/analysis/TraceRepair.h"
+
+#include "quorvex/analysis/TraceError.h"
+#include "quorvex/analysis/TraceFile.h"
+#include "quorvex/stream/FileKind.h"
+#include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/TraceCompressor.h"
+#include "quorvex/stream/TraceWriterPaged.h"
+#include "quorvex/stream/TraceWriterPlain.h"
+#include "tests/support/Doubles.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+namespace Quorvex::test {
+namespace {
+
+struct Repaired {
+    std::string trace;
+    std::string notes; ///< a line each
+    RepairReport report;
+};
+
+Repaired repaired(const std::string& trace, RepairOptions options = {}) {
+    MemorySource source(trace);
+    MemorySink sink;
+    Repaired result;
+    result.report = repairTrace(source, sink, options, [&result](const RepairNote& note) {
+        result.notes += std::to_string(note.offset) + "+" + std::to_string(note.length) + " " +
+                        (note.kind == Invalid ? "-" : CTCodeInfo::TCodeToName(note.kind)) + " " +
+                        std::string(nameOf(note.rule)) + (note.isLoss ? ": " : " (no loss): ") + note.text + "\n";
+    });
+    result.trace = sink.bytes;
+    return result;
+}
+
+/// What checkTrace finds of the form of a trace, a line each; without offsets.
+std::multiset<std::string> faultsIn(const std::string& trace) {
+    std::multiset<std::string> found;
+    std::istringstream stream(trace);
+    try {
+        TraceFile file("trace", &stream);
+        checkTrace(file, [&found](const Finding& finding) {
+            if (finding.rule < CheckRule::Definition)
+                found.insert(std::string(nameOf(finding.rule)) + ": " + finding.text + "\n");
+        });
+    } catch (const TraceError&) {
+        found.insert("is no trace");
+    }
+    return found;
+}
+
+/// Those of one trace that another has not.
+std::string newFaults(const std::string& trace, const std::string& other) {
+    std::multiset<std::string> faults = faultsIn(trace);
+    if (!faults.empty()) {
+        for (const std::string& fault : faultsIn(other)) {
+            if (const auto at = faults.find(fault); at != faults.end())
+                faults.erase(at);
+        }
+    }
+    std::string all;
+    for (const std::string& fault : faults)
+        all += fault;
+    return all;
+}
+
+/// A packet as it stands in a trace, each part of a text by itself.
+struct Atom {
+    std::uint64_t offset;
+    std::string bytes;
+    std::uint64_t tick; ///< of a relative one
+    std::uint64_t ip;
+    std::uint32_t place;
+};
+
+std::vector<Atom> atomsOf(const std::string& trace) {
+    std::vector<Atom> atoms;
+    CContexts contexts;
+    const std::string_view all(trace);
+    for (std::size_t at = 0; at < all.size();) {
+        const unsigned size = detail::sizeOfPacket(all.substr(at));
+        if (size == 0)
+            break;
+        const tagTCode code = codeOf(trace.substr(at, 1));
+        const char* payload = trace.data() + at + 2;
+        contexts.note(code, payload, size - 2);
+        Atom atom{at, trace.substr(at, size), 0, 0, 0};
+        if (sortOfRelative(code) == ContextSort::Core) {
+            const auto context = contexts.resolve<CCoreContext>(code, payload);
+            atom = {at, atom.bytes, checkedTick(context->tick), context->ip, context->hwCtx};
+        } else if (sortOfRelative(code) == ContextSort::Bus) {
+            const auto context = contexts.resolve<CBusContext>(code, payload);
+            atom = {at, atom.bytes, checkedTick(context->tick), 0, context->master};
+        } else if (sortOfRelative(code) == ContextSort::System) {
+            const auto context = contexts.resolve<CSystemContext>(code, payload);
+            atom = {at, atom.bytes, checkedTick(context->tick), 0, context->master};
+        }
+        atoms.push_back(atom);
+        at += size;
+    }
+    return atoms;
+}
+
+/// Packets of the original beyond the bytes from `from` to before `to` that are not in the other; "" for none. Relative
+/// ones must have their context, or an unknown one, unless `isAnyContext`.
+std::string lostIn(const std::vector<Atom>& original, const std::string& other, std::uint64_t from, std::uint64_t to,
+                   bool isAnyContext = false) {
+    const std::vector<Atom> there = atomsOf(other);
+    auto at = there.begin();
+    std::string lost;
+    for (const Atom& atom : original) {
+        if ((atom.offset < to && atom.offset + atom.bytes.size() > from) || isPagedBusiness(codeOf(atom.bytes)))
+            continue;
+        const auto found = std::find_if(at, there.end(), [&](const Atom& one) {
+            return one.bytes == atom.bytes && (isAnyContext || one.tick == kUnknown64 ||
+                                               (one.tick == atom.tick && one.ip == atom.ip && one.place == atom.place));
+        });
+        if (found == there.end())
+            lost += std::to_string(atom.offset) + ": " + hex(atom.bytes) + "\n";
+        else
+            at = found + 1;
+    }
+    return lost;
+}
+
+/// A trace with packets of many sorts, as programs and targets record them.
+std::string recording(bool isPaged, bool isRelative, std::uint64_t size, unsigned seed = 1) {
+    RandomPackets random(seed);
+    MemorySink sink;
+    CTraceWriterPlain plain(sink);
+    CTraceWriterPaged paged(sink);
+    CTraceSinkEx& writer = isPaged ? static_cast<CTraceSinkEx&>(paged) : plain;
+    CTraceCompressor compressor(writer);
+    CTraceSink& to = isRelative ? static_cast<CTraceSink&>(compressor) : writer;
+    const auto put = [&to](CPacket* packet) { to.forward(packet); };
+    std::uint64_t tick = 1234567890123;
+    put(new CTraceEnabled(kUnknown64, NotExpanded, false));
+    put(new CTimestamp(tick, std::uint64_t{1000000000}));
+    while (writer.tellp() < size) {
+        tick += random.below(40);
+        const CCoreContext core(tick, random.below(2), 4711, 0x400000 + random.below(300));
+        const CBusContext bus(tick, 1, random.below(3));
+        const std::uint32_t id = 0x1000 + random.below(20);
+        switch (random.below(14)) {
+        case 0:
+            put(new CFunctionDefine(core, id, ("function " + std::to_string(id)).c_str()));
+            break;
+        case 1:
+            put(new CCharString("a text"));
+            break;
+        case 2:
+            put(new CVariableWrite(core, id, CData(std::uint16_t(random.below(0x10000)))));
+            break;
+        case 3:
+            put(new CProcessEnter(core, id));
+            break;
+        case 4:
+            put(new CBusAddrData(bus, BusAccRead, 0x20000000 + random.below(0x1000), CData(std::uint32_t(id))));
+            break;
+        case 5:
+            put(new CSystemData(CSystemContext(tick, 3, 4), CData(std::uint32_t(id))));
+            break;
+        case 6:
+            put(new CExecInsn(core));
+            break;
+        default:
+            put(random.below(2) ? static_cast<CPacket*>(new CFunctionEnter(core, id)) : new CFunctionLeave(core, id));
+        }
+    }
+    put(new CTraceDisabled);
+    put(new CEndOfTrace);
+    writer.flush();
+    if (!isPaged) { // the plain writer knows no frames
+        const std::uint64_t length = sink.bytes.size() - 2;
+        std::memcpy(sink.bytes.data() + 6, &length, sizeof length);
+    }
+    return sink.bytes;
+}
+
+class TraceRepair : public testing::TestWithParam<std::pair<bool, bool>> {
+protected:
+    std::string recording(std::uint64_t size, unsigned seed = 1) const {
+        return test::recording(GetParam().first, GetParam().second, size, seed);
+    }
+};
+INSTANTIATE_TEST_SUITE_P(AllForms, TraceRepair,
+                         testing::Values(std::pair(false, false), std::pair(false, true), std::pair(true, false),
+                                         std::pair(true, true)));
+
+TEST_P(TraceRepair, LeavesAWholeTraceAsItIs) {
+    for (const unsigned size : {0U, 1000U, 3 * kPageSize, 6000000U}) {
+        const std::string trace = recording(size);
+        const Repaired result = repaired(trace);
+        EXPECT_EQ(result.notes, "");
+        EXPECT_EQ(result.report.isPaged, GetParam().first && size > kPageSize);
+        EXPECT_TRUE(result.trace == trace) << size;
+    }
+}
+
+TEST_P(TraceRepair, LosesNothingButWhatOneDamagedByteStandsIn) {
+    const std::string whole = recording(2500);
+    const std::vector<Atom> original = atomsOf(whole);
+    unsigned failures = 0;
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        const auto old = static_cast<unsigned char>(whole[at]);
+        for (const unsigned value :
+             {old ^ 0x01U, old ^ 0x80U, 0U, 0xFFU, (old + 30U) & 0xFF, (old - 1U) & 0xFF, 0x7EU, 0x20U}) {
+            std::string damaged = whole;
+            damaged[at] = static_cast<char>(value);
+            const Repaired result = repaired(damaged);
+            const auto atom = std::find_if(original.begin(), original.end(),
+                                           [at](const Atom& one) { return at < one.offset + one.bytes.size(); });
+            // A trace that is legal shows no damage.
+            const std::vector<Atom> atoms = atomsOf(damaged);
+            const bool isLegal = atoms.back().offset + atoms.back().bytes.size() == damaged.size();
+            const std::uint64_t end = isLegal && codeOf(atom->bytes) != CharString
+                                          ? atom->offset + 2 + static_cast<unsigned char>(damaged[atom->offset + 1])
+                                          : at + 1;
+            const std::string lost = lostIn(original, result.trace, at, end, isLegal);
+            const std::string faults = newFaults(result.trace, damaged);
+            const Repaired again = repaired(result.trace);
+            if (!(lost + faults).empty()) {
+                ++failures;
+                std::cout << at << ": " << old << " to " << value << " in " << hex(atom->bytes) << " of "
+                          << atom->offset << "\n"
+                          << "   " << lost.substr(0, 90) + faults << "\n"
+                          << result.notes;
+            }
+            EXPECT_TRUE(again.trace == result.trace) << again.notes;
+        }
+    }
+}
+
+} // namespace
+} // namespace Quorvex::test
