@@ -3,6 +3,7 @@
 #include "quorvex/analysis/TraceError.h"
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/factory/PacketFactory.h"
+#include "quorvex/format/Characters.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/LittleEndian.h"
@@ -151,14 +152,24 @@ public:
         std::uint8_t length; ///< of the payload
     };
 
-    /// Whether a text or padding of that size is a sync packet whose code was damaged: it holds a context with a tick
-    /// that fits.
+    /// Whether a packet of a kind without a tick holds one that fits where others have theirs.
+    static bool hidesTick(std::string_view packet, std::uint64_t lastTick) {
+        return packet.size() >= kHeader + sizeof lastTick &&
+               isNear(checkedTick(loadLittleEndian<std::uint64_t>(packet.data() + kHeader)), lastTick);
+    }
+    /// Whether a text or padding is a sync packet whose code was damaged.
     static bool isDisguised(std::string_view packet, std::uint64_t lastTick) {
         const tagTCode code = codeAt(packet);
-        const unsigned length = lengthAt(packet);
         return (code == CharString || code == Fill) &&
-               (length == lengthOf(ContextSort::Core) || length == lengthOf(ContextSort::Bus)) &&
-               isNear(checkedTick(loadLittleEndian<std::uint64_t>(packet.data() + kHeader)), lastTick);
+               std::ranges::any_of(kSorts, [&](ContextSort sort) { return lengthAt(packet) == lengthOf(sort); }) &&
+               hidesTick(packet, lastTick);
+    }
+
+    /// Whether a text or padding does not look like one.
+    static bool isOddText(std::string_view packet) {
+        const std::string_view payload = packet.substr(kHeader);
+        return codeAt(packet) == Fill ? !isPadding(payload)
+                                      : codeAt(packet) == CharString && payload.find('\0') != payload.npos;
     }
 
     /// Finds the best way through the first `count` bytes. Others may stand behind them; where `isEnd` is set, no
@@ -194,14 +205,16 @@ private:
         bool isPacket = false, isFitting = false;
     };
     enum Points : int {
-        Text = 1,
-        Other = 2,
-        Fitting = 6,
-        Gap = -13,
-        Stepped = -12,
-        Mended = -11,
-        Trimmed = -10,
-        Shortened = -4,
+        First = 1,
+        Text = 2,
+        Other = 3,
+        Fitting = 12,
+        Gap = -26,
+        Mended = -25,
+        Cut = -17,
+        Stepped = -24,
+        Trimmed = -23,
+        Shortened = -10,
     };
 
     /// The lengths that payloads can have.
@@ -238,6 +251,9 @@ private:
         cell.chain = Gap + next.gap;
         cell.tick = next.tick;
         const std::string_view here = m_bytes.substr(at);
+        if (m_isTraceEnd && isCut(here))
+            consider(cell, {How::Stepped, static_cast<std::uint16_t>(here.size()), 0}, Cut, kUnknown64,
+                     cellAt(m_count));
         if (here.size() < kHeader)
             return;
         const tagTCode code = codeAt(here);
@@ -254,20 +270,28 @@ private:
             cell.isFitting = points == Fitting;
             consider(cell, {How::Packet, static_cast<std::uint16_t>(size), static_cast<std::uint8_t>(length)},
                      points + behind.chain, tick, behind);
-            const int first = (cell.isFitting ? points : 0) + behind.chain;
+            const int first = (cell.isFitting ? points : mayBeFirst(here.substr(0, size)) ? First : 0) + behind.chain;
             cell.endsGap = first > cell.gap;
             cell.gap = std::max(cell.gap, first);
         } else if (kHeader + length <= here.size()) {
             const std::size_t step = kHeader + length;
             const Cell& behind = cellAt(at + step);
             const unsigned fields = detail::fieldsOf(code, static_cast<std::uint8_t>(length));
-            if (fields < length && sortOfSync(code) == ContextSort::None)
+            if (fields < length && sortOfSync(code) == ContextSort::None &&
+                (fullTickAt(here) != kUnknown64 || !hidesTick(here.substr(0, step), m_lastTick)))
                 consider(cell, {How::Trimmed, static_cast<std::uint16_t>(step), static_cast<std::uint8_t>(fields)},
                          Trimmed + behind.chain, kUnknown64, behind);
             consider(cell, {How::Stepped, static_cast<std::uint16_t>(step), 0}, Stepped + behind.chain, kUnknown64,
                      behind);
         }
         mend(cell, at, here);
+    }
+
+    /// Whether these bytes, the last ones, can be the beginning of a packet.
+    static bool isCut(std::string_view bytes) {
+        return bytes.size() < kHeader ||
+               (kHeader + lengthAt(bytes) > bytes.size() &&
+                detail::fieldsOf(codeAt(bytes), static_cast<std::uint8_t>(lengthAt(bytes))) == lengthAt(bytes));
     }
 
     void consider(Cell& cell, Part part, int points, std::uint64_t tick, const Cell& behind) {
@@ -278,13 +302,23 @@ private:
         cell.tick = tick != kUnknown64 ? tick : behind.tick;
     }
 
-    /// Looks for another length for the packet. One that has none of its own, and is followed by a packet where it ends
-    /// as it says, is not that of its code.
+    /// Whether a packet that is nothing by itself can begin a row of them.
+    static bool mayBeFirst(std::string_view packet) {
+        std::string_view text = packet.substr(kHeader);
+        bool isText = !text.empty();
+        while (isText && !text.empty()) {
+            const Character character = firstCharacter(text);
+            isText = character.printable;
+            text.remove_prefix(character.size);
+        }
+        return codeAt(packet) != Fill && (codeAt(packet) != CharString || isText);
+    }
+
+    /// Looks for another length for the packet.
     void mend(Cell& cell, std::size_t at, std::string_view here) {
         constexpr std::size_t kMany = 8;
         const tagTCode code = codeAt(here);
-        if (!cell.isPacket && cellAt(at + kHeader + cell.length).isPacket)
-            return;
+        const bool isOdd = isOddText(here.substr(0, kHeader + cell.length));
         const std::vector<std::uint8_t>& lengths = lengthsOf(code);
         for (const std::uint8_t length : lengths) {
             const std::size_t size = kHeader + length;
@@ -294,13 +328,14 @@ private:
             if (code == Fill && !isPadding(packet.substr(kHeader)))
                 break; // nor are longer ones
             const Cell& behind = cellAt(at + size);
-            const bool isShortened = (code == Fill || code == CharString) && length < cell.length && behind.isFitting;
+            const bool isShortened = isOdd && length < cell.length;
             if (!behind.isPacket && (at + size < m_count || m_isTraceEnd || lengths.size() > kMany))
                 continue;
             const std::uint64_t tick = fullTickAt(packet);
+            const int points = worth(packet, tick, behind.tick);
+            const int own = cell.isPacket ? points : 0;
             consider(cell, {How::Mended, static_cast<std::uint16_t>(size), length},
-                     (isShortened ? Shortened : Mended) + worth(packet, tick, behind.tick) + behind.chain, tick,
-                     behind);
+                     (isShortened ? Shortened : Mended) + own + behind.chain, tick, behind);
         }
     }
 
@@ -336,9 +371,11 @@ public:
         if (part.how == Solver::How::Mended)
             note(offset, part.size, code, CheckRule::Damage, true,
                  "announces " + countOf(lengthAt(bytes), "byte") + ", of which it has " + std::to_string(part.length));
-        if (part.how == Solver::How::Trimmed)
+        if (part.how == Solver::How::Trimmed) {
+            doubtBehind(m_in.at(offset));
             note(offset + kHeader + part.length, part.size - kHeader - part.length, code, CheckRule::Damage, true,
                  countOf(part.size - kHeader - part.length, "byte") + " behind its fields are left out");
+        }
         if (code == CharString && m_unitGoesOn && m_unitEnd == offset && (part.length > 0 || m_unitHasText)) {
             addText(bytes, part);
         } else {
@@ -367,19 +404,21 @@ public:
         }
         m_gapTo = offset + size;
         for (const ContextSort sort : kSorts) {
-            const bool mayBeSync = !header || sortOfSync(codeAt({header, kHeader})) == sort ||
-                                   lengthAt({header, kHeader}) == lengthOf(sort);
-            if (mayBeSync)
+            if (!header)
                 doubt(sort);
         }
+        if (header)
+            doubtBehind({header, kHeader});
     }
 
     /// Nothing follows.
     void end(std::uint64_t size) {
+        m_here = size;
         const bool isCut = m_gapFrom != kUnknown64 && m_gapTo == size;
         m_isCutInText = m_unitGoesOn && m_unitHasText && m_unitEnd == size;
         closeGap(isCut ? CheckRule::Cut : CheckRule::Damage);
         endUnit(size);
+        settleEnd(Invalid);
         if (!(m_isPaged && pages::isBreak(size)))
             writeFills();
         for (const ContextSort sort : kSorts)
@@ -461,6 +500,7 @@ private:
             m_restated = {};
             m_fills.clear(); // they have padded the page before
         }
+        settleEnd(code);
         if (code == Fill) {
             if (!isPadding(std::string_view(m_unit).substr(kHeader)) && m_oddFills++ == 0)
                 m_firstOddFill = m_unitOffset;
@@ -482,8 +522,15 @@ private:
             return takeSync(sync);
         if (const ContextSort sort = sortOfRelative(code); sort != ContextSort::None)
             placeRelative(sort);
-        if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace)
-            return processFrame(code);
+        if (code == EndOfTrace)
+            m_endAt = m_unitOffset; // whether it is one is told by what follows
+        else if (code == TraceEnabled || code == TraceDisabled)
+            processFrame(code, m_unitOffset);
+        else
+            writeOther(code);
+    }
+
+    void writeOther(tagTCode code) {
         if (code == CharString && m_unit.size() > kHeader && m_takesText)
             add(CharString); // or it would be taken for the text of the packet before
         writeUnit();
@@ -527,6 +574,14 @@ private:
         }
     }
 
+    /// A packet whose header is not right may have been a sync packet, if its code or its length is that of one.
+    void doubtBehind(std::string_view header) {
+        for (const ContextSort sort : kSorts) {
+            if (sortOfSync(codeAt(header)) == sort || lengthAt(header) == lengthOf(sort))
+                doubt(sort);
+        }
+    }
+
     void doubt(ContextSort sort) {
         Reference& reference = m_references[unsigned(sort)];
         reference.isDoubtful = true;
@@ -536,6 +591,8 @@ private:
     /// Sees to it that a relative packet comes to stand behind the context that it is relative to.
     void placeRelative(ContextSort sort) {
         Reference& reference = m_references[unsigned(sort)];
+        if (m_report.isLossy && !m_contexts.knows(sort))
+            reference.isDoubtful = true;
         if (reference.isDoubtful && !std::exchange(reference.wasSought, true) && findRestated(sort)) {
             endStretch(sort, m_unitOffset);
             reference = {};
@@ -611,14 +668,25 @@ private:
         reference.uncertain = 0;
     }
 
-    void processFrame(tagTCode code) {
+    /// An EndOfTrace packet counts where the trace ends, or another one begins.
+    void settleEnd(tagTCode next) {
+        const std::uint64_t at = std::exchange(m_endAt, kUnknown64);
+        if (at == kUnknown64)
+            return;
+        if (next == Invalid || next == TraceEnabled || next == Fill)
+            processFrame(EndOfTrace, at);
+        else
+            note(at, kHeader, EndOfTrace, CheckRule::Frame, true, "is left out, as the trace goes on behind it");
+    }
+
+    void processFrame(tagTCode code, std::uint64_t offset) {
         if (code == TraceDisabled && m_frameBegin == kUnknown64) {
-            note(m_unitOffset, m_unit.size(), code, CheckRule::Frame, true,
+            note(offset, m_unit.size(), code, CheckRule::Frame, true,
                  "ends a frame that has not begun, and is left out");
             return;
         }
         if (m_frameBegin != kUnknown64 && (code == TraceEnabled || (code == EndOfTrace && m_lossInFrame))) {
-            note(m_unitOffset, 0, Invalid, CheckRule::Frame, true,
+            note(offset, 0, Invalid, CheckRule::Frame, true,
                  "the end of the frame before is missing: TraceDisabled is added");
             closeFrame();
         }
@@ -633,13 +701,14 @@ private:
             return;
         }
         if (code == TraceDisabled && m_frameBegin != kUnknown64) {
-            const std::uint64_t length = m_unitOffset + m_unit.size() - m_frameBegin;
+            const std::uint64_t length = offset + m_unit.size() - m_frameBegin;
             if (!m_lossInFrame && m_frameLength != kUnknown64 && m_frameLength != length)
                 note(m_frameBegin, 0, TraceEnabled, CheckRule::Frame, false,
                      "tells a frame of " + countOf(m_frameLength, "byte") + ", which has " + std::to_string(length) +
                          "; the length is put right");
         }
-        writeUnit();
+        ++m_report.packets;
+        add(code);
         if (code == TraceDisabled)
             tellFrameLength(m_frameLength != kUnknown64 || m_lossInFrame);
         m_frameBegin = kUnknown64;
@@ -762,8 +831,9 @@ private:
     // Frames.
     std::uint64_t m_frameBegin = kUnknown64;
     std::uint64_t m_frameLength = kUnknown64;
-    bool m_lossInFrame = false;  ///< or since the last one
-    bool m_mayHaveBegun = false; ///< where bytes were lost
+    std::uint64_t m_endAt = kUnknown64; ///< of an EndOfTrace packet that is not written yet
+    bool m_lossInFrame = false;         ///< or since the last one
+    bool m_mayHaveBegun = false;        ///< where bytes were lost
     detail::OpenFrame m_openFrame;
 };
 
@@ -814,7 +884,7 @@ public:
                 break;
             const std::string_view here = m_in.at(m_at, limit());
             const unsigned size = detail::sizeOfPacket(here);
-            if (size == 0 || isOdd(here.substr(0, size))) {
+            if (size == 0 || Solver::isOddText(here.substr(0, size))) {
                 solve();
                 continue;
             }
@@ -839,15 +909,6 @@ private:
     std::uint64_t kept() const { return m_pending.empty() ? m_at : m_pending.front(); }
     /// No packet reaches beyond it.
     std::uint64_t limit() const { return m_isPaged ? (m_at / kPageSize + 1) * kPageSize : kUnknown64; }
-
-    /// Whether a text or padding does not look like one.
-    bool isOdd(std::string_view packet) const {
-        const tagTCode code = codeAt(packet);
-        if (code != CharString && code != Fill)
-            return false;
-        const std::string_view payload = packet.substr(kHeader);
-        return code == Fill ? !isPadding(payload) : payload.find('\0') != payload.npos;
-    }
 
     void takePending(std::size_t left) {
         while (m_pending.size() > left) {
@@ -879,7 +940,7 @@ private:
                 if (isInGap)
                     m_out.lose(from + next, 1);
                 else if (part.how == Solver::How::Stepped)
-                    m_out.lose(from + next, part.size, m_in.at(from + next).data());
+                    m_out.lose(from + next, part.size, part.size < kHeader ? nullptr : m_in.at(from + next).data());
                 else
                     m_out.packet(from + next, part);
                 next += part.size;

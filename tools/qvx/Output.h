@@ -47,6 +47,8 @@ public:
     /// Opens it, or makes the file that will be put in its place.
     std::ostream& open();
     std::ostream& stream() { return m_stream; }
+    /// The file, once it is open, for those who write it at positions by themselves and read it again; not both ways.
+    Quorvex::platform::OutputFile& file() { return m_file; }
     /// Fails if a write has failed.
     void check() const;
     /// Hands all over to the system.

@@ -50,6 +50,7 @@ int run(std::vector<std::string> arguments) {
     addGraph(program);
     addAssert(program);
     addExport(program);
+    addRepair(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");
 }

@@ -50,5 +50,6 @@ void addStats(Program& program);
 void addGraph(Program& program);
 void addAssert(Program& program);
 void addExport(Program& program);
+void addRepair(Program& program);
 
 } // namespace qvx
