@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cerrno>
 #include <cstring>
 #include <deque>
@@ -976,7 +977,7 @@ public:
 
     template <class Take> void run(Take take) {
         for (std::uint64_t at = 0; reach(at), at < m_in.end(); ++at) {
-            if (!isRow(at, kFirst, kUnknown64))
+            if (!isRow(at, kUnknown64))
                 continue;
             const std::uint64_t end = endOf(at);
             take(FoundTrace{at, end - at});
@@ -985,40 +986,52 @@ public:
     }
 
 private:
-    static constexpr unsigned kFirst = 4;     ///< ticks that tell a trace,
-    static constexpr unsigned kFurther = 2;   ///< and more of it
-    static constexpr unsigned kRow = 0x10000; ///< bytes in which they must be
+    static constexpr unsigned kRow = 0x10000; ///< bytes in which packets must tell that they are some
 
     void reach(std::uint64_t at) { m_in.reach(at, at + kRow + kMostBytes); }
 
-    /// Whether packets stand there that are no chance.
-    bool isRow(std::uint64_t start, unsigned fewest, std::uint64_t tick) {
-        if (const std::string_view here = m_in.at(start);
-            here.size() < kHeader || detail::sizeOfPacket(here) == 0 ||
-            (codeAt(here) != TraceEnabled && fullTickAt(here) == kUnknown64))
+    /// Whether a packet stands there with which a frame begins, all its fields as they are written today.
+    static bool isBeginning(std::string_view here) {
+        constexpr std::size_t kConfigAt = detail::OpenFrame::kLengthAt + sizeof(std::uint64_t);
+        constexpr std::uint32_t kConfigs = 8;
+        return here.size() >= detail::OpenFrame::kSize && codeAt(here) == TraceEnabled &&
+               lengthAt(here) == CTraceEnabled::Len() && loadLittleEndian<std::uint32_t>(here.data() + kHeader) == 0 &&
+               loadLittleEndian<std::uint32_t>(here.data() + kConfigAt) < kConfigs;
+    }
+
+    /// Whether packets stand there that are no chance, behind one with that tick.
+    bool isRow(std::uint64_t start, std::uint64_t tick) {
+        constexpr unsigned kTicks = 8, kKinds = 3, kFurther = 4;
+        const std::string_view first = m_in.at(start);
+        const bool begins = isBeginning(first);
+        if (!begins && (detail::sizeOfPacket(first) == 0 || fullTickAt(first) == kUnknown64))
             return false;
         reach(start);
-        tagTCode first = Invalid;
+        const bool isKnown = begins || tick != kUnknown64;
+        std::bitset<256> kinds;
         bool isMixed = false;
-        unsigned ticks = tick == kUnknown64 ? 0 : 1;
-        fewest += ticks;
-        for (std::uint64_t at = start; at < m_in.end() && at < start + kRow;) {
+        unsigned packets = 0, ticks = 0, falls = 0;
+        unsigned size = 0, sizeBefore = 0;
+        for (std::uint64_t at = start; at < m_in.end() && at < start + kRow; at += size) {
             const std::string_view here = m_in.at(at);
-            const unsigned size = detail::sizeOfPacket(here);
+            size = detail::sizeOfPacket(here);
             if (size == 0)
-                return false;
-            const tagTCode code = codeAt(here);
+                break;
+            kinds.set(codeAt(here));
+            isMixed = isMixed || (sizeBefore > 0 && size != sizeBefore);
+            sizeBefore = size;
+            ++packets;
             if (const std::uint64_t told = fullTickAt(here.substr(0, size)); told != kUnknown64) {
                 if (tick != kUnknown64 && !isNear(told, tick))
                     return false;
+                falls += tick != kUnknown64 && told < tick;
                 tick = told;
                 ++ticks;
             }
-            isMixed = isMixed || (first != Invalid && code != first);
-            first = code;
-            if (ticks >= fewest && isMixed)
+            if (begins ? packets >= kFurther && ticks > 0
+                       : ticks >= (isKnown ? kFurther : kTicks) && 4 * falls <= ticks &&
+                             (isKnown || (kinds.count() >= kKinds && isMixed)))
                 return true;
-            at += size;
         }
         return false;
     }
@@ -1039,7 +1052,7 @@ private:
             m_in.reach(at, at + kPageSize + kRow + kMostBytes);
             std::uint64_t next = last == TraceDisabled ? m_in.end() : at;
             const std::uint64_t stop = std::min(at + kPageSize, m_in.end());
-            while (next <= stop && next < m_in.end() && !isRow(next, kFurther, tick))
+            while (next <= stop && next < m_in.end() && !isRow(next, tick))
                 ++next;
             if (next > stop || next >= m_in.end() || codeAt(m_in.at(next)) == TraceEnabled)
                 return at;

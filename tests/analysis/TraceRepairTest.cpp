@@ -5,6 +5,7 @@
 #include "quorvex/stream/FileKind.h"
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceCompressor.h"
+#include "quorvex/stream/TraceSourceBufferStream.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Doubles.h"
@@ -208,7 +209,7 @@ bool isLegal(const std::string& trace) {
 }
 
 TEST_P(TraceRepair, LosesNothingButWhatOneDamagedByteStandsIn) {
-    const std::string whole = recording(900);
+    const std::string whole = recording(450);
     const std::vector<Atom> original = atomsOf(whole);
     for (std::size_t at = 0; at < whole.size(); ++at) {
         const auto old = static_cast<unsigned char>(whole[at]);
@@ -266,9 +267,9 @@ TEST_P(TraceRepair, LosesNothingButTheBeginningOfATrace) {
 TEST_P(TraceRepair, LosesNothingButPagesThatAreGone) {
     if (!GetParam().first)
         return;
-    const std::string whole = recording(4 * kPageSize);
+    const std::string whole = recording(3 * kPageSize);
     const std::vector<Atom> original = atomsOf(whole);
-    for (std::size_t page = 0; page < 4; ++page) {
+    for (std::size_t page = 0; page < 3; ++page) {
         for (const char value : {'\0', '\xFF', '\x55'}) {
             std::string damaged = whole;
             damaged.replace(page * kPageSize, kPageSize, kPageSize, value);
@@ -279,7 +280,7 @@ TEST_P(TraceRepair, LosesNothingButPagesThatAreGone) {
             EXPECT_EQ(result.report.uncertain, 0) << page;
         }
         std::string swapped = whole;
-        const std::size_t other = (page + 1) % 4;
+        const std::size_t other = (page + 1) % 3;
         for (std::size_t i = 0; i < kPageSize; ++i)
             std::swap(swapped[page * kPageSize + i], swapped[other * kPageSize + i]);
         const Repaired result = repaired(swapped);
@@ -288,6 +289,47 @@ TEST_P(TraceRepair, LosesNothingButPagesThatAreGone) {
             "");
         EXPECT_EQ(newFaults(result.trace, ""), "") << page;
     }
+}
+
+TEST(TraceSearch, FindsTracesInOtherBytesAndNothingElse) {
+    RandomPackets random(3);
+    const std::string first = recording(false, false, 3000), second = recording(true, true, 2 * kPageSize, 2);
+    const std::string cut = first.substr(0, 1000);
+    // Records of one size, as in tables of symbols, are packets with ticks by chance.
+    std::string table;
+    for (unsigned i = 0; i < 3000; ++i)
+        table += (i % 2 ? bytes("d5 16") : bytes("d4 16")) + std::string(1, static_cast<char>(i / 256)) +
+                 bytes("00 00 00 00 2a 00 00 00 00 00 00 00 00 00 00 00 00 02 00 0f 00 6a");
+    const std::string noise = random.bytes(100000), zeros(3 * kPageSize, '\0');
+    const std::string image = noise + first + zeros + table + second + noise.substr(7) + cut;
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> found;
+    MemorySource source(image);
+    findTraces(source, "image", [&found](const FoundTrace& trace) { found.emplace_back(trace.offset, trace.size); });
+    const std::size_t at = noise.size() + first.size() + zeros.size() + table.size();
+    ASSERT_EQ(found.size(), 3);
+    EXPECT_EQ(found[0], std::pair(std::uint64_t{noise.size()}, std::uint64_t{first.size()}));
+    EXPECT_EQ(found[1], std::pair(std::uint64_t{at}, std::uint64_t{second.size()}));
+    EXPECT_EQ(found[2].first, image.size() - cut.size());
+    RepairOptions options;
+    options.from = found[1].first;
+    options.to = found[1].first + found[1].second;
+    EXPECT_TRUE(repaired(image, options).trace == second);
+}
+
+TEST(TraceRepairing, FailsWhereReadingOrWritingDoes) {
+    const std::string trace = recording(true, false, 3 * kPageSize);
+    MemorySink full;
+    full.room = kPageSize + 100;
+    MemorySource good(trace);
+    const RepairReport report = repairTrace(good, full, {}, [](const RepairNote&) {});
+    EXPECT_FALSE(report.isWritten);
+    std::istringstream stream(trace);
+    stream.rdbuf()->pubseekpos(0);
+    CTraceSourceBufferStream source(stream);
+    stream.setstate(std::ios::badbit);
+    MemorySink sink;
+    EXPECT_EQ(thrownBy([&] { repairTrace(source, sink, {.name = "a.qvx"}, [](const RepairNote&) {}); }).substr(0, 7),
+              "a.qvx: ");
 }
 
 } // namespace

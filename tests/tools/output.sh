@@ -120,7 +120,7 @@ all() { # the verbs
 }
 
 user=root as=
-all 'kinds -o' 'info trace -o' 'dump trace -o' 'convert trace -o' 'export --to btf trace -o' 'export --to vcd trace -o' \
+all 'kinds -o' 'info trace -o' 'dump trace -o' 'convert trace -o' 'repair trace -o' 'export --to btf trace -o' 'export --to vcd trace -o' \
     'export --to vcd trace -o x.vcd --save'
 if [ "$(id -u)" -ne 0 ] || ! setpriv --reuid=65534 --regid=65534 --clear-groups "$qvx" --version >/dev/null 2>&1; then
     echo 'skipped: qvx cannot be run as another user here'
