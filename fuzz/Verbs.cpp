@@ -68,6 +68,7 @@ void verbs(const std::string& data) {
         require(info.find("\nDamage:    none\n") != std::string::npos, "a merge has no damage");
         require(info.find("\nEnd:       complete\n") != std::string::npos, "a merge is whole");
     }
+    run({"repair", in, "-f", "-o", out});
     run({"export", in, "-f", "-o", out, "--to", "vcd", "--save", again});
     run({"export", in, "-f", "-o", out, "--to", "btf"});
 }

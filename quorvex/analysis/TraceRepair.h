@@ -69,14 +69,21 @@ QUORVEX_API void findTraces(CTraceSourceBuffer& source, const std::string& name,
 ///
 /// **Reading.** As long as every packet has a length that its kind can have, packets are taken as they stand. Else all
 /// ways to read the bytes from 16 packets before the place to 16 KiB behind it are compared, and the one that is worth
-/// most is taken. A packet is worth 6 points if it tells a tick that is less than 2^40 ticks from the one before or
-/// behind it, 1 point as CharString or Fill, else 2; the first behind bytes that are stepped over only counts with such
-/// a tick. It costs 16 points to step over bytes, however many; 15 if that is just what a header announces; 10 to take
-/// another length than a header announces, which the packet behind must confirm, for kinds of many lengths with its
-/// tick; 9 to take the fields of a packet and leave out bytes behind them. In a trace of pages, a page's start is
-/// certain. So a wrong length does no harm to the packets behind it, and a few bytes that look like packets are not
-/// taken for ones. A CharString or Fill packet that hides a sync packet is damage, too. What cannot be seen is damage
-/// that makes another packet of the same length, or changes a value.
+/// most is taken. A packet is worth 12 points if it tells a tick that is less than 2^40 ticks from the one before or
+/// behind it, 2 points as CharString or Fill (0 with other bytes than 0x80), else 3; the first one behind bytes that
+/// are stepped over, without such a tick, 1, and 0 as Fill or as a text that cannot be printed. It costs
+/// - 26 points to step over bytes, however many;
+/// - 24 to step over what a header announces, which no packet of its kind can have, and 17 over the beginning of a
+/// packet
+///   with which the trace ends;
+/// - 25 to take another length than the header announces, if a packet follows there, which is worth nothing then if its
+///   own length cannot be; 10 to take a shorter one of a text that holds a byte 0, or of padding with other bytes;
+/// - 23 to take the fields of a packet and leave out the bytes behind them.
+///
+/// So one wrong byte does no harm to the packets around it, and a few bytes that look like packets are not taken for
+/// ones. In a trace of pages, a page's start is certain. A CharString or Fill packet that hides a sync packet is
+/// damage, too. What cannot be seen is damage that leaves packets that follow one another: of another kind with the
+/// same length, of data that ends with a packet further on, or with other values.
 ///
 /// **Contexts.** Bytes that were stepped over may have told a context that packets behind are relative to, unless
 /// they are packets whose headers tell that they do not. So it is not known until the next sync packet. In a trace of
