@@ -43,7 +43,7 @@ void verbs(const std::string& data) {
     run({"graph", in, "-f", "-o", out, "--by", "thread", "--folded", "--depth", "20"});
     run({"assert", in, "-f", "-o", out, "--format", "junit", "--rule", kRules});
     TraceRules().add(data, "any text");
-    for (const char* format : {"plain", "html", "latex", "verbose"})
+    for (const char* format : {"text", "json", "plain", "html", "latex", "verbose"})
         run({"dump", in, "-f", "-o", out, "--format", format});
     for (const char* form : {"", "--absolute", "--relative"}) {
         for (const char* layout : {"--plain", "--paged"}) {

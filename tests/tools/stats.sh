@@ -20,7 +20,7 @@ count() {
 }
 mkdir recorded
 mkdir source
-seq 3000 | sed 's/^/the word /' | split -l 500 - source/
+seq 3000 | sed 's/^/the word /' | split -l 500 --additional-suffix=.md - source/
 QVX_TRACEDIR=recorded "$wordcount" source 3 >/dev/null
 [ "$(ls recorded/*.qvx | wc -l)" -ge 2 ] || fail 'no traces of threads'
 for trace in recorded/*.qvx; do

@@ -31,26 +31,26 @@ void tell(std::string_view text) {
 }
 
 int run(std::vector<std::string> arguments) {
-    Program program("Shows, converts and exports trace files of the Quorvex format.",
+    Program program("Shows, questions, cuts, joins, converts and mends trace files of the Quorvex format.",
                     "qvx " QVX_VERSION " (trace format 0)",
                     "`qvx FILE` alone is `qvx info FILE`, and `qvx help VERB` is `qvx VERB --help`. Exit codes:\n"
                     "0 done, 1 failed, 2 wrong use, 3 done with loss (damage was stepped over, the end is missing,\n"
                     "or the target format cannot show all).");
     addInfo(program);
     addDump(program);
+    addStats(program);
+    addGraph(program);
     addCheck(program);
+    addAssert(program);
     addDiff(program);
     addDigest(program);
-    addConvert(program);
     addCut(program);
     addSplit(program);
     addCat(program);
     addMerge(program);
-    addStats(program);
-    addGraph(program);
-    addAssert(program);
-    addExport(program);
+    addConvert(program);
     addRepair(program);
+    addExport(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");
 }

@@ -37,19 +37,19 @@ class Program;
 /// Each adds its verb to the program.
 void addInfo(Program& program);
 void addDump(Program& program);
-void addKinds(Program& program);
+void addStats(Program& program);
+void addGraph(Program& program);
 void addCheck(Program& program);
-void addConvert(Program& program);
+void addAssert(Program& program);
 void addDiff(Program& program);
 void addDigest(Program& program);
 void addCut(Program& program);
 void addSplit(Program& program);
 void addCat(Program& program);
 void addMerge(Program& program);
-void addStats(Program& program);
-void addGraph(Program& program);
-void addAssert(Program& program);
-void addExport(Program& program);
+void addConvert(Program& program);
 void addRepair(Program& program);
+void addExport(Program& program);
+void addKinds(Program& program);
 
 } // namespace qvx
