@@ -51,10 +51,10 @@ rules:2: event "a\"&<b>\\" after event "ask": holds, 2 checked
 END
 expect 1 asks answers --rules rules --rule 'event "a*" never' --format json --limit 1 <<'END'
 {"rules": "rules", "line": 1, "rule": "event \"ask\" before event \"a\\\"*\" within 5ms", "checked": 2, "broken": 1}
-{"rules": "rules", "line": 1, "file": "answers", "offset": 48, "thread": 8, "core": 1, "tick": 90, "ns": 80000000, "text": "a\"&<b>\\ has the last ask 60000000 ns before it"}
+{"rules": "rules", "line": 1, "file": "answers", "offset": 48, "thread": 8, "core": 1, "tick": 90, "time_ns": 80000000, "text": "a\"&<b>\\ has the last ask 60000000 ns before it"}
 {"rules": "rules", "line": 2, "rule": "event \"a\\\"&<b>\\\\\" after event \"ask\"", "checked": 2, "broken": 0}
 {"rules": "--rule", "line": 1, "rule": "event \"a*\" never", "checked": 4, "broken": 4}
-{"rules": "--rule", "line": 1, "file": "asks", "offset": 52, "thread": 7, "core": 0, "tick": 10, "ns": 0, "text": "ask happens"}
+{"rules": "--rule", "line": 1, "file": "asks", "offset": 52, "thread": 7, "core": 0, "tick": 10, "time_ns": 0, "text": "ask happens"}
 END
 expect 1 asks answers rules --format junit <<'END'
 <?xml version="1.0" encoding="UTF-8"?>

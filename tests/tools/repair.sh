@@ -59,7 +59,7 @@ damage length $((at + 1)) '\xfe'
 repaired 3 length --format json
 diff <(rows "$trace") <(rows out) || fail 'a wrong length loses something'
 diff - ledger <<END || fail 'the ledger'
-{"file": "length", "offset": $((at)), "length": 30, "page": $((at / 262144)), "kind": "FunctionEnter", "rule": "damage", "loss": 1, "text": "announces 254 bytes, of which it has 28"}
+{"file": "length", "offset": $((at)), "length": 30, "page": $((at / 262144)), "kind": "FunctionEnter", "rule": "damage", "loss": true, "text": "announces 254 bytes, of which it has 28"}
 END
 cp "$trace" zeros
 dd if=/dev/zero of=zeros bs=262144 seek=1 count=1 conv=notrunc status=none

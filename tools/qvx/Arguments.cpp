@@ -162,6 +162,11 @@ std::string Program::manual() const {
                 names += " \\fI" + roff(option->get_type_name()) + "\\fR";
             page += ".TP\n" + names + "\n" + roff(option->get_description()) + ".\n";
         }
+        page += ".PP\n.nf\n";
+        std::istringstream footer(verb->get_footer());
+        for (std::string line; std::getline(footer, line);)
+            page += roff(line) + "\n";
+        page += ".fi\n";
     }
     return page;
 }

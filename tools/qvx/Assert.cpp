@@ -215,7 +215,7 @@ private:
             add("thread", finding.thread, !isUnknown(FieldMeaning::Context, finding.thread));
             add("core", finding.core, !isUnknown(FieldMeaning::Context, finding.core));
             add("tick", finding.tick, finding.tick != kUnknown64);
-            add("ns", finding.nanoseconds, finding.nanoseconds != kUnknown64);
+            add("time_ns", finding.nanoseconds, finding.nanoseconds != kUnknown64);
             out << line.add("text", finding.text).text();
         }
     }

@@ -307,7 +307,7 @@ private:
             JsonLine json;
             json.add("file", name()).add("offset", note.offset).add("length", note.length).add("page", page);
             kind.empty() ? json.addUnknown("kind") : json.add("kind", kind);
-            json.add("rule", rule).add("loss", std::uint64_t{note.isLoss}).add("text", note.text);
+            json.add("rule", rule).addTruth("loss", note.isLoss).add("text", note.text);
             line = json.text();
         } else {
             line = fmt::format("{}: offset {}, length {}, page {}: {}{}{} [{}]\n", shown(name()), note.offset,
