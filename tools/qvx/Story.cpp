@@ -32,8 +32,12 @@ constexpr char kKindColor[] = "\x1b[36m";
 constexpr char kDurationColor[] = "\x1b[33m";
 constexpr char kNoColor[] = "\x1b[0m";
 
-std::string numberText(std::uint32_t number) {
-    return isUnknown(FieldMeaning::Context, number) ? "-" : std::to_string(number);
+/// Appends the number of a core or a thread, right in its column.
+void appendPlace(std::string& to, std::uint32_t number, std::size_t width) {
+    if (isUnknown(FieldMeaning::Context, number))
+        to.append(width - 1, ' ').append("-");
+    else
+        appendNumber(to, number, width);
 }
 
 /// What the bytes of a value are as a number, the first one lowest.
@@ -111,9 +115,14 @@ Story::Move Story::moveOf(std::size_t file, const CPacket& packet) {
     if (kind.step == Step::None)
         return {};
     const auto& context = *contextOf<CCoreContext>(packet);
-    const std::optional<Subject> subject = subjectOf(packet);
-    return {kind.step, placeOf(file, context.HWCtx(), context.SWCtx(), kind.sort),
-            subject ? subject->id : CFunctionEnterPayload::kNoFunction};
+    const auto idOf = [&packet]() -> std::uint64_t {
+        if (const auto* enter = packetAs<CFunctionEnter>(packet))
+            return enter->TgtFuncId();
+        if (const auto* leave = packetAs<CFunctionLeave>(packet))
+            return leave->TgtFuncId();
+        return subjectOf(packet)->id;
+    };
+    return {kind.step, placeOf(file, context.HWCtx(), context.SWCtx(), kind.sort), idOf()};
 }
 
 Story::Stack& Story::stackOf(const Place& place) {
@@ -141,6 +150,7 @@ void Story::learn(std::size_t file, const CPacket& packet) {
     if (factsOf(packet.TraceCode()).role != Role::Definition)
         return;
     m_names.note(packet, static_cast<unsigned>(file));
+    m_functions = Shown();
     if (const auto* variable = packetAs<CVariableDefine>(packet))
         m_types[{file, variable->VarId()}] = variable->TypeId();
 }
@@ -187,11 +197,11 @@ bool Story::tell(std::size_t file, const CPacket& packet, std::uint64_t tick) {
     const auto* core = contextOf<CCoreContext>(packet);
     const auto* bus = contextOf<CBusContext>(packet);
     const std::uint32_t unknown = ~0U;
-    fmt::format_to(std::back_inserter(m_line), " {:>5} {:>10}  ",
-                   numberText(core  ? core->HWCtx()
-                              : bus ? bus->HWCtx()
-                                    : unknown),
-                   numberText(core ? core->SWCtx() : unknown));
+    m_line += ' ';
+    appendPlace(m_line, core ? core->HWCtx() : bus ? bus->HWCtx() : unknown, 5);
+    m_line += ' ';
+    appendPlace(m_line, core ? core->SWCtx() : unknown, 10);
+    m_line += "  ";
     if (core) {
         const std::uint64_t depth = stackOf(placeOf(file, core->HWCtx(), core->SWCtx(), TextSort::Function)).depth();
         m_line.append(2 * std::min<std::uint64_t>(depth, kMostIndented), ' ');
@@ -233,6 +243,9 @@ void Story::appendMove(std::size_t file, const Move& move, std::uint64_t took) {
         fmt::format_to(std::back_inserter(m_line), "interrupt {}", move.id);
     else if (move.place.sort == TextSort::Function && move.id == kNoFunction)
         m_line += "no function";
+    else if (move.place.sort == TextSort::Function)
+        append(kNameColor, m_functions.findOrMake(std::uint64_t{file} << 32 | move.id,
+                                                  [&] { return nameOf(file, TextSort::Function, move.id); }));
     else
         append(kNameColor, nameOf(file, move.place.sort, move.id));
     if (took != kUnknown64) {

@@ -82,6 +82,8 @@ private:
     bool m_isColored;
     std::string m_line;
     Quorvex::CTraceNames m_names;
+    using Shown = Quorvex::Directory<std::uint64_t, std::string>;
+    Shown m_functions; ///< their names as they are shown, by file and identifier, since the last definition
     Quorvex::Directory<Place, Stack> m_stacks;
     std::map<std::pair<std::size_t, std::uint32_t>, std::uint32_t> m_types; ///< of variables, by file and variable
 };

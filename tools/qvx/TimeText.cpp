@@ -3,8 +3,7 @@
 #include "Arguments.h"
 #include "quorvex/analysis/TimeBase.h"
 
-#include <fmt/format.h>
-
+#include <charconv>
 #include <iterator>
 #include <utility>
 
@@ -17,7 +16,23 @@ namespace {
 constexpr std::uint64_t kNano = 1'000'000'000;
 constexpr std::size_t kWidth = 20; ///< of the column
 
+/// Appends a number of exactly so many digits.
+template <int kDigits> void appendDigits(std::string& to, std::uint64_t number) {
+    char digits[kDigits];
+    for (int i = kDigits; i > 0; number /= 10)
+        digits[--i] = static_cast<char>('0' + number % 10);
+    to.append(digits, kDigits);
+}
+
 } // namespace
+
+void appendNumber(std::string& to, std::uint64_t number, std::size_t width) {
+    char digits[20];
+    const auto size = static_cast<std::size_t>(std::to_chars(digits, std::end(digits), number).ptr - digits);
+    if (size < width)
+        to.append(width - size, ' ');
+    to.append(digits, size);
+}
 
 void addTimeOption(Verb& verb, TimeForm& form) {
     verb.choice("--time", form,
@@ -28,13 +43,25 @@ void addTimeOption(Verb& verb, TimeForm& form) {
                 "s (default) or ns from the start, ticks as they are, delta: from line to line", "FORM");
 }
 
-std::string durationText(std::uint64_t nanoseconds) {
-    constexpr std::pair<std::uint64_t, const char*> kUnits[] = {{kNano, "s"}, {1'000'000, "ms"}, {1'000, "us"}};
+void appendDuration(std::string& to, std::uint64_t nanoseconds) {
+    constexpr std::pair<std::uint64_t, const char*> kUnits[] = {{kNano, " s"}, {1'000'000, " ms"}, {1'000, " us"}};
     for (const auto& [unit, name] : kUnits) {
-        if (nanoseconds >= unit)
-            return fmt::format("{}.{:03} {}", nanoseconds / unit, nanoseconds % unit / (unit / 1000), name);
+        if (nanoseconds < unit)
+            continue;
+        appendNumber(to, nanoseconds / unit);
+        to += '.';
+        appendDigits<3>(to, nanoseconds % unit / (unit / 1000));
+        to += name;
+        return;
     }
-    return fmt::format("{} ns", nanoseconds);
+    appendNumber(to, nanoseconds);
+    to += " ns";
+}
+
+std::string durationText(std::uint64_t nanoseconds) {
+    std::string text;
+    appendDuration(text, nanoseconds);
+    return text;
 }
 
 void TimeText::append(std::string& to, std::uint64_t tick) {
@@ -42,7 +69,7 @@ void TimeText::append(std::string& to, std::uint64_t tick) {
     if (tick == kUnknown64)
         to += '-';
     else if (m_form == TimeForm::Ticks)
-        fmt::format_to(std::back_inserter(to), "{}", tick);
+        appendNumber(to, tick);
     else
         appendDistance(to, m_form != TimeForm::Delta ? m_span.first : m_last == kUnknown64 ? tick : m_last, tick);
     if (tick != kUnknown64)
@@ -55,17 +82,23 @@ void TimeText::appendDistance(std::string& to, std::uint64_t from, std::uint64_t
     const bool isBefore = tick < from;
     const std::uint64_t units = TimeBase::unitsOf(isBefore ? from - tick : tick - from, m_span.frequency, kNano);
     const char* sign = isBefore ? "-" : "";
-    if (m_span.frequency == 0 || m_form == TimeForm::Nanoseconds)
-        fmt::format_to(std::back_inserter(to), "{}{}", sign, units);
-    else
-        fmt::format_to(std::back_inserter(to), "{}{}.{:09}", sign, units / kNano, units % kNano);
+    to += sign;
+    if (m_span.frequency == 0 || m_form == TimeForm::Nanoseconds) {
+        appendNumber(to, units);
+        return;
+    }
+    appendNumber(to, units / kNano);
+    to += '.';
+    appendDigits<9>(to, units % kNano);
 }
 
 void TimeText::appendDuration(std::string& to, std::uint64_t ticks) const {
-    if (m_span.frequency == 0)
-        fmt::format_to(std::back_inserter(to), "{} ticks", ticks);
-    else
-        to += durationText(TimeBase::unitsOf(ticks, m_span.frequency, kNano));
+    if (m_span.frequency != 0) {
+        qvx::appendDuration(to, TimeBase::unitsOf(ticks, m_span.frequency, kNano));
+        return;
+    }
+    appendNumber(to, ticks);
+    to += " ticks";
 }
 
 } // namespace qvx

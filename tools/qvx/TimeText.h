@@ -15,6 +15,9 @@ enum class TimeForm : std::uint8_t { Seconds, Nanoseconds, Ticks, Delta };
 /// Adds --time to a verb.
 void addTimeOption(Verb& verb, TimeForm& form);
 
+/// Appends a number in decimal, right in a column of that width.
+void appendNumber(std::string& to, std::uint64_t number, std::size_t width = 0);
+
 /// A length of time with three digits behind the point, in the unit that fits: "1.500 ms".
 std::string durationText(std::uint64_t nanoseconds);
 
