@@ -1,9 +1,11 @@
 #include "Json.h"
 
+#include "TimeText.h"
 #include "quorvex/format/Characters.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace qvx {
@@ -12,21 +14,26 @@ namespace {
 
 constexpr std::uint64_t kMostExact = std::uint64_t{1} << 53;
 
-std::string quoted(std::string_view text) {
-    std::string result = "\"";
+void appendQuoted(std::string& to, std::string_view text) {
+    const auto isPlain = [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
+    to += '"';
     while (!text.empty()) {
+        const auto plain = static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin());
+        to += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty())
+            break;
         const Quorvex::Character character = Quorvex::firstCharacter(text);
         const char first = text[0];
         if (first == '"' || first == '\\')
-            result += {'\\', first};
+            to += {'\\', first};
         else if (character.size == 1 && !character.printable)
-            result +=
-                static_cast<unsigned char>(first) < 0x80 ? fmt::format("\\u{:04x}", unsigned(first)) : "\xef\xbf\xbd";
+            to += static_cast<unsigned char>(first) < 0x80 ? fmt::format("\\u{:04x}", unsigned(first)) : "\xef\xbf\xbd";
         else
-            result += text.substr(0, character.size);
+            to += text.substr(0, character.size);
         text.remove_prefix(character.size);
     }
-    return result + '"';
+    to += '"';
 }
 
 } // namespace
@@ -34,12 +41,15 @@ std::string quoted(std::string_view text) {
 void JsonLine::begin(std::string_view name) {
     if (m_text.size() > 1)
         m_text += ", ";
-    m_text += quoted(name);
+    appendQuoted(m_text, name);
     m_text += ": ";
 }
 
 void JsonLine::append(std::uint64_t number) {
-    m_text += number <= kMostExact ? fmt::format("{}", number) : fmt::format("\"{}\"", number);
+    const std::string_view quote = number <= kMostExact ? "" : "\"";
+    m_text += quote;
+    appendNumber(m_text, number);
+    m_text += quote;
 }
 
 JsonLine& JsonLine::add(std::string_view name, std::uint64_t number) {
@@ -61,13 +71,20 @@ JsonLine& JsonLine::add(std::string_view name, const std::vector<std::uint64_t>&
 
 JsonLine& JsonLine::add(std::string_view name, std::string_view text) {
     begin(name);
-    m_text += quoted(text);
+    appendQuoted(m_text, text);
     return *this;
 }
 
 JsonLine& JsonLine::add(std::string_view name, const JsonLine& object) {
     begin(name);
     m_text += object.m_text + "}";
+    return *this;
+}
+
+JsonLine& JsonLine::addAll(const JsonLine& object) {
+    if (object.m_text.size() > 1 && m_text.size() > 1)
+        m_text += ", ";
+    m_text.append(object.m_text, 1);
     return *this;
 }
 
@@ -89,8 +106,10 @@ JsonLine& JsonLine::addSigned(std::string_view name, std::int64_t number) {
 JsonLine& JsonLine::add(std::string_view name, const std::vector<std::string>& texts) {
     begin(name);
     const char* before = "[";
-    for (const std::string& text : texts)
-        m_text += std::exchange(before, ", ") + quoted(text);
+    for (const std::string& text : texts) {
+        m_text += std::exchange(before, ", ");
+        appendQuoted(m_text, text);
+    }
     m_text += texts.empty() ? "[]" : "]";
     return *this;
 }

@@ -16,6 +16,7 @@ public:
     JsonLine& add(std::string_view name, std::string_view text);
     JsonLine& add(std::string_view name, const std::vector<std::uint64_t>& numbers);
     JsonLine& add(std::string_view name, const JsonLine& object); ///< one within this one
+    JsonLine& addAll(const JsonLine& object);                     ///< its members
     JsonLine& addTruth(std::string_view name, bool isTrue);
     JsonLine& add(std::string_view name, const std::vector<std::string>& texts);
     JsonLine& addUnknown(std::string_view name);

@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <iterator>
 #include <optional>
 #include <string_view>
@@ -19,7 +21,7 @@ namespace {
 
 /// Fields that stand under common names, of whatever kind they are.
 struct Common {
-    const char* field;
+    std::string_view field;
     const char* name; ///< null: told in another way
 };
 constexpr Common kCommon[] = {{"Tick", nullptr}, {"Timestamp", nullptr}, {"Msg", nullptr},
@@ -77,34 +79,29 @@ void addPacket(JsonLine& line, const CPacket& packet, std::uint64_t tick, const 
         line.addUnknown("tick");
     else
         line.add("tick", tick);
-    for (const Common& common : kCommon) {
-        if (!common.name)
-            continue;
-        bool isThere = false;
-        eachNumber(packet, [&](const NumberField& field) {
-            if (!isThere && std::string_view(field.name) == common.field) {
-                addNumber(line, common.name, field);
-                isThere = true;
-            }
-        });
-        if (!isThere)
-            line.addUnknown(common.name);
-    }
-    addTime(line, tick, span);
+    std::array<NumberField, std::size(kCommon)> common{};
+    JsonLine others;
     std::optional<std::vector<std::uint64_t>> repeated;
     eachNumber(packet, [&](const NumberField& field) {
-        for (const Common& common : kCommon) {
-            if (std::string_view(field.name) == common.field)
-                return;
+        const auto its = std::ranges::find(kCommon, std::string_view(field.name), &Common::field);
+        if (its != std::end(kCommon)) {
+            common[static_cast<std::size_t>(its - kCommon)] = field; // numbers all
+        } else if (field.name != kRepeated) {
+            addNumber(others, field.name, field);
+        } else {
+            if (!repeated)
+                repeated.emplace();
+            repeated->push_back(field.value);
         }
-        if (std::string_view(field.name) != kRepeated) {
-            addNumber(line, field.name, field);
-            return;
-        }
-        if (!repeated)
-            repeated.emplace();
-        repeated->push_back(field.value);
     });
+    for (std::size_t i = 0; i < common.size(); ++i) {
+        if (kCommon[i].name && common[i].name)
+            addNumber(line, kCommon[i].name, common[i]);
+        else if (kCommon[i].name)
+            line.addUnknown(kCommon[i].name);
+    }
+    addTime(line, tick, span);
+    line.addAll(others);
     if (repeated)
         line.add(kRepeated, *repeated);
     if (const auto subject = subjectOf(packet); subject && subject->sort != TextSort::None) {

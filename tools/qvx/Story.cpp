@@ -204,7 +204,7 @@ bool Story::tell(std::size_t file, const CPacket& packet, std::uint64_t tick) {
     m_line += "  ";
     if (core) {
         const std::uint64_t depth = stackOf(placeOf(file, core->HWCtx(), core->SWCtx(), TextSort::Function)).depth();
-        m_line.append(2 * std::min<std::uint64_t>(depth, kMostIndented), ' ');
+        m_line.append(static_cast<std::size_t>(2 * std::min<std::uint64_t>(depth, kMostIndented)), ' ');
     }
     if (move.step != Step::None)
         appendMove(file, move, took);
