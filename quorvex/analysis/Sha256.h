@@ -12,7 +12,7 @@ namespace Quorvex {
 /// The Secure Hash Algorithm of 256 bits, as FIPS 180-4 defines it.
 class QUORVEX_API Sha256 {
 public:
-    using Digest = std::array<unsigned char, 32>;
+    using Digest = std::array<unsigned char, 32>; ///< its bytes, the first one first
 
     /// Goes on with these bytes.
     void add(std::string_view bytes);

@@ -15,7 +15,7 @@ public:
     /// None where the text is none, or longer than 200 days.
     static std::optional<TimeLength> of(std::string_view text);
 
-    bool isTicks() const { return !m_hasUnit; }
+    bool isTicks() const { return !m_hasUnit; } ///< it is told without a unit
     /// In ticks of a clock, rounded down; all ones where that is more than 64 bits hold. With a unit, the frequency
     /// must be known.
     std::uint64_t ticks(std::uint64_t frequency) const;

@@ -65,9 +65,9 @@ QUORVEX_API std::optional<Subject> subjectOf(const CPacket& packet);
 
 /// What a field refers to that holds an identifier.
 struct Reference {
-    std::string_view field;
-    TextSort sort = TextSort::None;
-    bool isSubject = true; ///< the packet is about it, as long as it is about nothing before
+    std::string_view field;         ///< its name
+    TextSort sort = TextSort::None; ///< of what it refers to
+    bool isSubject = true;          ///< the packet is about it, as long as it is about nothing before
 };
 
 /// What the field of that name refers to; null for all that hold no identifier that is given a name.

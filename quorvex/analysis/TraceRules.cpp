@@ -382,13 +382,14 @@ void TraceRules::State::lookAtEvent(File& file, std::uint32_t id) {
 
 /// Those that wait have found what they wait for where things are, or nothing, or it may be too late for them.
 void TraceRules::State::settle(const File* file, Rule& rule, News news) {
-    const auto limit = file && rule.longest ? ticksOf(*file, rule, *rule.longest) : std::nullopt;
+    const auto told = file && rule.longest ? ticksOf(*file, rule, *rule.longest) : std::nullopt;
+    const std::uint64_t limit = told.value_or(UINT64_MAX);
     while (!rule.waiting.empty()) {
         const Rule::Waiting& one = rule.waiting.front();
         const std::uint64_t ticks = ticksBetween(one.place.tick, place.tick);
-        const bool isLate = limit && ticks > *limit;
+        const bool isLate = ticks > limit;
         if (isLate || news == News::TraceEnds) {
-            const bool areAllLate = !isLate || ticksBetween(one.last, place.tick) > *limit;
+            const bool areAllLate = !isLate || ticksBetween(one.last, place.tick) > limit;
             breaks(rule, one.place,
                    one.name + " has no " + rule.name + " behind it" +
                        (isLate ? " for " + timeText(ticks, file->frequency()) : ""),

@@ -59,9 +59,11 @@ template <class T> class Atomic : public std::atomic<T> {
 public:
     constexpr Atomic(T value = T()) : std::atomic<T>(value) {}
     using std::atomic<T>::operator=;
+    /// Loads in no order to other memory.
     T relaxed() const { return this->load(std::memory_order_relaxed); }
 };
 
+/// Stores behind all that was written before.
 template <class T> void storeRelease(T& to, T value) {
     std::atomic_ref(to).store(value, std::memory_order_release);
 }

@@ -46,6 +46,7 @@ inline int lastError() {
     return errno;
 }
 
+/// Closes what the system has opened.
 inline void closeNative(std::intptr_t handle) {
     ::close(static_cast<int>(handle));
 }
