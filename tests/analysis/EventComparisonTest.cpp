@@ -15,9 +15,9 @@ namespace Quorvex::test {
 namespace {
 
 using Names = std::vector<std::string_view>;
-constexpr auto kFirst = EventComparison::First, kSecond = EventComparison::Second;
+constexpr auto kOfFirst = EventComparison::First, kOfSecond = EventComparison::Second;
 
-std::vector<std::string> eventsOf(const std::string& trace) {
+std::vector<std::string> shownEventsOf(const std::string& trace) {
     std::istringstream stream(trace);
     TraceFile file("trace", &stream);
     TraceEvents events(file);
@@ -31,7 +31,7 @@ std::vector<std::string> eventsOfAllKinds() {
     std::string trace;
     for (const Sample& sample : samples())
         trace += bytes(sample.wire);
-    return eventsOf(trace);
+    return shownEventsOf(trace);
 }
 
 template <class Packet> std::string wire(Packet packet) {
@@ -126,8 +126,8 @@ TEST(EventComparison, TakesNamesForNumbers) {
     for (const Case& its : cases) {
         EventComparison comparison({.byName = true});
         for (const auto& [first, second] : its.defined) {
-            comparison.note(kFirst, first);
-            comparison.note(kSecond, second);
+            comparison.note(kOfFirst, first);
+            comparison.note(kOfSecond, second);
         }
         const auto& [first, second] = its.events;
         EXPECT_EQ(comparison.differences(first, second), its.differences) << its.what;

@@ -16,7 +16,7 @@ namespace {
 
 using Key = CTraceNames::Key;
 
-const CCoreContext kContext(1, 0, 1, 0);
+const CCoreContext kSomewhere(1, 0, 1, 0);
 
 /// Calls `take(key, value)` with what the packet refers to; parts of state machines with the number of the machine.
 template <class Take> void eachReference(const CPacket& packet, Take take) {
@@ -33,7 +33,7 @@ template <class Take> void eachReference(const CPacket& packet, Take take) {
 
 /// What a reader of a trace knows: of an identifier, what the last definition of each kind says. A text that is missing
 /// takes nothing back.
-class Reader {
+class NameReader {
 public:
     struct Fact {
         std::string text, numbers;
@@ -155,8 +155,8 @@ TEST(Renumbering, LetsReadersSeeWhatEachTraceSays) {
             }
             renumbering.endTrace();
         }
-        Reader together;
-        std::vector<Reader> alone(traces);
+        NameReader together;
+        std::vector<NameReader> alone(traces);
         std::vector<std::size_t> next(traces);
         std::map<Key, std::map<unsigned, std::uint64_t>> numbers; // of what traces call so
         for (std::size_t left = traces * (seed / 3); left > 0;) {
@@ -175,7 +175,7 @@ TEST(Renumbering, LetsReadersSeeWhatEachTraceSays) {
             together.read(packet);
             ASSERT_EQ(before.size(), after.size());
             for (std::size_t i = 0; i < before.size(); ++i) {
-                const Reader::Told now = together.of(after[i]);
+                const NameReader::Told now = together.of(after[i]);
                 for (const auto& [kind, told] : alone[trace].of(before[i])) {
                     ASSERT_TRUE(now.contains(kind)) << "seed " << seed;
                     EXPECT_TRUE(now.at(kind).covers(told)) << "seed " << seed;
@@ -204,7 +204,7 @@ TEST(Renumbering, LetsReadersSeeWhatEachTraceSays) {
 
 /// The number that a trace's function has.
 std::uint32_t numberOf(Renumbering& renumbering, std::size_t trace, std::uint32_t function) {
-    CFunctionEnter packet(kContext, function);
+    CFunctionEnter packet(kSomewhere, function);
     EXPECT_TRUE(renumbering.change(packet, trace));
     return packet.TgtFuncId();
 }
@@ -229,7 +229,7 @@ TEST(Renumbering, KeepsWhatIsAlike) {
         Renumbering renumbering;
         for (const auto& trace : its.traces) {
             for (const auto& [id, name] : trace)
-                renumbering.note(CFunctionDefine(kContext, id, name));
+                renumbering.note(CFunctionDefine(kSomewhere, id, name));
             renumbering.endTrace();
         }
         for (std::size_t trace = 0; trace < its.numbers.size(); ++trace) {
@@ -246,25 +246,25 @@ TEST(Renumbering, TellsThatThereIsNoNumberLeft) {
     Renumbering renumbering(0xFFFFFFFF - kNew);
     for (const char* name : {"a", "b"}) {
         for (std::uint32_t id = 0; id <= kNew; ++id)
-            renumbering.note(CFunctionDefine(kContext, id, name));
+            renumbering.note(CFunctionDefine(kSomewhere, id, name));
         renumbering.endTrace();
     }
     for (std::uint32_t id = 0; id < kNew; ++id)
         EXPECT_EQ(numberOf(renumbering, 1, id), 0xFFFFFFFE - id);
-    CFunctionEnter packet(kContext, kNew);
+    CFunctionEnter packet(kSomewhere, kNew);
     EXPECT_FALSE(renumbering.change(packet, 1));
     EXPECT_EQ(packet.TgtFuncId(), kNew);
 }
 
 TEST(ChangeNumbers, LeavesWhatDoesNotFit) {
-    CTypeDefine packet(kContext, 7, 255, "name");
+    CTypeDefine packet(kSomewhere, 7, 255, "name");
     const auto addOne = [](FieldMeaning meaning, std::string_view, std::uint64_t& value) {
         value += meaning == FieldMeaning::Id || meaning == FieldMeaning::Count;
     };
     EXPECT_FALSE(changeNumbers(packet, addOne));
     EXPECT_EQ(packet.TypeId(), 8U);
     EXPECT_EQ(packet.VarSize(), 255U);
-    EXPECT_EQ(packet.Tick(), kContext.Tick());
+    EXPECT_EQ(packet.Tick(), kSomewhere.Tick());
     CMessage message(1, -2, "text");
     EXPECT_TRUE(changeNumbers(message, addOne));
     EXPECT_EQ(message.Level(), -2);

@@ -32,7 +32,7 @@ unsigned contextOf(const CTraceCursor& packet) {
 }
 
 /// A reader that knows what a trace has told it, by the plainest means.
-class Reader {
+class StateReader {
 public:
     void note(const CTraceCursor& packet) {
         const KindFacts& facts = factsOf(packet.TraceCode());
@@ -243,7 +243,7 @@ private:
 };
 
 std::string toldBy(const std::string& trace) {
-    Reader reader;
+    StateReader reader;
     CTraceCursor cursor(trace);
     while (cursor.next())
         reader.note(cursor);
@@ -307,7 +307,7 @@ TEST(TraceState, TellsAReaderWhatAllBeforeHasTold) {
         RandomTrace random(seed);
         const std::string trace = random.bytes(150);
         const auto before = findingsOf(trace);
-        Reader reader;
+        StateReader reader;
         TraceState state(TraceState::Start::OfTrace);
         std::vector<TraceState> parts;
         CTraceCursor cursor(trace);
@@ -459,7 +459,7 @@ TEST(TracePages, CopyAnyPartOfATrace) {
             if (to < from)
                 std::swap(from, to);
             const TraceState state = pages.stateAt(from);
-            Reader reader;
+            StateReader reader;
             CTraceCursor naive(trace);
             while (naive.end() < from && naive.next())
                 reader.note(naive);
