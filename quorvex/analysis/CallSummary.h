@@ -20,7 +20,7 @@ public:
     std::uint64_t hiddenCalls() const { return m_hiddenCalls; } ///< calls that were too deep to be told apart
     std::uint64_t span() const {
         return m_first < m_last ? m_last - m_first : 0;
-    }                                                             ///< from the first enter to the last leave
+    } ///< from the first enter to the last leave of the calls that count, within the window
     std::uint64_t withClock() const { return m_withClock; }       ///< traces that tell their clock before their calls
     std::uint64_t withoutClock() const { return m_withoutClock; } ///< traces that have calls and do not
     bool clocksDiffer() const { return m_clocksDiffer; } ///< there are clocks of several frequencies in one trace

@@ -51,7 +51,8 @@ public:
     /// Reads a trace to its end and adds what it tells: the names it gives, as those of a process, to `names`. Ticks
     /// are taken as they are. Throws what TraceFile throws; what had been read before that is added.
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
-    /// The same, by those packets of calls that `takes(cursor)` takes; it is asked about every packet.
+    /// The same, of those calls whose enter `takes(cursor)` takes; it is asked about every packet. What a call took is
+    /// as in the whole trace: its leave, and the calls in it, need not be taken.
     template <class Takes> void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, const Takes& takes) {
         read(
             trace, names, process,

@@ -91,7 +91,7 @@ struct CallTree::Reading : CallWalk<CallTree::Reading, CallTree::Node*, Nothing>
 
     Node* enter(Thread& thread, std::uint32_t id) {
         const std::uint64_t function = names().numberOf(TextSort::Function, id, process());
-        if (!thread.calls.empty())
+        if (!thread.calls.empty() && thread.calls.back().mark)
             return &to.m_paths->called(*thread.calls.back().mark, function);
         Node& begin = to.m_byThread ? to.m_paths->threadOf({process(), thread.number}) : to.m_paths->threadOf({0, 0});
         return &to.m_paths->called(begin, function);

@@ -16,7 +16,8 @@ class TraceFile;
 
 /// A function as it was called on one path: from the outermost function that is known, by way of those between. Times
 /// are in nanoseconds; of traces that do not tell their clock, in ticks. What a call is, and when one without a leave
-/// ends, is as in FunctionTimes; but a function that calls itself has another path each time.
+/// ends, is as in FunctionTimes; but a function that calls itself has another path each time. Calls that are not taken
+/// are on no path.
 struct CallPath {
     std::uint64_t function = 0;   ///< its number (CTraceNames::numberOf)
     std::uint32_t thread = 0;     ///< as in CallTimes::Key
@@ -49,7 +50,8 @@ public:
     /// Reads a trace to its end and adds what it tells: the names it gives, as those of a process, to `names`. Ticks
     /// are taken as they are. Throws what TraceFile throws; what had been read before that is added.
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
-    /// The same, by those packets of calls that `takes(cursor)` takes; it is asked about every packet.
+    /// The same, of those calls whose enter `takes(cursor)` takes; it is asked about every packet. What a call took is
+    /// as in the whole trace: its leave, and the calls in it, need not be taken.
     template <class Takes> void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, const Takes& takes) {
         read(
             trace, names, process,

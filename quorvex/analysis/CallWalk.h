@@ -40,14 +40,13 @@ public:
     CallWalk(CallSummary& summary, TickWindow window, CTraceNames& names, std::uint32_t process)
         : m_summary(summary), m_window(window), m_names(names), m_process(process) {}
 
-    /// Reads a trace to its end, with those packets of calls that `takes` takes, and all others. Throws what TraceFile
-    /// throws; what had been read before that is added.
+    /// Reads a trace to its end. Of calls, those count whose enter `takes` takes; it is asked about every packet.
+    /// Throws what TraceFile throws; what had been read before that is added.
     template <class Takes> void read(TraceFile& trace, const Takes& takes) {
         try {
             while (trace.advance()) {
                 const CTraceCursor& packet = trace.cursor();
-                if (takes(packet) || !isOfCall(packet.TraceCode()))
-                    look(packet);
+                look(packet, takes(packet));
             }
         } catch (...) {
             finish();
@@ -57,15 +56,16 @@ public:
     }
 
     /// Looks at the next packet: a CTraceCursor, or what has TraceCode() and as() as that has, and objectOf().
-    template <class Packet> void look(const Packet& packet) {
+    /// A call that is not taken when it is entered does not count, but what is taken is still within it.
+    template <class Packet> void look(const Packet& packet, bool isTaken = true) {
         switch (packet.TraceCode()) {
         case FunctionEnter:
         case RelFunctionEnter:
-            enter(*packet.template as<CFunctionEnter>());
+            enter(*packet.template as<CFunctionEnter>(), isTaken);
             break;
         case FunctionLeave:
         case RelFunctionLeave:
-            leave(*packet.template as<CFunctionLeave>());
+            leave(*packet.template as<CFunctionLeave>(), isTaken);
             break;
         case Timestamp:
             if (!m_clock.note(*objectOf(packet)))
@@ -83,9 +83,11 @@ public:
             while (!thread.calls.empty())
                 end(thread, false);
         }
-        if (m_first == kUnknown64)
+        if (!m_last)
             return;
         ++(m_clock.frequency() > 0 ? m_summary.m_withClock : m_summary.m_withoutClock);
+        if (m_first == kUnknown64)
+            return;
         m_summary.m_first = std::min(m_summary.m_first, timeOf(m_first));
         m_summary.m_last = std::max(m_summary.m_last, timeOf(m_latest));
     }
@@ -93,7 +95,8 @@ public:
 protected:
     struct Call {
         std::uint32_t id;
-        Mark mark;
+        bool isTaken;
+        Mark mark; ///< of what is not taken, that of what called it
         std::uint64_t from;
         std::uint64_t inner = 0; ///< time in what it called
     };
@@ -115,9 +118,6 @@ protected:
     const Thread& lastThread() const { return *m_last; }
 
 private:
-    static bool isOfCall(tagTCode code) {
-        return code == FunctionEnter || code == FunctionLeave || code == RelFunctionEnter || code == RelFunctionLeave;
-    }
     Calls& calls() { return static_cast<Calls&>(*this); }
 
     void define(const CPacket& packet) {
@@ -134,27 +134,29 @@ private:
             m_last = &m_threads.findOrMake(key, [&] { return Thread(packet.SWCtx()); });
         }
         const std::uint64_t tick = checkedTick(packet.Tick());
-        if (tick != kUnknown64) {
+        if (tick != kUnknown64)
             m_last->tick = tick;
-            m_first = std::min(m_first, tick);
-            m_latest = std::max(m_latest, tick);
-        }
         return *m_last;
     }
 
-    template <class Enter> void enter(const Enter& packet) {
+    template <class Enter> void enter(const Enter& packet, bool isTaken) {
         Thread& thread = threadOf(packet);
         const std::uint32_t id = packet.TgtFuncId();
-        const bool isKept = thread.calls.enter([&] { return Call{id, calls().enter(thread, id), thread.tick}; });
-        m_summary.m_hiddenCalls += !isKept;
+        const bool isKept = thread.calls.enter([&] {
+            const Mark mark = isTaken                ? calls().enter(thread, id)
+                              : thread.calls.empty() ? Mark()
+                                                     : thread.calls.back().mark;
+            return Call{id, isTaken, mark, thread.tick};
+        });
+        m_summary.m_hiddenCalls += isTaken && !isKept;
     }
 
-    template <class Leave> void leave(const Leave& packet) {
+    template <class Leave> void leave(const Leave& packet, bool isTaken) {
         Thread& thread = threadOf(packet);
         const std::uint32_t id = packet.TgtFuncId();
         const auto left = thread.calls.leave(
             [id](const Call& call) { return call.id == id || id == CFunctionEnterPayload::kNoFunction; });
-        m_summary.m_strayLeaves += !left;
+        m_summary.m_strayLeaves += isTaken && !left;
         for (std::size_t i = left.value_or(0); i > 0; --i)
             end(thread, i == 1);
     }
@@ -163,14 +165,19 @@ private:
     void end(Thread& thread, bool isLeft) {
         const Call call = thread.calls.back();
         thread.calls.pop();
-        calls().leave(call.mark);
+        if (call.isTaken)
+            calls().leave(call.mark);
         const std::uint64_t from = std::max(call.from, m_window.from);
         const std::uint64_t until = std::min(thread.tick, m_window.to);
         if (call.from >= m_window.to || (call.from < m_window.from && thread.tick <= m_window.from))
             return;
         const std::uint64_t ticks = until > from ? until - from : 0;
         const std::uint64_t duration = timeOf(ticks);
-        calls().count(call.mark, {ticks, duration, duration - std::min(call.inner, duration), isLeft});
+        if (call.isTaken) {
+            calls().count(call.mark, {ticks, duration, duration - std::min(call.inner, duration), isLeft});
+            m_first = std::min(m_first, from);
+            m_latest = std::max(m_latest, from + ticks);
+        }
         if (!thread.calls.empty())
             thread.calls.back().inner += duration;
     }
@@ -185,8 +192,8 @@ private:
     std::uint32_t m_process;
     TimeBase m_clock;
     std::uint64_t m_namesGiven = 0;
-    std::uint64_t m_first = kUnknown64;
-    std::uint64_t m_latest = 0;
+    std::uint64_t m_first = kUnknown64; ///< of the calls that count, as far as they are within the window
+    std::uint64_t m_latest = 0;         ///< likewise
     Directory<std::uint64_t, Thread> m_threads;
     Thread* m_last = nullptr;
     std::uint64_t m_lastKey = 0;

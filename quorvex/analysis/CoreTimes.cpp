@@ -17,7 +17,7 @@ constexpr std::size_t kMostOpen = 0x1000; ///< that are entered in each other on
 
 struct Open {
     std::uint64_t number;
-    CoreTimes::Times* times;
+    CoreTimes::Times* times; ///< null: does not count
     std::uint64_t from;
 };
 struct Core {
@@ -39,16 +39,17 @@ struct CoreTimes::State {
     }
     /// What runs on a core has run until now.
     void run(Core& core) {
-        if (CallStack<Open>* running = core.running())
+        if (CallStack<Open>* running = core.running(); running && running->back().times)
             running->back().times->running += within(core.since, tick);
         core.since = tick;
     }
-    void enter(Core& core, const Key& key) {
+    void enter(Core& core, const Key& key, bool isTaken) {
         run(core);
         core.stack(key.sort).enter([&] {
-            Times& its = times[key];
-            its.entered += tick >= window.from && tick < window.to;
-            return Open{key.number, &its, tick};
+            Times* its = isTaken ? &times[key] : nullptr;
+            if (its)
+                its->entered += tick >= window.from && tick < window.to;
+            return Open{key.number, its, tick};
         });
     }
     void leave(Core& core, const Key& key) {
@@ -61,6 +62,8 @@ struct CoreTimes::State {
         run(core);
         const Open open = stack.back();
         stack.pop();
+        if (!open.times)
+            return;
         const std::uint64_t duration = within(open.from, tick);
         if (isLeft && tick > window.from && open.from < window.to)
             open.times->durations.add(duration);
@@ -84,7 +87,7 @@ CoreTimes::CoreTimes(TickWindow window) : m_state(platform::makeOwned<State>(Sta
 
 CoreTimes::~CoreTimes() = default;
 
-void CoreTimes::look(const CTraceCursor& packet, CTraceNames& names, std::uint32_t process) {
+void CoreTimes::look(const CTraceCursor& packet, CTraceNames& names, std::uint32_t process, bool isTaken) {
     State& its = *m_state;
     const KindFacts& facts = factsOf(packet.TraceCode());
     const tagTCode code = facts.isRelative ? facts.otherForm : packet.TraceCode();
@@ -94,7 +97,7 @@ void CoreTimes::look(const CTraceCursor& packet, CTraceNames& names, std::uint32
     }
     if (const std::uint64_t tick = packet.tick(); tick != kUnknown64 && facts.sync == ContextSort::None) {
         its.tick = tick;
-        if (tick >= its.window.from && tick < its.window.to) {
+        if (isTaken && tick >= its.window.from && tick < its.window.to) {
             its.first = std::min(its.first, tick);
             its.last = std::max(its.last, tick);
         }
@@ -104,7 +107,7 @@ void CoreTimes::look(const CTraceCursor& packet, CTraceNames& names, std::uint32
     const auto move = [&](TextSort sort, const auto& view, std::uint64_t id, bool isEnter) {
         Core& core = its.cores[view.HWCtx()];
         const Key key{sort, sort == TextSort::Process ? names.numberOf(sort, id, process) : id, view.HWCtx()};
-        isEnter ? its.enter(core, key) : its.leave(core, key);
+        isEnter ? its.enter(core, key, isTaken) : its.leave(core, key);
     };
     if (const auto entered = packet.as<CProcessEnter>())
         move(TextSort::Process, *entered, entered->ProcId(), true);

@@ -44,8 +44,9 @@ public:
     CoreTimes& operator=(const CoreTimes&) = delete;
     ~CoreTimes();
 
-    /// Looks at the next packet of a trace whose identifiers are those of a process.
-    void look(const CTraceCursor& packet, CTraceNames& names, std::uint32_t process);
+    /// Looks at the next packet of a trace whose identifiers are those of a process. What is not taken when it is
+    /// entered does not count, but runs.
+    void look(const CTraceCursor& packet, CTraceNames& names, std::uint32_t process, bool isTaken = true);
     /// Ends the trace, so that another can be looked at.
     void finish();
 

@@ -99,7 +99,23 @@ TEST(CallTree, TakesPartsOfTracesOnly) {
         return !enter || enter->TgtFuncId() != 1;
     });
     EXPECT_EQ(shown(tree), "2 2/7 2, .3 2/5 5, 3 1/1 1");
-    EXPECT_EQ(tree.strayLeaves(), 1U);
+    EXPECT_EQ(tree.strayLeaves(), 0U);
+}
+
+TEST(CallTree, TellsOfCallsThatAreTakenWhatTheyTookInTheWholeTrace) {
+    const std::pair<std::uint32_t, const char*> cases[] = {{1, "1 1/10 8"}, {2, "2 1/2 1"}, {3, "3 1/1 1"}};
+    for (const auto& [id, expected] : cases) {
+        CallTree tree;
+        CTraceNames names;
+        readSteps(tree, {"+1 10 7 +2 12 7 +3 12 7 -3 13 7 -2 14 7 -1 20 7"}, names,
+                  [id = id](const CTraceCursor& packet) {
+                      const auto enter = packet.as<CFunctionEnter>();
+                      return enter && enter->TgtFuncId() == id;
+                  });
+        EXPECT_EQ(shown(tree), expected);
+        EXPECT_EQ(tree.span(), id == 1 ? 10U : id == 2 ? 2U : 1U);
+        EXPECT_EQ(tree.strayLeaves(), 0U);
+    }
 }
 
 /// Calls in three threads that go on for long, with leaves that are missing, stray, or of no name.
