@@ -66,7 +66,7 @@ public:
     void add(const CTraceCursor& packet) {
         const auto code = static_cast<std::uint8_t>(packet.TraceCode());
         ++m_kinds[code];
-        pass(packet);
+        notePage(packet);
         const Lesson lesson = kLessons[code];
         if (lesson == Lesson::Any) {
             addAny(packet);
@@ -81,10 +81,11 @@ public:
         if (lesson == Lesson::Enters)
             addEntered(packet);
     }
-    /// Takes note of a packet that does not count.
+    /// Takes note of a packet that does not count: clock and pages are those of the trace.
     void pass(const CTraceCursor& packet) {
-        if (packet.end() > m_pageEnd)
-            addPage(packet);
+        notePage(packet);
+        if (packet.TraceCode() == Timestamp)
+            noteClock(packet);
     }
     void join(Summary&& next);
     void print(std::ostream& out, const TraceInput& input) const;
@@ -99,6 +100,13 @@ private:
     static constexpr std::uint64_t kLastTick = kUnknown64 - 0x100;
     static_assert(checkedTick(kLastTick) != kUnknown64 && checkedTick(kLastTick + 1) == kUnknown64);
 
+    void notePage(const CTraceCursor& packet) {
+        if (packet.end() > m_pageEnd)
+            addPage(packet);
+    }
+    void noteClock(const CTraceCursor& packet) {
+        m_clocksDiffer = !m_clock.note(*PacketPointer(packet.packet())) || m_clocksDiffer;
+    }
     void addAny(const CTraceCursor& packet);
     void addPage(const CTraceCursor& packet);
     void addTick(std::uint64_t tick);
@@ -206,7 +214,7 @@ void Summary::addAny(const CTraceCursor& packet) {
     if (code == RelFunctionEnter) {
         addEntered(packet);
     } else if (code == Timestamp) {
-        m_clocksDiffer = !m_clock.note(*PacketPointer(packet.packet())) || m_clocksDiffer;
+        noteClock(packet);
     } else if (const auto definition = packet.as<CFunctionDefine>()) {
         m_functions[definition->FuncId()].name = packet.text();
     }
@@ -403,7 +411,10 @@ void addInfo(Program& program) {
                 "text (default), json: an object a trace");
     options->selection.addTo(verb, Selection::Time | Selection::Place | Selection::Kind | Selection::Name);
     options->output.addOptionsForPeople(verb);
-    verb.footer("Example: qvx info thread_4711.qvx");
+    verb.footer(
+        "Example: qvx info thread_4711.qvx\n"
+        "Times of --from and --to count from the first tick of all files. Layout, size, clock, damage and end are\n"
+        "those of the trace, whatever is selected.");
     verb.runs([options] { return info(*options); });
 }
 
