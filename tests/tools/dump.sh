@@ -41,9 +41,9 @@ END
 # Each row: the options, and the ticks of the packets that they select.
 while read -r options; do
     read -r ticks
-    got=$("$qvx" dump trace --format text --time ticks $options | awk 'NR > 1 { printf "%s ", $1 }')
+    got=$("$qvx" dump trace --format text --time ticks $options | awk 'NR > 1 && !/ open since / { printf "%s ", $1 }')
     [ "${got% }" = "$ticks" ] || fail "$options: $got"
-    got=$("$qvx" dump --format text --time ticks $options - <trace | awk 'NR > 1 { printf "%s ", $1 }')
+    got=$("$qvx" dump --format text --time ticks $options - <trace | awk 'NR > 1 && !/ open since / { printf "%s ", $1 }')
     [ "${got% }" = "$ticks" ] || [[ $options = *-[0-9]* ]] || fail "standard input, $options: $got"
 done <<'END'
 --from 2100 --to 2300
@@ -83,6 +83,8 @@ END
 # Depth and durations count what is before the part that is shown.
 expect trace --format text --from 3000 --time ns <<'END'
                 time  core     thread  what
+                   -     1          2  | work  open since 500000
+                   -     1          2    | 0x00000008  open since 1000000
              2000000     1          2    < 0x00000008  1.000 ms
           1002000000     1          2  < work  1.001 s
 END
@@ -93,6 +95,19 @@ expect trace --format json --from 2000 --to 2300 <<'END'
 {"offset": 261, "kind": "VariableWrite", "tick": 2200, "core": 0, "thread": 3, "address": null, "time_ns": 1200000, "VarId": 9, "Data": "0x3f800000", "name": "speed"}
 END
 
+# What is open is told where nothing happens, of what is selected only.
+expect trace --format text --from 4000 --to 5000 --time delta <<'END'
+                time  core     thread  what
+                   -     1          2  | work  open since 0.000500000
+END
+for nothing in '--core 0' '--thread 3' '--kind Message' '--name x'; do
+    # shellcheck disable=SC2086
+    expect trace --format text --from 4000 --to 5000 $nothing <<'END'
+qvx: nothing is selected
+                time  core     thread  what
+END
+done
+
 # Several traces are one in the order of time, and each its own process where its names are.
 mkdir traces
 sed 's/work/walk/; s/1500/1400/' table >table2
@@ -102,6 +117,16 @@ expect traces --to 1501 <<'END'
                 time  core     thread  what
          0.000400000     1          2  > walk
          0.000500000     1          2  > work
+END
+# What is behind the part that is shown has been read ahead.
+expect traces --from 3000 --to 3001 <<'END'
+                time  core     thread  what
+                   -     1          2  | work  open since 0.000500000
+                   -     1          2    | 0x00000008  open since 0.001000000
+                   -     1          2  | walk  open since 0.000400000
+                   -     1          2    | 0x00000008  open since 0.001000000
+         0.002000000     1          2    < 0x00000008  1.000 ms
+         0.002000000     1          2    < 0x00000008  1.000 ms
 END
 expect traces --kind Message --format json --limit 1 <<'END'
 {"file": "traces/thread_9.qvx", "offset": 295, "kind": "Message", "tick": 2300, "core": null, "thread": null, "address": null, "time_ns": 1300000, "Priority": -2, "text": "é"}
@@ -119,7 +144,14 @@ misuse "'1m' is no time" trace --from 1m
 misuse 'is no number of 32 bits' trace --thread x
 misuse "did you mean 'Message'?" trace --kind Mesage
 misuse 'standard input cannot be read twice' - --from -1s
-misuse 'tables are of one trace' traces --format plain
+misuse '--format: goes with one trace' traces --format plain
+misuse '--parsable: goes with one trace' traces --parsable
+misuse '--hex-tick: goes with one trace' traces --hex-tick --format html
+misuse '--time: goes with --format text' trace --format plain --time ns
+misuse '--time: goes with --format text' trace --format json --time ticks
+misuse "--from: '' is no time" trace --from ''
+misuse 'FILES: standard input cannot be read twice' trace -
+misuse '--to: standard input cannot be read twice' trace - --to 1ms
 run 1 dump table2 traces/none.qvx
 mkdir empty
 run 1 dump empty

@@ -55,6 +55,10 @@ Option Verb::option(const char* name, std::string& value, const char* help, cons
     return add(m_verb, name, value, help, type);
 }
 
+Option Verb::option(const char* name, std::optional<std::string>& value, const char* help, const char* type) {
+    return add(m_verb, name, value, help, type);
+}
+
 Option Verb::option(const char* name, std::vector<std::string>& values, const char* help, const char* type) {
     Option option = add(m_verb, name, values, help, type);
     if (name[0] == '-')

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -53,6 +54,7 @@ public:
 
     Option flag(const char* name, bool& value, const char* help);
     Option option(const char* name, std::string& value, const char* help, const char* type = "FILE");
+    Option option(const char* name, std::optional<std::string>& value, const char* help, const char* type = "FILE");
     Option option(const char* name, std::vector<std::string>& values, const char* help, const char* type = "FILE");
     Option option(const char* name, std::uint64_t& value, const char* help, const char* type = "N");
     /// One of some words, each of which stands for a value.

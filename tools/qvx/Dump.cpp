@@ -13,6 +13,7 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -27,7 +28,7 @@ using namespace Quorvex;
 struct DumpOptions {
     Inputs inputs;
     TableFormat format = TableFormat::Auto;
-    TimeForm time = TimeForm::Seconds;
+    std::optional<TimeForm> time; ///< as it was asked for
     bool bytes = false;
     bool parsable = false;
     bool hexTick = false;
@@ -109,15 +110,28 @@ ExitCode dumpTable(DumpOptions& options, const std::string& file, std::ostream& 
 }
 
 ExitCode dumpText(DumpOptions& options, const std::vector<std::string>& files, std::ostream& out, Rows& rows) {
-    Story story(rows.stream(), options.time, options.output.isColored());
+    Story story(rows.stream(), options.time.value_or(TimeForm::Seconds), options.output.isColored(), options.selection);
     Timeline timeline(files, options.selection, &story);
-    Story(out, options.time, false).writeHead();
-    while (const PacketPointer packet = timeline.next()) {
+    Story::writeHead(out);
+    bool isBegun = false, isEmpty = true;
+    const auto begin = [&] {
         story.tellTime(options.selection.span());
+        if (std::exchange(isBegun, true))
+            return;
+        const std::string open = story.openCalls();
+        out << open;
+        isEmpty = isEmpty && open.empty();
+    };
+    while (const PacketPointer packet = timeline.next()) {
+        isEmpty = false;
+        begin();
         if (!story.tell(timeline.file(), *packet, timeline.tick()) || !rows.next())
             break;
     }
+    begin();
     rows.finish();
+    if (isEmpty && options.selection.isAsked())
+        qvx::tell("nothing is selected");
     return timeline.reportDamage();
 }
 
@@ -140,7 +154,10 @@ ExitCode dump(DumpOptions& options) {
         options.format = options.output.isTerminal() || !isOne ? TableFormat::Text : TableFormat::Plain;
     const bool isTold = options.format == TableFormat::Text || options.format == TableFormat::JSON;
     if (!isTold && !isOne)
-        throw Misuse("--format", "tables are of one trace; text and json take several");
+        throw Misuse(options.parsable  ? "--parsable"
+                     : options.hexTick ? "--hex-tick"
+                                       : "--format",
+                     "goes with one trace, of which tables are; text and json take several");
     if (options.format == TableFormat::Text) {
         options.selection.preferHappenings();
         options.output.checkForPeople(files);
@@ -178,7 +195,7 @@ void addDump(Program& program) {
     verb.footer(
         "Example: qvx dump --from 1s --to 2s traces/*.qvx\n"
         "Several traces are shown as one, in the order of time. > is what is entered, < what is left, with the\n"
-        "time that it took.");
+        "time that it took. With --from, | are calls that were entered before and are open there.");
     verb.runs([options] {
         const bool isTable = options->format != TableFormat::Verbose && options->format != TableFormat::Text &&
                              options->format != TableFormat::JSON;
@@ -188,6 +205,10 @@ void addDump(Program& program) {
             throw Misuse(options->parsable ? "--parsable" : "--hex-tick", "goes with tables");
         if (options->format == TableFormat::Auto && (options->parsable || options->hexTick))
             options->format = TableFormat::Plain;
+        if (options->format == TableFormat::Auto && options->time)
+            options->format = TableFormat::Text;
+        if (options->format != TableFormat::Text && options->time)
+            throw Misuse("--time", "goes with --format text");
         return dump(*options);
     });
 }

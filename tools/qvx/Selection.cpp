@@ -90,7 +90,7 @@ struct Where {
 
 /// The options as they are told.
 struct Told {
-    std::string fromText, toText;
+    std::optional<std::string> fromText, toText;
     std::vector<std::string> coreTexts, threadTexts, processTexts, kindTexts, namePatterns;
     std::uint64_t limit = kNone;
     std::uint64_t tail = kNone;
@@ -157,12 +157,10 @@ void Selection::State::begin(const std::vector<std::string>& files, bool withClo
             throw Misuse("--kind", "'" + std::string(pattern) + "' is no kind of packet (qvx kinds lists them)" +
                                        didYouMean(pattern, known));
     });
-    const auto momentOf = [](const char* option, const std::string& text) {
-        if (text.empty())
-            return std::optional<Moment>();
-        const auto moment = Moment::of(text);
-        if (!moment)
-            throw Misuse(option, "'" + text + "' is no time, as 12, +12, 1.5s, 10us, -3ms");
+    const auto momentOf = [](const char* option, const std::optional<std::string>& text) {
+        const auto moment = text ? Moment::of(*text) : std::nullopt;
+        if (text && !moment)
+            throw Misuse(option, "'" + *text + "' is no time, as 12, +12, 1.5s, 10us, -3ms");
         return moment;
     };
     fromMoment = momentOf("--from", fromText);
@@ -175,6 +173,9 @@ void Selection::State::begin(const std::vector<std::string>& files, bool withClo
     if (needsLast || needsFrequency || withClock || any(&Moment::needsFirst)) {
         for (const std::string& file : files) {
             if (file == "-") {
+                if (files.size() > 1 && !fromMoment && !toMoment)
+                    throw Misuse("FILES", "standard input cannot be read twice, but times are from the start of all "
+                                          "traces; give all of them as files");
                 if (needsLast || files.size() > 1)
                     throw Misuse(fromMoment && (fromMoment->needsLast() || !toMoment) ? "--from" : "--to",
                                  "standard input cannot be read twice, so there only ticks can be told, and for one "
@@ -357,6 +358,16 @@ bool Selection::isOfTime() const {
            its.namePatterns.empty();
 }
 
+bool Selection::isAsked() const {
+    const State& its = *m_state;
+    return its.fromMoment || its.toMoment || !its.coreTexts.empty() || !its.threadTexts.empty() ||
+           !its.processTexts.empty() || !its.kindTexts.empty() || asksName();
+}
+
+bool Selection::asksName() const {
+    return !m_state->namePatterns.empty();
+}
+
 std::uint64_t Selection::from() const {
     return m_state->from;
 }
@@ -373,8 +384,14 @@ bool Selection::takesAnyTime(std::size_t file, const CTraceCursor& packet) {
     return m_state->takesAnyTime(file, {&packet, nullptr, kUnknown64});
 }
 
-bool Selection::takes(std::size_t file, const CPacket& packet, std::uint64_t tick) {
-    return (takesAll() && !m_state->learnsStart) || m_state->takes(file, {nullptr, &packet, tick});
+bool Selection::takesRest(std::size_t file, const CPacket& packet) {
+    m_state->learn(file, {nullptr, &packet, kUnknown64});
+    return m_state->takesAnyTime(file, {nullptr, &packet, kUnknown64});
+}
+
+bool Selection::isBehind(std::size_t file) const {
+    const State& its = *m_state;
+    return its.isSettled && its.toMoment && file < its.lastTicks.size() && its.lastTicks[file] >= its.to;
 }
 
 bool Selection::isInTime(std::size_t file, const CTraceCursor& packet) {

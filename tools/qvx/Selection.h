@@ -39,7 +39,7 @@ public:
 
     Selection();
     ~Selection();
-    /// The same options, for traces of their own: before begin().
+    /// The same options, for traces of their own, for which it has yet to begin().
     Selection(const Selection& told);
     Selection& operator=(const Selection&) = delete;
 
@@ -59,6 +59,8 @@ public:
     const Quorvex::TraceSpan& span() const;
 
     bool takesAll() const;      ///< every packet is selected, but for limits
+    bool isAsked() const;       ///< something but limits is told
+    bool asksName() const;      ///< names are told
     bool isOfTime() const;      ///< what is told is about time alone
     std::uint64_t from() const; ///< the first tick that is selected; known after begin(), but for standard input
     std::uint64_t to() const;   ///< the first one behind; likewise. All ones: to the end
@@ -68,11 +70,13 @@ public:
     bool takes(std::size_t file, const Quorvex::CTraceCursor& packet);
     /// The same at whatever time, of the packet that takes() was asked about last.
     bool takesAnyTime(std::size_t file, const Quorvex::CTraceCursor& packet);
-    /// The same for a packet in absolute form with its tick.
-    bool takes(std::size_t file, const Quorvex::CPacket& packet, std::uint64_t tick);
-    /// The part of that which is about --from and --to, for those who ask for the rest later, and pass() where there is
-    /// no rest to ask for.
+    /// The part of takes() which is about --from and --to, for those who ask for the rest later, and pass() where there
+    /// is no rest to ask for.
     bool isInTime(std::size_t file, const Quorvex::CTraceCursor& packet);
+    /// The rest, for a packet in absolute form.
+    bool takesRest(std::size_t file, const Quorvex::CPacket& packet);
+    /// Whether the packet of a trace that was asked about last is behind --to.
+    bool isBehind(std::size_t file) const;
     void pass(std::size_t file, const Quorvex::CTraceCursor& packet); ///< learns from a packet, which is not taken
     /// The part of it which is about --core, --thread and --process; what tells no core is everywhere.
     bool takesPlaceOf(std::size_t file, const Quorvex::CTraceCursor& packet);

@@ -1,5 +1,6 @@
 #include "Story.h"
 
+#include "Selection.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TraceFile.h"
@@ -102,7 +103,8 @@ struct Story::MoveKinds {
 
 constexpr Story::MoveKinds Story::MoveKinds::kAll;
 
-Story::Story(std::ostream& out, TimeForm form, bool isColored) : m_out(out), m_time(form), m_isColored(isColored) {}
+Story::Story(std::ostream& out, TimeForm form, bool isColored, Selection& selection)
+    : m_out(out), m_selection(selection), m_time(form), m_isColored(isColored) {}
 
 Story::Place Story::placeOf(std::size_t file, std::uint32_t core, std::uint32_t thread, TextSort sort) {
     // Of a thread that is not known, what runs on a core is taken for one.
@@ -122,17 +124,17 @@ Story::Move Story::moveOf(std::size_t file, const CPacket& packet) {
             return leave->TgtFuncId();
         return subjectOf(packet)->id;
     };
-    return {kind.step, placeOf(file, context.HWCtx(), context.SWCtx(), kind.sort), idOf()};
+    return {kind.step, placeOf(file, context.HWCtx(), context.SWCtx(), kind.sort), idOf(), context.HWCtx()};
 }
 
 Story::Stack& Story::stackOf(const Place& place) {
     return m_stacks.findOrMake(place, [] { return Stack(kMostOpen); });
 }
 
-std::uint64_t Story::make(const Move& move, std::uint64_t tick) {
+std::uint64_t Story::make(const Move& move, std::uint64_t tick, bool isTaken) {
     Stack& stack = stackOf(move.place);
     if (move.step == Step::Enter) {
-        stack.enter([&] { return Open{move.id, tick}; });
+        stack.enter([&] { return Open{move.id, tick, move.core, isTaken}; });
         return kUnknown64;
     }
     const auto left = stack.leave([&move](const Open& open) {
@@ -159,7 +161,8 @@ void Story::pass(std::size_t file, const CTraceCursor& packet) {
     const tagTCode code = packet.TraceCode();
     const MoveKind& kind = MoveKinds::kAll.of(code);
     const auto make = [&](const auto& call) {
-        this->make({kind.step, placeOf(file, call.HWCtx(), call.SWCtx(), kind.sort), call.TgtFuncId()}, packet.tick());
+        this->make({kind.step, placeOf(file, call.HWCtx(), call.SWCtx(), kind.sort), call.TgtFuncId(), call.HWCtx()},
+                   packet.tick(), kind.step == Step::Enter && m_selection.takesAnyTime(file, packet));
     };
     if (const auto enter = packet.as<CFunctionEnter>())
         make(*enter);
@@ -179,8 +182,41 @@ void Story::pass(std::size_t file, const CPacket& packet, std::uint64_t tick) {
         make(move, tick);
 }
 
-void Story::writeHead() {
-    m_out << fmt::format("{:>20} {:>5} {:>10}  what\n", "time", "core", "thread");
+void Story::writeHead(std::ostream& out) {
+    out << fmt::format("{:>20} {:>5} {:>10}  what\n", "time", "core", "thread");
+}
+
+std::string Story::openCalls() {
+    m_line.clear();
+    for (const auto& [place, stack] : m_stacks) {
+        std::uint64_t depth = 0;
+        for (const Open& open : stack.entries()) {
+            ++depth;
+            if (place.sort != TextSort::Function || !open.isTaken)
+                continue;
+            m_time.append(m_line, kUnknown64);
+            appendColumns(open.core, place.isCore ? ~0U : place.number, depth - 1);
+            m_line += "| ";
+            if (open.id == kNoFunction)
+                m_line += "no function";
+            else
+                append(kNameColor, nameOf(place.file, TextSort::Function, open.id));
+            m_line += "  open";
+            if (open.tick != kUnknown64)
+                m_line.append(" since ").append(m_time.textOf(open.tick));
+            m_line += '\n';
+        }
+    }
+    return m_line;
+}
+
+void Story::appendColumns(std::uint32_t core, std::uint32_t thread, std::uint64_t depth) {
+    m_line += ' ';
+    appendPlace(m_line, core, 5);
+    m_line += ' ';
+    appendPlace(m_line, thread, 10);
+    m_line += "  ";
+    m_line.append(static_cast<std::size_t>(2 * std::min<std::uint64_t>(depth, kMostIndented)), ' ');
 }
 
 bool Story::tell(std::size_t file, const CPacket& packet, std::uint64_t tick) {
@@ -197,15 +233,11 @@ bool Story::tell(std::size_t file, const CPacket& packet, std::uint64_t tick) {
     const auto* core = contextOf<CCoreContext>(packet);
     const auto* bus = contextOf<CBusContext>(packet);
     const std::uint32_t unknown = ~0U;
-    m_line += ' ';
-    appendPlace(m_line, core ? core->HWCtx() : bus ? bus->HWCtx() : unknown, 5);
-    m_line += ' ';
-    appendPlace(m_line, core ? core->SWCtx() : unknown, 10);
-    m_line += "  ";
-    if (core) {
-        const std::uint64_t depth = stackOf(placeOf(file, core->HWCtx(), core->SWCtx(), TextSort::Function)).depth();
-        m_line.append(static_cast<std::size_t>(2 * std::min<std::uint64_t>(depth, kMostIndented)), ' ');
-    }
+    appendColumns(core  ? core->HWCtx()
+                  : bus ? bus->HWCtx()
+                        : unknown,
+                  core ? core->SWCtx() : unknown,
+                  core ? stackOf(placeOf(file, core->HWCtx(), core->SWCtx(), TextSort::Function)).depth() : 0);
     if (move.step != Step::None)
         appendMove(file, move, took);
     else

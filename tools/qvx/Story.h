@@ -20,11 +20,13 @@ namespace qvx {
 /// are; behind what is left, how long it took.
 class Story : public Timeline::Onlooker {
 public:
-    Story(std::ostream& out, TimeForm form, bool isColored);
+    Story(std::ostream& out, TimeForm form, bool isColored, Selection& selection);
 
     /// When the traces begin, and their clock, as far as that is known.
     void tellTime(const Quorvex::TraceSpan& span) { m_time.tell(span); }
-    void writeHead(); ///< the line above the columns
+    static void writeHead(std::ostream& out); ///< the line above the columns
+    /// Before the first packet is told: a line for each call that is open then and is selected, but for its time.
+    std::string openCalls();
     void pass(std::size_t file, const Quorvex::CTraceCursor& packet) override;
     void pass(std::size_t file, const Quorvex::CPacket& packet, std::uint64_t tick) override;
     /// Tells a packet in absolute form. False when writing fails.
@@ -35,6 +37,8 @@ private:
     struct Open {
         std::uint64_t id;
         std::uint64_t tick;
+        std::uint32_t core;
+        bool isTaken; ///< its enter would be selected, but for its time
     };
     using Stack = Quorvex::CallStack<Open>;
     /// Where things of a sort are entered in each other: functions in a thread, processes and interrupts on a core.
@@ -54,6 +58,7 @@ private:
         Step step = Step::None;
         Place place{};
         std::uint64_t id = 0;
+        std::uint32_t core = 0;
     };
     struct MoveKind {
         Step step = Step::None;
@@ -65,7 +70,7 @@ private:
     static Move moveOf(std::size_t file, const Quorvex::CPacket& packet);
     Stack& stackOf(const Place& place);
     /// Does a move. Of what is left, the time since it was entered; kUnknown64 where that is not known.
-    std::uint64_t make(const Move& move, std::uint64_t tick);
+    std::uint64_t make(const Move& move, std::uint64_t tick, bool isTaken = false);
     void learn(std::size_t file, const Quorvex::CPacket& packet);
 
     /// The name of what is called by an identifier in a file; empty where it has none.
@@ -75,9 +80,12 @@ private:
     void appendMove(std::size_t file, const Move& move, std::uint64_t took);
     void appendPacket(std::size_t file, const Quorvex::CPacket& packet);
     void appendValue(std::size_t file, const Quorvex::Subject& subject, const Quorvex::NumberField& field);
+    /// Appends the columns of core and thread.
+    void appendColumns(std::uint32_t core, std::uint32_t thread, std::uint64_t depth);
     void append(const char* color, std::string_view text);
 
     std::ostream& m_out;
+    Selection& m_selection;
     TimeText m_time;
     bool m_isColored;
     std::string m_line;

@@ -34,13 +34,14 @@ void appendNumber(std::string& to, std::uint64_t number, std::size_t width) {
     to.append(digits, size);
 }
 
-void addTimeOption(Verb& verb, TimeForm& form) {
-    verb.choice("--time", form,
-                {{"s", TimeForm::Seconds},
-                 {"ns", TimeForm::Nanoseconds},
-                 {"ticks", TimeForm::Ticks},
-                 {"delta", TimeForm::Delta}},
-                "s (default) or ns from the start, ticks as they are, delta: from line to line", "FORM");
+void addTimeOption(Verb& verb, std::optional<TimeForm>& form) {
+    verb.choice<std::optional<TimeForm>>(
+        "--time", form,
+        {{"s", TimeForm::Seconds},
+         {"ns", TimeForm::Nanoseconds},
+         {"ticks", TimeForm::Ticks},
+         {"delta", TimeForm::Delta}},
+        "s (default) or ns from the start, ticks as they are, delta: from line to line", "FORM");
 }
 
 void appendDuration(std::string& to, std::uint64_t nanoseconds) {
@@ -76,6 +77,15 @@ void TimeText::append(std::string& to, std::uint64_t tick) {
         m_last = tick;
     if (const std::size_t size = to.size() - begin; size < kWidth)
         to.insert(begin, kWidth - size, ' ');
+}
+
+std::string TimeText::textOf(std::uint64_t tick) const {
+    std::string text;
+    if (m_form == TimeForm::Ticks)
+        appendNumber(text, tick);
+    else
+        appendDistance(text, m_span.first, tick);
+    return text;
 }
 
 void TimeText::appendDistance(std::string& to, std::uint64_t from, std::uint64_t tick) const {

@@ -3,6 +3,7 @@
 #include "quorvex/analysis/TraceSpan.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace qvx {
@@ -13,7 +14,7 @@ class Verb;
 enum class TimeForm : std::uint8_t { Seconds, Nanoseconds, Ticks, Delta };
 
 /// Adds --time to a verb.
-void addTimeOption(Verb& verb, TimeForm& form);
+void addTimeOption(Verb& verb, std::optional<TimeForm>& form);
 
 /// Appends a number in decimal, right in a column of that width.
 void appendNumber(std::string& to, std::uint64_t number, std::size_t width = 0);
@@ -31,6 +32,8 @@ public:
     void tell(const Quorvex::TraceSpan& span) { m_span = span; }
     /// Appends a moment, right in its column; of unknown ticks, a dash.
     void append(std::string& to, std::uint64_t tick);
+    /// A moment beside a line: it is no line from which the next one counts.
+    std::string textOf(std::uint64_t tick) const;
     /// Appends a length of time in ticks, in the unit that fits.
     void appendDuration(std::string& to, std::uint64_t ticks) const;
 

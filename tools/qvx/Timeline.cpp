@@ -30,8 +30,7 @@ PacketPointer Timeline::nextOfOne() {
     while (m_one->advance()) {
         const CTraceCursor& at = m_one->cursor();
         if (!m_selection.takes(0, at)) {
-            if (m_onlooker)
-                m_onlooker->pass(0, at);
+            passBy(0, at);
             continue;
         }
         PacketPointer packet(at.packet());
@@ -51,7 +50,7 @@ PacketPointer Timeline::nextOfMany() {
         m_file = m_many.file();
         m_tick = m_many.tick();
         m_offset = m_many.offset();
-        if (m_selection.takes(m_file, *packet, m_tick))
+        if (m_selection.takesRest(m_file, *packet))
             return packet;
         if (m_onlooker)
             m_onlooker->pass(m_file, *packet, m_tick);
@@ -64,9 +63,14 @@ bool Timeline::wants(std::size_t file, const CTraceCursor& packet) {
         return true;
     // What is before or behind all that is shown need not be put in order.
     m_selection.pass(file, packet);
-    if (m_onlooker)
-        m_onlooker->pass(file, packet);
+    passBy(file, packet);
     return false;
+}
+
+void Timeline::passBy(std::size_t file, const CTraceCursor& packet) {
+    // What is behind all that is shown may be read before that is shown.
+    if (m_onlooker && (!m_selection.isBehind(file) || factsOf(packet.TraceCode()).role == Role::Definition))
+        m_onlooker->pass(file, packet);
 }
 
 ExitCode Timeline::reportDamage() const {

@@ -18,7 +18,8 @@ class Selection;
 /// several, those that do not only frame a trace or restate contexts, in the order of ticks.
 class Timeline : private Quorvex::PacketFilter {
 public:
-    /// Sees the packets that are not handed out, in their order among the others of their trace.
+    /// Sees the packets that are not handed out, in their order among the others of their trace; of those behind --to,
+    /// definitions only.
     class Onlooker {
     public:
         virtual ~Onlooker() = default;
@@ -39,6 +40,7 @@ public:
 
 private:
     bool wants(std::size_t file, const Quorvex::CTraceCursor& packet) override;
+    void passBy(std::size_t file, const Quorvex::CTraceCursor& packet);
     PacketPointer nextOfOne();
     PacketPointer nextOfMany();
 
