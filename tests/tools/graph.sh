@@ -70,7 +70,7 @@ expect table <<'END'
 1 leave of what had not been entered.
 END
 expect table --by thread --min 30 --depth 2 --from 6 <<'END'
-4.000 ms in functions, 100.000 ms from the first call to the last
+4.000 ms in functions, 99.000 ms from the first call to the last
       total      %        self      calls  function
 thread 2
    3.000 ms  75.00    1.000 ms          1  a;"b
@@ -91,6 +91,22 @@ expect table --format json --name 0x00000008 --core 1 --to 9 <<'END'
 {"stack": ["0x00000008"], "calls": 1, "total_ns": 2000000, "self_ns": 1000000}
 {"stack": ["0x00000008", "a;\"b"], "calls": 1, "total_ns": 1000000, "self_ns": 1000000}
 qvx: 1 leave of what had not been entered
+END
+expect table --from 200 <<'END'
+1 leave of what had not been entered.
+qvx: nothing is selected
+END
+# Threads change core: a call counts where it was entered, and took what it took.
+printf '\t%s\n' $'Timestamp\t16\t0\t1000' $'FunctionEnter\t28\t10\t0\t2\tInvalid\t0x7' \
+    $'FunctionEnter\t28\t12\t1\t2\tInvalid\t0x8' $'FunctionEnter\t28\t13\t0\t2\tInvalid\t0x9' \
+    $'FunctionLeave\t28\t14\t1\t2\tInvalid\t0x9' $'FunctionLeave\t28\t17\t0\t2\tInvalid\t0x8' \
+    $'FunctionLeave\t28\t20\t1\t2\tInvalid\t0x7' >moving
+expect moving --core 0 --format json <<'END'
+{"stack": ["0x00000007"], "calls": 1, "total_ns": 10000000, "self_ns": 5000000}
+{"stack": ["0x00000007", "0x00000009"], "calls": 1, "total_ns": 1000000, "self_ns": 1000000}
+END
+expect moving --core 1 --folded <<'END'
+0x00000008 4000000
 END
 expect table --callers 'a*' --folded <<'END'
 a:"b 4000000

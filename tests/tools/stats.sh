@@ -39,18 +39,18 @@ expect() { diff - <("$qvx" stats "$@") || fail "stats $*"; }
 expect table <<'END'
 3.000 ms in functions, 3.000 ms from the first call to the last
 calls     total      self      %       min    median       p99       max  function
-    1  3.000 ms  2.000 ms  66.67      0 ns      0 ns      0 ns      0 ns  "a,
+    1  3.000 ms  2.000 ms  66.67         -         -         -         -  "a,
     1  1.000 ms  1.000 ms  33.33  1.000 ms  1.000 ms  1.000 ms  1.000 ms  0x00000008
 1 call had not ended when the trace did.
 1 leave of what had not been entered.
 END
 expect --sort calls --format csv table <<'END'
 function,id,calls,total_ns,self_ns,min_ns,p50_ns,p99_ns,max_ns
-"""a,",7,1,3000000,2000000,0,0,0,0
+"""a,",7,1,3000000,2000000,,,,
 0x00000008,8,1,1000000,1000000,1000000,1000000,1000000,1000000
 END
 expect --by thread --format json table <<'END'
-{"function": "\"a,", "id": 7, "thread": 2, "process": "table", "calls": 1, "total_ns": 3000000, "self_ns": 2000000, "min_ns": 0, "p50_ns": 0, "p99_ns": 0, "max_ns": 0}
+{"function": "\"a,", "id": 7, "thread": 2, "process": "table", "calls": 1, "total_ns": 3000000, "self_ns": 2000000, "min_ns": null, "p50_ns": null, "p99_ns": null, "max_ns": null}
 {"function": "0x00000008", "id": 8, "thread": 2, "process": "table", "calls": 1, "total_ns": 1000000, "self_ns": 1000000, "min_ns": 1000000, "p50_ns": 1000000, "p99_ns": 1000000, "max_ns": 1000000}
 END
 
@@ -66,6 +66,41 @@ function,calls_before,calls,total_before_ns,total_ns,self_before_ns,self_ns,chan
 """a,",1,1,3000000,3000000,2000000,1000000,-1000000
 0x00000008,1,1,1000000,2000000,1000000,2000000,1000000
 END
+# Times from the start are from that of each run.
+awk -F'\t' 'BEGIN { OFS = FS } $2 == "Timestamp" { $4 += 1000 } $2 ~ /^Function/ { $4 += 1000 } 1' table >later
+expect --diff table --from 6ms --to 8ms --format csv later <<'END'
+function,calls_before,calls,total_before_ns,total_ns,self_before_ns,self_ns,change_ns
+"""a,",1,1,2000000,2000000,1000000,1000000,0
+0x00000008,1,1,1000000,1000000,1000000,1000000,0
+END
+# What is told first, and shares, are of what is selected.
+expect --from 6 --to 8 --name '0x*' table <<'END'
+1.000 ms in functions, 2.000 ms from the first call to the last
+calls     total      self       %       min    median       p99       max  function
+    1  1.000 ms  1.000 ms  100.00  1.000 ms  1.000 ms  1.000 ms  1.000 ms  0x00000008
+1 leave of what had not been entered.
+END
+expect --of threads --from 6 --to 7 table <<'END'
+thread  calls  in functions       %  file
+     2      1      1.000 ms  100.00  table
+END
+# Threads change core: a call counts where it was entered, and took what it took.
+printf '\t%s\n' $'Timestamp\t16\t0\t1000' $'ProcessEnter\t28\t0\t1\t9\tInvalid\t0x5' \
+    $'FunctionEnter\t28\t10\t0\t2\tInvalid\t0x7' $'FunctionEnter\t28\t12\t1\t2\tInvalid\t0x8' \
+    $'FunctionEnter\t28\t13\t0\t2\tInvalid\t0x9' $'FunctionLeave\t28\t14\t1\t2\tInvalid\t0x9' \
+    $'FunctionLeave\t28\t17\t0\t2\tInvalid\t0x8' $'FunctionLeave\t28\t20\t1\t2\tInvalid\t0x7' >moving
+expect --core 0 --format csv moving <<'END'
+function,id,calls,total_ns,self_ns,min_ns,p50_ns,p99_ns,max_ns
+0x00000007,7,1,10000000,5000000,10000000,10000000,10000000,10000000
+0x00000009,9,1,1000000,1000000,1000000,1000000,1000000,1000000
+END
+for where in '--core 1' '--process 5'; do
+    # shellcheck disable=SC2086
+    expect $where --format csv moving <<'END'
+function,id,calls,total_ns,self_ns,min_ns,p50_ns,p99_ns,max_ns
+0x00000008,8,1,5000000,4000000,5000000,5000000,5000000,5000000
+END
+done
 expect --of threads table <<'END'
 thread  calls  in functions       %  file
      2      2      3.000 ms  100.00  table
@@ -81,7 +116,11 @@ expect --of processes cores <<'END'
 core  entered     total   running      %       min    median       p99       max  process
    1        1  8.000 ms  4.000 ms  40.00  8.000 ms  8.000 ms  8.000 ms  8.000 ms  main
    1        1  3.000 ms  3.000 ms  30.00  3.000 ms  3.000 ms  3.000 ms  3.000 ms  0x00000008
-   0        1  2.000 ms  2.000 ms  20.00      0 ns      0 ns      0 ns      0 ns  main
+   0        1  2.000 ms  2.000 ms  20.00         -         -         -         -  main
+END
+expect --of processes --process main --core 1 --format csv cores <<'END'
+process,id,core,entered,total_ns,running_ns,min_ns,p50_ns,p99_ns,max_ns
+main,7,1,1,8000000,4000000,8000000,8000000,8000000,8000000
 END
 expect --of processes --from 1 --to 5 --core 1 --format csv cores <<'END'
 process,id,core,entered,total_ns,running_ns,min_ns,p50_ns,p99_ns,max_ns
@@ -109,5 +148,26 @@ packets  bytes      %  kind
 END
 run 2 stats table --sort cals
 says "did you mean 'calls'?"
-run 2 stats table --of bytes --by thread
+[ "$(grep -o p99 err | wc -l)" -eq 1 ] && ! grep -q amount err || { cat err; fail 'the names of columns'; }
+for sort in median p50; do run 0 stats table --sort $sort --format csv -f -o by.$sort; done
+cmp by.median by.p50 || fail 'a heading is no name'
+run 0 stats table --sort % >/dev/null
+for topic in cores processes interrupts counters; do
+    expect --of $topic table <<<"no $topic in these traces"
+done
+for topic in functions threads processes cores interrupts counters bytes; do
+    run 0 stats cores --of $topic --core 7 >out
+    says 'qvx: nothing is selected'
+    [ -s out ] && fail "something of $topic is selected"
+done
+# misuse OPTION ARGUMENTS...
+misuse() {
+    run 2 stats table "${@:2}"
+    says "$1: "
+}
+misuse --by --of bytes --by thread
+misuse --diff --diff table --by thread
+for topic in threads cores; do misuse --name --of $topic --name x; done
+misuse --from --from ''
+misuse --to --to ''
 finish stats

@@ -88,11 +88,14 @@ public:
             m_whole += path.self;
             m_unfinished += m_options.callers.empty() ? path.unfinished : 0;
         }
+        const bool isEmpty = paths.empty();
         const Hidden hidden = hide(paths, least);
         if (m_options.isFolded)
             printFolded(out, paths);
         else if (m_options.format == GraphFormat::JSON)
             printJson(out, paths);
+        else if (isEmpty && isAsked())
+            tell("nothing is selected");
         else
             printTree(out, paths);
         tellNotes(out, hidden);
@@ -105,6 +108,10 @@ private:
         std::uint64_t deep = 0;
     };
 
+    bool isAsked() const {
+        return m_options.time.isAsked() || m_options.place.isAsked() || !m_options.begin.empty() ||
+               !m_options.callers.empty();
+    }
     bool hasClock() const { return m_tree.withoutClock() == 0; }
     double partOf(const CallPath& path) const {
         return m_whole > 0 ? 100. * static_cast<double>(path.total) / static_cast<double>(m_whole) : 0;
@@ -290,7 +297,9 @@ void addGraph(Program& program) {
         "          qvx graph --folded traces -o run.folded\n"
         "total is the time in a function and what it called, self in nothing that it called. A line of --folded\n"
         "is main;parse;read 1234: nanoseconds in read itself, or ticks where no clock is told. A ; in a name\n"
-        "becomes a :, and what cannot be shown \\xNN. What --min and --depth hide there counts for its caller.");
+        "becomes a :, and what cannot be shown \\xNN. What --min and --depth hide there counts for its caller.\n"
+        "A call counts if it was entered on the cores and in the processes that are selected; what it took is as in\n"
+        "the whole trace, wherever it was left. % and the first line are of what is selected.");
     verb.runs([options] { return graph(*options); });
 }
 

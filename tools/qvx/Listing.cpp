@@ -49,12 +49,14 @@ void addFormatOption(Verb& verb, ListingFormat& format) {
 }
 
 void Listing::sortBy(std::string_view name) {
-    const auto column =
-        std::ranges::find(m_columns, name, [](const Column& its) { return std::string_view(its.name); });
+    const auto column = std::ranges::find_if(
+        m_columns, [name](const Column& its) { return name == its.name || (its.head && name == its.head); });
     if (column == m_columns.end()) {
         std::vector<std::string> names;
-        for (const Column& its : m_columns)
-            names.emplace_back(its.name);
+        for (const Column& its : m_columns) {
+            if (its.audience != Column::Nobody)
+                names.emplace_back(its.name);
+        }
         throw Misuse("--sort",
                      fmt::format("'{}' is none of {}{}", name, fmt::join(names, ", "), didYouMean(name, names)));
     }

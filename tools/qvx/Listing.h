@@ -58,8 +58,8 @@ public:
     /// Adds a row, a cell a column.
     void add(std::vector<Cell> row) { m_rows.push_back(std::move(row)); }
     std::size_t size() const { return m_rows.size(); }
-    /// Sorts by a column, the greatest number or the first text first, then by all others in their order. Throws Misuse
-    /// where there is none of that name.
+    /// Sorts by a column, as programs or people call it, the greatest number or the first text first, then by all
+    /// others in their order. Throws Misuse where there is none of that name.
     void sortBy(std::string_view name);
     /// Writes the first rows.
     void write(std::ostream& out, ListingFormat format, std::uint64_t limit) const;

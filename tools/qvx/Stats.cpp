@@ -94,22 +94,32 @@ private:
             }
         });
     }
-    TickWindow window() const { return {m_options.selection.from(), m_options.selection.to()}; }
+    static TickWindow windowOf(const Selection& selection) { return {selection.from(), selection.to()}; }
 
-    void read(CallTimes& times, CTraceNames& names, const std::vector<std::string>& files) {
-        const bool isPart = m_options.selection.asksPlace();
+    /// Reads traces for which that selection has begun.
+    void read(CallTimes& times, CTraceNames& names, const std::vector<std::string>& files, Selection& selection) {
+        const bool isPart = selection.asksPlace();
         readAll(files, [&](TraceInput& input, std::uint32_t file) {
             if (!isPart)
                 times.read(input, names, file);
             else
                 times.read(input, names, file,
-                           [&](const CTraceCursor& packet) { return m_options.selection.takesPlaceOf(file, packet); });
+                           [&](const CTraceCursor& packet) { return selection.takesPlaceOf(file, packet); });
         });
     }
 
     void write(std::ostream& out, Listing& listing, const char* sort) const {
         constexpr std::uint64_t kShown = 40; ///< to people who do not say how many they want
+        constexpr const char* kTopics[] = {"functions",  "threads",  "processes", "cores",
+                                           "interrupts", "counters", "bytes"};
         listing.sortBy(m_options.sort.empty() ? sort : m_options.sort.c_str());
+        if (isForPeople() && listing.size() == 0) {
+            if (m_options.selection.isAsked())
+                qvx::tell("nothing is selected");
+            else
+                qvx::print(out, "no {} in these traces\n", kTopics[std::size_t(m_options.topic)]);
+            return;
+        }
         const bool isCut = m_options.format == ListingFormat::Text && m_options.selection.limit() == ~std::uint64_t{0};
         listing.write(out, m_options.format, isCut ? kShown : m_options.selection.limit());
     }
@@ -123,6 +133,11 @@ private:
                    ? 0
                    : static_cast<std::uint64_t>(1e4 * static_cast<double>(part) / static_cast<double>(whole) + .5);
     }
+    /// Adds what is told of durations to a row; of none, nothing is known.
+    static void addDurations(std::vector<Cell>& row, const Durations& its) {
+        for (const std::uint64_t value : {its.least(), its.percentile(50), its.percentile(99), its.most()})
+            row.push_back(its.count() > 0 ? Cell(value) : Cell());
+    }
     static std::string nameOf(const CTraceNames& names, TextSort sort, std::uint64_t number) {
         const std::string& name = names.name(sort, number);
         return name.empty() ? fmt::format("0x{:08x}", static_cast<std::uint32_t>(names.idOf(sort, number))) : name;
@@ -130,8 +145,8 @@ private:
 
     void tellFunctions(std::ostream& out) {
         CTraceNames names;
-        CallTimes times(m_options.byThread, window());
-        read(times, names, m_files);
+        CallTimes times(m_options.byThread, windowOf(m_options.selection));
+        read(times, names, m_files, m_options.selection);
         const bool hasClock = times.withoutClock() == 0;
         std::vector<Column> columns{{"function", CellLook::Text}, {"id", CellLook::Number, Column::Programs}};
         if (m_options.byThread)
@@ -147,25 +162,27 @@ private:
                                        {"max", CellLook::Time}});
         Listing listing(std::move(columns), hasClock);
         std::uint64_t all = 0, unfinished = 0;
-        for (const auto& [key, its] : times.times()) {
-            all += its.self;
-            unfinished += its.unfinished;
-        }
-        for (const auto& [key, its] : times.times()) {
-            const std::string name = nameOf(names, TextSort::Function, key.function);
-            if (its.calls == 0 || !m_options.selection.takesName(name))
+        std::vector<std::pair<const CallTimes::Times::value_type*, std::string>> taken; // with their names
+        for (const auto& entry : times.times()) {
+            std::string name = nameOf(names, TextSort::Function, entry.first.function);
+            if (entry.second.calls == 0 || !m_options.selection.takesName(name))
                 continue;
+            all += entry.second.self;
+            unfinished += entry.second.unfinished;
+            taken.emplace_back(&entry, std::move(name));
+        }
+        for (const auto& [entry, name] : taken) {
+            const auto& [key, its] = *entry;
             std::vector<Cell> row{name, names.idOf(TextSort::Function, key.function)};
             if (m_options.byThread)
                 row.insert(row.end(), {threadCell(key.thread), m_files[key.process]});
-            row.insert(row.end(), {its.calls, its.total, its.self, shareOf(its.self, all), its.durations.least(),
-                                   its.durations.percentile(50), its.durations.percentile(99), its.durations.most()});
+            row.insert(row.end(), {its.calls, its.total, its.self, shareOf(its.self, all)});
+            addDurations(row, its.durations);
             listing.add(std::move(row));
         }
-        if (isForPeople())
+        if (isForPeople() && listing.size() > 0)
             tellSummary(out, times, all);
-        if (!isForPeople() || listing.size() > 0)
-            write(out, listing, "self");
+        write(out, listing, "self");
         if (isForPeople())
             tellOddities(out, times, unfinished);
     }
@@ -195,14 +212,15 @@ private:
         };
         std::map<std::string, std::pair<Run, Run>> functions; // then and now
         bool hasClock = true;
-        const auto add = [&](const std::vector<std::string>& files, Run std::pair<Run, Run>::*side) {
+        const auto add = [&](const std::vector<std::string>& files, Selection& selection,
+                             Run std::pair<Run, Run>::*side) {
             CTraceNames names;
-            CallTimes times(false, window());
-            read(times, names, files);
+            CallTimes times(false, windowOf(selection));
+            read(times, names, files, selection);
             hasClock = hasClock && times.withoutClock() == 0;
             for (const auto& [key, its] : times.times()) {
                 const std::string name = nameOf(names, TextSort::Function, key.function);
-                if (!m_options.selection.takesName(name))
+                if (its.calls == 0 || !selection.takesName(name))
                     continue;
                 Run& run = functions[name].*side;
                 run.calls += its.calls;
@@ -210,8 +228,12 @@ private:
                 run.self += its.self;
             }
         };
-        add(Inputs::filesOf(m_options.before), &std::pair<Run, Run>::first);
-        add(m_files, &std::pair<Run, Run>::second);
+        // Each run has a start of its own, from which times are told.
+        const std::vector<std::string> before = Inputs::filesOf(m_options.before);
+        Selection selection(m_options.selection);
+        selection.begin(before);
+        add(before, selection, &std::pair<Run, Run>::first);
+        add(m_files, m_options.selection, &std::pair<Run, Run>::second);
         Listing listing({{"function", CellLook::Text},
                          {"calls_before", CellLook::Number, Column::All, "calls before"},
                          {"calls", CellLook::Number},
@@ -236,8 +258,8 @@ private:
             std::uint64_t calls = 0, busy = 0;
         };
         CTraceNames names;
-        CallTimes times(true, window());
-        read(times, names, m_files);
+        CallTimes times(true, windowOf(m_options.selection));
+        read(times, names, m_files, m_options.selection);
         std::map<std::pair<std::uint32_t, std::uint32_t>, Sum> threads;
         for (const auto& [key, its] : times.times()) {
             Sum& sum = threads[{key.process, key.thread}];
@@ -250,19 +272,21 @@ private:
                          {"busy", CellLook::Time, Column::All, "in functions"},
                          {"share", CellLook::Share, Column::People, "%"}},
                         times.withoutClock() == 0);
-        for (const auto& [key, sum] : threads)
+        for (const auto& [key, sum] : threads) {
+            if (sum.calls == 0)
+                continue;
             listing.add(
                 {threadCell(key.second), m_files[key.first], sum.calls, sum.busy, shareOf(sum.busy, times.span())});
+        }
         write(out, listing, "busy");
     }
 
     void tellCores(std::ostream& out) {
         CTraceNames names;
-        CoreTimes times(window());
+        CoreTimes times(windowOf(m_options.selection));
         readAll(m_files, [&](TraceInput& input, std::uint32_t file) {
             while (input.advance())
-                if (m_options.selection.takesPlaceOf(file, input.cursor()))
-                    times.look(input.cursor(), names, file);
+                times.look(input.cursor(), names, file, m_options.selection.takesPlaceOf(file, input.cursor()));
             times.finish();
         });
         if (m_options.topic == Topic::Cores)
@@ -305,9 +329,15 @@ private:
             const std::string name = isProcess ? nameOf(names, key.sort, key.number) : std::to_string(key.number);
             if (!m_options.selection.takesName(name))
                 continue;
-            listing.add({name, isProcess ? names.idOf(key.sort, key.number) : key.number, threadCell(key.core),
-                         its.entered, its.total, its.running, shareOf(its.running, times.span()), its.durations.least(),
-                         its.durations.percentile(50), its.durations.percentile(99), its.durations.most()});
+            std::vector<Cell> row{name,
+                                  isProcess ? names.idOf(key.sort, key.number) : key.number,
+                                  threadCell(key.core),
+                                  its.entered,
+                                  its.total,
+                                  its.running,
+                                  shareOf(its.running, times.span())};
+            addDurations(row, its.durations);
+            listing.add(std::move(row));
         }
         write(out, listing, "running");
     }
@@ -431,14 +461,22 @@ void addStats(Program& program) {
     addFormatOption(verb, options->format);
     options->selection.addTo(verb, Selection::Time | Selection::Place | Selection::Name | Selection::Limit);
     options->output.addOptionsForPeople(verb);
-    verb.footer("Examples: qvx stats traces\n"
-                "          qvx stats traces --by thread --name '*lock*' --sort total\n"
-                "          qvx stats new.qvx --diff old.qvx\n"
-                "total is the time in a function and what it called, self in nothing that it called; % of all self.\n"
-                "Text shows 40 rows, if --limit does not say otherwise.");
+    verb.footer(
+        "Examples: qvx stats traces\n"
+        "          qvx stats traces --by thread --name '*lock*' --sort total\n"
+        "          qvx stats new.qvx --diff old.qvx\n"
+        "total is the time in a function and what it called, self in nothing that it called; % of all self that is\n"
+        "selected. p50 (the median) and p99 are exact to a 64th; without a call that ended, they are not known.\n"
+        "A call counts if it was entered on the cores and in the processes that are selected; what it took is as\n"
+        "in the whole trace, wherever it was left.\n"
+        "Text shows 40 rows, if --limit does not say otherwise.");
     verb.runs([options] {
         if (options->topic != Topic::Functions && (options->byThread || !options->before.empty()))
             throw Misuse(options->byThread ? "--by" : "--diff", "goes with --of functions");
+        if (options->byThread && !options->before.empty())
+            throw Misuse("--diff", "does not tell threads apart, as --by thread would");
+        if (options->selection.asksName() && (options->topic == Topic::Threads || options->topic == Topic::Cores))
+            throw Misuse("--name", "goes with what has names: not with --of threads, cores");
         return stats(*options);
     });
 }
