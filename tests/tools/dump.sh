@@ -128,6 +128,13 @@ expect traces --from 3000 --to 3001 <<'END'
          0.002000000     1          2    < 0x00000008  1.000 ms
          0.002000000     1          2    < 0x00000008  1.000 ms
 END
+# What has no tick is where the one before it is, however far has been read ahead.
+{ row FunctionEnter 28 10 1 2 Invalid 0x7; row Message 9 Invalid -2; row CharString 2 ab; row FunctionLeave 28 90 1 2 Invalid 0x7; } >ahead
+expect ahead ahead --to 50 --kind Message --format text --time ticks <<'END'
+                time  core     thread  what
+                   -     -          -  Message "ab"  Priority=-2
+                   -     -          -  Message "ab"  Priority=-2
+END
 expect traces --kind Message --format json --limit 1 <<'END'
 {"file": "traces/thread_9.qvx", "offset": 295, "kind": "Message", "tick": 2300, "core": null, "thread": null, "address": null, "time_ns": 1300000, "Priority": -2, "text": "é"}
 END

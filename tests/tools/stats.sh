@@ -146,6 +146,12 @@ packets  bytes      %  kind
       3     90  21.63  ProcessEnter
 ... and 6 more (--limit tells how many are shown)
 END
+expect --of bytes --name main packets --format csv <<'END'
+kind,packets,bytes
+ProcessEnter,2,60
+ProcessDefine,1,36
+ProcessLeave,1,30
+END
 run 2 stats table --sort cals
 says "did you mean 'calls'?"
 [ "$(grep -o p99 err | wc -l)" -eq 1 ] && ! grep -q amount err || { cat err; fail 'the names of columns'; }
@@ -169,5 +175,7 @@ misuse --by --of bytes --by thread
 misuse --diff --diff table --by thread
 for topic in threads cores; do misuse --name --of $topic --name x; done
 misuse --from --from ''
+run 2 stats - --to 1ms <table
+says 'only ticks can be told'
 misuse --to --to ''
 finish stats

@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -258,12 +257,8 @@ ExitCode graph(GraphOptions& options) {
     const double least = percentOf(options.least);
     const std::vector<std::string> files = options.inputs.files();
     options.output.checkForPeople(files);
-    options.time.begin(files);
+    options.time.beginWithTicks(files);
     options.place.begin(files);
-    constexpr std::uint64_t kEnd = std::numeric_limits<std::uint64_t>::max();
-    if (!options.time.takesAll() && options.time.from() == 0 && options.time.to() == kEnd &&
-        std::ranges::find(files, "-") != files.end())
-        throw Misuse("--from", "of standard input only ticks can be told");
     std::ostream& out = options.output.target().open();
     Graph graph(options, files);
     const ExitCode exitCode = graph.read();

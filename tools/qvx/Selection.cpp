@@ -344,6 +344,13 @@ void Selection::beginWithClock(const std::vector<std::string>& files) {
     m_state->begin(files, true);
 }
 
+void Selection::beginWithTicks(const std::vector<std::string>& files) {
+    m_state->begin(files, false);
+    if (m_state->learnsStart)
+        throw Misuse(m_state->fromMoment && m_state->fromMoment->needsFirst() ? "--from" : "--to",
+                     "of standard input only ticks can be told");
+}
+
 const TraceSpan& Selection::span() const {
     return m_state->span;
 }

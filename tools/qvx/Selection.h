@@ -55,6 +55,8 @@ public:
     void begin(const std::vector<std::string>& files);
     /// The same for a verb that needs to know when its traces begin, and their clock, in any case.
     void beginWithClock(const std::vector<std::string>& files);
+    /// The same for a verb that needs from() and to() before it reads.
+    void beginWithTicks(const std::vector<std::string>& files);
     /// When the traces begin, and their clock, as far as that was asked for or has been seen since.
     const Quorvex::TraceSpan& span() const;
 

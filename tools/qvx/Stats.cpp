@@ -231,7 +231,7 @@ private:
         // Each run has a start of its own, from which times are told.
         const std::vector<std::string> before = Inputs::filesOf(m_options.before);
         Selection selection(m_options.selection);
-        selection.begin(before);
+        selection.beginWithTicks(before);
         add(before, selection, &std::pair<Run, Run>::first);
         add(m_files, m_options.selection, &std::pair<Run, Run>::second);
         Listing listing({{"function", CellLook::Text},
@@ -430,7 +430,8 @@ ExitCode stats(StatsOptions& options) {
     for (const std::string& file : Inputs::filesOf(options.before))
         all.push_back(file);
     options.output.checkForPeople(all);
-    options.selection.begin(files);
+    const bool isByPacket = options.topic == Topic::Counters || options.topic == Topic::Bytes;
+    isByPacket ? options.selection.begin(files) : options.selection.beginWithTicks(files);
     std::ostream& out = options.output.target().open();
     const ExitCode exitCode = Statistics(options, files).tell(out);
     options.output.target().commit();
