@@ -41,7 +41,7 @@ void addTimeOption(Verb& verb, std::optional<TimeForm>& form) {
          {"ns", TimeForm::Nanoseconds},
          {"ticks", TimeForm::Ticks},
          {"delta", TimeForm::Delta}},
-        "s (default) or ns from the start, ticks as they are, delta: from line to line", "FORM");
+        "(text) s (default) or ns from the start, ticks as they are, delta: from line to line", "FORM");
 }
 
 void appendDuration(std::string& to, std::uint64_t nanoseconds) {
