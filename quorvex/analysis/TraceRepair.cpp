@@ -363,12 +363,17 @@ public:
             m_writer = &m_plain.emplace(to);
     }
 
+    // What comes next may end the packet before it, which may have to look at the next page: that moves the window, and
+    // views of it are no good any more.
+
     /// A packet that stands there, with that length.
     void packet(std::uint64_t offset, Solver::Part part) {
         m_here = offset;
         closeGap();
-        const std::string_view bytes = m_in.at(offset).substr(0, kHeader + part.length);
+        const auto bytesHere = [&] { return m_in.at(offset).substr(0, kHeader + part.length); };
+        const std::string_view bytes = bytesHere();
         const tagTCode code = codeAt(bytes);
+        const std::uint64_t tick = fullTickAt(bytes);
         if (part.how == Solver::How::Mended)
             note(offset, part.size, code, CheckRule::Damage, true,
                  "announces " + countOf(lengthAt(bytes), "byte") + ", of which it has " + std::to_string(part.length));
@@ -381,7 +386,7 @@ public:
             addText(bytes, part);
         } else {
             endUnit(offset);
-            m_unit.assign(bytes);
+            m_unit.assign(bytesHere());
             m_unit[1] = static_cast<char>(part.length);
             m_unitOffset = offset;
             m_unitGoesOn = isFollowedByText(code) && !factsOf(code).countsText(part.length);
@@ -391,12 +396,12 @@ public:
                 endUnit(offset + part.size);
         }
         m_unitEnd = offset + part.size;
-        if (const std::uint64_t tick = fullTickAt(bytes); tick != kUnknown64)
+        if (tick != kUnknown64)
             m_lastTick = tick;
     }
 
-    /// Bytes that are no packet; `header` is what they announce if that is what they are stepped over by.
-    void lose(std::uint64_t offset, std::uint64_t size, const char* header = nullptr) {
+    /// Bytes that are no packet; their header announces them if that is what they are stepped over by.
+    void lose(std::uint64_t offset, std::uint64_t size, bool isAnnounced = false) {
         m_here = offset;
         if (m_gapFrom == kUnknown64) {
             endUnit(offset);
@@ -405,11 +410,11 @@ public:
         }
         m_gapTo = offset + size;
         for (const ContextSort sort : kSorts) {
-            if (!header)
+            if (!isAnnounced)
                 doubt(sort);
         }
-        if (header)
-            doubtBehind({header, kHeader});
+        if (isAnnounced)
+            doubtBehind(m_in.at(offset));
     }
 
     /// Nothing follows.
@@ -941,7 +946,7 @@ private:
                 if (isInGap)
                     m_out.lose(from + next, 1);
                 else if (part.how == Solver::How::Stepped)
-                    m_out.lose(from + next, part.size, part.size < kHeader ? nullptr : m_in.at(from + next).data());
+                    m_out.lose(from + next, part.size, part.size >= kHeader);
                 else
                     m_out.packet(from + next, part);
                 next += part.size;

@@ -291,6 +291,63 @@ TEST_P(TraceRepair, LosesNothingButPagesThatAreGone) {
     }
 }
 
+/// What packets are relative to changes, and they follow; what told it is made unreadable by `damage`.
+struct DamagedSync {
+    std::string whole, damaged;
+    std::size_t from = 0, to = 0; ///< the bytes that are damaged
+
+    template <class Damage> void damage(tagTCode sync, unsigned length, std::size_t behind, Damage damage) {
+        const std::size_t at = whole.find({static_cast<char>(sync), static_cast<char>(length)}, behind);
+        ASSERT_NE(at, std::string::npos);
+        damaged = damaged.empty() ? whole : damaged;
+        from = to == 0 ? at : from;
+        to = at + 2 + length;
+        damage(damaged.data() + at, 2 + length);
+    }
+    std::string lost(const Repaired& result) const { return lostIn(atomsOf(whole), result.trace, from, to); }
+};
+
+TEST(TraceRepairing, LosesNothingWhereTheNextPageMustBeReadFirst) {
+    const CCoreContext before(1000, 1, 4711, 0x400000), core(1U << 20, 1, 4711, 0x400000);
+    const CBusContext busBefore(1000, 1, 2), bus(1U << 20, 1, 2);
+    for (const bool isTwice : {false, true}) {
+        MemorySink sink;
+        CTraceWriterPaged writer(sink);
+        CTraceCompressor to(writer);
+        const auto put = [&to](CPacket* packet) { to.forward(packet); };
+        const auto putPages = [&](unsigned pages) {
+            const std::string text(pages::kFittingText, 'a');
+            for (const std::uint64_t end = writer.tellp() + pages * kPageSize; writer.tellp() < end;)
+                put(new CCharString(text.c_str()));
+        };
+        put(new CTraceEnabled(kUnknown64, NotExpanded, false));
+        put(new CExecInsn(before));
+        put(new CBusAddrData(busBefore, BusAccRead, 0x20000000, CData(std::uint32_t{1})));
+        putPages(16);
+        const std::size_t behind = writer.tellp();
+        put(new CSync(core));
+        for (unsigned i = 0; i < 3; ++i) // so that what is between two places is not taken for damage, too
+            put(new CTimestamp(1U << 20, std::uint64_t{1000000000}));
+        put(new CFunctionDefine(core, 0x1000, ""));
+        if (isTwice)
+            put(new CBusAddrData(bus, BusAccRead, 0x20000000, CData(std::uint32_t{2})));
+        put(new CFunctionEnter(core, 0x1000));
+        putPages(20);
+        put(new CTraceDisabled);
+        put(new CEndOfTrace);
+        writer.flush();
+        DamagedSync sync{sink.bytes, {}};
+        const auto damage = [](char* bytes, std::size_t) { bytes[0] = static_cast<char>(TraceDisabled); };
+        sync.damage(Sync, CCoreContext::Len(), behind, damage);
+        if (isTwice)
+            sync.damage(BusSync, CBusContext::Len(), behind, damage);
+        const Repaired result = repaired(sync.damaged);
+        EXPECT_EQ(sync.lost(result), "") << result.notes;
+        EXPECT_EQ(result.report.places, isTwice ? 2 : 1) << result.notes;
+        EXPECT_EQ(result.report.uncertain, isTwice ? 2 : 0) << result.notes;
+    }
+}
+
 TEST(TraceSearch, FindsTracesInOtherBytesAndNothingElse) {
     RandomPackets random(3);
     const std::string first = recording(false, false, 3000), second = recording(true, true, 2 * kPageSize, 2);
