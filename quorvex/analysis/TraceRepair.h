@@ -74,8 +74,7 @@ QUORVEX_API void findTraces(CTraceSourceBuffer& source, const std::string& name,
 /// are stepped over, without such a tick, 1, and 0 as Fill or as a text that cannot be printed. It costs
 /// - 26 points to step over bytes, however many;
 /// - 24 to step over what a header announces, which no packet of its kind can have, and 17 over the beginning of a
-/// packet
-///   with which the trace ends;
+///   packet with which the trace ends;
 /// - 25 to take another length than the header announces, if a packet follows there, which is worth nothing then if its
 ///   own length cannot be; 10 to take a shorter one of a text that holds a byte 0, or of padding with other bytes;
 /// - 23 to take the fields of a packet and leave out the bytes behind them.

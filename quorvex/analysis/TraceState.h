@@ -36,8 +36,7 @@ struct TraceFrame {
 ///   - the definitions that hold there, and those of functions and processes that are undefined and still run,
 ///   - the enters of the functions, interrupts and processes that are open,
 ///   - the last values of counters, variables and state machines, and of each bus one Signal packet with the last
-///   values
-///     of all its lines,
+///     values of all its lines,
 /// and besides the contexts that relative packets are relative to, and the open frame.
 ///
 /// Functions are open by threads, those of unknown threads by cores, as CallTimes has it; interrupts and processes by
