@@ -374,6 +374,7 @@ public:
         const std::string_view bytes = bytesHere();
         const tagTCode code = codeAt(bytes);
         const std::uint64_t tick = fullTickAt(bytes);
+        const bool isLonger = part.how == Solver::How::Mended && part.length > lengthAt(bytes);
         if (part.how == Solver::How::Mended)
             note(offset, part.size, code, CheckRule::Damage, true,
                  "announces " + countOf(lengthAt(bytes), "byte") + ", of which it has " + std::to_string(part.length));
@@ -398,6 +399,10 @@ public:
         m_unitEnd = offset + part.size;
         if (tick != kUnknown64)
             m_lastTick = tick;
+        for (const ContextSort sort : kSorts) {
+            if (isLonger && sort != sortOfSync(code)) // what it has taken in may have been a sync packet
+                doubt(sort);
+        }
     }
 
     /// Bytes that are no packet; their header announces them if that is what they are stepped over by.

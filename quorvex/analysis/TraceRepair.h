@@ -85,10 +85,11 @@ QUORVEX_API void findTraces(CTraceSourceBuffer& source, const std::string& name,
 /// same length, of data that ends with a packet further on, or with other values.
 ///
 /// **Contexts.** Bytes that were stepped over may have told a context that packets behind are relative to, unless
-/// they are packets whose headers tell that they do not. So it is not known until the next sync packet. In a trace of
-/// pages, the next page may restate it; then it is written as a sync packet before the first relative packet. Otherwise
-/// a sync packet of an unknown context is written there, with all bits set: the packets keep what else they tell, and
-/// their time is unknown, never wrong. The same goes for the start of a page that restates nothing.
+/// they are packets whose headers tell that they do not; so may those that a packet has beyond the length that it
+/// announces. So it is not known until the next sync packet. In a trace of pages, the next page may restate it; then it
+/// is written as a sync packet before the first relative packet. Otherwise a sync packet of an unknown context is
+/// written there, with all bits set: the packets keep what else they tell, and their time is unknown, never wrong. The
+/// same goes for the start of a page that restates nothing.
 ///
 /// **Frames and texts.** A frame that is open at the end or where the next one begins is closed; at the end of the
 /// trace with an EndOfTrace packet. Where bytes are lost at the beginning or between frames, a frame is begun. The end

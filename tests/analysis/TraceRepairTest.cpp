@@ -348,6 +348,37 @@ TEST(TraceRepairing, LosesNothingWhereTheNextPageMustBeReadFirst) {
     }
 }
 
+TEST(TraceRepairing, TellsNoTimeThatAPacketMadeLongerMayHaveChanged) {
+    const CCoreContext before(1000, 1, 4711, 0x400000), core(1U << 20, 1, 4711, 0x400000);
+    for (const bool isOfPacket : {false, true}) {
+        MemorySink sink;
+        CTraceWriterPlain writer(sink);
+        CTraceCompressor to(writer);
+        const auto put = [&to](CPacket* packet) { to.forward(packet); };
+        put(new CTraceEnabled(kUnknown64, NotExpanded, false));
+        put(new CFunctionEnter(before, 0x1000));
+        if (isOfPacket)
+            put(new CFunctionDefine(before, 0x1000, "a text"));
+        else
+            put(new CCharString("a text"));
+        const std::size_t behind = writer.tellp();
+        for (unsigned i = 0; i < 4; ++i)
+            put(new CFunctionLeave(core, 0x1000));
+        put(new CTraceDisabled);
+        put(new CEndOfTrace);
+        writer.flush();
+        DamagedSync sync{sink.bytes, {}};
+        sync.damage(Sync, CCoreContext::Len(), behind,
+                    [](char* bytes, std::size_t length) { std::memset(bytes, 0xFF, length); });
+        --sync.from; // the text before it is made longer
+        const Repaired result = repaired(sync.damaged);
+        EXPECT_EQ(sync.lost(result), "") << result.notes;
+        EXPECT_NE(result.notes.find("CharString damage: announces 6 bytes, of which it has 32"), std::string::npos)
+            << result.notes;
+        EXPECT_EQ(result.report.uncertain, 4) << result.notes;
+    }
+}
+
 TEST(TraceSearch, FindsTracesInOtherBytesAndNothingElse) {
     RandomPackets random(3);
     const std::string first = recording(false, false, 3000), second = recording(true, true, 2 * kPageSize, 2);
