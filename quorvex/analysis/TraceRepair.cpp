@@ -562,18 +562,19 @@ private:
         m_contexts.note(*packet);
         reference = {};
         if (!m_written.knows(sort) || !m_written.repeats(*packet))
-            writeUnit();
+            writeUnit(*packet);
         m_written.note(*packet);
     }
 
     void takeSync(ContextSort sort) {
+        const PacketPointer packet = unitPacket();
+        if (!packet)
+            return doubt(sort);
         endStretch(sort, m_unitOffset);
-        if (const PacketPointer packet = unitPacket()) {
-            m_contexts.note(*packet);
-            m_written.note(*packet);
-        }
         m_references[unsigned(sort)] = {};
-        writeUnit();
+        m_contexts.note(*packet);
+        m_written.note(*packet);
+        writeUnit(*packet);
     }
 
     void leavePageStart() {
@@ -772,17 +773,26 @@ private:
         write(*packet);
     }
 
-    PacketPointer unitPacket() const {
+    /// Null, with a note of that, where the bytes are none.
+    PacketPointer unitPacket() {
         unsigned consumed = 0;
-        return PacketPointer(CPacketFactory::getCPacket(m_unit.data(), static_cast<unsigned>(m_unit.size()), consumed));
+        PacketPointer packet(CPacketFactory::getCPacket(m_unit.data(), static_cast<unsigned>(m_unit.size()), consumed));
+        if (!packet) {
+            ++m_report.places;
+            m_report.lost += m_unitNext - m_unitOffset;
+            note(m_unitOffset, m_unitNext - m_unitOffset, codeAt(m_unit), CheckRule::Damage, true,
+                 "cannot be read, and is left out");
+        }
+        return packet;
     }
 
     void writeUnit() {
-        const PacketPointer packet = unitPacket();
-        if (packet) {
-            ++m_report.packets;
-            write(*packet);
-        }
+        if (const PacketPointer packet = unitPacket())
+            writeUnit(*packet);
+    }
+    void writeUnit(CPacket& packet) {
+        ++m_report.packets;
+        write(packet);
     }
 
     void write(CPacket& packet) {
