@@ -444,14 +444,17 @@ void TraceState::Contents::join(Contents&& next) {
     }
     frame.join(next.frame);
     clocks.merge(next.clocks);
-    for (auto& [key, definition] : next.definitions) {
+    // All undefinitions first: each is about the definition with a name and the one without.
+    for (const auto& [key, definition] : next.definitions) {
         const auto& [sort, id, isNamed] = key;
-        if (definition.wasUndone)
-            forgetValues(sort, id);
-        if (definition.packet.bytes.empty()) {
+        if (definition.wasUndone) {
             undo(sort, id);
-            continue;
+            forgetValues(sort, id);
         }
+    }
+    for (auto& [key, definition] : next.definitions) {
+        if (definition.packet.bytes.empty())
+            continue;
         Definition& own = definitions[key];
         undone += definition.isUndone;
         undone -= own.isUndone;

@@ -420,6 +420,28 @@ TEST(TraceState, ForgetsWhatIsUndefinedAndDoesNotRun) {
     EXPECT_EQ(told, "144 146 146 ");
 }
 
+TEST(TraceState, JoinsWhatIsDefinedAnewBehindAnUndefinition) {
+    const CCoreContext context(1, 0, 0, 0);
+    std::string trace = wireOf(*std::make_unique<CFunctionDefine>(context, 7, "f"));
+    trace += wireOf(*std::make_unique<CFunctionUndefine>(context, 7));
+    for (const char* name : {"", "g"}) {
+        TraceState state(TraceState::Start::OfTrace), part;
+        const std::string next = trace + wireOf(*std::make_unique<CFunctionDefine>(context, 7, name));
+        CTraceCursor before(trace), cursor(next);
+        while (before.next())
+            state.note(before);
+        while (cursor.next())
+            part.note(cursor);
+        state.join(std::move(part));
+        std::size_t count = 0;
+        state.eachPacket([&](std::string_view packet) {
+            ++count;
+            EXPECT_EQ(packet, std::string_view(next).substr(trace.size()));
+        });
+        EXPECT_EQ(count, 1U) << name;
+    }
+}
+
 TEST(TraceState, TellsWhereItIsNotExact) {
     const CCoreContext context(1, 0, 0, 0);
     for (const unsigned count : {0x10000U, 0x10001U}) {
