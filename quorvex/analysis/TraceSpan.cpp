@@ -8,30 +8,23 @@
 
 namespace Quorvex {
 
-namespace {
-
-struct Part : TraceSpan {
-    void look(const CTraceCursor& packet) {
-        const KindFacts& facts = factsOf(packet.TraceCode());
-        if (facts.role == Role::Definition || facts.sync != ContextSort::None)
-            return;
-        if (packet.TraceCode() == Timestamp && frequency == 0) {
-            const auto timestamp = packet.as<CTimestamp>();
-            if (timestamp->is_Frequency_valid())
-                frequency = timestamp->Frequency();
-        }
-        if (const std::uint64_t tick = packet.tick(); tick != kUnknown64) {
-            first = std::min(first, tick);
-            last = tick;
-        }
+void TraceSpan::look(const CTraceCursor& packet) {
+    const KindFacts& facts = factsOf(packet.TraceCode());
+    if (facts.role == Role::Definition || facts.sync != ContextSort::None)
+        return;
+    if (packet.TraceCode() == Timestamp && frequency == 0) {
+        const auto timestamp = packet.as<CTimestamp>();
+        if (timestamp->is_Frequency_valid())
+            frequency = timestamp->Frequency();
     }
-    void join(Part&& next) { add(next); }
-};
-
-} // namespace
+    if (const std::uint64_t tick = packet.tick(); tick != kUnknown64) {
+        first = std::min(first, tick);
+        last = last == kUnknown64 ? tick : std::max(last, tick);
+    }
+}
 
 TraceSpan TraceSpan::beginningOf(TraceFile& trace, bool withFrequency) {
-    Part part;
+    TraceSpan part;
     while ((part.first == kUnknown64 || (withFrequency && part.frequency == 0)) && trace.advance())
         part.look(trace.cursor());
     part.last = kUnknown64;
@@ -39,7 +32,9 @@ TraceSpan TraceSpan::beginningOf(TraceFile& trace, bool withFrequency) {
 }
 
 TraceSpan TraceSpan::of(TraceFile& trace) {
-    Part part;
+    struct Part : TraceSpan {
+        void join(Part&& next) { add(next); }
+    } part;
     trace.walkInParts(part, [](Part& its, const CTraceCursor& packet) { its.look(packet); });
     return part;
 }

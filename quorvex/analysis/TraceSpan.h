@@ -7,6 +7,7 @@
 
 namespace Quorvex {
 
+class CTraceCursor;
 class TraceFile;
 
 /// When a trace begins and ends, and what its ticks are. Definitions do not count: they may be older than what is
@@ -21,6 +22,8 @@ struct TraceSpan {
     QUORVEX_API static TraceSpan beginningOf(TraceFile& trace, bool withFrequency);
     /// Of all of a trace, by several threads where it is large. Throws what TraceFile throws.
     QUORVEX_API static TraceSpan of(TraceFile& trace);
+    /// Adds the next packet of a trace.
+    QUORVEX_API void look(const CTraceCursor& packet);
     /// Adds another trace: from the first of both to the last; the clock is the first that is known.
     QUORVEX_API void add(const TraceSpan& other);
 };

@@ -138,6 +138,12 @@ END
 expect traces --kind Message --format json --limit 1 <<'END'
 {"file": "traces/thread_9.qvx", "offset": 295, "kind": "Message", "tick": 2300, "core": null, "thread": null, "address": null, "time_ns": 1300000, "Priority": -2, "text": "é"}
 END
+# Definitions may be older than what is traced: they do not begin it, also on standard input.
+sed 's/28	1000	/28	10	/' table >older
+"$qvx" dump older --format text >expected
+grep -q ' 0.000500000 .*> work' expected || { cat expected; fail 'a trace that begins with old definitions'; }
+"$qvx" dump - --format text <older | diff expected - || fail 'old definitions on standard input'
+
 esc=$'\x1b'
 run 0 dump trace --format text --color always --limit 1 -o colored
 grep -qF "> $esc[1mwork$esc[0m" colored || fail 'no colours'

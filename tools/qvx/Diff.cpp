@@ -115,13 +115,7 @@ private:
         while (m_read < m_selection.limit() && m_events.next()) {
             const CTraceCursor& packet = m_events.packet();
             m_comparison.note(m_side, m_events.bytes());
-            if (packet.TraceCode() == Timestamp && m_span.frequency == 0) {
-                TimeBase clock;
-                clock.note(*PacketPointer(packet.packet()));
-                m_span.frequency = clock.frequency();
-            }
-            if (m_span.first == kUnknown64)
-                m_span.first = packet.tick();
+            m_span.look(packet);
             if (m_selection.takes(0, packet)) {
                 m_bytes = m_events.bytes();
                 m_number = ++m_read;
@@ -137,7 +131,7 @@ private:
     Side m_side;
     TraceInput m_input;
     TraceEvents m_events;
-    TraceSpan m_span;         ///< but for its end
+    TraceSpan m_span;         ///< as far as it has been read
     std::uint64_t m_read = 0; ///< events
     // The present event.
     std::string_view m_bytes;

@@ -5,7 +5,6 @@
 #include "TraceInput.h"
 #include "Words.h"
 #include "quorvex/analysis/CallStack.h"
-#include "quorvex/analysis/TimeBase.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -115,7 +114,7 @@ struct Selection::State : Told {
 
     void begin(const std::vector<std::string>& files, bool withClock);
     void settle();
-    void learnStart(const Given& packet);
+    void learnStart(const CTraceCursor& packet);
     bool takes(std::size_t file, const Given& packet);
     bool asksPlace() const { return !cores.empty() || !threads.empty() || !processTexts.empty(); }
     bool takesPlace(std::size_t file, const Where& place);
@@ -203,19 +202,12 @@ void Selection::State::settle() {
     to = toMoment ? toMoment->tickIn(span) : kNone;
 }
 
-void Selection::State::learnStart(const Given& packet) {
-    if (packet.code() == Timestamp && span.frequency == 0)
-        packet.object([this](const CPacket& its) {
-            TimeBase clock;
-            clock.note(its);
-            span.frequency = clock.frequency();
-        });
-    if (span.first == kUnknown64)
-        span.first = packet.tick;
+void Selection::State::learnStart(const CTraceCursor& packet) {
+    span.look(packet);
     const auto lacks = [this](const std::optional<Moment>& moment) {
         return moment && moment->needsFrequency() && span.frequency == 0;
     };
-    if (span.first == kUnknown64 || factsOf(packet.code()).role == Role::Definition)
+    if (span.first == kUnknown64)
         return;
     if (lacks(fromMoment) || lacks(toMoment))
         throw Failure("standard input", "does not begin with how many ticks are a second; tell times in ticks");
@@ -224,8 +216,8 @@ void Selection::State::learnStart(const Given& packet) {
 }
 
 bool Selection::State::takes(std::size_t file, const Given& packet) {
-    if (learnsStart)
-        learnStart(packet);
+    if (learnsStart) // one trace, which is read with a cursor
+        learnStart(*packet.cursor);
     learn(file, packet);
     return isInTime(file, packet.tick) && takesAnyTime(file, packet);
 }

@@ -7,6 +7,7 @@
 #include "quorvex/analysis/Directory.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/analysis/TracePiece.h"
+#include "quorvex/analysis/TraceSpan.h"
 #include "quorvex/analysis/TraceState.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/OutputFile.h"
@@ -173,7 +174,7 @@ public:
                 m_piece->trace().layOut(m_layout.isPaged());
             put(m_piece->trace().put(packet), *m_piece, packet.offset());
             state.note(packet);
-            learnClock(packet);
+            m_span.look(packet);
         }
         if (!m_piece)
             m_piece = make(fmt::format("{:04}", m_number));
@@ -200,10 +201,10 @@ private:
         if (tick == kUnknown64)
             return false;
         if (m_first == kUnknown64) {
-            if (!m_every->isTicks() && m_frequency == 0)
+            if (!m_every->isTicks() && m_span.frequency == 0)
                 throw Failure(m_options.file, "does not begin with how many ticks are a second; tell --every in ticks");
             m_first = tick;
-            m_ticks = std::max<std::uint64_t>(m_every->ticks(m_frequency), 1);
+            m_ticks = std::max<std::uint64_t>(m_every->ticks(m_span.frequency), 1);
         }
         const std::uint64_t number = tick > m_first ? (tick - m_first) / m_ticks + 1 : 1;
         if (number <= m_number)
@@ -211,16 +212,10 @@ private:
         m_number = number;
         return true;
     }
-    void learnClock(const CTraceCursor& packet) {
-        if (packet.TraceCode() != Timestamp || m_frequency > 0)
-            return;
-        if (const auto clock = packet.as<CTimestamp>(); clock->is_Frequency_valid())
-            m_frequency = clock->Frequency();
-    }
 
     std::uint64_t m_size = 0;
     std::optional<Duration> m_every;
-    std::uint64_t m_frequency = 0;
+    TraceSpan m_span;                   ///< as far as it has been read
     std::uint64_t m_first = kUnknown64; ///< tick
     std::uint64_t m_ticks = 0;          ///< of a piece
     std::uint64_t m_number = 1;
