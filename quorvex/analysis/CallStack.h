@@ -3,14 +3,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace Quorvex {
 
 /// What is entered and not left in one place: functions in a thread, interrupts on a core.
 ///
-/// Traces lack leaves, and may have no end of enters: as many entries as the limit are kept, of those that are entered
-/// above them only the count. What that means as a loss is for the caller to say. Used by one thread at a time.
+/// Traces lack leaves, and may have no end of enters: as many entries as the limit are kept. By enter() these are the
+/// first ones, with the count of those that are entered above them, by enterLast() the last ones. What that means as a
+/// loss is for the caller to say. Used by one thread at a time.
 template <class Entry> class CallStack {
 public:
     explicit CallStack(std::size_t limit) : m_limit(limit) {}
@@ -23,6 +25,17 @@ public:
         }
         m_entries.push_back(make());
         return true;
+    }
+    /// Enters what `make` makes where the last entries matter: at the limit the outermost one is forgotten for it,
+    /// which is returned.
+    template <class Make> std::optional<Entry> enterLast(Make make) {
+        std::optional<Entry> forgotten;
+        if (m_entries.size() == m_limit) {
+            forgotten = std::move(m_entries.front());
+            m_entries.erase(m_entries.begin());
+        }
+        m_entries.push_back(make());
+        return forgotten;
     }
     /// How many entries a leave ends, the innermost first, for the caller to pop(): more than one where leaves are
     /// missing, 0 where what is left was only counted. Nothing when no entry is the one that is left, as `isIt` tells.

@@ -7,22 +7,29 @@
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
-#include <vector>
+#include <utility>
 
 namespace Quorvex {
 
 namespace {
 
-constexpr std::size_t kMostOpen = 0x1000; ///< that are entered in each other on a core
+constexpr std::size_t kMostOpen = 0x100; ///< that are entered in each other on a core
 
+/// What has been entered on a core, also in itself.
+struct Entered {
+    CoreTimes::Times* times = nullptr;
+    std::uint64_t count = 0; ///< how often it is open
+    std::uint64_t from = 0;  ///< the first tick of that
+};
 struct Open {
     std::uint64_t number;
-    CoreTimes::Times* times; ///< null: does not count
+    Entered* its; ///< null: does not count
     std::uint64_t from;
 };
 struct Core {
     CallStack<Open> processes{kMostOpen};
     CallStack<Open> interrupts{kMostOpen};
+    std::map<std::pair<TextSort, std::uint64_t>, Entered> entered{};
     std::uint64_t since = 0; ///< what runs has run from then on
 
     CallStack<Open>& stack(TextSort sort) { return sort == TextSort::Process ? processes : interrupts; }
@@ -39,18 +46,32 @@ struct CoreTimes::State {
     }
     /// What runs on a core has run until now.
     void run(Core& core) {
-        if (CallStack<Open>* running = core.running(); running && running->back().times)
-            running->back().times->running += within(core.since, tick);
+        if (CallStack<Open>* running = core.running(); running && running->back().its)
+            running->back().its->times->running += within(core.since, tick);
         core.since = tick;
     }
     void enter(Core& core, const Key& key, bool isTaken) {
         run(core);
-        core.stack(key.sort).enter([&] {
-            Times* its = isTaken ? &times[key] : nullptr;
-            if (its)
-                its->entered += tick >= window.from && tick < window.to;
-            return Open{key.number, its, tick};
-        });
+        Entered* const its = isTaken ? &enteredOf(core, key) : nullptr;
+        if (its) {
+            its->times->entered += tick >= window.from && tick < window.to;
+            if (its->count++ == 0)
+                its->from = tick;
+        }
+        const auto forgotten = core.stack(key.sort).enterLast([&] { return Open{key.number, its, tick}; });
+        if (forgotten && forgotten->its)
+            close(*forgotten->its);
+    }
+    Entered& enteredOf(Core& core, const Key& key) {
+        Entered& its = core.entered[{key.sort, key.number}];
+        if (!its.times)
+            its.times = &times[key];
+        return its;
+    }
+    /// It is open once less.
+    void close(Entered& its) {
+        if (--its.count == 0)
+            its.times->total += within(its.from, tick);
     }
     void leave(Core& core, const Key& key) {
         CallStack<Open>& stack = core.stack(key.sort);
@@ -62,13 +83,11 @@ struct CoreTimes::State {
         run(core);
         const Open open = stack.back();
         stack.pop();
-        if (!open.times)
+        if (!open.its)
             return;
-        const std::uint64_t duration = within(open.from, tick);
         if (isLeft && tick > window.from && open.from < window.to)
-            open.times->durations.add(duration);
-        if (std::ranges::none_of(stack.entries(), [&open](const Open& other) { return other.times == open.times; }))
-            open.times->total += duration;
+            open.its->times->durations.add(within(open.from, tick));
+        close(*open.its);
     }
 
     TickWindow window;

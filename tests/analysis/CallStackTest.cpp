@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace Quorvex::test {
 namespace {
@@ -34,6 +35,18 @@ TEST(CallStack, TellsHowManyEntriesALeaveEnds) {
         }
         EXPECT_EQ(told, expected) << steps;
     }
+}
+
+TEST(CallStack, ForgetsTheOutermostWhereTheLastOnesMatter) {
+    CallStack<char> stack(3);
+    std::string forgotten;
+    for (const char step : std::string("ABCDE")) {
+        if (const auto outermost = stack.enterLast([step] { return step; }))
+            forgotten += *outermost;
+    }
+    EXPECT_EQ(forgotten, "AB");
+    EXPECT_EQ(stack.entries(), (std::vector<char>{'C', 'D', 'E'}));
+    EXPECT_EQ(stack.depth(), 3U);
 }
 
 } // namespace

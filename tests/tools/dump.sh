@@ -144,6 +144,11 @@ sed 's/28	1000	/28	10	/' table >older
 grep -q ' 0.000500000 .*> work' expected || { cat expected; fail 'a trace that begins with old definitions'; }
 "$qvx" dump - --format text <older | diff expected - || fail 'old definitions on standard input'
 
+# Of processes that are entered and never left, the last one runs.
+{ row Timestamp 16 0 1000
+  for i in {1..300}; do row ProcessEnter 28 $i 1 2 Invalid $((i % 3 + 1)); done; } >switched
+[ "$("$qvx" dump --process 2 --parsable switched | grep -c ProcessEnter)" -eq 100 ] || fail 'processes that are not left'
+
 esc=$'\x1b'
 run 0 dump trace --format text --color always --limit 1 -o colored
 grep -qF "> $esc[1mwork$esc[0m" colored || fail 'no colours'

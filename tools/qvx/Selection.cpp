@@ -258,7 +258,7 @@ void Selection::State::learn(std::size_t file, const Given& packet) {
     const auto id = packet.object([](const CPacket& its) { return subjectOf(its); });
     auto& entered = processes.try_emplace({file, packet.place().core}, kMostProcesses).first->second;
     if (code == ProcessEnter) {
-        entered.enter([&] { return id->id; });
+        entered.enterLast([&] { return id->id; });
     } else {
         const auto count = entered.leave([&](std::uint64_t its) { return its == id->id; });
         for (std::size_t i = 0; i < count.value_or(0); ++i)
