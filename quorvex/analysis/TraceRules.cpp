@@ -7,6 +7,7 @@
 #include "quorvex/format/Glob.h"
 
 #include <array>
+#include <bit>
 #include <deque>
 #include <limits>
 #include <map>
@@ -102,6 +103,17 @@ struct OpenCall {
 };
 
 struct Nothing {};
+
+/// What a counter's value, told in so many bytes, is as a number of a sort in 64 bits.
+std::uint64_t bitsOf(std::uint64_t value, std::size_t size, RuleNumberSort sort) {
+    if (sort == RuleNumberSort::Real && size == sizeof(float))
+        return std::bit_cast<std::uint64_t>(double{std::bit_cast<float>(static_cast<std::uint32_t>(value))});
+    if (sort == RuleNumberSort::Signed && size < sizeof value) {
+        const std::size_t unused = 8 * (sizeof value - size);
+        return static_cast<std::uint64_t>(static_cast<std::int64_t>(value << unused) >> unused);
+    }
+    return value;
+}
 
 } // namespace
 
@@ -404,19 +416,23 @@ void TraceRules::State::settle(const File* file, Rule& rule, News news) {
 void TraceRules::State::lookAtValue(File& file, const CPacket& packet) {
     std::uint32_t id = 0;
     std::optional<std::uint64_t> value;
+    std::size_t size = 0;
     eachNumber(packet, [&](const NumberField& field) {
         const std::string_view name = field.name;
-        if (name == "CntrId")
+        if (name == "CntrId") {
             id = static_cast<std::uint32_t>(field.value);
-        else if (name == "Value" && field.isKnown)
+        } else if (name == "Value" && field.isKnown) {
             value = field.value;
+            size = field.bytes.empty() ? sizeof field.value : field.bytes.size();
+        }
     });
     if (!value)
         return;
     const Known& counter = knownAs(file, TextSort::Counter, id);
     for (Rule* rule : counter.rules) {
         ++rule->result.checked;
-        const RuleNumber number{(rule->least ? rule->least : rule->most)->sort, *value};
+        const RuleNumberSort sort = (rule->least ? rule->least : rule->most)->sort;
+        const RuleNumber number{sort, bitsOf(*value, size, sort)};
         const bool isWithin = (!rule->least || *rule->least <= number) && (!rule->most || number <= *rule->most);
         if (!isWithin)
             breaks(*rule, place, counter.name + " is " + number.text());

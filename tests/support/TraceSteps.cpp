@@ -3,6 +3,7 @@
 #include "quorvex/packets/PacketKinds.h"
 #include "tests/support/RandomPackets.h"
 
+#include <bit>
 #include <sstream>
 #include <stdexcept>
 
@@ -72,6 +73,14 @@ std::string traceOfSteps(const std::string& steps) {
                                         value.find('.') == value.npos
                                             ? TCounter_t(static_cast<std::uint64_t>(std::stoll(value)))
                                             : TCounter_t(std::stod(value))));
+            break;
+        case '%':
+            in >> value;
+            trace +=
+                wire(CCounterValueVar(context, id,
+                                      {value.find('.') == value.npos ? static_cast<std::uint32_t>(std::stoll(value))
+                                                                     : std::bit_cast<std::uint32_t>(std::stof(value)),
+                                       std::uint32_t{0}}));
             break;
         default:
             throw std::invalid_argument(word);

@@ -11,6 +11,7 @@ namespace Quorvex::test {
 ///     +5 100 2       enters function 5 at tick 100 in thread 2 on core 1; -5 leaves it
 ///     !5 100 2       event 5
 ///     #5 100 2 17    counter 5 is 17; 1.5 is a double
+///     %5 100 2 17    the same in four bytes; 1.5 is a float
 ///     "text 100      a message
 ///
 /// The thread "?" is not known, "2@3" is thread 2 on core 3.

@@ -142,11 +142,16 @@ END
 # A process runs until the next one is entered where nothing tells that it is left.
 { printf '\tTimestamp\t16\t0\t1000\n'
   for i in {0..999}; do printf '\tProcessEnter\t28\t%d\t1\t2\tInvalid\t%d\n' $i $((i % 4 / 2)); done
-  printf '\tCounterValueVar\t28\t1000\t1\t2\tInvalid\t5\t\t\n'; } >switched
+  printf '\tCounterValueVar\t28\t1000\t1\t2\tInvalid\t5\t\t\n\tCounterValueVar\t30\t1000\t1\t2\tInvalid\t5\t7\t9\n'; } >switched
 expect --of processes --format csv switched <<'END'
 process,id,core,entered,total_ns,running_ns,min_ns,p50_ns,p99_ns,max_ns
 0x00000000,0,1,500,1000000000,500000000,0,0,0,0
 0x00000001,1,1,500,998000000,500000000,0,0,0,0
+END
+# A value without bytes is none.
+expect --of counters switched <<'END'
+values  min  mean  max  first  last  counter
+     1    7     7    7      7     7  0x00000005
 END
 run 0 convert cores -o packets
 expect --of bytes --limit 2 packets <<'END'

@@ -367,9 +367,11 @@ private:
                 eachNumber(*object, [&](const NumberField& field) {
                     if (field.name == std::string_view("CntrId"))
                         id = field.value;
-                    else if (field.name == std::string_view("Value"))
+                    else if (field.name == std::string_view("Value") && field.isKnown)
                         value = field.value;
                 });
+                if (!value)
+                    continue;
                 Values& its = counters[names.numberOf(TextSort::Counter, *id, file)];
                 its.first = its.count++ == 0 ? *value : its.first;
                 its.last = *value;
