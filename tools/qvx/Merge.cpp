@@ -95,6 +95,8 @@ public:
         } else if (const FileStatus::Sort sort = FileStatus::of(m_files[file]).sort;
                    !spool && (sort == FileStatus::Fifo || sort == FileStatus::Device)) {
             std::ifstream stream(m_files[file], std::ios::binary);
+            if (!stream)
+                throw Failure(nameOf(file), platform::errorText(platform::openError(m_files[file].c_str())));
             spool = std::make_unique<Spool>(stream, nameOf(file));
         }
         return spool ? std::make_unique<TraceFile>(nameOf(file), &spool->fromStart())
