@@ -90,6 +90,12 @@ run 0 cut - --pages 1:2 -o pages-stream <paged
 run 0 cut paged --pages 1:2 -o pages-state
 packets pages-stream | cmp -s - <(packets pages-state) || fail 'pages of standard input'
 run 1 cut - --pages -1: -o none <paged
+run 0 cut paged --pages -20: -o all
+cmp -s <(packets all) <(packets paged) || fail 'pages from before the first one'
+for pages in :-20 -20 :-9223372036854775808; do
+    run 0 cut paged --pages=$pages --no-state -f -o nothing
+    packets nothing | grep Function && fail "--pages $pages"
+done
 run 1 cut plain --pages -1: -o none
 for arguments in '--pages 1-2' '--pages 1:x' '--pages 1 --from 5' '--from x'; do
     run 2 cut paged $arguments -o none

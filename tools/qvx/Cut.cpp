@@ -59,15 +59,16 @@ struct PageRange {
     bool needsSize() const { return first < 0 || last < -1; }
     /// The places between which they stand, of a trace of so many pages.
     std::pair<std::uint64_t, std::uint64_t> places(std::uint64_t count) const {
-        const auto pageOf = [count](std::int64_t number) {
+        // Counted from the end, a page may be before the first one, and then what is behind it is, too.
+        const auto placeOf = [count](std::int64_t number, unsigned behind) {
+            constexpr std::uint64_t kMost = kEnd / kPageSize - 1;
+            const auto page = static_cast<std::uint64_t>(number);
             if (number >= 0)
                 return static_cast<std::uint64_t>(number);
             const auto back = static_cast<std::uint64_t>(-number);
             return back < count ? count - back : 0;
         };
-        const std::uint64_t end = last == -1 ? kEnd / kPageSize - 1 : pageOf(last);
-        return {std::min(pageOf(first), kEnd / kPageSize - 1) * kPageSize,
-                (std::min(end, kEnd / kPageSize - 2) + 1) * kPageSize};
+        return {placeOf(first, 0), last == -1 ? kEnd : placeOf(last, 1)};
     }
 };
 
