@@ -170,6 +170,7 @@ misuse '--time: goes with --format text' trace --format json --time ticks
 misuse "--from: '' is no time" trace --from ''
 misuse 'FILES: standard input cannot be read twice' trace -
 misuse '--to: standard input cannot be read twice' trace - --to 1ms
+misuse 'only one of the traces can be standard input' - -
 run 1 dump table2 traces/none.qvx
 mkdir empty
 run 1 dump empty

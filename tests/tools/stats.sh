@@ -153,6 +153,8 @@ expect --of counters switched <<'END'
 values  min  mean  max  first  last  counter
      1    7     7    7      7     7  0x00000005
 END
+run 2 stats - --diff - </dev/null
+says 'only one of the traces can be standard input'
 run 0 convert cores -o packets
 expect --of bytes --limit 2 packets <<'END'
 packets  bytes      %  kind

@@ -54,6 +54,8 @@ Option Inputs::addTo(Verb& verb, const char* help) {
 
 std::vector<std::string> Inputs::filesOf(const std::vector<std::string>& allGiven) {
     namespace fs = std::filesystem;
+    if (std::ranges::count(allGiven, "-") > 1)
+        throw Misuse("FILES", "only one of the traces can be standard input");
     std::vector<std::string> all;
     for (const std::string& given : allGiven) {
         std::error_code error;

@@ -14,7 +14,7 @@ public:
     Option addTo(Verb& verb, const char* help = "Traces, or directories of *.qvx; - for standard input");
 
     /// All of them by name, those of a directory in the order of their names, where digits count as numbers. Throws
-    /// Failure where a directory has none, or cannot be read.
+    /// Failure where a directory has none, or cannot be read, and Misuse where standard input is given twice.
     std::vector<std::string> files() const { return filesOf(m_given); }
     /// The same of what is given in another way.
     static std::vector<std::string> filesOf(const std::vector<std::string>& given);

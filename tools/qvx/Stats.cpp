@@ -431,6 +431,8 @@ ExitCode stats(StatsOptions& options) {
     std::vector<std::string> all = files;
     for (const std::string& file : Inputs::filesOf(options.before))
         all.push_back(file);
+    if (std::ranges::count(all, "-") > 1)
+        throw Misuse("--diff", "only one of the traces can be standard input");
     options.output.checkForPeople(all);
     const bool isByPacket = options.topic == Topic::Counters || options.topic == Topic::Bytes;
     isByPacket ? options.selection.begin(files) : options.selection.beginWithTicks(files);
