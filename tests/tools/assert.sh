@@ -83,4 +83,8 @@ run 2 assert asks wrong
 says 'wrong:3: expected the end of the line, found '"'apples'"
 run 1 assert none rules
 says 'none: '
+run 2 assert asks --rules none
+says 'none: No such file or directory'
+run 2 assert asks --rules recorded
+says 'recorded: Is a directory'
 finish assert

@@ -7,12 +7,12 @@
 #include "Verbs.h"
 #include "quorvex/analysis/Merged.h"
 #include "quorvex/analysis/TraceRules.h"
+#include "quorvex/platform/System.h"
 
 #include <fmt/format.h>
 
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,9 +36,13 @@ struct AssertOptions {
 
 std::string contentOf(const std::string& file) {
     std::ifstream in(file, std::ios::binary);
-    std::string content(std::istreambuf_iterator<char>(in), {});
+    std::string content;
+    for (char bytes[0x1000]; in;) {
+        in.read(bytes, sizeof bytes);
+        content.append(bytes, static_cast<std::size_t>(in.gcount()));
+    }
     if (!in.is_open() || in.bad())
-        throw Misuse("--rules", file + ": cannot be read");
+        throw Misuse("--rules", file + ": " + platform::errorText(platform::openError(file.c_str())));
     return content;
 }
 
