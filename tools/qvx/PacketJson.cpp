@@ -44,8 +44,10 @@ void addTime(JsonLine& line, std::uint64_t tick, const TraceSpan& span) {
     const bool isBefore = tick < span.first;
     const std::uint64_t distance = isBefore ? span.first - tick : tick - span.first;
     const std::uint64_t time = TimeBase::unitsOf(distance, span.frequency, 1'000'000'000);
-    if (isBefore)
-        line.addSigned("time_ns", -static_cast<std::int64_t>(time));
+    if (isBefore && time > std::uint64_t{1} << 63)
+        line.addUnknown("time_ns"); // no number of 64 bits
+    else if (isBefore)
+        line.addSigned("time_ns", static_cast<std::int64_t>(0 - time));
     else
         line.add("time_ns", time);
 }

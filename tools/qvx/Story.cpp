@@ -12,6 +12,7 @@
 #include <array>
 #include <bit>
 #include <iterator>
+#include <new>
 #include <optional>
 
 namespace qvx {
@@ -172,6 +173,8 @@ void Story::pass(std::size_t file, const CTraceCursor& packet) {
         PacketPointer object(packet.packet());
         if (factsOf(code).isRelative)
             object.reset(packet.contexts().absolute(*object));
+        if (!object)
+            throw std::bad_alloc();
         pass(file, *object, packet.tick());
     }
 }
