@@ -213,14 +213,14 @@ TraceFrame TracePages::frameAt(std::uint64_t place) {
     const auto at = openAt(0, std::min<std::uint64_t>(place, kPageSize), CContexts());
     while (at->cursor.next())
         frame.note(at->cursor);
-    if (frame.isOpen && frame.length != kUnknown64 && frame.offset + frame.length <= place &&
+    if (frame.isOpen && frame.length <= place - frame.offset &&
         isDisabledAt(frame.offset + frame.length - CPacketHeader::Len()))
         frame.isOpen = false;
     return frame;
 }
 
 bool TracePages::holdsFrames(std::uint64_t from, std::uint64_t to, const TraceFrame& frame) {
-    if (frame.isOpen && frame.length != kUnknown64 && frame.length >= CPacketHeader::Len()) {
+    if (frame.isOpen && frame.length <= m_size - frame.offset && frame.length >= CPacketHeader::Len()) {
         const std::uint64_t end = frame.offset + frame.length - CPacketHeader::Len();
         if (end >= from && isDisabledAt(end))
             return end < to;
