@@ -9,9 +9,11 @@
 #include "Timeline.h"
 #include "TraceInput.h"
 #include "Verbs.h"
+#include "quorvex/analysis/TraceError.h"
 #include "quorvex/export/PacketDebugger.h"
 
 #include <deque>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -54,11 +56,22 @@ public:
         }
         return m_out.good();
     }
-    /// Writes what was kept, and from then on all.
-    void finish() {
+    /// Has `read` make the rows, and writes what was kept, and from then on all. What is there is written as well where
+    /// a trace cannot be read any further, which failIfUnread() tells then.
+    template <class Read> void readAll(Read read) {
+        try {
+            read();
+        } catch (const TraceError&) {
+            m_failure = std::current_exception();
+        }
         for (const std::string& row : m_rows)
             m_out << row;
         m_rows.clear();
+    }
+    /// Throws what a trace could not be read for.
+    void failIfUnread() const {
+        if (m_failure)
+            std::rethrow_exception(m_failure);
     }
 
 private:
@@ -67,21 +80,23 @@ private:
     bool m_isTail;
     std::ostringstream m_row;
     std::deque<std::string> m_rows;
+    std::exception_ptr m_failure;
 };
 
 /// Shows the packets of one trace that are selected, as they are, by `show(packet, offset, size)` until that fails.
 template <class Show> ExitCode showPackets(const std::string& file, Selection& selection, Rows& rows, Show show) {
     TraceInput input(file);
     std::uint64_t left = selection.limit();
-    while (left > 0 && input.advance()) {
-        const CTraceCursor& at = input.cursor();
-        if (!selection.takes(0, at))
-            continue;
-        --left;
-        if (!show(*PacketPointer(at.packet()), at.offset(), at.end() - at.offset()) || !rows.next())
-            break;
-    }
-    rows.finish();
+    rows.readAll([&] {
+        while (left > 0 && input.advance()) {
+            const CTraceCursor& at = input.cursor();
+            if (!selection.takes(0, at))
+                continue;
+            --left;
+            if (!show(*PacketPointer(at.packet()), at.offset(), at.end() - at.offset()) || !rows.next())
+                break;
+        }
+    });
     return input.reportDamage();
 }
 
@@ -122,14 +137,15 @@ ExitCode dumpText(DumpOptions& options, const std::vector<std::string>& files, s
         out << open;
         isEmpty = isEmpty && open.empty();
     };
-    while (const PacketPointer packet = timeline.next()) {
-        isEmpty = false;
+    rows.readAll([&] {
+        while (const PacketPointer packet = timeline.next()) {
+            isEmpty = false;
+            begin();
+            if (!story.tell(timeline.file(), *packet, timeline.tick()) || !rows.next())
+                break;
+        }
         begin();
-        if (!story.tell(timeline.file(), *packet, timeline.tick()) || !rows.next())
-            break;
-    }
-    begin();
-    rows.finish();
+    });
     if (isEmpty && options.selection.isAsked())
         qvx::tell("nothing is selected");
     return timeline.reportDamage();
@@ -138,12 +154,13 @@ ExitCode dumpText(DumpOptions& options, const std::vector<std::string>& files, s
 ExitCode dumpJson(DumpOptions& options, const std::vector<std::string>& files, Rows& rows) {
     PacketJson json(files);
     Timeline timeline(files, options.selection, &json);
-    while (const PacketPointer packet = timeline.next()) {
-        rows.stream() << json.line(timeline, *packet, options.selection.span());
-        if (!rows.next())
-            break;
-    }
-    rows.finish();
+    rows.readAll([&] {
+        while (const PacketPointer packet = timeline.next()) {
+            rows.stream() << json.line(timeline, *packet, options.selection.span());
+            if (!rows.next())
+                break;
+        }
+    });
     return timeline.reportDamage();
 }
 
@@ -175,6 +192,7 @@ ExitCode dump(DumpOptions& options) {
                               : options.format == TableFormat::Verbose ? dumpVerbose(options, files.front(), rows)
                                                                        : dumpTable(options, files.front(), out, rows);
     options.output.target().commit();
+    rows.failIfUnread();
     return exitCode;
 }
 
