@@ -23,15 +23,23 @@ bool Pager::start(const std::string&) {
 
 namespace Quorvex::platform {
 
+namespace {
+
+void waitFor(pid_t process) {
+    int status = 0;
+    while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    }
+}
+
+} // namespace
+
 Pager::~Pager() {
     if (m_process == 0)
         return;
     close(STDOUT_FILENO);
     // What interrupts this program is meant for the pager, which decides when it is over.
     signal(SIGINT, SIG_IGN);
-    int status = 0;
-    while (waitpid(static_cast<pid_t>(m_process), &status, 0) < 0 && errno == EINTR) {
-    }
+    waitFor(static_cast<pid_t>(m_process));
 }
 
 bool Pager::start(const std::string& command) {
@@ -52,6 +60,8 @@ bool Pager::start(const std::string& command) {
     close(ends[1]);
     if (isStarted)
         m_process = process;
+    else if (process > 0)
+        waitFor(process); // it has nothing to read
     return isStarted;
 }
 
