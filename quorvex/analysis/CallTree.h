@@ -33,7 +33,7 @@ struct CallPath {
 /// all paths of a function is what CallTimes tells of it.
 ///
 /// Memory does not grow with the traces, but with the paths, of which so many are told apart: what is called on further
-/// ones is told by its function alone, as if CallPath::kOther had called it. In a thread, calls are told apart to a
+/// ones is told by its function alone, as if CallTree::kOther had called it. In a thread, calls are told apart to a
 /// depth of 65536. Used by one thread at a time.
 class QUORVEX_API CallTree : public CallSummary {
 public:
