@@ -64,9 +64,9 @@ struct PageRange {
             constexpr std::uint64_t kMost = kEnd / kPageSize - 1;
             const auto page = static_cast<std::uint64_t>(number);
             if (number >= 0)
-                return static_cast<std::uint64_t>(number);
-            const auto back = static_cast<std::uint64_t>(-number);
-            return back < count ? count - back : 0;
+                return std::min(page + behind, kMost) * kPageSize;
+            const std::uint64_t back = 0 - page;
+            return back <= count ? (count - back + behind) * kPageSize : 0;
         };
         return {placeOf(first, 0), last == -1 ? kEnd : placeOf(last, 1)};
     }
@@ -171,7 +171,8 @@ private:
             } else if (!m_piece->put(packet)) {
                 failToWrite(m_target, m_options.file, packet.offset());
             }
-            m_before = packet.contexts();
+            if (factsOf(packet.TraceCode()).sync != ContextSort::None)
+                m_before = packet.contexts();
         }
         if (!isIn)
             begin(frame, m_options.noState ? nullptr : &state, m_before);
@@ -206,7 +207,7 @@ private:
     std::optional<PageRange> m_pages;
     std::unique_ptr<CTraceSinkBuffer> m_sink;
     std::optional<TracePiece> m_piece;
-    CContexts m_before; ///< the packet that is looked at
+    CContexts m_before; ///< what the packet that is looked at is relative to
     std::uint64_t m_front = 0;
     std::uint64_t m_size = 0;
 };
