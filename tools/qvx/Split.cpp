@@ -17,6 +17,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 #include <filesystem>
@@ -324,7 +325,7 @@ private:
     }
 
     /// What it defines or is about, if that is defined by something.
-    static std::optional<Key> subjectIn(const CTraceCursor& packet) {
+    std::optional<Key> subjectIn(const CTraceCursor& packet) {
         switch (packet.TraceCode()) {
         case FunctionEnter:
         case FunctionLeave:
@@ -335,7 +336,16 @@ private:
         default:
             break;
         }
-        const auto subject = subjectOf(*PacketPointer(packet.packet()));
+        std::optional<bool>& hasIds = m_hasIds[packet.TraceCode()];
+        if (hasIds == false)
+            return std::nullopt;
+        const PacketPointer object(packet.packet());
+        if (!hasIds) {
+            hasIds = false;
+            eachNumber(*object,
+                       [&](const NumberField& field) { hasIds = *hasIds || field.meaning == FieldMeaning::Id; });
+        }
+        const auto subject = subjectOf(*object);
         return subject && subject->sort != TextSort::None ? std::optional(Key(subject->sort, subject->id))
                                                           : std::nullopt;
     }
@@ -433,7 +443,8 @@ private:
     std::vector<Part*> m_parts;
     std::map<Key, Definition> m_definitions;
     std::set<Key> m_signals;
-    std::uint64_t m_signalsDefined = 0; ///< how often one was
+    std::array<std::optional<bool>, 256> m_hasIds; ///< whether packets have a field that refers to something, by kind
+    std::uint64_t m_signalsDefined = 0;            ///< how often one was
     std::vector<std::string> m_clocks;
     std::set<std::uint64_t> m_toldClocks; ///< by their cores
     TraceFrame m_frame, m_lastFrame;
