@@ -20,7 +20,7 @@ QVX_TRACEDIR=threads "$wordcount" source 3 >/dev/null
 [ "$(ls threads | wc -l)" -eq 4 ] || fail 'four threads were to be recorded'
 for format in vcd btf; do run 0 export threads/* -o apart.$format --to $format; done
 for thread in threads/*; do rows "$thread"; done | sort >expected
-for shape in '' --plain --absolute '--plain --absolute'; do
+for shape in --relative --plain '--plain --relative' ''; do
     merge 0 threads -f -o run.qvx $shape
     says "packets of 4 traces, $(stat -c %s run.qvx) bytes"
     legal run.qvx
@@ -37,6 +37,7 @@ for shape in '' --plain --absolute '--plain --absolute'; do
     done
 done
 [ -s expected ] || fail 'no packets'
+"$qvx" dump --parsable run.qvx | grep -q '	Rel\|	Sync' && fail 'relative packets without --relative'
 merge 0 threads -o - >piped
 rows piped >got && sort got | cmp - expected || fail 'a pipe gets other packets'
 merge 0 - "$(ls threads/* | head -1)" -f -o run.qvx <"$(ls threads/* | tail -1)"

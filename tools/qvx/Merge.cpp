@@ -260,7 +260,7 @@ private:
             merged.add(m_sources.open(file));
 
         Target& target = m_options.output.target();
-        TraceOutput output(target, !shape.plain, !shape.absolute);
+        TraceOutput output(target, !shape.plain, shape.relative);
         const auto frame = [&](CPacket* packet) { output.write(PacketPointer(packet), target.name(), 0); };
         frame(new CTraceEnabled(0, m_frame.value_or(SFrameConfig()))); // its length is put in at its end
         std::uint64_t packets = 0;
@@ -329,7 +329,7 @@ void addMerge(Program& program) {
     options->output.addOptions(verb, true);
     verb.footer(
         "Example: qvx merge traces -o run.qvx\n"
-        "What is written is paged and relative, unless options say otherwise. Ticks are told by the fastest clock\n"
+        "What is written is paged and absolute, unless options say otherwise. Ticks are told by the fastest clock\n"
         "of the traces; an offset without a unit is in ticks of that. Identifiers that mean different things in\n"
         "different traces get new numbers; cores, threads and buses keep theirs. The traces are read twice.");
     verb.runs([options] { return Merging(*options).run(); });
