@@ -71,6 +71,11 @@ expected='	Sync 	24 	16 	1 	2 	0x0000000000000030
 	SystemData 	16 	18446744073709551614 	0 	0 '
 [ "$("$qvx" dump --parsable joined.absolute | sed -n 's/^\t0x[0-9a-f]* //p')" = "$expected" ] || fail 'joined.absolute'
 
+# It ends once.
+printf '\x7a\0\x7c\0' >ends
+convert 0 ends ends -f -o joined
+printf '\x7a\0\x7a\0\x7c\0' | cmp - joined || fail 'the ends of several files'
+
 # Sync packets of the trace itself, Fill packets in the middle of a page and trace-enabled packets that are shorter
 # than usual are kept.
 printf '\x79\x04\x05\0\0\0\x7d\x01x\x7f\x18\x10\0\0\0\0\0\0\0\x01\0\0\0\x02\0\0\0\x30\0\0\0\0\0\0\0\x7c\0' >odd

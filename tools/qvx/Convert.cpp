@@ -124,6 +124,7 @@ public:
         for (const std::string& file : m_options.files) {
             TraceInput input(file);
             Unpaged source(input);
+            m_isLast = &file == &m_options.files.back();
             if (m_options.shape.absolute || m_options.shape.relative)
                 writeAll(input, AbsoluteForm(source));
             else
@@ -143,6 +144,8 @@ public:
 private:
     template <class Form> void writeAll(const TraceInput& input, Form form) {
         while (PacketPointer packet = form.next()) {
+            if (packet->TraceCode() == EndOfTrace && !m_isLast)
+                continue; // the trace goes on
             ++m_packets;
             m_output->write(std::move(packet), input.name(), input.offset());
         }
@@ -154,6 +157,7 @@ private:
     ConvertOptions& m_options;
     std::optional<TraceOutput> m_output;
     CContexts m_written;
+    bool m_isLast = true; ///< no file follows
     std::uint64_t m_packets = 0;
     std::uint64_t m_bytes = 0;
 };
@@ -162,7 +166,7 @@ private:
 
 void addConvert(Program& program) {
     auto options = std::make_shared<ConvertOptions>();
-    Verb verb = program.add("convert", "Change the layout or the form of traces, or join them");
+    Verb verb = program.add("convert", "Change the layout or the form of traces");
     verb.option("FILES", options->files, "Trace files, or plain tables as dump shows them; - for standard input")
         .required();
     options->shape.addTo(verb);
@@ -170,8 +174,8 @@ void addConvert(Program& program) {
     verb.footer(
         "Example: qvx convert thread_4711.qvx -o small.qvx --relative\n"
         "What is written is plain, and packets keep their form, unless options say otherwise. Several files are\n"
-        "written one after the other; `qvx merge` joins traces by time. What only pages need (padding, contexts\n"
-        "restated at a page's start) is left out.");
+        "written one after the other as they are; `qvx cat` joins the parts of a trace, `qvx merge` joins traces by\n"
+        "time. What only pages need (padding, contexts restated at a page's start) is left out.");
     verb.runs([options] { return Conversion(*options).run(); });
 }
 
