@@ -175,7 +175,8 @@ std::uint64_t TracePages::placeOf(std::uint64_t tick) {
     const auto at = openAt(from, m_size, CContexts());
     std::uint64_t its = 0;
     while (at->cursor.next()) {
-        if (hasTick(at->cursor, its) && its >= tick)
+        its = factsOf(at->cursor.TraceCode()).role == Role::Structure ? kUnknown64 : at->cursor.tick();
+        if (its != kUnknown64 && its >= tick)
             return at->cursor.offset();
     }
     return m_size;

@@ -33,8 +33,8 @@ public:
     bool arePages();
     /// Whether the ticks at the beginnings of some pages, which are spread over the file, do not go back.
     bool areInOrder();
-    /// Where the first packet stands that tells what happened at this tick or behind: size() if there is none. Is to be
-    /// asked only where ticks are in order.
+    /// Where the first packet stands that tells what happened, or defines something, at this tick or behind: size() if
+    /// there is none. Is to be asked only where ticks are in order.
     std::uint64_t placeOf(std::uint64_t tick);
     /// The contexts at a place, as its page tells them.
     CContexts contextsAt(std::uint64_t place);

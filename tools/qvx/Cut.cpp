@@ -54,7 +54,18 @@ struct PageRange {
         PageRange range;
         range.first = numberOf(all.substr(0, colon), 0);
         range.last = colon == text.npos ? range.first : numberOf(all.substr(colon + 1), -1);
+        if ((range.first < 0) == (range.last < 0) && range.last < range.first)
+            throw Misuse("--pages", "'" + text + "' ends before it begins");
         return range;
+    }
+    /// Makes sure that they are among so many pages.
+    void check(const std::string& file, std::uint64_t count) const {
+        const auto most = static_cast<std::int64_t>(count);
+        if (std::max(first, last) >= most && (first != 0 || last > 0))
+            throw Failure(file, fmt::format("has {} page{}, the first of which is 0", count, plural(count)));
+        if (const auto [from, to] = places(count); from >= to && most > 0)
+            throw Misuse("--pages",
+                         fmt::format("of {} page{}, the part would end before it begins", count, plural(count)));
     }
     bool needsSize() const { return first < 0 || last < -1; }
     /// The places between which they stand, of a trace of so many pages.
@@ -133,6 +144,7 @@ private:
     std::pair<std::uint64_t, std::uint64_t> placesIn(TracePages& pages) {
         std::pair<std::uint64_t, std::uint64_t> places;
         if (m_pages) {
+            m_pages->check(m_options.file, pages.count());
             places = m_pages->places(pages.count());
         } else {
             const Selection& selection = m_options.selection;
@@ -162,7 +174,9 @@ private:
                 begin(frame, m_options.noState ? nullptr : &state, m_before);
                 isIn = true;
             }
-            if (isBehind || taken == Never)
+            // The piece tells what selected packets are relative to.
+            const bool isNeedless = isIn && isSelective() && factsOf(packet.TraceCode()).sync != ContextSort::None;
+            if (isBehind || taken == Never || isNeedless)
                 continue;
             if (!isIn) {
                 frame.note(packet);
@@ -174,12 +188,17 @@ private:
             if (factsOf(packet.TraceCode()).sync != ContextSort::None)
                 m_before = packet.contexts();
         }
+        if (m_pages && !isBehind)
+            m_pages->check(m_options.file, (input.size() + kPageSize - 1) / kPageSize);
         if (!isIn)
             begin(frame, m_options.noState ? nullptr : &state, m_before);
         const TraceEnd ending = input.report().end;
         end(ending >= TraceEnd::Missing);
         return input.reportDamage();
     }
+
+    /// Whether only some of the packets between two places are wanted.
+    bool isSelective() const { return !m_pages && !m_options.selection.isOfTime() && !m_options.selection.takesAll(); }
 
     enum Taken : std::uint8_t {
         Before, ///< the part that is cut out, if that has not begun
@@ -195,10 +214,11 @@ private:
         Selection& selection = m_options.selection;
         const bool isTaken = selection.takes(0, packet);
         const Role role = factsOf(packet.TraceCode()).role;
-        if (role != Role::Happening)
-            return Before;
-        if (const std::uint64_t tick = packet.tick(); tick != kUnknown64 && tick >= selection.to())
+        const std::uint64_t tick = role != Role::Structure ? packet.tick() : kUnknown64;
+        if (tick != kUnknown64 && tick >= selection.to())
             return Behind;
+        if (role != Role::Happening)
+            return isTaken && tick != kUnknown64 ? Within : Before;
         return isTaken ? Within : selection.takesAnyTime(0, packet) ? Before : Never;
     }
 
@@ -217,6 +237,8 @@ ExitCode cut(CutOptions& options) {
     options.selection.begin({options.file});
     if (!options.pages.empty() && !options.selection.takesAll())
         throw Misuse("--pages", "pages are not told together with what they hold");
+    if (options.selection.from() > options.selection.to())
+        throw Misuse("--to", "the part would end before it begins");
     return Cut(options).run();
 }
 
@@ -234,7 +256,7 @@ void addCut(Program& program) {
     verb.footer("Example: qvx cut long.qvx --from 1.5s --to 1.6s -o short.qvx\n"
                 "The part begins with what has been told before and holds there: names, the clock, open calls with\n"
                 "their times, last values. It ends before the first packet at --to or behind; where ticks go back,\n"
-                "qvx merge puts them in order.");
+                "qvx merge puts them in order. qvx cat joins parts that follow one another.");
     verb.runs([options] { return cut(*options); });
 }
 
