@@ -48,19 +48,24 @@ struct SplitOptions {
 constexpr std::size_t kMostOpen = 64;
 /// Bytes that all pieces collect together.
 constexpr std::size_t kMostCollected = 0x2000000;
+/// More pieces are made only by force.
+constexpr std::size_t kMostPieces = 10000;
 constexpr std::size_t kLeastCollected = 0x400;
 
-/// A number of bytes, as 4096, 100K, 100M, 2G.
+/// A number of bytes, of a page or more, as 512K, 100M, 2G.
 std::uint64_t sizeOf(const std::string& text) {
     constexpr std::pair<std::string_view, unsigned> kUnits[] = {{"", 0}, {"K", 10}, {"M", 20}, {"G", 30}};
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     for (const auto& [unit, bits] : kUnits) {
         if (error == std::errc() && number > 0 && number < std::uint64_t{1} << 32 &&
-            end == text.data() + text.size() - unit.size() && text.ends_with(unit))
+            end == text.data() + text.size() - unit.size() && text.ends_with(unit)) {
+            if (number << bits < kPageSize)
+                throw Misuse("--size", fmt::format("'{}' is less than a page of {} bytes", text, kPageSize));
             return number << bits;
+        }
     }
-    throw Misuse("--size", "'" + text + "' is no size, as 64K, 100M, 2G");
+    throw Misuse("--size", "'" + text + "' is no size, as 512K, 100M, 2G");
 }
 
 /// A piece and its file, which may not be open.
@@ -119,7 +124,14 @@ public:
 
 protected:
     std::unique_ptr<Piece> make(const std::string& name) {
-        auto piece = std::make_unique<Piece>(m_prefix + "-" + name + ".qvx", m_options.force, m_claims);
+        if (m_count == kMostPieces && !m_options.force) {
+            takeBack();
+            throw Failure(m_options.file, fmt::format("{} pieces have been made and removed again, and the trace goes "
+                                                      "on; use --force for more",
+                                                      m_count));
+        }
+        const std::string path = m_prefix + "-" + name + ".qvx";
+        auto piece = std::make_unique<Piece>(path, m_options.force, m_claims);
         ++m_count;
         return piece;
     }
@@ -131,6 +143,15 @@ protected:
         put(piece.trace().end(endsFrame), piece, 0);
         m_bytes += piece.trace().position();
         piece.target().commit();
+        if (!m_options.force)
+            m_made.push_back(piece.target().name());
+    }
+    /// Removes the pieces that are in place, unless others have been there.
+    void takeBack() const {
+        for (const std::string& made : m_made) {
+            std::error_code failed;
+            std::filesystem::remove(made, failed);
+        }
     }
     void tellCount() const { tell(fmt::format("{} piece{}, {} bytes", m_count, plural(m_count), m_bytes)); }
 
@@ -140,6 +161,7 @@ protected:
     LayoutSeen m_layout;
 
 private:
+    std::vector<std::string> m_made; ///< unless by force, files that have been put in place
     std::uint64_t m_count = 0;
     std::uint64_t m_bytes = 0;
 };
@@ -154,6 +176,8 @@ public:
             m_every = Duration::of(options.every);
             if (!m_every)
                 throw Misuse("--every", "'" + options.every + "' is no length of time, as 10s, 5ms, 1000");
+            if (constexpr std::uint64_t kPicoseconds = 1000000000000; m_every->ticks(kPicoseconds) == 0)
+                throw Misuse("--every", "pieces of no time have no end");
         }
     }
 
@@ -170,6 +194,12 @@ public:
                 piece.layOut(m_layout.isPaged());
                 put(piece.beginFrame(state.frame()) && piece.put(state), *m_piece, packet.offset());
                 m_front = piece.position();
+                if (m_size > 0 && m_front + kBeside >= m_size) {
+                    takeBack();
+                    throw Failure(m_options.file, fmt::format("offset {}: what holds there takes {} bytes; --size must "
+                                                              "be more than that",
+                                                              packet.offset(), m_front + kBeside));
+                }
             }
             if (m_layout.look(packet))
                 m_piece->trace().layOut(m_layout.isPaged());
@@ -185,20 +215,22 @@ public:
     }
 
 private:
+    /// What a page restates, and the end of a frame, may be added.
+    static constexpr std::uint64_t kBeside = pages::kMostRestated + 4;
+
     bool isNext(const CTraceCursor& packet) {
         const Role role = factsOf(packet.TraceCode()).role;
         if (role == Role::Structure)
             return false;
         if (m_size > 0) {
-            // What a page restates, and the end of a frame, may be added.
-            constexpr std::uint64_t kBeside = pages::kMostRestated + 4;
             const TracePiece& piece = m_piece->trace();
             const bool isFull = piece.position() + (packet.end() - packet.offset()) + kBeside > m_size;
             const bool isNew = isFull && piece.position() > m_front;
             m_number += isNew;
             return isNew;
         }
-        const std::uint64_t tick = role == Role::Happening ? packet.tick() : kUnknown64;
+        // What stands before the first happening may be older.
+        const std::uint64_t tick = role == Role::Happening || m_first != kUnknown64 ? packet.tick() : kUnknown64;
         if (tick == kUnknown64)
             return false;
         if (m_first == kUnknown64) {
@@ -462,7 +494,7 @@ void addSplit(Program& program) {
     auto options = std::make_shared<SplitOptions>();
     Verb verb = program.add("split", "Take a trace apart into pieces");
     verb.option("FILE", options->file, "Trace file; - for standard input").required();
-    verb.option("--size", options->size, "Pieces of at most that many bytes, as 64K, 100M, 2G", "BYTES");
+    verb.option("--size", options->size, "Pieces of at most that many bytes, as 512K, 100M, 2G", "BYTES");
     verb.option("--every", options->every, "A piece for each such time, as 10s, 5ms, or ticks", "TIME");
     verb.choice("--by", options->by, {{"thread", SplitBy::Thread}, {"core", SplitBy::Core}},
                 "A piece for each: thread, core", "PLACE");
@@ -472,7 +504,9 @@ void addSplit(Program& program) {
     verb.footer(
         "Example: qvx split long.qvx --every 10s -o pieces/\n"
         "Each piece begins with what holds there: names, the clock, open calls, last values. Pieces by time are\n"
-        "numbered by it; those by place are named as long-thread-4711.qvx, what has none is long-other.qvx.");
+        "numbered by it. qvx cat joins those that follow one another; qvx merge would tell twice what they begin "
+        "with.\n"
+        "Those by place are named as long-thread-4711.qvx, what has none is long-other.qvx.");
     verb.runs([options] { return split(*options); });
 }
 
