@@ -97,12 +97,32 @@ for pages in :-20 -20 :-9223372036854775808; do
     packets nothing | grep Function && fail "--pages $pages"
 done
 run 1 cut plain --pages -1: -o none
-for arguments in '--pages 1-2' '--pages 1:x' '--pages 1 --from 5' '--from x'; do
+for arguments in '--pages 1-2' '--pages 1:x' '--pages 1 --from 5' '--from x' '--pages 2:1' '--pages -1:-2' '--pages -1:2' \
+    '--from 3 --to 2'; do
     run 2 cut paged $arguments -o none
 done
 run 1 cut paged --from 0 -o last
 says 'exists; use --force'
+for pages in 5 0:5 9:; do
+    run 1 cut paged --pages $pages -o none
+    says 'paged: has 5 pages, the first of which is 0'
+    run 1 cut - --pages $pages -o none <paged
+    says 'has 5 pages'
+done
 [ -e none ] && fail 'a failed cut leaves a file'
+# A definition behind --to is behind the part, and at the beginning of the one that follows.
+head -n -2 table >late.table
+printf '\tFunctionDefine\t28\t60000\t0\t7\tInvalid\t6\n\tCharString\t2\tf6\n\tFunctionEnter\t28\t60001\t0\t7\tInvalid\t6\n\tTraceDisabled\t0\n\tEndOfTrace\t0\n' >>late.table
+run 0 convert late.table --paged -o late
+for file in late - late.table; do
+    run 0 cut $file --from 45000 --to 60000 -f -o cut-early <late
+    packets cut-early | grep -q 'f6' && fail "a definition from behind the end of $file"
+    packets cut-early | tail -n 1 | grep -q '^FunctionLeave.*50000.*0x00000002' || fail "the end of a part of $file"
+    run 0 cut $file --from 60000 -f -o cut-late <late
+    run 0 cut $file --to 60000 -f -o cut-early <late
+    run 0 cat cut-early cut-late -f -o cut-all
+    packets cut-all | cmp -s - <(packets late) || fail "both parts of $file"
+done
 head -c 1000000 paged >killed
 run 3 cut killed --from 10000 -o cut-killed
 says 'the end of the trace is missing'
@@ -142,19 +162,28 @@ mkdir many
 (failures=0; ulimit -n 100; run 0 split many.table --by thread -o many/; exit $failures) || fail 'many threads'
 [ "$(ls many | wc -l)" -eq 300 ] || fail "$(ls many | wc -l) pieces of 300 threads"
 for piece in many/*; do happened "$piece"; done | sort | cmp -s - <(happened many.table | sort) || fail 'pieces of many threads'
-for arguments in '' '--size 1M --by core' '--size x' '--size 5X' '--every x' '--by time'; do
+for arguments in '' '--size 1M --by core' '--size x' '--size 5X' '--size 255K' '--every x' '--every 0' '--every 0s' '--by time'; do
     run 2 split paged $arguments -o none
 done
 run 1 split paged --size 1M -o no/where/
+mkdir tiny
+run 1 split table --every 1 -o tiny
+says '10000 pieces'
+awk 'BEGIN { for (f = 0; f < 9000; f++) printf "\tFunctionDefine\t28\t1\t0\t7\tInvalid\t%d\n\tCharString\t5\tf%04d\n", f, f }' >names.table
+run 1 split names.table --size 256K -o tiny
+says 'what holds there takes '
+[ -z "$(ls tiny)" ] || fail "$(ls tiny | wc -l) of too many pieces are left"
 [ -z "$(find . -name '.qvx-*')" ] || fail 'files are left behind'
 
 run 0 cat paged paged -o both
 "$qvx" check both >found
 [ "$(grep -c '\[time\]' found)" -eq 2 ] && [ "$(wc -l <found)" -eq 3 ] || { cat found; fail 'joined pages'; }
-{ packets paged; packets paged; } | cmp -s - <(packets both) || fail 'packets of joined pages'
+# What only repeats what holds there already comes once.
+twice() { packets paged; packets paged | tail -n +13; }
+twice | cmp -s - <(packets both) || fail 'packets of joined pages'
 "$qvx" info both | grep -q 'Layout: *paged' || fail 'the layout of joined pages'
 run 0 cat paged plain -o mixed
-{ packets paged; packets paged; } | cmp -s - <(packets mixed) || fail 'packets of joined traces'
+twice | cmp -s - <(packets mixed) || fail 'packets of joined traces'
 run 0 cat - -o copied <paged
 packets paged | cmp -s - <(packets copied) || fail 'a copied stream'
 # Relative packets keep what they are relative to, also behind a trace that tells another context.
@@ -172,5 +201,27 @@ run 0 cut relative --from 10000 --to 30000 -o cut-relative
 "$qvx" convert --absolute -o absolute -f cut-relative 2>/dev/null
 packets absolute | grep -v '^Sync' | cmp -s - <(packets cut-paged) || fail 'the cut of relative packets'
 "$qvx" check cut-relative >/dev/null || fail 'check of the cut of relative packets'
+run 0 cut relative --thread 8 --kind 'Function*' --from 10000 -o cut-relative -f
+[ "$(packets cut-relative | grep '^Sync' | cut -f 5 | grep -vc '^8 *$')" -le 1 ] || fail 'references that no packet needs'
+"$qvx" convert --absolute -o absolute -f cut-relative 2>/dev/null
+packets absolute | grep -v '^Sync' | cmp -s - <(packets cut-8) || fail 'a thread of relative packets'
+# The pieces of a trace give it back.
+for form in paged plain relative relative-plain; do
+    for how in '--size 300K' '--every 10ms'; do
+        rm -f pieces/*
+        run 0 split $form $how -o pieces
+        run 0 cat pieces/* -f -o joined
+        "$qvx" check joined >found || { cat found; fail "check of the pieces of $form, $how"; }
+        cmp -s <("$qvx" stats --format csv joined) <("$qvx" stats --format csv $form) || fail "stats of the pieces of $form, $how"
+        "$qvx" convert --absolute -f -o absolute joined 2>/dev/null
+        packets absolute | grep -v '^Sync' | cmp -s - <(packets paged) || fail "the pieces of $form, $how"
+    done
+done
+# What several traces call by one number is told of.
+sed 's/\tf2$/\tg2/' table >other.table
+run 0 cat table other.table -f -o joined
+says '1 identifier of one trace means something else in another; qvx merge keeps them apart'
+run 0 cat table table -f -o joined
+grep -q 'means something else' err && fail 'what is alike means something else'
 full_disk cut paged --from 5 -o -
 finish cut

@@ -4,14 +4,23 @@
 #include "TraceInput.h"
 #include "TraceSinks.h"
 #include "Verbs.h"
+#include "quorvex/analysis/Renumbering.h"
 #include "quorvex/analysis/TracePages.h"
 #include "quorvex/analysis/TracePiece.h"
+#include "quorvex/analysis/TraceState.h"
+#include "quorvex/packets/KindFacts.h"
+#include "quorvex/stream/TraceCursor.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace qvx {
@@ -23,6 +32,64 @@ using namespace Quorvex;
 struct CatOptions {
     Inputs inputs;
     Output output;
+};
+
+/// What a trace begins with that only repeats what holds at the end of the one before it, as a piece of a longer trace
+/// does. Told the packets of the trace from its first one on.
+class Front {
+public:
+    /// Of the first trace, which repeats nothing.
+    Front() = default;
+    explicit Front(const TraceState& before) {
+        before.eachPacket([this](std::string_view packet) { m_packets.emplace(packet); });
+        for (const ContextSort sort : {ContextSort::Core, ContextSort::Bus, ContextSort::System}) {
+            char sync[UINT8_MAX];
+            if (before.contexts().knows(sort))
+                m_syncs.emplace(sync, before.contexts().writeSync(sort, sync, sizeof sync));
+        }
+    }
+
+    /// Whether the packet that stands next is of it: one that is repeated, or before all of them, begins a frame.
+    bool take(const CTraceCursor& packet) {
+        const tagTCode code = packet.TraceCode();
+        const bool isFrame = code == TraceEnabled && !m_frame.isTold && m_end == 0 && !m_packets.empty();
+        if (isFrame)
+            m_frame.note(packet);
+        else if (code == Fill ? m_end == 0 : !repeats(packet))
+            return false;
+        if (!isFrame) {
+            m_end = packet.end();
+            m_contexts = packet.contexts();
+        }
+        return true;
+    }
+
+    std::uint64_t end() const { return m_end; }              ///< behind what is repeated; 0 if nothing is
+    const CContexts& contexts() const { return m_contexts; } ///< there
+    const TraceFrame& frame() const { return m_frame; }      ///< that it begins with
+
+private:
+    bool repeats(const CTraceCursor& packet) {
+        if (factsOf(packet.TraceCode()).sync != ContextSort::None)
+            return m_syncs.contains(
+                std::string_view(packet.payload() - CPacketHeader::Len(), CPacketHeader::Len() + packet.Length()));
+        TraceState alone(TraceState::Start::OfTrace);
+        alone.note(packet);
+        bool isFound = false;
+        alone.eachPacket([&](std::string_view its) {
+            const auto at = m_packets.find(its);
+            isFound = at != m_packets.end();
+            if (isFound)
+                m_packets.erase(at);
+        });
+        return isFound;
+    }
+
+    std::multiset<std::string, std::less<>> m_packets; ///< that are repeated, if it comes to that
+    std::set<std::string, std::less<>> m_syncs;
+    TraceFrame m_frame;
+    std::uint64_t m_end = 0;
+    CContexts m_contexts;
 };
 
 class Cat {
@@ -44,6 +111,9 @@ public:
         }
         check(m_piece.end(!m_isMissing), m_files.back(), 0);
         m_target.commit();
+        if (const std::uint64_t count = m_names.given(); count > 0)
+            tell(fmt::format("{} identifier{} of one trace {} something else in another; qvx merge keeps them apart",
+                             count, plural(count), count == 1 ? "means" : "mean"));
         tell(fmt::format("{} bytes -> {} bytes", m_read, m_piece.position()));
         return exitCode;
     }
@@ -51,8 +121,16 @@ public:
 private:
     ExitCode copy(const std::string& file) {
         TracePages pages(file);
-        if (!pages.copyTo(m_piece, 0, pages.size(), CContexts(), TraceFrame()))
+        TraceInput input(file);
+        while (input.advance() && m_front.take(input.cursor())) {
+        }
+        const bool isWhole = m_front.end() == 0;
+        const TraceFrame frame = isWhole ? TraceFrame() : m_front.frame();
+        check(m_piece.beginFrame(frame), file, 0);
+        if (!pages.copyTo(m_piece, m_front.end(), pages.size(), m_front.contexts(), frame))
             check(false, file, pages.stoppedAt());
+        if (m_files.size() > 1)
+            look(pages.stateAt(pages.size()));
         m_read += pages.size();
         m_isMissing = m_piece.isInFrame() && !pages.isRecording();
         return reportDamage(pages, m_isMissing);
@@ -61,14 +139,34 @@ private:
     ExitCode walk(const std::string& file) {
         TraceInput input(file);
         LayoutSeen layout;
+        TraceState state(TraceState::Start::OfTrace);
+        bool isInFront = true;
         while (input.advance()) {
             if (m_files.size() == 1 && layout.look(input.cursor()))
                 m_piece.layOut(layout.isPaged());
+            if (m_files.size() > 1)
+                state.note(input.cursor());
+            if (isInFront && m_front.take(input.cursor()))
+                continue;
+            if (std::exchange(isInFront, false))
+                check(m_piece.beginFrame(m_front.frame()), file, 0);
             check(m_piece.put(input.cursor()), file, input.cursor().offset());
         }
+        look(state);
         m_read += input.size();
         m_isMissing = input.report().end >= TraceEnd::Missing;
         return input.reportDamage();
+    }
+
+    /// Takes note of what holds at the end of a trace.
+    void look(const TraceState& state) {
+        m_front = Front(state);
+        state.eachPacket([this](std::string_view bytes) {
+            CTraceCursor packet(bytes);
+            if (packet.next() && factsOf(packet.TraceCode()).role == Role::Definition)
+                m_names.note(*PacketPointer(packet.packet()));
+        });
+        m_names.endTrace();
     }
 
     void check(bool isDone, const std::string& file, std::uint64_t offset) {
@@ -81,6 +179,8 @@ private:
     bool m_areOfPages;
     std::unique_ptr<CTraceSinkBuffer> m_sink;
     TracePiece m_piece;
+    Front m_front; ///< of the trace that is next
+    Renumbering m_names;
     std::uint64_t m_read = 0;
     bool m_isMissing = false; ///< the end of the last trace so far
 };
@@ -98,8 +198,11 @@ void addCat(Program& program) {
     Verb verb = program.add("cat", "Join traces, one behind the other");
     options->inputs.addTo(verb);
     options->output.addOptions(verb, true);
-    verb.footer("Example: qvx cat day1.qvx day2.qvx -o both.qvx\n"
-                "The result has pages if all traces have. qvx merge puts packets in the order of their ticks.");
+    verb.footer(
+        "Example: qvx cat day1.qvx day2.qvx -o both.qvx\n"
+        "What a trace begins with and only repeats of what holds at the end of the one before it, as pieces of a\n"
+        "longer one do, is left out. The result has pages if all traces have. qvx merge puts packets in the\n"
+        "order of their ticks.");
     verb.runs([options] { return cat(*options); });
 }
 
