@@ -213,6 +213,8 @@ for form in paged plain relative relative-plain; do
         run 0 cat pieces/* -f -o joined
         "$qvx" check joined >found || { cat found; fail "check of the pieces of $form, $how"; }
         cmp -s <("$qvx" stats --format csv joined) <("$qvx" stats --format csv $form) || fail "stats of the pieces of $form, $how"
+        "$qvx" dump --parsable joined | grep -c 'TraceEnabled' | diff - <(echo 1) || fail "frames of the pieces of $form, $how"
+        [ "$("$qvx" digest joined | sed 's,.* ,,')" = "$("$qvx" digest paged | sed 's,.* ,,')" ] || fail "events of the pieces of $form, $how"
         "$qvx" convert --absolute -f -o absolute joined 2>/dev/null
         packets absolute | grep -v '^Sync' | cmp -s - <(packets paged) || fail "the pieces of $form, $how"
     done

@@ -9,11 +9,13 @@
 #include "quorvex/analysis/TracePiece.h"
 #include "quorvex/analysis/TraceState.h"
 #include "quorvex/packets/KindFacts.h"
+#include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceCursor.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -67,6 +69,8 @@ public:
     std::uint64_t end() const { return m_end; }              ///< behind what is repeated; 0 if nothing is
     const CContexts& contexts() const { return m_contexts; } ///< there
     const TraceFrame& frame() const { return m_frame; }      ///< that it begins with
+    /// Whether all that holds is repeated: the frame goes on that was open, too.
+    bool isAll() const { return m_frame.isOpen && m_packets.empty(); }
 
 private:
     bool repeats(const CTraceCursor& packet) {
@@ -106,8 +110,6 @@ public:
         for (const std::string& file : m_files) {
             if (const ExitCode its = m_areOfPages ? copy(file) : walk(file); its != Done)
                 exitCode = its;
-            if (&file != &m_files.back() || !m_isMissing)
-                check(m_piece.endFrame(), file, 0);
         }
         check(m_piece.end(!m_isMissing), m_files.back(), 0);
         m_target.commit();
@@ -126,13 +128,14 @@ private:
         }
         const bool isWhole = m_front.end() == 0;
         const TraceFrame frame = isWhole ? TraceFrame() : m_front.frame();
-        check(m_piece.beginFrame(frame), file, 0);
-        if (!pages.copyTo(m_piece, m_front.end(), pages.size(), m_front.contexts(), frame))
+        goOn(frame, file);
+        const std::uint64_t end = isLast(file) || pages.isRecording() ? pages.size() : endOfFrame(file, pages.size());
+        if (!pages.copyTo(m_piece, m_front.end(), end, m_front.contexts(), frame))
             check(false, file, pages.stoppedAt());
         if (m_files.size() > 1)
             look(pages.stateAt(pages.size()));
         m_read += pages.size();
-        m_isMissing = m_piece.isInFrame() && !pages.isRecording();
+        m_isMissing = m_piece.isInFrame() && end == pages.size() && !pages.isRecording();
         return reportDamage(pages, m_isMissing);
     }
 
@@ -141,6 +144,7 @@ private:
         LayoutSeen layout;
         TraceState state(TraceState::Start::OfTrace);
         bool isInFront = true;
+        bool isEnding = false; // the frame, if nothing else follows
         while (input.advance()) {
             if (m_files.size() == 1 && layout.look(input.cursor()))
                 m_piece.layOut(layout.isPaged());
@@ -149,13 +153,48 @@ private:
             if (isInFront && m_front.take(input.cursor()))
                 continue;
             if (std::exchange(isInFront, false))
-                check(m_piece.beginFrame(m_front.frame()), file, 0);
+                goOn(m_front.frame(), file);
+            const tagTCode code = input.cursor().TraceCode();
+            if (isEnding && code == EndOfTrace)
+                continue;
+            if (std::exchange(isEnding, code == TraceDisabled && m_piece.isInFrame() && !isLast(file)))
+                check(m_piece.endFrame(), file, 0);
+            if (isEnding)
+                continue;
             check(m_piece.put(input.cursor()), file, input.cursor().offset());
         }
         look(state);
         m_read += input.size();
         m_isMissing = input.report().end >= TraceEnd::Missing;
         return input.reportDamage();
+    }
+
+    bool isLast(const std::string& file) const { return &file == &m_files.back(); }
+
+    /// Ends the frame of the trace before, and begins that of the next one, unless that is the same.
+    void goOn(const TraceFrame& frame, const std::string& file) {
+        if (!m_piece.isInFrame() || !m_front.isAll())
+            check(m_piece.endFrame() && m_piece.beginFrame(frame), file, 0);
+    }
+
+    /// Where a trace in pages has the end of its frame, if only that of the trace is behind; else its size.
+    static std::uint64_t endOfFrame(const std::string& file, std::uint64_t size) {
+        const std::uint64_t begin = size > 0 ? (size - 1) / kPageSize * kPageSize : 0;
+        std::string page(static_cast<std::size_t>(size - begin), '\0');
+        std::ifstream stream(file, std::ios::binary);
+        stream.seekg(static_cast<std::streamoff>(begin));
+        stream.read(page.data(), static_cast<std::streamsize>(page.size()));
+        if (!stream)
+            return size;
+        CTraceCursor packet(page, begin);
+        std::uint64_t end = size;
+        while (packet.next()) {
+            if (packet.TraceCode() == TraceDisabled)
+                end = packet.offset();
+            else if (packet.TraceCode() != EndOfTrace)
+                end = size;
+        }
+        return packet.left() == 0 && packet.damage().places == 0 ? end : size;
     }
 
     /// Takes note of what holds at the end of a trace.
