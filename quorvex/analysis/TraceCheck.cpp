@@ -275,6 +275,10 @@ private:
             tellAt(m_end, Invalid, CheckRule::Damage,
                    countOf(report.endOffset - m_end, "byte") + " that are no packet");
         switch (report.end) {
+        case TraceEnd::Empty:
+            tellAt(0, Invalid, CheckRule::Cut,
+                   "the trace is empty; a program that records it has not written yet, or was killed before");
+            break;
         case TraceEnd::Missing:
             tellAt(m_trace.size(), Invalid, CheckRule::Cut, "the trace ends within a frame");
             break;

@@ -259,7 +259,7 @@ PacketPointer TraceFile::nextOfTable() {
     m_size = m_table->reader.position();
     noteRows();
     if (!packet)
-        m_report.end = TraceEnd::NotMarked;
+        m_report.end = m_end > 0 ? TraceEnd::NotMarked : TraceEnd::Empty;
     return packet;
 }
 
@@ -323,15 +323,30 @@ void TraceFile::Signs::lookAtFrame(const CTraceCursor& packet) {
     const tagTCode code = packet.TraceCode();
     if (code != TraceEnabled && code != TraceDisabled && code != EndOfTrace)
         return;
+    if (code == TraceDisabled) {
+        if (!isFrameOpen && !isEnded)
+            closedAt = packet.end();
+        closeFrame(packet.end());
+    }
     const auto enabled = packet.as<CTraceEnabled>();
     isFrameOpen = enabled.has_value();
     frameEnd = enabled && enabled->FrameLen() != kUnknown64 ? packet.offset() + enabled->FrameLen() : 0;
     isEnded = !isFrameOpen;
 }
 
+void TraceFile::Signs::closeFrame(std::uint64_t end) {
+    if (frameEnd > end)
+        lacking += frameEnd - end;
+}
+
 void TraceFile::Signs::join(const Signs& next) {
+    if (next.closedAt > 0)
+        closeFrame(next.closedAt);
     const Signs before = *this;
     *this = next;
+    lacking += before.lacking;
+    if (before.isFrameOpen || before.isEnded)
+        closedAt = before.closedAt;
     if (!next.isFrameOpen && !next.isEnded) { // no packet tells of a frame
         frameEnd = before.frameEnd;
         isFrameOpen = before.isFrameOpen;
@@ -357,8 +372,9 @@ void TraceFile::finish(const TraceWalk& walk) {
     } else if (m_signs.isFrameOpen) {
         m_report.end = m_open->isJoined ? TraceEnd::Recording : TraceEnd::Missing;
     } else {
-        m_report.end = m_signs.isEnded ? TraceEnd::Complete : TraceEnd::NotMarked;
+        m_report.end = m_signs.isEnded ? TraceEnd::Complete : m_end > 0 ? TraceEnd::NotMarked : TraceEnd::Empty;
     }
+    m_report.lacking = m_signs.lacking;
     if (m_report.end >= TraceEnd::Missing && m_signs.frameEnd > m_size)
         m_report.missing = m_signs.frameEnd - m_size;
     m_open.reset();

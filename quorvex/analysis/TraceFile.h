@@ -86,10 +86,13 @@ private:
             }
         }
         QUORVEX_API void lookAtFrame(const CTraceCursor& packet);
+        void closeFrame(std::uint64_t end);
         /// Goes on with those of the packets behind.
         QUORVEX_API void join(const Signs& next);
 
         std::uint64_t frameEnd = 0; ///< of the last frame, as it says; 0 where it does not
+        std::uint64_t closedAt = 0; ///< the end of a frame that has begun before all this; 0 if there is none
+        std::uint64_t lacking = 0;  ///< bytes that ended frames have less than they say
         std::uint64_t textEnd = 0;  ///< of the last packet behind which text may follow that belongs to it
         tagTCode textOf = Invalid;  ///< that packet
         bool breaksOff = false;     ///< its text does

@@ -714,9 +714,17 @@ private:
         }
         if (code == TraceDisabled && m_frameBegin != kUnknown64) {
             const std::uint64_t length = offset + m_unit.size() - m_frameBegin;
-            if (!m_lossInFrame && m_frameLength != kUnknown64 && m_frameLength != length)
-                note(m_frameBegin, 0, TraceEnabled, CheckRule::Frame, false,
+            const std::uint64_t lacking =
+                m_frameLength != kUnknown64 && m_frameLength > length ? m_frameLength - length : 0;
+            if (lacking > 0) {
+                ++m_report.places;
+                m_report.lost += lacking;
+            }
+            if (lacking > 0 || (!m_lossInFrame && m_frameLength != kUnknown64 && m_frameLength != length))
+                note(m_frameBegin, 0, TraceEnabled, CheckRule::Frame, lacking > 0,
                      "tells a frame of " + countOf(m_frameLength, "byte") + ", which has " + std::to_string(length) +
+                         (lacking > 0 ? ": " + countOf(lacking, "byte") + (lacking == 1 ? " is" : " are") + " missing"
+                                      : "") +
                          "; the length is put right");
         }
         ++m_report.packets;

@@ -42,8 +42,8 @@ struct RepairOptions {
 struct RepairReport {
     std::uint64_t size = 0;         ///< bytes of the trace, as it was
     std::uint64_t packets = 0;      ///< that were written, without padding and without those that were added
-    std::uint64_t places = 0;       ///< of which bytes were left out
-    std::uint64_t lost = 0;         ///< those bytes
+    std::uint64_t places = 0;       ///< of which bytes were left out, and frames that have less than they tell
+    std::uint64_t lost = 0;         ///< those bytes, and what those frames lack
     std::uint64_t uncertain = 0;    ///< relative packets whose context is not known any more
     bool isLossy = false;           ///< there was a note of a loss
     bool isPaged = false;           ///< the trace was of pages

@@ -456,6 +456,10 @@ void TraceRules::State::end(File& file, const TraceReport& report) {
             if (report.wrongTicks > 0)
                 breaks(*rule, {file.number, report.firstWrongTick},
                        count(report.wrongTicks, "packet") + " with a tick that cannot be", report.wrongTicks);
+            if (report.lacking > 0)
+                breaks(*rule, {file.number}, "frames have " + count(report.lacking, "byte") + " less than they tell");
+            if (what == RuleAbout::Loss && report.end == TraceEnd::Empty)
+                breaks(*rule, {file.number}, "the trace is empty");
             if (what == RuleAbout::Loss && report.end >= TraceEnd::Missing)
                 breaks(*rule, {file.number, report.endOffset}, "the end of the trace is missing");
         }

@@ -2,6 +2,7 @@
 
 #include "quorvex/export/PacketPlain.h"
 #include "quorvex/packets/PacketKinds.h"
+#include "quorvex/platform/LittleEndian.h"
 #include "quorvex/stream/PageFormat.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/FailingStream.h"
@@ -77,7 +78,7 @@ TEST(TraceFile, TellsHowATraceEnds) {
     const std::string run = begin + define + enter + define + enter; // enough to be known as a trace
     const std::string full = bytes("7e ff") + std::string(255, 'n');
     const std::tuple<std::string, TraceEnd, std::string> cases[] = {
-        {"", TraceEnd::NotMarked, ""},
+        {"", TraceEnd::Empty, ""},
         {define, TraceEnd::NotMarked, ""},
         {begin + define + end, TraceEnd::Complete, ""},
         {define + bytes("7c 00"), TraceEnd::Complete, ""},
@@ -95,6 +96,34 @@ TEST(TraceFile, TellsHowATraceEnds) {
         EXPECT_EQ(file.report().end, how) << hex(content);
         EXPECT_EQ(file.report().cutKind, kind) << hex(content);
         EXPECT_EQ(file.report().isLossy(), how >= TraceEnd::Missing);
+    }
+}
+
+TEST(TraceFile, TellsWhatFramesLack) {
+    const TemporaryDirectory directory;
+    const std::string enter = bytes("92 1c") + std::string(28, '\1');
+    std::string trace;
+    for (const std::uint64_t lacking : {100, 0, 7}) { // in frames that go over several parts, and one that does not
+        const std::size_t count = lacking > 0 ? 20'000 : 1;
+        std::string length(16, '\0');
+        storeLittleEndian(length.data() + 4, std::uint64_t{18 + count * enter.size() + 2 + lacking});
+        trace += bytes("79 10") + length;
+        for (std::size_t i = 0; i < count; ++i)
+            trace += enter;
+        trace += bytes("7a 00");
+    }
+    std::ofstream(directory.path("trace"), std::ios::binary) << trace;
+    TraceFile one(directory.path("trace")), parts(directory.path("trace"));
+    while (one.advance()) {
+    }
+    struct Nothing {
+        void join(Nothing&&) {}
+    } nothing;
+    parts.walkInParts(nothing, [](Nothing&, const CTraceCursor&) {}, {3, kPageSize, 4});
+    for (const TraceFile* file : {&one, &parts}) {
+        EXPECT_EQ(file->report().lacking, 107U);
+        EXPECT_EQ(file->report().end, TraceEnd::Complete);
+        EXPECT_TRUE(file->report().isLossy());
     }
 }
 

@@ -146,6 +146,9 @@ expect 3 - "qvx: lone: offset 0: the trace ends within a packet of kind ExecInsn
 expect 0 - 'qvx: empty: is empty; a program that records it has not written yet, or was killed before
 ' "$qvx" empty
 grep -q '^Packets:   0$' out && grep -q '^End:       not marked; the file is empty$' out || { cat out; fail 'an empty trace'; }
+expect 3 'empty: offset 0, page 0: the trace is empty; a program that records it has not written yet, or was killed before [cut]
+empty: 1 finding
+' '' "$qvx" check empty
 
 # A large file is gone through in parts, which tells what one walk through standard input does.
 awk 'BEGIN {

@@ -70,6 +70,33 @@ says '262144 bytes lost in 1 place'
 run 0 repair out -o again
 cmp out again || fail 'what was repaired is repaired again'
 
+# A page that is gone, which the length of the frame tells of.
+{ head -c 262144 "$trace"; tail -c +524289 "$trace"; } >gone
+repaired 3 gone --format json
+grep -qF '"kind": "TraceEnabled", "rule": "frame", "loss": true, "text": "tells a frame of ' ledger &&
+    grep -qF ': 262144 bytes are missing; the length is put right"' ledger || { cat ledger; fail 'a page that is gone'; }
+says '262144 bytes lost in 1 place,'
+"$qvx" repair gone --plain -o - 2>err >out && fail 'a page that is gone is no loss'
+for verb in info digest dump; do
+    # shellcheck disable=SC2086
+    run 3 $verb gone >told
+    says 'gone: frames have 262144 bytes less than they tell: something was taken out of the trace'
+done
+run 3 info gone >told
+grep -q '^End:       complete; frames have 262144 bytes less' told || { cat told; fail 'info of what is gone'; }
+run 3 check gone >told
+run 1 assert gone --rule 'no loss' >told
+grep -q 'gone: frames have 262144 bytes less than they tell' told || { cat told; fail 'no loss in what is gone'; }
+
+# What cannot be seen while a trace is repaired may be found in what was made of it.
+cp "$trace" changed
+damage changed $((at + 26)) '\xee\xee'
+run 3 repair changed -o out -f >ledger
+says "$("$qvx" check out | sed -n '$s/^out: \([0-9]* findings\?\)$/qvx: out: \1 left, which qvx check tells: /p')"
+: >empty
+run 1 repair empty -o none >/dev/null
+says 'empty: is empty; a program that records it has not written yet, or was killed before'
+
 # Relative packets behind a sync packet that is lost have no time.
 "$qvx" convert "$trace" --relative -f -o relative 2>/dev/null
 cp relative lost

@@ -246,17 +246,19 @@ private:
     RepairReport repair(CTraceSourceBuffer& source, const RepairOptions& how, Target& target) {
         Draft draft(target);
         FileSink sink(draft.file());
-        const RepairReport report =
+        RepairReport report =
             repairTrace(source, sink, how, [this](const RepairNote& note) { say(note, nameOf(note.rule)); });
         if (sink.error() != 0)
             throw Failure(target.name(), platform::errorText(sink.error()));
         if (!report.isWritten)
             throw Failure(name(), "a packet does not fit a block, and cannot be written");
-        if (report.packets == 0 && report.size > 0)
+        if (report.size == 0)
+            throw Failure(name(), "is empty; a program that records it has not written yet, or was killed before");
+        if (report.packets == 0)
             throw Failure(name(), "no packet of a trace can be read");
         if (2 * report.lost > report.size && !m_options.scan && !looksLikeTrace())
             throw Failure(name(), "does not look like a trace; --scan looks for traces within other bytes");
-        checkAgain(draft.file(), report, how);
+        const std::string left = checkAgain(draft.file(), report, how);
         if (m_ledger)
             m_ledger->finish();
         draft.commit();
@@ -264,17 +266,22 @@ private:
             "{}: {} packet{} written, {} byte{} lost in {} place{}, {} relative packet{} of unknown context", name(),
             report.packets, plural(report.packets), report.lost, plural(report.lost), report.places,
             plural(report.places), report.uncertain, plural(report.uncertain)));
+        if (!left.empty()) {
+            tell(fmt::format("{}: {}", target.name(), left));
+            report.isLossy = true;
+        }
         return report;
     }
 
-    /// What is written must be a trace without a fault of form that the input did not have.
-    void checkAgain(OutputFile& written, const RepairReport& report, const RepairOptions& how) const {
+    /// What is written must be a trace without a fault of form that the input did not have. What check finds in it, in
+    /// words; empty if nothing.
+    std::string checkAgain(OutputFile& written, const RepairReport& report, const RepairOptions& how) const {
         if (report.writtenBytes == 0)
-            return;
+            return {};
         WrittenBytes bytes(written);
         std::istream stream(&bytes);
         TraceFile trace("what was repaired", &stream);
-        const Findings found = findingsIn(trace);
+        Findings found = findingsIn(trace);
         Findings known{};
         if (found != known && !m_options.scan && m_options.file != "-") {
             try {
@@ -287,16 +294,23 @@ private:
         const CheckRule last = report.isLossy ? CheckRule::Reference : CheckRule::Time;
         const bool hasPages =
             how.layout == RepairOptions::Layout::Kept ? report.isPaged : how.layout == RepairOptions::Layout::Paged;
+        if (!hasPages) // a short plain trace may look like pages, by a packet that begins where one would
+            found[unsigned(CheckRule::Page)] = found[unsigned(CheckRule::Restated)] = 0;
         for (unsigned rule = 0; rule <= unsigned(last); ++rule) {
-            // A short plain trace may look like pages, by a packet that begins where one would.
-            if (!hasPages && (rule == unsigned(CheckRule::Page) || rule == unsigned(CheckRule::Restated)))
-                continue;
             if (found[rule] > known[rule])
                 throw Failure(how.name,
                               fmt::format("what was made of it has findings that it has not, of {}; nothing is "
                                           "written",
                                           nameOf(CheckRule(rule))));
         }
+        std::uint64_t all = 0;
+        std::string list;
+        for (unsigned rule = 0; rule < found.size(); ++rule) {
+            all += found[rule];
+            if (found[rule] > 0)
+                list += fmt::format("{}{} {}", list.empty() ? "" : ", ", found[rule], nameOf(CheckRule(rule)));
+        }
+        return all == 0 ? "" : fmt::format("{} finding{} left, which qvx check tells: {}", all, plural(all), list);
     }
 
     void say(const RepairNote& note, std::string_view rule) {
@@ -345,7 +359,7 @@ void addRepair(Program& program) {
     verb.footer("Example: qvx repair crashed.qvx -o whole.qvx\n"
                 "Each place that was repaired is told in a line, on standard output if -o names a file, else on\n"
                 "standard error. What is written is checked before it gets its name. Exit code 3 tells that\n"
-                "something is lost or not certain.");
+                "something is lost or not certain, or that qvx check still finds something.");
     verb.runs([options] { return Repairing(*options).run(); });
 }
 

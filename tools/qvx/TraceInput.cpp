@@ -24,8 +24,10 @@ std::string missing(const TraceReport& report) {
                               : fmt::format("of what a program recorded, at most the last {} bytes", kPageSize);
 }
 
-bool isEmpty(const TraceFile& input) {
-    return input.report().end == TraceEnd::NotMarked && input.size() == 0;
+/// What frames that have ended lack.
+std::string lackingIn(const TraceReport& report) {
+    return fmt::format("frames have {} byte{} less than they tell: something was taken out of the trace",
+                       report.lacking, plural(report.lacking));
 }
 
 /// What a cut trace ends within, and what it lacks.
@@ -53,6 +55,8 @@ ExitCode tellDamage(const TraceFile& input) {
         return DoneWithLoss;
     }
     tellPlaces(report.file, damage);
+    if (report.lacking > 0)
+        tell(fmt::format("{}: {}", report.file, lackingIn(report)));
     switch (report.end) {
     case TraceEnd::Recording:
         tell(fmt::format("{}: {}", report.file, kAllThere));
@@ -64,12 +68,12 @@ ExitCode tellDamage(const TraceFile& input) {
     case TraceEnd::InText:
         tell(fmt::format("{}: offset {}: the trace ends within {}", report.file, report.endOffset, cutIn(report)));
         break;
-    case TraceEnd::NotMarked:
-        if (isEmpty(input))
-            tell(fmt::format("{}: is empty; a program that records it has not written yet, or was killed before",
-                             report.file));
+    case TraceEnd::Empty:
+        tell(fmt::format("{}: is empty; a program that records it has not written yet, or was killed before",
+                         report.file));
         break;
     case TraceEnd::Unread:
+    case TraceEnd::NotMarked:
     case TraceEnd::Complete:
         break;
     }
@@ -88,7 +92,7 @@ TraceInput::TraceInput(const std::string& path)
 std::string TraceInput::ending() const {
     switch (report().end) {
     case TraceEnd::Complete:
-        return "complete";
+        return report().lacking > 0 ? "complete; " + lackingIn(report()) : "complete";
     case TraceEnd::Recording:
         return kAllThere;
     case TraceEnd::Missing:
@@ -96,11 +100,13 @@ std::string TraceInput::ending() const {
     case TraceEnd::InPacket:
     case TraceEnd::InText:
         return fmt::format("offset {}, within {}", report().endOffset, cutIn(report()));
+    case TraceEnd::Empty:
+        return "not marked; the file is empty";
     case TraceEnd::Unread:
     case TraceEnd::NotMarked:
         break;
     }
-    return isEmpty(*this) ? "not marked; the file is empty" : "not marked";
+    return "not marked";
 }
 
 ExitCode TraceInput::reportDamage() const {
