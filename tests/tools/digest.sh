@@ -144,8 +144,10 @@ differ 1 one renumbered --context 0 <<'END'
 END
 differ 0 one renumbered --by-name </dev/null
 differ 0 one later --ignore-time </dev/null
-differ 0 one more --limit 6 </dev/null
+run 2 diff one more --limit 6 # no more than --context and --all is shown
 differ 0 one more --to 8ms --kind Func* </dev/null
+run 0 diff one more --name none
+says 'neither trace has anything that is selected'
 run 1 diff one more -o out
 
 # Runs of the same program by one thread tell the same but for times, and who ran where.

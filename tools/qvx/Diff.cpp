@@ -112,7 +112,7 @@ public:
 
 private:
     bool read() {
-        while (m_read < m_selection.limit() && m_events.next()) {
+        while (m_events.next()) {
             const CTraceCursor& packet = m_events.packet();
             m_comparison.note(m_side, m_events.bytes());
             m_span.look(packet);
@@ -197,6 +197,8 @@ public:
         }
         if (m_options.all && m_differences > 0 && isText())
             qvx::print(out, "{} difference{}\n", m_differences, plural(m_differences));
+        if (m_first.number() == 0 && m_second.number() == 0 && !m_options.selection.takesAll())
+            tell("neither trace has anything that is selected");
         ExitCode exitCode = m_differences == 0 ? kSame : kDifferent;
         for (const Trace* trace : {&m_first, &m_second}) {
             if (const ExitCode damage = trace->input().reportDamage(); damage != Done && exitCode == kSame)
@@ -426,7 +428,7 @@ void addDiff(Program& program) {
     verb.flag("--all", options->all, "Show all differences, where the traces tell the same again in between");
     verb.choice("--format", options->format, {{"text", DiffFormat::Text}, {"json", DiffFormat::JSON}},
                 "text (default), json: an event a line");
-    options->selection.addTo(verb, Selection::Packets & ~Selection::Tail);
+    options->selection.addTo(verb, Selection::Packets & ~(Selection::Limit | Selection::Tail));
     options->output.addOptions(verb);
     verb.footer("Example: qvx diff --ignore-time --ignore-place --by-name run1/thread_17.qvx run2/thread_23.qvx\n"
                 "Layout, form and padding of the traces do not matter. Exit codes: 0 the same, which is not said;\n"
