@@ -1,6 +1,7 @@
 #include "quorvex/analysis/TimeLength.h"
 
 #include "quorvex/analysis/TimeBase.h"
+#include "quorvex/format/Digits.h"
 
 #include <algorithm>
 #include <charconv>
@@ -69,6 +70,31 @@ std::optional<TimeLength> TimeLength::of(std::string_view text) {
 
 std::uint64_t TimeLength::ticks(std::uint64_t frequency) const {
     return m_hasUnit ? TimeBase::ticksOf(m_amount, frequency) : m_amount;
+}
+
+void appendDuration(std::string& to, std::uint64_t nanoseconds) {
+    std::uint64_t unit = 1'000'000'000;
+    const char* name = " s";
+    for (const char* smaller : {" ms", " us", " ns"}) {
+        if (nanoseconds >= unit)
+            break;
+        unit /= 1000;
+        name = smaller;
+    }
+    char text[kMostDigits];
+    to.append(text, putDecimal(text, nanoseconds / unit));
+    if (unit > 1) {
+        to += '.';
+        // Of the three digits behind it, the zeros in front stay.
+        to.append(text + 1, putDecimal(text, 1000 + nanoseconds % unit / (unit / 1000)));
+    }
+    to += name;
+}
+
+std::string durationText(std::uint64_t nanoseconds) {
+    std::string text;
+    appendDuration(text, nanoseconds);
+    return text;
 }
 
 } // namespace Quorvex

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace Quorvex {
@@ -24,5 +25,9 @@ private:
     std::uint64_t m_amount = 0; ///< ticks, or picoseconds
     bool m_hasUnit = false;
 };
+
+/// A length of time with three digits behind the point, in the unit that fits: "1.500 ms".
+QUORVEX_API std::string durationText(std::uint64_t nanoseconds);
+QUORVEX_API void appendDuration(std::string& to, std::uint64_t nanoseconds); ///< the same, appended
 
 } // namespace Quorvex

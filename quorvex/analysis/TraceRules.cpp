@@ -160,7 +160,7 @@ struct TraceRules::State {
     void settle(const File* file, Rule& rule, News news);
     Known& knownAs(const File& file, TextSort sort, std::uint32_t id);
     std::optional<std::uint64_t> ticksOf(const File& file, Rule& rule, const TimeLength& time);
-    void breaks(Rule& rule, const Place& at, std::string text, std::uint64_t times = 1);
+    void breaks(Rule& rule, const Place& at, std::string text, RuleValue value = {}, std::uint64_t times = 1);
 
     std::uint64_t mostFindings;
     std::deque<Rule> rules{};
@@ -178,8 +178,25 @@ struct TraceRules::State {
 
 namespace {
 
+/// In nanoseconds; ticks where no clock is known.
+std::uint64_t timeValue(std::uint64_t ticks, std::uint64_t frequency) {
+    return TimeBase::unitsOf(ticks, frequency, 1'000'000'000);
+}
+
 std::string timeText(std::uint64_t ticks, std::uint64_t frequency) {
-    return std::to_string(TimeBase::unitsOf(ticks, frequency, 1'000'000'000)) + (frequency > 0 ? " ns" : " ticks");
+    return frequency > 0 ? durationText(timeValue(ticks, frequency)) : std::to_string(ticks) + " ticks";
+}
+
+RuleValue valueOf(const RuleNumber& number) {
+    switch (number.sort) {
+    case RuleNumberSort::Signed:
+        return std::bit_cast<std::int64_t>(number.bits);
+    case RuleNumberSort::Real:
+        return std::bit_cast<double>(number.bits);
+    case RuleNumberSort::Unsigned:
+        break;
+    }
+    return number.bits;
 }
 
 } // namespace
@@ -225,10 +242,11 @@ Known& TraceRules::State::knownAs(const File& file, TextSort sort, std::uint32_t
     return its;
 }
 
-void TraceRules::State::breaks(Rule& rule, const Place& at, std::string text, std::uint64_t times) {
+void TraceRules::State::breaks(Rule& rule, const Place& at, std::string text, RuleValue value, std::uint64_t times) {
     rule.result.broken += times;
     if (rule.result.findings.size() < mostFindings)
-        rule.result.findings.push_back({at.file, at.offset, at.tick, kUnknown64, at.thread, at.core, std::move(text)});
+        rule.result.findings.push_back(
+            {at.file, at.offset, at.tick, kUnknown64, at.thread, at.core, value, std::move(text)});
 }
 
 /// A time of a rule in ticks of that trace. Where its clock is not known, the rule is broken.
@@ -246,20 +264,22 @@ void TraceRules::State::happens(Rule& rule, const std::string& name) {
     ++rule.result.checked;
     ++rule.times;
     if (rule.most && rule.times > rule.most->bits)
-        breaks(rule, place, name + (rule.most->bits > 0 ? " happens " + timesText(rule.times) : " happens"));
+        breaks(rule, place, name + (rule.most->bits > 0 ? " happens " + timesText(rule.times) : " happens"),
+               rule.times);
 }
 
 template <class Packet> void TraceRules::State::look(File& file, const Packet& packet) {
     const tagTCode code = packet.TraceCode();
     const KindFacts& facts = factsOf(code);
     place = {file.number, packet.offset(), packet.tick()};
+    if (facts.role != Role::Definition && facts.sync == ContextSort::None) // as TraceSpan tells it
+        first = std::min(first, place.tick);
     if (facts.role != Role::Happening) {
         file.look(packet);
         if (facts.role == Role::Definition)
             define(*objectOf(packet), file.number);
         return;
     }
-    first = std::min(first, place.tick);
     if (const auto core = packet.core()) {
         place.thread = core->swCtx;
         place.core = core->hwCtx;
@@ -317,7 +337,8 @@ void TraceRules::State::lookAtGap(const File& file, RuleAbout what, std::uint64_
                 *rule, place,
                 "nothing " +
                     (isThread ? "in thread " + std::to_string(place.thread) : "on core " + std::to_string(place.core)) +
-                    " for " + timeText(ticks, file.frequency()));
+                    " for " + timeText(ticks, file.frequency()),
+                timeValue(ticks, file.frequency()));
     }
     last = place;
 }
@@ -333,7 +354,8 @@ void TraceRules::State::lookAtCall(const File& file, const OpenCall& call, const
         if (rule->longest ? time.ticks > *limit : time.ticks < *limit)
             breaks(*rule, call.place,
                    call.function->name + " takes " + timeText(time.ticks, file.frequency()) +
-                       (time.isLeft ? "" : ", and its end is missing"));
+                       (time.isLeft ? "" : ", and its end is missing"),
+                   timeValue(time.ticks, file.frequency()));
     }
 }
 
@@ -343,7 +365,8 @@ void TraceRules::State::lookAtEnter(File& file, std::uint32_t id) {
         if (file.depth() == rule->most->bits + 1)
             breaks(*rule, place,
                    knownAs(file, TextSort::Function, id).name + " makes " + std::to_string(file.depth()) +
-                       " functions in each other");
+                       " functions in each other",
+                   file.depth());
     }
     if (about(RuleAbout::Function).empty())
         return;
@@ -383,7 +406,8 @@ void TraceRules::State::lookAtEvent(File& file, std::uint32_t id) {
             if (limit && ticks > *limit)
                 breaks(*rule, place,
                        event.name + " has the last " + rule->name + " " + timeText(ticks, file.frequency()) +
-                           " before it");
+                           " before it",
+                       timeValue(ticks, file.frequency()));
         }
     }
     for (Rule* rule : event.rules) {
@@ -405,7 +429,7 @@ void TraceRules::State::settle(const File* file, Rule& rule, News news) {
             breaks(rule, one.place,
                    one.name + " has no " + rule.name + " behind it" +
                        (isLate ? " for " + timeText(ticks, file->frequency()) : ""),
-                   areAllLate ? one.count : 1);
+                   isLate ? RuleValue(timeValue(ticks, file->frequency())) : RuleValue(), areAllLate ? one.count : 1);
         } else if (news == News::TimePasses) {
             return;
         }
@@ -435,7 +459,7 @@ void TraceRules::State::lookAtValue(File& file, const CPacket& packet) {
         const RuleNumber number{sort, bitsOf(*value, size, sort)};
         const bool isWithin = (!rule->least || *rule->least <= number) && (!rule->most || number <= *rule->most);
         if (!isWithin)
-            breaks(*rule, place, counter.name + " is " + number.text());
+            breaks(*rule, place, counter.name + " is " + number.text(), valueOf(number));
     }
 }
 
@@ -452,12 +476,14 @@ void TraceRules::State::end(File& file, const TraceReport& report) {
                 breaks(*rule, {file.number, report.damage.first},
                        count(report.damage.places, "damaged place") + ", " + count(report.damage.bytes, "byte") +
                            " stepped over",
-                       report.damage.places);
+                       report.damage.places, report.damage.places);
             if (report.wrongTicks > 0)
                 breaks(*rule, {file.number, report.firstWrongTick},
-                       count(report.wrongTicks, "packet") + " with a tick that cannot be", report.wrongTicks);
+                       count(report.wrongTicks, "packet") + " with a tick that cannot be", report.wrongTicks,
+                       report.wrongTicks);
             if (report.lacking > 0)
-                breaks(*rule, {file.number}, "frames have " + count(report.lacking, "byte") + " less than they tell");
+                breaks(*rule, {file.number}, "frames have " + count(report.lacking, "byte") + " less than they tell",
+                       report.lacking);
             if (what == RuleAbout::Loss && report.end == TraceEnd::Empty)
                 breaks(*rule, {file.number}, "the trace is empty");
             if (what == RuleAbout::Loss && report.end >= TraceEnd::Missing)
@@ -528,7 +554,8 @@ std::vector<RuleResult> TraceRules::results() {
     for (Rule& rule : m_state->rules) {
         m_state->settle(nullptr, rule, State::News::TraceEnds);
         if (rule.demand == RuleDemand::Times && rule.least && rule.times < rule.least->bits)
-            m_state->breaks(rule, {}, "this happens " + timesText(rule.times), rule.least->bits - rule.times);
+            m_state->breaks(rule, {}, "this happens " + timesText(rule.times), rule.times,
+                            rule.least->bits - rule.times);
         for (RuleFinding& finding : rule.result.findings) {
             const std::uint64_t frequency = m_state->frequencies[finding.file];
             if (frequency > 0 && finding.tick != kUnknown64 && finding.tick >= m_state->first)

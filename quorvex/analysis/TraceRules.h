@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace Quorvex {
@@ -22,6 +23,9 @@ struct RuleFault {
     std::string text; ///< in a sentence without a full stop
 };
 
+/// A number that broke a rule: a count, a value of a counter, or a time in ns, in ticks where no clock is known.
+using RuleValue = std::variant<std::monostate, std::uint64_t, std::int64_t, double>;
+
 /// One time that a rule is broken.
 struct RuleFinding {
     std::uint32_t file = ~0U;               ///< number of the trace; all ones where it is about all of them
@@ -30,7 +34,8 @@ struct RuleFinding {
     std::uint64_t nanoseconds = kUnknown64; ///< the same since the first tick of all traces; likewise
     std::uint32_t thread = ~0U;             ///< all ones where it is not known
     std::uint32_t core = ~0U;               ///< likewise
-    std::string text;                       ///< what is there, with the value that broke the rule
+    RuleValue value{};                      ///< what broke the rule, where that is a number
+    std::string text{};                     ///< what is there, with the value that broke the rule
 };
 
 /// What became of a rule.
@@ -55,7 +60,7 @@ struct RuleResult {
 ///     counter "queue" between 0 and 100            or: never above N, never below N
 ///     thread gap never longer than 10ms            time between packets of the same thread; or: core gap
 ///     no gap                                       no damage, and no overflow that the target has told
-///     no loss                                      likewise, and the end of each trace is there
+///     no loss                                      likewise, and each trace is there with its end
 ///
 /// A name stands in double quotes, with `\` before a quote or another `\` in it; `*` stands for any characters, `?` for
 /// one. What has no name is called by its identifier, as 0x00000007. Times are told in s, ms, us or ns, or without a

@@ -68,7 +68,7 @@ TEST(TraceRules, TellWhatBreaksThem) {
         {R"(function "p*" never longer than 4)", calls, "3/1 0:10 7.1 parse takes 10 ticks"},
         {R"(function "p*" never longer than 10)", calls, "3/0"},
         {R"(function "p*" never shorter than 3)", calls, "3/1 0:30 7.1 print takes 2 ticks"},
-        {R"(function "?????" never longer than 9ms)", "@1000 " + calls, "3/1 0:10 7.1 parse takes 10000000 ns"},
+        {R"(function "?????" never longer than 9ms)", "@1000 " + calls, "3/1 0:10 7.1 parse takes 10.000 ms"},
         {R"(function "parse" never longer than 10ms)", "@1000 " + calls, "1/0"},
         {R"(function "parse" never longer than 10.9ms)", "@1000 " + calls, "1/0"},
         {R"(function "parse" never longer than 9ms)", calls,
@@ -129,10 +129,10 @@ TEST(TraceRules, HoldForManyTracesAsOne) {
     const std::vector<std::string> traces = {"@1000 =!1 ask =!2 answer !1 10 7 !1 50 7",
                                              "@1000 !2 12 8 !2 49 8 !2 50 8"};
     const std::string order = R"(event "ask" before event "answer" within 2ms)";
-    EXPECT_EQ(held(order, traces, Road::Merged), "3/1 1:49 8.1 answer has the last ask 39000000 ns before it");
+    EXPECT_EQ(held(order, traces, Road::Merged), "3/1 1:49 8.1 answer has the last ask 39.000 ms before it");
     EXPECT_EQ(held("event \"answer\" at most 2 times", traces, Road::OneByOne), "3/1 1:50 8.1 answer happens 3 times");
     EXPECT_EQ(held("core gap never longer than 2ms", traces, Road::Merged),
-              "4/1 1:49 8.1 nothing on core 1 for 37000000 ns");
+              "4/1 1:49 8.1 nothing on core 1 for 37.000 ms");
     // A name that only a later trace gives.
     EXPECT_EQ(held("event \"late\" never", {"!1 5 7", "=!1 late !1 6 7"}, Road::OneByOne, 1),
               "2/2 0:5 7.1 late happens");
@@ -163,7 +163,7 @@ TEST(TraceRules, TellFirstFindingsAndTheirTimes) {
     EXPECT_EQ(results[0].broken, 3U);
     ASSERT_EQ(results[0].findings.size(), 2U);
     EXPECT_EQ(results[0].findings[1].file, 3U);
-    EXPECT_EQ(results[0].findings[1].nanoseconds, 4'000'000U);
+    EXPECT_EQ(results[0].findings[1].nanoseconds, 9'000'000U);
     EXPECT_EQ(results[0].findings[1].offset, 18U + 10 + 3 + 2 * 30);
     EXPECT_EQ(results[1].line, 3U);
 }

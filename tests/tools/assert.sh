@@ -45,23 +45,23 @@ expect() {
 }
 expect 1 asks answers rules <<'END'
 rules:1: event "ask" before event "a\"*" within 5ms: broken 1 time, 2 checked
-    answers: offset 48, thread 8, core 1, tick 90, 80000000 ns from the start: a"&<b>\ has the last ask 60000000 ns before it
+    answers: offset 48, thread 8, core 1, tick 90, 0.090000000 s from the start: a"&<b>\ has the last ask 60.000 ms before it
 rules:2: event "a\"&<b>\\" after event "ask": holds, 2 checked
 2 rules, 1 broken
 END
 expect 1 asks answers --rules rules --rule 'event "a*" never' --format json --limit 1 <<'END'
 {"rules": "rules", "line": 1, "rule": "event \"ask\" before event \"a\\\"*\" within 5ms", "checked": 2, "broken": 1}
-{"rules": "rules", "line": 1, "file": "answers", "offset": 48, "thread": 8, "core": 1, "tick": 90, "time_ns": 80000000, "text": "a\"&<b>\\ has the last ask 60000000 ns before it"}
+{"rules": "rules", "line": 1, "rule": "event \"ask\" before event \"a\\\"*\" within 5ms", "file": "answers", "offset": 48, "thread": 8, "core": 1, "tick": 90, "time_ns": 90000000, "value": 60000000, "text": "a\"&<b>\\ has the last ask 60.000 ms before it"}
 {"rules": "rules", "line": 2, "rule": "event \"a\\\"&<b>\\\\\" after event \"ask\"", "checked": 2, "broken": 0}
 {"rules": "--rule", "line": 1, "rule": "event \"a*\" never", "checked": 4, "broken": 4}
-{"rules": "--rule", "line": 1, "file": "asks", "offset": 52, "thread": 7, "core": 0, "tick": 10, "time_ns": 0, "text": "ask happens"}
+{"rules": "--rule", "line": 1, "rule": "event \"a*\" never", "file": "asks", "offset": 52, "thread": 7, "core": 0, "tick": 10, "time_ns": 10000000, "value": 1, "text": "ask happens"}
 END
 expect 1 asks answers rules --format junit <<'END'
 <?xml version="1.0" encoding="UTF-8"?>
 <testsuites>
 <testsuite name="qvx assert" tests="2" failures="1" errors="0" skipped="0">
 <testcase classname="rules:1" name="event &quot;ask&quot; before event &quot;a\&quot;*&quot; within 5ms"><failure message="broken 1 time, 2 checked">
-answers: offset 48, thread 8, core 1, tick 90, 80000000 ns from the start: a&quot;&amp;&lt;b&gt;\ has the last ask 60000000 ns before it
+answers: offset 48, thread 8, core 1, tick 90, 0.090000000 s from the start: a&quot;&amp;&lt;b&gt;\ has the last ask 60.000 ms before it
 </failure></testcase>
 <testcase classname="rules:2" name="event &quot;a\&quot;&amp;&lt;b&gt;\\&quot; after event &quot;ask&quot;"/>
 </testsuite>
@@ -71,7 +71,7 @@ if command -v python3 >/dev/null; then
     python3 -c 'import sys, xml.dom.minidom; xml.dom.minidom.parse(sys.argv[1])' out || fail 'no XML'
 fi
 "$qvx" assert - --rule 'event "ask" at most 1 time' <asks >out
-grep -q 'tick 30, 20000000 ns from the start: ask happens 2 times' out || fail 'standard input'
+grep -q 'tick 30, 0.030000000 s from the start: ask happens 2 times' out || fail 'standard input'
 
 # Wrong use, before anything is done.
 printf 'no loss\n\nfunction "f" never longer than 5 apples\n' >wrong
@@ -79,6 +79,28 @@ for text in asks\ wrong asks\ --rule\ x asks asks\ --rules\ none asks\ --rules\ 
     run 2 assert $text -o never </dev/null
     [ ! -e never ] || fail "$text: an output"
 done
+for text in asks "asks answers" recorded; do
+    # shellcheck disable=SC2086
+    run 2 assert $text
+    says 'no rules: give a rules file last, or --rules, or --rule'
+done
+run 2 assert asks --rule 'no loss' --rule ' '
+says '--rule: is empty'
+run 2 assert asks --rule 'no loss' --rule x
+says '--rule:2: expected'
+run 2 assert - --rules - <rules
+says 'standard input can be read once'
+echo 'event "ask" at most 1 time' | run 1 assert asks --rules - --rule 'no loss' --rule 'depth never above 1' >out
+diff - out <<'END' || fail 'rules of standard input'
+standard input:1: event "ask" at most 1 time: broken 1 time, 2 checked
+    asks: offset 82, thread 7, core 0, tick 30, 0.030000000 s from the start: ask happens 2 times
+--rule:1: no loss: holds, 1 checked
+--rule:2: depth never above 1: holds, nothing to check
+3 rules, 1 broken
+END
+: >empty
+run 1 assert empty --rule 'no loss' >out
+grep -q '^    empty: the trace is empty$' out || { cat out; fail 'an empty trace'; }
 run 2 assert asks wrong
 says 'wrong:3: expected the end of the line, found '"'apples'"
 run 1 assert none rules

@@ -6,15 +6,18 @@
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/Merged.h"
+#include "quorvex/analysis/TraceError.h"
 #include "quorvex/analysis/TraceRules.h"
 #include "quorvex/platform/System.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace qvx {
@@ -22,6 +25,8 @@ namespace qvx {
 namespace {
 
 using namespace Quorvex;
+
+constexpr std::uint64_t kNano = 1'000'000'000;
 
 enum class AssertFormat : std::uint8_t { Text, JSON, JUnit };
 
@@ -35,6 +40,8 @@ struct AssertOptions {
 };
 
 std::string contentOf(const std::string& file) {
+    if (file == "-")
+        return {std::istreambuf_iterator<char>(std::cin), {}};
     std::ifstream in(file, std::ios::binary);
     std::string content;
     for (char bytes[0x1000]; in;) {
@@ -82,15 +89,25 @@ public:
 
     void addAllRules() {
         if (m_options.rulesFiles.empty() && m_options.rules.empty()) {
+            const std::string last = m_files.back();
+            if (isTrace(last))
+                throw Misuse("no rules", "give a rules file last, or --rules, or --rule");
             if (m_files.size() < 2)
                 throw Misuse("FILES", "the last one holds the rules, and there must be one before; or see --rule");
-            m_options.rulesFiles = {m_files.back()};
+            m_options.rulesFiles = {last};
             m_files.pop_back();
         }
-        for (const std::string& file : m_options.rulesFiles)
-            addRules(m_rules, contentOf(file), file);
-        for (const std::string& rule : m_options.rules)
-            addRules(m_rules, rule, "--rule");
+        for (const std::string& file : m_options.rulesFiles) {
+            if (file == "-" && std::ranges::count(m_files, file) + std::ranges::count(m_options.rulesFiles, file) > 1)
+                throw Misuse("--rules", "standard input can be read once");
+            addRules(m_rules, contentOf(file), file == "-" ? "standard input" : file);
+        }
+        for (const std::string& rule : m_options.rules) {
+            if (rule.find_first_not_of(" \t\r\n") == rule.npos)
+                throw Misuse("--rule", "is empty");
+        }
+        if (!m_options.rules.empty()) // each is a line
+            addRules(m_rules, fmt::format("{}", fmt::join(m_options.rules, "\n")), "--rule");
         if (m_rules.size() == 0)
             throw Misuse("--rules", "there are none");
     }
@@ -155,6 +172,16 @@ public:
     }
 
 private:
+    static bool isTrace(const std::string& file) {
+        if (file == "-")
+            return false;
+        try {
+            const TraceInput trace(file);
+            return true;
+        } catch (const TraceError&) {
+            return false;
+        }
+    }
     static std::string placeOf(const RuleResult& its) { return fmt::format("{}:{}", its.source, its.line); }
     static std::string verdictOf(const RuleResult& its) {
         if (its.broken == 0)
@@ -164,15 +191,17 @@ private:
 
     std::string textOf(const RuleFinding& finding) const {
         std::string where;
-        const auto add = [&where](const char* before, std::uint64_t value, bool isKnown, const char* behind = "") {
+        const auto add = [&where](const char* before, std::uint64_t value, bool isKnown) {
             if (isKnown)
-                where += fmt::format("{}{}{}{}", where.empty() ? "" : ", ", before, value, behind);
+                where += fmt::format("{}{}{}", where.empty() ? "" : ", ", before, value);
         };
         add("offset ", finding.offset, finding.offset != kUnknown64);
         add("thread ", finding.thread, !isUnknown(FieldMeaning::Context, finding.thread));
         add("core ", finding.core, !isUnknown(FieldMeaning::Context, finding.core));
         add("tick ", finding.tick, finding.tick != kUnknown64);
-        add("", finding.nanoseconds, finding.nanoseconds != kUnknown64, " ns from the start");
+        if (finding.nanoseconds != kUnknown64)
+            where +=
+                fmt::format(", {}.{:09} s from the start", finding.nanoseconds / kNano, finding.nanoseconds % kNano);
         const std::string file = finding.file < m_files.size() ? m_files[finding.file] + ": " : "";
         return file + where + (where.empty() ? "" : ": ") + finding.text;
     }
@@ -204,13 +233,24 @@ private:
         out << "</failure></testcase>\n";
     }
 
+    static void addValue(JsonLine& line, const RuleValue& value) {
+        if (const auto* number = std::get_if<std::uint64_t>(&value))
+            line.add("value", *number);
+        else if (const auto* below = std::get_if<std::int64_t>(&value))
+            line.addSigned("value", *below);
+        else if (const auto* real = std::get_if<double>(&value))
+            line.addReal("value", *real);
+        else
+            line.addUnknown("value");
+    }
+
     void printJson(std::ostream& out, const RuleResult& its) const {
         JsonLine rule;
         rule.add("rules", its.source).add("line", its.line).add("rule", its.rule);
         out << rule.add("checked", its.checked).add("broken", its.broken).text();
         for (const RuleFinding& finding : its.findings) {
             JsonLine line;
-            line.add("rules", its.source).add("line", its.line);
+            line.add("rules", its.source).add("line", its.line).add("rule", its.rule);
             const auto add = [&line](const char* name, std::uint64_t value, bool isKnown) {
                 isKnown ? line.add(name, value) : line.addUnknown(name);
             };
@@ -220,6 +260,7 @@ private:
             add("core", finding.core, !isUnknown(FieldMeaning::Context, finding.core));
             add("tick", finding.tick, finding.tick != kUnknown64);
             add("time_ns", finding.nanoseconds, finding.nanoseconds != kUnknown64);
+            addValue(line, finding.value);
             out << line.add("text", finding.text).text();
         }
     }
@@ -249,7 +290,8 @@ void addAssert(Program& program) {
     Verb verb = program.add("assert", "Tell whether traces keep rules");
     options->inputs.addTo(verb,
                           "Traces, or directories of *.qvx; without --rules and --rule, the last is a rules file");
-    verb.option("--rules", options->rulesFiles, "Take the rules from there; all FILES are traces then");
+    verb.option("--rules", options->rulesFiles,
+                "Take the rules from there, - for standard input; all FILES are traces then");
     verb.option("--rule", options->rules, "A rule itself", "TEXT");
     verb.option("--limit", options->limit, "Show the first N times that a rule is broken (10)");
     verb.choice("--format", options->format,

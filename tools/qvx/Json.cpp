@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace qvx {
@@ -100,6 +101,12 @@ JsonLine& JsonLine::addSigned(std::string_view name, std::int64_t number) {
     begin(name);
     const bool isExact = number >= -static_cast<std::int64_t>(kMostExact);
     m_text += isExact ? fmt::format("{}", number) : fmt::format("\"{}\"", number);
+    return *this;
+}
+
+JsonLine& JsonLine::addReal(std::string_view name, double number) {
+    begin(name);
+    m_text += std::isfinite(number) ? fmt::format("{}", number) : "null";
     return *this;
 }
 

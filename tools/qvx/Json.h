@@ -22,6 +22,8 @@ public:
     JsonLine& addUnknown(std::string_view name);
     /// A number that may be negative.
     JsonLine& addSigned(std::string_view name, std::int64_t number);
+    /// A number with a fraction; null where it is no number.
+    JsonLine& addReal(std::string_view name, double number);
 
     /// With the end of the line.
     std::string text() const { return m_text + "}\n"; }

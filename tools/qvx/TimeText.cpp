@@ -5,7 +5,6 @@
 
 #include <charconv>
 #include <iterator>
-#include <utility>
 
 namespace qvx {
 
@@ -42,27 +41,6 @@ void addTimeOption(Verb& verb, std::optional<TimeForm>& form) {
          {"ticks", TimeForm::Ticks},
          {"delta", TimeForm::Delta}},
         "(text) s (default) or ns from the start, ticks as they are, delta: from line to line", "FORM");
-}
-
-void appendDuration(std::string& to, std::uint64_t nanoseconds) {
-    constexpr std::pair<std::uint64_t, const char*> kUnits[] = {{kNano, " s"}, {1'000'000, " ms"}, {1'000, " us"}};
-    for (const auto& [unit, name] : kUnits) {
-        if (nanoseconds < unit)
-            continue;
-        appendNumber(to, nanoseconds / unit);
-        to += '.';
-        appendDigits<3>(to, nanoseconds % unit / (unit / 1000));
-        to += name;
-        return;
-    }
-    appendNumber(to, nanoseconds);
-    to += " ns";
-}
-
-std::string durationText(std::uint64_t nanoseconds) {
-    std::string text;
-    appendDuration(text, nanoseconds);
-    return text;
 }
 
 void TimeText::append(std::string& to, std::uint64_t tick) {
@@ -104,7 +82,7 @@ void TimeText::appendDistance(std::string& to, std::uint64_t from, std::uint64_t
 
 void TimeText::appendDuration(std::string& to, std::uint64_t ticks) const {
     if (m_span.frequency != 0) {
-        qvx::appendDuration(to, TimeBase::unitsOf(ticks, m_span.frequency, kNano));
+        Quorvex::appendDuration(to, TimeBase::unitsOf(ticks, m_span.frequency, kNano));
         return;
     }
     appendNumber(to, ticks);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quorvex/analysis/TimeLength.h"
 #include "quorvex/analysis/TraceSpan.h"
 
 #include <cstdint>
@@ -19,8 +20,7 @@ void addTimeOption(Verb& verb, std::optional<TimeForm>& form);
 /// Appends a number in decimal, right in a column of that width.
 void appendNumber(std::string& to, std::uint64_t number, std::size_t width = 0);
 
-/// A length of time with three digits behind the point, in the unit that fits: "1.500 ms".
-std::string durationText(std::uint64_t nanoseconds);
+using Quorvex::durationText;
 
 /// Shows moments, from the start of traces where they are not ticks. Where the clock is not known, ticks stand for what
 /// would be seconds or nanoseconds.
