@@ -26,6 +26,10 @@ export_to 0 thread_*.qvx --to btf -o run.btf --strict
 awk -F, '!/^#/ { if ($1 + 0 < last + 0) exit 1; last = $1 }' run.btf || fail 'the BTF file goes back in time'
 export_to 0 thread_*.qvx --to vcd -o - >piped.vcd
 cmp -s run.vcd piped.vcd || fail 'a pipe gets another dump'
+run 0 check . >told
+[ "$(grep -c '^\./thread_[0-9]*\.qvx: whole and legal$' told)" -eq 4 ] || { cat told; fail 'a directory is checked'; }
+export_to 0 . --to btf -o directory.btf
+[ "$(grep -c ',R,[^,]*,[0-9]*,start$' directory.btf)" -eq "$entered" ] || fail 'a directory is exported'
 
 # Call depths are shown as lines, whatever else has such a name.
 printf '\t%s\n' $'EventDefine\t8\t0x1\t0x0' $'CharString\t5\t0x6874706564' $'Event\t28\t1\t0\t1\t0x10\t0x1' \
@@ -42,12 +46,12 @@ grep -A 1 '^@' depths.gtkw | grep -A 1 '^@8024' | grep '^trace' | tr '\n' ' ' >s
     printf '\tFunctionEnter\t28\t7\t0\t1\t0x10\t0x7\n\tMessage\t9\t6\t0\n\tEndOfTrace\t0\n'
 } >losses.txt
 export_to 3 losses.txt --to vcd -o losses.vcd
-says 'qvx: losses.vcd: not shown as in the trace: 1 instructions and branches, 2 messages, 1 packets earlier than the one before them'
+says 'qvx: losses.vcd: not shown as in the trace: instructions and branches (1), messages (2), packets earlier than the one before them (1)'
 export_to 1 losses.txt --to vcd -o strict.vcd --strict
-says 'qvx: strict.vcd: cannot show 1 instructions'
+says 'qvx: strict.vcd: cannot show instructions'
 [ -e strict.vcd ] || [ -e strict.vcd.part ] && fail 'a failed export leaves a file'
 export_to 3 losses.txt --to btf -o losses.btf
-says '2 messages'
+says 'messages (2)'
 head -c 100 "$(ls thread_*.qvx | head -1)" >cut
 export_to 3 cut --to vcd -o cut.vcd
 says 'the trace ends within a packet'
@@ -94,7 +98,7 @@ times 0 $((far - 100)) 100 200 $far                   # the last: nothing contra
 times 0 $((far - 100)) 100 200 $((far - 9)) $((far - 5)) $far
 times 0 $((far - 100)) 100 $((far - 1)) d150 d160 d170 $far
 times 0 500 100 d50 300 d200 600
-told='4 packets earlier' times 3 $((far - 100)) 100 200 $far f 300 400 500 600 # another frame tells nothing
+told='packets earlier than the one before them (4)' times 3 $((far - 100)) 100 200 $far f 300 400 500 600 # another frame tells nothing
 
 export_to 1 missing --to vcd -o out.vcd
 export_to 2 cut -o out.vcd

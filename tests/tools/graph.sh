@@ -80,6 +80,7 @@ thread 2
 1 call had not ended when the trace did.
 1 leave of what had not been entered.
 END
+[ "$("$qvx" graph table --depth 1 | grep -c '^[0-9]* paths\? longer than 1 function not shown')" -eq 1 ] || fail '1 function'
 expect table --folded --by thread --depth 2 --thread 2 <<'END'
 thread 2;a:"b 2000000
 thread 2;a:"b;0x00000008 2000000

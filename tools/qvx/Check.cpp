@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "Inputs.h"
 #include "Json.h"
 #include "Output.h"
 #include "Print.h"
@@ -26,7 +27,7 @@ constexpr std::uint64_t kShown = 100; ///< to people who do not say how many the
 enum class CheckFormat : std::uint8_t { Text, JSON };
 
 struct CheckOptions {
-    std::vector<std::string> files;
+    Inputs inputs;
     CheckFormat format = CheckFormat::Text;
     std::uint64_t limit = kAll;
     Output output;
@@ -66,10 +67,11 @@ std::uint64_t checkFile(const CheckOptions& options, const std::string& file, st
 }
 
 ExitCode check(CheckOptions& options) {
-    options.output.check(options.files);
+    const std::vector<std::string> files = options.inputs.files();
+    options.output.check(files);
     std::ostream& out = options.output.target().open();
     ExitCode exitCode = Done;
-    for (const std::string& file : options.files) {
+    for (const std::string& file : files) {
         try {
             if (checkFile(options, file, out) > 0 && exitCode == Done)
                 exitCode = DoneWithLoss;
@@ -87,7 +89,7 @@ ExitCode check(CheckOptions& options) {
 void addCheck(Program& program) {
     auto options = std::make_shared<CheckOptions>();
     Verb verb = program.add("check", "Tell whether traces are whole and legal");
-    verb.option("FILES", options->files, "Trace files, each by itself; - for standard input").required();
+    options->inputs.addTo(verb, "Traces, each by itself, or directories of *.qvx; - for standard input");
     verb.choice("--format", options->format, {{"text", CheckFormat::Text}, {"json", CheckFormat::JSON}},
                 "text (default), json: a finding a line");
     verb.option("--limit", options->limit, "Show the first N findings of a file (text: 100, json: all)");

@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "Inputs.h"
 #include "Output.h"
 #include "SaveFile.h"
 #include "TraceInput.h"
@@ -22,7 +23,7 @@ namespace {
 using namespace Quorvex;
 
 struct ExportOptions {
-    std::vector<std::string> files;
+    Inputs inputs;
     const ViewerFormat* format = nullptr;
     bool strict = false;
     std::string save;
@@ -40,12 +41,13 @@ std::string formatNames() {
 std::string listOf(const CViewerWriter::Losses& losses) {
     std::string list;
     for (const auto& [what, count] : losses)
-        list += fmt::format("{}{} {}", list.empty() ? "" : ", ", count, what);
+        list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", what, count);
     return list;
 }
 
 ExitCode exportTo(ExportOptions& options) {
-    options.output.check(options.files);
+    const std::vector<std::string> files = options.inputs.files();
+    options.output.check(files);
     Target& target = options.output.target();
     std::optional<SaveFile> save;
     if (!options.save.empty()) {
@@ -54,12 +56,11 @@ ExitCode exportTo(ExportOptions& options) {
         save.emplace(options.save, options.output.force(), options.output.claims());
     }
     Merged merged;
-    addAll(merged, options.files);
+    addAll(merged, files);
     std::ostream& out = target.open();
     if (save)
         save->open();
-    const std::unique_ptr<CViewerWriter> writer =
-        options.format->make(out, fmt::format("{}", fmt::join(options.files, " ")));
+    const std::unique_ptr<CViewerWriter> writer = options.format->make(out, fmt::format("{}", fmt::join(files, " ")));
 
     bool good = true;
     while (const PacketPointer packet = good ? merged.next() : nullptr) {
@@ -95,7 +96,7 @@ ExitCode exportTo(ExportOptions& options) {
 void addExport(Program& program) {
     auto options = std::make_shared<ExportOptions>();
     Verb verb = program.add("export", "Write traces in the formats of other viewers");
-    verb.option("FILES", options->files, "Trace files, merged by time; - for standard input").required();
+    options->inputs.addTo(verb, "Traces, or directories of *.qvx, merged by time; - for standard input");
     std::vector<std::pair<std::string, const ViewerFormat*>> formats;
     for (const ViewerFormat& format : viewerFormats())
         formats.emplace_back(format.name, &format);

@@ -231,7 +231,7 @@ private:
         };
         note(hidden.small, "path", "paths", fmt::format(" of less than {} % not shown (--min)", m_options.least));
         note(hidden.deep, "path", "paths",
-             fmt::format(" longer than {} functions not shown (--depth)", m_options.depth));
+             fmt::format(" longer than {} function{} not shown (--depth)", m_options.depth, plural(m_options.depth)));
         note(m_unfinished, "call", "calls", " had not ended when the trace did");
         note(m_tree.hiddenCalls(), "call", "calls", " too deep to be told apart");
         note(m_tree.strayLeaves(), "leave", "leaves", " of what had not been entered");
