@@ -110,6 +110,9 @@ expect 1 'whole: whole and legal
 ' 'qvx: text: does not look like a trace
 qvx: none: No such file or directory
 ' "$qvx" check text none whole
+expect 1 'trace: 1 finding, 1 not shown (--limit tells how many are)
+' 'qvx: none: No such file or directory
+' "$qvx" check --limit 0 none trace
 
 # What is not known is not listed, and no name does anything to a terminal.
 printf '\t%s\n' $'FunctionDefine\t28\t5\tInvalid\tInvalid\tInvalid\t0x7' $'CharString\t4\t0x319bc266' \
@@ -290,6 +293,7 @@ while IFS='|' read -r size code end; do
         [ "$code" -eq 0 ] || says "$end"
     done
     run "$code" info cut >out
+    run "$code" check cut >checked
     grep -qF "End:       $end" out || { cat out; fail "the end at $size"; }
 done <<END
 84|0|complete
@@ -308,6 +312,9 @@ head -c 18 framed >mapped
 run 0 info mapped >out
 says 'qvx: mapped: the program that records it still runs or was killed; nothing is missing'
 grep -q '^End:       the program that records it still runs' out && grep -q '^Size:      82 bytes' out || { cat out; fail 'a mapped trace'; }
+run 0 check mapped >out
+cp mapped alone # without its page file
+for verb in info check; do run 3 $verb alone >out; done
 for form in '' --paged --relative; do
     # shellcheck disable=SC2086
     run 0 convert mapped $form -f -o whole.qvx
