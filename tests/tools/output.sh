@@ -8,8 +8,11 @@
 umask 027
 chmod 755 .
 
-printf '\x79\x10\0\0\0\0\x32\0\0\0\0\0\0\0\0\0\0\0\x92\x1c\x0a\0\0\0\0\0\0\0\x01\0\0\0\x02\0\0\0' >trace
-printf '\x30\0\0\0\0\0\0\0\x07\0\0\0\x7a\0\x7c\0' >>trace
+printf '\x79\x10\0\0\0\0\x50\0\0\0\0\0\0\0\0\0\0\0' >trace
+for code in '\x90' '\x92'; do # a function is defined and entered
+    printf "$code"'\x1c\x0a\0\0\0\0\0\0\0\x01\0\0\0\x02\0\0\0\x30\0\0\0\0\0\0\0\x07\0\0\0' >>trace
+done
+printf '\x7a\0\x7c\0' >>trace
 
 # What stands in the directory of each case.
 mkdir template && (
