@@ -422,11 +422,11 @@ TEST(TraceState, ForgetsWhatIsUndefinedAndDoesNotRun) {
 
 TEST(TraceState, JoinsWhatIsDefinedAnewBehindAnUndefinition) {
     const CCoreContext context(1, 0, 0, 0);
-    std::string trace = wireOf(*std::make_unique<CFunctionDefine>(context, 7, "f"));
-    trace += wireOf(*std::make_unique<CFunctionUndefine>(context, 7));
+    const std::string trace = wireOf(*std::make_unique<CFunctionDefine>(context, 7, "f"));
+    const std::string end = wireOf(*std::make_unique<CFunctionUndefine>(context, 7));
     for (const char* name : {"", "g"}) {
         TraceState state(TraceState::Start::OfTrace), part;
-        const std::string next = trace + wireOf(*std::make_unique<CFunctionDefine>(context, 7, name));
+        const std::string next = end + wireOf(*std::make_unique<CFunctionDefine>(context, 7, name));
         CTraceCursor before(trace), cursor(next);
         while (before.next())
             state.note(before);
@@ -436,7 +436,7 @@ TEST(TraceState, JoinsWhatIsDefinedAnewBehindAnUndefinition) {
         std::size_t count = 0;
         state.eachPacket([&](std::string_view packet) {
             ++count;
-            EXPECT_EQ(packet, std::string_view(next).substr(trace.size()));
+            EXPECT_EQ(packet, std::string_view(next).substr(end.size()));
         });
         EXPECT_EQ(count, 1U) << name;
     }
