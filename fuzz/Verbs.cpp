@@ -59,7 +59,7 @@ void verbs(const std::string& data) {
     }
     for (const char* part : {"--from=100", "--pages=0:1", "--kind=*Enter", "--no-state"})
         run({"cut", in, "-f", "-o", out, part});
-    run({"split", in, "-f", "-o", out, "--size", "64K"});
+    run({"split", in, "-f", "-o", out, "--size", "256K"});
     run({"split", in, "-f", "-o", out, "--by", "thread"});
     run({"cat", in, in, "-f", "-o", out});
     if (run({"merge", in, in, "-f", "-o", out}) != 1) {

@@ -137,7 +137,10 @@ std::string recording(bool isPaged, bool isRelative, std::uint64_t size, unsigne
     CTraceSinkEx& writer = isPaged ? static_cast<CTraceSinkEx&>(paged) : plain;
     CTraceCompressor compressor(writer);
     CTraceSink& to = isRelative ? static_cast<CTraceSink&>(compressor) : writer;
-    const auto put = [&to](CPacket* packet) { to.forward(packet); };
+    const auto put = [&to](CPacket* packet) {
+        to.forward(packet);
+        delete packet; // which some sinks leave with the caller
+    };
     std::uint64_t tick = 1234567890123;
     put(new CTraceEnabled(kUnknown64, NotExpanded, false));
     put(new CTimestamp(tick, std::uint64_t{1000000000}));
@@ -314,7 +317,10 @@ TEST(TraceRepairing, LosesNothingWhereTheNextPageMustBeReadFirst) {
         MemorySink sink;
         CTraceWriterPaged writer(sink);
         CTraceCompressor to(writer);
-        const auto put = [&to](CPacket* packet) { to.forward(packet); };
+        const auto put = [&to](CPacket* packet) {
+        to.forward(packet);
+        delete packet; // which some sinks leave with the caller
+    };
         const auto putPages = [&](unsigned pages) {
             const std::string text(pages::kFittingText, 'a');
             for (const std::uint64_t end = writer.tellp() + pages * kPageSize; writer.tellp() < end;)
@@ -354,7 +360,10 @@ TEST(TraceRepairing, TellsNoTimeThatAPacketMadeLongerMayHaveChanged) {
         MemorySink sink;
         CTraceWriterPlain writer(sink);
         CTraceCompressor to(writer);
-        const auto put = [&to](CPacket* packet) { to.forward(packet); };
+        const auto put = [&to](CPacket* packet) {
+        to.forward(packet);
+        delete packet; // which some sinks leave with the caller
+    };
         put(new CTraceEnabled(kUnknown64, NotExpanded, false));
         put(new CFunctionEnter(before, 0x1000));
         if (isOfPacket)

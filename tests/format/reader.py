@@ -107,6 +107,8 @@ class Packet:
         elif code in SYNCS:
             references[SYNCS[code]] = split
         self.absolute = self.cells(split, size_of(split))
+        frame_lengths = [int.from_bytes(raw, 'little') for field, raw in split if field['name'] == 'FrameLen' and raw]
+        self.frame_length = frame_lengths[0] if frame_lengths and length >= 12 else ONES
         ticks = [int.from_bytes(raw, 'little') for field, raw in split if field['name'] in ('Tick', 'Timestamp')]
         self.tick = ticks[0] if ticks and ticks[0] >> 8 != ONES >> 8 else None
 
@@ -120,7 +122,7 @@ def read(kinds, data):
     for code, sort in SYNCS.items():
         fields = kinds.by_code[code]['fields']
         references[sort] = [(field, (b'\0' if field['type'] == 'unit' else b'\xff') * field['size']) for field in fields]
-    at, named, frame = 0, None, None
+    at, named, frame, told = 0, None, None, 0
     while at + 2 <= len(data):
         code, length = data[at], data[at + 1]
         end = at + 2 + length
@@ -139,7 +141,10 @@ def read(kinds, data):
         else:
             named = packet if packet and packet.takes_text else None
         if packet and packet.name in ('TraceEnabled', 'TraceDisabled', 'EndOfTrace'):
+            if packet.name == 'TraceDisabled' and told > end:
+                yield end, 'lacks', 0
             frame = packet.name
+            told = 0 if packet.frame_length == ONES else at + packet.frame_length
         yield packet or (at, 'lost', end - at)
         if packet and at + 2 + packet.size < end:
             yield at + 2 + packet.size, 'lost', end - at - 2 - packet.size

@@ -145,8 +145,8 @@ END
   printf '\tCounterValueVar\t28\t1000\t1\t2\tInvalid\t5\t\t\n\tCounterValueVar\t30\t1000\t1\t2\tInvalid\t5\t7\t9\n'; } >switched
 expect --of processes --format csv switched <<'END'
 process,id,core,entered,total_ns,running_ns,min_ns,p50_ns,p99_ns,max_ns
-0x00000000,0,1,500,1000000000,500000000,0,0,0,0
-0x00000001,1,1,500,998000000,500000000,0,0,0,0
+0x00000000,0,1,500,1000000000,500000000,,,,
+0x00000001,1,1,500,998000000,500000000,,,,
 END
 # A value without bytes is none.
 expect --of counters switched <<'END'
