@@ -15,7 +15,7 @@ table() { printf '\t%s\n' "${@:2}" >"$1"; }
 
 # A recorded program: one trace in every shape, in the order of time, of which viewers get what they get of the threads.
 mkdir source threads
-for i in 1 2 3 4; do yes "some words of file $i" | head -2000 >source/$i.md; done
+for i in 1 2 3 4; do yes "some words of file $i" | head -300 >source/$i.md; done
 QVX_TRACEDIR=threads "$wordcount" source 3 >/dev/null
 [ "$(ls threads | wc -l)" -eq 4 ] || fail 'four threads were to be recorded'
 for format in vcd btf; do run 0 export threads/* -o apart.$format --to $format; done

@@ -203,7 +203,7 @@ std::string Story::openCalls() {
             if (open.id == kNoFunction)
                 m_line += "no function";
             else
-                append(kNameColor, nameOf(place.file, TextSort::Function, open.id));
+                append(kNameColor, nameOf(static_cast<std::size_t>(place.file), TextSort::Function, open.id));
             m_line += "  open";
             if (open.tick != kUnknown64)
                 m_line.append(" since ").append(m_time.textOf(open.tick));
