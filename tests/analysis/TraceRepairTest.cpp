@@ -330,7 +330,7 @@ TEST(TraceRepairing, LosesNothingWhereTheNextPageMustBeReadFirst) {
         put(new CExecInsn(before));
         put(new CBusAddrData(busBefore, BusAccRead, 0x20000000, CData(std::uint32_t{1})));
         putPages(16);
-        const std::size_t behind = writer.tellp();
+        const auto behind = static_cast<std::size_t>(writer.tellp());
         put(new CSync(core));
         for (unsigned i = 0; i < 3; ++i) // so that what is between two places is not taken for damage, too
             put(new CTimestamp(1U << 20, std::uint64_t{1000000000}));
@@ -370,7 +370,7 @@ TEST(TraceRepairing, TellsNoTimeThatAPacketMadeLongerMayHaveChanged) {
             put(new CFunctionDefine(before, 0x1000, "a text"));
         else
             put(new CCharString("a text"));
-        const std::size_t behind = writer.tellp();
+        const auto behind = static_cast<std::size_t>(writer.tellp());
         for (unsigned i = 0; i < 4; ++i)
             put(new CFunctionLeave(core, 0x1000));
         put(new CTraceDisabled);

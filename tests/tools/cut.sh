@@ -152,11 +152,14 @@ for by in thread core; do
     for piece in by-$by-*.qvx; do happened "$piece"; done | sort | cmp -s - <(happened paged | sort) || fail "pieces by $by"
 done
 [ "$(echo by-*)" = 'by-core-0.qvx by-core-1.qvx by-thread-7.qvx by-thread-8.qvx' ] || fail "$(echo by-*)"
-awk 'BEGIN { for (i = 0; i < 3000; i++) for (t = 0; t < 300; t += 1 + i % 3 * 50)
+# Where a file must stay open until it is renamed, there can be no more of them than the system opens.
+threads=300
+[ "${QVX_SYSTEM:-}" = Windows ] && threads=50
+awk -v threads=$threads 'BEGIN { for (i = 0; i < 3000; i++) for (t = 0; t < threads; t += 1 + i % 3 * 50)
     print "\tFunctionEnter\t28\t" i "\t0\t" t "\tInvalid\t1" }' >many.table
 mkdir many
 (failures=0; ulimit -n 100; run 0 split many.table --by thread -o many/; exit $failures) || fail 'many threads'
-[ "$(ls many | wc -l)" -eq 300 ] || fail "$(ls many | wc -l) pieces of 300 threads"
+[ "$(ls many | wc -l)" -eq $threads ] || fail "$(ls many | wc -l) pieces of $threads threads"
 for piece in many/*; do happened "$piece"; done | sort | cmp -s - <(happened many.table | sort) || fail 'pieces of many threads'
 for arguments in '' '--size 1M --by core' '--size x' '--size 5X' '--size 255K' '--every x' '--every 0' '--every 0s' '--by time'; do
     run 2 split paged $arguments -o none

@@ -151,7 +151,7 @@ says 'neither trace has anything that is selected'
 run 1 diff one more -o out
 
 # Runs of the same program by one thread tell the same but for times, and who ran where.
-first=$(ls recorded/thread_*.qvx | head -1) second=$(ls recorded/again_*.qvx | head -1)
+first=$(grep -la findFiles recorded/thread_*.qvx) second=$(grep -la findFiles recorded/again_*.qvx)
 run 0 diff --ignore-time --ignore-place --by-name "$first" "$second"
 run 1 diff --ignore-time --by-name "$first" "$second" -o place
 

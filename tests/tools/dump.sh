@@ -26,7 +26,7 @@ row() { printf '\t%s' "$1"; shift; printf '\t%s' "$@"; printf '\n'; }
 run 0 convert table -o trace
 
 # expect ARGUMENTS...: compares what dump says with standard input.
-expect() { diff - <("$qvx" dump "$@" 2>&1) || fail "dump $*"; }
+expect() { diff - <("$qvx" dump "$@" 2>err) || fail "dump $*"; }
 expect trace --format text <<'END'
                 time  core     thread  what
          0.000500000     1          2  > work
@@ -103,9 +103,9 @@ END
 for nothing in '--core 0' '--thread 3' '--kind Message' '--name x'; do
     # shellcheck disable=SC2086
     expect trace --format text --from 4000 --to 5000 $nothing <<'END'
-qvx: nothing is selected
                 time  core     thread  what
 END
+    says 'qvx: nothing is selected'
 done
 
 # Several traces are one in the order of time, and each its own process where its names are.

@@ -184,7 +184,7 @@ if [ "${QVX_SYSTEM:-Linux}" = Linux ]; then
 fi
 
 # A terminal that nobody has.
-if command -v setsid >/dev/null && [ -c /dev/tty ]; then
+if [ "${QVX_SYSTEM:-Linux}" = Linux ] && command -v setsid >/dev/null && [ -c /dev/tty ]; then
     setsid -w "$qvx" merge /dev/tty -o unopened 2>err
     [ $? -eq 1 ] && grep -q '^qvx: /dev/tty: No such device or address' err || { cat err; fail 'a device that cannot be opened'; }
 fi

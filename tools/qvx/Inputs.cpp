@@ -76,7 +76,7 @@ std::vector<std::string> Inputs::filesOf(const std::vector<std::string>& allGive
             throw Failure(given, "has no files *.qvx");
         std::ranges::sort(names, isBefore);
         for (const std::string& name : names)
-            all.push_back((fs::path(given) / name).string());
+            all.push_back((fs::path(given) / name).generic_string());
     }
     return all;
 }
