@@ -6,11 +6,28 @@
 
 namespace Quorvex {
 
+class CTraceCursor;
+
 /// What is counted of a trace: all there is, or what happened from one tick to before another. Of a call that reaches
 /// beyond, the part within counts, and as a duration what is within.
 struct TickWindow {
     std::uint64_t from = 0;        ///< its first tick
     std::uint64_t to = UINT64_MAX; ///< the tick behind its last one
+};
+
+/// Whether something is wanted, as a function tells that outlives this.
+template <class What> class Condition {
+public:
+    /// By a function that is called with it.
+    template <class Takes>
+    Condition(const Takes& takes)
+        : m_takes(&takes),
+          m_ask([](const void* by, What what) { return static_cast<bool>((*static_cast<const Takes*>(by))(what)); }) {}
+    bool operator()(What what) const { return m_ask(m_takes, what); } ///< what it tells
+
+private:
+    const void* m_takes;
+    bool (*m_ask)(const void* by, What what);
 };
 
 /// What is told of the calls in all traces that have been read.

@@ -66,8 +66,9 @@ void CallTimes::read(TraceFile& trace, CTraceNames& names, std::uint32_t process
     Reading(*this, names, process).read(trace, [](const CTraceCursor&) { return true; });
 }
 
-void CallTimes::read(TraceFile& trace, CTraceNames& names, std::uint32_t process, TakesPacket* takes, const void* by) {
-    Reading(*this, names, process).read(trace, [takes, by](const CTraceCursor& packet) { return takes(by, packet); });
+void CallTimes::read(TraceFile& trace, CTraceNames& names, std::uint32_t process,
+                     Condition<const CTraceCursor&> takes) {
+    Reading(*this, names, process).read(trace, takes);
 }
 
 } // namespace Quorvex

@@ -53,12 +53,7 @@ public:
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
     /// The same, of those calls whose enter `takes(cursor)` takes; it is asked about every packet. What a call took is
     /// as in the whole trace: its leave, and the calls in it, need not be taken.
-    template <class Takes> void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, const Takes& takes) {
-        read(
-            trace, names, process,
-            [](const void* by, const CTraceCursor& packet) { return (*static_cast<const Takes*>(by))(packet); },
-            &takes);
-    }
+    void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, Condition<const CTraceCursor&> takes);
 
     /// What has been read, by what it is told for.
     using Times = std::map<Key, FunctionTimes>;
@@ -66,9 +61,6 @@ public:
 
 private:
     struct Reading;
-    using TakesPacket = bool(const void* by, const CTraceCursor& packet);
-
-    void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, TakesPacket* takes, const void* by);
 
     bool m_byThread;
     Window m_window;

@@ -107,21 +107,21 @@ CallTree::CallTree(bool byThread, TickWindow window, std::size_t mostPaths)
 
 CallTree::~CallTree() = default;
 
-void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process, TakesCall* takes, const void* by) {
-    Reading(*this, names, process).read(trace, [takes, by](const CTraceCursor& packet) { return takes(by, packet); });
+void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process, Condition<const CTraceCursor&> takes) {
+    Reading(*this, names, process).read(trace, takes);
 }
 
 void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process) {
     Reading(*this, names, process).read(trace, [](const CTraceCursor&) { return true; });
 }
 
-void CallTree::beginWith(TakesFunction* takes, const void* by) {
+void CallTree::beginWith(Condition<std::uint64_t> takes) {
     const platform::Owned<Paths> old(std::exchange(m_paths, platform::makeOwned<Paths>(m_paths->mostPaths)));
     std::vector<Node*> newOnes; // by the index of the old; null for what is left out
     newOnes.reserve(old->nodes.size());
     for (const Node& node : old->nodes) {
         Node* caller = node.caller ? newOnes[node.caller->index] : nullptr;
-        if (!caller && node.function < kNone && takes(by, node.function))
+        if (!caller && node.function < kNone && takes(node.function))
             caller = &m_paths->threadOf(node.thread->first);
         newOnes.push_back(caller ? &m_paths->called(*caller, node.function) : nullptr);
         if (newOnes.back())
@@ -129,13 +129,13 @@ void CallTree::beginWith(TakesFunction* takes, const void* by) {
     }
 }
 
-void CallTree::turnTo(TakesFunction* takes, const void* by) {
+void CallTree::turnTo(Condition<std::uint64_t> takes) {
     const platform::Owned<Paths> old(std::exchange(m_paths, platform::makeOwned<Paths>(m_paths->mostPaths)));
     std::vector<bool> isWithin; // by the index: it or what calls it is taken
     isWithin.reserve(old->nodes.size());
     for (const Node& node : old->nodes) {
         const bool isInside = node.caller && isWithin[node.caller->index];
-        const bool isTaken = node.function < kNone && takes(by, node.function);
+        const bool isTaken = node.function < kNone && takes(node.function);
         isWithin.push_back(isInside || isTaken);
         if (!isTaken || node.calls == 0)
             continue;

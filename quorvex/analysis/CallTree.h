@@ -52,19 +52,14 @@ public:
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process);
     /// The same, of those calls whose enter `takes(cursor)` takes; it is asked about every packet. What a call took is
     /// as in the whole trace: its leave, and the calls in it, need not be taken.
-    template <class Takes> void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, const Takes& takes) {
-        read(
-            trace, names, process,
-            [](const void* by, const CTraceCursor& packet) { return (*static_cast<const Takes*>(by))(packet); },
-            &takes);
-    }
+    void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, Condition<const CTraceCursor&> takes);
 
     /// Lets paths begin with the functions that `takes(number)` takes, and leaves out what these did not call.
-    template <class Takes> void beginWith(const Takes& takes) { beginWith(takesBy<Takes>, &takes); }
+    void beginWith(Condition<std::uint64_t> takes);
     /// Turns paths round: they begin with the functions that `takes(number)` takes, and lead to those that called them.
     /// The time of a path is then that of these functions when they were called that way, with what they called, but
     /// not within each other; it is `self` where the path has no further caller.
-    template <class Takes> void turnTo(const Takes& takes) { turnTo(takesBy<Takes>, &takes); }
+    void turnTo(Condition<std::uint64_t> takes);
 
     /// All paths with calls, and those that lead to them; each is followed by those that it leads to, the one with most
     /// time first. Threads stand in the order of processes and numbers.
@@ -74,15 +69,6 @@ private:
     struct Reading;
     struct Node;
     struct Paths;
-    using TakesCall = bool(const void* by, const CTraceCursor& packet);
-    using TakesFunction = bool(const void* by, std::uint64_t function);
-
-    template <class Takes> static bool takesBy(const void* by, std::uint64_t function) {
-        return (*static_cast<const Takes*>(by))(function);
-    }
-    void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, TakesCall* takes, const void* by);
-    void beginWith(TakesFunction* takes, const void* by);
-    void turnTo(TakesFunction* takes, const void* by);
 
     bool m_byThread;
     TickWindow m_window;

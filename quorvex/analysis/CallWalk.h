@@ -182,9 +182,7 @@ private:
             thread.calls.back().inner += duration;
     }
 
-    std::uint64_t timeOf(std::uint64_t ticks) const {
-        return TimeBase::unitsOf(ticks, m_clock.frequency(), 1'000'000'000);
-    }
+    std::uint64_t timeOf(std::uint64_t ticks) const { return TimeBase::nanosecondsOf(ticks, m_clock.frequency()); }
 
     CallSummary& m_summary;
     TickWindow m_window;

@@ -42,7 +42,7 @@ struct CoreTimes::State {
     std::uint64_t within(std::uint64_t from, std::uint64_t to) const {
         from = std::max(from, window.from);
         to = std::min(to, window.to);
-        return to > from ? TimeBase::unitsOf(to - from, clock.frequency(), 1'000'000'000) : 0;
+        return to > from ? TimeBase::nanosecondsOf(to - from, clock.frequency()) : 0;
     }
     /// What runs on a core has run until now.
     void run(Core& core) {
@@ -109,7 +109,6 @@ CoreTimes::~CoreTimes() = default;
 void CoreTimes::look(const CTraceCursor& packet, CTraceNames& names, std::uint32_t process, bool isTaken) {
     State& its = *m_state;
     const KindFacts& facts = factsOf(packet.TraceCode());
-    const tagTCode code = facts.isRelative ? facts.otherForm : packet.TraceCode();
     if (facts.role == Role::Definition) {
         names.note(*PacketPointer(packet.packet()), process);
         return;
@@ -121,21 +120,15 @@ void CoreTimes::look(const CTraceCursor& packet, CTraceNames& names, std::uint32
             its.last = std::max(its.last, tick);
         }
     }
-    if (code == Timestamp)
+    if (packet.TraceCode() == Timestamp)
         its.clock.note(*PacketPointer(packet.packet()));
-    const auto move = [&](TextSort sort, const auto& view, std::uint64_t id, bool isEnter) {
-        Core& core = its.cores[view.HWCtx()];
-        const Key key{sort, sort == TextSort::Process ? names.numberOf(sort, id, process) : id, view.HWCtx()};
-        isEnter ? its.enter(core, key, isTaken) : its.leave(core, key);
-    };
-    if (const auto entered = packet.as<CProcessEnter>())
-        move(TextSort::Process, *entered, entered->ProcId(), true);
-    else if (const auto left = packet.as<CProcessLeave>())
-        move(TextSort::Process, *left, left->ProcId(), false);
-    else if (const auto raised = packet.as<CHWExceptionEnter>())
-        move(TextSort::None, *raised, raised->ExceptionId(), true);
-    else if (const auto handled = packet.as<CHWExceptionLeave>())
-        move(TextSort::None, *handled, handled->ExceptionId(), false);
+    if (facts.step == Step::None || facts.entered == TextSort::Function)
+        return;
+    const std::uint32_t core = packet.contextOf<CCoreContext>()->hwCtx;
+    const std::uint32_t id = enteredIn(packet);
+    const Key key{facts.entered, facts.entered == TextSort::Process ? names.numberOf(facts.entered, id, process) : id,
+                  core};
+    facts.step == Step::Enter ? its.enter(its.cores[core], key, isTaken) : its.leave(its.cores[core], key);
 }
 
 void CoreTimes::finish() {
@@ -147,9 +140,7 @@ void CoreTimes::finish() {
         }
     }
     if (its.first != kUnknown64) {
-        const auto timeOf = [&](std::uint64_t tick) {
-            return TimeBase::unitsOf(tick, its.clock.frequency(), 1'000'000'000);
-        };
+        const auto timeOf = [&](std::uint64_t tick) { return TimeBase::nanosecondsOf(tick, its.clock.frequency()); };
         its.firstTime = std::min(its.firstTime, timeOf(its.first));
         its.lastTime = std::max(its.lastTime, timeOf(its.last));
         its.lacksClock = its.lacksClock || its.clock.frequency() == 0;

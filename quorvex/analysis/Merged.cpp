@@ -129,7 +129,7 @@ void Merged::Source::read(std::size_t most) try {
         const KindFacts& facts = factsOf(code);
         if (facts.sync != ContextSort::None || code == Fill || (filter && !filter->wants(number, at)))
             continue;
-        if (code == TraceEnabled || code == TraceDisabled || code == EndOfTrace) {
+        if (facts.isFrame) {
             push(nullptr, kUnknown64);
             continue;
         }

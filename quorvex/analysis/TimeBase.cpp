@@ -52,7 +52,7 @@ std::optional<std::uint64_t> TimeBase::nanoseconds(std::uint64_t tick, std::uint
     const std::uint64_t ticks = frequency(core);
     if (ticks == 0)
         return std::nullopt;
-    return unitsOf(tick, ticks, 1'000'000'000);
+    return nanosecondsOf(tick, ticks);
 }
 
 std::uint64_t TimeBase::unitsOf(std::uint64_t ticks, std::uint64_t frequency, std::uint64_t unitsPerSecond,

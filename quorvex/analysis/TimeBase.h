@@ -33,6 +33,10 @@ public:
     static std::uint64_t unitsOf(std::uint64_t ticks, std::uint64_t frequency, std::uint64_t unitsPerSecond,
                                  std::uint64_t most = UINT64_MAX);
 
+    /// The same in nanoseconds.
+    static std::uint64_t nanosecondsOf(std::uint64_t ticks, std::uint64_t frequency) {
+        return unitsOf(ticks, frequency, 1'000'000'000);
+    }
     /// Ticks of a clock in so many picoseconds; at most the greatest number of 64 bits. The frequency is known.
     static std::uint64_t ticksOf(std::uint64_t picoseconds, std::uint64_t frequency) {
         return unitsOf(picoseconds, 1'000'000'000'000, frequency);

@@ -29,13 +29,6 @@ constexpr unsigned kTellingBreaks = 8;
 /// So many functions may be open in a thread; deeper ones are only counted.
 constexpr std::size_t kMostOpen = 0x10000;
 
-constexpr ContextSort kSorts[] = {ContextSort::Core, ContextSort::Bus, ContextSort::System};
-
-constexpr const char* nameOf(ContextSort sort) {
-    constexpr const char* kNames[] = {"", "core", "bus", "system"};
-    return kNames[unsigned(sort)];
-}
-
 /// What is defined and then used, by its sort; null for what nothing defines.
 constexpr const char* wordFor(TextSort sort) {
     constexpr const char* kWords[] = {
@@ -120,7 +113,7 @@ private:
         } else if (pages::isBreak(m_offset)) {
             ++m_keptBreaks;
             m_expected.clear();
-            for (const ContextSort sort : kSorts) {
+            for (const ContextSort sort : kContextSorts) {
                 if (m_contexts.knows(sort))
                     m_expected.push_back(sort);
             }

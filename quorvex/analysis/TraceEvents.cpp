@@ -99,7 +99,7 @@ void TraceEvents::make() {
     } else {
         m_own.append(packet.payload() + passed, packet.Length() - passed);
     }
-    m_own[0] = asChar(kind.isRelative ? kind.otherForm : packet.TraceCode());
+    m_own[0] = asChar(absoluteKind(packet.TraceCode()));
     m_own[1] = asChar(static_cast<unsigned>(m_own.size()) - CPacketHeader::Len());
     if (kind.text != TextSort::None)
         appendText(m_own, packet.text());

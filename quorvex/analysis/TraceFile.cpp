@@ -321,7 +321,7 @@ bool TraceFile::advanceInTable() {
 
 void TraceFile::Signs::lookAtFrame(const CTraceCursor& packet) {
     const tagTCode code = packet.TraceCode();
-    if (code != TraceEnabled && code != TraceDisabled && code != EndOfTrace)
+    if (!factsOf(code).isFrame)
         return;
     if (code == TraceDisabled) {
         if (!isFrameOpen && !isEnded)

@@ -76,7 +76,7 @@ private:
     /// What packets tell of the end of their trace.
     struct Signs {
         void look(const CTraceCursor& packet) {
-            if (packet.TraceCode() >= TraceEnabled && packet.TraceCode() <= EndOfTrace)
+            if (packet.TraceCode() >= TraceEnabled && packet.TraceCode() <= EndOfTrace) // no look into the table
                 lookAtFrame(packet);
             const CTraceCursor::Text text = packet.textState();
             if (text == CTraceCursor::Text::Absent || text == CTraceCursor::Text::Open) {

@@ -1,5 +1,6 @@
 #include "quorvex/analysis/TraceNames.h"
 
+#include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
@@ -251,6 +252,14 @@ const std::string& CTraceNames::name(TextSort sort, std::uint64_t number) const 
     static const std::string kNone;
     const auto at = m_names.find({sort, number});
     return at == m_names.end() ? kNone : at->second.text;
+}
+
+std::string CTraceNames::nameOrId(TextSort sort, std::uint64_t number) const {
+    const std::string& known = name(sort, number);
+    if (!known.empty())
+        return known;
+    char text[2 + 2 * sizeof(std::uint32_t)];
+    return {text, putHexValue(text, static_cast<std::uint32_t>(idOf(sort, number)))};
 }
 
 } // namespace Quorvex

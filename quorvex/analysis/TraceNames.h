@@ -114,6 +114,9 @@ public:
     /// The name of a number; empty when none was given.
     const std::string& name(TextSort sort, std::uint64_t number) const;
 
+    /// The same; where none was given, the identifier in hexadecimal.
+    std::string nameOrId(TextSort sort, std::uint64_t number) const;
+
     /// What is known of a number.
     struct Name {
         std::string text; ///< its name

@@ -17,21 +17,15 @@ namespace Quorvex {
 
 namespace {
 
-constexpr ContextSort kSorts[] = {ContextSort::Core, ContextSort::Bus, ContextSort::System};
-
 constexpr std::uint64_t pageBegin(std::uint64_t place) {
     return place - place % kPageSize;
 }
 
 /// Whether a page that begins with `told` restates all that is known before it.
 bool restatesAll(const CContexts& told, const CContexts& known) {
-    const auto isSame = [&](ContextSort sort) {
-        return sort == ContextSort::Core  ? told.core() == known.core()
-               : sort == ContextSort::Bus ? told.bus() == known.bus()
-                                          : told.system() == known.system();
-    };
-    return std::ranges::all_of(
-        kSorts, [&](ContextSort sort) { return !known.knows(sort) || (told.knows(sort) && isSame(sort)); });
+    return std::ranges::all_of(kContextSorts, [&](ContextSort sort) {
+        return !known.knows(sort) || (told.knows(sort) && told.hasSame(sort, known));
+    });
 }
 
 /// Whether something has happened, at a tick. Definitions may be older than what stands before them.
@@ -231,7 +225,7 @@ bool TracePages::holdsFrames(std::uint64_t from, std::uint64_t to, const TraceFr
     });
     FramePart part;
     const auto note = [](FramePart& its, const CTraceCursor& packet) {
-        if (packet.TraceCode() >= TraceEnabled && packet.TraceCode() <= EndOfTrace)
+        if (factsOf(packet.TraceCode()).isFrame)
             its.frame.note(packet);
     };
     detail::PartsOf<FramePart, decltype(note)> work(part, note);
@@ -247,7 +241,7 @@ bool TracePages::putPackets(TracePiece& piece, std::uint64_t from, std::uint64_t
     const auto at = openAt(from, to, contexts);
     CTraceCursor& cursor = at->cursor;
     while (cursor.next()) {
-        if (cursor.TraceCode() >= TraceEnabled && cursor.TraceCode() <= EndOfTrace)
+        if (factsOf(cursor.TraceCode()).isFrame)
             frame.note(cursor);
         if (!piece.put(std::as_const(cursor))) {
             m_stoppedAt = cursor.offset();

@@ -14,7 +14,6 @@ namespace Quorvex {
 namespace {
 
 constexpr unsigned kCopied = 0x100000; ///< bytes at a time
-constexpr ContextSort kSorts[] = {ContextSort::Core, ContextSort::Bus, ContextSort::System};
 constexpr std::string_view kNoText("\x7e\0", 2);
 constexpr std::string_view kTraceDisabled("\x7a\0", 2);
 constexpr std::string_view kEndOfTrace("\x7c\0", 2);
@@ -25,12 +24,6 @@ tagTCode codeOf(std::string_view packet) {
 
 unsigned lengthOf(std::string_view packet) {
     return static_cast<unsigned char>(packet[1]);
-}
-
-bool haveSame(const CContexts& one, const CContexts& other, ContextSort sort) {
-    return sort == ContextSort::Core  ? one.core() == other.core()
-           : sort == ContextSort::Bus ? one.bus() == other.bus()
-                                      : one.system() == other.system();
 }
 
 } // namespace
@@ -81,7 +74,7 @@ bool TracePiece::makeRoom(std::size_t size) {
         return true;
     char syncs[pages::kMostRestated];
     unsigned fill = 0;
-    for (const ContextSort sort : kSorts) {
+    for (const ContextSort sort : kContextSorts) {
         if (m_contexts.knows(sort))
             fill += m_contexts.writeSync(sort, syncs + fill, static_cast<unsigned>(sizeof syncs) - fill);
     }
@@ -157,8 +150,8 @@ bool TracePiece::writeSync(const CContexts& contexts, ContextSort sort) {
 }
 
 bool TracePiece::put(const CContexts& contexts) {
-    return std::ranges::all_of(kSorts, [&](ContextSort sort) {
-        return !contexts.knows(sort) || (m_contexts.knows(sort) && haveSame(contexts, m_contexts, sort)) ||
+    return std::ranges::all_of(kContextSorts, [&](ContextSort sort) {
+        return !contexts.knows(sort) || (m_contexts.knows(sort) && contexts.hasSame(sort, m_contexts)) ||
                writeSync(contexts, sort);
     });
 }
@@ -170,7 +163,7 @@ bool TracePiece::put(const CTraceCursor& packet) {
     if (facts.standsAlone && !facts.isRelative) [[likely]] {
         // As most packets; all that stands behind the fields of one is damage.
     } else if (facts.isRelative) {
-        if ((!haveSame(there, m_contexts, facts.context) ||
+        if ((!there.hasSame(facts.context, m_contexts) ||
              (there.knows(facts.context) && !m_contexts.knows(facts.context))) &&
             !writeSync(there, facts.context))
             return false;
@@ -185,7 +178,7 @@ bool TracePiece::put(const CTraceCursor& packet) {
         return beginFrame(frame);
     } else if (facts.sync != ContextSort::None) {
         const bool isAtStart = pages::isBreak(packet.offset()) || packet.offset() == m_pageStartEnd;
-        if (isAtStart && m_contexts.knows(facts.sync) && haveSame(there, m_contexts, facts.sync)) {
+        if (isAtStart && m_contexts.knows(facts.sync) && there.hasSame(facts.sync, m_contexts)) {
             m_pageStartEnd = packet.end();
             return true;
         }

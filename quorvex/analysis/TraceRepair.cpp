@@ -34,12 +34,7 @@ namespace {
 
 constexpr unsigned kHeader = CPacketHeader::Len();
 constexpr unsigned kMostBytes = kHeader + UINT8_MAX; ///< of a packet
-constexpr ContextSort kSorts[] = {ContextSort::Core, ContextSort::Bus, ContextSort::System};
 
-constexpr const char* nameOf(ContextSort sort) {
-    constexpr const char* kNames[] = {"", "core", "bus", "system"};
-    return kNames[unsigned(sort)];
-}
 constexpr tagTCode syncOf(ContextSort sort) {
     constexpr tagTCode kCodes[] = {Invalid, Sync, BusSync, SystemSync};
     return kCodes[unsigned(sort)];
@@ -162,7 +157,8 @@ public:
     static bool isDisguised(std::string_view packet, std::uint64_t lastTick) {
         const tagTCode code = codeAt(packet);
         return (code == CharString || code == Fill) &&
-               std::ranges::any_of(kSorts, [&](ContextSort sort) { return lengthAt(packet) == lengthOf(sort); }) &&
+               std::ranges::any_of(kContextSorts,
+                                   [&](ContextSort sort) { return lengthAt(packet) == lengthOf(sort); }) &&
                hidesTick(packet, lastTick);
     }
 
@@ -399,7 +395,7 @@ public:
         m_unitEnd = offset + part.size;
         if (tick != kUnknown64)
             m_lastTick = tick;
-        for (const ContextSort sort : kSorts) {
+        for (const ContextSort sort : kContextSorts) {
             if (isLonger && sort != sortOfSync(code)) // what it has taken in may have been a sync packet
                 doubt(sort);
         }
@@ -414,7 +410,7 @@ public:
             m_lossInFrame = true;
         }
         m_gapTo = offset + size;
-        for (const ContextSort sort : kSorts) {
+        for (const ContextSort sort : kContextSorts) {
             if (!isAnnounced)
                 doubt(sort);
         }
@@ -432,7 +428,7 @@ public:
         settleEnd(Invalid);
         if (!(m_isPaged && pages::isBreak(size)))
             writeFills();
-        for (const ContextSort sort : kSorts)
+        for (const ContextSort sort : kContextSorts)
             endStretch(sort, size);
         if (m_oddFills > 0)
             note(m_firstOddFill, 0, Fill, CheckRule::Fill, false,
@@ -580,7 +576,7 @@ private:
     void leavePageStart() {
         if (!std::exchange(m_isAtPageStart, false) || m_page == 0)
             return;
-        for (const ContextSort sort : kSorts) {
+        for (const ContextSort sort : kContextSorts) {
             if (m_contexts.knows(sort) && !m_restated[unsigned(sort)])
                 doubt(sort);
         }
@@ -588,7 +584,7 @@ private:
 
     /// A packet whose header is not right may have been a sync packet, if its code or its length is that of one.
     void doubtBehind(std::string_view header) {
-        for (const ContextSort sort : kSorts) {
+        for (const ContextSort sort : kContextSorts) {
             if (sortOfSync(codeAt(header)) == sort || lengthAt(header) == lengthOf(sort))
                 doubt(sort);
         }

@@ -31,7 +31,7 @@ struct RepairOptions {
         Plain, ///< back to back
         Paged, ///< in pages
     };
-    Layout layout = Layout::Kept; ///< of what is written
+    Layout layout = Layout::Kept;                                 ///< of what is written
     std::uint64_t from = 0;                                       ///< where the trace begins in the source
     std::uint64_t to = std::numeric_limits<std::uint64_t>::max(); ///< behind its last byte; by default, the source's
     bool isWhole = false; ///< nothing is missing at its end but the end of its frame, as where a page file was joined

@@ -180,7 +180,7 @@ namespace {
 
 /// In nanoseconds; ticks where no clock is known.
 std::uint64_t timeValue(std::uint64_t ticks, std::uint64_t frequency) {
-    return TimeBase::unitsOf(ticks, frequency, 1'000'000'000);
+    return TimeBase::nanosecondsOf(ticks, frequency);
 }
 
 std::string timeText(std::uint64_t ticks, std::uint64_t frequency) {
@@ -222,11 +222,7 @@ Known& TraceRules::State::knownAs(const File& file, TextSort sort, std::uint32_t
         return its;
     its.names = definitions;
     const std::uint64_t number = names.numberOf(sort, id, file.number);
-    its.name = names.name(sort, number);
-    if (its.name.empty()) {
-        char text[2 + 2 * sizeof id];
-        its.name.assign(text, putHexValue(text, id));
-    }
+    its.name = names.nameOrId(sort, number);
     its.isOverflow = sort == TextSort::Event && overflows.contains(number);
     its.rules.clear();
     its.others.clear();
@@ -288,38 +284,23 @@ template <class Packet> void TraceRules::State::look(File& file, const Packet& p
         if (!isUnknown(FieldMeaning::Context, place.core))
             lookAtGap(file, RuleAbout::CoreGap, place.core);
     }
-    switch (facts.isRelative ? facts.otherForm : code) {
-    case FunctionEnter:
-    case FunctionLeave:
+    if (facts.step != Step::None && facts.entered == TextSort::Function) {
         if (about(RuleAbout::Function).empty() && about(RuleAbout::Depth).empty())
-            break;
+            return;
         file.look(packet);
         if (const auto enter = packet.template as<CFunctionEnter>())
             lookAtEnter(file, enter->TgtFuncId());
-        break;
-    case Event:
+    } else if (code == Event) {
         lookAtEvent(file, packet.template as<CEvent>()->EvtId());
-        break;
-    case Message:
-        if (!about(RuleAbout::Message).empty()) {
-            const auto& object = objectOf(packet);
-            const std::string text(wholeTextOf(*object));
-            for (Rule* rule : about(RuleAbout::Message)) {
-                if (matches(rule->name, text))
-                    happens(*rule, text);
-            }
+    } else if (code == Message && !about(RuleAbout::Message).empty()) {
+        const auto& object = objectOf(packet);
+        const std::string text(wholeTextOf(*object));
+        for (Rule* rule : about(RuleAbout::Message)) {
+            if (matches(rule->name, text))
+                happens(*rule, text);
         }
-        break;
-    case CounterValueVar:
-    case CounterValue:
-    case CounterValueDim1:
-    case CounterValueDim2:
-    case CounterValueDimN:
-        if (!about(RuleAbout::Counter).empty())
-            lookAtValue(file, *objectOf(packet));
-        break;
-    default:
-        break;
+    } else if (facts.isCounterValue && !about(RuleAbout::Counter).empty()) {
+        lookAtValue(file, *objectOf(packet));
     }
 }
 
@@ -559,7 +540,7 @@ std::vector<RuleResult> TraceRules::results() {
         for (RuleFinding& finding : rule.result.findings) {
             const std::uint64_t frequency = m_state->frequencies[finding.file];
             if (frequency > 0 && finding.tick != kUnknown64 && finding.tick >= m_state->first)
-                finding.nanoseconds = TimeBase::unitsOf(finding.tick - m_state->first, frequency, 1'000'000'000);
+                finding.nanoseconds = TimeBase::nanosecondsOf(finding.tick - m_state->first, frequency);
         }
         results.push_back(rule.result);
     }

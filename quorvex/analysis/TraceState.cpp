@@ -53,7 +53,7 @@ unsigned putAbsolute(const CTraceCursor& packet, char (&to)[kMostBytes + CCoreCo
     const auto length = static_cast<unsigned>(at + rest - to) - CPacketHeader::Len();
     if (length > UINT8_MAX)
         return 0;
-    to[0] = static_cast<char>(facts.isRelative ? facts.otherForm : packet.TraceCode());
+    to[0] = static_cast<char>(absoluteKind(packet.TraceCode()));
     to[1] = static_cast<char>(length);
     return CPacketHeader::Len() + length;
 }
@@ -172,8 +172,7 @@ struct Definition {
 } // namespace
 
 void TraceFrame::note(const CTraceCursor& packet) {
-    const tagTCode code = packet.TraceCode();
-    if (code != TraceEnabled && code != TraceDisabled && code != EndOfTrace)
+    if (!factsOf(packet.TraceCode()).isFrame)
         return;
     *this = TraceFrame();
     isTold = true;
@@ -244,21 +243,13 @@ struct TraceState::Contents {
 void TraceState::Contents::note(const CTraceCursor& packet) {
     const tagTCode code = packet.TraceCode();
     const KindFacts& facts = factsOf(code);
-    switch (facts.isRelative ? facts.otherForm : code) {
-    case FunctionEnter:
-    case HWExceptionEnter:
-    case ProcessEnter:
-        return open(packet, true);
-    case FunctionLeave:
-    case HWExceptionLeave:
-    case ProcessLeave:
-        return open(packet, false);
-    case CounterValue:
-    case CounterValueVar:
-    case CounterValueDim1:
-    case CounterValueDim2:
-    case CounterValueDimN:
+    if (facts.step != Step::None)
+        return open(packet, facts.step == Step::Enter);
+    if (facts.isCounterValue)
         return count(packet);
+    if (facts.isFrame)
+        return frame.note(packet);
+    switch (absoluteKind(code)) {
     case VariableRead:
     case VariableWrite:
         return keep(variables[loadLittleEndian<std::uint32_t>(packet.payload() + contextSize(facts))], packet);
@@ -269,10 +260,6 @@ void TraceState::Contents::note(const CTraceCursor& packet) {
         return setLines(packet);
     case Timestamp:
         return noteClock(packet);
-    case TraceEnabled:
-    case TraceDisabled:
-    case EndOfTrace:
-        return frame.note(packet);
     default:
         break;
     }
@@ -386,16 +373,13 @@ void TraceState::Contents::open(const CTraceCursor& packet, bool isEnter) {
     const tagTCode code = packet.TraceCode();
     const KindFacts& facts = factsOf(code);
     const auto context = *packet.contextOf<CCoreContext>();
-    const tagTCode absolute = facts.isRelative ? facts.otherForm : code;
     std::uint64_t key = 0;
-    if (absolute == FunctionEnter || absolute == FunctionLeave)
+    if (facts.entered == TextSort::Function)
         key = isUnknown(FieldMeaning::Context, context.swCtx) ? openKey(InUnknownThread, context.hwCtx)
                                                               : openKey(InThread, context.swCtx);
     else
-        key = openKey(absolute == ProcessEnter || absolute == ProcessLeave ? Processes : Interrupts, context.hwCtx);
-    // The identifier of what is entered or left is the last field of all these kinds.
-    const char* const end = packet.payload() + packet.Length();
-    const auto id = loadLittleEndian<std::uint32_t>(end - sizeof(std::uint32_t));
+        key = openKey(facts.entered == TextSort::Process ? Processes : Interrupts, context.hwCtx);
+    const std::uint32_t id = enteredIn(packet);
     if (!isEnter)
         return leave(key, id);
     Call call{packet.offset(), id, 0, {}};

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Quorvex {
@@ -59,6 +60,11 @@ inline std::string hexNumber(const unsigned char* bytes, unsigned count) {
     std::string text(2 + 2 * std::size_t{count}, '\0');
     putHexNumber(text.data(), bytes, count);
     return text;
+}
+
+/// The same of bytes that are given as characters.
+inline std::string hexNumber(std::string_view bytes) {
+    return hexNumber(reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size()));
 }
 
 /// The eight decimal digits of a value below 100 000 000 as numbers, the first one lowest.

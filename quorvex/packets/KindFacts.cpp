@@ -57,6 +57,13 @@ constexpr void addPlanned(KindTable& table, tagTCode code, Role role, TextSort t
     table[code].text = text;
 }
 
+constexpr void addSteps(KindTable& table, tagTCode enter, tagTCode leave, TextSort entered) {
+    for (const tagTCode code : {enter, table[enter].otherForm, leave, table[leave].otherForm})
+        table[code].entered = entered;
+    table[enter].step = table[table[enter].otherForm].step = Step::Enter;
+    table[leave].step = table[table[leave].otherForm].step = Step::Leave;
+}
+
 constexpr KindTable makeTable() {
     KindTable table{};
 #define QUORVEX_TCODE(code, name, description, layout, role, text) addKind<C##name, Role::role, TextSort::text>(table);
@@ -69,6 +76,13 @@ constexpr KindTable makeTable() {
     table[Sync].sync = ContextSort::Core;
     table[BusSync].sync = ContextSort::Bus;
     table[SystemSync].sync = ContextSort::System;
+    addSteps(table, FunctionEnter, FunctionLeave, TextSort::Function);
+    addSteps(table, ProcessEnter, ProcessLeave, TextSort::Process);
+    addSteps(table, HWExceptionEnter, HWExceptionLeave, TextSort::None);
+    for (const tagTCode code : {CounterValueVar, CounterValue, CounterValueDim1, CounterValueDim2, CounterValueDimN})
+        table[code].isCounterValue = table[table[code].otherForm].isCounterValue = true;
+    for (const tagTCode code : {TraceEnabled, TraceDisabled, EndOfTrace})
+        table[code].isFrame = true;
     for (KindFacts& kind : table)
         kind.standsAlone = kind.text == TextSort::None && kind.role != Role::Structure;
     table[CharString].standsAlone = false; // it may be a whole text

@@ -11,6 +11,14 @@ namespace Quorvex {
 /// The three sorts of context that have an absolute and a relative form.
 enum class ContextSort : std::uint8_t { None, Core, Bus, System };
 
+/// All that there are.
+inline constexpr ContextSort kContextSorts[] = {ContextSort::Core, ContextSort::Bus, ContextSort::System};
+/// The word for a sort: "core", "bus" or "system"; empty for none.
+constexpr const char* nameOf(ContextSort sort) {
+    constexpr const char* kNames[] = {"", "core", "bus", "system"};
+    return kNames[unsigned(sort)];
+}
+
 /// What a packet does in a trace.
 enum class Role : std::uint8_t {
     Happening,    ///< tells what happened: whoever shows a trace shows it, or tells that it cannot
@@ -39,6 +47,9 @@ enum class TextSort : std::uint8_t {
     Transition,
 };
 
+/// Whether something begins or ends by a packet: a function in a thread, a process or an interrupt on a core.
+enum class Step : std::uint8_t { None, Enter, Leave };
+
 /// What is known of a kind of packet without one at hand. Name, description and layout of a kind tells CTCodeInfo.
 struct KindFacts {
     bool hasClass = false;                   ///< without a class, packets of that code can be stepped over only
@@ -49,6 +60,10 @@ struct KindFacts {
     ContextSort sync = ContextSort::None;    ///< of the context that it restates for relative packets behind it
     tagTCode otherForm = Invalid;            ///< the absolute kind of a relative one, and the other way round
     std::uint8_t length = 0;                 ///< payload bytes, of a kind of changing length the fewest
+    Step step = Step::None;                  ///< it enters or leaves something,
+    TextSort entered = TextSort::None;       ///< a Function or a Process; None: an interrupt
+    bool isCounterValue = false;             ///< tells what a counter has come to
+    bool isFrame = false;                    ///< a frame, or the trace, begins or ends there
     bool textMayCount = false;               ///< also read when the header's length counts the text
     bool standsAlone = false;                ///< no text follows it, and writers take no note of it
 
@@ -73,6 +88,12 @@ inline const KindFacts& factsOf(tagTCode code) {
 /// CharString packet that begins a run is no text.
 inline bool isFollowedByText(tagTCode code) {
     return factsOf(code).text != TextSort::None;
+}
+
+/// The absolute kind of a relative one, any other as it is.
+inline tagTCode absoluteKind(tagTCode code) {
+    const KindFacts& kind = factsOf(code);
+    return kind.isRelative ? kind.otherForm : code;
 }
 
 /// The sort of context of a kind that has a relative form; None for all others.

@@ -133,6 +133,12 @@ bool CContexts::repeats(const CPacket& packet) const {
     });
 }
 
+bool CContexts::hasSame(ContextSort sort, const CContexts& other) const {
+    return with(*this, sort, [&other]<class Context>(const Reference<Context>& reference) {
+        return reference.context == other.reference<Context>().context;
+    });
+}
+
 bool CContexts::reaches(const CPacket& packet) const {
     return with(*this, sortOfFull(packet.TraceCode()), [&packet]<class Context>(const Reference<Context>& reference) {
         const auto* context = contextOf<Context>(packet);

@@ -50,6 +50,9 @@ public:
                (sort == ContextSort::System && m_system.known);
     }
 
+    /// Whether the reference of a sort is the same as another one's; of what has not been told, the unknown one counts.
+    bool hasSame(ContextSort sort, const CContexts& other) const;
+
     /// The absolute context of a packet that carries one of that sort, absolute or relative.
     std::optional<CCoreContext> coreOf(const CPacket& packet) const;
     /// The same for packets of buses.

@@ -195,4 +195,9 @@ private:
     std::string m_block; ///< of a source
 };
 
+/// The number of what a packet enters or leaves, of a kind that does: it is the last field of all of them.
+inline std::uint32_t enteredIn(const CTraceCursor& packet) {
+    return loadLittleEndian<std::uint32_t>(packet.payload() + packet.Length() - sizeof(std::uint32_t));
+}
+
 } // namespace Quorvex

@@ -318,9 +318,9 @@ TEST(TraceRepairing, LosesNothingWhereTheNextPageMustBeReadFirst) {
         CTraceWriterPaged writer(sink);
         CTraceCompressor to(writer);
         const auto put = [&to](CPacket* packet) {
-        to.forward(packet);
-        delete packet; // which some sinks leave with the caller
-    };
+            to.forward(packet);
+            delete packet; // which some sinks leave with the caller
+        };
         const auto putPages = [&](unsigned pages) {
             const std::string text(pages::kFittingText, 'a');
             for (const std::uint64_t end = writer.tellp() + pages * kPageSize; writer.tellp() < end;)
@@ -361,9 +361,9 @@ TEST(TraceRepairing, TellsNoTimeThatAPacketMadeLongerMayHaveChanged) {
         CTraceWriterPlain writer(sink);
         CTraceCompressor to(writer);
         const auto put = [&to](CPacket* packet) {
-        to.forward(packet);
-        delete packet; // which some sinks leave with the caller
-    };
+            to.forward(packet);
+            delete packet; // which some sinks leave with the caller
+        };
         put(new CTraceEnabled(kUnknown64, NotExpanded, false));
         put(new CFunctionEnter(before, 0x1000));
         if (isOfPacket)

@@ -110,7 +110,7 @@ done
 
 # Several traces are one in the order of time, and each its own process where its names are.
 mkdir traces
-sed 's/work/walk/; s/1500/1400/' table >table2
+sed -e s,work,walk, -e s,1500,1400, table >table2
 "$qvx" convert table2 -o traces/thread_10.qvx 2>/dev/null
 cp trace traces/thread_9.qvx
 expect traces --to 1501 <<'END'

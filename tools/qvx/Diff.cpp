@@ -106,7 +106,7 @@ public:
     std::string timeText(std::uint64_t tick) const {
         if (m_span.frequency == 0 || m_span.first == kUnknown64 || tick < m_span.first)
             return std::to_string(tick);
-        const std::uint64_t nanoseconds = TimeBase::unitsOf(tick - m_span.first, m_span.frequency, 1'000'000'000);
+        const std::uint64_t nanoseconds = TimeBase::nanosecondsOf(tick - m_span.first, m_span.frequency);
         return fmt::format("{} ({}.{:09} s)", tick, nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000);
     }
 
@@ -172,12 +172,6 @@ std::string_view wordFor(std::string_view field) {
 bool isHexadecimal(const EventField& field) {
     const FieldLook look = factsOf(field.meaning).look;
     return look == FieldLook::Hexadecimal || look == FieldLook::Address;
-}
-
-/// The bytes as a number, however many they are.
-std::string hexOf(const EventField& field) {
-    return hexNumber(reinterpret_cast<const unsigned char*>(field.bytes.data()),
-                     static_cast<unsigned>(field.bytes.size()));
 }
 
 class Comparison {
@@ -377,7 +371,7 @@ private:
         else if (number && !isHexadecimal(field))
             words += std::to_string(*number);
         else
-            words += field.bytes.empty() ? "none" : hexOf(field);
+            words += field.bytes.empty() ? "none" : hexNumber(field.bytes);
         if (const std::string& name = m_comparison.nameOf(trace.side(), field); !name.empty())
             words += " " + shown(name);
         return words;

@@ -39,11 +39,6 @@ struct GraphOptions {
     Output output;
 };
 
-std::string functionText(const CTraceNames& names, std::uint64_t number) {
-    const std::string& name = names.name(TextSort::Function, number);
-    return name.empty() ? fmt::format("0x{:08x}", names.idOf(TextSort::Function, number)) : name;
-}
-
 /// A name as it can stand in a line of folded stacks, between semicolons.
 std::string foldedText(const std::string& name) {
     std::string text = shown(name);
@@ -71,8 +66,9 @@ public:
                 exitCode = damage;
         }
         const auto isOf = [this](const std::string& pattern) {
-            return
-                [this, &pattern](std::uint64_t function) { return matches(pattern, functionText(m_names, function)); };
+            return [this, &pattern](std::uint64_t function) {
+                return matches(pattern, m_names.nameOrId(TextSort::Function, function));
+            };
         };
         if (!m_options.begin.empty())
             m_tree.beginWith(isOf(m_options.begin));
@@ -145,7 +141,8 @@ private:
     }
 
     std::string nameOf(const CallPath& path) const {
-        return path.function == CallTree::kOther ? "(other paths)" : functionText(m_names, path.function);
+        return path.function == CallTree::kOther ? "(other paths)"
+                                                 : m_names.nameOrId(TextSort::Function, path.function);
     }
     std::string nameOfThread(const CallPath& path) const {
         const std::string file = m_files.size() > 1 ? " of " + m_files[path.process] : "";

@@ -272,7 +272,7 @@ std::string Summary::duration() const {
     const std::uint64_t frequency = m_clock.frequency();
     if (frequency == 0)
         return fmt::format("{} ticks", ticks);
-    const std::uint64_t time = TimeBase::unitsOf(ticks, frequency, kNanoseconds);
+    const std::uint64_t time = TimeBase::nanosecondsOf(ticks, frequency);
     return fmt::format("{}.{:09} s ({} ticks at {} a second{})", time / kNanoseconds, time % kNanoseconds, ticks,
                        frequency, m_clocksDiffer ? "; not all clocks of the trace are like that" : "");
 }
@@ -344,7 +344,7 @@ std::string Summary::json(const TraceInput& input) const {
     known(line, "first_tick", m_firstTick, hasTicks);
     known(line, "last_tick", m_lastTick, hasTicks);
     known(line, "frequency", frequency, frequency != 0);
-    known(line, "duration_ns", TimeBase::unitsOf(m_lastTick - m_firstTick, frequency, 1'000'000'000),
+    known(line, "duration_ns", TimeBase::nanosecondsOf(m_lastTick - m_firstTick, frequency),
           hasTicks && frequency != 0);
     line.add("cores", std::vector<std::uint64_t>(m_cores.begin(), m_cores.end()));
     line.add("threads", std::vector<std::uint64_t>(m_threads.begin(), m_threads.end()));

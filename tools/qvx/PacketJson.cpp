@@ -3,13 +3,11 @@
 #include "Json.h"
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/analysis/TraceFile.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 #include <optional>
 #include <string_view>
 
@@ -29,13 +27,6 @@ constexpr Common kCommon[] = {{"Tick", nullptr}, {"Timestamp", nullptr}, {"Msg",
 
 constexpr std::string_view kRepeated = "Idx"; ///< the field of which a packet may have several
 
-std::string hexText(std::string_view bytes) {
-    std::string text = "0x";
-    for (std::size_t i = bytes.size(); i > 0; --i)
-        fmt::format_to(std::back_inserter(text), "{:02x}", static_cast<unsigned char>(bytes[i - 1]));
-    return text;
-}
-
 void addTime(JsonLine& line, std::uint64_t tick, const TraceSpan& span) {
     if (tick == kUnknown64 || span.frequency == 0 || span.first == kUnknown64) {
         line.addUnknown("time_ns");
@@ -43,7 +34,7 @@ void addTime(JsonLine& line, std::uint64_t tick, const TraceSpan& span) {
     }
     const bool isBefore = tick < span.first;
     const std::uint64_t distance = isBefore ? span.first - tick : tick - span.first;
-    const std::uint64_t time = TimeBase::unitsOf(distance, span.frequency, 1'000'000'000);
+    const std::uint64_t time = TimeBase::nanosecondsOf(distance, span.frequency);
     if (isBefore && time > std::uint64_t{1} << 63)
         line.addUnknown("time_ns"); // no number of 64 bits
     else if (isBefore)
@@ -54,7 +45,7 @@ void addTime(JsonLine& line, std::uint64_t tick, const TraceSpan& span) {
 
 void addNumber(JsonLine& line, const char* name, const NumberField& field) {
     if (field.meaning == FieldMeaning::Bytes || field.bytes.size() > sizeof field.value)
-        line.add(name, hexText(field.bytes));
+        line.add(name, hexNumber(field.bytes));
     else if (!field.isKnown)
         line.addUnknown(name);
     else if (field.isSigned)

@@ -56,12 +56,6 @@ std::set<std::uint32_t> numbersOf(const char* option, const std::vector<std::str
     return numbers;
 }
 
-/// The absolute kind of a relative one, others as they are.
-tagTCode absoluteKind(tagTCode code) {
-    const KindFacts& facts = factsOf(code);
-    return facts.isRelative ? facts.otherForm : code;
-}
-
 /// What a packet tells of where it happened, in either form.
 struct Where {
     std::uint32_t core = ~0U;
@@ -250,14 +244,14 @@ void Selection::State::learn(std::size_t file, const Given& packet) {
     if (namePatterns.empty() && processTexts.empty())
         return;
     const auto process = static_cast<unsigned>(file);
-    const tagTCode code = absoluteKind(packet.code());
-    if (factsOf(code).role == Role::Definition)
+    const KindFacts& facts = factsOf(packet.code());
+    if (facts.role == Role::Definition)
         packet.object([&](const CPacket& its) { names.note(its, process); });
-    if ((code != ProcessEnter && code != ProcessLeave) || processTexts.empty())
+    if (facts.entered != TextSort::Process || processTexts.empty())
         return;
     const auto id = packet.object([](const CPacket& its) { return subjectOf(its); });
     auto& entered = processes.try_emplace({file, packet.place().core}, kMostProcesses).first->second;
-    if (code == ProcessEnter) {
+    if (facts.step == Step::Enter) {
         entered.enterLast([&] { return id->id; });
     } else {
         const auto count = entered.leave([&](std::uint64_t its) { return its == id->id; });

@@ -297,8 +297,8 @@ private:
         }
         m_frame.note(packet);
         m_lastFrame = m_frame.isOpen ? m_frame : m_lastFrame;
-        if (facts.sync != ContextSort::None || code == TraceEnabled || code == TraceDisabled || code == EndOfTrace ||
-            code == Fill || (code == Timestamp && isNewClock(packet)))
+        if (facts.sync != ContextSort::None || facts.isFrame || code == Fill ||
+            (code == Timestamp && isNewClock(packet)))
             return; // each piece has its own
         const std::optional<Key> subject = subjectIn(packet);
         const bool isDefinition = subject && facts.role == Role::Definition;
@@ -358,16 +358,8 @@ private:
 
     /// What it defines or is about, if that is defined by something.
     std::optional<Key> subjectIn(const CTraceCursor& packet) {
-        switch (packet.TraceCode()) {
-        case FunctionEnter:
-        case FunctionLeave:
-        case RelFunctionEnter:
-        case RelFunctionLeave: // most packets; their last field tells
-            return Key(TextSort::Function,
-                       loadLittleEndian<std::uint32_t>(packet.payload() + packet.Length() - sizeof(std::uint32_t)));
-        default:
-            break;
-        }
+        if (const KindFacts& facts = factsOf(packet.TraceCode()); facts.entered != TextSort::None) // most packets
+            return Key(facts.entered, enteredIn(packet));
         std::optional<bool>& hasIds = m_hasIds[packet.TraceCode()];
         if (hasIds == false)
             return std::nullopt;
@@ -449,9 +441,7 @@ private:
     }
     bool tellOfOthers(Part& part, const CTraceCursor& packet) {
         const tagTCode code = packet.TraceCode();
-        const bool hasOthers = code == InitialState || code == Transition ||
-                               (code >= RelCounterValueVar && code <= RelCounterValueDimN) ||
-                               (code >= CounterValueVar && code <= CounterValueDimN);
+        const bool hasOthers = code == InitialState || code == Transition || factsOf(code).isCounterValue;
         return !hasOthers || std::ranges::all_of(othersIn(*PacketPointer(packet.packet())),
                                                  [&](Key other) { return tellOf(part, other); });
     }

@@ -138,10 +138,6 @@ private:
         for (const std::uint64_t value : {its.least(), its.percentile(50), its.percentile(99), its.most()})
             row.push_back(its.count() > 0 ? Cell(value) : Cell());
     }
-    static std::string nameOf(const CTraceNames& names, TextSort sort, std::uint64_t number) {
-        const std::string& name = names.name(sort, number);
-        return name.empty() ? fmt::format("0x{:08x}", static_cast<std::uint32_t>(names.idOf(sort, number))) : name;
-    }
 
     void tellFunctions(std::ostream& out) {
         CTraceNames names;
@@ -164,7 +160,7 @@ private:
         std::uint64_t all = 0, unfinished = 0;
         std::vector<std::pair<const CallTimes::Times::value_type*, std::string>> taken; // with their names
         for (const auto& entry : times.times()) {
-            std::string name = nameOf(names, TextSort::Function, entry.first.function);
+            std::string name = names.nameOrId(TextSort::Function, entry.first.function);
             if (entry.second.calls == 0 || !m_options.selection.takesName(name))
                 continue;
             all += entry.second.self;
@@ -219,7 +215,7 @@ private:
             read(times, names, files, selection);
             hasClock = hasClock && times.withoutClock() == 0;
             for (const auto& [key, its] : times.times()) {
-                const std::string name = nameOf(names, TextSort::Function, key.function);
+                const std::string name = names.nameOrId(TextSort::Function, key.function);
                 if (its.calls == 0 || !selection.takesName(name))
                     continue;
                 Run& run = functions[name].*side;
@@ -326,7 +322,7 @@ private:
         for (const auto& [key, its] : times.times()) {
             if ((key.sort == TextSort::Process) != isProcess)
                 continue;
-            const std::string name = isProcess ? nameOf(names, key.sort, key.number) : std::to_string(key.number);
+            const std::string name = isProcess ? names.nameOrId(key.sort, key.number) : std::to_string(key.number);
             if (!m_options.selection.takesName(name))
                 continue;
             std::vector<Cell> row{name,
@@ -355,8 +351,7 @@ private:
                 const KindFacts& facts = factsOf(packet.TraceCode());
                 const bool isDefinition = facts.role == Role::Definition;
                 const bool isTaken = m_options.selection.takes(file, packet);
-                const tagTCode code = facts.isRelative ? facts.otherForm : packet.TraceCode();
-                if (!isDefinition && (!isTaken || code < CounterValueVar || code > CounterValueDimN))
+                if (!isDefinition && (!isTaken || !facts.isCounterValue))
                     continue;
                 const PacketPointer object(packet.packet());
                 if (isDefinition) {
@@ -390,7 +385,7 @@ private:
                          {"last", CellLook::Number}},
                         true);
         for (const auto& [number, its] : counters)
-            listing.add({nameOf(names, TextSort::Counter, number), names.idOf(TextSort::Counter, number), its.count,
+            listing.add({names.nameOrId(TextSort::Counter, number), names.idOf(TextSort::Counter, number), its.count,
                          its.least, static_cast<std::uint64_t>(its.sum / static_cast<double>(its.count)), its.most,
                          its.first, its.last});
         write(out, listing, "values");

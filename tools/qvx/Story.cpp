@@ -4,12 +4,12 @@
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TraceFile.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <iterator>
 #include <new>
@@ -50,20 +50,12 @@ std::uint64_t unsignedOf(std::string_view bytes) {
     return value;
 }
 
-/// In hexadecimal, the last byte first.
-std::string hexText(std::string_view bytes) {
-    std::string text = "0x";
-    for (std::size_t i = bytes.size(); i > 0; --i)
-        fmt::format_to(std::back_inserter(text), "{:02x}", static_cast<unsigned char>(bytes[i - 1]));
-    return text;
-}
-
 /// How the values of a type are written, by what languages call their types.
 std::string typedText(std::string_view type, std::string_view bytes) {
     const auto names = [type](std::string_view word) { return type.find(word) != std::string_view::npos; };
     const std::size_t size = bytes.size();
     if (size != 1 && size != 2 && size != 4 && size != 8)
-        return hexText(bytes);
+        return hexNumber(bytes);
     const std::uint64_t value = unsignedOf(bytes);
     if (names("float") || names("double") || names("real")) {
         if (size == 4)
@@ -72,7 +64,7 @@ std::string typedText(std::string_view type, std::string_view bytes) {
             return fmt::format("{}", std::bit_cast<double>(value));
     }
     if (names("*") || names("ptr"))
-        return hexText(bytes);
+        return hexNumber(bytes);
     if (names("bool") && value <= 1)
         return value ? "true" : "false";
     if (names("unsigned") || names("uint") || names("size_t") || names("byte") || names("bool"))
@@ -81,28 +73,10 @@ std::string typedText(std::string_view type, std::string_view bytes) {
         const auto unused = static_cast<unsigned>(64 - 8 * size);
         return fmt::format("{}", static_cast<std::int64_t>(value << unused) >> unused);
     }
-    return hexText(bytes);
+    return hexNumber(bytes);
 }
 
 } // namespace
-
-struct Story::MoveKinds {
-    std::array<MoveKind, 256> kinds{};
-
-    constexpr MoveKinds() {
-        kinds[FunctionEnter] = kinds[RelFunctionEnter] = {Step::Enter, TextSort::Function};
-        kinds[FunctionLeave] = kinds[RelFunctionLeave] = {Step::Leave, TextSort::Function};
-        kinds[ProcessEnter] = kinds[RelProcessEnter] = {Step::Enter, TextSort::Process};
-        kinds[ProcessLeave] = kinds[RelProcessLeave] = {Step::Leave, TextSort::Process};
-        kinds[HWExceptionEnter] = kinds[RelHWExceptionEnter] = {Step::Enter, TextSort::None};
-        kinds[HWExceptionLeave] = kinds[RelHWExceptionLeave] = {Step::Leave, TextSort::None};
-    }
-    const MoveKind& of(tagTCode code) const { return kinds[static_cast<std::uint8_t>(code)]; }
-
-    static const MoveKinds kAll;
-};
-
-constexpr Story::MoveKinds Story::MoveKinds::kAll;
 
 Story::Story(std::ostream& out, TimeForm form, bool isColored, Selection& selection)
     : m_out(out), m_selection(selection), m_time(form), m_isColored(isColored) {}
@@ -114,7 +88,7 @@ Story::Place Story::placeOf(std::size_t file, std::uint32_t core, std::uint32_t 
 }
 
 Story::Move Story::moveOf(std::size_t file, const CPacket& packet) {
-    const MoveKind& kind = MoveKinds::kAll.of(packet.TraceCode());
+    const KindFacts& kind = factsOf(packet.TraceCode());
     if (kind.step == Step::None)
         return {};
     const auto& context = *contextOf<CCoreContext>(packet);
@@ -125,7 +99,7 @@ Story::Move Story::moveOf(std::size_t file, const CPacket& packet) {
             return leave->TgtFuncId();
         return subjectOf(packet)->id;
     };
-    return {kind.step, placeOf(file, context.HWCtx(), context.SWCtx(), kind.sort), idOf(), context.HWCtx()};
+    return {kind.step, placeOf(file, context.HWCtx(), context.SWCtx(), kind.entered), idOf(), context.HWCtx()};
 }
 
 Story::Stack& Story::stackOf(const Place& place) {
@@ -160,16 +134,16 @@ void Story::learn(std::size_t file, const CPacket& packet) {
 
 void Story::pass(std::size_t file, const CTraceCursor& packet) {
     const tagTCode code = packet.TraceCode();
-    const MoveKind& kind = MoveKinds::kAll.of(code);
+    const KindFacts& kind = factsOf(code);
     const auto make = [&](const auto& call) {
-        this->make({kind.step, placeOf(file, call.HWCtx(), call.SWCtx(), kind.sort), call.TgtFuncId(), call.HWCtx()},
+        this->make({kind.step, placeOf(file, call.HWCtx(), call.SWCtx(), kind.entered), call.TgtFuncId(), call.HWCtx()},
                    packet.tick(), kind.step == Step::Enter && m_selection.takesAnyTime(file, packet));
     };
     if (const auto enter = packet.as<CFunctionEnter>())
         make(*enter);
     else if (const auto leave = packet.as<CFunctionLeave>())
         make(*leave);
-    else if (kind.step != Step::None || factsOf(code).role == Role::Definition) {
+    else if (kind.step != Step::None || kind.role == Role::Definition) {
         PacketPointer object(packet.packet());
         if (factsOf(code).isRelative)
             object.reset(packet.contexts().absolute(*object));
@@ -259,8 +233,7 @@ std::string_view Story::knownName(std::size_t file, TextSort sort, std::uint64_t
 }
 
 std::string Story::nameOf(std::size_t file, TextSort sort, std::uint64_t id) {
-    const std::string_view name = knownName(file, sort, id);
-    return name.empty() ? fmt::format("0x{:08x}", static_cast<std::uint32_t>(id)) : shown(name);
+    return shown(m_names.nameOrId(sort, m_names.numberOf(sort, id, static_cast<unsigned>(file))));
 }
 
 void Story::append(const char* color, std::string_view text) {

@@ -33,7 +33,6 @@ public:
     bool tell(std::size_t file, const Quorvex::CPacket& packet, std::uint64_t tick);
 
 private:
-    enum class Step : std::uint8_t { None, Enter, Leave };
     struct Open {
         std::uint64_t id;
         std::uint64_t tick;
@@ -55,16 +54,11 @@ private:
     };
     /// What a packet enters or leaves, if anything.
     struct Move {
-        Step step = Step::None;
+        Quorvex::Step step = Quorvex::Step::None;
         Place place{};
         std::uint64_t id = 0;
         std::uint32_t core = 0;
     };
-    struct MoveKind {
-        Step step = Step::None;
-        Quorvex::TextSort sort = Quorvex::TextSort::None;
-    };
-    struct MoveKinds;
 
     static Place placeOf(std::size_t file, std::uint32_t core, std::uint32_t thread, Quorvex::TextSort sort);
     static Move moveOf(std::size_t file, const Quorvex::CPacket& packet);

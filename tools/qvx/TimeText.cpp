@@ -68,7 +68,7 @@ std::string TimeText::textOf(std::uint64_t tick) const {
 
 void TimeText::appendDistance(std::string& to, std::uint64_t from, std::uint64_t tick) const {
     const bool isBefore = tick < from;
-    const std::uint64_t units = TimeBase::unitsOf(isBefore ? from - tick : tick - from, m_span.frequency, kNano);
+    const std::uint64_t units = TimeBase::nanosecondsOf(isBefore ? from - tick : tick - from, m_span.frequency);
     const char* sign = isBefore ? "-" : "";
     to += sign;
     if (m_span.frequency == 0 || m_form == TimeForm::Nanoseconds) {
@@ -82,7 +82,7 @@ void TimeText::appendDistance(std::string& to, std::uint64_t from, std::uint64_t
 
 void TimeText::appendDuration(std::string& to, std::uint64_t ticks) const {
     if (m_span.frequency != 0) {
-        Quorvex::appendDuration(to, TimeBase::unitsOf(ticks, m_span.frequency, kNano));
+        Quorvex::appendDuration(to, TimeBase::nanosecondsOf(ticks, m_span.frequency));
         return;
     }
     appendNumber(to, ticks);

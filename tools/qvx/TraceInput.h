@@ -11,7 +11,7 @@
 namespace Quorvex {
 class Merged;
 class TracePages;
-}
+} // namespace Quorvex
 
 namespace qvx {
 
