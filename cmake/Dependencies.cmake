@@ -1,6 +1,6 @@
-# The libraries around ours: {fmt} and CLI11 for the program, GoogleTest for the tests. A distribution has binaries of
+# The libraries around ours: {fmt}, CLI11 and RapidJSON for the program, GoogleTest for the tests. A distribution has binaries of
 # them for its own system alone. For other targets (-m32, Windows) they are built from what its packages bring along:
-# sources of GoogleTest, and headers that need no library of the other two.
+# sources of GoogleTest, and headers that need no library of the others.
 option(QUORVEX_DEPENDENCIES_FROM_SOURCE "Build what the tools and tests need from sources and headers in /usr"
   ${CMAKE_CROSSCOMPILING})
 
@@ -8,6 +8,7 @@ if(NOT QUORVEX_DEPENDENCIES_FROM_SOURCE)
   if(QUORVEX_BUILD_TOOLS)
     find_package(CLI11 REQUIRED)
     find_package(fmt REQUIRED)
+    find_package(RapidJSON REQUIRED)
   endif()
   if(QUORVEX_BUILD_TESTS)
     find_package(GTest REQUIRED)
@@ -16,12 +17,12 @@ if(NOT QUORVEX_DEPENDENCIES_FROM_SOURCE)
 endif()
 
 if(QUORVEX_BUILD_TOOLS)
-  # The rest of /usr/include belongs to another system, so these two folders get a directory of their own.
+  # The rest of /usr/include belongs to another system, so these folders get a directory of their own.
   set(foreign_headers "${PROJECT_BINARY_DIR}/dependencies/include")
   file(MAKE_DIRECTORY "${foreign_headers}")
-  foreach(library CLI fmt)
+  foreach(library CLI fmt rapidjson)
     if(NOT EXISTS "/usr/include/${library}")
-      message(FATAL_ERROR "/usr/include/${library} is missing (packages libcli11-dev and libfmt-dev)")
+      message(FATAL_ERROR "/usr/include/${library} is missing (packages libcli11-dev, libfmt-dev and rapidjson-dev)")
     endif()
     file(CREATE_LINK "/usr/include/${library}" "${foreign_headers}/${library}" SYMBOLIC)
   endforeach()

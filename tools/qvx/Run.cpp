@@ -51,6 +51,7 @@ int run(std::vector<std::string> arguments) {
     addConvert(program);
     addRepair(program);
     addExport(program);
+    addImport(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");
 }

@@ -50,6 +50,7 @@ void addMerge(Program& program);
 void addConvert(Program& program);
 void addRepair(Program& program);
 void addExport(Program& program);
+void addImport(Program& program);
 void addKinds(Program& program);
 
 } // namespace qvx

@@ -1,0 +1,181 @@
+#!/usr/bin/env bash
+# Runs qvx import on what other tools write.
+#
+#     import.sh QVX
+. "$(dirname "$0")/common.sh"
+
+# imports CODE [OPTION...] <INPUT: makes a trace, which must be legal, and shows it in the file shown.
+imports() {
+    local code=$1
+    shift
+    run "$code" import - "$@" -f -o out.qvx
+    "$qvx" check out.qvx >checked || { cat checked; fail "import $* gives a trace with findings"; }
+    "$qvx" dump --format text out.qvx | sed 1d >shown
+}
+# shows NAME <EXPECTED
+shows() { diff - shown || fail "$1 is shown otherwise"; }
+
+# Chrome's events: unsorted, calls inner before outer, times in all forms, ends that lack a begin, a list without an end.
+imports 3 <<'IN'
+{"displayTimeUnit":"ns","other":{"traceEvents":1},"traceEvents":[
+{"ph":"X","name":"inner","ts":12.5,"dur":1.25,"pid":7,"tid":8},
+{"ph":"X","name":"outer","ts":"10","dur":1e1,"pid":7,"tid":8,"args":{"x":{"y":1}}},
+{"ph":"X","name":"empty","ts":1.5e1,"dur":0,"pid":7,"tid":8},
+{"ph":"X","name":"overlaps","ts":19,"dur":2.0000009,"pid":7,"tid":8},
+{"ph":"B","name":"b\u0001\"","ts":11,"pid":7,"tid":9},
+{"ph":"C","name":"load","ts":11.5,"pid":7,"args":{"a":1,"b":-2.5}},
+{"ph":"C","name":"heap","ts":11.5,"pid":7,"args":{"bytes":18}},
+{"ph":"i","name":"mark","ts":12,"pid":7,"tid":9},
+{"ph":"E","ts":13,"pid":7,"tid":9},
+{"ph":"E","ts":14,"pid":7,"tid":9},
+{"ph":"b","name":"load","cat":"net","id":"0x1","ts":15,"pid":7,"tid":9},
+{"ph":"e","name":"load","cat":"net","id":"0x1","ts":16,"pid":7,"tid":9},
+{"ph":"s","name":"flow","ts":14,"pid":7,"tid":9},
+{"ph":"i","name":"early","ts":-1,"pid":7,"tid":9},
+{"ph":"B","name":"open","ts":17,"pid":8,"tid":8},
+{"ph":"M","name":"thread_name","pid":7,"tid":8,"args":{"name":"main"}},
+{"ph":"M","name":"process_name","pid":7,"args":{"name":"prog \\"}},
+IN
+says "arguments of events (1), calls that go on behind the end of their callers (1), ends of calls that have not begun (1), events before time 0 (1), events of phase 's' (1), parts of nanoseconds (1)"
+shows 'Chrome JSON' <<'OUT'
+         0.000000000     -          -  Message "quorvex.process pid=7 program=prog \x5c"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=7 tid=8 name=main"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=7 tid=9"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=7 tid=7"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=7 tid=1 name=net 0x1"  Priority=0
+         0.000000000     -          8  > outer
+         0.000001000     -          9  > b\x01"
+         0.000001500     -          7  CounterValue load.a  Value=1
+         0.000001500     -          7  CounterValue load.b  Value=13836183955189006336
+         0.000001500     -          7  CounterValue heap  Value=18
+         0.000002000     -          9    Event mark
+         0.000002500     -          8    > inner
+         0.000003000     -          9  < b\x01"  2.000 us
+         0.000003750     -          8    < inner  1.250 us
+         0.000005000     -          1  > load
+         0.000005000     -          8    > empty
+         0.000005000     -          8    < empty  0 ns
+         0.000006000     -          1  < load  1.000 us
+         0.000007000     -         10  > open
+         0.000009000     -          8    > overlaps
+         0.000010000     -          8    < overlaps  1.000 us
+         0.000010000     -          8  < outer  10.000 us
+OUT
+printf '[{"ph":"i","name":"a","ts":1,"pid":1},{"ph":"i","name":"b","ts' | imports 3
+says 'the last event, which is cut (1)'
+printf '[{"ph":"i","name":"a","ts":1,"pid":1},{]}' | imports 3
+says 'what stands behind offset 3'
+printf '\xEF\xBB\xBF [{"ph":"i","name":"a","ts":1,"pid":1,"tid":"render"}]' | imports 0
+shows 'a name for a thread' <<'OUT'
+         0.000000000     -          -  Message "quorvex.thread pid=1 tid=1 name=render"  Priority=0
+         0.000000000     -          1  Event a
+OUT
+
+# Folded stacks: outer functions stay open, counts are times.
+printf 'main;a b;c 3\nmain;a b 2\r\n\nmain;d 5\nno stack\nother 0\n' | imports 3
+says 'lines that are no stacks (1)'
+shows 'folded stacks' <<'OUT'
+                   0     -          -  Message "Made of folded stacks: a tick is what they count, and calls side by side may have been one after the other in any order."  Priority=0
+                   0     -          1  > main
+                   0     -          1    > a b
+                   0     -          1      > c
+                   3     -          1      < c  3 ticks
+                   5     -          1    < a b  5 ticks
+                   5     -          1    > d
+                  10     -          1    < d  5 ticks
+                  10     -          1  < main  10 ticks
+                  10     -          1  > other
+                  10     -          1  < other  0 ticks
+OUT
+"$qvx" graph --folded out.qvx | sort >folded
+printf 'main;a b 2\nmain;a b;c 3\nmain;d 5\n' | diff - folded || fail 'folded stacks that are folded again'
+
+# perf script: blanks in names, cores, switches, samples with call chains and without.
+imports 3 <<'IN'
+# captured on a machine
+work er:1 [0]  1133  7308.705696:    5025125 cpu-clock: 
+	            126c spin+0x3e (/path/spin)
+	           d44a3 [unknown] (/usr/lib/libstdc++.so.6.0.30)
+
+   work er:1 [0]  1433 [001]  7350.992661:       sched:sched_switch: prev_comm=work er:1 [0] prev_pid=1433 prev_prio=120 prev_state=R ==> next_comm=ls next_pid=9 next_prio=120
+         swapper     0 [001]  7350.992670: sched:sched_switch: prev_comm=ls prev_pid=9 prev_prio=120 prev_state=I ==> next_comm=swapper/1 next_pid=0 next_prio=120
+            ls  7/9 [000]  7351.000000001:          1 cycles:u:      7f00 main (/bin/ls)
+            ls  7/9 [000]  7351.100000: sched:sched_wakeup: comm=ls pid=9
+what is this
+IN
+says 'callers in call chains (1), lines that tell no event (1)'
+shows 'perf script' <<'OUT'
+         0.000000000     -          -  Message "quorvex.process pid=1133 program=work er:1 [0]"  Priority=0
+         0.000000000     -          -  Message "quorvex.process pid=1433 program=work er:1 [0]"  Priority=0
+         0.000000000     -          -  Message "quorvex.process pid=0 program=swapper"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=1133 tid=1133 name=work er:1 [0]"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=1433 tid=1433 name=work er:1 [0]"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=7 tid=9 name=ls"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=0 tid=0 name=swapper"  Priority=0
+         0.000000000     -       1133  Event cpu-clock in spin  IP=0x000000000000126c
+        42.286965000     1          9  > process ls
+        42.286974000     1          9  < process ls  9.000 us
+        42.294304001     0          9  Event cycles:u in main  IP=0x0000000000007f00
+        42.394304000     -          -  Message "ls 9 sched:sched_wakeup: comm=ls pid=9"  Priority=0
+        42.394304000     0          9  Event sched:sched_wakeup
+OUT
+
+# Value changes: scopes, several names of one variable, vectors, reals, negative integers, unknown values, dumps.
+imports 3 <<'IN'
+$date today $end $timescale 10 ns $end
+$scope module top $end $var wire 1 ! clk $end $scope module sub $end $var wire 1 ! clock $end
+$var wire 8 " data [7:0] $end $var integer 32 # count $end $upscope $end
+$var real 64 % volts $end $var event 1 & tick $end $var string 1 ' state $end $var wire 72 ( wide $end $enddefinitions $end
+#0 $dumpvars 0! b0 " b0 # r0 % 1& sidle ' bx ( $end
+#5 1! b101 " b11111111111111111111111111111110 # r-1.5 % 1&
+srunning '
+#7 x! bx1 " #6 0!
+$dumpoff x! bx " $end
+#9 1! $dumpon 1! b1 " $end 1?
+IN
+says 'times that are none or go back (1), values of unknown variables (1), values x and z (4)'
+shows 'value changes' <<'OUT'
+         0.000000000     -          -  Signal  Master=0  SignalValue=0x00  SignalMask=0x01
+         0.000000000     -          -  Signal  Master=0  SignalValue=0x00  SignalMask=0x02
+         0.000000000     -          0  CounterValue top.sub.data[7:0]  Value=0
+         0.000000000     -          0  CounterValue top.sub.count  Value=0
+         0.000000000     -          0  CounterValue top.volts  Value=0
+         0.000000000     -          -  Message "top.state: idle"  Priority=0
+         0.000000050     -          -  Signal  Master=0  SignalValue=0x01  SignalMask=0x01
+         0.000000050     -          -  Signal  Master=0  SignalValue=0x02  SignalMask=0x02
+         0.000000050     -          0  CounterValue top.sub.data[7:0]  Value=5
+         0.000000050     -          0  CounterValue top.sub.count  Value=13835058055282163712
+         0.000000050     -          0  CounterValue top.volts  Value=13832806255468478464
+         0.000000050     -          0  Event top.tick
+         0.000000050     -          -  Message "top.state: running"  Priority=0
+         0.000000070     -          -  Signal  Master=0  SignalValue=0x00  SignalMask=0x01
+         0.000000070     -          -  Signal  Master=0  SignalValue=0x00  SignalMask=0x02
+         0.000000090     -          -  Signal  Master=0  SignalValue=0x01  SignalMask=0x01
+         0.000000090     -          -  Signal  Master=0  SignalValue=0x02  SignalMask=0x02
+         0.000000090     -          0  CounterValue top.sub.data[7:0]  Value=1
+OUT
+
+# What is none of them, and what cannot be read.
+printf 'hello\n' | run 1 import - -f -o none.qvx
+says 'has no line of perf script'
+printf '{"a":1}' | run 1 import - -f -o none.qvx
+says 'has no traceEvents'
+printf '$var x' | run 1 import - -f -o none.qvx
+says 'is no value change dump'
+[ -e none.qvx ] && fail 'a trace of nothing'
+run 1 import missing.json -o none.qvx
+run 1 import . -o none.qvx
+run 2 import a.json
+run 2 import - --format word -o none.qvx
+
+# More than fits memory at a time comes out in order, and nothing is lost.
+awk 'BEGIN { print "["; for (i = 0; i < 400000; ++i) { t = (i * 7919) % 400000
+    printf "{\"ph\":\"X\",\"name\":\"f%d\",\"ts\":%d,\"dur\":0.5,\"pid\":1,\"tid\":%d},\n", t % 10, t, t % 3 + 1 } }' >many.json
+run 0 import many.json -f -o many.qvx
+"$qvx" stats --format json many.qvx | sort >calls
+for i in 0 1 2 3 4 5 6 7 8 9; do
+    grep -q "\"f$i\", \"id\": [0-9]*, \"calls\": 40000, \"total_ns\": 20000000," calls || fail "calls of f$i"
+done
+run 0 check many.qvx -f -o checked
+
+finish import

@@ -1,0 +1,106 @@
+#include "Arguments.h"
+#include "Output.h"
+#include "TraceInput.h"
+#include "TraceOutput.h"
+#include "Verbs.h"
+#include "import/ImportedTrace.h"
+#include "import/Importers.h"
+#include "quorvex/platform/OutputFile.h"
+#include "quorvex/platform/System.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <streambuf>
+#include <utility>
+
+namespace qvx {
+
+namespace {
+
+using namespace Quorvex;
+
+struct ImportOptions {
+    std::string file;
+    const Importer* format = nullptr;
+    TraceShape shape;
+    Output output;
+};
+
+/// A stream whose beginning can be looked at before it is read.
+class Head : public std::streambuf {
+public:
+    explicit Head(std::istream& rest) : m_rest(rest) { underflow(); }
+    std::string_view text() const { return {m_bytes, m_size}; }
+
+protected:
+    int_type underflow() override {
+        m_rest.read(m_bytes, sizeof m_bytes);
+        m_size = static_cast<std::size_t>(m_rest.gcount());
+        setg(m_bytes, m_bytes, m_bytes + m_size);
+        return m_size == 0 ? traits_type::eof() : traits_type::to_int_type(m_bytes[0]);
+    }
+
+private:
+    std::istream& m_rest;
+    char m_bytes[0x10000];
+    std::size_t m_size = 0;
+};
+
+ExitCode import(ImportOptions& options) {
+    options.output.check({options.file});
+    const bool isStandardInput = options.file == "-";
+    const std::string name = isStandardInput ? "standard input" : options.file;
+    std::ifstream file;
+    if (!isStandardInput) {
+        if (platform::FileStatus::of(options.file).sort == platform::FileStatus::Directory)
+            throw Failure(name, platform::errorText(EISDIR));
+        file.open(options.file, std::ios::binary);
+        if (!file.is_open())
+            throw Failure(name, platform::errorText(platform::openError(options.file.c_str())));
+    }
+    Head head(isStandardInput ? std::cin : file);
+    std::istream in(&head);
+    const Importer* format = options.format;
+    if (!format)
+        format = &*std::ranges::find_if(importers(), [&](const Importer& its) { return its.takes(head.text()); });
+    ImportedTrace trace;
+    format->read(in, name, trace);
+    if ((isStandardInput ? std::cin : file).bad())
+        throw Failure(name, platform::errorText(EIO));
+    const std::uint64_t packets = trace.write(options.output.target(), !options.shape.plain, options.shape.relative);
+    std::string list;
+    for (const auto& [what, count] : trace.losses())
+        list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", what, count);
+    tell(fmt::format("{}: {} packets of {}", name, packets, format->description));
+    if (list.empty())
+        return Done;
+    tell(fmt::format("{}: not kept: {}", name, list));
+    return DoneWithLoss;
+}
+
+} // namespace
+
+void addImport(Program& program) {
+    auto options = std::make_shared<ImportOptions>();
+    Verb verb = program.add("import", "Make a trace of what another tool has recorded");
+    verb.option("FILE", options->file, "What the other tool has written; - for standard input").required();
+    std::vector<std::pair<std::string, const Importer*>> formats;
+    std::string list;
+    for (const Importer& format : importers()) {
+        formats.emplace_back(format.name, &format);
+        list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", format.name, format.description);
+    }
+    verb.choice("--format", options->format, formats, (list + "; by default what it looks like").c_str());
+    options->shape.addTo(verb);
+    options->output.addOptions(verb, true);
+    verb.footer("Example: perf script --ns | qvx import - -o run.qvx\n"
+                "What traces cannot hold is counted, told, and gives exit code 3.");
+    verb.runs([options] { return import(*options); });
+}
+
+} // namespace qvx
