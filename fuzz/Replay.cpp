@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <sstream>
 
@@ -61,6 +62,20 @@ void writeSeeds(const fs::path& directory) {
             write(target, "row" + std::to_string(number), row + "\n");
     }
     write("signalMask", "bits", "0110100110010110");
+    constexpr const char* kForeign[] = {
+        R"([{"ph":"X","name":"f","ts":1.5,"dur":"2e1","pid":1,"tid":2},{"ph":"B","name":"g","ts":2,"pid":1,"tid":2},
+            {"ph":"E","ts":3,"pid":1,"tid":2},{"ph":"C","name":"c","ts":4,"pid":1,"args":{"a":1,"b":-2.5}},)",
+        R"({"traceEvents":[{"ph":"b","name":"f","cat":"n","id":"0x1","ts":1,"pid":-1},{"ph":"i","name":"e","ts":2},
+            {"ph":"M","name":"thread_name","pid":1,"tid":"two","args":{"name":"main"}}]})",
+        "main;f 3\nmain;f;g 2\nmain;h 18446744073709551615\n",
+        "a b 12/13 [001] 5.000001:  100 cycles:u:\n\t  7f00 main+0x1 (/bin/a)\n\t  7f01 [unknown] (x)\n\n"
+        "a 12 [1] 6.5: sched:sched_switch: prev_comm=a prev_pid=12 prev_prio=1 ==> next_comm=b next_pid=0\n",
+        "$timescale 10 ns $end $scope module m $end $var wire 1 ! b $end $var integer 32 # i $end $var real 64 % r "
+        "$end "
+        "$upscope $end $enddefinitions $end $dumpvars x! bx # r0 % $end #5 1! b101 # r-1.5 % #4 0!",
+    };
+    for (unsigned i = 0; i < std::size(kForeign); ++i)
+        write("import", std::to_string(i), kForeign[i]);
 }
 
 } // namespace

@@ -20,13 +20,14 @@ void table(const std::string& data);
 void viewers(const std::string& data);
 void signalMask(const std::string& data);
 void verbs(const std::string& data);
+void import(const std::string& data);
 
 using Target = void (*)(const std::string& data);
 
 inline constexpr std::pair<const char*, Target> kTargets[] = {
     {"packet", packet},         {"reader", reader}, {"cursor", cursor}, {"pages", pages},
     {"compressor", compressor}, {"text", text},     {"table", table},   {"viewers", viewers},
-    {"signalMask", signalMask}, {"verbs", verbs},
+    {"signalMask", signalMask}, {"verbs", verbs},   {"import", import},
 };
 
 /// Ends the program with a message where a property does not hold.

@@ -31,12 +31,13 @@ imports 3 <<'IN'
 {"ph":"b","name":"load","cat":"net","id":"0x1","ts":15,"pid":7,"tid":9},
 {"ph":"e","name":"load","cat":"net","id":"0x1","ts":16,"pid":7,"tid":9},
 {"ph":"s","name":"flow","ts":14,"pid":7,"tid":9},
+{"ph":"X","name":"Total load","ts":0,"dur":5,"pid":7,"tid":70,"args":{"count":2,"avg ms":1}},
 {"ph":"i","name":"early","ts":-1,"pid":7,"tid":9},
 {"ph":"B","name":"open","ts":17,"pid":8,"tid":8},
 {"ph":"M","name":"thread_name","pid":7,"tid":8,"args":{"name":"main"}},
 {"ph":"M","name":"process_name","pid":7,"args":{"name":"prog \\"}},
 IN
-says "arguments of events (1), calls that go on behind the end of their callers (1), ends of calls that have not begun (1), events before time 0 (1), events of phase 's' (1), parts of nanoseconds (1)"
+says "arguments of events (1), calls that go on behind the end of their callers (1), ends of calls that have not begun (1), events before time 0 (1), events of phase 's' (1), parts of nanoseconds (1), sums over events (1)"
 shows 'Chrome JSON' <<'OUT'
          0.000000000     -          -  Message "quorvex.process pid=7 program=prog \x5c"  Priority=0
          0.000000000     -          -  Message "quorvex.thread pid=7 tid=8 name=main"  Priority=0

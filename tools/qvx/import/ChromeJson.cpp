@@ -245,6 +245,11 @@ private:
         const std::optional<std::uint64_t> time = timeOf(event.time);
         if (!time)
             return;
+        if (phase == 'X' && std::ranges::find(event.numbers, "avg ms", &std::pair<std::string, std::string>::first) !=
+                                event.numbers.end()) { // what compilers write at the end
+            m_trace.lose("sums over events");
+            return;
+        }
         const bool isAsync = phase == 'b' || phase == 'e' || phase == 'n';
         const auto thread = isAsync ? m_trace.thread(event.process, event.category + ' ' + event.id)
                                     : m_trace.thread(event.process, own);
