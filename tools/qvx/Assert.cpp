@@ -3,6 +3,7 @@
 #include "Json.h"
 #include "Output.h"
 #include "Print.h"
+#include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/Merged.h"
@@ -25,8 +26,6 @@ namespace qvx {
 namespace {
 
 using namespace Quorvex;
-
-constexpr std::uint64_t kNano = 1'000'000'000;
 
 enum class AssertFormat : std::uint8_t { Text, JSON, JUnit };
 
@@ -200,8 +199,7 @@ private:
         add("core ", finding.core, !isUnknown(FieldMeaning::Context, finding.core));
         add("tick ", finding.tick, finding.tick != kUnknown64);
         if (finding.nanoseconds != kUnknown64)
-            where +=
-                fmt::format(", {}.{:09} s from the start", finding.nanoseconds / kNano, finding.nanoseconds % kNano);
+            where += fmt::format(", {} s from the start", secondsText(finding.nanoseconds));
         const std::string file = finding.file < m_files.size() ? m_files[finding.file] + ": " : "";
         return file + where + (where.empty() ? "" : ": ") + finding.text;
     }

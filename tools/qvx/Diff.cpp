@@ -4,6 +4,7 @@
 #include "PacketJson.h"
 #include "Print.h"
 #include "Selection.h"
+#include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/EventComparison.h"
@@ -107,7 +108,7 @@ public:
         if (m_span.frequency == 0 || m_span.first == kUnknown64 || tick < m_span.first)
             return std::to_string(tick);
         const std::uint64_t nanoseconds = TimeBase::nanosecondsOf(tick - m_span.first, m_span.frequency);
-        return fmt::format("{} ({}.{:09} s)", tick, nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000);
+        return fmt::format("{} ({} s)", tick, secondsText(nanoseconds));
     }
 
 private:

@@ -4,6 +4,7 @@
 #include "Output.h"
 #include "Print.h"
 #include "Selection.h"
+#include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TimeBase.h"
@@ -18,7 +19,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -267,14 +267,12 @@ std::string Summary::layoutText(std::uint64_t size) const {
 }
 
 std::string Summary::duration() const {
-    constexpr std::uint64_t kNanoseconds = 1'000'000'000;
     const std::uint64_t ticks = m_lastTick - m_firstTick;
     const std::uint64_t frequency = m_clock.frequency();
     if (frequency == 0)
         return fmt::format("{} ticks", ticks);
-    const std::uint64_t time = TimeBase::nanosecondsOf(ticks, frequency);
-    return fmt::format("{}.{:09} s ({} ticks at {} a second{})", time / kNanoseconds, time % kNanoseconds, ticks,
-                       frequency, m_clocksDiffer ? "; not all clocks of the trace are like that" : "");
+    return fmt::format("{} s ({} ticks at {} a second{})", secondsText(TimeBase::nanosecondsOf(ticks, frequency)),
+                       ticks, frequency, m_clocksDiffer ? "; not all clocks of the trace are like that" : "");
 }
 
 std::string list(const std::set<std::uint32_t>& numbers) {

@@ -12,16 +12,7 @@ using namespace Quorvex;
 
 namespace {
 
-constexpr std::uint64_t kNano = 1'000'000'000;
 constexpr std::size_t kWidth = 20; ///< of the column
-
-/// Appends a number of exactly so many digits.
-template <int kDigits> void appendDigits(std::string& to, std::uint64_t number) {
-    char digits[kDigits];
-    for (int i = kDigits; i > 0; number /= 10)
-        digits[--i] = static_cast<char>('0' + number % 10);
-    to.append(digits, kDigits);
-}
 
 } // namespace
 
@@ -31,6 +22,22 @@ void appendNumber(std::string& to, std::uint64_t number, std::size_t width) {
     if (size < width)
         to.append(width - size, ' ');
     to.append(digits, size);
+}
+
+void appendSeconds(std::string& to, std::uint64_t nanoseconds) {
+    constexpr std::uint64_t kNano = 1'000'000'000;
+    constexpr int kDigits = 9;
+    appendNumber(to, nanoseconds / kNano);
+    char digits[1 + kDigits] = {'.'};
+    for (std::uint64_t i = kDigits, part = nanoseconds % kNano; i > 0; part /= 10)
+        digits[i--] = static_cast<char>('0' + part % 10);
+    to.append(digits, sizeof digits);
+}
+
+std::string secondsText(std::uint64_t nanoseconds) {
+    std::string text;
+    appendSeconds(text, nanoseconds);
+    return text;
 }
 
 void addTimeOption(Verb& verb, std::optional<TimeForm>& form) {
@@ -75,9 +82,7 @@ void TimeText::appendDistance(std::string& to, std::uint64_t from, std::uint64_t
         appendNumber(to, units);
         return;
     }
-    appendNumber(to, units / kNano);
-    to += '.';
-    appendDigits<9>(to, units % kNano);
+    appendSeconds(to, units);
 }
 
 void TimeText::appendDuration(std::string& to, std::uint64_t ticks) const {

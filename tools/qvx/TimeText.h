@@ -20,6 +20,10 @@ void addTimeOption(Verb& verb, std::optional<TimeForm>& form);
 /// Appends a number in decimal, right in a column of that width.
 void appendNumber(std::string& to, std::uint64_t number, std::size_t width = 0);
 
+/// A length of time in seconds, with all its nanoseconds: "0.005110870".
+std::string secondsText(std::uint64_t nanoseconds);
+void appendSeconds(std::string& to, std::uint64_t nanoseconds); ///< the same, appended
+
 using Quorvex::durationText;
 
 /// Shows moments, from the start of traces where they are not ticks. Where the clock is not known, ticks stand for what
