@@ -1,9 +1,6 @@
 #include "quorvex/analysis/Sha256.h"
 
-#include <algorithm>
 #include <bit>
-#include <cstring>
-#include <utility>
 
 namespace Quorvex {
 

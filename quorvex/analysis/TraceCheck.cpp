@@ -7,7 +7,6 @@
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/PageFormat.h"
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <iterator>

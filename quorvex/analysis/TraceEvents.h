@@ -1,10 +1,8 @@
 #pragma once
 
-#include "quorvex/format/TCodeInfo.h"
 #include "quorvex/platform/Export.h"
 #include "quorvex/stream/TraceCursor.h"
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>

@@ -4,7 +4,6 @@
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
-#include <cstring>
 #include <tuple>
 #include <type_traits>
 #include <vector>

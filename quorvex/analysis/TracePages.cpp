@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <utility>
-#include <vector>
 
 namespace Quorvex {
 

@@ -1,5 +1,4 @@
 #include "Arguments.h"
-#include "Moments.h"
 #include "Output.h"
 #include "Selection.h"
 #include "TraceInput.h"

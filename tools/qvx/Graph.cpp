@@ -7,9 +7,9 @@
 #include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
-#include "Words.h"
 #include "quorvex/analysis/CallTree.h"
 #include "quorvex/analysis/TraceNames.h"
+#include "quorvex/format/Glob.h"
 
 #include <fmt/format.h>
 

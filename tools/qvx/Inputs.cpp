@@ -3,7 +3,6 @@
 #include "Arguments.h"
 
 #include <algorithm>
-#include <compare>
 #include <filesystem>
 #include <string_view>
 

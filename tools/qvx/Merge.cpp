@@ -111,7 +111,7 @@ private:
 /// By how much a trace is shifted.
 struct Offset {
     std::size_t file;
-    Duration duration;
+    TimeLength duration;
     bool isBack;
 };
 
@@ -125,7 +125,7 @@ std::vector<Offset> offsetsOf(const std::vector<std::string>& texts, const std::
         const bool isBack = time.starts_with('-');
         if (isBack || time.starts_with('+'))
             time.erase(0, 1);
-        const std::optional<Duration> duration = Duration::of(time);
+        const std::optional<TimeLength> duration = TimeLength::of(time);
         if (!duration)
             throw Misuse("--offset", "'" + text + "' is not FILE=TIME, with a TIME as 12, -12 or -1.5s");
         bool isFound = false;

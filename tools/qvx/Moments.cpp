@@ -15,7 +15,7 @@ std::optional<Moment> Moment::of(std::string_view text) {
     const bool isSigned = text.starts_with('+') || text.starts_with('-');
     if (isSigned)
         moment.m_from = text[0] == '-' ? From::Last : From::First;
-    const auto distance = Duration::of(text.substr(isSigned ? 1 : 0));
+    const auto distance = Quorvex::TimeLength::of(text.substr(isSigned ? 1 : 0));
     if (!distance)
         return std::nullopt;
     moment.m_distance = *distance;

@@ -5,12 +5,9 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
 
 namespace qvx {
-
-using Duration = Quorvex::TimeLength;
 
 /// A moment of traces as users tell it: `12` is that tick; `1.5s`, or `+12` ticks, are since the first tick; with `-`
 /// in front, before the last one.
@@ -29,12 +26,7 @@ private:
     enum class From : std::uint8_t { Zero, First, Last };
 
     From m_from = From::Zero;
-    Duration m_distance;
+    Quorvex::TimeLength m_distance;
 };
-
-/// What help says of moments.
-inline constexpr char kMomentHelp[] =
-    "A time is a tick (12), or with a unit (s, ms, us, ns) or + counts from the first tick (1.5s, +12), with - in\n"
-    "front from the last (-10ms).";
 
 } // namespace qvx

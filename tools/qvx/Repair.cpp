@@ -22,8 +22,6 @@
 #include <iostream>
 #include <memory>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace qvx {
 

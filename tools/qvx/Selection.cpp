@@ -6,6 +6,7 @@
 #include "Words.h"
 #include "quorvex/analysis/CallStack.h"
 #include "quorvex/analysis/TraceNames.h"
+#include "quorvex/format/Glob.h"
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "quorvex/analysis/TraceSpan.h"
-#include "quorvex/format/TCodeInfo.h"
 
 #include <cstddef>
 #include <cstdint>

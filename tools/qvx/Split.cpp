@@ -173,7 +173,7 @@ public:
         if (!options.size.empty()) {
             m_size = sizeOf(options.size);
         } else {
-            m_every = Duration::of(options.every);
+            m_every = TimeLength::of(options.every);
             if (!m_every)
                 throw Misuse("--every", "'" + options.every + "' is no length of time, as 10s, 5ms, 1000");
             if (constexpr std::uint64_t kPicoseconds = 1000000000000; m_every->ticks(kPicoseconds) == 0)
@@ -247,7 +247,7 @@ private:
     }
 
     std::uint64_t m_size = 0;
-    std::optional<Duration> m_every;
+    std::optional<TimeLength> m_every;
     TraceSpan m_span;                   ///< as far as it has been read
     std::uint64_t m_first = kUnknown64; ///< tick
     std::uint64_t m_ticks = 0;          ///< of a piece

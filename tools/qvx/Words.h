@@ -1,7 +1,5 @@
 #pragma once
 
-#include "quorvex/format/Glob.h"
-
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,7 +9,5 @@ namespace qvx {
 /// What to say of a word that is not known: "; did you mean 'stats'?" with the nearest of those that are, or nothing
 /// where none is near.
 std::string didYouMean(std::string_view word, const std::vector<std::string>& known);
-
-using Quorvex::matches;
 
 } // namespace qvx
