@@ -82,10 +82,9 @@ public:
             return;
         if (m_granted && hasBeside()) [[unlikely]]
             m_stream.takeIn();
-        m_stream.m_inUse.store(false, std::memory_order_release);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        end(m_stream);
         if (m_granted && hasBeside()) [[unlikely]]
-            m_stream.useOnceMore(); // a handler has come between the two
+            m_stream.takeInLate(); // a handler has come between the two
     }
 
     bool granted() const { return m_granted; }
@@ -93,7 +92,7 @@ public:
     /// Inside another use, of a stream that takes packets.
     bool nested() const { return m_nested && !m_stream.m_closed.load() && !m_stream.m_broken; }
 
-private:
+    /// Marks it where none does; whether it may be used. end() is called in any case.
     static bool begin(CQVXInstrumentingStream& stream) {
         // retire() must not meet the marks of a thread that goes on asking and is refused.
         if (stream.m_closed.load(std::memory_order_relaxed)) [[unlikely]]
@@ -106,6 +105,12 @@ private:
         }
         return !stream.m_closed.load() && !stream.m_broken;
     }
+    static void end(CQVXInstrumentingStream& stream) {
+        stream.m_inUse.store(false, std::memory_order_release);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+
+private:
     bool hasBeside() const { return m_stream.m_besidePage.load(std::memory_order_relaxed); }
 
     CQVXInstrumentingStream& m_stream;
@@ -118,11 +123,13 @@ inline CQVXInstrumentingStream* CQVXInstrumentingStream::ofThread() {
 }
 
 inline CQVXInstrumentingStream::Moment CQVXInstrumentingStream::moment() {
-    const unsigned processor = platform::processorHere();
-    const std::uint64_t tick = platform::g_recordingClock.now();
-    if (m_besidePage.load(std::memory_order_relaxed)) [[unlikely]]
-        return momentBehindOthers(); // a handler came before that time was read
-    return {tick, processor};
+    while (true) {
+        const unsigned processor = platform::processorHere();
+        const std::uint64_t tick = platform::g_recordingClock.now();
+        if (!m_besidePage.load(std::memory_order_relaxed)) [[likely]]
+            return {tick, processor};
+        takeIn(); // a handler came before that time was read
+    }
 }
 
 template <tagTCode Code> inline bool CQVXInstrumentingStream::recordCall(unsigned id) noexcept {

@@ -414,11 +414,6 @@ bool CQVXInstrumentingStream::retire(std::uint64_t deadline) {
     return mayGo;
 }
 
-CQVXInstrumentingStream::Moment CQVXInstrumentingStream::momentBehindOthers() {
-    takeIn();
-    return moment();
-}
-
 const CCoreContext& CQVXInstrumentingStream::Context() {
     CCoreContext& context = m_inUse.load(std::memory_order_relaxed) ? m_besideContext : m_context;
     context.HWCtx(HWCtxId());
@@ -462,8 +457,13 @@ bool CQVXInstrumentingStream::recordCallBeside(tagTCode code, unsigned id, bool 
     return allowed ? recordBeside(Function{code, id, {}}) : refuse();
 }
 
-void CQVXInstrumentingStream::useOnceMore() {
-    const Use use(*this);
+void CQVXInstrumentingStream::takeInLate() {
+    for (bool granted = true; granted && m_besidePage.load(std::memory_order_relaxed);) {
+        granted = Use::begin(*this);
+        if (granted)
+            takeIn();
+        Use::end(*this);
+    }
 }
 
 bool CQVXInstrumentingStream::refuse() {

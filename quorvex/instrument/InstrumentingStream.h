@@ -146,7 +146,6 @@ private:
     };
     /// That of now, behind all that has been recorded, also by handlers; for the one that uses the page.
     Moment moment();
-    Moment momentBehindOthers();
     template <tagTCode Code> bool recordCall(unsigned id) noexcept;
     /// Puts it beside the page, where that is `allowed`; else refuses it.
     bool recordCallBeside(tagTCode code, unsigned id, bool allowed);
@@ -156,7 +155,7 @@ private:
     bool recordBeside(const Function& function);
     /// Puts what stands beside the page there, and tells of what found no room.
     void takeIn();
-    void useOnceMore(); ///< for what has come since the last use took packets in
+    void takeInLate(); ///< the same for what has come since a use took packets in, and while this does
     bool refuse();
     /// What the page has now counts.
     bool keep(bool done) {
