@@ -5,6 +5,8 @@
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <new>
@@ -79,6 +81,31 @@ private:
         void add(const Meaning& other);
     };
 
+    /// What one identifier means by its new numbers. Those with which a meaning can agree are found by what fewest of
+    /// them tell alike, or not at all: its name, or its fact of a kind.
+    class Variants {
+    public:
+        void note(std::uint64_t number, const Meaning& meaning);
+        /// The first that is one, in the order in which they were given.
+        template <class IsIt> Number find(const Meaning& meaning, IsIt isIt) const;
+
+    private:
+        using Ones = std::set<std::uint64_t, std::greater<>>; ///< in the order in which they were given
+        struct Facet {
+            std::map<std::string, Ones, std::less<>> alike;
+            Ones silent; ///< they do not tell it
+        };
+        template <class Take> static void eachFacet(const Meaning& meaning, Take take) {
+            for (const std::string& name : meaning.names)
+                take(Invalid, name);
+            for (const Fact& fact : meaning.facts)
+                take(fact.kind, fact.fields);
+        }
+
+        Ones m_all;
+        std::map<tagTCode, Facet> m_facets; ///< by kind; the name by none
+    };
+
     /// Who means something by an identifier: 0 is the first process, trace + 1 a trace that is on its own in that.
     using Owner = std::size_t;
     Owner processOf(std::size_t trace) const { return m_apart.contains(trace) ? trace + 1 : 0; }
@@ -95,11 +122,11 @@ private:
 
     std::map<Key, Meaning> m_noted; ///< of the trace that is noted
     std::map<std::tuple<Owner, TextSort, std::uint64_t>, Number> m_numbers;
-    std::map<Key, Meaning> m_meanings;                  ///< of numbers that are taken
-    std::map<Key, std::vector<std::uint64_t>> m_others; ///< new numbers that an identifier has got
-    std::map<Key, std::uint64_t> m_last;                ///< new number, by sort and state machine
-    std::set<std::size_t> m_apart;                      ///< traces that are not of the first process
-    std::size_t m_traces = 0;                           ///< that have been noted
+    std::map<Key, Meaning> m_meanings;   ///< of numbers that are taken
+    std::map<Key, Variants> m_others;    ///< of identifiers that have got new numbers
+    std::map<Key, std::uint64_t> m_last; ///< new number, by sort and state machine
+    std::set<std::size_t> m_apart;       ///< traces that are not of the first process
+    std::size_t m_traces = 0;            ///< that have been noted
     std::uint32_t m_lowest;
     std::uint64_t m_given = 0;
     bool m_changes = false;
@@ -125,6 +152,41 @@ void Renumbering::Numbers::Meaning::add(const Meaning& other) {
         if (std::ranges::find(facts, fact.kind, &Fact::kind) == facts.end())
             facts.push_back(fact);
     }
+}
+
+void Renumbering::Numbers::Variants::note(std::uint64_t number, const Meaning& meaning) {
+    if (m_all.insert(number).second) {
+        for (auto& [kind, facet] : m_facets)
+            facet.silent.insert(number);
+    }
+    eachFacet(meaning, [&](tagTCode kind, const std::string& told) {
+        const auto [facet, isNew] = m_facets.try_emplace(kind);
+        if (isNew)
+            facet->second.silent = m_all;
+        facet->second.silent.erase(number);
+        facet->second.alike[told].insert(number);
+    });
+}
+
+template <class IsIt>
+Renumbering::Numbers::Number Renumbering::Numbers::Variants::find(const Meaning& meaning, IsIt isIt) const {
+    const Ones kNone;
+    const Ones *alike = &m_all, *silent = &kNone;
+    eachFacet(meaning, [&](tagTCode kind, const std::string& told) {
+        const auto facet = m_facets.find(kind);
+        if (facet == m_facets.end())
+            return;
+        const auto found = facet->second.alike.find(told);
+        const Ones& same = found == facet->second.alike.end() ? kNone : found->second;
+        if (same.size() + facet->second.silent.size() < alike->size() + silent->size()) {
+            alike = &same;
+            silent = &facet->second.silent;
+        }
+    });
+    std::vector<std::uint64_t> ones;
+    std::ranges::merge(*alike, *silent, std::back_inserter(ones), std::greater<>());
+    const auto one = std::ranges::find_if(ones, isIt);
+    return one == ones.end() ? Number() : Number(*one);
 }
 
 void Renumbering::Numbers::note(const CPacket& packet) {
@@ -215,13 +277,16 @@ Renumbering::Numbers::Number Renumbering::Numbers::define(Key key, const Meaning
     };
     if (shares(key.second))
         return key.second;
-    if (const auto others = m_others.find(key); others != m_others.end()) {
-        if (const auto other = std::ranges::find_if(others->second, shares); other != others->second.end())
-            return *other;
+    const bool isFirst = !m_meanings.contains(key);
+    Variants* const others = isFirst || !meaning.isFixed ? nullptr : &m_others[key];
+    Number number = others ? others->find(meaning, shares) : std::nullopt;
+    if (!number) {
+        number = isFirst ? key.second : newNumber(key);
+        if (number)
+            (m_meanings[{key.first, *number}] = meaning).id = key.second;
     }
-    const Number number = m_meanings.contains(key) ? newNumber(key) : key.second;
-    if (number)
-        (m_meanings[{key.first, *number}] = meaning).id = key.second;
+    if (number && others)
+        others->note(*number, meaning);
     return number;
 }
 
@@ -233,7 +298,6 @@ Renumbering::Numbers::Number Renumbering::Numbers::newNumber(Key key) {
             return std::nullopt;
         --number;
     } while (m_meanings.contains({key.first, number}));
-    m_others[key].push_back(number);
     ++m_given;
     m_changes = true;
     return number;

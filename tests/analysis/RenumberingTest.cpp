@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <map>
 #include <set>
 #include <tuple>
@@ -238,6 +239,34 @@ TEST(Renumbering, KeepsWhatIsAlike) {
             EXPECT_EQ(numberOf(renumbering, trace, ~0U), ~0U) << "no function";
         }
         EXPECT_EQ(renumbering.given(), its.given);
+    }
+}
+
+/// Processor time for so many traces each of which means something of its own by a number.
+std::clock_t timeFor(unsigned traces, CPacket* (*define)(unsigned trace)) {
+    Renumbering renumbering;
+    const std::clock_t begin = std::clock();
+    for (unsigned trace = 0; trace < 2 * traces; ++trace) { // and each meaning comes again
+        const PacketPointer packet(define(trace % traces));
+        renumbering.note(*packet);
+        renumbering.endTrace();
+    }
+    const std::clock_t time = std::clock() - begin;
+    EXPECT_EQ(renumbering.given(), traces - 1);
+    return time;
+}
+
+TEST(Renumbering, TakesNoLookAtAllThatANumberMeans) {
+    CPacket* (*const defines[])(unsigned) = {
+        [](unsigned trace) -> CPacket* {
+            return new CFunctionDefine(kSomewhere, 1, ("f" + std::to_string(trace)).c_str());
+        },
+        [](unsigned trace) -> CPacket* { return new CVariableDefine(kSomewhere, 1, trace, "v"); },
+    };
+    constexpr unsigned kFew = 500, kTimes = 16;
+    for (const auto define : defines) {
+        timeFor(10, define);
+        EXPECT_LT(timeFor(kTimes * kFew, define), 4 * kTimes * (timeFor(kFew, define) + CLOCKS_PER_SEC / 1000));
     }
 }
 
