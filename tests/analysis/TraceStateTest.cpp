@@ -10,6 +10,7 @@
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceSinkBufferStream.h"
 #include "quorvex/stream/TraceWriterPaged.h"
+#include "tests/support/Effort.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -462,7 +463,7 @@ TEST(TraceState, TellsWhereItIsNotExact) {
 
 TEST(TracePages, CopyAnyPartOfATrace) {
     const TemporaryDirectory directory;
-    for (unsigned seed = 1; seed <= 3; ++seed) {
+    for (unsigned seed = 1; seed <= effort(3, 2); ++seed) {
         RandomTrace random(seed);
         const std::string trace = paged(random, 5 * kPageSize / 2 + random.below(2 * kPageSize), seed % 2);
         TracePages pages(directory.write("trace", trace));

@@ -7,6 +7,7 @@
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "quorvex/stream/TraceWriterPlain.h"
 #include "tests/support/Doubles.h"
+#include "tests/support/Effort.h"
 #include "tests/support/ShortMemory.h"
 
 #include <gtest/gtest.h>
@@ -133,7 +134,7 @@ std::string wanderingTrace(unsigned packets, unsigned seed) {
 }
 
 TEST(Compressor, IsUndoneByTheDecompressor) {
-    const std::string trace = wanderingTrace(100'000, 4);
+    const std::string trace = wanderingTrace(effort(100'000, 20'000), 4);
     const std::string relative = compressed(trace);
     EXPECT_LT(relative.size(), trace.size());
     EXPECT_TRUE(decompressed(relative, true) == trace);
