@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <deque>
 #include <map>
+#include <numeric>
+#include <span>
 #include <tuple>
 #include <utility>
 
@@ -150,44 +152,48 @@ void CallTree::turnTo(Condition<std::uint64_t> takes) {
 
 std::vector<CallPath> CallTree::paths() const {
     // The last ones first, so that what is called comes before its caller.
-    struct Known {
-        std::uint64_t total = 0;
-        bool hasCalls = false;
-        std::vector<const Node*> called{};
-    };
     const std::deque<Node>& nodes = m_paths->nodes;
-    std::vector<Known> known(nodes.size());
+    std::vector<std::uint64_t> totals(nodes.size());
+    std::vector<bool> areShown(nodes.size());            // they have calls, or lead to what has
+    std::vector<std::uint32_t> begins(nodes.size() + 1); // of those that a path leads to, in `called`
+    std::size_t count = 0;
     for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
-        Known& its = known[node->index];
-        its.total += node->total; // of kOther, what has been added from those behind
-        its.hasCalls = its.hasCalls || node->calls > 0;
-        if (!its.hasCalls)
+        const std::uint32_t index = node->index;
+        totals[index] += node->total; // of kOther, what has been added from those behind
+        areShown[index] = areShown[index] || node->calls > 0;
+        if (!areShown[index] || !node->caller)
             continue;
-        std::ranges::sort(its.called, [&known](const Node* one, const Node* other) {
-            return std::tuple(known[other->index].total, one->function) <
-                   std::tuple(known[one->index].total, other->function);
-        });
-        if (node->caller) {
-            Known& caller = known[node->caller->index];
-            caller.hasCalls = true;
-            if (node->caller->function == kOther)
-                caller.total += node->total;
-            caller.called.push_back(&*node);
-        }
+        const std::uint32_t caller = node->caller->index;
+        areShown[caller] = true;
+        if (node->caller->function == kOther)
+            totals[caller] += node->total;
+        ++begins[caller];
+        ++count;
+    }
+    std::partial_sum(begins.begin(), begins.end(), begins.begin()); // their ends, until they stand there
+    std::vector<std::uint32_t> called(count); // indices, in the order of those that they are called by
+    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
+        if (areShown[node->index] && node->caller)
+            called[--begins[node->caller->index]] = node->index;
     }
     std::vector<CallPath> paths;
-    std::vector<std::pair<const Node*, std::uint32_t>> waiting; // with their depths, the next one last
+    paths.reserve(count);
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> waiting; // with their depths, the next one last
     for (const auto& [thread, root] : m_paths->threads) {
-        waiting.emplace_back(root, 0);
+        waiting.emplace_back(root->index, 0);
         while (!waiting.empty()) {
-            const auto [node, depth] = waiting.back();
+            const auto [index, depth] = waiting.back();
             waiting.pop_back();
-            const Known& its = known[node->index];
-            if (node != root)
-                paths.push_back({node->function, thread.second, thread.first, depth - 1, node->calls, node->unfinished,
-                                 its.total, node->self});
-            for (auto next = its.called.rbegin(); next != its.called.rend(); ++next)
-                waiting.emplace_back(*next, depth + 1);
+            const Node& node = nodes[index];
+            if (&node != root)
+                paths.push_back({node.function, thread.second, thread.first, depth - 1, node.calls, node.unfinished,
+                                 totals[index], node.self});
+            const std::span next(called.begin() + begins[index], called.begin() + begins[index + 1]);
+            std::ranges::sort(next, [&](std::uint32_t one, std::uint32_t other) {
+                return std::tuple(totals[one], nodes[other].function) < std::tuple(totals[other], nodes[one].function);
+            });
+            for (const std::uint32_t its : next)
+                waiting.emplace_back(its, depth + 1);
         }
     }
     return paths;

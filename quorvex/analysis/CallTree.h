@@ -39,7 +39,7 @@ class QUORVEX_API CallTree : public CallSummary {
 public:
     /// The function of a path whose calls are those on further paths than are told apart; called by nothing.
     static constexpr std::uint64_t kOther = ~std::uint64_t{0};
-    static constexpr std::size_t kMostPaths = 0x100000; ///< that are told apart, if nothing else is said
+    static constexpr std::size_t kMostPaths = 0x80000; ///< that are told apart, if nothing else is said
 
     /// With `byThread`, paths are told apart by threads.
     explicit CallTree(bool byThread = false, TickWindow window = {}, std::size_t mostPaths = kMostPaths);

@@ -115,7 +115,7 @@ private:
     /// Takes out what is not to be shown. For flame graphs, its time is left with what called it.
     Hidden hide(std::vector<CallPath>& paths, double least) const {
         Hidden hidden;
-        std::vector<CallPath> kept;
+        std::size_t kept = 0;
         std::vector<std::size_t> open; // the path to the last one that is kept, by depth
         std::uint64_t* counter = nullptr;
         std::uint32_t depth = 0; // from which on nothing is kept
@@ -128,15 +128,15 @@ private:
             counter = depth >= m_options.depth ? &hidden.deep : partOf(path) < least ? &hidden.small : nullptr;
             if (!counter) {
                 open.resize(depth);
-                open.push_back(kept.size());
-                kept.push_back(path);
+                open.push_back(kept);
+                paths[kept++] = path;
                 continue;
             }
             ++*counter;
             if (m_options.isFolded && depth > 0)
-                kept[open[depth - 1]].self += path.total;
+                paths[open[depth - 1]].self += path.total;
         }
-        paths = std::move(kept);
+        paths.resize(kept);
         return hidden;
     }
 
