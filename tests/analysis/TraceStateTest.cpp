@@ -274,13 +274,14 @@ std::set<std::string> findingsOf(const std::string& trace) {
     return rules;
 }
 
-/// The packets but for those that only the layout needs, and frames, whose lengths depend on it.
-std::vector<std::string> contentsOf(const std::string& trace) {
+/// The packets between two places, but for those that only the layout needs, and frames, whose lengths depend on it.
+std::vector<std::string> contentsOf(const std::string& trace, std::uint64_t from = 0, std::uint64_t to = kUnknown64) {
     std::vector<std::string> packets;
     CTraceCursor cursor(trace);
     while (cursor.next()) {
         const tagTCode code = cursor.TraceCode();
-        if (!isPagedBusiness(code) && code != TraceDisabled && code != EndOfTrace)
+        if (cursor.offset() >= from && cursor.end() <= to && !isPagedBusiness(code) && code != TraceDisabled &&
+            code != EndOfTrace)
             packets.push_back(wireOf(*PacketPointer(cursor.packet())) + " " + std::to_string(cursor.tick()));
     }
     return packets;
@@ -512,6 +513,90 @@ TEST(TracePages, CopyAnyPartOfATrace) {
                 const auto page = static_cast<std::size_t>((from + kPageSize) / kPageSize * kPageSize);
                 EXPECT_NE(out.find(trace.substr(page, kPageSize)), out.npos) << seed << ' ' << from;
             }
+        }
+    }
+}
+
+// What a cut is made of packet by packet.
+TEST(TracePiece, TakesAllThatCanBeReadOfADamagedTrace) {
+    RandomTrace random(5);
+    const std::string whole = random.bytes(effort(40, 15));
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        const auto old = static_cast<unsigned char>(whole[at]);
+        for (const unsigned value : {256U, old ^ 1U, old ^ 0x80U, 0U, 0xFFU, 0x7EU}) { // 256: cut there
+            std::string damaged = whole.substr(0, value < 256 ? whole.size() : at);
+            if (value < 256)
+                damaged[at] = static_cast<char>(value);
+            const std::string out = piece(at % 2, [&](TracePiece& its) {
+                CTraceCursor cursor(damaged);
+                bool isDone = true;
+                while (isDone && cursor.next())
+                    isDone = its.put(std::as_const(cursor));
+                return isDone;
+            });
+            auto found = contentsOf(out), expected = contentsOf(damaged);
+            for (auto* packets : {&found, &expected}) // an empty text tells where a text of its own begins
+                std::erase_if(*packets,
+                              [](const std::string& its) { return its.starts_with(std::string_view("~\0", 2)); });
+            ASSERT_EQ(found, expected) << at << " is " << value;
+        }
+    }
+}
+
+TEST(TracePages, CopyAllThatCanBeReadOfADamagedTrace) {
+    const TemporaryDirectory directory;
+    RandomTrace random(20261122);
+    const std::string whole = paged(random, 4 * kPageSize, false);
+    for (unsigned round = 0; round < effort(60, 12); ++round) {
+        std::string damaged = whole;
+        const std::size_t page = random.below(4) * kPageSize, other = random.below(4) * kPageSize;
+        switch (round % 4) {
+        case 0:
+            damaged.replace(page, kPageSize, kPageSize, round % 8 ? '\xff' : '\0');
+            break;
+        case 1:
+            damaged.replace(page, kPageSize, whole, other, kPageSize);
+            damaged.replace(other, kPageSize, whole, page, kPageSize);
+            break;
+        case 2:
+            for (unsigned i = 0; i < 20; ++i)
+                damaged[random.below(static_cast<unsigned>(whole.size()))] = static_cast<char>(random.below(256));
+            break;
+        default:
+            damaged.resize(random.below(static_cast<unsigned>(whole.size())));
+        }
+        TracePages pages(directory.write("trace", damaged));
+        for (unsigned cut = 0; cut < 3; ++cut) {
+            // From page to page, and from one packet to before another.
+            std::uint64_t places[] = {random.below(5) * kPageSize, random.below(5) * kPageSize};
+            for (std::uint64_t& place : places) {
+                if (place = std::min<std::uint64_t>(place, damaged.size()); cut == 0)
+                    continue;
+                place = random.below(static_cast<unsigned>(damaged.size()) + 1);
+                CTraceCursor walk(damaged);
+                while (walk.end() < place && walk.next()) {
+                }
+                place = walk.end();
+            }
+            const auto [from, to] = std::minmax(places[0], places[1]);
+            std::size_t front = 0;
+            const std::string out = piece(true, [&](TracePiece& its) {
+                const TraceState state = pages.stateAt(from);
+                const bool isBegun = its.put(state);
+                front = static_cast<std::size_t>(its.position());
+                return isBegun && pages.copyTo(its, from, to, state.contexts(), state.frame());
+            });
+            const auto expected = contentsOf(damaged, from, to), found = contentsOf(out, front);
+            auto at = found.begin();
+            std::string lost;
+            for (const std::string& packet : expected) {
+                const auto next = std::find(at, found.end(), packet);
+                if (next == found.end())
+                    lost += hex(packet) + "\n";
+                else
+                    at = next + 1;
+            }
+            ASSERT_EQ(lost, "") << round << ' ' << from << ' ' << to << ' ' << found.size() << ' ' << expected.size();
         }
     }
 }

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Runs qvx stats, and counts once more by other means.
 #
-#     stats.sh QVX WORDCOUNT
+#     stats.sh QVX WORDCOUNT QUICKSTART
 . "$(dirname "$0")/common.sh"
 wordcount=$2
+quickstart=$3
 
 # calls, total and self time of each function, out of the table of a thread's packets.
 count() {
@@ -22,6 +23,7 @@ mkdir recorded
 mkdir source
 seq 3000 | sed 's/^/the word /' | split -l 500 --additional-suffix=.md - source/
 QVX_TRACEDIR=recorded "$wordcount" source 3 >/dev/null
+QVX_TRACEDIR=recorded "$quickstart" # whose function calls itself
 [ "$(ls recorded/*.qvx | wc -l)" -ge 2 ] || fail 'no traces of threads'
 for trace in recorded/*.qvx; do
     count "$trace" | sort >counted
