@@ -67,3 +67,12 @@ for format in vcd btf; do
     printf '%s %s |\n' "$row" "$(mega "$(size run.$format)")"
     rm run.$format
 done
+
+trace=$(ls -S thread_*.qvx | head -1)
+printf '\n%s\n\n' "one of these, $(mega "$(size "$trace")")"
+printf '%s\n' '| question | seconds | MB/s of the trace | peak memory |' '|---|---|---|---|'
+timed 'which functions take the time' "$(size "$trace")" "$qvx" stats "$trace" -f -o out
+timed 'who waits' "$(size "$trace")" "$qvx" stats "$trace" --by thread --name 'count*' --sort total -f -o out
+timed 'who calls whom' "$(size "$trace")" "$qvx" graph "$trace" -f -o out
+timed 'what happened in the second from 0.5 s on' "$(size "$trace")" \
+    "$qvx" dump "$trace" --format text --from 500ms --to 1500ms -f -o out
