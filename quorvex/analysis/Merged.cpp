@@ -1,5 +1,6 @@
 #include "quorvex/analysis/Merged.h"
 
+#include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -23,6 +24,9 @@ constexpr std::size_t kMostRelative = 4096;
 constexpr std::uint64_t kFar = 4;
 /// So many packets are read ahead to see that ticks go on as they should.
 constexpr std::size_t kFewAhead = 32;
+
+/// Ticks of clocks that start again are below that.
+constexpr std::uint64_t kAround = std::uint64_t{1} << 32;
 
 /// More traces than that are not kept open.
 constexpr std::size_t kMostOpen = 64;
@@ -83,11 +87,13 @@ struct Merged::Source {
     std::size_t relatives();
     /// Whether the next packet's tick cannot be, with those behind it that are relative to it.
     bool isWrong(std::size_t count);
+    /// Whether the clock has started again since the last packet with a tick, as the ones behind the next packet tell.
+    bool isAround();
     /// How many packets may be relative to a tick that is looked into.
     std::size_t mostRelative() const { return batch > 0 ? std::min(batch, kMostRelative) : kMostRelative; }
     void forget(Ahead& packet);
     /// Makes the next packet ready; false at the end of the trace.
-    bool prepare(bool keepsOldTicks);
+    bool prepare(bool keepsOldTicks, bool extendsTicks);
 
     std::unique_ptr<TraceFile> input;
     PacketFilter* filter = nullptr;
@@ -103,6 +109,7 @@ struct Merged::Source {
     std::exception_ptr error; ///< why it has ended; thrown when all that has been read was handed out
     std::uint64_t tick = 0;   ///< of the last packet that has one
     bool hasTick = false;     ///< in this frame
+    std::uint64_t gone = 0;   ///< ticks of the clock before it started again
     std::uint64_t turn = 0;   ///< of the last packet that has a tick, that tick as it was changed
     std::uint64_t wrong = 0;
     std::uint64_t firstWrong = 0; ///< its offset
@@ -208,7 +215,23 @@ void Merged::Source::forget(Ahead& packet) {
     packet.tick = kUnknown64;
 }
 
-bool Merged::Source::prepare(bool keepsOldTicks) {
+bool Merged::Source::isAround() {
+    const std::uint64_t claimed = ahead.front().tick;
+    if (tick >= kAround || claimed >= tick || tick - claimed <= kAround / 2)
+        return false;
+    unsigned behind = 0, elsewhere = 0;
+    const Ahead* next = nullptr;
+    for (std::size_t i = 1; i < kMostBehind && (next = at(i)) && !next->isBorder(); ++i) {
+        if (next->tick == kUnknown64 || isDefinition(*next->packet))
+            continue;
+        ++(next->tick < kAround / 2 ? behind : elsewhere);
+        if (behind + elsewhere == kWitnesses)
+            break;
+    }
+    return behind > 3 * elsewhere;
+}
+
+bool Merged::Source::prepare(bool keepsOldTicks, bool extendsTicks) {
     const auto first = [this] { return ahead.empty() ? at(0) : &ahead.front(); };
     const Ahead* next = first();
     while (next && next->isBorder()) {
@@ -236,9 +259,20 @@ bool Merged::Source::prepare(bool keepsOldTicks) {
             }
         }
     }
-    if (ahead.front().tick != kUnknown64) {
-        tick = ahead.front().tick;
-        hasTick = true;
+    Ahead& ready = ahead.front();
+    if (ready.tick == kUnknown64)
+        return true;
+    if (extendsTicks && hasTick && ready.tick < tick && isAround())
+        gone += kAround;
+    tick = ready.tick;
+    hasTick = true;
+    if (tick >= kAround)
+        gone = 0; // it is no such clock
+    if (gone > 0) {
+        ready.tick += gone;
+        changeNumbers(*ready.packet, [this](FieldMeaning meaning, std::string_view, std::uint64_t& value) {
+            value += meaning == FieldMeaning::Tick ? gone : 0;
+        });
     }
     return true;
 }
@@ -273,7 +307,7 @@ void Merged::begin() {
 
 bool Merged::prepare(std::size_t index, Turn& turn) {
     Source& source = *m_sources[index];
-    if (!source.prepare(m_keepsOldTicks))
+    if (!source.prepare(m_keepsOldTicks, m_extendsTicks))
         return false;
     Source::Ahead& next = source.ahead.front();
     if (m_change) {
@@ -298,10 +332,14 @@ PacketPointer Merged::next() {
     if (m_begun < m_sources.size())
         begin();
     const std::size_t last = std::exchange(m_file, kNone);
-    if (Turn turn; last != kNone && prepare(last, turn)) {
-        if (m_turns.empty() || turn < m_turns.front())
+    m_ended = kNone;
+    if (Turn turn; last != kNone) {
+        if (!prepare(last, turn))
+            m_ended = last;
+        else if (m_turns.empty() || turn < m_turns.front())
             return take(last);
-        enqueue(turn);
+        else
+            enqueue(turn);
     }
     if (m_turns.empty())
         return nullptr;

@@ -59,6 +59,10 @@ public:
     /// said before the first packet is read.
     void keepOldTicks() { m_keepsOldTicks = true; }
 
+    /// Takes the ticks of a trace whose clock starts again behind tick 2^32 - 1 on from there. Such a clock has ticks
+    /// of 32 bits, and what falls by more than half of that, with packets behind it that go on there, shows it. To be
+    /// said before the first packet is read.
+    void extendTicks() { m_extendsTicks = true; }
     /// Leaves out what the filter does not want, before it is looked at in any other way. To be said before the first
     /// packet is read; the filter must outlive this.
     void filterBy(PacketFilter& filter) { m_filter = &filter; }
@@ -68,6 +72,9 @@ public:
     PacketPointer next();
     /// Which trace the packet that next() gave is of, in the order in which they were added.
     std::size_t file() const { return m_file; }
+    /// Which trace had its last packet handed out before that one; kNone where none has ended there.
+    std::size_t ended() const { return m_ended; }
+    static constexpr std::size_t kNone = ~std::size_t{0}; ///< no trace
     /// Where it begins there.
     std::uint64_t offset() const { return m_offset; }
     /// Its tick, kUnknown64 where it has none.
@@ -95,12 +102,13 @@ private:
     std::vector<platform::Owned<Source>> m_sources;
     PacketChange* m_change = nullptr;
     bool m_keepsOldTicks = false;
+    bool m_extendsTicks = false;
     /// The sources that have a packet, by its tick, then in the order of the files.
     std::vector<Turn> m_turns; ///< a heap, the next one first
     void enqueue(Turn turn);
     std::size_t m_begun = 0; ///< sources whose first packet has been asked for
-    static constexpr std::size_t kNone = ~std::size_t{0};
     std::size_t m_file = kNone;
+    std::size_t m_ended = kNone;
     std::uint64_t m_offset = 0;
     std::uint64_t m_tick = 0;
 };

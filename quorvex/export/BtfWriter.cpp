@@ -6,6 +6,7 @@
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <deque>
 #include <map>
@@ -112,6 +113,27 @@ std::string legalName(std::string name) {
     return name;
 }
 
+/// A time in nanoseconds since 1970, as 2026-08-22T10:15:00Z.
+std::string dateOf(std::int64_t nanoseconds) {
+    using namespace std::chrono;
+    const sys_seconds time{floor<seconds>(std::chrono::nanoseconds(nanoseconds))};
+    const sys_days day = floor<days>(time);
+    const year_month_day date{day};
+    const hh_mm_ss clock{time - day};
+    std::string text;
+    const auto put = [&text](std::int64_t number, std::size_t digits, char end) {
+        const std::string decimal = std::to_string(number);
+        text.append(digits > decimal.size() ? digits - decimal.size() : 0, '0').append(decimal).push_back(end);
+    };
+    put(int{date.year()}, 4, '-');
+    put(unsigned{date.month()}, 2, '-');
+    put(unsigned{date.day()}, 2, 'T');
+    put(clock.hours().count(), 2, ':');
+    put(clock.minutes().count(), 2, ':');
+    put(clock.seconds().count(), 2, 'Z');
+    return text;
+}
+
 } // namespace
 
 /// What runs where. Every change of it is a line of the body.
@@ -141,6 +163,8 @@ public:
     }
 
     const std::deque<Entity>& entities() const { return m_entities; }
+    /// Of the last packet, in ticks.
+    std::uint64_t time() const { return m_time; }
 
 private:
     void take(const CHWExceptionEnter& packet) { enterInterrupt(coreOf(packet.HWCtx()), packet.ExceptionId()); }
@@ -478,10 +502,9 @@ private:
     std::string m_cell;
 };
 
-CBtfWriter::CBtfWriter(std::ostream& out, std::string inputFile, std::string creationDate)
-    : CViewerWriter(out, {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter}),
-      m_inputFile(std::move(inputFile)),
-      m_creationDate(std::move(creationDate)),
+CBtfWriter::CBtfWriter(std::ostream& out, ViewerOptions options)
+    : CViewerWriter(out, {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter},
+                    std::move(options)),
       m_model(platform::makeOwned<Model>(*this)) {}
 
 CBtfWriter::~CBtfWriter() = default;
@@ -502,8 +525,10 @@ bool CBtfWriter::writeFile() {
         if (!value.empty())
             head.append(name).append(value).append("\n");
     };
-    parameter("#creationDate ", m_creationDate);
-    parameter("#inputFile ", m_inputFile);
+    if (options().recordedUntil)
+        parameter("#creationDate ", dateOf(*options().recordedUntil -
+                                           static_cast<std::int64_t>(unitsOf(m_model->time(), kUnitsPerSecond))));
+    parameter("#inputFile ", options().inputs);
     head += "#timeScale ns\n#typeTable\n";
     std::size_t row = 0;
     for (const std::string_view type : kTypes)

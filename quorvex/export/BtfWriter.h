@@ -3,7 +3,7 @@
 #include "quorvex/export/ViewerWriter.h"
 #include "quorvex/platform/Owned.h"
 
-#include <string>
+#include <string_view>
 
 namespace Quorvex {
 
@@ -27,9 +27,11 @@ namespace Quorvex {
 /// the trace terminates there.
 class QUORVEX_API CBtfWriter : public CViewerWriter {
 public:
-    /// The name of the traced file and the wall clock at its first tick (as in 2026-08-22T10:15:00Z) become lines of
-    /// the header where they are not empty.
-    explicit CBtfWriter(std::ostream& out, std::string inputFile = {}, std::string creationDate = {});
+    /// The versions of the format that can be asked for, of which a file is what its first line says.
+    static constexpr std::string_view kVersions[] = {"2.1.0", "2.1.5", "2.2.0"};
+
+    /// Names of inputs, and the wall clock at time 0, become lines of the header where they are known.
+    explicit CBtfWriter(std::ostream& out, ViewerOptions options = {});
     ~CBtfWriter() override;
 
 protected:
@@ -40,8 +42,6 @@ protected:
 private:
     class Model;
 
-    std::string m_inputFile;
-    std::string m_creationDate;
     platform::Owned<Model> m_model;
 };
 

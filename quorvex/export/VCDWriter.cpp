@@ -774,9 +774,11 @@ private:
     std::set<std::string> m_used; ///< names in the innermost of them
 };
 
-CVCDWriter::CVCDWriter(std::ostream& out)
-    : CViewerWriter(out, {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter, TextSort::Event,
-                          TextSort::Signal, TextSort::StateMachine, TextSort::StateMachineInstance, TextSort::State}),
+CVCDWriter::CVCDWriter(std::ostream& out, ViewerOptions options)
+    : CViewerWriter(out,
+                    {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter, TextSort::Event,
+                     TextSort::Signal, TextSort::StateMachine, TextSort::StateMachineInstance, TextSort::State},
+                    std::move(options)),
       m_model(platform::makeOwned<Model>(*this)) {}
 
 CVCDWriter::~CVCDWriter() = default;

@@ -39,7 +39,7 @@ public:
         bool isDetail;              ///< one of the bits of functions and processes
     };
 
-    explicit CVCDWriter(std::ostream& out);
+    explicit CVCDWriter(std::ostream& out, ViewerOptions options = {});
     ~CVCDWriter() override;
 
     /// The variables in the order of the file, once it is written.

@@ -3,17 +3,12 @@
 #include "quorvex/export/BtfWriter.h"
 #include "quorvex/export/VCDWriter.h"
 
-#include <type_traits>
-
 namespace Quorvex {
 
 namespace {
 
-template <class Writer> std::unique_ptr<CViewerWriter> make(std::ostream& out, const std::string& inputs) {
-    if constexpr (std::is_constructible_v<Writer, std::ostream&, const std::string&>)
-        return std::make_unique<Writer>(out, inputs);
-    else
-        return std::make_unique<Writer>(out);
+template <class Writer> std::unique_ptr<CViewerWriter> make(std::ostream& out, const ViewerOptions& options) {
+    return std::make_unique<Writer>(out, options);
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 
 #include <memory>
 #include <ostream>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -15,8 +14,8 @@ namespace Quorvex {
 struct ViewerFormat {
     std::string_view name;        ///< by which people ask for it: "vcd"
     std::string_view description; ///< "value change dump"
-    /// A writer of it to a stream, which must outlive it. `inputs` names what is written, for formats that tell.
-    std::unique_ptr<CViewerWriter> (*make)(std::ostream& out, const std::string& inputs);
+    /// A writer of it to a stream, which must outlive it.
+    std::unique_ptr<CViewerWriter> (*make)(std::ostream& out, const ViewerOptions& options);
 };
 
 /// All formats there are. Valid for ever.

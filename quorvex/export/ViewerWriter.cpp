@@ -16,8 +16,9 @@ namespace Quorvex {
 namespace {
 
 constexpr std::size_t kBufferSize = 0x10000;
-/// Viewers hold times as signed numbers of 64 bits.
-constexpr std::uint64_t kLongest = std::numeric_limits<std::int64_t>::max();
+/// Viewers hold times as signed numbers of 64 bits, and some take the last of them for something else.
+constexpr std::uint64_t kLongest = std::numeric_limits<std::int64_t>::max() - 2;
+constexpr char kTooLate[] = "packets later than viewers can show";
 
 /// What is said of the kinds that viewers mostly cannot show. Of all others, it is the description of the kind.
 struct Words {
@@ -34,6 +35,7 @@ constexpr Words kWords[] = {
     {Event, "events"},
     {Message, "messages"},
     {TraceBroken, "gaps in the trace"},
+    {CounterDefineUnit, "units of counters"},
     {CharString, "free texts"},
     {TypeDefine, "types"},
     {BusData, "bus data"},
@@ -52,12 +54,63 @@ std::string wordsFor(tagTCode code) {
 
 } // namespace
 
-CViewerWriter::CViewerWriter(std::ostream& out, std::initializer_list<TextSort> shown) : m_out(out), m_shown(shown) {}
+CViewerWriter::CViewerWriter(std::ostream& out, std::initializer_list<TextSort> shown, ViewerOptions options)
+    : m_out(out), m_shown(shown), m_options(std::move(options)) {}
 
 CViewerWriter::~CViewerWriter() = default;
 
-std::uint64_t CViewerWriter::unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) const {
-    return TimeBase::unitsOf(ticks, frequency(), unitsPerSecond, kLongest);
+std::uint64_t CViewerWriter::unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) {
+    const std::uint64_t units = TimeBase::unitsOf(ticks, frequency(), unitsPerSecond, kLongest + 1);
+    if (units <= kLongest)
+        return units;
+    lose(kTooLate);
+    return kLongest;
+}
+
+CounterSort& CViewerWriter::counterSort(std::uint32_t number) {
+    return m_counters.findOrMake(number, [&] {
+        CounterSort sort;
+        tellType(number, sort);
+        return sort;
+    });
+}
+
+void CViewerWriter::tellType(std::uint32_t number, CounterSort& sort) const {
+    const auto told = m_options.counters.find(m_names.name(TextSort::Counter, number));
+    if (told != m_options.counters.end())
+        sort.tell(told->second);
+}
+
+const std::string& CViewerWriter::counterUnit(std::uint32_t number) const {
+    static const std::string kNone;
+    const auto unit = m_units.find(number);
+    return unit != m_units.end() ? unit->second : kNone;
+}
+
+void CViewerWriter::noteCounter(const CPacket& packet) {
+    if (const auto* unit = packetAs<CCounterDefineUnit>(packet)) {
+        m_units[numberOf(TextSort::Counter, unit->CntrId())] = wholeTextOf(packet);
+    } else if (const auto* counter = packetAs<CCounterDefine>(packet)) {
+        const std::uint32_t number = numberOf(TextSort::Counter, counter->CntrId());
+        CounterSort* const sort = m_counters.find(number);
+        if (!sort)
+            return;
+        const CounterType before = sort->type();
+        tellType(number, *sort);
+        if (sort->type() != before)
+            fixBodySoFar();
+    }
+}
+
+void CViewerWriter::endProcess(unsigned process) {
+    if (!m_finished)
+        endOf(process, m_time);
+}
+
+void CViewerWriter::endOf(unsigned, std::uint64_t) {}
+
+void CViewerWriter::fixLine(std::string_view line, std::string& to) {
+    to += line;
 }
 
 std::uint64_t CViewerWriter::numberOf(TextSort sort, std::uint32_t machine, std::uint32_t id) {
@@ -88,6 +141,8 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
     const KindFacts& facts = factsOf(code);
     if (facts.role == Role::Definition && !m_names.note(packet, m_process) && showsNames(facts.text))
         lose("names given anew, of which one is shown");
+    if (facts.text == TextSort::Counter || facts.text == TextSort::CounterUnit)
+        noteCounter(packet);
     if (frequency() == 0)
         m_inTicks = bodySize();
     if (code == Timestamp && !m_clock.note(packet))
@@ -95,7 +150,9 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
     const std::uint64_t time = timeOf(tick);
     if (code == TraceDisabled)
         return finish();
-    if (!show(packet, time) && isLost(packet)) {
+    const bool isShown = show(packet, time);
+    m_showsSome = m_showsSome || isShown;
+    if (!isShown && isLost(packet)) {
         std::uint64_t*& count = m_lostKinds[code % m_lostKinds.size()];
         if (!count)
             count = &lossesFor(wordsFor(code));
@@ -130,7 +187,7 @@ std::uint64_t CViewerWriter::timeOf(std::uint64_t tick) {
     if (tick < m_start || tick - m_start < m_time)
         lose("packets earlier than the one before them");
     else if (tick - m_start > kLongest)
-        lose("packets later than viewers can show");
+        lose(kTooLate);
     else
         m_time = tick - m_start;
     return m_time;
@@ -152,6 +209,10 @@ void CViewerWriter::flush() {
 bool CViewerWriter::finish() {
     m_finished = true;
     end(m_time);
+    for (const auto& [number, sort] : m_counters) {
+        if (sort.isMixed())
+            lose("counters with values like doubles and like whole numbers, all shown as whole numbers");
+    }
     m_failed = m_failed || !m_body.write(m_buffer.data(), pending()) || !writeFile();
     m_out.flush();
     m_failed = m_failed || !m_out.good();
@@ -172,29 +233,31 @@ void CViewerWriter::makeRoom(std::size_t most) {
 
 bool CViewerWriter::copyBody(char mark, std::uint64_t unitsPerSecond) {
     std::uint64_t inTicks = frequency() == 0 || frequency() == unitsPerSecond ? 0 : m_inTicks;
+    std::uint64_t inDoubt = std::max(inTicks, m_inDoubt);
     if (!m_body.rewind())
         return false;
-    std::string rest, out, block(kBufferSize, '\0');
-    const auto copyLine = [&](std::string_view line) {
-        const bool marked = mark == 0 || line.starts_with(mark);
+    std::string rest, timed, out, block(kBufferSize, '\0');
+    /// The line with its time in units of the file.
+    const auto inUnits = [&](std::string_view line) {
+        const bool isMarked = mark == 0 || line.starts_with(mark);
         std::uint64_t time = 0;
-        const char* digits = line.data() + (mark != 0 && marked ? 1 : 0);
+        const char* digits = line.data() + (mark != 0 && isMarked ? 1 : 0);
         const auto [end, error] = std::from_chars(digits, line.data() + line.size(), time);
-        if (!marked || error != std::errc()) {
-            out += line;
-            return;
-        }
-        out.append(line.data(), digits).append(std::to_string(unitsOf(time, unitsPerSecond)));
-        out.append(end, line.data() + line.size());
+        if (!isMarked || error != std::errc())
+            return line;
+        timed.assign(line.data(), digits).append(std::to_string(unitsOf(time, unitsPerSecond)));
+        return std::string_view(timed.append(end, line.data() + line.size()));
     };
     while (const std::size_t got = m_body.read(block.data(), block.size())) {
-        // What is in ticks ends with a line.
-        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(got, inTicks));
-        inTicks -= count;
+        // What is in doubt, and what is in ticks, ends with a line.
+        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(got, inDoubt));
+        inDoubt -= count;
         rest.append(block, 0, count);
         std::size_t from = 0;
         for (std::size_t end = rest.find('\n'); end != std::string::npos; end = rest.find('\n', from)) {
-            copyLine({rest.data() + from, end + 1 - from});
+            const std::string_view line(rest.data() + from, end + 1 - from);
+            fixLine(inTicks > 0 ? inUnits(line) : line, out);
+            inTicks -= std::min<std::uint64_t>(inTicks, line.size());
             from = end + 1;
         }
         rest.erase(0, from);

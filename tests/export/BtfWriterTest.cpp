@@ -38,7 +38,10 @@ struct Written {
 
 Written written(const Packets& packets) {
     std::ostringstream out;
-    CBtfWriter writer(out, "a\nb.qvx", "2026-08-22T10:15:00Z");
+    ViewerOptions options;
+    options.inputs = "a\nb.qvx";
+    options.recordedUntil = 1'787'393'700'000'000'999;
+    CBtfWriter writer(out, options);
     for (const auto& packet : packets)
         EXPECT_TRUE(writer.put(packet.get()));
     writer.flush();

@@ -5,12 +5,17 @@
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/Merged.h"
+#include "quorvex/analysis/OneClock.h"
+#include "quorvex/export/BtfWriter.h"
 #include "quorvex/export/VCDWriter.h"
 #include "quorvex/export/ViewerFormats.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -27,8 +32,62 @@ struct ExportOptions {
     const ViewerFormat* format = nullptr;
     bool strict = false;
     std::string save;
+    std::vector<std::string> counters;
+    ViewerOptions viewer;
     Output output;
 };
+
+/// Takes the types of counters from NAME=TYPE.
+void takeCounters(const std::vector<std::string>& texts, ViewerOptions& options) {
+    for (const std::string& text : texts) {
+        const std::size_t equals = text.rfind('=');
+        const auto type = std::ranges::find(kCounterTypes, equals == std::string::npos ? "" : text.substr(equals + 1));
+        if (type == kCounterTypes.end())
+            throw Misuse("--counter", "'" + text + "' is not NAME=TYPE, with a TYPE of " +
+                                          fmt::format("{}", fmt::join(kCounterTypes, ", ")));
+        options.counters[text.substr(0, equals)] = static_cast<CounterType>(type - kCounterTypes.begin());
+    }
+}
+
+/// When the last of the files was written to, where they are files.
+std::optional<std::int64_t> lastWritten(const std::vector<std::string>& files) {
+    std::optional<std::int64_t> last;
+    for (const std::string& file : files) {
+        using namespace std::chrono;
+        std::error_code error;
+        const auto time = std::filesystem::last_write_time(file, error);
+        if (!error && std::filesystem::is_regular_file(file, error))
+            last = std::max(last.value_or(0),
+                            std::int64_t{nanoseconds(file_clock::to_sys(time).time_since_epoch()).count()});
+    }
+    return last;
+}
+
+/// Looks at the clocks of several traces. Of what can be read once only, the clock is found when it is shown.
+void lookAtClocks(const std::vector<std::string>& files, OneClock& clocks) {
+    for (std::size_t file = 0; files.size() > 1 && file < files.size(); ++file) {
+        std::error_code error;
+        if (!std::filesystem::is_regular_file(files[file], error))
+            continue;
+        TraceInput trace(files[file]);
+        clocks.look(file, trace);
+    }
+}
+
+/// Tells how ticks became times, where that is not as the traces say; the exit code that follows.
+ExitCode tellOfClocks(const std::string& target, const std::vector<std::string>& files, const CViewerWriter& writer,
+                      const OneClock& clocks) {
+    for (std::size_t file = 0; clocks.clock().frequency() != 0 && file < files.size(); ++file) {
+        if (!clocks.clock().hasClock(file))
+            tell(fmt::format("{} does not tell how many ticks are a second; they are taken for those of the others",
+                             files[file]));
+    }
+    if (!writer.knowsClock() && !writer.isEmpty())
+        tell(fmt::format("{}: no trace tells how many ticks are a second; a tick is shown as 1 ns", target));
+    for (const std::size_t file : clocks.unplaced())
+        tell(fmt::format("{} has ticks that are too far ahead for the fastest clock; they are unknown", files[file]));
+    return clocks.unplaced().empty() ? Done : DoneWithLoss;
+}
 
 /// What there is to choose from, as help says it.
 std::string formatNames() {
@@ -55,15 +114,23 @@ ExitCode exportTo(ExportOptions& options) {
             throw Failure(target.name(), "is no file that a viewer could be set up for");
         save.emplace(options.save, options.output.force(), options.output.claims());
     }
+    OneClock clocks;
+    lookAtClocks(files, clocks);
     Merged merged;
+    merged.extendTicks();
+    clocks.tell(merged);
     addAll(merged, files);
     std::ostream& out = target.open();
     if (save)
         save->open();
-    const std::unique_ptr<CViewerWriter> writer = options.format->make(out, fmt::format("{}", fmt::join(files, " ")));
+    options.viewer.inputs = fmt::format("{}", fmt::join(files, " "));
+    options.viewer.recordedUntil = lastWritten(files);
+    const std::unique_ptr<CViewerWriter> writer = options.format->make(out, options.viewer);
 
     bool good = true;
     while (const PacketPointer packet = good ? merged.next() : nullptr) {
+        if (merged.ended() != Merged::kNone)
+            writer->endProcess(static_cast<unsigned>(merged.ended()));
         writer->setProcess(static_cast<unsigned>(merged.file()));
         good = writer->putAbsolute(*packet, merged.tick());
     }
@@ -79,6 +146,8 @@ ExitCode exportTo(ExportOptions& options) {
     ExitCode exitCode = reportDamage(merged);
     if (options.strict && exitCode != Done)
         throw Failure(target.name(), "cannot show what its traces lack");
+    if (options.strict && writer->isEmpty())
+        throw Failure(target.name(), "would show nothing: the traces hold nothing that it could");
     if (save)
         save->write(target.name(), dynamic_cast<const CVCDWriter&>(*writer));
     target.commit();
@@ -88,7 +157,11 @@ ExitCode exportTo(ExportOptions& options) {
         tell(fmt::format("{}: not shown as in the trace: {}", target.name(), losses));
         exitCode = DoneWithLoss;
     }
-    return exitCode;
+    if (writer->isEmpty()) {
+        tell(target.name() + ": shows nothing: the traces hold nothing that it could");
+        exitCode = DoneWithLoss;
+    }
+    return tellOfClocks(target.name(), files, *writer, clocks) == Done ? exitCode : DoneWithLoss;
 }
 
 } // namespace
@@ -104,12 +177,22 @@ void addExport(Program& program) {
     verb.flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
     verb.option("--save", options->save,
                 "(vcd) Also write FILE, which sets the viewer GTKWave up, and names beside it");
+    verb.option(
+        "--counter", options->counters,
+        "Take the values of a counter as NAME=unsigned, NAME=signed or NAME=double; usually they tell by themselves",
+        "NAME=TYPE");
+    std::vector<std::pair<std::string, std::string>> versions;
+    for (const std::string_view version : CBtfWriter::kVersions)
+        versions.emplace_back(version, version);
+    verb.choice("--btf-version", options->viewer.btfVersion, versions, "(btf) Write that version of the format",
+                "VERSION");
     options->output.addOptions(verb, true);
     verb.footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
                 "What the target cannot show is counted, told, and gives exit code 3.");
     verb.runs([options] {
         if (!options->save.empty() && (options->format->name != "vcd" || !options->output.isNamed()))
             throw Misuse("--save", "goes with --to vcd and a named file");
+        takeCounters(options->counters, options->viewer);
         return exportTo(*options);
     });
 }
