@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quorvex/format/Digits.h"
+
 #include <array>
 #include <bit>
 #include <charconv>
@@ -18,7 +20,7 @@ enum class CounterType : std::uint8_t { Unsigned, Signed, Double };
 inline constexpr std::array<std::string_view, 3> kCounterTypes{"unsigned", "signed", "double"};
 
 /// Finds the type of one counter, which traces do not tell, out of all its values. A zero may be of any type, and so
-/// may what as a double is infinite or no number.
+/// may what as a double is -0, infinite or no number.
 class CounterSort {
 public:
     /// Takes note of a value, as its bits. True when another type follows from that.
@@ -54,7 +56,7 @@ private:
             return kDouble;
         const bool isNoNumber =
             exponent == 1024 && ((value & kFraction) == 0 || (value & kFraction) == kFraction / 2 + 1);
-        if (value == 0 || isNoNumber)
+        if (value << 1 == 0 || isNoNumber)
             return 0;
         return value >> 52 == 0xFFF ? kNegative : kWhole;
     }
@@ -63,34 +65,37 @@ private:
     std::optional<CounterType> m_told;
 };
 
-/// Puts a value as a number of a type: whole, or the shortest text that is read as the same double. The end of the
-/// text; 32 characters are overwritten at most.
+/// Puts a value as a number of a type: whole, or the shortest text that is read as the same double, which is never that
+/// of a whole number. The end of the text; 32 characters are overwritten at most.
 inline char* putCounter(char* to, std::uint64_t value, CounterType type) {
-    if (type == CounterType::Double) {
-        const double number = std::bit_cast<double>(value);
-        return std::isnan(number) ? to + std::string_view("nan").copy(to, 3) : std::to_chars(to, to + 32, number).ptr;
+    if (type != CounterType::Double) {
+        return type == CounterType::Signed ? std::to_chars(to, to + 32, static_cast<std::int64_t>(value)).ptr
+                                           : putDecimal(to, value);
     }
-    return type == CounterType::Signed ? std::to_chars(to, to + 32, static_cast<std::int64_t>(value)).ptr
-                                       : std::to_chars(to, to + 32, value).ptr;
+    const double number = std::bit_cast<double>(value);
+    if (std::isnan(number))
+        return to + std::string_view("nan").copy(to, 3);
+    char* const end = std::to_chars(to, to + 28, number).ptr;
+    const bool isWhole = std::string_view(to, end).find_first_of(".en") == std::string_view::npos;
+    return isWhole ? end + std::string_view(".0").copy(end, 2) : end;
 }
 
-/// The bits of a value that putCounter has put.
-inline std::uint64_t counterOf(std::string_view text, CounterType type) {
+/// The bits of a value that putCounter has put, of whichever type.
+inline std::uint64_t counterOf(std::string_view text) {
     const char* const end = text.data() + text.size();
     std::uint64_t value = 0;
     std::int64_t negative = 0;
     double number = 0;
-    switch (type) {
-    case CounterType::Unsigned:
-        std::from_chars(text.data(), end, value);
-        return value;
-    case CounterType::Signed:
-        std::from_chars(text.data(), end, negative);
-        return static_cast<std::uint64_t>(negative);
-    default:
+    if (text.find_first_of(".en") != std::string_view::npos) {
         std::from_chars(text.data(), end, number);
         return std::bit_cast<std::uint64_t>(number);
     }
+    if (!text.starts_with('-')) {
+        std::from_chars(text.data(), end, value);
+        return value;
+    }
+    std::from_chars(text.data(), end, negative);
+    return static_cast<std::uint64_t>(negative);
 }
 
 } // namespace Quorvex

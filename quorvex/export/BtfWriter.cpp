@@ -7,10 +7,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <concepts>
 #include <cstring>
 #include <deque>
 #include <map>
-#include <set>
+#include <optional>
 #include <vector>
 
 namespace Quorvex {
@@ -20,23 +21,48 @@ namespace {
 constexpr std::uint64_t kUnitsPerSecond = 1'000'000'000;
 constexpr std::size_t kMaxFunctions = 4096;
 constexpr std::size_t kMaxInterrupts = 256;
+constexpr std::size_t kMaxProcesses = 256;
 
 constexpr char kSupplied[] = "events that were missing and supplied";
 constexpr char kNoEnter[] = "leaves without an enter";
 constexpr char kDeepFunctions[] = "functions nested too deep";
 constexpr char kDeepInterrupts[] = "interrupts nested too deep";
+constexpr char kDeepProcesses[] = "processes nested too deep";
 
-constexpr std::string_view kTypes[] = {"C", "T", "I", "R", "SIG", "STI"};
-enum class Type : std::uint8_t { Core, Task, Interrupt, Runnable, Signal, Stimulus };
+enum class Type : std::uint8_t { Core, Task, Interrupt, Runnable, Signal, Stimulus, Simulation };
+
+/// What differs between the versions of the format.
+struct Version {
+    std::string_view number;
+    std::string_view interrupt; ///< the type of interrupts
+    bool hasSimulation;         ///< which triggers stimuli; without it they trigger themselves
+    bool hasTables;             ///< for types and entities; without them, each has a line
+};
+constexpr Version kVersions[] = {
+    {"2.1.0", "ISR", true, true}, {"2.1.5", "I", true, true}, {"2.2.0", "I", false, false}};
+static_assert(std::ranges::equal(kVersions, CBtfWriter::kVersions, {}, &Version::number));
+
+const Version& versionOf(std::string_view number) {
+    const auto* version = std::ranges::find(kVersions, number, &Version::number);
+    return version != std::end(kVersions) ? *version : kVersions[0];
+}
+
+std::string_view nameOf(Type type, const Version& version) {
+    constexpr std::string_view kNames[] = {"C", "T", "", "R", "SIG", "STI", "SIM"};
+    return type == Type::Interrupt ? version.interrupt : kNames[unsigned(type)];
+}
 
 /// Whatever has a name in the file. Entities stay where they are in memory.
 struct Entity {
-    std::string name;
+    std::string base; ///< its name, before it was made legal and one of its own
+    std::uint64_t number;
     Type type;
-    std::string source = {};       ///< as it stands in lines: name and commas
-    std::string target = {};       ///< type, name and commas
-    Entity* stimulus = nullptr;    ///< of tasks and interrupts
-    std::uint64_t occurrences = 0; ///< so far; the next one gets that number
+    std::string name = {};
+    std::string source = {};        ///< as it stands in lines: name and commas
+    std::string target = {};        ///< type, name and commas
+    Entity* stimulus = nullptr;     ///< of tasks and interrupts
+    CounterSort* counter = nullptr; ///< of the type of a counter
+    std::uint64_t occurrences = 0;  ///< so far; the next one gets that number
 };
 
 /// A function that has been entered.
@@ -54,6 +80,8 @@ struct Process {
     explicit Process(Entity& of) : entity(&of) {}
 
     Entity* entity;
+    std::optional<std::uint32_t> process; ///< of a task in a process, its number
+    unsigned input = 0;                   ///< whose packets told of it last
     State state = State::Terminated;
     std::uint64_t instance = 0;
     CallStack<Frame> stack{kMaxFunctions};
@@ -68,7 +96,7 @@ struct Core {
 
     Entity* entity;
     Process* task = nullptr;
-    bool entered = false; ///< the task is a process, and stays whatever the software context
+    CallStack<std::uint32_t> processes{kMaxProcesses}; ///< that are entered
     CallStack<Process> interrupts{kMaxInterrupts};
 };
 
@@ -139,7 +167,10 @@ std::string dateOf(std::int64_t nanoseconds) {
 /// What runs where. Every change of it is a line of the body.
 class CBtfWriter::Model {
 public:
-    explicit Model(CBtfWriter& writer) : m_writer(writer) {}
+    Model(CBtfWriter& writer, const Version& version) : m_writer(writer), m_version(version) {
+        if (version.hasSimulation)
+            m_simulation = &entity(Type::Simulation, "SIM", 0);
+    }
 
     bool show(const CPacket& packet, std::uint64_t time) {
         setTime(time);
@@ -151,6 +182,17 @@ public:
         return isShown;
     }
 
+    /// What runs in a process ends.
+    void endOf(unsigned input, std::uint64_t time) {
+        setTime(time);
+        for (Process* task : m_tasks) {
+            if (task->input != input)
+                continue;
+            if (task->state == Process::State::Running)
+                terminate(*task->core, *task);
+            undefine(*task);
+        }
+    }
     void end(std::uint64_t time) {
         setTime(time);
         std::map<std::uint32_t, Core*> cores;
@@ -159,6 +201,30 @@ public:
         for (auto& [number, core] : cores) {
             if (Process* process = core->running())
                 terminate(*core, *process);
+        }
+    }
+
+    /// A line with the names and values that are right in the end.
+    void fixLine(std::string_view line, std::string& to) const {
+        constexpr unsigned kSource = 1, kTarget = 4, kNote = 7;
+        const Entity* target = nullptr;
+        line.remove_suffix(1);
+        for (unsigned column = 0;; ++column) {
+            const std::size_t comma = line.find(',');
+            const std::string_view text = line.substr(0, comma);
+            const auto former = column == kSource || column == kTarget ? m_named.find(text) : m_named.end();
+            if (former != m_named.end())
+                to += former->second->name;
+            else if (column == kNote && target && target->counter)
+                appendValue(to, counterOf(text), target->counter->type());
+            else
+                to += text;
+            if (column == kTarget && former != m_named.end())
+                target = former->second;
+            to += comma == std::string_view::npos ? '\n' : ',';
+            if (comma == std::string_view::npos)
+                return;
+            line.remove_prefix(comma + 1);
         }
     }
 
@@ -171,20 +237,75 @@ private:
     void take(const CHWExceptionLeave& packet) { leaveInterrupt(coreOf(packet.HWCtx()), packet.ExceptionId()); }
     void take(const CProcessEnter& packet) {
         Core& core = coreOf(packet.HWCtx());
-        assign(core, &processOf(packet));
-        core.entered = true;
+        const std::uint32_t number = m_writer.numberOf(TextSort::Process, packet.ProcId());
+        if (!core.processes.enter([number] { return number; }))
+            m_writer.lose(kDeepProcesses);
+        run(packet);
     }
+    /// A job of a process ends when it is left with no function open.
     void take(const CProcessLeave& packet) {
         Core& core = coreOf(packet.HWCtx());
-        if (core.entered && core.task == knownProcess(packet))
+        const std::uint32_t number = m_writer.numberOf(TextSort::Process, packet.ProcId());
+        const auto left = core.processes.leave([number](std::uint32_t entered) { return entered == number; });
+        if (!left || *left == 0)
+            return m_writer.lose(left ? kDeepProcesses : kNoEnter);
+        supplied(*left - 1);
+        for (std::size_t count = *left; count > 0; --count)
+            core.processes.pop();
+        Process* const task = core.task;
+        if (task && task->process == number && core.interrupts.empty() && task->stack.empty()) {
+            terminate(core, *task);
+            detach(*task);
+        }
+        if (core.processes.empty())
             assign(core, nullptr);
         else
-            m_writer.lose(kNoEnter);
+            run(packet);
     }
     void take(const CProcessUndefine& packet) {
-        if (Process* process = knownProcess(packet))
-            undefine(coreOf(packet.HWCtx()), *process);
+        const std::uint32_t number = m_writer.numberOf(TextSort::Process, packet.ProcId());
+        for (Process* task : m_processes[number])
+            undefine(*task, &coreOf(packet.HWCtx()));
+        for (auto& [coreNumber, core] : m_cores) {
+            while (!core.processes.empty() && core.processes.back() == number)
+                core.processes.pop();
+        }
     }
+    /// Of that kind only: others would convert to it, as it is made of a context alone.
+    void take(const std::same_as<CTraceBroken> auto& packet) {
+        m_writer.lose(kGaps);
+        for (auto& [number, core] : m_cores) {
+            if (!m_writer.isOneProcess() && number != packet.HWCtx())
+                continue;
+            leaveInterrupts(core, core.interrupts.size());
+            core.interrupts.forgetHidden();
+            core.processes = CallStack<std::uint32_t>(kMaxProcesses);
+            if (core.task)
+                undefine(*core.task);
+        }
+        for (Process* task : m_tasks) {
+            if (m_writer.isOneProcess() || task->input == m_writer.process())
+                undefine(*task);
+        }
+    }
+    void take(const CFunctionDefine& packet) {
+        const std::uint32_t number = m_writer.numberOf(TextSort::Function, packet.FuncId());
+        if (Entity* const* function = m_functions.find(number))
+            rename(**function, given(TextSort::Function, number, "function_"));
+    }
+    void take(const CVariableDefine& packet) {
+        const std::uint32_t number = m_writer.numberOf(TextSort::Variable, packet.VarId());
+        if (Entity* const* variable = m_variables.find(number))
+            rename(**variable, given(TextSort::Variable, number, "variable_"));
+    }
+    void take(const CCounterDefine& packet) {
+        const std::uint32_t number = m_writer.numberOf(TextSort::Counter, packet.CntrId());
+        if (const auto cells = m_counters.find(number); cells != m_counters.end()) {
+            for (const auto& [cell, entity] : cells->second)
+                rename(*entity, given(TextSort::Counter, number, "counter_") + cell);
+        }
+    }
+    void take(const CProcessDefine& packet) { nameTasks(m_writer.numberOf(TextSort::Process, packet.ProcId())); }
     void take(const CFunctionEnter& packet) {
         Process& process = run(packet);
         if (packet.TgtFuncIdIsValid())
@@ -211,16 +332,11 @@ private:
     void take(const CCounterValueVar& packet) {
         const TVarCounter_t& value = packet.CntrVal();
         const TVarCounter_t& index = packet.CntrIdx();
-        m_cell.clear();
-        if (index.Length() > 0) {
-            m_cell += '[';
-            append(m_cell, index.data(), index.Length());
-            m_cell += ']';
-        }
+        m_cell = index.Length() > 0 ? "[" + decimalNumber(index.data(), index.Length()) + "]" : "";
         m_note.clear();
         append(m_note, value.data(), value.Length());
         const Process& process = run(packet);
-        signal(process, counterOf(m_writer.numberOf(TextSort::Counter, packet.CntrId())), "write");
+        signal(process, counterOf(m_writer.numberOf(TextSort::Counter, packet.CntrId()), true), "write");
     }
 
     template <class Access> void access(const Access& packet, std::string_view event) {
@@ -230,8 +346,6 @@ private:
         signal(process, variableOf(packet.VarId()), event);
     }
     void count(const CCounterValueBase& packet, const TCounterIdx_t* indices, unsigned dimensions) {
-        m_note.clear();
-        append(m_note, packet.CntrVal().u64);
         const Process& process = run(packet);
         Cell cell{m_writer.numberOf(TextSort::Counter, packet.CntrId()), dimensions};
         const bool isCommon = dimensions <= std::size(cell.indices);
@@ -244,17 +358,24 @@ private:
                 append(m_cell, indices[i].u64);
                 m_cell += ']';
             }
-            return &counterOf(static_cast<std::uint32_t>(cell.number));
+            return &counterOf(static_cast<std::uint32_t>(cell.number), false);
         };
-        signal(process, isCommon ? *m_cells.findOrMake(cell, find) : *find(), "write");
+        Entity& counter = isCommon ? *m_cells.findOrMake(cell, find) : *find();
+        if (counter.counter->note(packet.CntrVal().u64))
+            m_writer.fixBodySoFar();
+        m_note.clear();
+        appendValue(m_note, packet.CntrVal().u64, counter.counter->type());
+        signal(process, counter, "write");
     }
 
     /// What runs on the core, given that the packet has happened there. Inside an interrupt, the software context tells
     /// which task goes on after it.
     Process& run(const CCoreContext& context) {
         Core& core = coreOf(context.HWCtx());
-        if (!core.entered)
-            assign(core, &threadOf(context.SWCtx()));
+        Process& task =
+            core.processes.empty() ? threadOf(context.SWCtx()) : taskOf(core.processes.back(), context.SWCtx());
+        task.input = m_writer.process();
+        assign(core, &task);
         return *core.running();
     }
 
@@ -278,15 +399,18 @@ private:
     }
     void detach(Process& task) {
         task.core->task = nullptr;
-        task.core->entered = false;
         task.core = nullptr;
     }
 
-    /// A task that does not run must do so for a moment to terminate.
-    void undefine(Core& core, Process& task) {
+    /// Ends a task for good. One that does not run must do so for a moment to terminate: on its core, or that one, or
+    /// any.
+    void undefine(Process& task, Core* otherwise = nullptr) {
+        if (!otherwise)
+            otherwise = &m_cores.begin()->second;
+        Core& core = task.core ? *task.core : *otherwise;
         if (task.state == Process::State::Running) {
             supplied(task.stack.size());
-            terminate(*task.core, task);
+            terminate(core, task);
         } else if (task.state == Process::State::Ready) {
             Process* const other = core.running();
             if (other) {
@@ -323,7 +447,10 @@ private:
         if (!left || *left == 0)
             return m_writer.lose(left ? kDeepInterrupts : kNoEnter);
         supplied(*left - 1);
-        for (std::size_t count = *left; count > 0; --count) {
+        leaveInterrupts(core, *left);
+    }
+    void leaveInterrupts(Core& core, std::size_t count) {
+        for (; count > 0; --count) {
             supplied(core.interrupts.back().stack.size());
             terminate(core, core.interrupts.back());
             core.interrupts.pop();
@@ -363,7 +490,8 @@ private:
         if (starts) {
             Entity& stimulus = *process.entity->stimulus;
             process.instance = process.entity->occurrences++;
-            line(stimulus, stimulus.occurrences, stimulus, stimulus.occurrences, "trigger");
+            line(m_simulation ? *m_simulation : stimulus, stimulus.occurrences, stimulus, stimulus.occurrences,
+                 "trigger");
             line(stimulus, stimulus.occurrences++, *process.entity, process.instance, "activate");
         }
         process.state = Process::State::Running;
@@ -401,7 +529,10 @@ private:
         std::memcpy(to, m_timeText, sizeof m_timeText);
         to += m_timeSize;
         put(source.source);
-        to = putDecimal(to, sourceInstance);
+        if (&source == m_simulation)
+            put("-1");
+        else
+            to = putDecimal(to, sourceInstance);
         put(target.target);
         to = putDecimal(to, instance);
         *to++ = ',';
@@ -425,26 +556,57 @@ private:
             m_writer.lose(kSupplied);
     }
 
+    static void appendValue(std::string& to, std::uint64_t value, CounterType type) {
+        char text[32];
+        to.append(text, putCounter(text, value, type));
+    }
+
     Core& coreOf(std::uint32_t number) {
         return m_cores.findOrMake(number,
                                   [&] { return Core(entity(Type::Core, "Core_" + std::to_string(number), number)); });
     }
     Process& threadOf(std::uint32_t number) {
-        return m_threads.findOrMake(
-            number, [&] { return Process(activated(Type::Task, "TASK_" + std::to_string(number), number)); });
+        return task(m_threads, number,
+                    [&] { return Process(activated(Type::Task, "TASK_" + std::to_string(number), number)); });
     }
-    Process& processOf(const CProcessBase& packet) {
-        const std::uint32_t number = m_writer.numberOf(TextSort::Process, packet.ProcId());
-        return m_processes.findOrMake(number, [&] {
-            return Process(activated(Type::Task, "TASK_" + given(TextSort::Process, number, "process_"), number));
+    /// A thread of a process.
+    Process& taskOf(std::uint32_t process, std::uint32_t thread) {
+        return task(m_processTasks, CTraceNames::pair(process, thread), [&] {
+            std::vector<Process*>& tasks = m_processes[process];
+            Process made(activated(Type::Task, nameOfTask(process, thread, !tasks.empty()), thread));
+            made.process = process;
+            return made;
         });
     }
-    Process* knownProcess(const CProcessBase& packet) {
-        return m_processes.find(m_writer.numberOf(TextSort::Process, packet.ProcId()));
+    template <class Key, class Make> Process& task(Directory<Key, Process>& tasks, Key key, Make make) {
+        if (Process* known = tasks.find(key))
+            return *known;
+        Process& made = tasks.findOrMake(key, make);
+        m_tasks.push_back(&made);
+        if (made.process) {
+            std::vector<Process*>& others = m_processes[*made.process];
+            others.push_back(&made);
+            if (others.size() == 2)
+                nameTasks(*made.process);
+        }
+        return made;
+    }
+    std::string nameOfTask(std::uint32_t process, std::uint64_t thread, bool isOneOfSome) const {
+        return "TASK_" + given(TextSort::Process, process, "process_") +
+               (isOneOfSome ? "_" + std::to_string(thread) : "");
+    }
+    /// Gives the tasks of a process their names: they tell the thread where there are several.
+    void nameTasks(std::uint32_t process) {
+        const std::vector<Process*>& tasks = m_processes[process];
+        for (const Process* task : tasks) {
+            Entity& entity = *task->entity;
+            rename(entity, nameOfTask(process, entity.number, tasks.size() > 1));
+            rename(*entity.stimulus, "STI_" + entity.name);
+        }
     }
     Entity& interruptOf(std::uint32_t number) {
         return *m_interrupts.findOrMake(
-            number, [&] { return &activated(Type::Interrupt, "ISR_" + std::to_string(number), number); });
+            number, [&] { return &activated(Type::Interrupt, "TASK_ISR_" + std::to_string(number), number); });
     }
     Entity& functionOf(std::uint32_t id) {
         const std::uint32_t number = m_writer.numberOf(TextSort::Function, id);
@@ -456,25 +618,24 @@ private:
         return *m_variables.findOrMake(
             number, [&] { return &entity(Type::Signal, given(TextSort::Variable, number, "variable_"), number); });
     }
-    /// The cell of a counter that m_cell tells.
-    Entity& counterOf(std::uint32_t number) {
-        Entity*& cell = m_counters[number][m_cell];
-        if (!cell)
+    /// The cell of a counter that m_cell tells. Values of any number of bytes are not taken for doubles.
+    Entity& counterOf(std::uint32_t number, bool isWide) {
+        Entity*& cell = (isWide ? m_wideCounters : m_counters)[number][m_cell];
+        if (!cell) {
             cell = &entity(Type::Signal, given(TextSort::Counter, number, "counter_") + m_cell, number);
+            cell->counter = isWide ? nullptr : &m_writer.counterSort(number);
+        }
         return *cell;
     }
+    static std::uint64_t counterOf(std::string_view text) { return Quorvex::counterOf(text); }
 
     std::string given(TextSort sort, std::uint32_t number, const char* otherwise) const {
         const std::string& name = m_writer.names().name(sort, number);
         return name.empty() ? otherwise + std::to_string(m_writer.names().idOf(sort, number)) : name;
     }
     Entity& entity(Type type, std::string name, std::uint32_t number) {
-        name = legalName(std::move(name));
-        while (!m_taken.insert(name).second)
-            name += "_" + std::to_string(number);
-        Entity& added = m_entities.emplace_back(Entity{.name = std::move(name), .type = type});
-        added.source = "," + added.name + ",";
-        added.target.append(",").append(kTypes[unsigned(type)]).append(added.source);
+        Entity& added = m_entities.emplace_back(Entity{.base = std::move(name), .number = number, .type = type});
+        call(added);
         return added;
     }
     Entity& activated(Type type, std::string name, std::uint32_t number) {
@@ -482,21 +643,44 @@ private:
         process.stimulus = &entity(Type::Stimulus, "STI_" + process.name, number);
         return process;
     }
+    /// Gives an entity the name that follows from its base.
+    void call(Entity& entity) {
+        std::string name = legalName(entity.base);
+        while (!m_named.emplace(name, &entity).second)
+            name += "_" + std::to_string(entity.number);
+        entity.source = "," + name + ",";
+        entity.target.assign(",").append(nameOf(entity.type, m_version)).append(entity.source);
+        entity.name = std::move(name);
+    }
+    /// It is called otherwise than has been known so far.
+    void rename(Entity& entity, std::string base) {
+        if (entity.base == base)
+            return;
+        entity.base = std::move(base);
+        call(entity);
+        m_writer.fixBodySoFar();
+    }
 
     CBtfWriter& m_writer;
+    const Version& m_version;
+    Entity* m_simulation = nullptr; ///< where the version has one
     std::uint64_t m_time = 0;
-    std::uint64_t m_frequency = 0; ///< of the clock, when the next two were made
-    char m_timeText[kMostDigits];  ///< the same as it stands in lines
-    unsigned m_timeSize = 0;       ///< 0: not yet
-    std::deque<Entity> m_entities; ///< as they appeared
-    std::set<std::string> m_taken; ///< their names
+    std::uint64_t m_frequency = 0;                       ///< of the clock, when the next two were made
+    char m_timeText[kMostDigits];                        ///< the same as it stands in lines
+    unsigned m_timeSize = 0;                             ///< 0: not yet
+    std::deque<Entity> m_entities;                       ///< as they appeared
+    std::map<std::string, Entity*, std::less<>> m_named; ///< by all names that they have, or had
     Directory<std::uint32_t, Core> m_cores;
     Directory<std::uint32_t, Process> m_threads;
-    Directory<std::uint32_t, Process> m_processes;
+    Directory<std::uint64_t, Process> m_processTasks;           ///< by process and thread
+    std::vector<Process*> m_tasks;                              ///< of both
+    std::map<std::uint32_t, std::vector<Process*>> m_processes; ///< their tasks
     Directory<std::uint32_t, Entity*> m_interrupts;
     Directory<std::uint32_t, Entity*> m_functions;
     Directory<std::uint32_t, Entity*> m_variables;
-    std::map<std::uint32_t, std::map<std::string, Entity*>> m_counters; ///< by number, then indices
+    using Cells = std::map<std::uint32_t, std::map<std::string, Entity*>>; ///< by number of the counter, then indices
+    Cells m_counters;
+    Cells m_wideCounters;
     Directory<Cell, Entity*> m_cells; ///< those of m_counters that are looked up often
     std::string m_note;               ///< kept for its memory, as the next one
     std::string m_cell;
@@ -505,7 +689,7 @@ private:
 CBtfWriter::CBtfWriter(std::ostream& out, ViewerOptions options)
     : CViewerWriter(out, {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter},
                     std::move(options)),
-      m_model(platform::makeOwned<Model>(*this)) {}
+      m_model(platform::makeOwned<Model>(*this, versionOf(this->options().btfVersion))) {}
 
 CBtfWriter::~CBtfWriter() = default;
 
@@ -513,33 +697,54 @@ bool CBtfWriter::show(const CPacket& packet, std::uint64_t time) {
     return m_model->show(packet, time);
 }
 
+void CBtfWriter::endOf(unsigned process, std::uint64_t time) {
+    m_model->endOf(process, time);
+}
+
+void CBtfWriter::fixLine(std::string_view line, std::string& to) {
+    m_model->fixLine(line, to);
+}
+
 void CBtfWriter::end(std::uint64_t time) {
     m_model->end(time);
 }
 
 bool CBtfWriter::writeFile() {
-    std::string head = "#version 2.1.0\n#creator Quorvex (" QUORVEX_VERSION ")\n";
+    const Version& version = versionOf(options().btfVersion);
+    std::string head = "#version " + std::string(version.number) + "\n#creator Quorvex (" QUORVEX_VERSION ")\n";
     const auto parameter = [&head](const char* name, std::string value) {
         std::ranges::replace_if(
             value, [](char c) { return c == '\n' || c == '\r'; }, '_');
         if (!value.empty())
             head.append(name).append(value).append("\n");
     };
-    if (options().recordedUntil)
-        parameter("#creationDate ", dateOf(*options().recordedUntil -
-                                           static_cast<std::int64_t>(unitsOf(m_model->time(), kUnitsPerSecond))));
-    parameter("#inputFile ", options().inputs);
-    head += "#timeScale ns\n#typeTable\n";
-    std::size_t row = 0;
-    for (const std::string_view type : kTypes)
-        head.append("#-").append(std::to_string(row++)).append(" ").append(type).append("\n");
-    head += "#entityTable\n";
-    row = 0;
-    for (const Entity& entity : m_model->entities())
-        head.append("#-").append(std::to_string(row++)).append(" ").append(entity.name).append("\n");
-    head += "#entityTypeTable\n";
-    for (const Entity& entity : m_model->entities())
-        head.append("#-").append(kTypes[unsigned(entity.type)]).append(" ").append(entity.name).append("\n");
+    if (options().recordedUntil) {
+        const std::uint64_t duration = unitsOf(m_model->time(), kUnitsPerSecond);
+        parameter("#creationDate ", dateOf(*options().recordedUntil - static_cast<std::int64_t>(duration)));
+    }
+    if (version.hasTables)
+        parameter("#inputFile ", options().inputs);
+    head += "#timeScale ns\n";
+    const auto table = [&head, &version](std::string_view name, const auto& rows, auto key, auto value) {
+        if (version.hasTables)
+            head.append("#").append(name).append("Table\n");
+        for (std::size_t number = 0; const auto& row : rows) {
+            head.append(version.hasTables ? "#-" : "#" + std::string(name) + "Mapping ");
+            head.append(key(number++, row)).append(" ").append(value(row)).append("\n");
+        }
+    };
+    const auto byNumber = [](std::size_t number, const auto&) { return std::to_string(number); };
+    const auto typeName = [&version](Type type) { return std::string(nameOf(type, version)); };
+    std::vector<Type> types{Type::Core, Type::Task, Type::Interrupt, Type::Runnable, Type::Signal, Type::Stimulus};
+    if (version.hasSimulation)
+        types.push_back(Type::Simulation);
+    const auto& entities = m_model->entities();
+    table("type", types, byNumber, typeName);
+    table("entity", entities, byNumber, [](const Entity& entity) { return entity.name; });
+    const auto byType = [&typeName](std::size_t, const Entity& entity) { return typeName(entity.type); };
+    table("entityType", entities, byType, [](const Entity& entity) { return entity.name; });
+    if (!knowsClock())
+        head += "# The clock is not known: a tick counts as 1 ns.\n";
     // A table must not be the end of the file: readers fail on it.
     if (out_size() == 0)
         head += "# The trace holds nothing that can be shown.\n";

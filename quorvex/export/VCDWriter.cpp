@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <charconv>
 #include <compare>
+#include <concepts>
 #include <cstring>
 #include <iterator>
 #include <map>
@@ -26,14 +28,23 @@ namespace {
 /// Deeper nesting is counted, but it is not remembered what is entered there.
 constexpr std::size_t kDeepest = 4096;
 constexpr unsigned kLongestValue = CSignalMask::kMaxBits + 16;
-/// What a change to a number takes beside the code, at most, and a line with a time.
+/// What a change to a number takes beside the code, at most; so much of a counter; and lines with a time.
 constexpr unsigned kNumberRoom = 2 + 64;
-constexpr unsigned kTimeRoom = 2 + kMostDigits;
+constexpr unsigned kCounterRoom = 2 + 32;
+constexpr std::string_view kOff = "$dumpoff\n", kOn = "$dumpon\n$end\n", kEnd = "$end\n";
+constexpr unsigned kTimeRoom = 2 + kMostDigits + kOn.size();
+/// Viewers end when they meet names of some kilobytes.
+constexpr std::size_t kLongestName = 1000;
 
-enum class Type : std::uint8_t { Bit, Vector, Integer, Real, Event };
-constexpr const char* kTypes[] = {"wire", "reg", "integer", "real", "event"};
-/// What a variable is before it has been told.
-constexpr const char* kInitial[] = {"0", "bX ", "b0 ", "r0 ", ""};
+constexpr char kMissing[] = "leaves that are missing";
+constexpr char kNoEnter[] = "leaves of what had not been entered";
+constexpr char kDeep[] = "nesting deeper than 4096, shown by its depth only";
+
+enum class Type : std::uint8_t { Bit, Vector, Real };
+constexpr const char* kTypes[] = {"wire", "reg", "real"};
+/// The values that are not known, and of what is known to be idle.
+constexpr std::string_view kUnknown[] = {"x", "bx ", "rnan "};
+constexpr std::string_view kIdle = "bz ";
 
 /// Where variables stand in the file, in this order.
 enum class Area : std::uint8_t { Cores, Threads, Counters, Events, Signals, States, Variables };
@@ -46,13 +57,13 @@ struct Declaration {
     Area area;
     std::uint32_t owner = 0; ///< core, thread or state machine; 0 elsewhere
     bool isDetail = false;   ///< stands in a scope of its own inside the owner's
+    bool isWide = false;     ///< the values of a counter have any number of bytes
+    CVCDWriter::Meaning meaning = CVCDWriter::Meaning::Value;
     Type type = Type::Vector;
-    unsigned width = 32;
     std::string_view label;         ///< a literal: the name, or what stands before the number of what has no name
     TextSort sort = TextSort::None; ///< of what gives the name
     std::uint64_t id = 0;           ///< likewise
     std::string suffix = {};        ///< behind the name
-    CVCDWriter::Meaning meaning = CVCDWriter::Meaning::Value;
 
     auto operator<=>(const Declaration&) const = default;
 };
@@ -79,7 +90,17 @@ private:
     unsigned m_size = 0;
 };
 
-/// Puts a change of a variable, which there is. It takes kNumberRoom characters beside those of the code.
+/// A variable of the file. Variables stay where they are in memory.
+struct Wire {
+    Code code;
+    Type type = Type::Vector;
+    bool isTold = false;            ///< since the start, or the last gap
+    unsigned width = 1;             ///< of its widest value so far
+    CounterSort* counter = nullptr; ///< of whose type it is, if any
+    std::uint64_t pulseEnd = 0;     ///< of an event, the end of its last pulse
+};
+
+/// Puts a change of a variable. It takes kNumberRoom characters beside those of the code.
 char* putNumber(char* to, const Code& variable, std::uint64_t number) {
     *to++ = 'b';
     // Zeros in front may be left out.
@@ -94,9 +115,9 @@ public:
     static constexpr std::size_t kRoom = 2 + 32 + Code::kRoom;
 
     NumberLine() = default;
-    NumberLine(const Code& variable, std::uint32_t number) {
-        if (!variable.isNone())
-            m_size = static_cast<unsigned>(putNumber(m_text, variable, number) - m_text);
+    NumberLine(const Wire* variable, std::uint32_t number) {
+        if (variable)
+            m_size = static_cast<unsigned>(putNumber(m_text, variable->code, number) - m_text);
     }
 
     /// There is no such variable.
@@ -116,32 +137,38 @@ private:
 struct VariableKey {
     Area area;
     std::uint8_t form = 0; ///< which of several of the same area and number
-    unsigned width = 0;
     std::uint64_t number = 0;
     std::uint64_t indices[2] = {};
 
     bool operator==(const VariableKey&) const = default;
     std::uint64_t hash() const {
-        std::uint64_t hash = number << 24 | std::uint64_t{width} << 8 | std::uint64_t(area) << 4 | form;
+        std::uint64_t hash = number << 16 | std::uint64_t(area) << 4 | form;
         for (const std::uint64_t index : indices)
             hash = (hash ^ index) * 0xD6E8FEB86659FD93;
         return hash;
     }
 };
 
-/// Whether the bits look like a double rather than an integer: no small number, and neither huge nor tiny as a double.
-bool looksLikeDouble(const TCounter_t& value) {
-    const auto exponent = static_cast<int>((value.u64 >> 52) & 0x7FF) - 1023;
-    return exponent > -70 && exponent < 70;
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
 }
 
+/// A name of letters, digits and '_', which does not begin with a digit: what every reader takes.
 std::string legal(std::string_view name) {
-    std::string result(name);
+    std::string result(name.substr(0, kLongestName));
     for (char& c : result) {
         const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-        if (!isLetter && !(c >= '0' && c <= '9') && c != '_' && c != '$')
+        if (!isLetter && !isDigit(c))
             c = '_';
     }
+    return !result.empty() && isDigit(result[0]) ? "_" + result : result;
+}
+
+/// A text within a comment of the file, where "$end" would end it.
+std::string inComment(std::string_view text) {
+    std::string result(text);
+    std::ranges::replace_if(
+        result, [](char c) { return c < ' ' || c > '~' || c == '$'; }, '?');
     return result;
 }
 
@@ -192,43 +219,61 @@ public:
         return isShown;
     }
 
+    /// What runs in a process ends.
+    void endOf(unsigned process);
     void end(std::uint64_t time) {
         setTime(time);
+        if (!m_pulses.empty())
+            endPulses();
         m_writer.bodyEnds(changeAt(0));
     }
+    void fixLine(std::string_view line, std::string& to) const;
 
     std::uint64_t time() const { return m_time; }
-    /// The variables in the order of the file, with their identifiers.
-    const std::map<Declaration, Code>& variables() const { return m_variables; }
+    /// The variables in the order of the file.
+    const std::map<Declaration, Wire>& variables() const { return m_variables; }
+    /// The type that a variable has by all its values so far.
+    static Type typeOf(const Wire& variable) {
+        return variable.counter && variable.counter->type() == CounterType::Double ? Type::Real : variable.type;
+    }
 
 private:
     struct Entered {
         std::uint32_t id = 0;
         NumberLine current = {}; ///< that it is the innermost
-        Code variable = {};
+        Wire* variable = nullptr;
         unsigned count = 0;
     };
-    struct Stack {
-        CallStack<Entered*> entered{kDeepest};
-        Directory<std::uint32_t, Entered> bits;
-        Code current;
-        Code depth;
+    using Stack = CallStack<Entered*>;
+    /// What shows a stack, or one of several.
+    struct View {
+        Wire* current = nullptr;
+        Wire* depth = nullptr;
+        Directory<std::uint32_t, Entered> entered = {};
     };
     struct Core {
         std::optional<std::uint32_t> thread;
-        Code threadVariable;
-        Stack processes;
-        Stack exceptions;
+        Wire* threadVariable = nullptr;
+        Wire* address = nullptr;
+        Wire* target = nullptr;
+        Wire* executed = nullptr;
+        View processView;
+        Stack processes{kDeepest};
+        View exceptionView;
+        Stack exceptions{kDeepest};
     };
     struct Thread {
+        unsigned process = 0; ///< whose packets told of it last
         std::optional<std::uint32_t> core;
-        Code coreVariable;
-        Stack functions;
+        Wire* coreVariable = nullptr;
+        View view;
+        std::map<std::optional<std::uint32_t>, Stack> stacks; ///< by the process that is entered, if one is
+        Stack* stack = nullptr;                               ///< that is shown
     };
     struct DefinedSignal {
         std::uint32_t id;
         CSignalMask lines;
-        Code variable = {};
+        Wire* variable = nullptr;
     };
 
     void take(const CFunctionEnter& packet) {
@@ -253,40 +298,49 @@ private:
     }
     void take(const CCounterValueDimN& packet) { showCounter(packet, packet.CntrIdx(), packet.CntrDim()); }
     void take(const CCounterValueVar& packet) {
-        const TVarCounter_t& bytes = packet.CntrIdx();
-        std::string index;
-        for (unsigned i = bytes.Length(); i-- > 0;)
-            index += (index.empty() ? "_" : "") + std::to_string(bytes.data()[i]) + (i > 0 ? "_" : "");
-        const std::uint32_t number = m_writer.numberOf(TextSort::Counter, packet.CntrId());
+        const TVarCounter_t& index = packet.CntrIdx();
         const TVarCounter_t& value = packet.CntrVal();
-        if (value.Length() > 0)
-            changeBits(declare({.area = Area::Counters,
-                                .width = 8U * value.Length(),
+        runs(packet);
+        Declaration declaration{.area = Area::Counters,
+                                .isWide = true,
                                 .label = "counter_",
                                 .sort = TextSort::Counter,
-                                .id = number,
-                                .suffix = std::move(index)}),
-                       value.data(), value.Length());
+                                .id = m_writer.numberOf(TextSort::Counter, packet.CntrId())};
+        if (index.Length() > 0)
+            declaration.suffix = "_" + decimalNumber(index.data(), index.Length());
+        if (value.Length() > 0)
+            changeBits(declare(std::move(declaration)), value.data(), value.Length());
+        else
+            m_writer.lose("counter values without a byte");
     }
     void take(const CEvent& packet) {
         runs(packet);
         const std::uint32_t number = m_writer.numberOf(TextSort::Event, packet.EvtId());
-        const auto event = [number](Type type, unsigned width, const char* suffix) {
+        const auto event = [number](Type type, const char* suffix) {
             return Declaration{.area = Area::Events,
                                .type = type,
-                               .width = width,
                                .label = "event_",
                                .sort = TextSort::Event,
                                .id = number,
                                .suffix = suffix};
         };
-        changeBit(known({.area = Area::Events, .number = number}, [&] { return event(Type::Event, 1, ""); }), true);
-        const unsigned width = 8 * packet.EvtData().Length();
-        if (width > 0)
-            changeBits(known({.area = Area::Events, .width = width, .number = number},
-                             [&] { return event(Type::Vector, width, "_data"); }),
-                       packet.EvtData().data(), packet.EvtData().Length());
+        pulse(known({.area = Area::Events, .number = number}, [&] { return event(Type::Bit, ""); }));
+        const unsigned bytes = packet.EvtData().Length();
+        if (bytes > 0)
+            changeBits(known({.area = Area::Events, .form = 1, .number = number},
+                             [&] { return event(Type::Vector, "_data"); }),
+                       packet.EvtData().data(), bytes);
     }
+    // Packets of any kind would convert to those that are made of a context alone.
+    void take(const std::same_as<CExecInsn> auto& packet) { showInstruction(packet, true); }
+    void take(const std::same_as<CNonExecInsn> auto& packet) { showInstruction(packet, false); }
+    void take(const CBranchBase& packet) {
+        Core& core = showInstruction(packet, true);
+        if (!core.target)
+            core.target = declareOn(packet.HWCtx(), "branch_target", Meaning::Address);
+        changeNumber(core.target, packet.BranchTargetAddress());
+    }
+    void take(const std::same_as<CTraceBroken> auto& packet) { showGap(packet); }
     void take(const CVariableRead& packet) { showVariable(packet); }
     void take(const CVariableWrite& packet) { showVariable(packet); }
     void take(const CSignalDefine& packet) {
@@ -321,16 +375,20 @@ private:
     void showCounter(const CCounterValueBase& packet, const TCounterIdx_t* indices, unsigned dimensions);
     template <class Access> void showVariable(const Access& packet);
     void showState(std::uint32_t machine, std::uint32_t instance, std::optional<std::uint32_t> state);
+    Core& showInstruction(const CCoreContext& context, bool isExecuted);
+    void showGap(const CCoreContext& context);
 
     /// The packet tells that its thread runs on its core.
     struct Place {
         std::uint32_t coreNumber;
         std::uint32_t threadNumber;
+        unsigned process;
         Core* core; ///< null: nowhere yet
         Thread* thread;
     };
     const Place& runs(const CCoreContext& context) {
-        if (!m_place.core || m_place.coreNumber != context.HWCtx() || m_place.threadNumber != context.SWCtx())
+        if (!m_place.core || m_place.coreNumber != context.HWCtx() || m_place.threadNumber != context.SWCtx() ||
+            m_place.process != m_writer.process())
             goTo(context.HWCtx(), context.SWCtx());
         return m_place;
     }
@@ -338,72 +396,99 @@ private:
     Thread& thread(std::uint32_t number);
     Core& core(std::uint32_t number);
     /// A variable of a core that is there once something has been entered.
-    Code declareOn(std::uint32_t core, Type type, std::string_view name, Meaning meaning) {
-        return declare({.area = Area::Cores, .owner = core, .type = type, .label = name, .meaning = meaning});
+    Wire* declareOn(std::uint32_t core, std::string_view name, Meaning meaning) {
+        return declare({.area = Area::Cores, .owner = core, .meaning = meaning, .label = name});
     }
     /// Enter and leave; `bit` declares the variable of one id.
-    template <class Bit> void enter(Stack& stack, std::uint32_t id, Bit bit);
-    void leave(Stack& stack, std::uint32_t id);
+    template <class Bit> void enter(View& view, Stack& stack, std::uint32_t id, Bit bit);
+    void leave(View& view, Stack& stack, std::uint32_t id);
+    /// Shows what is innermost, and how many are entered.
+    void showTop(View& view, const Stack& stack);
+    /// Shows that a thread is on no core. Null for none.
+    void stop(Thread* thread);
+    /// Leaves all that is entered in a thread, at a known time or not.
+    void forget(Thread& thread, bool isKnown);
 
-    Code declare(Declaration&& declaration);
+    /// The bits of a variable; of values, those of the widest so far.
+    static constexpr unsigned widthOf(Meaning meaning) {
+        return meaning == Meaning::Value ? 1 : meaning == Meaning::Counter || meaning == Meaning::Address ? 64 : 32;
+    }
+    /// Null when there are no more variables.
+    Wire* declare(Declaration&& declaration);
     /// The same without looking at the declaration, which `make` makes, where it is not new.
-    template <class Make> const Code& known(const VariableKey& key, Make make) {
-        Code& code = m_known[key];
-        if (code.isNone())
-            code = declare(make());
-        return code;
+    template <class Make> Wire* known(const VariableKey& key, Make make) {
+        Wire*& variable = m_known[key];
+        if (!variable)
+            variable = declare(make());
+        return variable;
     }
 
     void setTime(std::uint64_t time) {
+        if (time == m_time)
+            return;
+        if (!m_pulses.empty())
+            endPulses();
         m_isTimeTold = m_isTimeTold && time == m_time;
         m_time = time;
     }
+    void pulse(Wire* event);
+    void endPulses();
     /// Where a change of the time that is shown is put: room for a value of that many characters, and a code.
     char* changeAt(std::size_t longestValue) {
         char* const to = m_writer.bodyRoom(kTimeRoom + longestValue + Code::kRoom);
         return m_isTimeTold ? to : putTime(to);
     }
     char* putTime(char* to);
-    // Each writes a change of a variable.
-    void changeBit(const Code& variable, bool isSet) {
-        if (variable.isNone())
+    // Each writes a change of a variable; of null, none.
+    void changeBit(Wire* variable, bool isSet) {
+        if (!variable)
             return;
+        variable->isTold = true;
         char* to = changeAt(1);
         *to++ = isSet ? '1' : '0';
-        m_writer.bodyEnds(variable.put(to));
+        m_writer.bodyEnds(variable->code.put(to));
     }
-    void changeNumber(const Code& variable, std::uint64_t number) {
-        if (variable.isNone())
+    void changeNumber(Wire* variable, std::uint64_t number) {
+        if (!variable)
             return;
-        m_writer.bodyEnds(putNumber(changeAt(kNumberRoom), variable, number));
+        variable->isTold = true;
+        m_writer.bodyEnds(putNumber(changeAt(kNumberRoom), variable->code, number));
     }
-    void change(const NumberLine& line) {
-        if (!line.isNone())
-            m_writer.bodyEnds(line.put(changeAt(NumberLine::kRoom)));
+    void change(Wire* variable, const NumberLine& line) {
+        if (line.isNone())
+            return;
+        variable->isTold = true;
+        m_writer.bodyEnds(line.put(changeAt(NumberLine::kRoom)));
     }
-    void changeToUnknown(const Code& variable);
-    void changeBits(const Code& variable, const unsigned char* bytes, unsigned count);
-    void change(const Code& variable, const IVCDValue& value);
+    void changeCounter(Wire* variable, std::uint64_t value);
+    void changeToIdle(Wire* variable);
+    void changeToUnknown(Wire& variable);
+    void changeBits(Wire* variable, const unsigned char* bytes, unsigned count);
+    void change(Wire* variable, const IVCDValue& value);
+    void putLine(std::string_view line) { m_writer.bodyEnds(std::ranges::copy(line, changeAt(line.size())).out); }
 
     CVCDWriter& m_writer;
     std::uint64_t m_time = 0;      ///< of the packet that is shown
     bool m_isTimeTold = false;     ///< it stands in the body
     std::uint64_t m_frequency = 0; ///< of the clock, when the next one was found
     std::uint64_t m_unitsPerSecond = unitOf(0).first;
-    Place m_place = {}; ///< where the last packet was that tells it
+    bool m_isOff = false;        ///< the dump is, for a gap
+    std::vector<Wire*> m_pulses; ///< events whose pulse ends with the next tick
+    Place m_place = {};          ///< where the last packet was that tells it
     CVCDIdentifier m_identifiers;
-    std::map<Declaration, Code> m_variables;
-    Directory<VariableKey, Code> m_known; ///< those that are looked up often
+    std::map<Declaration, Wire> m_variables;
+    std::map<std::string, Wire*, std::less<>> m_counters; ///< variables whose type is found out, by code
+    Directory<VariableKey, Wire*> m_known;                ///< those that are looked up often
     Directory<std::uint32_t, Thread> m_threads;
     Directory<std::uint32_t, Core> m_cores;
     std::map<std::pair<std::uint32_t, std::uint32_t>, std::vector<DefinedSignal>> m_signals; ///< by core and master
     std::map<std::uint64_t, std::uint32_t> m_targets;                                        ///< of transitions
 };
 
-Code CVCDWriter::Model::declare(Declaration&& declaration) {
+Wire* CVCDWriter::Model::declare(Declaration&& declaration) {
     const auto [at, isNew] = m_variables.try_emplace(std::move(declaration));
     if (!isNew)
-        return at->second;
+        return &at->second;
     std::uint32_t id = m_identifiers.GetNextId();
     while (CVCDIdentifier::IsValid(id) && isReserved(id))
         id = m_identifiers.GetNextId();
@@ -411,9 +496,77 @@ Code CVCDWriter::Model::declare(Declaration&& declaration) {
         logError("VCDWriter: Cannot create new VCD Identifier!");
         m_writer.lose("variables without an identifier");
         m_variables.erase(at);
-        return Code();
+        return nullptr;
     }
-    return at->second = Code(id);
+    Wire& variable = at->second;
+    variable = {.code = Code(id), .type = at->first.type, .width = widthOf(at->first.meaning)};
+    if (at->first.meaning == Meaning::Counter) {
+        variable.counter = &m_writer.counterSort(static_cast<std::uint32_t>(at->first.id));
+        m_counters.emplace(variable.code.identifier(), &variable);
+    }
+    return &variable;
+}
+
+void CVCDWriter::Model::pulse(Wire* event) {
+    if (!event)
+        return;
+    if (event->pulseEnd > 0 && event->pulseEnd >= m_time)
+        m_writer.lose("events at once or a tick after another, shown as one pulse");
+    if (event->pulseEnd == m_time + 1)
+        return;
+    event->pulseEnd = m_time + 1;
+    m_pulses.push_back(event);
+    changeBit(event, true);
+}
+
+void CVCDWriter::Model::endPulses() {
+    ++m_time;
+    m_isTimeTold = false;
+    for (Wire* event : m_pulses) {
+        if (event->isTold) // no gap has ended it
+            changeBit(event, false);
+    }
+    m_pulses.clear();
+}
+
+void CVCDWriter::Model::showGap(const CCoreContext& context) {
+    const bool isWhole = m_writer.isOneProcess();
+    if (m_isOff)
+        return;
+    if (isWhole)
+        putLine(kOff);
+    for (auto& [number, thread] : m_threads) {
+        if (isWhole || thread.process == m_writer.process())
+            forget(thread, false);
+    }
+    const auto isGone = [&](const Declaration& variable) {
+        if (isWhole)
+            return true;
+        const Thread* const thread = variable.area == Area::Threads ? m_threads.find(variable.owner) : nullptr;
+        return (thread && thread->process == m_writer.process()) ||
+               (variable.area == Area::Cores && variable.owner == context.HWCtx());
+    };
+    for (auto& [declaration, variable] : m_variables) {
+        if (variable.isTold && isGone(declaration))
+            changeToUnknown(variable);
+    }
+    for (auto& [number, core] : m_cores) {
+        if (!isWhole && number != context.HWCtx())
+            continue;
+        for (View* view : {&core.processView, &core.exceptionView}) {
+            for (auto& [id, entered] : view->entered)
+                entered.count = 0;
+        }
+        core.processes = Stack(kDeepest);
+        core.exceptions = Stack(kDeepest);
+        core.thread.reset();
+    }
+    m_place.core = nullptr;
+    if (!isWhole)
+        return;
+    putLine(kEnd);
+    m_isOff = true;
+    m_isTimeTold = false;
 }
 
 char* CVCDWriter::Model::putTime(char* to) {
@@ -425,46 +578,102 @@ char* CVCDWriter::Model::putTime(char* to) {
     *to++ = '#';
     to = m_writer.putTime(to, m_time, m_unitsPerSecond);
     *to++ = '\n';
+    if (std::exchange(m_isOff, false))
+        to += kOn.copy(to, kOn.size());
     return to;
 }
 
-void CVCDWriter::Model::changeToUnknown(const Code& variable) {
-    if (variable.isNone())
-        return;
-    m_writer.bodyEnds(variable.put(std::copy_n("bX ", 3, changeAt(3))));
+void CVCDWriter::Model::changeToUnknown(Wire& variable) {
+    const std::string_view unknown = kUnknown[unsigned(typeOf(variable))];
+    variable.isTold = false;
+    m_writer.bodyEnds(variable.code.put(std::ranges::copy(unknown, changeAt(unknown.size())).out));
 }
 
-void CVCDWriter::Model::changeBits(const Code& variable, const unsigned char* bytes, unsigned count) {
-    if (variable.isNone())
+void CVCDWriter::Model::changeToIdle(Wire* variable) {
+    if (!variable)
         return;
+    variable->isTold = true;
+    m_writer.bodyEnds(variable->code.put(std::ranges::copy(kIdle, changeAt(kIdle.size())).out));
+}
+
+void CVCDWriter::Model::changeBits(Wire* variable, const unsigned char* bytes, unsigned count) {
+    if (!variable)
+        return;
+    variable->isTold = true;
+    variable->width = std::max(variable->width, 8 * count);
     char* to = changeAt(2 + std::size_t{8} * count);
     *to++ = 'b';
     while (count > 0)
         to = putBinary(to, bytes[--count], 8);
     *to++ = ' ';
-    m_writer.bodyEnds(variable.put(to));
+    m_writer.bodyEnds(variable->code.put(to));
 }
 
-void CVCDWriter::Model::change(const Code& variable, const IVCDValue& value) {
-    if (variable.isNone())
+void CVCDWriter::Model::change(Wire* variable, const IVCDValue& value) {
+    if (!variable)
         return;
+    variable->isTold = true;
     char* const to = changeAt(kLongestValue);
     CBufferHelper<char> text(to, kLongestValue);
     const unsigned size = value.write(text);
     // The format allows letters of both cases; some readers know the small ones only.
-    *to = static_cast<char>(*to == 'B' ? 'b' : *to == 'R' ? 'r' : *to);
-    m_writer.bodyEnds(variable.put(to + size));
+    std::transform(to, to + size, to, [](char c) { return static_cast<char>(c >= 'A' ? c | 0x20 : c); });
+    m_writer.bodyEnds(variable->code.put(to + size));
+}
+
+void CVCDWriter::Model::changeCounter(Wire* variable, std::uint64_t value) {
+    if (!variable)
+        return;
+    if (variable->counter->note(value))
+        m_writer.fixBodySoFar();
+    if (variable->counter->type() != CounterType::Double)
+        return changeNumber(variable, value);
+    variable->isTold = true;
+    char* to = changeAt(kCounterRoom);
+    *to++ = 'r';
+    to = putCounter(to, value, CounterType::Double);
+    *to++ = ' ';
+    m_writer.bodyEnds(variable->code.put(to));
+}
+
+void CVCDWriter::Model::fixLine(std::string_view line, std::string& to) const {
+    const std::size_t blank = line[0] == 'b' || line[0] == 'r' ? line.rfind(' ') : std::string_view::npos;
+    const auto found = blank == std::string_view::npos
+                           ? m_counters.end()
+                           : m_counters.find(line.substr(blank + 1, line.size() - blank - 2));
+    const bool isReal = line[0] == 'r';
+    if (found == m_counters.end() || isReal == (typeOf(*found->second) == Type::Real)) {
+        to += line;
+        return;
+    }
+    const std::string_view text = line.substr(1, blank - 1);
+    char room[kNumberRoom + Code::kRoom];
+    char* end = room;
+    if (text == "x" || text == "nan") {
+        end = std::ranges::copy(kUnknown[unsigned(isReal ? Type::Vector : Type::Real)], room).out;
+        end = found->second->code.put(end);
+    } else if (isReal) {
+        end = putNumber(room, found->second->code, counterOf(text));
+    } else {
+        std::uint64_t value = 0;
+        std::from_chars(text.data(), text.data() + text.size(), value, 2);
+        *end++ = 'r';
+        end = putCounter(end, value, CounterType::Double);
+        *end++ = ' ';
+        end = found->second->code.put(end);
+    }
+    to.append(room, end);
 }
 
 CVCDWriter::Model::Thread& CVCDWriter::Model::thread(std::uint32_t number) {
     return m_threads.findOrMake(number, [this, number] {
-        const auto add = [&](Type type, std::string_view name, Meaning meaning) {
-            return declare({.area = Area::Threads, .owner = number, .type = type, .label = name, .meaning = meaning});
+        const auto add = [&](std::string_view name, Meaning meaning) {
+            return declare({.area = Area::Threads, .owner = number, .meaning = meaning, .label = name});
         };
         Thread thread;
-        thread.functions.current = add(Type::Vector, "function", Meaning::Function);
-        thread.functions.depth = add(Type::Integer, "depth", Meaning::Depth);
-        thread.coreVariable = add(Type::Vector, "core", Meaning::Core);
+        thread.view.current = add("function", Meaning::Function);
+        thread.view.depth = add("depth", Meaning::Depth);
+        thread.coreVariable = add("core", Meaning::Core);
         return thread;
     });
 }
@@ -472,15 +681,34 @@ CVCDWriter::Model::Thread& CVCDWriter::Model::thread(std::uint32_t number) {
 CVCDWriter::Model::Core& CVCDWriter::Model::core(std::uint32_t number) {
     return m_cores.findOrMake(number, [this, number] {
         Core core;
-        core.threadVariable = declareOn(number, Type::Vector, "thread", Meaning::Thread);
+        core.threadVariable = declareOn(number, "thread", Meaning::Thread);
         return core;
     });
+}
+
+void CVCDWriter::Model::stop(Thread* thread) {
+    if (!thread || !thread->core)
+        return;
+    Core& from = core(*thread->core);
+    if (from.thread && m_threads.find(*from.thread) == thread) {
+        from.thread.reset();
+        changeToIdle(from.threadVariable);
+    }
+    thread->core.reset();
+    changeToIdle(thread->coreVariable);
 }
 
 void CVCDWriter::Model::goTo(std::uint32_t coreNumber, std::uint32_t threadNumber) {
     Core& where = core(coreNumber);
     Thread& what = thread(threadNumber);
+    what.process = m_writer.process();
+    if (what.core != coreNumber)
+        stop(&what);
     if (where.thread != threadNumber) {
+        if (Thread* const before = where.thread ? m_threads.find(*where.thread) : nullptr) {
+            before->core.reset();
+            changeToIdle(before->coreVariable);
+        }
         where.thread = threadNumber;
         changeNumber(where.threadVariable, threadNumber);
     }
@@ -488,57 +716,112 @@ void CVCDWriter::Model::goTo(std::uint32_t coreNumber, std::uint32_t threadNumbe
         what.core = coreNumber;
         changeNumber(what.coreVariable, coreNumber);
     }
-    m_place = {coreNumber, threadNumber, &where, &what};
+    std::optional<std::uint32_t> process;
+    if (!where.processes.empty())
+        process = where.processes.back()->id;
+    Stack& stack = what.stacks.try_emplace(process, kDeepest).first->second;
+    if (what.stack && what.stack != &stack)
+        showTop(what.view, stack);
+    what.stack = &stack;
+    m_place = {coreNumber, threadNumber, m_writer.process(), &where, &what};
 }
 
-template <class Bit> void CVCDWriter::Model::enter(Stack& stack, std::uint32_t id, Bit bit) {
+void CVCDWriter::Model::forget(Thread& thread, bool isKnown) {
+    bool wasIn = false;
+    for (auto& [id, entered] : thread.view.entered) {
+        wasIn |= entered.count > 0;
+        if (isKnown && entered.count > 0)
+            changeBit(entered.variable, false);
+        entered.count = 0;
+    }
+    if (isKnown) {
+        stop(&thread);
+        if (wasIn) {
+            changeToIdle(thread.view.current);
+            changeNumber(thread.view.depth, 0);
+        }
+    }
+    thread.core.reset();
+    thread.stacks.clear();
+    thread.stack = nullptr;
+    m_place.core = nullptr;
+}
+
+void CVCDWriter::Model::endOf(unsigned process) {
+    for (auto& [number, thread] : m_threads) {
+        if (thread.process == process && thread.stack)
+            forget(thread, true);
+    }
+}
+
+void CVCDWriter::Model::showTop(View& view, const Stack& stack) {
+    if (stack.empty())
+        changeToIdle(view.current);
+    else
+        change(view.current, stack.back()->current);
+    changeNumber(view.depth, stack.depth());
+}
+
+CVCDWriter::Model::Core& CVCDWriter::Model::showInstruction(const CCoreContext& context, bool isExecuted) {
+    Core& core = *runs(context).core;
+    if (!core.address)
+        core.address = declareOn(context.HWCtx(), "address", Meaning::Address);
+    if (!isExecuted && !core.executed)
+        core.executed =
+            declare({.area = Area::Cores, .owner = context.HWCtx(), .type = Type::Bit, .label = "executed"});
+    changeBit(core.executed, isExecuted);
+    if (context.CurrAddr() == kUnknown64 && core.address)
+        changeToUnknown(*core.address);
+    else
+        changeNumber(core.address, context.CurrAddr());
+    return core;
+}
+
+template <class Bit> void CVCDWriter::Model::enter(View& view, Stack& stack, std::uint32_t id, Bit bit) {
     const auto find = [&] {
-        return &stack.bits.findOrMake(id, [&] { return Entered{.id = id, .current = NumberLine(stack.current, id)}; });
+        return &view.entered.findOrMake(id, [&] { return Entered{.id = id, .current = NumberLine(view.current, id)}; });
     };
-    if (stack.entered.enter(find)) {
-        Entered& entered = *stack.entered.back();
-        if (entered.variable.isNone())
+    if (stack.enter(find)) {
+        Entered& entered = *stack.back();
+        if (!entered.variable)
             entered.variable = bit();
         if (entered.count++ == 0)
             changeBit(entered.variable, true);
-        change(entered.current);
+        change(view.current, entered.current);
     } else {
-        m_writer.lose("nesting deeper than 4096, shown by its depth only");
+        m_writer.lose(kDeep);
     }
-    changeNumber(stack.depth, stack.entered.depth());
+    changeNumber(view.depth, stack.depth());
 }
 
-void CVCDWriter::Model::leave(Stack& stack, std::uint32_t id) {
-    const auto left = stack.entered.leave([id](const Entered* entered) { return entered->id == id; });
+void CVCDWriter::Model::leave(View& view, Stack& stack, std::uint32_t id) {
+    const auto left = stack.leave([id](const Entered* entered) { return entered->id == id; });
     if (!left)
-        return m_writer.lose("leaves of what had not been entered");
+        return m_writer.lose(kNoEnter);
     for (std::size_t count = *left; count > 0; --count) {
         // What was entered behind it has been left too, though nothing tells when.
         if (count > 1)
-            m_writer.lose("leaves that are missing");
-        Entered& entered = *stack.entered.back();
+            m_writer.lose(kMissing);
+        Entered& entered = *stack.back();
         if (--entered.count == 0)
             changeBit(entered.variable, false);
-        stack.entered.pop();
+        stack.pop();
     }
-    if (*left > 0 && stack.entered.empty())
-        changeToUnknown(stack.current);
-    else if (*left > 0)
-        change(stack.entered.back()->current);
-    changeNumber(stack.depth, stack.entered.depth());
+    if (*left > 0)
+        return showTop(view, stack);
+    changeNumber(view.depth, stack.depth());
 }
 
 void CVCDWriter::Model::showFunction(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    Stack& stack = runs(context).thread->functions;
+    Thread& thread = *runs(context).thread;
     const std::uint32_t number = m_writer.numberOf(TextSort::Function, id);
     if (!isEntered)
-        return leave(stack, number);
-    enter(stack, number, [&] {
+        return leave(thread.view, *thread.stack, number);
+    enter(thread.view, *thread.stack, number, [&] {
         return declare({.area = Area::Threads,
                         .owner = context.SWCtx(),
                         .isDetail = true,
                         .type = Type::Bit,
-                        .width = 1,
                         .label = "function_",
                         .sort = TextSort::Function,
                         .id = number});
@@ -546,93 +829,89 @@ void CVCDWriter::Model::showFunction(const CCoreContext& context, std::uint32_t 
 }
 
 void CVCDWriter::Model::showProcess(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    Stack& stack = runs(context).core->processes;
+    Core& core = *runs(context).core;
+    View& view = core.processView;
     const std::uint32_t number = m_writer.numberOf(TextSort::Process, id);
-    if (stack.current.isNone()) {
-        stack.current = declareOn(context.HWCtx(), Type::Vector, "process", Meaning::Process);
-        stack.depth = declareOn(context.HWCtx(), Type::Integer, "process_depth", Meaning::Depth);
+    if (!view.current) {
+        view.current = declareOn(context.HWCtx(), "process", Meaning::Process);
+        view.depth = declareOn(context.HWCtx(), "process_depth", Meaning::Depth);
     }
-    if (!isEntered)
-        return leave(stack, number);
-    enter(stack, number, [&] {
-        return declare({.area = Area::Cores,
-                        .owner = context.HWCtx(),
-                        .isDetail = true,
-                        .type = Type::Bit,
-                        .width = 1,
-                        .label = "process_",
-                        .sort = TextSort::Process,
-                        .id = number});
-    });
+    if (isEntered) {
+        enter(view, core.processes, number, [&] {
+            return declare({.area = Area::Cores,
+                            .owner = context.HWCtx(),
+                            .isDetail = true,
+                            .type = Type::Bit,
+                            .label = "process_",
+                            .sort = TextSort::Process,
+                            .id = number});
+        });
+    } else {
+        leave(view, core.processes, number);
+    }
+    m_place.core = nullptr; // the thread is in another process
+    runs(context);
 }
 
 void CVCDWriter::Model::showException(const CCoreContext& context, std::uint32_t id, bool isEntered) {
-    Stack& stack = runs(context).core->exceptions;
-    if (stack.current.isNone()) {
-        stack.current = declareOn(context.HWCtx(), Type::Vector, "exception", Meaning::Exception);
-        stack.depth = declareOn(context.HWCtx(), Type::Integer, "exception_depth", Meaning::Depth);
+    Core& core = *runs(context).core;
+    View& view = core.exceptionView;
+    if (!view.current) {
+        view.current = declareOn(context.HWCtx(), "exception", Meaning::Exception);
+        view.depth = declareOn(context.HWCtx(), "exception_depth", Meaning::Depth);
     }
     if (isEntered)
-        enter(stack, id, [] { return Code(); });
+        enter(view, core.exceptions, id, [] { return nullptr; });
     else
-        leave(stack, id);
+        leave(view, core.exceptions, id);
 }
 
 void CVCDWriter::Model::showCounter(const CCounterValueBase& packet, const TCounterIdx_t* indices,
                                     unsigned dimensions) {
-    const TCounter_t& value = packet.CntrVal();
-    const bool isReal = looksLikeDouble(value);
+    runs(packet);
     const std::uint32_t number = m_writer.numberOf(TextSort::Counter, packet.CntrId());
     const auto declaration = [&] {
         std::string suffix;
         for (unsigned i = 0; i < dimensions; ++i)
             suffix += "_" + std::to_string(indices[i].u64);
         return Declaration{.area = Area::Counters,
-                           .type = isReal ? Type::Real : Type::Vector,
-                           .width = 64,
+                           .meaning = Meaning::Counter,
                            .label = "counter_",
                            .sort = TextSort::Counter,
                            .id = number,
                            .suffix = std::move(suffix)};
     };
-    VariableKey key{
-        .area = Area::Counters, .form = static_cast<std::uint8_t>(2 * dimensions + isReal), .number = number};
+    VariableKey key{.area = Area::Counters, .form = static_cast<std::uint8_t>(dimensions), .number = number};
     const bool isCommon = dimensions <= std::size(key.indices);
     for (unsigned i = 0; isCommon && i < dimensions; ++i)
         key.indices[i] = indices[i].u64;
-    const Code variable = isCommon ? known(key, declaration) : declare(declaration());
-    if (isReal)
-        change(variable, CVCDRealValue(value.dbl));
-    else
-        changeNumber(variable, value.u64);
+    changeCounter(isCommon ? known(key, declaration) : declare(declaration()), packet.CntrVal().u64);
 }
 
 template <class Access> void CVCDWriter::Model::showVariable(const Access& packet) {
     runs(packet);
+    if (packet.VarLen() == 0)
+        return m_writer.lose("accesses to variables without a value");
     const std::uint32_t number = m_writer.numberOf(TextSort::Variable, packet.VarId());
-    const unsigned width = 8U * packet.VarLen();
-    if (width > 0)
-        changeBits(known({.area = Area::Variables, .width = width, .number = number},
-                         [&] {
-                             return Declaration{.area = Area::Variables,
-                                                .width = width,
-                                                .label = "variable_",
-                                                .sort = TextSort::Variable,
-                                                .id = number};
-                         }),
-                   packet.VarData().data(), packet.VarLen());
+    const auto declaration = [&] {
+        return Declaration{.area = Area::Variables, .label = "variable_", .sort = TextSort::Variable, .id = number};
+    };
+    changeBits(known({.area = Area::Variables, .number = number}, declaration), packet.VarData().data(),
+               packet.VarLen());
 }
 
 void CVCDWriter::Model::take(const CSignal& packet) {
-    const auto show = [this](const Code& variable, const std::vector<tagVCDValueData>& states) {
-        change(variable, CVCDVectorValue(states.data(), static_cast<unsigned>(states.size())));
+    const auto show = [this](Wire* variable, const std::vector<tagVCDValueData>& states) {
+        const auto width = static_cast<unsigned>(states.size());
+        if (variable)
+            variable->width = std::max(variable->width, width);
+        change(variable, CVCDVectorValue(states.data(), width));
     };
     const auto defined = m_signals.find({packet.HWCtx(), packet.Master()});
     if (defined == m_signals.end() || defined->second.empty()) {
         const std::vector<tagVCDValueData> all = statesOf(packet, nullptr);
         if (!all.empty())
             show(declare({.area = Area::Signals,
-                          .width = static_cast<unsigned>(all.size()),
                           .label = "lines_",
                           .suffix = std::to_string(packet.HWCtx()) + "_" + std::to_string(packet.Master())}),
                  all);
@@ -642,12 +921,8 @@ void CVCDWriter::Model::take(const CSignal& packet) {
         const std::vector<tagVCDValueData> lines = statesOf(packet, &one.lines);
         if (lines.empty())
             continue;
-        if (one.variable.isNone())
-            one.variable = declare({.area = Area::Signals,
-                                    .width = static_cast<unsigned>(lines.size()),
-                                    .label = "signal_",
-                                    .sort = TextSort::Signal,
-                                    .id = one.id});
+        if (!one.variable)
+            one.variable = declare({.area = Area::Signals, .label = "signal_", .sort = TextSort::Signal, .id = one.id});
         show(one.variable, lines);
     }
 }
@@ -655,19 +930,20 @@ void CVCDWriter::Model::take(const CSignal& packet) {
 void CVCDWriter::Model::showState(std::uint32_t machine, std::uint32_t instance, std::optional<std::uint32_t> state) {
     const std::uint64_t owner = m_writer.numberOf(TextSort::StateMachine, machine);
     const std::uint64_t number = m_writer.numberOf(TextSort::StateMachineInstance, machine, instance);
-    const Code& variable = known({.area = Area::States, .number = number, .indices = {owner}}, [&] {
+    Wire* const variable = known({.area = Area::States, .number = number, .indices = {owner}}, [&] {
         return Declaration{.area = Area::States,
                            .owner = static_cast<std::uint32_t>(owner),
+                           .meaning = Meaning::State,
                            .label = "instance_",
                            .sort = TextSort::StateMachineInstance,
-                           .id = number,
-                           .meaning = Meaning::State};
+                           .id = number};
     });
     if (state) {
         changeNumber(variable, m_writer.numberOf(TextSort::State, machine, *state) & 0xFFFFFFFF);
     } else {
         m_writer.lose("state transitions that are not defined");
-        changeToUnknown(variable);
+        if (variable)
+            changeToUnknown(*variable);
     }
 }
 
@@ -681,22 +957,33 @@ public:
         m_text += start == kUnknown64 ? "No packet tells a tick." : "Time 0 is tick " + std::to_string(start) + ".";
         m_text += frequency == 0 ? " The clock is not known: a tick counts as 1 ns."
                                  : " The clock has " + std::to_string(frequency) + " ticks a second.";
+        m_text += " Events are pulses of one tick.";
         m_text += "\n$end\n$timescale " + std::string(unit) + " $end\n$scope module trace $end\n";
     }
 
-    bool add(const Declaration& variable, std::string_view identifier) {
-        goTo(variable);
-        const std::string name = nameOf(variable);
-        const std::string code(identifier);
-        const std::string range = variable.type == Type::Vector ? "[" + std::to_string(variable.width - 1) + ":0]" : "";
-        m_text += std::string("$var ") + kTypes[unsigned(variable.type)] + " " + std::to_string(variable.width) + " " +
-                  code + " " + name + (range.empty() ? "" : " ") + range + " $end\n";
+    bool add(const Declaration& declaration, const Wire& variable) {
+        goTo(declaration);
+        const std::string name = nameOf(declaration);
+        const std::string code(variable.code.identifier());
+        const Type type = Model::typeOf(variable);
+        const bool hasRange = type == Type::Vector && variable.width > 1;
+        const std::string range = hasRange ? "[" + std::to_string(variable.width - 1) + ":0]" : "";
+        m_text += std::string("$var ") + kTypes[unsigned(type)] + " " + std::to_string(variable.width) + " " + code +
+                  " " + name + (hasRange ? " " : "") + range + " $end\n";
         const std::string scope = m_detail.empty() ? m_scope : m_scope + "." + m_detail;
-        m_writer.m_shown.push_back({"trace." + scope + "." + name + range, variable.width, variable.meaning,
-                                    variable.owner, variable.isDetail});
-        const std::string initial = kInitial[unsigned(variable.type)];
-        if (!initial.empty())
-            m_initial += initial + code + "\n";
+        CVCDWriter::Variable shown{.path = "trace." + scope + "." + name + range,
+                                   .width = variable.width,
+                                   .meaning = declaration.meaning,
+                                   .stateMachine = declaration.owner,
+                                   .isDetail = declaration.isDetail,
+                                   .counterType = variable.counter ? variable.counter->type() : CounterType::Unsigned,
+                                   .unit = {}};
+        if (declaration.area == Area::Counters)
+            shown.unit = m_writer.counterUnit(static_cast<std::uint32_t>(declaration.id));
+        if (!shown.unit.empty())
+            m_text += "$comment " + name + " is in " + inComment(shown.unit) + " $end\n";
+        m_writer.m_shown.push_back(std::move(shown));
+        m_initial.append(initialOf(declaration, type)).append(code).append("\n");
         return flush();
     }
 
@@ -708,6 +995,14 @@ public:
     }
 
 private:
+    /// What a variable is before it has been told: nothing is entered as far as is known, all else is unknown.
+    static std::string_view initialOf(const Declaration& variable, Type type) {
+        if (variable.meaning == Meaning::Depth)
+            return "b0 ";
+        const bool isEntered = type == Type::Bit && (variable.isDetail || variable.area == Area::Events);
+        return isEntered ? "0" : kUnknown[unsigned(type)];
+    }
+
     bool flush() {
         const bool isWritten = m_writer.writeOut(m_text);
         m_text.clear();
@@ -740,7 +1035,12 @@ private:
     }
 
     /// The name of a number, made legal; empty when it has none.
-    std::string given(TextSort sort, std::uint64_t number) const { return legal(m_writer.names().name(sort, number)); }
+    std::string given(TextSort sort, std::uint64_t number) const {
+        const std::string& name = m_writer.names().name(sort, number);
+        if (name.size() > kLongestName)
+            m_writer.lose("names longer than 1000 characters, cut");
+        return legal(name);
+    }
     /// Its identifier, without that of its state machine.
     std::string idText(TextSort sort, std::uint64_t number) const {
         return std::to_string(m_writer.names().idOf(sort, number) & 0xFFFFFFFF);
@@ -776,8 +1076,9 @@ private:
 
 CVCDWriter::CVCDWriter(std::ostream& out, ViewerOptions options)
     : CViewerWriter(out,
-                    {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter, TextSort::Event,
-                     TextSort::Signal, TextSort::StateMachine, TextSort::StateMachineInstance, TextSort::State},
+                    {TextSort::Function, TextSort::Process, TextSort::Variable, TextSort::Counter,
+                     TextSort::CounterUnit, TextSort::Event, TextSort::Signal, TextSort::StateMachine,
+                     TextSort::StateMachineInstance, TextSort::State},
                     std::move(options)),
       m_model(platform::makeOwned<Model>(*this)) {}
 
@@ -787,15 +1088,23 @@ bool CVCDWriter::show(const CPacket& packet, std::uint64_t time) {
     return m_model->show(packet, time);
 }
 
+void CVCDWriter::endOf(unsigned process, std::uint64_t) {
+    m_model->endOf(process);
+}
+
 void CVCDWriter::end(std::uint64_t time) {
     m_model->end(time);
+}
+
+void CVCDWriter::fixLine(std::string_view line, std::string& to) {
+    m_model->fixLine(line, to);
 }
 
 bool CVCDWriter::writeFile() {
     const auto& [unitsPerSecond, name] = unitOf(frequency());
     Header header(*this, name);
-    for (const auto& [variable, code] : m_model->variables()) {
-        if (!header.add(variable, code.identifier()))
+    for (const auto& [declaration, variable] : m_model->variables()) {
+        if (!header.add(declaration, variable))
             return false;
     }
     m_duration = unitsOf(m_model->time(), unitsPerSecond);

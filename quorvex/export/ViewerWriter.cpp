@@ -151,7 +151,7 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
     if (code == TraceDisabled)
         return finish();
     const bool isShown = show(packet, time);
-    m_showsSome = m_showsSome || isShown;
+    m_showsSome = m_showsSome || (isShown && facts.role == Role::Happening);
     if (!isShown && isLost(packet)) {
         std::uint64_t*& count = m_lostKinds[code % m_lostKinds.size()];
         if (!count)

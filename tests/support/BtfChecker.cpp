@@ -33,13 +33,20 @@ public:
 
     void check(const std::string& text) {
         std::istringstream in(text);
-        expect(text.starts_with("#version 2.1."), "version is missing");
+        m_version = text.starts_with("#version 2.") ? text.substr(9, 5) : "";
+        expect(m_version == "2.1.0" || m_version == "2.1.5" || m_version == "2.2.0", "version is missing");
         expect(text.ends_with('\n'), "last line is cut");
         for (std::string line; std::getline(in, line);) {
             ++m_line;
-            if (line.starts_with("#-"))
+            const std::size_t mapping = line.find("Mapping ");
+            if (line.starts_with("#-")) {
                 row(line.substr(2));
-            else if (m_table = line.ends_with("Table") ? line : ""; !line.starts_with('#'))
+            } else if (line.starts_with('#') && mapping != std::string::npos) {
+                expect(m_version == "2.2.0", "mapping in an older version");
+                m_table = line.substr(0, mapping) + "Table";
+                row(line.substr(mapping + 8));
+                m_table.clear();
+            } else if (m_table = line.ends_with("Table") && m_version != "2.2.0" ? line : ""; !line.starts_with('#'))
                 event(line);
             else if (!line.starts_with("# "))
                 expect(!m_events, "parameter behind the events");
@@ -104,7 +111,7 @@ private:
             return;
         if (line.type == "STI")
             stimulus(line);
-        else if (line.type == "T" || line.type == "I")
+        else if (line.type == "T" || line.type == (m_version == "2.1.0" ? "ISR" : "I"))
             process(line);
         else if (line.type == "R")
             runnable(line);
@@ -135,7 +142,10 @@ private:
 
     void stimulus(const Line& line) {
         expect(line.event == "trigger", "unknown event " + line.event);
-        expect(line.source == line.target && line.sourceNumber == line.number, "stimulus is not its own source");
+        if (m_version == "2.2.0")
+            expect(line.source == line.target && line.sourceNumber == line.number, "stimulus is not its own source");
+        else
+            expect(typeOf(line.source) == "SIM" && line.sourceNumber == -1, "SIM is not the source");
         occur(line);
         m_triggered.insert({line.target, line.number});
     }
@@ -204,6 +214,7 @@ private:
             expect(process->running == process->runnables.size(), "runnables are still suspended");
     }
 
+    std::string m_version;
     std::size_t m_line = 0;
     long long m_time = 0;
     bool m_events = false;

@@ -1,5 +1,6 @@
 #include "tests/support/VcdFile.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
@@ -21,6 +22,13 @@ std::string widened(std::string digits, unsigned width) {
         fail("value " + digits + " of " + std::to_string(width) + " bits");
     const char filler = digits[0] == '1' ? '0' : digits[0];
     return std::string(width - digits.size(), filler) + digits;
+}
+
+/// A number with the digits that all programs keep.
+std::string real(const std::string& value) {
+    char text[32];
+    return {text,
+            static_cast<std::size_t>(std::snprintf(text, sizeof text, "r%.12g", std::strtod(value.c_str(), nullptr)))};
 }
 
 } // namespace
@@ -86,9 +94,7 @@ VcdFile::VcdFile(const std::string& text) {
             Variable& variable = *at->second;
             if ((kind == 'r') != (variable.type == "real") || (kind == 's' && variable.width != 1))
                 fail("a value of the wrong kind for " + at->first);
-            variable.changes[end] = variable.type == "event" ? "!"
-                                    : kind == 'r'            ? "r" + std::to_string(std::strtod(value.c_str(), nullptr))
-                                                             : widened(value, variable.width);
+            variable.changes[end] = kind == 'r' ? real(value) : widened(value, variable.width);
         }
     };
     bool timed = false;
@@ -101,7 +107,7 @@ VcdFile::VcdFile(const std::string& text) {
             end = time;
             timed = true;
         } else if (first == '$') {
-            if (word != "$dumpvars" && word != "$end")
+            if (word != "$dumpvars" && word != "$dumpoff" && word != "$dumpon" && word != "$end")
                 fail("keyword " + word);
         } else if (first == 'b' || first == 'B' || first == 'r' || first == 'R') {
             const std::string value = word.substr(1);
@@ -116,8 +122,8 @@ void VcdFile::dropRepeated() {
     for (auto& [path, one] : variables) {
         Variable& variable = one;
         std::string before;
-        std::erase_if(variable.changes, [&](const auto& change) {
-            const bool repeated = change.second == before && variable.type != "event";
+        std::erase_if(variable.changes, [&before](const auto& change) {
+            const bool repeated = change.second == before;
             before = change.second;
             return repeated;
         });

@@ -11,8 +11,7 @@ struct VcdFile {
     struct Variable {
         std::string type;
         unsigned width = 0;
-        /// The value at the end of each time at which there was a change: bits at full width, "r" and a number, or "!"
-        /// for an event.
+        /// The value at the end of each time at which there was a change: bits at full width, or "r" and a number.
         std::map<std::uint64_t, std::string> changes;
     };
 

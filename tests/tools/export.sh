@@ -38,7 +38,7 @@ printf '\t%s\n' $'EventDefine\t8\t0x1\t0x0' $'CharString\t5\t0x6874706564' $'Eve
     $'ProcessEnter\t28\t4\t0\t1\t0x10\t0x6' $'EndOfTrace\t0' >depths.txt
 export_to 0 depths.txt --to vcd -o depths.vcd --save depths.gtkw
 grep -A 1 '^@' depths.gtkw | grep -A 1 '^@8024' | grep '^trace' | tr '\n' ' ' >steps
-[ "$(cat steps)" = 'trace.core_0.exception_depth trace.core_0.process_depth trace.thread_1.depth ' ] || { cat depths.gtkw; fail 'depths'; }
+[ "$(cat steps)" = 'trace.core_0.exception_depth[31:0] trace.core_0.process_depth[31:0] trace.thread_1.depth[31:0] ' ] || { cat depths.gtkw; fail 'depths'; }
 
 # What a format cannot show is told, and is an error for those who want that.
 {
@@ -46,12 +46,13 @@ grep -A 1 '^@' depths.gtkw | grep -A 1 '^@8024' | grep '^trace' | tr '\n' ' ' >s
     printf '\tFunctionEnter\t28\t7\t0\t1\t0x10\t0x7\n\tMessage\t9\t6\t0\n\tEndOfTrace\t0\n'
 } >losses.txt
 export_to 3 losses.txt --to vcd -o losses.vcd
-says 'qvx: losses.vcd: not shown as in the trace: instructions and branches (1), messages (2), packets earlier than the one before them (1)'
+says 'qvx: losses.vcd: not shown as in the trace: messages (2), packets earlier than the one before them (1)'
+says 'qvx: losses.vcd: no trace tells how many ticks are a second; a tick is shown as 1 ns'
 export_to 1 losses.txt --to vcd -o strict.vcd --strict
-says 'qvx: strict.vcd: cannot show instructions'
+says 'qvx: strict.vcd: cannot show messages (2)'
 [ -e strict.vcd ] || [ -e strict.vcd.part ] && fail 'a failed export leaves a file'
 export_to 3 losses.txt --to btf -o losses.btf
-says 'messages (2)'
+says 'instructions and branches (1), messages (2)'
 head -c 100 "$(ls thread_*.qvx | head -1)" >cut
 export_to 3 cut --to vcd -o cut.vcd
 says 'the trace ends within a packet'
@@ -107,10 +108,42 @@ export_to 2 cut --to btf -o out.btf --save out.gtkw
 export_to 2 cut --to vcd -o - --save out.gtkw >/dev/null
 : >empty
 for format in vcd btf; do
-    export_to 0 empty --to $format -o empty.$format
+    export_to 3 empty --to $format -o empty.$format
+    says "qvx: empty.$format: shows nothing: the traces hold nothing that it could"
     [ -s empty.$format ] || fail "no frame around nothing in $format"
 done
 full_disk export losses.txt --to vcd -o -
+
+# Several traces: a clock of 1 MHz beside one of 1 GHz, a thread that ends before the other, a process in a process,
+# a clock of 32 bits that starts again, and the type of a counter.
+function_at() { printf '\tFunction%s\t28\t%s\t0\t%s\t0x10\t0x7\n' "$@"; }
+clock() { printf '\tTimestamp\t16\t0\t%s\n' "$1"; }
+{ clock 1000000000; function_at Enter 1000000 1; function_at Enter 9000000 1; } >ns.txt
+{ clock 1000000; function_at Enter 2000 2; function_at Enter 3000 2; } >us.txt
+export_to 0 ns.txt us.txt --to vcd -o clocks.vcd
+grep '^#' clocks.vcd | tr '\n' ' ' >told
+[ "$(cat told)" = '#0 #1000000 #2000000 #3000000 #9000000 ' ] || { cat told; fail 'clocks'; }
+export_to 0 ns.txt us.txt --to btf -o clocks.btf
+grep -q '^3000000,Core_0,0,T,TASK_2,0,terminate$' clocks.btf || { cat clocks.btf; fail 'a thread runs on after its trace'; }
+grep -q '^#creationDate 20[0-9-]*T[0-9:]*Z$' clocks.btf || fail 'the date of the BTF file'
+for version in 2.1.0 2.1.5 2.2.0; do
+    export_to 0 ns.txt --to btf -f -o version.btf --btf-version $version
+    [ "$(head -1 version.btf)" = "#version $version" ] || fail "version $version"
+done
+export_to 2 ns.txt --to btf -f -o version.btf --btf-version 3
+{ clock 1000000000; for tick in 4294967000 4294967295 5 800 1200; do function_at Enter $tick 1; done; } >around.txt
+for tick in 3999999000 4000000000 30; do function_at Enter $tick 2; done >still.txt
+export_to 0 around.txt --to vcd -o around.vcd
+[ "$(grep '^#' around.vcd | tail -1)" = '#4294968496' ] || { tail around.vcd; fail 'a clock that starts again'; }
+export_to 3 still.txt --to vcd -o still.vcd
+[ "$(grep '^#' still.vcd | tail -1)" = '#1000' ] || { tail still.vcd; fail 'one tick that goes back is no clock that starts again'; }
+printf '\tCounterDefine\t29\t1\t0\t1\t0x10\t0x2\t0\n\tCharString\t1\t0x6e\n' >counter.txt
+printf '\tCounterValue\t36\t%s\t0\t1\t0x10\t0x2\t%s\n' 2 0 3 4602678819172646912 >>counter.txt
+export_to 0 counter.txt --to vcd -o counter.vcd
+grep -q '^\$var real 64 [^ ]* n \$end$' counter.vcd || fail 'a counter of doubles'
+export_to 0 counter.txt --to btf -o counter.btf --counter n=signed
+grep -q ',n,0,write,4602678819172646912$' counter.btf || fail 'the type that is told'
+export_to 2 counter.txt --to btf -o counter.btf --counter n=number
 
 # A viewer takes the dump, and what sets it up.
 if command -v vcd2fst >/dev/null; then

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <system_error>
@@ -19,8 +20,12 @@ namespace {
 using Variable = CVCDWriter::Variable;
 using Meaning = CVCDWriter::Meaning;
 
-/// Bytes that GTKWave does not show are replaced.
+/// GTKWave ends when it meets a name of some kilobytes.
+constexpr std::size_t kLongestName = 1000;
+
+/// Bytes that GTKWave does not show are replaced; a long name is cut.
 std::string forViewer(std::string name) {
+    name.resize(std::min(name.size(), kLongestName));
     for (char& c : name) {
         if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7E)
             c = '?';
@@ -29,6 +34,43 @@ std::string forViewer(std::string name) {
 }
 
 constexpr char kEnd[] = ".txt";
+
+/// How GTKWave is told the look of a variable.
+enum Look : unsigned {
+    Plain = 0x20, ///< with its digits to the right
+    Hexadecimal = 0x22,
+    Decimal = 0x24,
+    Binary = 0x28,
+    Signed = 0x400, ///< beside Decimal
+    Names = 0x2000, ///< from a file
+    Steps = 0x8000, ///< a line of steps,
+    Room = 0x20000, ///< for which this, on a line by itself, gives room
+};
+
+unsigned lookOf(const Variable& variable, bool hasNames) {
+    switch (variable.meaning) {
+    case Meaning::Depth:
+        return Steps | Decimal;
+    case Meaning::Counter:
+        return Steps | (variable.counterType == CounterType::Double   ? Plain
+                        : variable.counterType == CounterType::Signed ? Signed | Decimal
+                                                                      : unsigned{Decimal});
+    case Meaning::Address:
+        return Hexadecimal;
+    case Meaning::Value:
+        return variable.width == 1 ? Binary : Hexadecimal;
+    default:
+        return hasNames ? Names | Hexadecimal : unsigned{Decimal};
+    }
+}
+
+/// The same where braces would end the text.
+std::string forAlias(const std::string& text) {
+    std::string alias = forViewer(text);
+    std::ranges::replace_if(
+        alias, [](char c) { return c == '{' || c == '}' || c == '\\'; }, '?');
+    return alias;
+}
 
 } // namespace
 
@@ -88,8 +130,9 @@ void SaveFile::write(const std::string& dump, const CVCDWriter& writer) {
     std::ostream& out = m_save.stream();
     // GTKWave counts by the power of two of a frame of 200 pixels: the whole time in about a thousand of them.
     const double zoom = -std::log2(std::max(1.0, static_cast<double>(writer.duration()) / 5));
-    qvx::print(out, "[dumpfile] \"{}\"\n[timestart] 0\n[size] 1400 800\n[pos] -1 -1\n*{:.6f} -1",
-               std::filesystem::absolute(dump).generic_string(), zoom);
+    qvx::print(out, "[dumpfile] \"{}\"\n[savefile] \"{}\"\n[timestart] 0\n[size] 1400 800\n[pos] -1 -1\n*{:.6f} -1",
+               std::filesystem::absolute(dump).generic_string(), std::filesystem::absolute(m_path).generic_string(),
+               zoom);
     for (char marker = 'a'; marker <= 'z'; ++marker)
         out << " -1";
     out << "\n[sst_expanded] 0\n[signals_width] 240\n";
@@ -102,20 +145,17 @@ void SaveFile::write(const std::string& dump, const CVCDWriter& writer) {
             group = scope;
             qvx::print(out, "@200\n-{}\n", scope.substr(scope.find('.') + 1));
         }
-        // How GTKWave is told the look of a variable: 24 decimal, 22 hexadecimal, 28 binary, 2000 more with names, 8000
-        // more as a line of steps, for which 20000 gives room.
         const std::string names = namesOf(variable, writer);
-        const bool isDepth = variable.meaning == Meaning::Depth;
+        const unsigned look = lookOf(variable, !names.empty());
+        qvx::print(out, "@{:x}\n", look);
         if (!names.empty())
-            qvx::print(out, "@2022\n^1 {}\n", names);
-        else
-            out << (isDepth                              ? "@8024\n"
-                    : variable.width == 1                ? "@28\n"
-                    : variable.meaning != Meaning::Value ? "@24\n"
-                                                         : "@22\n");
+            qvx::print(out, "^1 {}\n", names);
+        if (!variable.unit.empty()) // a name of its own, which tells the unit
+            qvx::print(out, "+{{{} [{}]}} ", variable.path.substr(variable.path.rfind('.') + 1),
+                       forAlias(variable.unit));
         out << variable.path << '\n';
-        if (isDepth)
-            out << "@20000\n-\n-\n";
+        if (look & Steps)
+            qvx::print(out, "@{:x}\n-\n-\n", unsigned{Room});
     }
     m_save.finish();
 }
