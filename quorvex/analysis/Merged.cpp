@@ -89,11 +89,13 @@ struct Merged::Source {
     bool isWrong(std::size_t count);
     /// Whether the clock has started again since the last packet with a tick, as the ones behind the next packet tell.
     bool isAround();
+    /// Takes the packet's tick on from where the clock started again, if it has.
+    void extend(Ahead& packet);
     /// How many packets may be relative to a tick that is looked into.
     std::size_t mostRelative() const { return batch > 0 ? std::min(batch, kMostRelative) : kMostRelative; }
     void forget(Ahead& packet);
     /// Makes the next packet ready; false at the end of the trace.
-    bool prepare(bool keepsOldTicks, bool extendsTicks);
+    bool prepare(bool keepsOldTicks);
 
     std::unique_ptr<TraceFile> input;
     PacketFilter* filter = nullptr;
@@ -109,8 +111,9 @@ struct Merged::Source {
     std::exception_ptr error; ///< why it has ended; thrown when all that has been read was handed out
     std::uint64_t tick = 0;   ///< of the last packet that has one
     bool hasTick = false;     ///< in this frame
-    std::uint64_t gone = 0;   ///< ticks of the clock before it started again
-    std::uint64_t turn = 0;   ///< of the last packet that has a tick, that tick as it was changed
+    bool extendsTicks = false;
+    std::uint64_t gone = 0; ///< ticks of the clock before it started again
+    std::uint64_t turn = 0; ///< of the last packet that has a tick, that tick as it was changed
     std::uint64_t wrong = 0;
     std::uint64_t firstWrong = 0; ///< its offset
 };
@@ -231,7 +234,20 @@ bool Merged::Source::isAround() {
     return behind > 3 * elsewhere;
 }
 
-bool Merged::Source::prepare(bool keepsOldTicks, bool extendsTicks) {
+void Merged::Source::extend(Ahead& packet) {
+    if (packet.tick >= kAround)
+        gone = 0; // it is no such clock
+    else if (extendsTicks && hasTick && isAround())
+        gone += kAround;
+    if (gone == 0)
+        return;
+    packet.tick += gone;
+    changeNumbers(*packet.packet, [this](FieldMeaning meaning, std::string_view, std::uint64_t& value) {
+        value += meaning == FieldMeaning::Tick ? gone : 0;
+    });
+}
+
+bool Merged::Source::prepare(bool keepsOldTicks) {
     const auto first = [this] { return ahead.empty() ? at(0) : &ahead.front(); };
     const Ahead* next = first();
     while (next && next->isBorder()) {
@@ -262,18 +278,11 @@ bool Merged::Source::prepare(bool keepsOldTicks, bool extendsTicks) {
     Ahead& ready = ahead.front();
     if (ready.tick == kUnknown64)
         return true;
-    if (extendsTicks && hasTick && ready.tick < tick && isAround())
-        gone += kAround;
-    tick = ready.tick;
+    const std::uint64_t told = ready.tick;
+    if (told < tick || gone > 0)
+        extend(ready);
+    tick = told;
     hasTick = true;
-    if (tick >= kAround)
-        gone = 0; // it is no such clock
-    if (gone > 0) {
-        ready.tick += gone;
-        changeNumbers(*ready.packet, [this](FieldMeaning meaning, std::string_view, std::uint64_t& value) {
-            value += meaning == FieldMeaning::Tick ? gone : 0;
-        });
-    }
     return true;
 }
 
@@ -296,6 +305,7 @@ void Merged::begin() {
         Source& source = *m_sources[index];
         source.filter = m_filter;
         source.number = index;
+        source.extendsTicks = m_extendsTicks;
         if (m_sources.size() > kMostOpen) {
             source.batch = std::max(kLeastAhead, kMostAhead / m_sources.size());
             source.input->readAtATime(kPortion);
@@ -307,7 +317,7 @@ void Merged::begin() {
 
 bool Merged::prepare(std::size_t index, Turn& turn) {
     Source& source = *m_sources[index];
-    if (!source.prepare(m_keepsOldTicks, m_extendsTicks))
+    if (!source.prepare(m_keepsOldTicks))
         return false;
     Source::Ahead& next = source.ahead.front();
     if (m_change) {

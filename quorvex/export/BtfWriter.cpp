@@ -490,8 +490,7 @@ private:
         if (starts) {
             Entity& stimulus = *process.entity->stimulus;
             process.instance = process.entity->occurrences++;
-            line(m_simulation ? *m_simulation : stimulus, stimulus.occurrences, stimulus, stimulus.occurrences,
-                 "trigger");
+            trigger(stimulus);
             line(stimulus, stimulus.occurrences++, *process.entity, process.instance, "activate");
         }
         process.state = Process::State::Running;
@@ -521,6 +520,14 @@ private:
         m_timeSize = static_cast<unsigned>(m_writer.putTime(m_timeText, time, kUnitsPerSecond) - m_timeText);
     }
 
+    /// The next occurrence of a stimulus, which has the number -1 where the simulation is its source.
+    void trigger(const Entity& stimulus) {
+        if (!m_simulation)
+            return line(stimulus, stimulus.occurrences, stimulus, stimulus.occurrences, "trigger");
+        const std::string text = std::string(m_timeText, m_timeSize) + m_simulation->source + "-1" + stimulus.target +
+                                 std::to_string(stimulus.occurrences) + ",trigger\n";
+        m_writer.bodyEnds(std::ranges::copy(text, m_writer.bodyRoom(text.size())).out);
+    }
     void line(const Entity& source, std::uint64_t sourceInstance, const Entity& target, std::uint64_t instance,
               std::string_view event, std::string_view note = {}) {
         char* to = m_writer.bodyRoom(sizeof m_timeText + source.source.size() + target.target.size() +
@@ -529,10 +536,7 @@ private:
         std::memcpy(to, m_timeText, sizeof m_timeText);
         to += m_timeSize;
         put(source.source);
-        if (&source == m_simulation)
-            put("-1");
-        else
-            to = putDecimal(to, sourceInstance);
+        to = putDecimal(to, sourceInstance);
         put(target.target);
         to = putDecimal(to, instance);
         *to++ = ',';

@@ -28,6 +28,8 @@ namespace {
 /// Deeper nesting is counted, but it is not remembered what is entered there.
 constexpr std::size_t kDeepest = 4096;
 constexpr unsigned kLongestValue = CSignalMask::kMaxBits + 16;
+/// Changes to depths up to that are kept as text.
+constexpr std::size_t kCommonDepths = 64;
 /// What a change to a number takes beside the code, at most; so much of a counter; and lines with a time.
 constexpr unsigned kNumberRoom = 2 + 64;
 constexpr unsigned kCounterRoom = 2 + 32;
@@ -223,7 +225,7 @@ public:
     void endOf(unsigned process);
     void end(std::uint64_t time) {
         setTime(time);
-        if (!m_pulses.empty())
+        if (m_hasPulses)
             endPulses();
         m_writer.bodyEnds(changeAt(0));
     }
@@ -249,6 +251,7 @@ private:
     struct View {
         Wire* current = nullptr;
         Wire* depth = nullptr;
+        std::vector<NumberLine> depths = {}; ///< the changes to the first depths
         Directory<std::uint32_t, Entered> entered = {};
     };
     struct Core {
@@ -402,6 +405,16 @@ private:
     /// Enter and leave; `bit` declares the variable of one id.
     template <class Bit> void enter(View& view, Stack& stack, std::uint32_t id, Bit bit);
     void leave(View& view, Stack& stack, std::uint32_t id);
+    void changeDepth(View& view, const Stack& stack) {
+        const std::uint64_t depth = stack.depth();
+        if (depth < view.depths.size())
+            return change(view.depth, view.depths[depth]);
+        changeNumber(view.depth, depth);
+        if (depth < kCommonDepths) {
+            while (view.depths.size() <= depth)
+                view.depths.emplace_back(view.depth, static_cast<std::uint32_t>(view.depths.size()));
+        }
+    }
     /// Shows what is innermost, and how many are entered.
     void showTop(View& view, const Stack& stack);
     /// Shows that a thread is on no core. Null for none.
@@ -426,7 +439,7 @@ private:
     void setTime(std::uint64_t time) {
         if (time == m_time)
             return;
-        if (!m_pulses.empty())
+        if (m_hasPulses) [[unlikely]]
             endPulses();
         m_isTimeTold = m_isTimeTold && time == m_time;
         m_time = time;
@@ -472,6 +485,7 @@ private:
     bool m_isTimeTold = false;     ///< it stands in the body
     std::uint64_t m_frequency = 0; ///< of the clock, when the next one was found
     std::uint64_t m_unitsPerSecond = unitOf(0).first;
+    bool m_hasPulses = false;    ///< there are some in m_pulses
     bool m_isOff = false;        ///< the dump is, for a gap
     std::vector<Wire*> m_pulses; ///< events whose pulse ends with the next tick
     Place m_place = {};          ///< where the last packet was that tells it
@@ -516,6 +530,7 @@ void CVCDWriter::Model::pulse(Wire* event) {
         return;
     event->pulseEnd = m_time + 1;
     m_pulses.push_back(event);
+    m_hasPulses = true;
     changeBit(event, true);
 }
 
@@ -527,6 +542,7 @@ void CVCDWriter::Model::endPulses() {
             changeBit(event, false);
     }
     m_pulses.clear();
+    m_hasPulses = false;
 }
 
 void CVCDWriter::Model::showGap(const CCoreContext& context) {
@@ -578,8 +594,10 @@ char* CVCDWriter::Model::putTime(char* to) {
     *to++ = '#';
     to = m_writer.putTime(to, m_time, m_unitsPerSecond);
     *to++ = '\n';
-    if (std::exchange(m_isOff, false))
+    if (m_isOff) [[unlikely]] {
+        m_isOff = false;
         to += kOn.copy(to, kOn.size());
+    }
     return to;
 }
 
@@ -759,7 +777,7 @@ void CVCDWriter::Model::showTop(View& view, const Stack& stack) {
         changeToIdle(view.current);
     else
         change(view.current, stack.back()->current);
-    changeNumber(view.depth, stack.depth());
+    changeDepth(view, stack);
 }
 
 CVCDWriter::Model::Core& CVCDWriter::Model::showInstruction(const CCoreContext& context, bool isExecuted) {
@@ -791,7 +809,7 @@ template <class Bit> void CVCDWriter::Model::enter(View& view, Stack& stack, std
     } else {
         m_writer.lose(kDeep);
     }
-    changeNumber(view.depth, stack.depth());
+    changeDepth(view, stack);
 }
 
 void CVCDWriter::Model::leave(View& view, Stack& stack, std::uint32_t id) {
@@ -807,9 +825,11 @@ void CVCDWriter::Model::leave(View& view, Stack& stack, std::uint32_t id) {
             changeBit(entered.variable, false);
         stack.pop();
     }
-    if (*left > 0)
-        return showTop(view, stack);
-    changeNumber(view.depth, stack.depth());
+    if (*left > 0 && !stack.empty())
+        change(view.current, stack.back()->current);
+    else if (*left > 0)
+        changeToIdle(view.current);
+    changeDepth(view, stack);
 }
 
 void CVCDWriter::Model::showFunction(const CCoreContext& context, std::uint32_t id, bool isEntered) {

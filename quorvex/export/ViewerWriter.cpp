@@ -139,10 +139,11 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
         return false;
     const tagTCode code = packet.TraceCode();
     const KindFacts& facts = factsOf(code);
-    if (facts.role == Role::Definition && !m_names.note(packet, m_process) && showsNames(facts.text))
-        lose("names given anew, of which one is shown");
-    if (facts.text == TextSort::Counter || facts.text == TextSort::CounterUnit)
+    if (facts.role == Role::Definition) {
+        if (!m_names.note(packet, m_process) && showsNames(facts.text))
+            lose("names given anew, of which one is shown");
         noteCounter(packet);
+    }
     if (frequency() == 0)
         m_inTicks = bodySize();
     if (code == Timestamp && !m_clock.note(packet))
@@ -150,9 +151,10 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
     const std::uint64_t time = timeOf(tick);
     if (code == TraceDisabled)
         return finish();
-    const bool isShown = show(packet, time);
-    m_showsSome = m_showsSome || (isShown && facts.role == Role::Happening);
-    if (!isShown && isLost(packet)) {
+    if (show(packet, time)) {
+        if (!m_showsSome)
+            m_showsSome = facts.role == Role::Happening;
+    } else if (isLost(packet)) {
         std::uint64_t*& count = m_lostKinds[code % m_lostKinds.size()];
         if (!count)
             count = &lossesFor(wordsFor(code));

@@ -66,7 +66,9 @@ public:
     /// The packets from now on are of that process. Traces of the same process, and those of which nothing is known but
     /// that they name things alike, may have the same number; CTraceNames tells how they share names.
     void setProcess(unsigned process) {
-        m_isOneProcess = m_isOneProcess && (process == m_process || m_start == kUnknown64);
+        if (process == m_process)
+            return;
+        m_isOneProcess = m_isOneProcess && m_start == kUnknown64;
         m_process = process;
     }
     /// There are no more packets of that process: what runs in it ends where its last packet, which was just put, is.

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <sstream>
 
 namespace Quorvex::test {
@@ -36,9 +37,8 @@ struct Written {
     }
 };
 
-Written written(const Packets& packets) {
+Written written(const Packets& packets, ViewerOptions options = {}) {
     std::ostringstream out;
-    ViewerOptions options;
     options.inputs = "a\nb.qvx";
     options.recordedUntil = 1'787'393'700'000'000'999;
     CBtfWriter writer(out, options);
@@ -291,6 +291,104 @@ TEST(BtfWriter, MakesNamesLegalAndUnique) {
         << file.text;
     EXPECT_NE(file.text.find("0,TASK_1_1,0,SIG,variable_9,0,write,unknown\n"), std::string::npos) << file.text;
     EXPECT_EQ(checkBtf(file.text), kLegal);
+}
+
+TEST(BtfWriter, FitsTheVersionThatItTells) {
+    const Packets packets{at<CHWExceptionEnter>(0, 0, 1, 2U), at<CFunctionEnter>(1, 0, 1, 7U)};
+    const std::tuple<const char*, const char*, const char*> kVersions[] = {
+        {"2.1.0", "\n#-2 ISR\n", "\n0,SIM,-1,STI,STI_TASK_ISR_2,0,trigger\n"},
+        {"2.1.5", "\n#-2 I\n", "\n0,SIM,-1,STI,STI_TASK_ISR_2,0,trigger\n"},
+        {"2.2.0", "\n#typeMapping 2 I\n", "\n0,STI_TASK_ISR_2,0,STI,STI_TASK_ISR_2,0,trigger\n"},
+    };
+    for (const auto& [version, type, trigger] : kVersions) {
+        ViewerOptions options;
+        options.btfVersion = version;
+        const Written file = written(packets, options);
+        EXPECT_TRUE(file.text.starts_with(std::string("#version ") + version + "\n"));
+        EXPECT_EQ(checkBtf(file.text), kLegal) << version;
+        EXPECT_NE(file.text.find(type), std::string::npos) << file.text;
+        EXPECT_NE(file.text.find(trigger), std::string::npos) << file.text;
+    }
+}
+
+TEST(BtfWriter, GivesNamesThatComeLateToAllLines) {
+    const Written file =
+        written({at<CProcessEnter>(0, 0, 1, 3U), at<CFunctionEnter>(0, 0, 1, 7U), at<CFunctionLeave>(1, 0, 1, 7U),
+                 at<CVariableWrite>(1, 0, 1, 5U, CData(std::uint8_t{1})),
+                 at<CCounterValue>(1, 0, 1, 6U, TCounter_t(std::uint64_t{0})), at<CFunctionDefine>(2, 0, 1, 7U, "main"),
+                 at<CProcessDefine>(2, 0, 1, 3U, "shell"), at<CVariableDefine>(2, 0, 1, 5U, 0U, "speed"),
+                 at<CCounterDefine>(2, 0, 1, 6U, std::uint8_t{0}, "misses"), at<CExecInsn>(3, 0, 2)});
+    EXPECT_EQ(checkBtf(file.text), kLegal);
+    EXPECT_EQ(file.body(), "0,SIM,-1,STI,STI_TASK_shell_1,0,trigger\n0,STI_TASK_shell_1,0,T,TASK_shell_1,0,activate\n"
+                           "0,Core_0,0,T,TASK_shell_1,0,start\n0,TASK_shell_1,0,R,main,0,start\n"
+                           "1,TASK_shell_1,0,R,main,0,terminate\n1,TASK_shell_1,0,SIG,speed,0,write,1\n"
+                           "1,TASK_shell_1,0,SIG,misses,0,write,0\n3,Core_0,0,T,TASK_shell_1,0,preempt\n"
+                           "3,SIM,-1,STI,STI_TASK_shell_2,0,trigger\n3,STI_TASK_shell_2,0,T,TASK_shell_2,0,activate\n"
+                           "3,Core_0,0,T,TASK_shell_2,0,start\n3,Core_0,0,T,TASK_shell_2,0,terminate\n")
+        << "a thread of a process that has another has its number";
+    EXPECT_EQ(file.text.find("function_7"), std::string::npos);
+}
+
+TEST(BtfWriter, ReturnsToTheOuterProcessAndTerminatesJobs) {
+    const Written file =
+        written({at<CProcessEnter>(0, 0, 1, 3U), at<CFunctionEnter>(1, 0, 1, 7U), at<CProcessEnter>(2, 0, 1, 4U),
+                 at<CProcessLeave>(3, 0, 1, 4U), at<CFunctionLeave>(4, 0, 1, 7U), at<CProcessLeave>(5, 0, 1, 3U),
+                 at<CProcessEnter>(6, 0, 1, 3U), at<CFunctionEnter>(7, 0, 1, 8U), at<CProcessLeave>(8, 0, 1, 3U),
+                 at<CProcessEnter>(9, 0, 1, 3U)});
+    EXPECT_EQ(checkBtf(file.text), kLegal);
+    EXPECT_EQ(file.losses, Losses());
+    std::string told;
+    std::istringstream lines(file.body());
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find(",T,TASK_") != std::string::npos && !line.ends_with("activate"))
+            told += line + "\n";
+    }
+    EXPECT_EQ(told, "0,Core_0,0,T,TASK_process_3,0,start\n2,Core_0,0,T,TASK_process_3,0,preempt\n"
+                    "2,Core_0,0,T,TASK_process_4,0,start\n3,Core_0,0,T,TASK_process_4,0,terminate\n"
+                    "3,Core_0,0,T,TASK_process_3,0,resume\n5,Core_0,0,T,TASK_process_3,0,terminate\n"
+                    "6,Core_0,0,T,TASK_process_3,1,start\n8,Core_0,0,T,TASK_process_3,1,preempt\n"
+                    "9,Core_0,0,T,TASK_process_3,1,resume\n9,Core_0,0,T,TASK_process_3,1,terminate\n");
+}
+
+TEST(BtfWriter, WritesValuesByTheirTypes) {
+    const auto bits = [](double value) { return std::bit_cast<std::uint64_t>(value); };
+    const std::pair<std::vector<std::uint64_t>, std::vector<std::string>> kCounters[] = {
+        {{0, bits(0.1), bits(300)}, {"0.0", "0.1", "300.0"}},
+        {{bits(0.5), 7}, {"4602678819172646912", "7"}},
+        {{5, ~std::uint64_t{0}}, {"5", "-1"}},
+        {{~std::uint64_t{0}, bits(0.5)}, {"18446744073709551615", "4602678819172646912"}},
+    };
+    for (const auto& [values, notes] : kCounters) {
+        Packets packets;
+        for (const std::uint64_t value : values)
+            packets.push_back(at<CCounterValue>(packets.size(), 0, 1, 6U, TCounter_t(value)));
+        const std::string body = written(packets).body();
+        for (const std::string& note : notes)
+            EXPECT_NE(body.find(",counter_6,0,write," + note + "\n"), std::string::npos) << note << "\n" << body;
+    }
+}
+
+TEST(BtfWriter, EndsWhatRunsAtTheEndOfAnInputAndAtAGap) {
+    std::ostringstream out;
+    CBtfWriter writer(out);
+    const auto put = [&writer](unsigned process, const std::shared_ptr<CPacket>& packet) {
+        writer.setProcess(process);
+        EXPECT_TRUE(writer.put(packet.get()));
+    };
+    put(0, at<CFunctionEnter>(0, 0, 1, 7U));
+    put(1, at<CFunctionEnter>(10, 1, 2, 7U));
+    put(0, at<CFunctionEnter>(20, 0, 1, 8U));
+    writer.endProcess(0);
+    put(1, at<CFunctionEnter>(30, 1, 2, 8U));
+    EXPECT_EQ(writer.losses(), Losses());
+    put(1, at<CTraceBroken>(40, 1, 2));
+    put(1, at<CExecInsn>(50, 1, 2));
+    writer.flush();
+    EXPECT_EQ(checkBtf(out.str()), kLegal);
+    EXPECT_EQ(writer.losses().at("gaps in the trace"), 1U);
+    for (const char* line : {"\n20,TASK_1,0,R,function_7,0,terminate\n20,Core_0,0,T,TASK_1,0,terminate\n",
+                             "\n40,Core_1,0,T,TASK_2,0,terminate\n", "\n50,Core_1,0,T,TASK_2,1,start\n"})
+        EXPECT_NE(out.str().find(line), std::string::npos) << out.str();
 }
 
 TEST(BtfWriter, TellsTimesInNanoseconds) {

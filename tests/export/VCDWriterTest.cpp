@@ -11,8 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <set>
 #include <sstream>
 
@@ -114,6 +117,183 @@ TEST(VCDWriter, SuppliesWhatIsMissingAndKeepsTimeGoingForward) {
                                              {"leaves that are missing", 2},
                                              {"names given anew, of which one is shown", 1},
                                              {"packets earlier than the one before them", 4}}));
+}
+
+TEST(VCDWriter, TellsIdleFromUnknownAndStopsThreadsThatMoveOrEnd) {
+    std::ostringstream out;
+    CVCDWriter writer(out);
+    const auto put = [&writer](unsigned process, std::shared_ptr<CPacket> packet) {
+        writer.setProcess(process);
+        EXPECT_TRUE(writer.put(packet.get()));
+    };
+    put(0, std::make_shared<CFunctionEnter>(at(0, 0, 1), 7));
+    put(1, std::make_shared<CFunctionEnter>(at(10, 1, 2), 7));
+    put(1, std::make_shared<CFunctionLeave>(at(20, 1, 2), 7));
+    put(1, std::make_shared<CFunctionEnter>(at(30, 2, 2), 8)); // it has moved
+    put(0, std::make_shared<CFunctionEnter>(at(40, 2, 1), 9)); // so has this one, to where the other ran
+    writer.endProcess(0);
+    put(1, std::make_shared<CFunctionEnter>(at(50, 0, 2), 9));
+    writer.flush();
+    EXPECT_EQ(writer.losses(), CViewerWriter::Losses());
+    const VcdFile file(out.str());
+    const std::string idle(32, 'z'), unknown(32, 'x');
+    const std::tuple<const char*, std::uint64_t, std::string> kValues[] = {
+        {"core_0.thread", 39, "1"},     {"core_0.thread", 40, "z"},     {"core_0.thread", 50, "2"},
+        {"core_1.thread", 9, "x"},      {"core_1.thread", 10, "2"},     {"core_1.thread", 30, "z"},
+        {"core_2.thread", 30, "2"},     {"core_2.thread", 40, "z"},     {"thread_1.core", 39, "0"},
+        {"thread_1.core", 40, "z"},     {"thread_2.core", 9, "x"},      {"thread_2.core", 30, "2"},
+        {"thread_2.core", 40, "z"},     {"thread_2.core", 50, "0"},     {"thread_1.function", 39, "7"},
+        {"thread_1.function", 40, "z"}, {"thread_2.function", 9, "x"},  {"thread_2.function", 20, "z"},
+        {"thread_2.function", 40, "8"}, {"thread_2.function", 50, "9"}, {"thread_1.depth", 0, "1"},
+        {"thread_1.depth", 40, "0"},
+    };
+    for (const auto& [path, time, value] : kValues) {
+        const std::string shown = valueAt(file, std::string("trace.") + path, time);
+        EXPECT_EQ(shown == idle      ? "z"
+                  : shown == unknown ? "x"
+                                     : std::to_string(std::stoul(shown, nullptr, 2)),
+                  value)
+            << path << ' ' << time;
+    }
+    EXPECT_EQ(valueAt(file, "trace.thread_1.functions.function_7", 40), "0");
+}
+
+TEST(VCDWriter, KeepsCallsOfProcessesThatShareAThreadApart) {
+    CViewerWriter::Losses losses;
+    const VcdFile file(dumpOf({new CFunctionEnter(at(0), 1), new CProcessEnter(at(1), 5), new CFunctionEnter(at(2), 2),
+                               new CProcessEnter(at(3), 6), new CFunctionEnter(at(4), 3), new CFunctionLeave(at(5), 3),
+                               new CProcessLeave(at(6), 6), new CFunctionLeave(at(7), 2), new CProcessLeave(at(8), 5),
+                               new CFunctionLeave(at(9), 1)},
+                              &losses));
+    EXPECT_EQ(losses, CViewerWriter::Losses());
+    const char* const kFunctions = "1z2z3z2z1z"; // from time 0 on
+    for (std::uint64_t time = 0; time < 10; ++time) {
+        const std::string value = valueAt(file, "trace.thread_1.function", time);
+        EXPECT_EQ(value[31] == 'z' ? 'z' : static_cast<char>('0' + std::stoi(value, nullptr, 2)), kFunctions[time])
+            << time;
+    }
+}
+
+TEST(VCDWriter, TellsGapsByTurningTheDumpOff) {
+    CViewerWriter::Losses losses;
+    const std::string text = dumpOf({new CFunctionEnter(at(0), 1), new CCounterValue(at(1), 2, TCounter_t(0.5)),
+                                     new CEvent(at(2), 3), new CTraceBroken(at(5)), new CTraceBroken(at(6)),
+                                     new CFunctionEnter(at(9), 4), new CFunctionLeave(at(10), 1)},
+                                    &losses);
+    EXPECT_EQ(losses, (CViewerWriter::Losses{{"leaves of what had not been entered", 1}})) << "unknown behind a gap";
+    const std::size_t off = text.find("\n#5\n$dumpoff\n"), on = text.find("\n$end\n#9\n$dumpon\n$end\n");
+    EXPECT_TRUE(off != std::string::npos && on != std::string::npos && off < on) << text;
+    const VcdFile file(text);
+    EXPECT_EQ(valueAt(file, "trace.counters.counter_2", 4), "r0.5");
+    EXPECT_EQ(valueAt(file, "trace.counters.counter_2", 10), "rnan");
+    EXPECT_EQ(valueAt(file, "trace.events.event_3", 10), "x");
+    EXPECT_EQ(valueAt(file, "trace.thread_1.functions.function_1", 10), "x");
+    EXPECT_EQ(numberAt(file, "trace.thread_1.depth", 9), 1U);
+
+    // Of two processes, only the one that has the gap becomes unknown.
+    std::ostringstream out;
+    CVCDWriter writer(out);
+    for (const unsigned process : {0, 1}) {
+        CFunctionEnter enter(at(process, process, process), 7);
+        writer.setProcess(process);
+        EXPECT_TRUE(writer.put(&enter));
+    }
+    CTraceBroken gap(at(5, 1, 1));
+    EXPECT_TRUE(writer.put(&gap));
+    writer.flush();
+    EXPECT_EQ(out.str().find("$dumpoff"), std::string::npos);
+    const VcdFile two(out.str());
+    EXPECT_EQ(numberAt(two, "trace.thread_0.function", 5), 7U);
+    EXPECT_EQ(valueAt(two, "trace.thread_1.function", 5), std::string(32, 'x'));
+    EXPECT_EQ(valueAt(two, "trace.core_1.thread", 5), std::string(32, 'x'));
+}
+
+TEST(VCDWriter, MakesOneVariableOfACounterAndOfValuesOfAnyWidth) {
+    constexpr std::uint64_t kMinusTwo = ~std::uint64_t{1};
+    const auto bits = [](double value) { return std::bit_cast<std::uint64_t>(value); };
+    const std::string mixed = "counters with values like doubles and like whole numbers, all shown as whole numbers";
+    const std::tuple<std::vector<std::uint64_t>, const char*, std::string, bool> kCounters[] = {
+        {{0, 5}, "reg", "101", false},
+        {{0, bits(0.1 + 0.2), bits(-0.0), bits(HUGE_VAL)}, "real", "rinf", false},
+        {{bits(0.5), 0}, "real", "r0", false},
+        {{bits(0.5), 3}, "reg", "11", true},
+        {{3, bits(0.5)}, "reg", std::string(9, '1') + std::string(53, '0'), true},
+        {{1, kMinusTwo}, "reg", std::string(63, '1') + "0", false},
+    };
+    for (const auto& [values, type, last, isMixed] : kCounters) {
+        std::list<CPacket*> packets;
+        for (std::uint64_t tick = 0; const std::uint64_t value : values)
+            packets.push_back(
+                new CCounterValueDim1(at(tick++), 2, TCounter_t(value), TCounterIdx_t(std::uint64_t{29042})));
+        CViewerWriter::Losses losses;
+        const VcdFile file(dumpOf(packets, &losses));
+        const VcdFile::Variable& counter = file.variables.at("trace.counters.counter_2_29042");
+        EXPECT_EQ(counter.type, type);
+        const std::string& value = counter.changes.rbegin()->second;
+        EXPECT_TRUE(value == last || value == std::string(64 - last.size(), '0') + last) << value;
+        EXPECT_EQ(losses.contains(mixed), isMixed);
+        EXPECT_EQ(counter.changes.size(), values.size());
+    }
+    const unsigned char bytes[] = {0x80, 1, 2};
+    const VcdFile wide(
+        dumpOf({new CVariableWrite(at(0), 2, CData(bytes, 1)), new CVariableWrite(at(1), 2, CData(bytes, 3)),
+                new CVariableWrite(at(2), 2, CData(bytes, 2))}));
+    EXPECT_EQ(wide.variables.at("trace.variables.variable_2").width, 24U);
+    EXPECT_EQ(numberAt(wide, "trace.variables.variable_2", 0), 0x80U);
+    EXPECT_EQ(numberAt(wide, "trace.variables.variable_2", 2), 0x180U);
+
+    std::ostringstream out;
+    ViewerOptions options;
+    options.counters["n"] = CounterType::Double; // told, and the name comes behind values
+    CVCDWriter writer(out, options);
+    std::list<CPacket*> packets{new CCounterValue(at(0), 2, TCounter_t(std::uint64_t{1})),
+                                new CCounterDefine(at(1), 2, 0, "n"), new CCounterDefineUnit(at(1), 2, 0, "$end"),
+                                new CCounterValue(at(2), 2, TCounter_t(2.0))};
+    EXPECT_TRUE(writer.forward(packets));
+    writer.flush();
+    EXPECT_EQ(writer.losses(), CViewerWriter::Losses());
+    EXPECT_EQ(valueAt(VcdFile(out.str()), "trace.counters.n", 0), "r4.94065645841e-324");
+    EXPECT_NE(out.str().find("$comment n is in ?end $end\n"), std::string::npos);
+}
+
+TEST(VCDWriter, GivesNamesThatAllReadersTake) {
+    const std::pair<std::string, std::string> kNames[] = {{"a$end b", "a_end_b"},
+                                                          {"$x", "_x"},
+                                                          {"9lives", "_9lives"},
+                                                          {"ns::f<int>(char*)", "ns__f_int__char__"},
+                                                          {"\xc3\xa4", "__"},
+                                                          {"ok", "ok"},
+                                                          {std::string(5000, 'n'), std::string(1000, 'n')}};
+    for (const auto& [name, shown] : kNames) {
+        CViewerWriter::Losses losses;
+        const std::string text = dumpOf(
+            {new CFunctionDefine(at(0), 1, CCharStringSequence(name.c_str())), new CFunctionEnter(at(0), 1)}, &losses);
+        EXPECT_TRUE(VcdFile(text).variables.contains("trace.thread_1.functions." + shown)) << text;
+        EXPECT_EQ(losses.size(), name.size() > 1000 ? 1U : 0U);
+    }
+    const std::string line =
+        dumpOf({new CSignalDefine(CBusContext(0, 0, 8), 1, CSignalMask("10000000"), "line"),
+                new CSignal(CBusContext(1, 0, 8), CSignalMask("10000000"), CSignalMask("10000000"))});
+    EXPECT_NE(line.find(" line $end\n"), std::string::npos) << "one bit has no range";
+}
+
+TEST(VCDWriter, ShowsAddressesAndPulses) {
+    CViewerWriter::Losses losses;
+    const VcdFile file(dumpOf({new CExecInsn(0, 0, 1, 0x10), new CDirectBranch(1, 0, 1, 0x14, 0x40),
+                               new CNonExecInsn(2, 0, 1, 0x40), new CExecInsn(3, 0, 1, kUnknown64),
+                               new CEvent(at(10), 4), new CEvent(at(10), 4), new CEvent(at(20), 4)},
+                              &losses));
+    EXPECT_EQ(losses, (CViewerWriter::Losses{{"events at once or a tick after another, shown as one pulse", 1}}));
+    EXPECT_EQ(numberAt(file, "trace.core_0.address", 0), 0x10U);
+    EXPECT_EQ(numberAt(file, "trace.core_0.address", 1), 0x14U);
+    EXPECT_EQ(numberAt(file, "trace.core_0.branch_target", 1), 0x40U);
+    EXPECT_EQ(valueAt(file, "trace.core_0.executed", 1), "x");
+    EXPECT_EQ(valueAt(file, "trace.core_0.executed", 2), "0");
+    EXPECT_EQ(valueAt(file, "trace.core_0.executed", 3), "1");
+    EXPECT_EQ(valueAt(file, "trace.core_0.address", 3), std::string(64, 'x'));
+    EXPECT_EQ(file.variables.at("trace.events.event_4").changes,
+              (std::map<std::uint64_t, std::string>{{0, "0"}, {10, "1"}, {11, "0"}, {20, "1"}, {21, "0"}}));
+    EXPECT_EQ(file.end, 21U);
 }
 
 TEST(VCDWriter, TellsTimeInAUnitThatFitsTheClock) {
