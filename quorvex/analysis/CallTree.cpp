@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <numeric>
+#include <optional>
 #include <span>
 #include <tuple>
 #include <utility>
@@ -18,6 +19,32 @@ namespace {
 constexpr std::uint64_t kNone = CallTree::kOther - 1;
 
 struct Nothing {};
+
+/// A packet and its tick, for the walk.
+struct Told {
+    /// What it enters or leaves.
+    struct Step {
+        const CCoreContext& context;
+        std::uint32_t id;
+        std::uint64_t tick;
+
+        std::uint32_t HWCtx() const { return context.HWCtx(); }
+        std::uint32_t SWCtx() const { return context.SWCtx(); }
+        std::uint32_t TgtFuncId() const { return id; }
+        std::uint64_t Tick() const { return tick; }
+    };
+    tagTCode TraceCode() const { return packet.TraceCode(); }
+    template <class Packet> std::optional<Step> as() const {
+        const auto& its = *packetAs<Packet>(packet);
+        return Step{its, its.TgtFuncId(), tick};
+    }
+
+    const CPacket& packet;
+    std::uint64_t tick;
+};
+const CPacket* objectOf(const Told& packet) {
+    return &packet.packet;
+}
 
 } // namespace
 
@@ -115,6 +142,19 @@ void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process,
 
 void CallTree::read(TraceFile& trace, CTraceNames& names, std::uint32_t process) {
     Reading(*this, names, process).read(trace, [](const CTraceCursor&) { return true; });
+}
+
+CallTree::Packets::Packets(CallTree& to, CTraceNames& names, std::uint32_t process)
+    : m_reading(platform::makeOwned<Reading>(to, names, process)) {}
+
+CallTree::Packets::~Packets() = default;
+
+void CallTree::Packets::add(const CPacket& packet, std::uint64_t tick) {
+    m_reading->look(Told{packet, tick});
+}
+
+void CallTree::Packets::finish() {
+    m_reading->finish();
 }
 
 void CallTree::beginWith(Condition<std::uint64_t> takes) {

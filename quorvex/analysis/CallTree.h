@@ -10,6 +10,7 @@
 
 namespace Quorvex {
 
+class CPacket;
 class CTraceCursor;
 class CTraceNames;
 class TraceFile;
@@ -36,6 +37,8 @@ struct CallPath {
 /// ones is told by its function alone, as if CallTree::kOther had called it. In a thread, calls are told apart to a
 /// depth of 65536. Used by one thread at a time.
 class QUORVEX_API CallTree : public CallSummary {
+    struct Reading;
+
 public:
     /// The function of a path whose calls are those on further paths than are told apart; called by nothing.
     static constexpr std::uint64_t kOther = ~std::uint64_t{0};
@@ -54,6 +57,24 @@ public:
     /// as in the whole trace: its leave, and the calls in it, need not be taken.
     void read(TraceFile& trace, CTraceNames& names, std::uint32_t process, Condition<const CTraceCursor&> takes);
 
+    /// A trace whose packets are handed over one by one.
+    class QUORVEX_API Packets {
+    public:
+        /// Adds to a tree, and the names that the trace gives, as those of a process, to `names`. Both must outlive it.
+        Packets(CallTree& to, CTraceNames& names, std::uint32_t process);
+        Packets(const Packets&) = delete;
+        Packets& operator=(const Packets&) = delete;
+        ~Packets();
+
+        /// The next packet, an absolute one, with its tick; kUnknown64 where that is not known.
+        void add(const CPacket& packet, std::uint64_t tick);
+        /// Ends what is open: the trace has ended.
+        void finish();
+
+    private:
+        platform::Owned<Reading> m_reading;
+    };
+
     /// Lets paths begin with the functions that `takes(number)` takes, and leaves out what these did not call.
     void beginWith(Condition<std::uint64_t> takes);
     /// Turns paths round: they begin with the functions that `takes(number)` takes, and lead to those that called them.
@@ -66,7 +87,6 @@ public:
     std::vector<CallPath> paths() const;
 
 private:
-    struct Reading;
     struct Node;
     struct Paths;
 

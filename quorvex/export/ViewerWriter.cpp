@@ -46,18 +46,18 @@ constexpr Words kWords[] = {
     {Transition, "states of state machines"},
 };
 
-std::string wordsFor(tagTCode code) {
-    const auto* row = std::ranges::find(kWords, code, &Words::code);
-    return row != std::end(kWords) ? std::string(row->text)
-                                   : std::string(CTCodeInfo::TCodeToDescription(code)) + " packets";
-}
-
 } // namespace
 
 CViewerWriter::CViewerWriter(std::ostream& out, std::initializer_list<TextSort> shown, ViewerOptions options)
     : m_out(out), m_shown(shown), m_options(std::move(options)) {}
 
 CViewerWriter::~CViewerWriter() = default;
+
+std::string CViewerWriter::wordsFor(tagTCode code) {
+    const auto* row = std::ranges::find(kWords, code, &Words::code);
+    return row != std::end(kWords) ? std::string(row->text)
+                                   : std::string(CTCodeInfo::TCodeToDescription(code)) + " packets";
+}
 
 std::uint64_t CViewerWriter::unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond) {
     const std::uint64_t units = TimeBase::unitsOf(ticks, frequency(), unitsPerSecond, kLongest + 1);
@@ -233,10 +233,19 @@ void CViewerWriter::makeRoom(std::size_t most) {
     m_bodyLimit = m_bodyEnd + m_buffer.size();
 }
 
+bool CViewerWriter::readBody(std::uint64_t from, char* to, std::size_t size) {
+    bool isRead = m_body.seek(from);
+    for (std::size_t got = 0; isRead && size > 0; to += got, size -= got) {
+        got = m_body.read(to, size);
+        isRead = got > 0;
+    }
+    return isRead;
+}
+
 bool CViewerWriter::copyBody(char mark, std::uint64_t unitsPerSecond) {
     std::uint64_t inTicks = frequency() == 0 || frequency() == unitsPerSecond ? 0 : m_inTicks;
     std::uint64_t inDoubt = std::max(inTicks, m_inDoubt);
-    if (!m_body.rewind())
+    if (!m_body.seek(0))
         return false;
     std::string rest, timed, out, block(kBufferSize, '\0');
     /// The line with its time in units of the file.

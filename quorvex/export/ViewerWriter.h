@@ -77,6 +77,8 @@ public:
     /// How many times something could not be shown as it is in the trace, by reason.
     using Losses = std::map<std::string, std::uint64_t, std::less<>>;
     const Losses& losses() const { return m_losses; } ///< so far
+    /// What is said of packets of a kind for which the writer has no case.
+    static std::string wordsFor(tagTCode kind);
     /// Whether nothing of the trace is shown, because it holds nothing of that sort.
     bool isEmpty() const { return !m_showsSome; }
     /// Whether the length of a tick is known; otherwise it is shown as a nanosecond.
@@ -124,6 +126,8 @@ protected:
     /// Copies the body. Times are in units of the file from the packet on that told the clock. Those before get it now:
     /// in lines that begin with `mark` and a time, or when it is 0, with a time.
     bool copyBody(char mark, std::uint64_t unitsPerSecond);
+    /// Reads a part of the body, while the file is written; false when that fails.
+    bool readBody(std::uint64_t from, char* to, std::size_t size);
     /// Ticks in units of the file, of which there are a power of 1000 in a second; no more than viewers can show, which
     /// counts as a loss.
     std::uint64_t unitsOf(std::uint64_t ticks, std::uint64_t unitsPerSecond);

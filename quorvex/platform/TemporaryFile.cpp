@@ -27,8 +27,8 @@ bool TemporaryFile::write(const char* bytes, std::size_t size) {
     return m_good;
 }
 
-bool TemporaryFile::rewind() {
-    m_good = m_good && (!m_file.is_open() || m_file.seek(0));
+bool TemporaryFile::seek(std::uint64_t position) {
+    m_good = m_good && (!m_file.is_open() || m_file.seek(position));
     return m_good;
 }
 

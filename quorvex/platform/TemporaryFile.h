@@ -4,6 +4,7 @@
 #include "quorvex/platform/OutputFile.h"
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Quorvex::platform {
 
@@ -13,8 +14,8 @@ class QUORVEX_API TemporaryFile {
 public:
     /// False from the first write on that has failed: a part may be missing then.
     bool write(const char* bytes, std::size_t size);
-    /// Goes back to the start, to read.
-    bool rewind();
+    /// Goes to a place, to read from there.
+    bool seek(std::uint64_t position);
     /// Bytes read, 0 at the end.
     std::size_t read(char* bytes, std::size_t size);
     bool good() const { return m_good; }

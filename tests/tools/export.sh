@@ -102,7 +102,7 @@ times 0 500 100 d50 300 d200 600
 told='packets earlier than the one before them (4)' times 3 $((far - 100)) 100 200 $far f 300 400 500 600 # another frame tells nothing
 
 export_to 1 missing --to vcd -o out.vcd
-export_to 2 cut -o out.vcd
+export_to 2 cut -o out.unknown
 export_to 2 cut --to nonsense -o out.vcd
 export_to 2 cut --to btf -o out.btf --save out.gtkw
 export_to 2 cut --to vcd -o - --save out.gtkw >/dev/null

@@ -1,7 +1,10 @@
 #include "Arguments.h"
 #include "Inputs.h"
+#include "Json.h"
 #include "Output.h"
+#include "Print.h"
 #include "SaveFile.h"
+#include "TableFormat.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/Merged.h"
@@ -35,6 +38,8 @@ struct ExportOptions {
     std::vector<std::string> counters;
     ViewerOptions viewer;
     Output output;
+    bool lists = false;
+    TableFormat listFormat = TableFormat::Plain;
 };
 
 /// Takes the types of counters from NAME=TYPE.
@@ -94,7 +99,28 @@ std::string formatNames() {
     std::string list;
     for (const ViewerFormat& format : viewerFormats())
         list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", format.name, format.description);
-    return list;
+    return list + "; else the ending of -o tells";
+}
+
+/// Shows the formats, to programs also which kinds of packet they show.
+ExitCode list(ExportOptions& options) {
+    options.output.check({});
+    std::ostream& out = options.output.target().open();
+    for (const ViewerFormat& format : viewerFormats()) {
+        if (options.listFormat == TableFormat::JSON) {
+            std::vector<std::string> kinds;
+            for (const tagTCode kind : format.shownKinds())
+                kinds.emplace_back(CTCodeInfo::TCodeToName(kind));
+            JsonLine line;
+            line.add("format", format.name).add("description", format.description);
+            line.add("endings", std::vector<std::string>(format.endings.begin(), format.endings.end()));
+            out << line.add("shows", kinds).text();
+        } else {
+            qvx::print(out, "{:<12}{:<40}{}\n", format.name, format.description, fmt::join(format.endings, " "));
+        }
+    }
+    options.output.target().commit();
+    return Done;
 }
 
 std::string listOf(const CViewerWriter::Losses& losses) {
@@ -106,7 +132,11 @@ std::string listOf(const CViewerWriter::Losses& losses) {
 
 ExitCode exportTo(ExportOptions& options) {
     const std::vector<std::string> files = options.inputs.files();
-    options.output.check(files);
+    DirectoryTarget* directory = nullptr;
+    if (options.format->metadata)
+        directory = &options.output.checkDirectory(files, {"stream", "metadata"});
+    else
+        options.output.check(files);
     Target& target = options.output.target();
     std::optional<SaveFile> save;
     if (!options.save.empty()) {
@@ -120,12 +150,15 @@ ExitCode exportTo(ExportOptions& options) {
     merged.extendTicks();
     clocks.tell(merged);
     addAll(merged, files);
-    std::ostream& out = target.open();
+    if (directory)
+        directory->open();
+    else
+        target.open();
     if (save)
         save->open();
     options.viewer.inputs = fmt::format("{}", fmt::join(files, " "));
     options.viewer.recordedUntil = lastWritten(files);
-    const std::unique_ptr<CViewerWriter> writer = options.format->make(out, options.viewer);
+    const std::unique_ptr<CViewerWriter> writer = options.format->make(target.stream(), options.viewer);
 
     bool good = true;
     while (const PacketPointer packet = good ? merged.next() : nullptr) {
@@ -150,7 +183,12 @@ ExitCode exportTo(ExportOptions& options) {
         throw Failure(target.name(), "would show nothing: the traces hold nothing that it could");
     if (save)
         save->write(target.name(), dynamic_cast<const CVCDWriter&>(*writer));
-    target.commit();
+    if (directory) {
+        directory->file(1).stream() << options.format->metadata(*writer);
+        directory->commit();
+    } else {
+        target.commit();
+    }
     if (save)
         save->commit();
     if (!losses.empty()) {
@@ -169,11 +207,11 @@ ExitCode exportTo(ExportOptions& options) {
 void addExport(Program& program) {
     auto options = std::make_shared<ExportOptions>();
     Verb verb = program.add("export", "Write traces in the formats of other viewers");
-    options->inputs.addTo(verb, "Traces, or directories of *.qvx, merged by time; - for standard input");
+    options->inputs.addTo(verb, "Traces, or directories of *.qvx, merged by time; - for standard input", false);
     std::vector<std::pair<std::string, const ViewerFormat*>> formats;
     for (const ViewerFormat& format : viewerFormats())
         formats.emplace_back(format.name, &format);
-    verb.choice("--to", options->format, formats, formatNames().c_str()).required();
+    verb.choice("--to", options->format, formats, formatNames().c_str());
     verb.flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
     verb.option("--save", options->save,
                 "(vcd) Also write FILE, which sets the viewer GTKWave up, and names beside it");
@@ -186,10 +224,21 @@ void addExport(Program& program) {
         versions.emplace_back(version, version);
     verb.choice("--btf-version", options->viewer.btfVersion, versions, "(btf) Write that version of the format",
                 "VERSION");
-    options->output.addOptions(verb, true);
+    verb.flag("--list", options->lists, "Show the formats");
+    verb.choice("--format", options->listFormat, {{"text", TableFormat::Plain}, {"json", TableFormat::JSON}},
+                "(--list) text (default), json: a format a line, with what it shows");
+    options->output.addOptions(verb);
     verb.footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
                 "What the target cannot show is counted, told, and gives exit code 3.");
     verb.runs([options] {
+        if (options->lists)
+            return list(*options);
+        if (options->inputs.empty())
+            throw Misuse("FILES", "is required");
+        if (!options->format)
+            options->format = viewerFormatOf(options->output.path());
+        if (!options->format)
+            throw Misuse("--to", "is required, because the ending of the output names no format");
         if (!options->save.empty() && (options->format->name != "vcd" || !options->output.isNamed()))
             throw Misuse("--save", "goes with --to vcd and a named file");
         takeCounters(options->counters, options->viewer);

@@ -9,6 +9,7 @@
 #include "Verbs.h"
 #include "quorvex/analysis/CallTree.h"
 #include "quorvex/analysis/TraceNames.h"
+#include "quorvex/export/FoldedWriter.h"
 #include "quorvex/format/Glob.h"
 
 #include <fmt/format.h>
@@ -38,13 +39,6 @@ struct GraphOptions {
     Selection time, place;
     Output output;
 };
-
-/// A name as it can stand in a line of folded stacks, between semicolons.
-std::string foldedText(const std::string& name) {
-    std::string text = shown(name);
-    std::ranges::replace(text, ';', ':');
-    return text;
-}
 
 class Graph {
 public:
@@ -140,10 +134,7 @@ private:
         return hidden;
     }
 
-    std::string nameOf(const CallPath& path) const {
-        return path.function == CallTree::kOther ? "(other paths)"
-                                                 : m_names.nameOrId(TextSort::Function, path.function);
-    }
+    std::string nameOf(const CallPath& path) const { return FoldedStacks::nameOf(path, m_names); }
     std::string nameOfThread(const CallPath& path) const {
         const std::string file = m_files.size() > 1 ? " of " + m_files[path.process] : "";
         return "thread " + (isUnknown(FieldMeaning::Context, path.thread) ? "unknown" : std::to_string(path.thread)) +
@@ -174,20 +165,10 @@ private:
     }
 
     void printFolded(std::ostream& out, const std::vector<CallPath>& paths) const {
-        std::vector<std::size_t> ends; // of the names on the stack, as they stand in the line
-        std::string line;
-        for (const CallPath& path : paths) {
-            ends.resize(path.depth);
-            line.resize(ends.empty() ? 0 : ends.back());
-            if (ends.empty() && m_options.byThread)
-                line = foldedText(nameOfThread(path));
-            if (!line.empty())
-                line += ';';
-            line += foldedText(nameOf(path));
-            ends.push_back(line.size());
-            if (path.self > 0)
-                qvx::print(out, "{} {}\n", line, path.self);
-        }
+        FoldedStacks::write(
+            paths, [this](const CallPath& path) { return nameOf(path); },
+            [this](const CallPath& path) { return m_options.byThread ? nameOfThread(path) : std::string(); },
+            [&out](const std::string& line) { out << line; });
     }
 
     void printJson(std::ostream& out, const std::vector<CallPath>& paths) const {

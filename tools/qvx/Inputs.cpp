@@ -47,8 +47,9 @@ bool isBefore(const std::string& oneName, const std::string& otherName) {
 
 } // namespace
 
-Option Inputs::addTo(Verb& verb, const char* help) {
-    return verb.option("FILES", m_given, help).required();
+Option Inputs::addTo(Verb& verb, const char* help, bool isRequired) {
+    Option files = verb.option("FILES", m_given, help);
+    return isRequired ? files.required() : files;
 }
 
 std::vector<std::string> Inputs::filesOf(const std::vector<std::string>& allGiven) {

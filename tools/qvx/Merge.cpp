@@ -54,7 +54,7 @@ public:
 
     std::istream& fromStart() {
         setg(nullptr, nullptr, nullptr);
-        check(m_file.rewind());
+        check(m_file.seek(0));
         m_stream.clear();
         return m_stream;
     }

@@ -4,8 +4,10 @@
 #include "Verbs.h"
 #include "quorvex/platform/System.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <system_error>
 
 namespace qvx {
 
@@ -94,7 +96,11 @@ void Target::fail(int error) const {
 }
 
 std::ostream& Target::open() {
-    if (m_isFile && !m_file.create(directoryOf(m_path)))
+    return open(directoryOf(m_path));
+}
+
+std::ostream& Target::open(const std::string& directory) {
+    if (m_isFile && !m_file.create(directory))
         throw Failure(m_name, "no file can be made in its directory: " + Quorvex::platform::errorText(m_file.error()));
     if (!m_file.is_open() && !m_file.open(m_path))
         fail(m_file.error());
@@ -189,6 +195,52 @@ Target::Buffer::pos_type Target::Buffer::seekpos(pos_type position, std::ios::op
     return position;
 }
 
+DirectoryTarget::DirectoryTarget(const std::string& path, bool force, Claims& claims,
+                                 const std::vector<std::string>& names)
+    : m_path(path) {
+    namespace fs = std::filesystem;
+    while (m_path.size() > 1 && fs::path(m_path).filename().empty())
+        m_path = fs::path(m_path).parent_path().string();
+    const FileStatus status = FileStatus::of(m_path);
+    if (path == "-" || (status.sort != FileStatus::Missing && status.sort != FileStatus::Directory))
+        throw Failure(path == "-" ? "standard output" : path, "is no directory, which the format needs");
+    if (status.sort == FileStatus::Directory && !force)
+        throw Failure(path, "exists; use --force to overwrite it");
+    std::error_code error;
+    for (fs::directory_iterator at(m_path, error); !error && at != fs::directory_iterator(); at.increment(error)) {
+        if (std::ranges::find(names, at->path().filename().string()) == names.end())
+            throw Failure(at->path().string(), "is in the way: readers of the format would take it for a part");
+    }
+    for (const std::string& name : names)
+        m_files.push_back(std::make_unique<Target>((fs::path(m_path) / name).string(), force, claims));
+}
+
+void DirectoryTarget::open() {
+    for (const auto& file : m_files)
+        file->open(directoryOf(m_path));
+}
+
+void DirectoryTarget::commit() {
+    namespace fs = std::filesystem;
+    for (const auto& file : m_files)
+        file->finish();
+    std::error_code error;
+    const bool isNew = fs::create_directory(m_path, error);
+    if (error)
+        throw Failure(m_path, error.message());
+    std::size_t placed = 0;
+    try {
+        for (; placed < m_files.size(); ++placed)
+            m_files[placed]->commit();
+    } catch (...) {
+        while (isNew && placed > 0)
+            fs::remove(m_files[--placed]->name(), error);
+        if (isNew)
+            fs::remove(m_path, error);
+        throw;
+    }
+}
+
 void Output::addOptions(Verb& verb, bool required) {
     Option path =
         verb.option("-o,--output", m_path,
@@ -228,6 +280,13 @@ void Output::check(const std::vector<std::string>& inputs) {
     for (const std::string& input : inputs)
         m_claims.read(input);
     m_target = std::make_unique<Target>(m_path, m_force, m_claims);
+}
+
+DirectoryTarget& Output::checkDirectory(const std::vector<std::string>& inputs, const std::vector<std::string>& names) {
+    for (const std::string& input : inputs)
+        m_claims.read(input);
+    m_directory = std::make_unique<DirectoryTarget>(m_path, m_force, m_claims, names);
+    return *m_directory;
 }
 
 } // namespace qvx

@@ -44,8 +44,10 @@ public:
     /// Whether it is a file, which can also be gone back in.
     bool isFile() const { return m_isFile; }
     const std::string& name() const { return m_name; }
-    /// Opens it, or makes the file that will be put in its place.
-    std::ostream& open();
+    /// Opens it, or makes the file that will be put in its place; that is made in `directory`, on the same file system,
+    /// where that of the target may not be there yet.
+    std::ostream& open(const std::string& directory);
+    std::ostream& open(); ///< makes it in the directory of the target
     std::ostream& stream() { return m_stream; }
     /// The file, once it is open, for those who write it at positions by themselves and read it again; not both ways.
     Quorvex::platform::OutputFile& file() { return m_file; }
@@ -96,6 +98,23 @@ private:
     std::ostream m_stream;
 };
 
+/// A directory that consists of some files, as output: it comes to stand under its name when they are all whole. One
+/// that exists is taken only if `force` says so and no other files are in it; then these are replaced, one after the
+/// other. All functions throw Failure.
+class DirectoryTarget {
+public:
+    DirectoryTarget(const std::string& path, bool force, Claims& claims, const std::vector<std::string>& names);
+
+    void open(); ///< all files
+    /// One of them, in the order of their names.
+    Target& file(std::size_t index) { return *m_files[index]; }
+    void commit(); ///< puts all in place
+
+private:
+    std::string m_path;
+    std::vector<std::unique_ptr<Target>> m_files;
+};
+
 /// The options -o and -f of a verb, and the target that they tell of.
 class Output {
 public:
@@ -107,15 +126,18 @@ public:
     void check(const std::vector<std::string>& inputs);
     /// The same for a text that people read: on a terminal it goes through a pager, unless they do not want that.
     void checkForPeople(const std::vector<std::string>& inputs);
+    /// The same for a directory that consists of files of those names; target() is the first of them.
+    DirectoryTarget& checkDirectory(const std::vector<std::string>& inputs, const std::vector<std::string>& names);
     /// Whether all that is written goes to a terminal.
     bool isTerminal() const;
     /// Whether texts have colours.
     bool isColored() const;
     /// What has been claimed so far.
     Claims& claims() { return m_claims; }
-    Target& target() { return *m_target; }
+    Target& target() { return m_directory ? m_directory->file(0) : *m_target; }
     /// Whether the target has a name, or is standard output.
     bool isNamed() const { return m_path != "-"; }
+    const std::string& path() const { return m_path; } ///< as it was given
     bool force() const { return m_force; }
 
 private:
@@ -129,6 +151,7 @@ private:
     Quorvex::platform::Pager m_pager; ///< goes last
     Claims m_claims;
     std::unique_ptr<Target> m_target;
+    std::unique_ptr<DirectoryTarget> m_directory; ///< in its place
 };
 
 } // namespace qvx

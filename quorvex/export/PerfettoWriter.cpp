@@ -1,0 +1,198 @@
+#include "quorvex/export/PerfettoWriter.h"
+
+#include "quorvex/export/JsonText.h"
+#include "quorvex/platform/LittleEndian.h"
+
+#include <cstring>
+#include <set>
+
+namespace Quorvex {
+
+namespace {
+
+// Numbers of fields, by the messages that they are of.
+enum Trace : std::uint32_t { Packet = 1 };
+enum TracePacket : std::uint32_t {
+    PacketTimestamp = 8,
+    SequenceId = 10,
+    PacketTrackEvent = 11,
+    PacketInternedData = 12,
+    SequenceFlags = 13,
+    PacketTrackDescriptor = 60,
+    FirstPacketOnSequence = 87,
+};
+enum InternedData : std::uint32_t { EventNames = 2 };
+enum EventName : std::uint32_t { Iid = 1, Name = 2 };
+enum TrackDescriptor : std::uint32_t {
+    Uuid = 1,
+    TrackName = 2,
+    Process = 3,
+    Thread = 4,
+    ParentUuid = 5,
+    Counter = 8,
+    SiblingMergeBehavior = 15,
+};
+enum ProcessDescriptor : std::uint32_t { ProcessPid = 1, ProcessName = 6 };
+enum ThreadDescriptor : std::uint32_t { ThreadPid = 1, ThreadTid = 2, ThreadName = 5 };
+enum CounterDescriptor : std::uint32_t { UnitName = 6 };
+enum TrackEvent : std::uint32_t {
+    DebugAnnotations = 4,
+    EventType = 9,
+    NameIid = 10,
+    TrackUuid = 11,
+    EventOwnName = 23,
+    EventValue = 30,
+    EventDoubleValue = 44,
+};
+enum DebugAnnotation : std::uint32_t { UintValue = 3, IntValue = 4, StringValue = 6, AnnotationName = 10 };
+
+constexpr std::uint64_t kStateCleared = 1, kNeedsState = 2; ///< SequenceFlags
+constexpr std::uint64_t kMergeNone = 2;                     ///< SiblingMergeBehavior
+/// EventType, by the type of a fact.
+constexpr std::uint64_t kEventTypes[] = {1, 2, 3, 4};
+/// Names are told in packets of about that size.
+constexpr std::size_t kNamesAtOnce = 0x8000;
+constexpr std::size_t kMostVarint = 10;
+
+char* putVarint(char* to, std::uint64_t value) {
+    for (; value >= 0x80; value >>= 7)
+        *to++ = static_cast<char>(value | 0x80);
+    *to++ = static_cast<char>(value);
+    return to;
+}
+char* putNumber(char* to, std::uint32_t field, std::uint64_t value) {
+    return putVarint(putVarint(to, std::uint64_t{field} << 3), value);
+}
+
+void addVarint(std::string& to, std::uint64_t value) {
+    char bytes[kMostVarint];
+    to.append(bytes, putVarint(bytes, value));
+}
+void addNumber(std::string& to, std::uint32_t field, std::uint64_t value) {
+    char bytes[2 * kMostVarint];
+    to.append(bytes, putNumber(bytes, field, value));
+}
+void addBytes(std::string& to, std::uint32_t field, std::string_view bytes) {
+    addVarint(to, std::uint64_t{field} << 3 | 2);
+    addVarint(to, bytes.size());
+    to += bytes;
+}
+/// A text: well-formed UTF-8.
+void addText(std::string& to, std::uint32_t field, std::string_view text) {
+    addBytes(to, field, wellFormed(text));
+}
+
+/// A packet of the file, which stands on the only sequence.
+std::string packetOf(std::uint32_t field, std::string_view message, std::uint64_t flags) {
+    std::string packet;
+    addNumber(packet, SequenceId, 1);
+    addNumber(packet, SequenceFlags, flags);
+    if (flags == kStateCleared)
+        addNumber(packet, FirstPacketOnSequence, 1);
+    else
+        addBytes(packet, field, message);
+    std::string framed;
+    addBytes(framed, Packet, packet);
+    return framed;
+}
+
+} // namespace
+
+void CPerfettoWriter::startFile() {
+    add(packetOf(0, {}, kStateCleared));
+    std::string names, message;
+    const auto tellNames = [&] {
+        if (!names.empty())
+            add(packetOf(PacketInternedData, names, kNeedsState));
+        names.clear();
+    };
+    for (std::size_t i = 0; i < labels().size(); ++i) {
+        message.clear();
+        addNumber(message, Iid, i + 1);
+        addText(message, Name, labels()[i]);
+        addBytes(names, EventNames, message);
+        if (names.size() >= kNamesAtOnce)
+            tellNames();
+    }
+    tellNames();
+    std::set<std::uint32_t> told;
+    for (std::uint32_t i = 0; i < tracks().size(); ++i) {
+        const Track& track = tracks()[i];
+        std::string its;
+        if (track.group > 0 && told.insert(track.group).second) {
+            message.clear();
+            addNumber(message, ProcessPid, track.group);
+            addText(message, ProcessName, groups()[track.group].empty() ? "trace" : groups()[track.group]);
+            addNumber(its, Uuid, processTrack(track.group));
+            addBytes(its, Process, message);
+            add(packetOf(PacketTrackDescriptor, its, kNeedsState));
+            its.clear();
+        }
+        addNumber(its, Uuid, i + 1);
+        if (track.group > 0 && track.number > 0) {
+            message.clear();
+            addNumber(message, ThreadPid, track.group);
+            addNumber(message, ThreadTid, track.number);
+            addText(message, ThreadName, track.name);
+            addBytes(its, Thread, message);
+        } else {
+            addText(its, TrackName, track.name);
+            if (track.group > 0)
+                addNumber(its, ParentUuid, processTrack(track.group));
+            addNumber(its, SiblingMergeBehavior, kMergeNone);
+        }
+        if (track.form != Form::None && track.form != Form::Text) {
+            message.clear();
+            if (!track.unit.empty())
+                addText(message, UnitName, track.unit);
+            addBytes(its, Counter, message);
+        }
+        add(packetOf(PacketTrackDescriptor, its, kNeedsState));
+    }
+}
+
+void CPerfettoWriter::write(const Fact& fact) {
+    char event[0x50];
+    char* end = putNumber(event, EventType, kEventTypes[unsigned(fact.type)]);
+    end = putNumber(end, TrackUuid, fact.track + std::uint64_t{1});
+    if (fact.type == Type::Value && fact.value.form == Form::Real) {
+        end = putVarint(end, EventDoubleValue << 3 | 1);
+        storeLittleEndian(end, fact.value.number);
+        end += 8;
+    } else if (fact.type == Type::Value) {
+        end = putNumber(end, EventValue, fact.value.number);
+    } else if (fact.type != Type::End && fact.label != kNoLabel) {
+        end = putNumber(end, NameIid, fact.label + std::uint64_t{1});
+    }
+    std::string_view message(event, static_cast<std::size_t>(end - event));
+    std::string longer;
+    if ((fact.type != Type::End && fact.label == kNoLabel && fact.type != Type::Value) || !fact.more.empty()) {
+        longer = message;
+        if (fact.label == kNoLabel)
+            addText(longer, EventOwnName, fact.name);
+        std::string annotation;
+        eachField(fact, [&](const Field& field) {
+            annotation.clear();
+            addText(annotation, AnnotationName, field.name);
+            if (field.form == Form::Text)
+                addText(annotation, StringValue, field.text);
+            else
+                addNumber(annotation, field.form == Form::Signed ? IntValue : UintValue, field.number);
+            addBytes(longer, DebugAnnotations, annotation);
+        });
+        message = longer;
+    }
+    char head[0x40];
+    char* to = putNumber(head, PacketTimestamp, fact.time);
+    to = putNumber(to, SequenceId, 1);
+    to = putNumber(to, SequenceFlags, kNeedsState);
+    to = putVarint(putVarint(to, PacketTrackEvent << 3 | 2), message.size());
+    const auto headSize = static_cast<std::size_t>(to - head);
+    to = room(2 * kMostVarint + headSize + message.size());
+    to = putVarint(putVarint(to, Packet << 3 | 2), headSize + message.size());
+    std::memcpy(to, head, headSize);
+    std::memcpy(to + headSize, message.data(), message.size());
+    ends(to + headSize + message.size());
+}
+
+} // namespace Quorvex
