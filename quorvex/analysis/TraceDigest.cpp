@@ -6,11 +6,13 @@
 
 namespace Quorvex {
 
-std::string digestOf(TraceFile& trace) {
+std::string digestOf(TraceFile& trace, const std::function<bool(const CTraceCursor&)>& takes) {
     TraceEvents events(trace);
     Sha256 sum;
-    while (events.next())
-        sum.add(events.bytes());
+    while (events.next()) {
+        if (!takes || takes(events.packet()))
+            sum.add(events.bytes());
+    }
     std::string digits;
     for (const unsigned char byte : sum.finish()) {
         char text[2];

@@ -7,12 +7,14 @@
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/FileKind.h"
 #include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/ReadWatch.h"
 #include "quorvex/stream/TraceReaderPlain.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <streambuf>
 #include <string_view>
@@ -31,30 +33,30 @@ constexpr unsigned kHead = kPageSize;
 class HeadedBuffer : public std::streambuf {
 public:
     /// Takes kHead bytes of `rest` at a time, which must outlive this.
-    explicit HeadedBuffer(std::streambuf& rest) : m_rest(rest), m_bytes(kHead, '\0') {}
+    explicit HeadedBuffer(std::streambuf& rest) : m_rest(rest), m_bytes(new char[kHead]) {}
     /// The bytes that were taken last.
     std::string_view head() const { return {eback(), static_cast<std::size_t>(egptr() - eback())}; }
 
 protected:
     int_type underflow() override {
-        const auto count = m_rest.sgetn(m_bytes.data(), static_cast<std::streamsize>(m_bytes.size()));
-        setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + std::max<std::streamsize>(count, 0));
+        const auto count = m_rest.sgetn(m_bytes.get(), kHead);
+        setg(m_bytes.get(), m_bytes.get(), m_bytes.get() + std::max<std::streamsize>(count, 0));
         return gptr() == egptr() ? traits_type::eof() : traits_type::to_int_type(*gptr());
     }
 
 private:
     std::streambuf& m_rest;
-    std::string m_bytes;
+    std::unique_ptr<char[]> m_bytes; // of which a short stream uses little
 };
 
 /// A file that is read in portions of no more than that many bytes.
-class PortionedFile : public CTraceSourceBufferFile {
+class PortionedFile : public Watched<CTraceSourceBufferFile> {
 public:
-    explicit PortionedFile(unsigned portion) : m_portion(portion) {}
+    PortionedFile(ReadWatch* watch, unsigned portion) : Watched(watch), m_portion(portion) {}
 
-    using CTraceSourceBufferFile::read;
+    using Watched::read;
     bool read(char* dst, unsigned count, unsigned& got) override {
-        return CTraceSourceBufferFile::read(dst, std::min(count, m_portion), got);
+        return Watched::read(dst, std::min(count, m_portion), got);
     }
 
 private:
@@ -184,8 +186,6 @@ void TraceFile::open() {
         // A regular file is opened by the first packet that is asked for: thousands may wait for that.
         if (m_isRegular)
             m_input.reset();
-        else
-            openBinary();
         break;
     case FileKind::Unknown:
         fail("does not look like a trace");
@@ -196,12 +196,13 @@ void TraceFile::openBinary() {
     if (m_isRegular)
         m_open = openAt(m_end, m_contexts);
     else
-        m_open = platform::makeOwned<Binary>(platform::makeOwned<CTraceSourceBufferStream>(m_input->stream()),
-                                             std::uint64_t{0}, m_contexts);
+        m_open = platform::makeOwned<Binary>(
+            platform::makeOwned<Watched<CTraceSourceBufferStream>>(m_watch, m_input->stream()), std::uint64_t{0},
+            m_contexts);
 }
 
 platform::Owned<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {
-    auto file = platform::makeOwned<PortionedFile>(m_portion);
+    auto file = platform::makeOwned<PortionedFile>(m_watch, m_portion);
     unsigned got = 0;
     if (!file->open(name().c_str()))
         fail(platform::errorText(file->error()));
@@ -302,7 +303,10 @@ void TraceFile::walkRest(detail::PartsWork& work, const TraceShares& shares, con
     const std::uint64_t size = m_isRegular && !m_open->isJoined ? m_open->source->size() : 0;
     const OpensTraceBy open(
         [this](std::uint64_t position, const CContexts& contexts) { return openAt(position, contexts); });
-    const TraceWalk walk = detail::walkInParts(*m_open, size, open, work, shares);
+    TraceShares own = shares;
+    if (own.threads == 0)
+        own.threads = m_threads;
+    const TraceWalk walk = detail::walkInParts(*m_open, size, open, work, own);
     m_signs = signs;
     finish(walk);
 }

@@ -15,6 +15,8 @@
 
 namespace Quorvex {
 
+class ReadWatch;
+
 /// Gives packets back to the packet factory.
 struct ReleasePacket {
     void operator()(CPacket* packet) const { delete packet; }
@@ -67,6 +69,15 @@ public:
     bool pause();
     /// Makes reads small: `bytes` at a time in place of a whole block. For those who pause after a few packets.
     void readAtATime(unsigned bytes) { m_portion = bytes; }
+    /// Has no more threads than that walk in parts, where that is not said there; 0: one a processor.
+    void shareAmong(unsigned threads) { m_threads = threads; }
+    /// Tells the watch, which must outlive this, of the bytes of a binary trace as they are read. To be said before the
+    /// first packet is asked for.
+    void watchBy(ReadWatch& watch) { m_watch = &watch; }
+
+protected:
+    /// Throws why the file, or the stream, could not be read: a TraceError, unless a stream knows better.
+    [[noreturn]] virtual void failToRead() const;
 
 private:
     class Input;
@@ -110,12 +121,11 @@ private:
 
     /// Opens the file for the first time: it may be anything.
     void open();
-    /// Opens a file that is known to be a trace, where the last packet has ended.
+    /// Opens a file that is known to be a trace, where the last packet has ended, or the stream.
     void openBinary();
     /// Opens a regular file that is known to be a trace at a position.
     platform::Owned<Binary> openAt(std::uint64_t position, const CContexts& contexts) const;
     [[noreturn]] void fail(std::string reason) const;
-    [[noreturn]] void failToRead() const;
     PacketPointer nextOfTable();
     bool advanceInTable();
     /// Counts the rows of the table that could not be read and that stand before what is at m_end.
@@ -139,7 +149,9 @@ private:
     std::uint64_t m_end = 0;
     std::uint64_t m_size = 0;
     std::uint64_t m_bytesNoted = 0; ///< of damage since the file was opened
+    ReadWatch* m_watch = nullptr;
     unsigned m_portion = ~0U;
+    unsigned m_threads = 0;
     bool m_isRegular = false; ///< the file can be gone back in
     bool m_isAhead = false;   ///< advance() has gone to a packet that next() could not make
     Signs m_signs;

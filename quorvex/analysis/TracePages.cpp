@@ -5,6 +5,7 @@
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/ReadWatch.h"
 #include "quorvex/stream/TraceParts.h"
 #include "quorvex/stream/TraceSourceBufferFile.h"
 
@@ -36,15 +37,15 @@ bool hasTick(const CTraceCursor& packet, std::uint64_t& tick) {
 }
 
 /// What a file holds before a place in it.
-class FileUntil : public CTraceSourceBufferFile {
+class FileUntil : public Watched<CTraceSourceBufferFile> {
 public:
-    explicit FileUntil(std::uint64_t count) : m_left(count) {}
+    FileUntil(ReadWatch* watch, std::uint64_t count) : Watched(watch), m_left(count) {}
 
-    using CTraceSourceBufferFile::read;
+    using Watched::read;
     bool read(char* dst, unsigned count, unsigned& got) override {
         const auto wanted = static_cast<unsigned>(std::min<std::uint64_t>(count, m_left));
         got = 0;
-        const bool isRead = wanted > 0 && CTraceSourceBufferFile::read(dst, wanted, got);
+        const bool isRead = wanted > 0 && Watched::read(dst, wanted, got);
         m_left -= got;
         return isRead;
     }
@@ -61,7 +62,9 @@ struct FramePart {
 
 } // namespace
 
-struct TracePages::File : CTraceSourceBufferFile {};
+struct TracePages::File : Watched<CTraceSourceBufferFile> {
+    File() : Watched(nullptr) {}
+};
 
 TracePages::TracePages(std::string path) : m_path(std::move(path)), m_file(platform::makeOwned<File>()) {
     if (!m_file->open(m_path))
@@ -70,6 +73,11 @@ TracePages::TracePages(std::string path) : m_path(std::move(path)), m_file(platf
 }
 
 TracePages::~TracePages() = default;
+
+void TracePages::watchBy(ReadWatch& watch) {
+    m_watch = &watch;
+    m_file->watchBy(watch);
+}
 
 bool TracePages::isRecording() const {
     return m_file->is_joined();
@@ -80,7 +88,7 @@ std::uint64_t TracePages::count() const {
 }
 
 platform::Owned<TraceAt> TracePages::openAt(std::uint64_t from, std::uint64_t to, const CContexts& contexts) const {
-    auto file = platform::makeOwned<FileUntil>(to - from);
+    auto file = platform::makeOwned<FileUntil>(m_watch, to - from);
     unsigned got = 0;
     if (!file->open(m_path))
         throw TraceError(m_path, platform::errorText(file->error()));
@@ -185,6 +193,7 @@ TraceState TracePages::stateAt(std::uint64_t place) {
         const auto note = [](TraceState& its, const CTraceCursor& packet) { its.note(packet); };
         detail::PartsOf<TraceState, decltype(note)> work(state, note);
         TraceShares shares;
+        shares.threads = m_threads;
         shares.most = 4;
         const auto first = openAt(0, place, CContexts());
         if (detail::walkInParts(*first, size, open, work, shares).hasFailed)
@@ -229,7 +238,9 @@ bool TracePages::holdsFrames(std::uint64_t from, std::uint64_t to, const TraceFr
     };
     detail::PartsOf<FramePart, decltype(note)> work(part, note);
     const auto first = openAt(from, to, CContexts());
-    detail::walkInParts(*first, m_file->is_joined() ? 0 : to, open, work, TraceShares());
+    TraceShares shares;
+    shares.threads = m_threads;
+    detail::walkInParts(*first, m_file->is_joined() ? 0 : to, open, work, shares);
     return part.frame.isTold;
 }
 

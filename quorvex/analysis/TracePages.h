@@ -11,6 +11,7 @@
 
 namespace Quorvex {
 
+class ReadWatch;
 class TracePiece;
 struct TraceAt;
 
@@ -23,6 +24,11 @@ public:
     TracePages(const TracePages&) = delete;
     TracePages& operator=(const TracePages&) = delete;
     virtual ~TracePages();
+
+    /// Has no more threads than that walk at a time; 0: one a processor.
+    void shareAmong(unsigned threads) { m_threads = threads; }
+    /// Tells the watch, which must outlive this, of the bytes that are read.
+    void watchBy(ReadWatch& watch);
 
     const std::string& name() const { return m_path; }
     std::uint64_t size() const { return m_size; } ///< bytes
@@ -67,6 +73,8 @@ private:
     std::string m_path;
     platform::Owned<File> m_file;
     std::uint64_t m_size = 0;
+    ReadWatch* m_watch = nullptr;
+    unsigned m_threads = 0;
     TraceDamage m_damage;
     std::uint64_t m_stoppedAt = kUnknown64;
 };

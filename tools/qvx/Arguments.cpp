@@ -59,8 +59,11 @@ Option Verb::option(const char* name, std::optional<std::string>& value, const c
     return add(m_verb, name, value, help, type);
 }
 
-Option Verb::option(const char* name, std::vector<std::string>& values, const char* help, const char* type) {
+Option Verb::option(const char* name, std::vector<std::string>& values, const char* help, const char* type,
+                    const std::vector<std::string>& words) {
     Option option = add(m_verb, name, values, help, type);
+    if (!words.empty())
+        m_program.m_words[option.m_option] = words;
     if (name[0] == '-')
         option.m_option->allow_extra_args(false); // what follows the value is something else
     return option;
@@ -94,7 +97,7 @@ Option Verb::chooseNumber(const char* name, std::function<void(unsigned)> take,
     return Option(option);
 }
 
-void Verb::footer(const char* text) {
+void Verb::footer(const std::string& text) {
     m_verb.footer(text);
 }
 

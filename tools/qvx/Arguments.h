@@ -55,7 +55,9 @@ public:
     Option flag(const char* name, bool& value, const char* help);
     Option option(const char* name, std::string& value, const char* help, const char* type = "FILE");
     Option option(const char* name, std::optional<std::string>& value, const char* help, const char* type = "FILE");
-    Option option(const char* name, std::vector<std::string>& values, const char* help, const char* type = "FILE");
+    /// With words that it may take among other values, for those who complete what is typed.
+    Option option(const char* name, std::vector<std::string>& values, const char* help, const char* type = "FILE",
+                  const std::vector<std::string>& words = {});
     Option option(const char* name, std::uint64_t& value, const char* help, const char* type = "N");
     /// One of some words, each of which stands for a value.
     template <class Value>
@@ -69,7 +71,7 @@ public:
         return chooseNumber(name, take, numbers, help, type);
     }
     /// Stands below the help: an example, and what else is to be said.
-    void footer(const char* text);
+    void footer(const std::string& text);
     void runs(std::function<ExitCode()> action);
 
 private:

@@ -1,7 +1,9 @@
 #include "Arguments.h"
 #include "Output.h"
+#include "Selection.h"
 #include "TraceInput.h"
 #include "TraceOutput.h"
+#include "TracePart.h"
 #include "Verbs.h"
 #include "quorvex/analysis/Unpaged.h"
 #include "quorvex/factory/PacketFactory.h"
@@ -25,6 +27,7 @@ using namespace Quorvex;
 struct ConvertOptions {
     std::vector<std::string> files;
     TraceShape shape;
+    Selection selection;
     Output output;
 };
 
@@ -120,17 +123,18 @@ public:
     }
 
     ExitCode run() {
+        m_options.selection.begin(m_options.files);
         ExitCode exitCode = Done;
-        for (const std::string& file : m_options.files) {
-            TraceInput input(file);
-            Unpaged source(input);
-            m_isLast = &file == &m_options.files.back();
+        for (std::size_t file = 0; file < m_options.files.size(); ++file) {
+            const std::unique_ptr<TraceFile> input = openSelected(m_options.files, file, m_options.selection);
+            Unpaged source(*input);
+            m_isLast = file + 1 == m_options.files.size();
             if (m_options.shape.absolute || m_options.shape.relative)
-                writeAll(input, AbsoluteForm(source));
+                writeAll(*input, AbsoluteForm(source));
             else
-                writeAll(input, SameForm(source, m_written));
-            m_bytes += input.size();
-            if (const ExitCode damage = input.reportDamage(); damage != Done)
+                writeAll(*input, SameForm(source, m_written));
+            m_bytes += input->size();
+            if (const ExitCode damage = reportDamage(*input); damage != Done)
                 exitCode = damage;
         }
         const std::uint64_t size = m_output->commit();
@@ -142,10 +146,12 @@ public:
     }
 
 private:
-    template <class Form> void writeAll(const TraceInput& input, Form form) {
+    template <class Form> void writeAll(const TraceFile& input, Form form) {
         while (PacketPointer packet = form.next()) {
             if (packet->TraceCode() == EndOfTrace && !m_isLast)
                 continue; // the trace goes on
+            if (auto* enabled = m_isPart ? packetAs<CTraceEnabled>(*packet) : nullptr)
+                enabled->FrameLen(0); // it is put in at its end
             ++m_packets;
             m_output->write(std::move(packet), input.name(), input.offset());
         }
@@ -157,6 +163,7 @@ private:
     ConvertOptions& m_options;
     std::optional<TraceOutput> m_output;
     CContexts m_written;
+    bool m_isPart = m_options.selection.isAsked();
     bool m_isLast = true; ///< no file follows
     std::uint64_t m_packets = 0;
     std::uint64_t m_bytes = 0;
@@ -169,13 +176,15 @@ void addConvert(Program& program) {
     Verb verb = program.add("convert", "Change the layout or the form of traces");
     verb.option("FILES", options->files, "Trace files, or plain tables as dump shows them; - for standard input")
         .required();
+    options->selection.addTo(verb, Selection::OfTrace);
     options->shape.addTo(verb);
     options->output.addOptions(verb, true);
     verb.footer(
         "Example: qvx convert thread_4711.qvx -o small.qvx --relative\n"
         "What is written is plain, and packets keep their form, unless options say otherwise. Several files are\n"
         "written one after the other as they are; `qvx cat` joins the parts of a trace, `qvx merge` joins traces by\n"
-        "time. What only pages need (padding, contexts restated at a page's start) is left out.");
+        "time. What only pages need (padding, contexts restated at a page's start) is left out.\n" +
+        std::string(kPartHelp));
     verb.runs([options] { return Conversion(*options).run(); });
 }
 

@@ -2,6 +2,7 @@
 #include "Output.h"
 #include "Selection.h"
 #include "TraceInput.h"
+#include "TracePart.h"
 #include "TraceSinks.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TracePages.h"
@@ -159,66 +160,21 @@ private:
         TraceInput input(m_options.file);
         m_sink = makeSink(m_target);
         m_piece.emplace(*m_sink, true);
-        TraceState state(TraceState::Start::OfTrace);
-        TraceFrame frame;
-        LayoutSeen layout;
-        bool isIn = false, isBehind = false;
-        while (!isBehind && input.advance()) {
-            const CTraceCursor& packet = input.cursor();
-            if (layout.look(packet))
-                m_piece->layOut(layout.isPaged());
-            const Taken taken = look(packet);
-            isBehind = taken == Behind;
-            if (!isIn && taken == Within) {
-                begin(frame, m_options.noState ? nullptr : &state, m_before);
-                isIn = true;
-            }
-            // The piece tells what selected packets are relative to.
-            const bool isNeedless = isIn && isSelective() && factsOf(packet.TraceCode()).sync != ContextSort::None;
-            if (isBehind || taken == Never || isNeedless)
-                continue;
-            if (!isIn) {
-                frame.note(packet);
-                if (!m_options.noState)
-                    state.note(packet);
-            } else if (!m_piece->put(packet)) {
-                failToWrite(m_target, m_options.file, packet.offset());
-            }
-            if (factsOf(packet.TraceCode()).sync != ContextSort::None)
-                m_before = packet.contexts();
+        TracePart part(input, *m_piece, !m_options.noState);
+        part.keepLayout();
+        if (m_pages)
+            part.select(m_pages->places(0));
+        else
+            part.select(m_options.selection, 0);
+        while (part.advance()) {
         }
-        if (m_pages && !isBehind)
+        if (!part.good())
+            failToWrite(m_target, m_options.file, part.offset());
+        if (m_pages && !part.isBehind())
             m_pages->check(m_options.file, (input.size() + kPageSize - 1) / kPageSize);
-        if (!isIn)
-            begin(frame, m_options.noState ? nullptr : &state, m_before);
-        const TraceEnd ending = input.report().end;
-        end(ending >= TraceEnd::Missing);
+        m_front = part.front();
+        m_size = m_piece->position();
         return input.reportDamage();
-    }
-
-    /// Whether only some of the packets between two places are wanted.
-    bool isSelective() const { return !m_pages && !m_options.selection.isOfTime() && !m_options.selection.takesAll(); }
-
-    enum Taken : std::uint8_t {
-        Before, ///< the part that is cut out, if that has not begun
-        Within, ///< it
-        Behind, ///< it
-        Never,  ///< in no part
-    };
-    Taken look(const CTraceCursor& packet) {
-        if (m_pages) {
-            const auto [from, to] = m_pages->places(0);
-            return packet.offset() < from ? Before : packet.offset() < to ? Within : Behind;
-        }
-        Selection& selection = m_options.selection;
-        const bool isTaken = selection.takes(0, packet);
-        const Role role = factsOf(packet.TraceCode()).role;
-        const std::uint64_t tick = role != Role::Structure ? packet.tick() : kUnknown64;
-        if (tick != kUnknown64 && tick >= selection.to())
-            return Behind;
-        if (role != Role::Happening)
-            return isTaken && tick != kUnknown64 ? Within : Before;
-        return isTaken ? Within : selection.takesAnyTime(0, packet) ? Before : Never;
     }
 
     CutOptions& m_options;
@@ -226,7 +182,6 @@ private:
     std::optional<PageRange> m_pages;
     std::unique_ptr<CTraceSinkBuffer> m_sink;
     std::optional<TracePiece> m_piece;
-    CContexts m_before; ///< what the packet that is looked at is relative to
     std::uint64_t m_front = 0;
     std::uint64_t m_size = 0;
 };
@@ -247,7 +202,7 @@ void addCut(Program& program) {
     auto options = std::make_shared<CutOptions>();
     Verb verb = program.add("cut", "Cut a part out of a trace");
     verb.option("FILE", options->file, "Trace file; - for standard input").required();
-    options->selection.addTo(verb, Selection::Time | Selection::Place | Selection::Kind | Selection::Name);
+    options->selection.addTo(verb, Selection::OfTrace);
     verb.option("--pages", options->pages, "Only these pages, the first is 0; negative ones count from the end",
                 "FIRST:LAST");
     verb.flag("--no-state", options->noState, "Leave out what the trace has told before");

@@ -423,7 +423,7 @@ void addDiff(Program& program) {
     verb.flag("--all", options->all, "Show all differences, where the traces tell the same again in between");
     verb.choice("--format", options->format, {{"text", DiffFormat::Text}, {"json", DiffFormat::JSON}},
                 "text (default), json: an event a line");
-    options->selection.addTo(verb, Selection::Packets & ~(Selection::Limit | Selection::Tail));
+    options->selection.addTo(verb, Selection::OfTrace);
     options->output.addOptions(verb);
     verb.footer("Example: qvx diff --ignore-time --ignore-place --by-name run1/thread_17.qvx run2/thread_23.qvx\n"
                 "Layout, form and padding of the traces do not matter. Exit codes: 0 the same, which is not said;\n"

@@ -2,6 +2,7 @@
 #include "Inputs.h"
 #include "Output.h"
 #include "Print.h"
+#include "Selection.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TraceDigest.h"
@@ -17,6 +18,7 @@ namespace {
 
 struct DigestOptions {
     Inputs inputs;
+    Selection selection;
     Output output;
 };
 
@@ -27,8 +29,13 @@ ExitCode digest(DigestOptions& options) {
     ExitCode exitCode = Done;
     for (const std::string& file : files) {
         try {
+            Selection selection(options.selection);
+            selection.begin({file});
             TraceInput input(file);
-            const std::string digits = Quorvex::digestOf(input);
+            const std::string digits =
+                options.selection.isAsked()
+                    ? Quorvex::digestOf(input, [&](const Quorvex::CTraceCursor& at) { return selection.takes(0, at); })
+                    : Quorvex::digestOf(input);
             qvx::print(out, "{}  {}\n", shown(file), digits);
             if (const ExitCode damage = input.reportDamage(); damage != Done && exitCode == Done)
                 exitCode = damage;
@@ -47,10 +54,14 @@ void addDigest(Program& program) {
     auto options = std::make_shared<DigestOptions>();
     Verb verb = program.add("digest", "Tell a number that all forms of a trace share");
     options->inputs.addTo(verb);
+    options->selection.addTo(verb, Selection::OfTrace);
     options->output.addOptions(verb);
-    verb.footer("Example: qvx digest thread_4711.qvx small.qvx\n"
-                "Traces that tell the same have the same number, whatever their layout, form and padding: the SHA-256\n"
-                "of their packets in absolute form. Of a damaged trace it is that of what can be read.");
+    verb.footer(
+        "Example: qvx digest thread_4711.qvx small.qvx\n"
+        "Traces that tell the same have the same number, whatever their layout, form and padding: the SHA-256\n"
+        "of their packets in absolute form. Of a damaged trace it is that of what can be read. Only packets that\n"
+        "are selected count: traces that share it then are those in which `qvx diff` with the same options\n"
+        "finds no difference.");
     verb.runs([options] { return digest(*options); });
 }
 

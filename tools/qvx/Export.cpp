@@ -1,12 +1,16 @@
 #include "Arguments.h"
 #include "Inputs.h"
 #include "Json.h"
+#include "Moments.h"
 #include "Output.h"
 #include "Print.h"
 #include "SaveFile.h"
+#include "Selection.h"
 #include "TableFormat.h"
 #include "TraceInput.h"
+#include "TracePart.h"
 #include "Verbs.h"
+#include "Words.h"
 #include "quorvex/analysis/Merged.h"
 #include "quorvex/analysis/OneClock.h"
 #include "quorvex/export/BtfWriter.h"
@@ -32,11 +36,13 @@ using namespace Quorvex;
 
 struct ExportOptions {
     Inputs inputs;
+    std::vector<std::string> to;
     const ViewerFormat* format = nullptr;
     bool strict = false;
     std::string save;
     std::vector<std::string> counters;
     ViewerOptions viewer;
+    Selection selection;
     Output output;
     bool lists = false;
     TableFormat listFormat = TableFormat::Plain;
@@ -123,6 +129,24 @@ ExitCode list(ExportOptions& options) {
     return Done;
 }
 
+/// Tells formats from times: --to has the one, and may have the other too.
+void takeTo(ExportOptions& options) {
+    const std::vector<ViewerFormat>& formats = viewerFormats();
+    std::vector<std::string> names;
+    for (const ViewerFormat& format : formats)
+        names.emplace_back(format.name);
+    for (const std::string& text : options.to) {
+        const auto format = std::ranges::find(formats, text, &ViewerFormat::name);
+        if (format != formats.end())
+            options.format = &*format;
+        else if (Moment::of(text))
+            options.selection.endAt(text);
+        else
+            throw Misuse("--to", fmt::format("'{}' is none of {}, and no time{}", text, fmt::join(names, ", "),
+                                             didYouMean(text, names)));
+    }
+}
+
 std::string listOf(const CViewerWriter::Losses& losses) {
     std::string list;
     for (const auto& [what, count] : losses)
@@ -144,12 +168,14 @@ ExitCode exportTo(ExportOptions& options) {
             throw Failure(target.name(), "is no file that a viewer could be set up for");
         save.emplace(options.save, options.output.force(), options.output.claims());
     }
+    options.selection.begin(files);
     OneClock clocks;
     lookAtClocks(files, clocks);
     Merged merged;
     merged.extendTicks();
     clocks.tell(merged);
-    addAll(merged, files);
+    for (std::size_t file = 0; file < files.size(); ++file)
+        merged.add(openSelected(files, file, options.selection));
     if (directory)
         directory->open();
     else
@@ -208,10 +234,11 @@ void addExport(Program& program) {
     auto options = std::make_shared<ExportOptions>();
     Verb verb = program.add("export", "Write traces in the formats of other viewers");
     options->inputs.addTo(verb, "Traces, or directories of *.qvx, merged by time; - for standard input", false);
-    std::vector<std::pair<std::string, const ViewerFormat*>> formats;
+    std::vector<std::string> formats;
     for (const ViewerFormat& format : viewerFormats())
-        formats.emplace_back(format.name, &format);
-    verb.choice("--to", options->format, formats, formatNames().c_str());
+        formats.emplace_back(format.name);
+    verb.option("--to", options->to, (formatNames() + "; beside that a time: end before it").c_str(), "FORMAT|TIME",
+                formats);
     verb.flag("--strict", options->strict, "Fail if something cannot be shown as it is in the trace");
     verb.option("--save", options->save,
                 "(vcd) Also write FILE, which sets the viewer GTKWave up, and names beside it");
@@ -227,14 +254,17 @@ void addExport(Program& program) {
     verb.flag("--list", options->lists, "Show the formats");
     verb.choice("--format", options->listFormat, {{"text", TableFormat::Plain}, {"json", TableFormat::JSON}},
                 "(--list) text (default), json: a format a line, with what it shows");
+    options->selection.addTo(verb, Selection::OfTrace & ~Selection::To);
     options->output.addOptions(verb);
     verb.footer("Example: qvx export traces/*.qvx --to vcd -o run.vcd --save run.gtkw && gtkwave run.gtkw\n"
-                "What the target cannot show is counted, told, and gives exit code 3.");
+                "What the target cannot show is counted, told, and gives exit code 3.\n" +
+                std::string(kPartHelp));
     verb.runs([options] {
         if (options->lists)
             return list(*options);
         if (options->inputs.empty())
             throw Misuse("FILES", "is required");
+        takeTo(*options);
         if (!options->format)
             options->format = viewerFormatOf(options->output.path());
         if (!options->format)

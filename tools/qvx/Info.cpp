@@ -407,7 +407,7 @@ void addInfo(Program& program) {
     options->inputs.addTo(verb);
     verb.choice("--format", options->format, {{"text", InfoFormat::Text}, {"json", InfoFormat::JSON}},
                 "text (default), json: an object a trace");
-    options->selection.addTo(verb, Selection::Time | Selection::Place | Selection::Kind | Selection::Name);
+    options->selection.addTo(verb, Selection::OfTrace);
     options->output.addOptionsForPeople(verb);
     verb.footer(
         "Example: qvx info thread_4711.qvx\n"

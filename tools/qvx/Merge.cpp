@@ -2,8 +2,10 @@
 #include "Inputs.h"
 #include "Moments.h"
 #include "Output.h"
+#include "Selection.h"
 #include "TraceInput.h"
 #include "TraceOutput.h"
+#include "TracePart.h"
 #include "Verbs.h"
 #include "quorvex/analysis/CommonClock.h"
 #include "quorvex/analysis/Merged.h"
@@ -36,6 +38,7 @@ using namespace Quorvex;
 struct MergeOptions {
     Inputs inputs;
     std::vector<std::string> offsets;
+    Selection selection;
     TraceShape shape;
     Output output;
 };
@@ -176,8 +179,10 @@ public:
     }
 
     ExitCode run() {
+        Selection selection(m_options.selection);
+        selection.begin(m_sources.files());
         for (std::size_t file = 0; file < m_sources.size(); ++file)
-            look(file);
+            look(file, selection);
         shift();
         tellOfClocks();
         if (const std::uint64_t count = m_renumbering.given(); count > 0)
@@ -188,8 +193,8 @@ public:
 
 private:
     /// Takes note of what a trace says of its clocks, frames and identifiers.
-    void look(std::size_t file) {
-        const std::unique_ptr<TraceFile> trace = m_sources.open(file);
+    void look(std::size_t file, Selection& selection) {
+        const std::unique_ptr<TraceFile> trace = selected(m_sources.open(file), file, m_sources.size(), selection);
         while (trace->advance()) {
             const CTraceCursor& at = trace->cursor();
             const KindFacts& facts = factsOf(at.TraceCode());
@@ -256,8 +261,9 @@ private:
         merged.keepOldTicks();
         if (m_clock.changes())
             merged.changeBy(*this);
+        m_options.selection.begin(m_sources.files());
         for (std::size_t file = 0; file < m_sources.size(); ++file)
-            merged.add(m_sources.open(file));
+            merged.add(selected(m_sources.open(file), file, m_sources.size(), m_options.selection));
 
         Target& target = m_options.output.target();
         TraceOutput output(target, !shape.plain, shape.relative);
@@ -325,13 +331,15 @@ void addMerge(Program& program) {
     options->inputs.addTo(verb);
     verb.option("--offset", options->offsets,
                 "Shift the ticks of FILE, or of all in a directory: b.qvx=-1.5s, b.qvx=+500", "FILE=TIME");
+    options->selection.addTo(verb, Selection::OfTrace);
     options->shape.addTo(verb);
     options->output.addOptions(verb, true);
     verb.footer(
         "Example: qvx merge traces -o run.qvx\n"
         "What is written is paged and absolute, unless options say otherwise. Ticks are told by the fastest clock\n"
         "of the traces; an offset without a unit is in ticks of that. Identifiers that mean different things in\n"
-        "different traces get new numbers; cores, threads and buses keep theirs. The traces are read twice.");
+        "different traces get new numbers; cores, threads and buses keep theirs. The traces are read twice.\n" +
+        std::string(kPartHelp));
     verb.runs([options] { return Merging(*options).run(); });
 }
 

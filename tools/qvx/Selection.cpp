@@ -297,11 +297,11 @@ Selection::~Selection() = default;
 
 void Selection::addTo(Verb& verb, unsigned parts) {
     State& its = *m_state;
-    if (parts & Time) {
+    if (parts & From)
         verb.option("--from", its.fromText,
                     "Begin there: a tick, or a time from the start as 1.5s, from the end as -2ms", "TIME");
+    if (parts & To)
         verb.option("--to", its.toText, "End before that", "TIME");
-    }
     if (parts & Place) {
         verb.option("--core", its.coreTexts, "Only what these cores do: 0,1", "N");
         verb.option("--thread", its.threadTexts, "Only what these threads do", "N");
@@ -315,6 +315,10 @@ void Selection::addTo(Verb& verb, unsigned parts) {
         verb.option("--limit", its.limit, "Take the first N only");
     if (parts & Tail)
         verb.option("--tail", its.tail, "Take the last N only");
+}
+
+void Selection::endAt(const std::string& time) {
+    m_state->toText = time;
 }
 
 void Selection::preferHappenings() {

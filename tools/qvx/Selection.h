@@ -27,13 +27,16 @@ class Selection {
 public:
     /// The options, of which a verb may have a part.
     enum Part : unsigned {
-        Time = 1,   ///< --from and --to
-        Place = 2,  ///< --core, --thread and --process
-        Kind = 4,   ///< --kind
-        Name = 8,   ///< --name
-        Limit = 16, ///< --limit
-        Tail = 32,  ///< --tail
-        Packets = Time | Place | Kind | Name | Limit | Tail,
+        From = 1, ///< --from
+        To = 64,  ///< --to
+        Time = From | To,
+        Place = 2,                            ///< --core, --thread and --process
+        Kind = 4,                             ///< --kind
+        Name = 8,                             ///< --name
+        Limit = 16,                           ///< --limit
+        Tail = 32,                            ///< --tail
+        OfTrace = Time | Place | Kind | Name, ///< for those who make a trace of it
+        Packets = OfTrace | Limit | Tail,
     };
 
     Selection();
@@ -43,6 +46,9 @@ public:
     Selection& operator=(const Selection&) = delete;
 
     void addTo(Verb& verb, unsigned parts = Packets);
+
+    /// As --to tells, for a verb that has taken it itself.
+    void endAt(const std::string& time);
 
     /// Unless kinds are asked for, leaves out definitions and what only frames a trace, for those who show what
     /// happened.

@@ -1,5 +1,6 @@
 #include "TraceInput.h"
 
+#include "TracePart.h"
 #include "quorvex/analysis/Merged.h"
 #include "quorvex/analysis/TracePages.h"
 #include "quorvex/stream/PageFormat.h"
@@ -113,6 +114,11 @@ ExitCode TraceInput::reportDamage() const {
     return tellDamage(*this);
 }
 
+ExitCode reportDamage(const TraceFile& trace) {
+    const auto* part = dynamic_cast<const SelectedTrace*>(&trace);
+    return tellDamage(part ? part->whole() : trace);
+}
+
 ExitCode reportDamage(const TracePages& pages, bool isEndMissing) {
     tellPlaces(pages.name(), pages.damage());
     if (isEndMissing)
@@ -130,12 +136,15 @@ ExitCode reportDamage(const Merged& merged) {
     for (std::size_t file = 0; file < merged.size(); ++file) {
         const TraceReport report = merged.report(file);
         if (report.wrongTicks > 0) {
-            tell(fmt::format("{}: offset {}: a tick far ahead of all behind it; {} packet{} shown at the time of the "
-                             "one before",
-                             report.file, report.firstWrongTick, report.wrongTicks, plural(report.wrongTicks)));
+            const std::string place = dynamic_cast<const SelectedTrace*>(&merged.trace(file))
+                                          ? "in what is selected"
+                                          : fmt::format("offset {}", report.firstWrongTick);
+            tell(fmt::format("{}: {}: a tick far ahead of all behind it; {} packet{} shown at the time of the one "
+                             "before",
+                             report.file, place, report.wrongTicks, plural(report.wrongTicks)));
             exitCode = DoneWithLoss;
         }
-        if (const ExitCode damage = tellDamage(merged.trace(file)); damage != Done)
+        if (const ExitCode damage = reportDamage(merged.trace(file)); damage != Done)
             exitCode = damage;
     }
     return exitCode;

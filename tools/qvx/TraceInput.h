@@ -27,9 +27,12 @@ public:
 
     /// How the trace ends, in words; known once next() has given null.
     std::string ending() const;
-    /// Tells of damage and of a cut on standard error, each in one line; the exit code that follows from them.
+    /// As qvx::reportDamage().
     ExitCode reportDamage() const;
 };
+
+/// Tells of damage and of a cut on standard error, each in one line; the exit code that follows from them.
+ExitCode reportDamage(const Quorvex::TraceFile& trace);
 
 /// Tells of what was stepped over in a trace that has been copied, and of an end that is missing; the exit code that
 /// follows.
