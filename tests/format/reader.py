@@ -18,7 +18,7 @@ SIZES_BEFORE_TEXT = {0x40: 7, 0x41: 7, 0x50: 29, 0x51: 29}
 
 class Kinds:
     def __init__(self, text):
-        self.by_code = {kind['code']: kind for kind in json.loads(text)['kinds']}
+        self.by_code = {kind['code']: kind for kind in map(json.loads, text.splitlines())}
 
     def split(self, code, payload):
         """The fields of a payload, each with its bytes; None when it cannot be read."""

@@ -230,5 +230,47 @@ run 0 cat table other.table -f -o joined
 says '1 identifier of one trace means something else in another; qvx merge keeps them apart'
 run 0 cat table table -f -o joined
 grep -q 'means something else' err && fail 'what is alike means something else'
+# Other verbs take of a trace what cut does; of several, the times are those of all.
+while read -r form options; do
+    # shellcheck disable=SC2086
+    run 0 cut $form $options -f -o part
+    while read -r verb; do
+        # shellcheck disable=SC2086
+        run 0 $verb part -f -o expected
+        # shellcheck disable=SC2086
+        run 0 $verb $form $options -f -o got
+        cmp -s <(sed 's/part$//' expected) <(sed "s/$form\$//" got) || fail "$verb $form $options"
+    done <<'VERBS'
+convert
+convert --paged --absolute
+convert --relative
+merge
+export --to vcd
+export --to btf
+VERBS
+done <<'END'
+paged --from 10000 --to 30000
+plain --from +5000 --to -10ms
+relative --thread 8 --kind Function* --from 10000
+table --name f3
+plain --kind CounterValue
+paged --core 1 --from 60000
+plain --to 5
+END
+run 0 split paged --by thread -o apart
+for thread in 7 8; do run 0 cut apart-thread-$thread.qvx --from 1000 --to 2000 -o part-$thread; done
+run 0 merge part-7 part-8 -o expected -f
+run 0 merge apart-thread-*.qvx --from +1000 --to 2ms -o got -f
+cmp -s expected got || fail 'a part of several traces'
+run 0 convert - --from 1ms --to 2ms -f -o got <paged
+run 0 convert paged --from 1000 --to 2000 -f -o expected
+cmp -s expected got || fail 'a part of standard input'
+head -c 500000 plain >short
+run 3 convert short --thread 7 -f -o got
+says 'short: offset 499'
+for verb in cut dump convert; do
+    run 2 $verb - --from 2ms --to 1ms -f -o got <paged
+    says '--to: what is selected would end before it begins'
+done
 full_disk cut paged --from 5 -o -
 finish cut

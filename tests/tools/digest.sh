@@ -150,6 +150,22 @@ run 0 diff one more --name none
 says 'neither trace has anything that is selected'
 run 1 diff one more -o out
 
+# What is selected has a digest of its own, which says what diff says.
+while read -r same first second options; do
+    # shellcheck disable=SC2086
+    run $((1 - same)) diff $first $second $options -f -o told
+    # shellcheck disable=SC2086
+    run 0 digest $first $second $options >told
+    [ "$(cut -d ' ' -f 3 told | sort -u | wc -l)" -eq $((2 - same)) ] || fail "digests of $first and $second with $options"
+done <<'END'
+1 one more --to 8ms --kind Func*
+0 one more --from 5
+0 one more --kind Func*
+1 one renumbered --kind Event
+0 one renumbered --kind Event,FunctionEnter
+1 ten other --to 20
+END
+
 # Runs of the same program by one thread tell the same but for times, and who ran where.
 first=$(grep -la findFiles recorded/thread_*.qvx) second=$(grep -la findFiles recorded/again_*.qvx)
 run 0 diff --ignore-time --ignore-place --by-name "$first" "$second"

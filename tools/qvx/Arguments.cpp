@@ -1,6 +1,7 @@
 #include "Arguments.h"
 
 #include "Words.h"
+#include "Work.h"
 #include "quorvex/platform/OutputFile.h"
 #include "quorvex/platform/System.h"
 
@@ -101,10 +102,13 @@ void Verb::footer(const std::string& text) {
     m_verb.footer(text);
 }
 
-void Verb::runs(std::function<ExitCode()> action) {
+void Verb::runs(std::function<ExitCode()> action, bool readsTraces) {
+    if (readsTraces)
+        Work::now().addTo(*this);
     m_verb.callback([&program = m_program, action = std::move(action)] {
         try {
             program.m_exitCode = action();
+            Work::now().makeRoom();
         } catch (const Misuse& misuse) {
             throw CLI::ValidationError(misuse.option(), misuse.what());
         }
@@ -366,6 +370,7 @@ int Program::run(std::vector<std::string> arguments, const char* otherwise) {
         }
         arguments.insert(arguments.begin(), otherwise);
     }
+    Work::now().begin();
     // The parser takes the arguments last first.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {
@@ -381,6 +386,7 @@ int Program::run(std::vector<std::string> arguments, const char* otherwise) {
             m_program->exit(error, out, complaint);
         else
             m_program->exit(CLI::ValidationError(unknown), out, complaint);
+        Work::now().makeRoom();
         for (std::string line; std::getline(complaint, line);)
             std::fputs((shown(line) + "\n").c_str(), stderr);
         errno = 0;
@@ -390,6 +396,7 @@ int Program::run(std::vector<std::string> arguments, const char* otherwise) {
         }
         return isHelp ? Done : WrongUse;
     } catch (const NobodyReads&) {
+        Work::now().makeRoom();
         return Failed;
     } catch (const std::exception& error) {
         tell(error.what());

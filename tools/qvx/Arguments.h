@@ -72,7 +72,8 @@ public:
     }
     /// Stands below the help: an example, and what else is to be said.
     void footer(const std::string& text);
-    void runs(std::function<ExitCode()> action);
+    /// What it does; one that reads traces has the options of such work, too.
+    void runs(std::function<ExitCode()> action, bool readsTraces = true);
 
 private:
     Option chooseNumber(const char* name, std::function<void(unsigned)> take,

@@ -122,7 +122,7 @@ public:
 
 private:
     ExitCode copy(const std::string& file) {
-        TracePages pages(file);
+        PagesInput pages(file);
         TraceInput input(file);
         while (input.advance() && m_front.take(input.cursor())) {
         }

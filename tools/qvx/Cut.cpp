@@ -98,7 +98,7 @@ public:
         // A part of the file that is all there is between two places.
         const bool isPart = m_pages || m_options.selection.isOfTime();
         ExitCode exitCode = Done;
-        std::optional<TracePages> pages;
+        std::optional<PagesInput> pages;
         if (isOfPages && isPart && (pages.emplace(m_options.file), m_pages || pages->areInOrder()))
             exitCode = copy(*pages);
         else
@@ -191,8 +191,7 @@ ExitCode cut(CutOptions& options) {
     options.selection.begin({options.file});
     if (!options.pages.empty() && !options.selection.takesAll())
         throw Misuse("--pages", "pages are not told together with what they hold");
-    if (options.selection.from() > options.selection.to())
-        throw Misuse("--to", "the part would end before it begins");
+
     return Cut(options).run();
 }
 

@@ -368,12 +368,15 @@ void read(TraceInput& input, std::size_t file, Selection& selection, Summary& su
         input.walkInParts(summary, [](Summary& part, const CTraceCursor& packet) { part.add(packet); });
         return;
     }
-    while (input.advance()) {
-        if (selection.takes(file, input.cursor()))
-            summary.add(input.cursor());
-        else
-            summary.pass(input.cursor());
+    const auto look = [&](Summary& part, const CTraceCursor& packet) {
+        selection.takes(file, packet) ? part.add(packet) : part.pass(packet);
+    };
+    if (selection.isOfPackets()) {
+        input.walkInParts(summary, look);
+        return;
     }
+    while (input.advance())
+        look(summary, input.cursor());
 }
 
 ExitCode info(InfoOptions& options) {

@@ -109,8 +109,7 @@ void writeJson(std::ostream& out) {
     const auto range = [](std::pair<unsigned, unsigned> of) {
         return of.first == of.second ? std::to_string(of.first) : fmt::format("[{}, {}]", of.first, of.second);
     };
-    qvx::print(out, "{{\"version\": 0, \"kinds\": [");
-    std::string_view between = "";
+
     for (const auto& [code, its] : lengths) {
         const auto kind = tagTCode(code);
         std::string context = "null";
@@ -127,13 +126,11 @@ void writeJson(std::ostream& out) {
             fields += "}";
         }
         qvx::print(out,
-                   "{}\n{{\"code\": {}, \"name\": \"{}\", \"description\": \"{}\", \"context\": {}, \"text\": {}, "
-                   "\"lengths\": [{}], \"longer\": {}, \"fields\": [{}]}}",
-                   between, code, CTCodeInfo::TCodeToName(kind), CTCodeInfo::TCodeToDescription(kind), context,
+                   "{{\"code\": {}, \"name\": \"{}\", \"description\": \"{}\", \"context\": {}, \"text\": {}, "
+                   "\"lengths\": [{}], \"longer\": {}, \"fields\": [{}]}}\n",
+                   code, CTCodeInfo::TCodeToName(kind), CTCodeInfo::TCodeToDescription(kind), context,
                    isFollowedByText(kind), its.json(), its.longer, fields);
-        between = ",";
     }
-    qvx::print(out, "\n]}}\n");
 }
 
 void writeTable(TableFormat format, std::ostream& out) {
@@ -180,8 +177,8 @@ void addKinds(Program& program) {
     verb.footer(
         "Example: qvx kinds\n"
         "Behind each field stands its size in bytes, smallest:largest where it varies, and in braces how often\n"
-        "it occurs. json tells the same to programs that read traces, and which payload lengths there are.");
-    verb.runs([options] { return kinds(*options); });
+        "it occurs. json tells the same to programs that read traces, a kind a line, with its payload lengths.");
+    verb.runs([options] { return kinds(*options); }, false);
 }
 
 } // namespace qvx

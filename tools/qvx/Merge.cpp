@@ -7,6 +7,7 @@
 #include "TraceOutput.h"
 #include "TracePart.h"
 #include "Verbs.h"
+#include "Work.h"
 #include "quorvex/analysis/CommonClock.h"
 #include "quorvex/analysis/Merged.h"
 #include "quorvex/analysis/Renumbering.h"
@@ -181,6 +182,8 @@ public:
     ExitCode run() {
         Selection selection(m_options.selection);
         selection.begin(m_sources.files());
+        for (std::size_t file = 0; file < m_sources.size(); ++file)
+            Work::now().expect(m_sources.files()[file]); // twice
         for (std::size_t file = 0; file < m_sources.size(); ++file)
             look(file, selection);
         shift();

@@ -2,6 +2,7 @@
 
 #include "Arguments.h"
 #include "Verbs.h"
+#include "Work.h"
 #include "quorvex/platform/System.h"
 
 #include <algorithm>
@@ -17,6 +18,7 @@ namespace {
 
 constexpr int kStandardInput = 0;
 constexpr int kStandardOutput = 1;
+constexpr int kStandardError = 2;
 constexpr std::size_t kBuffer = 0x10000;
 
 std::string directoryOf(const std::string& path) {
@@ -34,6 +36,7 @@ void Claims::read(const std::string& path) {
         claim(FileStatus::of(kStandardInput), "standard input");
         return;
     }
+    Work::now().expect(path);
     std::string real = path;
     int descriptor = -1;
     Quorvex::platform::followLinks(real, descriptor);
@@ -86,6 +89,7 @@ Target::Target(const std::string& path, bool force, Claims& claims)
     // It is what it is now: once files have been opened, the number may be that of another.
     if (isOpen && !m_file.attach(descriptor))
         fail(m_file.error());
+    m_buffer.isTerminal(isOpen && descriptor <= kStandardError && Quorvex::platform::isTerminal(descriptor));
 }
 
 void Target::fail(int error) const {
@@ -174,6 +178,8 @@ std::streamsize Target::Buffer::xsputn(const char* text, std::streamsize size) {
 }
 
 bool Target::Buffer::write(const char* bytes, std::size_t count) {
+    if (m_isTerminal && count > 0)
+        Work::now().hide();
     if (m_error == 0 && !m_file.write(bytes, count))
         m_error = m_file.error();
     m_position += count;
@@ -272,6 +278,8 @@ void Output::checkForPeople(const std::vector<std::string>& inputs) {
         const std::string own = Quorvex::platform::environment("PAGER");
         m_wasTerminal =
             m_pager.start(!own.empty() ? own : "if command -v less >/dev/null; then exec less; else exec cat; fi");
+        if (m_wasTerminal)
+            Work::now().hide();
     }
     check(inputs);
 }

@@ -68,6 +68,7 @@ private:
         void take(); ///< its memory, if it has given that back
         void giveBack();
         void canSeek(bool can) { m_canSeek = can; }
+        void isTerminal(bool is) { m_isTerminal = is; } ///< what it writes to
         int error() const { return m_error; }
 
     protected:
@@ -82,6 +83,7 @@ private:
 
         Quorvex::platform::OutputFile& m_file;
         bool m_canSeek = false;
+        bool m_isTerminal = false;
         int m_error = 0; ///< of the first write that failed
         std::uint64_t m_position = 0;
         std::unique_ptr<char[]> m_bytes;

@@ -4,6 +4,7 @@
 #include "Print.h"
 #include "TraceInput.h"
 #include "Verbs.h"
+#include "Work.h"
 #include "quorvex/analysis/TraceError.h"
 #include "quorvex/analysis/TraceRepair.h"
 #include "quorvex/platform/System.h"
@@ -152,10 +153,10 @@ private:
         RepairReport report;
         Target& target = m_options.output.target();
         if (m_options.file == "-") {
-            CTraceSourceBufferStream source(std::cin);
+            Watched<CTraceSourceBufferStream> source(&Work::now(), std::cin);
             report = repair(source, how, target);
         } else {
-            CTraceSourceBufferFile source;
+            Watched<CTraceSourceBufferFile> source(&Work::now());
             open(source);
             how.isWhole = source.is_joined();
             report = repair(source, how, target);
@@ -169,7 +170,8 @@ private:
         bool isLossy = false;
         unsigned found = 0;
         std::ifstream bytes = openRaw(), again = openRaw();
-        CTraceSourceBufferStream all(bytes), source(again);
+        Watched<CTraceSourceBufferStream> all(&Work::now(), bytes);
+        CTraceSourceBufferStream source(again);
         findTraces(all, name(), [&](const FoundTrace& trace) {
             std::unique_ptr<Target> further;
             if (++found > 1)
@@ -325,10 +327,12 @@ private:
             line = fmt::format("{}: offset {}, length {}, page {}: {}{}{} [{}]\n", shown(name()), note.offset,
                                note.length, page, kind, kind.empty() ? "" : " ", shown(note.text), rule);
         }
-        if (m_ledger)
+        if (m_ledger) {
             m_ledger->stream() << line;
-        else
+        } else {
+            Work::now().makeRoom();
             std::fputs(line.c_str(), stderr);
+        }
     }
 
     void finish() {

@@ -1,5 +1,6 @@
 #include "Arguments.h"
 #include "Verbs.h"
+#include "Work.h"
 #include "quorvex/format/Characters.h"
 
 #include <fmt/format.h>
@@ -26,6 +27,7 @@ std::string shown(std::string_view text) {
 }
 
 void tell(std::string_view text) {
+    Work::now().makeRoom();
     // There is no place to report that there is nobody to report to.
     std::fputs(("qvx: " + shown(text) + "\n").c_str(), stderr);
 }

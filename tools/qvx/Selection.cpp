@@ -4,6 +4,7 @@
 #include "Moments.h"
 #include "TraceInput.h"
 #include "Words.h"
+#include "Work.h"
 #include "quorvex/analysis/CallStack.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/format/Glob.h"
@@ -178,6 +179,8 @@ void Selection::State::begin(const std::vector<std::string>& files, bool withClo
                 settle();
                 return;
             }
+            if (needsLast)
+                Work::now().expect(file);
             TraceInput input(file);
             span.add(needsLast ? TraceSpan::of(input)
                                : TraceSpan::beginningOf(input, span.frequency == 0 && (needsFrequency || withClock)));
@@ -195,6 +198,8 @@ void Selection::State::settle() {
     isSettled = true;
     from = fromMoment ? fromMoment->tickIn(span) : 0;
     to = toMoment ? toMoment->tickIn(span) : kNone;
+    if (from > to)
+        throw Misuse("--to", "what is selected would end before it begins");
 }
 
 void Selection::State::learnStart(const CTraceCursor& packet) {
@@ -356,9 +361,14 @@ bool Selection::isOfTime() const {
            its.namePatterns.empty();
 }
 
+bool Selection::isOfPackets() const {
+    const State& its = *m_state;
+    return !its.fromText && !its.toText && its.processTexts.empty() && its.namePatterns.empty() && !its.learnsStart;
+}
+
 bool Selection::isAsked() const {
     const State& its = *m_state;
-    return its.fromMoment || its.toMoment || !its.coreTexts.empty() || !its.threadTexts.empty() ||
+    return its.fromText || its.toText || !its.coreTexts.empty() || !its.threadTexts.empty() ||
            !its.processTexts.empty() || !its.kindTexts.empty() || asksName();
 }
 

@@ -65,10 +65,13 @@ public:
     /// When the traces begin, and their clock, as far as that was asked for or has been seen since.
     const Quorvex::TraceSpan& span() const;
 
-    bool takesAll() const;      ///< every packet is selected, but for limits
-    bool isAsked() const;       ///< something but limits is told
-    bool asksName() const;      ///< names are told
-    bool isOfTime() const;      ///< what is told is about time alone
+    bool takesAll() const; ///< every packet is selected, but for limits
+    bool isAsked() const;  ///< something but limits is told
+    bool asksName() const; ///< names are told
+    bool isOfTime() const; ///< what is told is about time alone
+    /// Whether each packet tells by itself if it is selected. takes() may be asked by several threads then, of packets
+    /// in any order.
+    bool isOfPackets() const;
     std::uint64_t from() const; ///< the first tick that is selected; known after begin(), but for standard input
     std::uint64_t to() const;   ///< the first one behind; likewise. All ones: to the end
 

@@ -1,8 +1,8 @@
 #include "TraceInput.h"
 
 #include "TracePart.h"
+#include "Work.h"
 #include "quorvex/analysis/Merged.h"
-#include "quorvex/analysis/TracePages.h"
 #include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
@@ -88,7 +88,15 @@ const char* plural(std::uint64_t count) {
 }
 
 TraceInput::TraceInput(const std::string& path)
-    : TraceFile(path == "-" ? "standard input" : path, path == "-" ? &std::cin : nullptr) {}
+    : TraceFile(path == "-" ? "standard input" : path, path == "-" ? &std::cin : nullptr) {
+    watchBy(Work::now());
+    shareAmong(Work::now().jobs());
+}
+
+PagesInput::PagesInput(const std::string& path) : TracePages(path) {
+    watchBy(Work::now());
+    shareAmong(Work::now().jobs());
+}
 
 std::string TraceInput::ending() const {
     switch (report().end) {

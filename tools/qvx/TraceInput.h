@@ -2,6 +2,7 @@
 
 #include "Verbs.h"
 #include "quorvex/analysis/TraceFile.h"
+#include "quorvex/analysis/TracePages.h"
 
 #include <cstdint>
 #include <memory>
@@ -10,7 +11,6 @@
 
 namespace Quorvex {
 class Merged;
-class TracePages;
 } // namespace Quorvex
 
 namespace qvx {
@@ -29,6 +29,12 @@ public:
     std::string ending() const;
     /// As qvx::reportDamage().
     ExitCode reportDamage() const;
+};
+
+/// A trace of pages, any part of which is copied.
+class PagesInput : public Quorvex::TracePages {
+public:
+    explicit PagesInput(const std::string& path);
 };
 
 /// Tells of damage and of a cut on standard error, each in one line; the exit code that follows from them.
