@@ -1,8 +1,20 @@
 # The libraries around ours: {fmt}, CLI11 and RapidJSON for the program, GoogleTest for the tests. A distribution has binaries of
 # them for its own system alone. For other targets (-m32, Windows) they are built from what its packages bring along:
-# sources of GoogleTest, and headers that need no library of the others.
+# sources of GoogleTest, and headers that need no library of the others. elfutils names the functions of recorded
+# programs; without it, qvx tells them by their addresses.
 option(QUORVEX_DEPENDENCIES_FROM_SOURCE "Build what the tools and tests need from sources and headers in /usr"
   ${CMAKE_CROSSCOMPILING})
+
+if(QUORVEX_BUILD_TOOLS)
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_LIBRARIES dw elf)
+  check_cxx_source_compiles("#include <elfutils/libdwfl.h>
+    int main() { return dwfl_errno(); }" QUORVEX_HAS_ELFUTILS)
+  unset(CMAKE_REQUIRED_LIBRARIES)
+  if(NOT QUORVEX_HAS_ELFUTILS)
+    message(STATUS "elfutils (package libdw-dev) is missing: qvx will not name the functions of recorded programs")
+  endif()
+endif()
 
 if(NOT QUORVEX_DEPENDENCIES_FROM_SOURCE)
   if(QUORVEX_BUILD_TOOLS)
