@@ -1,7 +1,7 @@
 #include "Symbols.h"
 
 #include "FunctionIds.h"
-#include "tests/support/TemporaryDirectory.h"
+#include "tests/tools/BuiltProgram.h"
 
 #include <gtest/gtest.h>
 
@@ -21,80 +21,7 @@ namespace {
 
 using qvx::Symbols;
 
-const std::string kSource = std::filesystem::canonical(QUORVEX_TEST_NAMED).string();
-
-std::string bytesOf(const std::string& hex) {
-    std::string bytes;
-    for (std::size_t at = 0; at + 1 < hex.size(); at += 2)
-        bytes += static_cast<char>(std::stoi(hex.substr(at, 2), nullptr, 16));
-    return bytes;
-}
-
-/// A program that is built in a directory of its own, as "program", and what it tells of itself.
-class Built {
-public:
-    struct Module {
-        std::uint64_t from, to, bias;
-        std::string buildId, path;
-    };
-    struct Place {
-        std::string word;
-        std::uint64_t address;
-        std::string number;
-    };
-
-    bool shell(const std::string& command) const {
-        return std::system(("cd '" + directory.path().string() + "' && " + command + " 2>err").c_str()) == 0;
-    }
-    /// False where the compiler is not there, or cannot do that.
-    bool build(const std::string& compiler, const std::string& source = kSource) const {
-        return shell(compiler + " '" + source + "' -o program -ldl -Wl,--build-id");
-    }
-    void run() {
-        ASSERT_TRUE(shell("./program >out"));
-        std::istringstream out(directory.content("out"));
-        for (std::string line; std::getline(out, line);) {
-            std::istringstream words(line);
-            std::string word;
-            words >> word >> std::hex;
-            if (word == "module") {
-                Module& module = modules.emplace_back();
-                words >> module.from >> module.to >> module.bias >> module.buildId >> module.path;
-                if (module.path.empty())
-                    module.path = directory.path("program");
-            } else {
-                Place& place = places.emplace_back(Place{word, 0, ""});
-                words >> place.address >> place.number;
-            }
-        }
-        ASSERT_FALSE(modules.empty());
-    }
-    const Module& moduleOf(std::uint64_t address) const {
-        return *std::ranges::find_if(
-            modules, [&](const Module& module) { return module.from <= address && address < module.to; });
-    }
-    Symbols& symbols(const Module& module) {
-        auto& its = m_symbols[module.path];
-        if (!its)
-            its = std::make_unique<Symbols>(module.path, bytesOf(module.buildId), directory.path("debug"));
-        return *its;
-    }
-    const Symbols::Function& function(std::uint64_t address) {
-        const Module& module = moduleOf(address);
-        return symbols(module).function(address - module.bias);
-    }
-    std::vector<Symbols::Frame> frames(std::uint64_t address) {
-        const Module& module = moduleOf(address);
-        return symbols(module).frames(address - module.bias);
-    }
-
-    TemporaryDirectory directory;
-    std::vector<Module> modules;
-    std::vector<Place> places;
-
-private:
-    std::map<std::string, std::unique_ptr<Symbols>> m_symbols;
-};
+const std::string kSource = BuiltProgram::source();
 
 std::vector<std::string> linesOf(const std::string& path) {
     std::ifstream in(path);
@@ -171,7 +98,7 @@ TEST(Symbols, NameWhatProgramsEnter) {
     }
     for (const Way& way : ways()) {
         SCOPED_TRACE(std::string(way.compiler) + "; " + way.afterwards);
-        Built built;
+        BuiltProgram built;
         if (!built.build(std::string(way.compiler) + " -finstrument-functions")) {
             std::printf("skipped: %s\n", way.compiler);
             continue;
@@ -179,7 +106,7 @@ TEST(Symbols, NameWhatProgramsEnter) {
         ASSERT_TRUE(built.shell(way.afterwards)) << built.directory.content("err");
         built.run();
         std::set<std::size_t> found;
-        for (const Built::Place& place : built.places) {
+        for (const BuiltProgram::Place& place : built.places) {
             const Symbols::Function& function = built.function(place.address);
             EXPECT_EQ(built.symbols(built.moduleOf(place.address)).problem(), "");
             if (place.word == "library") {
@@ -231,11 +158,11 @@ TEST(Symbols, NameWhatProgramsEnter) {
 }
 
 TEST(Symbols, BelieveOnlyTheFileThatRan) {
-    Built built;
+    BuiltProgram built;
     if (!built.build("g++ -g -finstrument-functions"))
         GTEST_SKIP() << "no g++";
     built.run();
-    const Built::Module program = built.modules[0];
+    const BuiltProgram::Module program = built.modules[0];
     const std::uint64_t address = built.places[0].address - program.bias;
     const auto tells = [&](const std::string& name, const std::string& problem) {
         Symbols symbols(program.path, bytesOf(program.buildId), built.directory.path("debug"));
@@ -259,7 +186,7 @@ TEST(Symbols, BelieveOnlyTheFileThatRan) {
 }
 
 TEST(Symbols, KnowTheKernelsCode) {
-    Built built;
+    BuiltProgram built;
     if (!built.build("g++ -finstrument-functions"))
         GTEST_SKIP() << "no g++";
     built.run();
@@ -278,7 +205,7 @@ TEST(Symbols, TellFunctionsFromLabels) {
         const char* name; ///< null: none
     } const cases[] = {{0, "block"},  {1, "block"}, {2, "sized"},  {3, "sized"},   {4, "sized"},   {5, nullptr},
                        {6, "a::b()"}, {7, "fast"},  {8, "its.v2"}, {9, "visible"}, {10, "chosen"}, {11, "tail"}};
-    Built built;
+    BuiltProgram built;
     const std::string source = built.directory.write("labels.c", R"(
 #include <stdio.h>
 #define SIZED(name, nops) ".type " name ",@function\n" name ": " nops "\n .size " name ", . - " name "\n"

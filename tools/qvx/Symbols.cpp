@@ -204,10 +204,11 @@ private:
     /// By its linkage name, or by the names of what it stands in.
     std::string nameOf(Dwarf_Die die);
     std::string qualifiedName(Dwarf_Die die);
-    static std::string sourceOf(Dwarf_Die& die, const char* file);
+    /// The path of a source that the tables of the file of a DIE name.
+    const std::string& sourceOf(Dwarf_Die& die, const char* file);
     /// What two attributes of a DIE tell, or those of what it is made of.
-    static Place placeOf(Dwarf_Die& die, unsigned fileAttribute, unsigned lineAttribute);
-    Place lineAt(Unit& unit, std::uint64_t address) const;
+    Place placeOf(Dwarf_Die& die, unsigned fileAttribute, unsigned lineAttribute);
+    Place lineAt(Unit& unit, std::uint64_t address);
     std::string nameAt(std::uint64_t address, Dwarf_Die* die, bool& isNamed);
 
     std::string m_fileName;
@@ -223,8 +224,9 @@ private:
     std::uint64_t m_dwarfBias = 0; ///< what is added to the addresses that DWARF tells
     std::vector<std::unique_ptr<Unit>> m_units;
     Ranges m_unitRanges;
-    std::unordered_map<const void*, Unit*> m_unitsByDie; ///< by the address of their first DIE
-    std::unordered_map<const void*, std::string> m_names;
+    std::unordered_map<const void*, Unit*> m_unitsByDie;     ///< by the address of their first DIE
+    std::unordered_map<const void*, std::string> m_names;    ///< by the address of their DIE
+    std::unordered_map<const void*, std::string> m_sources;  ///< by where their name stands
     std::unordered_map<std::uint64_t, Function> m_functions; ///< that have been asked for
 };
 
@@ -493,15 +495,18 @@ std::string Symbols::Code::qualifiedName(Dwarf_Die die) {
     return all;
 }
 
-std::string Symbols::Code::sourceOf(Dwarf_Die& die, const char* file) {
-    std::filesystem::path path(file ? file : "");
+const std::string& Symbols::Code::sourceOf(Dwarf_Die& die, const char* file) {
+    const auto [entry, isNew] = m_sources.try_emplace(file);
+    if (!isNew || !file)
+        return entry->second;
+    std::filesystem::path path(file);
     Dwarf_Die top;
     Dwarf_Attribute attribute;
-    if (!path.empty() && path.is_relative() && dwarf_diecu(&die, &top, nullptr, nullptr)) {
+    if (path.is_relative() && dwarf_diecu(&die, &top, nullptr, nullptr)) {
         if (const char* directory = dwarf_formstring(dwarf_attr(&top, DW_AT_comp_dir, &attribute)))
             path = directory / path;
     }
-    return path.lexically_normal().string();
+    return entry->second = path.lexically_normal().string();
 }
 
 Symbols::Code::Place Symbols::Code::placeOf(Dwarf_Die& die, unsigned fileAttribute, unsigned lineAttribute) {
@@ -521,7 +526,7 @@ Symbols::Code::Place Symbols::Code::placeOf(Dwarf_Die& die, unsigned fileAttribu
     return place;
 }
 
-Symbols::Code::Place Symbols::Code::lineAt(Unit& unit, std::uint64_t address) const {
+Symbols::Code::Place Symbols::Code::lineAt(Unit& unit, std::uint64_t address) {
     Place place;
     if (Dwarf_Line* line = dwarf_getsrc_die(&unit.top, address - m_dwarfBias)) {
         int number = 0;
@@ -534,10 +539,14 @@ Symbols::Code::Place Symbols::Code::lineAt(Unit& unit, std::uint64_t address) co
 
 std::string Symbols::Code::nameAt(std::uint64_t address, Dwarf_Die* die, bool& isNamed) {
     std::string name;
-    if (const char* symbol = symbolAt(address))
-        name = demangled(symbol);
-    else if (die)
+    if (const char* symbol = symbolAt(address)) {
+        std::string& known = m_names[symbol];
+        if (known.empty())
+            known = demangled(symbol);
+        name = known;
+    } else if (die) {
         name = nameOf(*die);
+    }
     isNamed = !name.empty();
     return isNamed ? name : fmt::format("{}+{:#x}", m_fileName, address);
 }
