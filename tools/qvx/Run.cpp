@@ -41,6 +41,7 @@ int run(std::vector<std::string> arguments) {
     addInfo(program);
     addDump(program);
     addStats(program);
+    addWatch(program);
     addGraph(program);
     addCheck(program);
     addAssert(program);

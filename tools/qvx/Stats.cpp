@@ -1,9 +1,7 @@
+#include "Stats.h"
+
 #include "Arguments.h"
-#include "Inputs.h"
-#include "Listing.h"
-#include "Output.h"
 #include "Print.h"
-#include "Selection.h"
 #include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
@@ -31,24 +29,12 @@ using namespace Quorvex;
 
 using Column = Listing::Column;
 
-/// What is told about.
-enum class Topic : std::uint8_t { Functions, Threads, Processes, Cores, Interrupts, Counters, Bytes };
-
-struct StatsOptions {
-    Inputs inputs;
-    Topic topic = Topic::Functions;
-    ListingFormat format = ListingFormat::Text;
-    std::string sort;
-    bool byThread = false;
-    std::vector<std::string> before; ///< another run
-    Selection selection;
-    Output output;
-};
-
 /// Reads the traces and makes listings of what they tell.
 class Statistics {
 public:
-    Statistics(StatsOptions& options, std::vector<std::string> files) : m_options(options), m_files(std::move(files)) {}
+    Statistics(const StatsOptions& options, Selection& selection, std::vector<std::string> files,
+               const HasRead& hasRead)
+        : m_options(options), m_selection(selection), m_files(std::move(files)), m_hasRead(hasRead) {}
 
     /// Tells of one topic; the exit code of what is told about damage.
     ExitCode tell(std::ostream& out) {
@@ -80,7 +66,7 @@ private:
         for (std::size_t file = 0; file < files.size(); ++file) {
             TraceInput input(files[file]);
             read(input, static_cast<std::uint32_t>(file));
-            if (const ExitCode damage = input.reportDamage(); damage != Done)
+            if (const ExitCode damage = m_hasRead(input); damage != Done)
                 m_exitCode = damage;
         }
     }
@@ -89,7 +75,7 @@ private:
         readAll(m_files, [&](TraceInput& input, std::uint32_t file) {
             while (input.advance()) {
                 const CTraceCursor& packet = input.cursor();
-                if (m_options.selection.takes(file, packet))
+                if (m_selection.takes(file, packet))
                     look(file, packet);
             }
         });
@@ -109,19 +95,18 @@ private:
     }
 
     void write(std::ostream& out, Listing& listing, const char* sort) const {
-        constexpr std::uint64_t kShown = 40; ///< to people who do not say how many they want
         constexpr const char* kTopics[] = {"functions",  "threads",  "processes", "cores",
                                            "interrupts", "counters", "bytes"};
         listing.sortBy(m_options.sort.empty() ? sort : m_options.sort.c_str());
         if (isForPeople() && listing.size() == 0) {
-            if (m_options.selection.isAsked())
+            if (m_selection.isAsked())
                 qvx::tell("nothing is selected");
             else
                 qvx::print(out, "no {} in these traces\n", kTopics[std::size_t(m_options.topic)]);
             return;
         }
-        const bool isCut = m_options.format == ListingFormat::Text && m_options.selection.limit() == ~std::uint64_t{0};
-        listing.write(out, m_options.format, isCut ? kShown : m_options.selection.limit());
+        const bool isCut = m_options.format == ListingFormat::Text && m_selection.limit() == ~std::uint64_t{0};
+        listing.write(out, m_options.format, isCut ? m_options.rows : m_selection.limit());
     }
     bool isForPeople() const { return m_options.format == ListingFormat::Text; }
 
@@ -141,8 +126,8 @@ private:
 
     void tellFunctions(std::ostream& out) {
         CTraceNames names;
-        CallTimes times(m_options.byThread, windowOf(m_options.selection));
-        read(times, names, m_files, m_options.selection);
+        CallTimes times(m_options.byThread, windowOf(m_selection));
+        read(times, names, m_files, m_selection);
         const bool hasClock = times.withoutClock() == 0;
         std::vector<Column> columns{{"function", CellLook::Text}, {"id", CellLook::Number, Column::Programs}};
         if (m_options.byThread)
@@ -161,7 +146,7 @@ private:
         std::vector<std::pair<const CallTimes::Times::value_type*, std::string>> taken; // with their names
         for (const auto& entry : times.times()) {
             std::string name = names.nameOrId(TextSort::Function, entry.first.function);
-            if (entry.second.calls == 0 || !m_options.selection.takesName(name))
+            if (entry.second.calls == 0 || !m_selection.takesName(name))
                 continue;
             all += entry.second.self;
             unfinished += entry.second.unfinished;
@@ -226,10 +211,10 @@ private:
         };
         // Each run has a start of its own, from which times are told.
         const std::vector<std::string> before = Inputs::filesOf(m_options.before);
-        Selection selection(m_options.selection);
+        Selection selection(m_selection);
         selection.beginWithTicks(before);
         add(before, selection, &std::pair<Run, Run>::first);
-        add(m_files, m_options.selection, &std::pair<Run, Run>::second);
+        add(m_files, m_selection, &std::pair<Run, Run>::second);
         Listing listing({{"function", CellLook::Text},
                          {"calls_before", CellLook::Number, Column::All, "calls before"},
                          {"calls", CellLook::Number},
@@ -254,8 +239,8 @@ private:
             std::uint64_t calls = 0, busy = 0;
         };
         CTraceNames names;
-        CallTimes times(true, windowOf(m_options.selection));
-        read(times, names, m_files, m_options.selection);
+        CallTimes times(true, windowOf(m_selection));
+        read(times, names, m_files, m_selection);
         std::map<std::pair<std::uint32_t, std::uint32_t>, Sum> threads;
         for (const auto& [key, its] : times.times()) {
             Sum& sum = threads[{key.process, key.thread}];
@@ -279,10 +264,10 @@ private:
 
     void tellCores(std::ostream& out) {
         CTraceNames names;
-        CoreTimes times(windowOf(m_options.selection));
+        CoreTimes times(windowOf(m_selection));
         readAll(m_files, [&](TraceInput& input, std::uint32_t file) {
             while (input.advance())
-                times.look(input.cursor(), names, file, m_options.selection.takesPlaceOf(file, input.cursor()));
+                times.look(input.cursor(), names, file, m_selection.takesPlaceOf(file, input.cursor()));
             times.finish();
         });
         if (m_options.topic == Topic::Cores)
@@ -323,7 +308,7 @@ private:
             if ((key.sort == TextSort::Process) != isProcess)
                 continue;
             const std::string name = isProcess ? names.nameOrId(key.sort, key.number) : std::to_string(key.number);
-            if (!m_options.selection.takesName(name))
+            if (!m_selection.takesName(name))
                 continue;
             std::vector<Cell> row{name,
                                   isProcess ? names.idOf(key.sort, key.number) : key.number,
@@ -350,7 +335,7 @@ private:
                 const CTraceCursor& packet = input.cursor();
                 const KindFacts& facts = factsOf(packet.TraceCode());
                 const bool isDefinition = facts.role == Role::Definition;
-                const bool isTaken = m_options.selection.takes(file, packet);
+                const bool isTaken = m_selection.takes(file, packet);
                 if (!isDefinition && (!isTaken || !facts.isCounterValue))
                     continue;
                 const PacketPointer object(packet.packet());
@@ -416,8 +401,10 @@ private:
         write(out, listing, "bytes");
     }
 
-    StatsOptions& m_options;
+    const StatsOptions& m_options;
+    Selection& m_selection;
     std::vector<std::string> m_files;
+    const HasRead& m_hasRead;
     ExitCode m_exitCode = Done;
 };
 
@@ -429,22 +416,26 @@ ExitCode stats(StatsOptions& options) {
     if (std::ranges::count(all, "-") > 1)
         throw Misuse("--diff", "only one of the traces can be standard input");
     options.output.checkForPeople(all);
-    const bool isByPacket = options.topic == Topic::Counters || options.topic == Topic::Bytes;
-    isByPacket ? options.selection.begin(files) : options.selection.beginWithTicks(files);
     std::ostream& out = options.output.target().open();
-    const ExitCode exitCode = Statistics(options, files).tell(out);
+    const ExitCode exitCode =
+        tellStats(out, options, files, [](const TraceInput& input) { return input.reportDamage(); });
     options.output.target().commit();
     return exitCode;
 }
 
 } // namespace
 
-void addStats(Program& program) {
-    auto options = std::make_shared<StatsOptions>();
-    Verb verb = program.add("stats", "Tell what the functions, processes, interrupts and counters of traces did");
-    options->inputs.addTo(verb);
+ExitCode tellStats(std::ostream& out, const StatsOptions& options, const std::vector<std::string>& files,
+                   const HasRead& hasRead) {
+    Selection selection(options.selection);
+    const bool isByPacket = options.topic == Topic::Counters || options.topic == Topic::Bytes;
+    isByPacket ? selection.begin(files) : selection.beginWithTicks(files);
+    return Statistics(options, selection, files, hasRead).tell(out);
+}
+
+void StatsOptions::addTo(Verb& verb) {
     verb.choice(
-        "--of", options->topic,
+        "--of", topic,
         {{"functions", Topic::Functions},
          {"threads", Topic::Threads},
          {"processes", Topic::Processes},
@@ -454,12 +445,26 @@ void addStats(Program& program) {
          {"bytes", Topic::Bytes}},
         "functions (default), threads, processes, cores, interrupts, counters, or bytes: what the file is made of",
         "WHAT");
-    verb.choice("--by", options->byThread, {{"function", false}, {"thread", true}},
+    verb.choice("--by", byThread, {{"function", false}, {"thread", true}},
                 "(functions) function (default), or thread: tell those of each thread apart", "WHAT");
+    verb.option("--sort", sort, "Sort by this column, as total, calls, p99, function", "COLUMN");
+    selection.addTo(verb, Selection::Time | Selection::Place | Selection::Name | Selection::Limit);
+}
+
+void StatsOptions::check() const {
+    if (topic != Topic::Functions && byThread)
+        throw Misuse("--by", "goes with --of functions");
+    if (selection.asksName() && (topic == Topic::Threads || topic == Topic::Cores))
+        throw Misuse("--name", "goes with what has names: not with --of threads, cores");
+}
+
+void addStats(Program& program) {
+    auto options = std::make_shared<StatsOptions>();
+    Verb verb = program.add("stats", "Tell what the functions, processes, interrupts and counters of traces did");
+    options->inputs.addTo(verb);
+    options->addTo(verb);
     verb.option("--diff", options->before, "(functions) Compare with the traces of another run", "BEFORE");
-    verb.option("--sort", options->sort, "Sort by this column, as total, calls, p99, function", "COLUMN");
     addFormatOption(verb, options->format);
-    options->selection.addTo(verb, Selection::Time | Selection::Place | Selection::Name | Selection::Limit);
     options->output.addOptionsForPeople(verb);
     verb.footer(
         "Examples: qvx stats traces\n"
@@ -471,12 +476,11 @@ void addStats(Program& program) {
         "in the whole trace, wherever it was left.\n"
         "Text shows 40 rows, if --limit does not say otherwise.");
     verb.runs([options] {
-        if (options->topic != Topic::Functions && (options->byThread || !options->before.empty()))
-            throw Misuse(options->byThread ? "--by" : "--diff", "goes with --of functions");
+        if (options->topic != Topic::Functions && !options->before.empty())
+            throw Misuse("--diff", "goes with --of functions");
         if (options->byThread && !options->before.empty())
             throw Misuse("--diff", "does not tell threads apart, as --by thread would");
-        if (options->selection.asksName() && (options->topic == Topic::Threads || options->topic == Topic::Cores))
-            throw Misuse("--name", "goes with what has names: not with --of threads, cores");
+        options->check();
         return stats(*options);
     });
 }

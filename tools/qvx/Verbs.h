@@ -38,6 +38,7 @@ class Program;
 void addInfo(Program& program);
 void addDump(Program& program);
 void addStats(Program& program);
+void addWatch(Program& program);
 void addGraph(Program& program);
 void addCheck(Program& program);
 void addAssert(Program& program);
