@@ -343,8 +343,8 @@ void Symbols::Code::readSymbols() {
         return std::tuple(one.from, one.rank, std::strspn(one.name, "_"), std::string_view(one.name)) <
                std::tuple(other.from, other.rank, std::strspn(other.name, "_"), std::string_view(other.name));
     });
-    const auto aliases = std::ranges::unique(m_symbols, {}, &Symbol::from);
-    m_symbols.erase(aliases.begin(), aliases.end());
+    const auto isAlias = [](const Symbol& one, const Symbol& other) { return one.from == other.from; };
+    m_symbols.erase(std::unique(m_symbols.begin(), m_symbols.end(), isAlias), m_symbols.end());
     // One whose end is not told goes to the next; within another it is a label.
     std::uint64_t known = 0;
     for (std::uint32_t i = 0; i < m_symbols.size(); ++i) {
