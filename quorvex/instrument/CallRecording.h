@@ -31,6 +31,7 @@ struct CQVXInstrumentingStream::Function {
     tagTCode code;
     std::uint32_t id;
     std::string_view name;
+    std::uint64_t address = kUnknown64; ///< where the function stands in the process
 
     static constexpr unsigned kPayload = CCoreContext::Len() + sizeof(id);
     static_assert(kPayload == CFunctionDefine::Len() && kPayload == CFunctionEnter::Len());
@@ -57,7 +58,7 @@ struct CQVXInstrumentingStream::Function {
         store(moment.tick);
         store(moment.processor);
         store(thread);
-        store(kUnknown64); // the instruction's address
+        store(address);
         store(id);
         if (!name.empty())
             encodeText(to, name);
@@ -132,12 +133,12 @@ inline CQVXInstrumentingStream::Moment CQVXInstrumentingStream::moment() {
     }
 }
 
-template <tagTCode Code> inline bool CQVXInstrumentingStream::recordCall(unsigned id) noexcept {
+template <tagTCode Code> inline bool CQVXInstrumentingStream::recordCall(unsigned id, std::uint64_t address) noexcept {
     const Use use(*this);
     if (!use.granted()) [[unlikely]]
-        return recordCallBeside(Code, id, use.nested());
+        return recordCallBeside(Code, id, address, use.nested());
     const Moment now = moment();
-    const Function function{Code, id, {}}; // kept in registers: its address is given to nobody
+    const Function function{Code, id, {}, address}; // kept in registers: nobody is told where it stands
     char* const room = claimPlain(function.size());
     if (!room) [[unlikely]]
         return refuse();

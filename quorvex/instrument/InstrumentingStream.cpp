@@ -262,19 +262,14 @@ CQVXInstrumentingStream::~CQVXInstrumentingStream() {
 }
 
 bool CQVXInstrumentingStream::open() {
-    std::string directory = platform::environment("QVX_TRACEDIR");
-    if (directory.empty())
-        directory = platform::temporaryDirectory();
-    std::string prefix = platform::environment("QVX_TRACEFILENAME");
-    if (prefix.empty())
-        prefix = "thread_";
     Registry& registry = Registry::instance();
-    if (directory.size() > platform::kEnvironmentLimit || prefix.size() > platform::kEnvironmentLimit) {
-        registry.tellUserOnce(directory + "/" + prefix + ": longer than " +
+    const detail::RecordingPlace place;
+    if (place.isTooLong()) {
+        registry.tellUserOnce(place.directory + "/" + place.prefix + ": longer than " +
                               std::to_string(platform::kEnvironmentLimit) + " characters; nothing is recorded there");
         return false;
     }
-    if (!m_file.create(platform::absolutePath(directory) + "/" + prefix + std::to_string(SWCtx()))) {
+    if (!m_file.create(place.stem("thread_", SWCtx()))) {
         fail(error());
         return false;
     }
@@ -453,8 +448,8 @@ bool CQVXInstrumentingStream::FunctionLeave(unsigned id) {
     return recordCall<tagTCode::FunctionLeave>(id);
 }
 
-bool CQVXInstrumentingStream::recordCallBeside(tagTCode code, unsigned id, bool allowed) {
-    return allowed ? recordBeside(Function{code, id, {}}) : refuse();
+bool CQVXInstrumentingStream::recordCallBeside(tagTCode code, unsigned id, std::uint64_t address, bool allowed) {
+    return allowed ? recordBeside(Function{code, id, {}, address}) : refuse();
 }
 
 void CQVXInstrumentingStream::takeInLate() {

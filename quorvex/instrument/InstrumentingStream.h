@@ -14,6 +14,8 @@
 namespace Quorvex {
 
 namespace detail {
+class CallHooks;
+
 /// Holds the file so that it is built before the writer on it.
 struct RecordingSink {
     RecordingFile m_file;
@@ -130,6 +132,7 @@ protected:
 
 private:
     friend class CFunctionScope;
+    friend class detail::CallHooks;
     struct Registry;
     struct Function;
     class Use;
@@ -146,9 +149,9 @@ private:
     };
     /// That of now, behind all that has been recorded, also by handlers; for the one that uses the page.
     Moment moment();
-    template <tagTCode Code> bool recordCall(unsigned id) noexcept;
+    template <tagTCode Code> bool recordCall(unsigned id, std::uint64_t address = kUnknown64) noexcept;
     /// Puts it beside the page, where that is `allowed`; else refuses it.
-    bool recordCallBeside(tagTCode code, unsigned id, bool allowed);
+    bool recordCallBeside(tagTCode code, unsigned id, std::uint64_t address, bool allowed);
     /// For what comes while another packet is being put: `write` puts its `size` bytes into their room.
     template <class Write> bool recordBeside(unsigned size, Write&& write);
     bool recordBeside(CPacket& packet);

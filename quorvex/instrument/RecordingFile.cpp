@@ -9,6 +9,20 @@
 
 namespace Quorvex::detail {
 
+RecordingPlace::RecordingPlace()
+    : directory(platform::environment("QVX_TRACEDIR")), prefix(platform::environment("QVX_TRACEFILENAME")) {
+    if (directory.empty())
+        directory = platform::temporaryDirectory();
+}
+
+bool RecordingPlace::isTooLong() const {
+    return directory.size() > platform::kEnvironmentLimit || prefix.size() > platform::kEnvironmentLimit;
+}
+
+std::string RecordingPlace::stem(const char* defaultPrefix, unsigned number) const {
+    return platform::absolutePath(directory) + "/" + (prefix.empty() ? defaultPrefix : prefix) + std::to_string(number);
+}
+
 /// The files that are open. Its lock is held only where no signal handler can come between.
 class RecordingFile::Pool {
 public:

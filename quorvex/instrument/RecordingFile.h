@@ -7,6 +7,17 @@
 
 namespace Quorvex::detail {
 
+/// Where the environment says that a program is to be recorded: QVX_TRACEDIR and QVX_TRACEFILENAME.
+struct QUORVEX_API RecordingPlace {
+    RecordingPlace();
+
+    std::string directory;
+    std::string prefix; ///< of files; empty when none is given
+    bool isTooLong() const;
+    /// The path of a file with that number, without an ending: with `defaultPrefix` where none is given.
+    std::string stem(const char* defaultPrefix, unsigned number) const;
+};
+
 /// The file that a recording thread writes its pages to. It never replaces a file that is there.
 ///
 /// Of all such files of a process, at most kMostOpen are open at a time: those that were written last. The others are

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+
+namespace Quorvex::detail {
+
+/// The calls of a thread that are open, innermost last: which function each is of, and where on the stack its frame is.
+/// By that those are found whose function was left without a word: by longjmp, by an exception through code that does
+/// not tell of it, by a switch to another stack.
+///
+/// A stack grows downward, so a frame below the one that calls now is of a function that has ended. That holds on the
+/// thread's own stack only. On another one (a signal's, a fiber's) nothing is concluded from addresses; what is open
+/// there has ended when its caller ends.
+///
+/// It belongs to its thread, and begins in memory of zeros, which it does not touch before there are calls. A signal
+/// handler may do the same in the middle of each function, and finds and leaves the calls that were open as they are.
+class CallFrames {
+public:
+    /// Calls that are open beyond so many are only counted.
+    static constexpr unsigned kMost = 0x8000;
+
+    struct Bounds {
+        std::uintptr_t from = 0, to = 0; ///< to: behind it
+        bool contains(std::uintptr_t at) const { return at - from < to - from; }
+    };
+    /// Where the thread's own stack is.
+    void stackIs(Bounds bounds) { m_stack = bounds; }
+
+    /// How many are open.
+    unsigned depth() const { return m_depth; }
+
+    /// A function is entered whose frame is at `at`. Calls `left(function, depth)` before for each call that has ended
+    /// without a word, `depth` being the number of calls it was within. The number of calls that the new one is within.
+    template <class Left> unsigned enter(const void* function, std::uintptr_t at, Left&& left) {
+        if (m_depth != 0 && top().at < at) [[unlikely]]
+            dropEnded(at, left);
+        const unsigned within = m_depth;
+        // The place is taken before it is filled, or a handler would take it, too.
+        m_depth = within + 1;
+        if (within < kMost) [[likely]] {
+            keepOrder();
+            m_frames[within] = {function, at};
+        }
+        return within;
+    }
+
+    /// A function is left. Calls `left` for the calls that have ended without a word. The number of calls that it was
+    /// within, or nothing where it is not open, or `left` has been told of it.
+    template <class Left> std::optional<unsigned> leave(const void* function, std::uintptr_t at, Left&& left) {
+        if (m_depth != 0 && m_depth <= kMost && top().function == function && top().at == at) [[likely]]
+            return pop();
+        return leaveOther(function, at, left);
+    }
+
+    /// Calls `left` for all that are open, innermost first.
+    template <class Left> void leaveAll(Left&& left) {
+        while (m_depth > 0)
+            drop(left);
+    }
+
+    /// Forgets all of them.
+    void clear() {
+        while (m_depth > 0)
+            pop();
+    }
+
+private:
+    struct Frame {
+        const void* function; ///< null in a place that is not filled
+        std::uintptr_t at;
+    };
+    static constexpr Frame kNone{nullptr, UINTPTR_MAX}; ///< never taken for one that has ended
+
+    static void keepOrder() { std::atomic_signal_fence(std::memory_order_seq_cst); }
+    Frame& top() { return m_frames[(m_depth < kMost ? m_depth : kMost) - 1]; }
+
+    unsigned pop() {
+        const unsigned within = m_depth - 1;
+        if (within < kMost)
+            m_frames[within] = kNone;
+        keepOrder();
+        m_depth = within;
+        return within;
+    }
+    template <class Left> void drop(Left&& left) {
+        const void* const function = m_depth <= kMost ? top().function : nullptr;
+        const unsigned within = pop();
+        if (function)
+            left(function, within);
+    }
+
+    /// Whether a call has ended as the frame at `at` is the innermost of the stack.
+    bool hasEnded(const Frame& frame, std::uintptr_t at) const {
+        return frame.function && (frame.at < at || !m_stack.contains(frame.at));
+    }
+    template <class Left> [[gnu::noinline]] const void* dropEnded(std::uintptr_t at, Left&& left) {
+        const void* last = nullptr;
+        while (m_depth > 0 && m_stack.contains(at) && hasEnded(top(), at)) {
+            last = m_depth <= kMost ? top().function : nullptr;
+            drop(left);
+        }
+        return last;
+    }
+    template <class Left>
+    [[gnu::noinline]] std::optional<unsigned> leaveOther(const void* function, std::uintptr_t at, Left&& left) {
+        if (m_depth > kMost && !(m_stack.contains(at) && hasEnded(top(), at)))
+            return pop();
+        const void* const last = dropEnded(at, left);
+        if (m_depth > 0 && top().function == function && top().at == at)
+            return pop();
+        if (last == function)
+            return {}; // compilers may call the hook of a leave when the frame is gone already
+        unsigned found = m_depth < kMost ? m_depth : kMost;
+        while (found > 0 && m_frames[found - 1].function != function)
+            --found;
+        if (found == 0)
+            return {};
+        while (m_depth > found)
+            drop(left);
+        return pop();
+    }
+
+    // `m_depth` is written between two fences, and read by handlers of its own thread only.
+    unsigned m_depth = 0;
+    Bounds m_stack;
+    Frame m_frames[kMost];
+};
+
+} // namespace Quorvex::detail
