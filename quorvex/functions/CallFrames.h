@@ -10,9 +10,10 @@ namespace Quorvex::detail {
 /// By that those are found whose function was left without a word: by longjmp, by an exception through code that does
 /// not tell of it, by a switch to another stack.
 ///
-/// A stack grows downward, so a frame below the one that calls now is of a function that has ended. That holds on the
-/// thread's own stack only. On another one (a signal's, a fiber's) nothing is concluded from addresses; what is open
-/// there has ended when its caller ends.
+/// A stack grows downward, so a frame below the one that calls now is of a function that has ended. So is one at the
+/// same place, but for a function that the compiler has made part of another: then both return to the same place, and
+/// call the hook from different ones. That holds on the thread's own stack only. On another one (a signal's, a fiber's)
+/// nothing is concluded from addresses; what is open there has ended when its caller ends.
 ///
 /// It belongs to its thread, and begins in memory of zeros, which it does not touch before there are calls. A signal
 /// handler may do the same in the middle of each function, and finds and leaves the calls that were open as they are.
@@ -31,17 +32,28 @@ public:
     /// How many are open.
     unsigned depth() const { return m_depth; }
 
-    /// A function is entered whose frame is at `at`. Calls `left(function, depth)` before for each call that has ended
+    /// A call, as its hook sees it.
+    struct Call {
+        const void* function; ///< null in a place that is not filled
+        std::uintptr_t at;    ///< the hook's frame, right below that of the function
+        const void* site;     ///< where the function returns to
+        const void* hook;     ///< where the hook returns to
+    };
+
+    /// A function is entered. Calls `left(function, depth)` before for each call that has ended
     /// without a word, `depth` being the number of calls it was within. The number of calls that the new one is within.
-    template <class Left> unsigned enter(const void* function, std::uintptr_t at, Left&& left) {
-        if (m_depth != 0 && top().at < at) [[unlikely]]
-            dropEnded(at, left);
+    template <class Left> unsigned enter(const Call& call, Left&& left) {
+        if (m_depth != 0 && top().at <= call.at) [[unlikely]] {
+            dropEnded(call.at, left);
+            if (m_depth != 0 && m_depth <= kMost && isReplacedBy(call))
+                drop(left);
+        }
         const unsigned within = m_depth;
         // The place is taken before it is filled, or a handler would take it, too.
         m_depth = within + 1;
         if (within < kMost) [[likely]] {
             keepOrder();
-            m_frames[within] = {function, at};
+            m_calls[within] = call;
         }
         return within;
     }
@@ -67,19 +79,13 @@ public:
     }
 
 private:
-    struct Frame {
-        const void* function; ///< null in a place that is not filled
-        std::uintptr_t at;
-    };
-    static constexpr Frame kNone{nullptr, UINTPTR_MAX}; ///< never taken for one that has ended
-
     static void keepOrder() { std::atomic_signal_fence(std::memory_order_seq_cst); }
-    Frame& top() { return m_frames[(m_depth < kMost ? m_depth : kMost) - 1]; }
+    Call& top() { return m_calls[(m_depth < kMost ? m_depth : kMost) - 1]; }
 
     unsigned pop() {
         const unsigned within = m_depth - 1;
         if (within < kMost)
-            m_frames[within] = kNone;
+            m_calls[within].function = nullptr;
         keepOrder();
         m_depth = within;
         return within;
@@ -92,8 +98,13 @@ private:
     }
 
     /// Whether a call has ended as the frame at `at` is the innermost of the stack.
-    bool hasEnded(const Frame& frame, std::uintptr_t at) const {
-        return frame.function && (frame.at < at || !m_stack.contains(frame.at));
+    bool hasEnded(const Call& call, std::uintptr_t at) const {
+        return call.function && (call.at < at || !m_stack.contains(call.at));
+    }
+    /// Whether the last call has ended as another one has its place on the stack.
+    bool isReplacedBy(const Call& call) {
+        const Call& last = top();
+        return last.function && last.at == call.at && (last.site != call.site || last.hook == call.hook);
     }
     template <class Left> [[gnu::noinline]] const void* dropEnded(std::uintptr_t at, Left&& left) {
         const void* last = nullptr;
@@ -113,7 +124,7 @@ private:
         if (last == function)
             return {}; // compilers may call the hook of a leave when the frame is gone already
         unsigned found = m_depth < kMost ? m_depth : kMost;
-        while (found > 0 && m_frames[found - 1].function != function)
+        while (found > 0 && m_calls[found - 1].function != function)
             --found;
         if (found == 0)
             return {};
@@ -125,7 +136,7 @@ private:
     // `m_depth` is written between two fences, and read by handlers of its own thread only.
     unsigned m_depth = 0;
     Bounds m_stack;
-    Frame m_frames[kMost];
+    Call m_calls[kMost];
 };
 
 } // namespace Quorvex::detail

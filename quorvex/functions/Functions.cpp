@@ -4,6 +4,7 @@
 #include "quorvex/functions/CallFrames.h"
 #include "quorvex/functions/ProcessFacts.h"
 #include "quorvex/instrument/CallRecording.h"
+#include "quorvex/platform/Interruption.h"
 #include "quorvex/platform/System.h"
 
 #include <atomic>
@@ -52,16 +53,15 @@ CallFrames::Bounds stackOfThread() {
 
 /// What a thread needs while it is recorded.
 struct Thread {
-    /// Hooks within a hook are those of signal handlers, which may be recorded; or what a hook calls is recorded
+    /// A hook within a hook is that of a signal handler, which may be recorded; or what a hook calls is recorded
     /// itself, as a clock that the program has replaced. The latter would not end.
-    static constexpr unsigned kMostInside = 3;
+    static constexpr unsigned kMostInside = 2;
     unsigned inside = 0;
     unsigned depth = ~0U;      ///< calls within so many are not recorded
     std::uint32_t unloads = 0; ///< as they were when `pages` was begun
     /// The pages of code whose module is told, each at a place that follows from its number.
     static constexpr unsigned kPages = 512, kPageBits = 12;
     std::uintptr_t pages[kPages] = {};
-    bool isTelling = false;
     facts::ThreadName name;
     CallFrames frames;
 };
@@ -79,16 +79,16 @@ std::uint32_t idOf(std::uintptr_t address) {
 /// What the hooks do.
 class CallHooks {
 public:
-    static void enter(const void* function, std::uintptr_t frame) {
+    static void enter(const CallFrames::Call& call) {
         Thread* const thread = t_thread ? t_thread : begin();
         if (!thread) [[unlikely]]
             return;
         const Inside inside(*thread);
         if (!inside) [[unlikely]]
             return;
-        const auto address = reinterpret_cast<std::uintptr_t>(function);
+        const auto address = reinterpret_cast<std::uintptr_t>(call.function);
         knowModule(*thread, address);
-        const unsigned within = thread->frames.enter(function, frame, Left{thread->depth});
+        const unsigned within = thread->frames.enter(call, Left{thread->depth});
         if (within < thread->depth)
             record<tagTCode::FunctionEnter>(address);
     }
@@ -108,7 +108,9 @@ public:
 private:
     class Inside {
     public:
-        explicit Inside(Thread& thread) : m_thread(thread), m_may(thread.inside < Thread::kMostInside) {
+        explicit Inside(Thread& thread)
+            : m_thread(thread),
+              m_may(thread.inside == 0 || (thread.inside < Thread::kMostInside && platform::uninterruptedHere() == 0)) {
             ++m_thread.inside;
             std::atomic_signal_fence(std::memory_order_seq_cst);
         }
@@ -149,9 +151,6 @@ private:
 
     [[gnu::noinline, gnu::cold]] static void tellModules(Thread& thread, std::uintptr_t page) {
         const platform::Uninterrupted quiet;
-        if (thread.isTelling)
-            return; // it takes what is recorded itself
-        thread.isTelling = true;
         if (!thread.name.isTold) {
             facts::begin();
             facts::tellThread(thread.name);
@@ -164,7 +163,6 @@ private:
         }
         if (facts::tellModules())
             thread.pages[page % Thread::kPages] = page;
-        thread.isTelling = false;
     }
 
     /// Begins to record the calling thread; null where it is not to be recorded, or not now.
@@ -185,7 +183,7 @@ struct Key {
 } // namespace
 
 Thread* CallHooks::begin() {
-    if (t_beginning)
+    if (t_beginning || platform::uninterruptedHere() != 0)
         return nullptr;
     t_beginning = true;
     Thread* thread = nullptr;
@@ -230,8 +228,9 @@ void CallHooks::afterForkInChild() {
 
 } // namespace Quorvex::detail
 
-QUORVEX_HOOK void __cyg_profile_func_enter(void* function, void*) {
-    Quorvex::detail::CallHooks::enter(function, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)));
+QUORVEX_HOOK void __cyg_profile_func_enter(void* function, void* site) {
+    Quorvex::detail::CallHooks::enter(
+        {function, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), site, __builtin_return_address(0)});
 }
 
 QUORVEX_HOOK void __cyg_profile_func_exit(void* function, void*) {

@@ -1,6 +1,7 @@
 #include "quorvex/platform/System.h"
 
 #include "quorvex/platform/Files.h"
+#include "quorvex/platform/Interruption.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -36,6 +37,14 @@
 #endif
 
 namespace Quorvex::platform {
+
+namespace {
+constinit thread_local unsigned t_uninterrupted = 0;
+} // namespace
+
+unsigned uninterruptedHere() {
+    return t_uninterrupted;
+}
 
 std::string errorText(int error) {
     return std::generic_category().message(error);
@@ -124,9 +133,12 @@ void tellUser(std::initializer_list<std::string_view> parts) {
 }
 
 // Nothing interrupts a thread here.
-Uninterrupted::Uninterrupted() : m_errno(errno), m_systemError(GetLastError()) {}
+Uninterrupted::Uninterrupted() : m_errno(errno), m_systemError(GetLastError()) {
+    ++t_uninterrupted;
+}
 
 Uninterrupted::~Uninterrupted() {
+    --t_uninterrupted;
     errno = m_errno;
     SetLastError(m_systemError);
 }
@@ -265,9 +277,11 @@ Uninterrupted::Uninterrupted() : m_errno(errno) {
     pthread_sigmask(SIG_BLOCK, &all, &before);
     std::memcpy(m_signals, &before, sizeof before);
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
+    ++t_uninterrupted;
 }
 
 Uninterrupted::~Uninterrupted() {
+    --t_uninterrupted;
     pthread_setcancelstate(m_cancelState, nullptr);
     sigset_t before;
     std::memcpy(&before, m_signals, sizeof before);
