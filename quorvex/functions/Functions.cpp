@@ -29,6 +29,15 @@ namespace {
 /// How often modules may have gone. Addresses may then be of others.
 constinit std::atomic<std::uint32_t> g_unloads{0};
 
+/// The process is none that is to be recorded. Known when the first thread begins.
+constinit std::atomic<bool> g_isOther{false};
+
+/// Whether QVX_TRACEPROCESS, if it is set, names another process than this one.
+bool isOther() {
+    const char* const process = std::getenv("QVX_TRACEPROCESS");
+    return process && *process && std::strtoul(process, nullptr, 10) != static_cast<unsigned long>(getpid());
+}
+
 /// The bounds of the calling thread's stack.
 CallFrames::Bounds stackOfThread() {
     if (platform::currentThreadId() == static_cast<unsigned>(getpid())) {
@@ -183,8 +192,12 @@ struct Key {
 } // namespace
 
 Thread* CallHooks::begin() {
-    if (t_beginning || platform::uninterruptedHere() != 0)
+    if (t_beginning || g_isOther.load(std::memory_order_relaxed) || platform::uninterruptedHere() != 0)
         return nullptr;
+    if (isOther()) {
+        g_isOther = true;
+        return nullptr;
+    }
     t_beginning = true;
     Thread* thread = nullptr;
     static const Key key(ended);
@@ -220,10 +233,13 @@ void CallHooks::afterForkInChild() {
     // What is open was entered in the parent, and ends there. The rest is told with the first call.
     if (!t_thread)
         return;
+    g_isOther = isOther();
     t_thread->frames.clear();
     t_thread->name = {};
     for (std::uintptr_t& known : t_thread->pages)
         known = 0;
+    if (g_isOther)
+        t_thread = nullptr;
 }
 
 } // namespace Quorvex::detail

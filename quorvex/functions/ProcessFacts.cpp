@@ -368,6 +368,7 @@ struct Look {
 void afterForkInChild() {
     Turn::reset();
     g_begun = false;
+    g_path[0] = '\0';
     g_moduleCount = 0;
     g_adds = g_subs = 0;
 }

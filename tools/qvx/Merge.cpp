@@ -1,3 +1,5 @@
+#include "Merge.h"
+
 #include "Arguments.h"
 #include "Inputs.h"
 #include "Moments.h"
@@ -172,15 +174,19 @@ private:
 
 class Merging : PacketChange {
 public:
-    explicit Merging(MergeOptions& options)
-        : m_options(options),
-          m_sources(options.inputs.files()),
-          m_offsets(offsetsOf(options.offsets, m_sources.files())) {
-        options.output.check(m_sources.files());
-    }
+    Merging(const std::vector<std::string>& files, const std::vector<std::string>& offsets, const Selection& selection,
+            const TraceShape& shape, Target& target)
+        : m_sources(files),
+          m_offsets(offsetsOf(offsets, files)),
+          m_selection(selection),
+          m_shape(shape),
+          m_target(target) {}
+
+    std::uint64_t packets() const { return m_packets; } ///< that were written
+    std::uint64_t size() const { return m_size; }       ///< of the file, in bytes
 
     ExitCode run() {
-        Selection selection(m_options.selection);
+        Selection selection(m_selection);
         selection.begin(m_sources.files());
         for (std::size_t file = 0; file < m_sources.size(); ++file)
             Work::now().expect(m_sources.files()[file]); // twice
@@ -259,20 +265,17 @@ private:
     }
 
     ExitCode write() {
-        const TraceShape& shape = m_options.shape;
         Merged merged;
         merged.keepOldTicks();
         if (m_clock.changes())
             merged.changeBy(*this);
-        m_options.selection.begin(m_sources.files());
+        m_selection.begin(m_sources.files());
         for (std::size_t file = 0; file < m_sources.size(); ++file)
-            merged.add(selected(m_sources.open(file), file, m_sources.size(), m_options.selection));
+            merged.add(selected(m_sources.open(file), file, m_sources.size(), m_selection));
 
-        Target& target = m_options.output.target();
-        TraceOutput output(target, !shape.plain, shape.relative);
-        const auto frame = [&](CPacket* packet) { output.write(PacketPointer(packet), target.name(), 0); };
+        TraceOutput output(m_target, !m_shape.plain, m_shape.relative);
+        const auto frame = [&](CPacket* packet) { output.write(PacketPointer(packet), m_target.name(), 0); };
         frame(new CTraceEnabled(0, m_frame.value_or(SFrameConfig()))); // its length is put in at its end
-        std::uint64_t packets = 0;
         while (PacketPointer packet = merged.next()) {
             const std::string& name = merged.trace(merged.file()).name();
             if (repeatsClock(*packet))
@@ -281,12 +284,12 @@ private:
                 throw Failure(name, fmt::format("offset {}: there is no number left for an identifier of this {} "
                                                 "packet",
                                                 merged.offset(), CTCodeInfo::TCodeToName(packet->TraceCode())));
-            ++packets;
+            ++m_packets;
             output.write(std::move(packet), name, merged.offset());
         }
         frame(new CTraceDisabled);
         frame(new CEndOfTrace);
-        const std::uint64_t size = output.commit();
+        m_size = output.commit();
 
         ExitCode exitCode = reportDamage(merged);
         Some unplaced(m_sources);
@@ -298,8 +301,6 @@ private:
             tell(unplaced.that("has", "have") + " " + kWhat);
             exitCode = DoneWithLoss;
         }
-        tell(fmt::format("{} packets of {} trace{}, {} bytes", packets, m_sources.size(), plural(m_sources.size()),
-                         size));
         return exitCode;
     }
 
@@ -316,9 +317,13 @@ private:
         return !m_clocks.insert(timestamp->is_HWCtx_valid() ? std::optional(timestamp->HWCtx()) : std::nullopt).second;
     }
 
-    MergeOptions& m_options;
     Sources m_sources;
     std::vector<Offset> m_offsets;
+    Selection m_selection;
+    TraceShape m_shape;
+    Target& m_target;
+    std::uint64_t m_packets = 0;
+    std::uint64_t m_size = 0;
     CommonClock m_clock;
     Renumbering m_renumbering;
     std::optional<SFrameConfig> m_frame;
@@ -326,7 +331,21 @@ private:
     std::set<std::size_t> m_unplaced;                ///< traces with ticks that are lost
 };
 
+ExitCode merge(MergeOptions& options) {
+    const std::vector<std::string> files = options.inputs.files();
+    options.output.check(files);
+    Merging merging(files, options.offsets, options.selection, options.shape, options.output.target());
+    const ExitCode exitCode = merging.run();
+    tell(fmt::format("{} packets of {} trace{}, {} bytes", merging.packets(), files.size(), plural(files.size()),
+                     merging.size()));
+    return exitCode;
+}
+
 } // namespace
+
+ExitCode merge(const std::vector<std::string>& files, Target& target) {
+    return Merging(files, {}, {}, {}, target).run();
+}
 
 void addMerge(Program& program) {
     auto options = std::make_shared<MergeOptions>();
@@ -343,7 +362,7 @@ void addMerge(Program& program) {
         "of the traces; an offset without a unit is in ticks of that. Identifiers that mean different things in\n"
         "different traces get new numbers; cores, threads and buses keep theirs. The traces are read twice.\n" +
         std::string(kPartHelp));
-    verb.runs([options] { return Merging(*options).run(); });
+    verb.runs([options] { return merge(*options); });
 }
 
 } // namespace qvx

@@ -55,6 +55,7 @@ int run(std::vector<std::string> arguments) {
     addRepair(program);
     addExport(program);
     addImport(program);
+    addRecord(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");
 }

@@ -52,6 +52,7 @@ void addConvert(Program& program);
 void addRepair(Program& program);
 void addExport(Program& program);
 void addImport(Program& program);
+void addRecord(Program& program);
 void addKinds(Program& program);
 
 } // namespace qvx
