@@ -1,11 +1,12 @@
-# The libraries around ours: {fmt}, CLI11 and RapidJSON for the program, GoogleTest for the tests. A distribution has binaries of
-# them for its own system alone. For other targets (-m32, Windows) they are built from what its packages bring along:
-# sources of GoogleTest, and headers that need no library of the others. elfutils names the functions of recorded
-# programs; without it, qvx tells them by their addresses.
+# The libraries around ours: {fmt}, CLI11, RapidJSON and zlib for the program, GoogleTest for the tests. Of zlib a
+# distribution has binaries for all targets, of the others for its own system alone. For other targets (-m32, Windows)
+# they are built from what its packages bring along: sources of GoogleTest, and headers that need no library of the
+# others. elfutils names the functions of recorded programs; without it, qvx tells them by their addresses.
 option(QUORVEX_DEPENDENCIES_FROM_SOURCE "Build what the tools and tests need from sources and headers in /usr"
   ${CMAKE_CROSSCOMPILING})
 
 if(QUORVEX_BUILD_TOOLS)
+  find_package(ZLIB REQUIRED)
   include(CheckCXXSourceCompiles)
   set(CMAKE_REQUIRED_LIBRARIES dw elf)
   check_cxx_source_compiles("#include <elfutils/libdwfl.h>

@@ -21,6 +21,8 @@ public:
     std::vector<std::string> files() const { return filesOf(m_given); }
     /// The same of what is given in another way.
     static std::vector<std::string> filesOf(const std::vector<std::string>& given);
+    /// The names as they were given.
+    const std::vector<std::string>& given() const { return m_given; }
 
 private:
     std::vector<std::string> m_given;

@@ -56,6 +56,7 @@ int run(std::vector<std::string> arguments) {
     addExport(program);
     addImport(program);
     addRecord(program);
+    addReport(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");
 }

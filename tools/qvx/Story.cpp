@@ -50,7 +50,8 @@ std::uint64_t unsignedOf(std::string_view bytes) {
     return value;
 }
 
-/// How the values of a type are written, by what languages call their types.
+} // namespace
+
 std::string typedText(std::string_view type, std::string_view bytes) {
     const auto names = [type](std::string_view word) { return type.find(word) != std::string_view::npos; };
     const std::size_t size = bytes.size();
@@ -75,8 +76,6 @@ std::string typedText(std::string_view type, std::string_view bytes) {
     }
     return hexNumber(bytes);
 }
-
-} // namespace
 
 Story::Story(std::ostream& out, TimeForm form, bool isColored, Selection& selection)
     : m_out(out), m_selection(selection), m_time(form), m_isColored(isColored) {}

@@ -16,6 +16,9 @@
 
 namespace qvx {
 
+/// How a value of a type is written, by what languages call their types.
+std::string typedText(std::string_view type, std::string_view bytes);
+
 /// Tells people what happened, a line a packet: when, on which core, in which thread, and what, as deep as the calls
 /// are; behind what is left, how long it took.
 class Story : public Timeline::Onlooker {

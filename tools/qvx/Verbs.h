@@ -53,6 +53,7 @@ void addRepair(Program& program);
 void addExport(Program& program);
 void addImport(Program& program);
 void addRecord(Program& program);
+void addReport(Program& program);
 void addKinds(Program& program);
 
 } // namespace qvx
