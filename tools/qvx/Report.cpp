@@ -14,7 +14,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
+#include <concepts>
 #include <deque>
 #include <map>
 #include <memory>
@@ -475,7 +477,10 @@ private:
             .marks.push_back({m_tick, m_report.tableOf("mark").indexOf(name), m_report.textOf(text)});
     }
     void tell(const CMessage& packet) { mark("messages", "Message", wholeTextOf(packet)); }
-    void tell(const CTraceBroken&) { mark("gaps", "TraceBroken", "what happened before is not in the trace"); }
+    /// For that kind alone: it could be made of the context of any other.
+    template <std::same_as<CTraceBroken> Gap> void tell(const Gap&) {
+        mark("gaps", "TraceBroken", "what happened before is not in the trace");
+    }
     void tell(const CEvent& packet) {
         const CData& data = packet.EvtData();
         mark("events", names().nameOrId(TextSort::Event, names().numberOf(TextSort::Event, packet.EvtId(), m_file)),

@@ -53,7 +53,8 @@ if (process.argv.includes('--tests')) {
     mkdirSync('build');
     buildSync({
         ...common,
-        entryPoints: readdirSync('test').filter((name) => name.endsWith('.test.ts')).map((name) => `test/${name}`),
+        entryPoints: [...readdirSync('test').filter((name) => name.endsWith('.test.ts')), 'browser.ts'].map((name) => `test/${name}`),
+        packages: 'external',
         outdir: 'build',
         outExtension: { '.js': '.mjs' },
         format: 'esm',
