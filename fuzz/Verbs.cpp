@@ -71,6 +71,7 @@ void verbs(const std::string& data) {
     run({"repair", in, "-f", "-o", out});
     run({"export", in, "-f", "-o", out, "--to", "vcd", "--save", again});
     run({"export", in, "-f", "-o", out, "--to", "btf"});
+    run({"report", in, "-f", "-o", out});
 }
 
 } // namespace Quorvex::fuzz

@@ -31,8 +31,8 @@ run 0 report - <"$trace" >piped.html
 # Moments of each sort, some in relative form; what is not shown is counted.
 printf '\t%s\n' $'Timestamp\t16\t0\t1000000000' $'FunctionDefine\t28\t5\t1\t2\tInvalid\t0x7' $'CharString\t4\tmain' \
     $'FunctionEnter\t28\t5\t1\t2\tInvalid\t0x7' $'CounterValue\t36\t6\t1\t2\tInvalid\t0x5\t300' \
-    $'RelCounterValue\t14\t1\t0x0\t0x5\t299' $'Message\t9\t8\t0' $'CharString\t2\thi' \
-    $'ExecInsn\t24\t9\t1\t3\t0x10' $'FunctionLeave\t28\t10\t1\t2\tInvalid\t0x7' >table
+    $'Sync\t24\t6\t1\t2\tInvalid' $'RelCounterValue\t14\t1\t0x0\t0x5\t299' $'Message\t9\t8\t0' \
+    $'CharString\t2\thi' $'ExecInsn\t24\t9\t1\t3\t0x10' $'FunctionLeave\t28\t10\t1\t2\tInvalid\t0x7' >table
 run 0 report table -o table.html
 
 if command -v python3 >/dev/null; then

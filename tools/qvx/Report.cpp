@@ -676,11 +676,12 @@ ExitCode report(ReportOptions& options) {
             fmt::format("{} call{} too deep to be told apart", calls.hiddenCalls(), plural(calls.hiddenCalls())));
     if (calls.clocksDiffer())
         report.note("a trace has clocks of several frequencies; its times are by the first");
+    const std::vector<std::string>& given = options.inputs.given();
     report.write(out,
                  !options.title.empty() ? options.title
-                 : files.size() == 1    ? files.front()
-                                        : fmt::format("{} and {} more", files.front(), files.size() - 1),
-                 options.inputs.given());
+                 : given.size() == 1    ? given.front()
+                                        : fmt::format("{} and {} more", given.front(), given.size() - 1),
+                 given);
     options.output.target().commit();
     return exitCode;
 }
