@@ -6,6 +6,7 @@ option(QUORVEX_DEPENDENCIES_FROM_SOURCE "Build what the tools and tests need fro
   ${CMAKE_CROSSCOMPILING})
 
 if(QUORVEX_BUILD_TOOLS)
+  set(ZLIB_USE_STATIC_LIBS ${QUORVEX_DEPENDENCIES_FROM_SOURCE}) # programs for others carry it within themselves
   find_package(ZLIB REQUIRED)
   include(CheckCXXSourceCompiles)
   set(CMAKE_REQUIRED_LIBRARIES dw elf)

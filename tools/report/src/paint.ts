@@ -183,26 +183,15 @@ export function fitting(text: string, room: number, width: (text: string) => num
     return '';
 }
 
-/** The colours of names: of each its own, which is the same in every report. */
+/** The colours of names: those that were used one after the other differ. */
 export class Colors {
-    private readonly fills: Uint32Array;
-    private readonly faint: Uint32Array;
+    private readonly faint: number[];
 
-    constructor(names: Name[], background: number) {
-        this.fills = new Uint32Array(names.length);
-        this.faint = new Uint32Array(names.length);
-        for (let name = 0; name < names.length; ++name) {
-            let hash = 2166136261;
-            const { text } = names[name];
-            for (let i = 0; i < Math.min(text.length, 200); ++i)
-                hash = Math.imul(hash ^ text.charCodeAt(i), 16777619) >>> 0;
-            const fill = kFills[hash % kFills.length];
-            this.fills[name] = fill;
-            this.faint[name] = mixed(fill, background, 0.8);
-        }
+    constructor(background: number) {
+        this.faint = kFills.map((fill) => mixed(fill, background, 0.8));
     }
     of(name: number, isFaint: boolean): number {
-        return (isFaint ? this.faint : this.fills)[name];
+        return (isFaint ? this.faint : kFills)[name % kFills.length];
     }
 }
 
@@ -241,7 +230,7 @@ export interface Look {
     /** Which names of a track's table are looked for; null while nothing is. */
     wanted: (track: Track) => Uint8Array | null;
     names: (track: Track) => Name[];
-    colors: (track: Track) => Colors;
+    colors: Colors;
     title: (track: Track) => string;
     ruler: { frequency: number } | null;
     isClosed: (track: number) => boolean;
@@ -280,7 +269,7 @@ function paintSpans(canvas: Canvas, track: Track, spans: Spans, top: number, loo
     const k = canvas.width / (range.to - range.from);
     const t0 = range.from;
     const names = look.names(track);
-    const colors = look.colors(track);
+    const { colors } = look;
     const wanted = look.wanted(track);
     for (let row = 0; row + 1 < rows.length; ++row) {
         const y = top + row * kRow * ratio;

@@ -2,7 +2,7 @@
 
 import { flameOf, type Flame } from './flame';
 import { bytesOf, inflate, readReport } from './format';
-import { firstFrom, parentOf, type Name, type Report, type Track } from './model';
+import { firstFrom, parentOf, type Report, type Track } from './model';
 import { matches, patternOf, shown } from './names';
 import {
     Colors,
@@ -52,13 +52,7 @@ const wanted = new Map<string, Uint8Array>();
 let flame: Flame | null = null;
 let isReady = false;
 
-const colors = new Map<string, Colors>();
-function colorsOf(table: string, names: Name[], isDark: boolean): Colors {
-    const key = `${table} ${isDark}`;
-    let its = colors.get(key);
-    if (!its) colors.set(key, (its = new Colors(names, (isDark ? kDark : kLight).background)));
-    return its;
-}
+const colors = { dark: new Colors(kDark.background), light: new Colors(kLight.background) };
 
 function lookOf(id: SurfaceId, view: View): Look {
     const closed = new Set(id === 'timeline' ? view.closed : []);
@@ -69,7 +63,7 @@ function lookOf(id: SurfaceId, view: View): Look {
         theme: view.isDark ? kDark : kLight,
         wanted: (track) => wanted.get(track.table) ?? null,
         names: (track) => report.names[track.table],
-        colors: (track) => colorsOf(track.table, report.names[track.table], view.isDark),
+        colors: view.isDark ? colors.dark : colors.light,
         title: placeOf,
         ruler: id === 'timeline' ? { frequency: report.frequency } : null,
         isClosed: (track) => closed.has(track),

@@ -196,7 +196,7 @@ describe('paint', () => {
         theme: kLight,
         wanted: () => null,
         names: (track: Track) => report.names[track.table],
-        colors: (track: Track) => new Colors(report.names[track.table], kLight.background),
+        colors: new Colors(kLight.background),
         title: (track: Track) => track.title,
         ruler: null,
         isClosed: () => false,
@@ -234,7 +234,7 @@ describe('paint', () => {
         const pixels = new Pixels(new Uint32Array(20 * 20), 20, 20);
         pixels.line = (_from, _to, color) => void colors.add(color);
         paint(pixels, report.tracks, layOut(report.tracks, () => false, 0), look);
-        assert.ok(colors.has(look.colors(report.tracks[0]).of(2, false)));
+        assert.ok(colors.has(look.colors.of(2, false)));
     });
     it('finds what is at a place', () => {
         const report = reportOf(kSpans);
