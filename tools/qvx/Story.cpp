@@ -102,7 +102,11 @@ Story::Move Story::moveOf(std::size_t file, const CPacket& packet) {
 }
 
 Story::Stack& Story::stackOf(const Place& place) {
-    return m_stacks.findOrMake(place, [] { return Stack(kMostOpen); });
+    if (!m_last || !(place == m_lastPlace)) {
+        m_lastPlace = place;
+        m_last = &m_stacks.findOrMake(place, [] { return Stack(kMostOpen); });
+    }
+    return *m_last;
 }
 
 std::uint64_t Story::make(const Move& move, std::uint64_t tick, bool isTaken) {
@@ -191,8 +195,7 @@ void Story::appendColumns(std::uint32_t core, std::uint32_t thread, std::uint64_
     appendPlace(m_line, core, 5);
     m_line += ' ';
     appendPlace(m_line, thread, 10);
-    m_line += "  ";
-    m_line.append(static_cast<std::size_t>(2 * std::min<std::uint64_t>(depth, kMostIndented)), ' ');
+    m_line.append(static_cast<std::size_t>(2 + 2 * std::min<std::uint64_t>(depth, kMostIndented)), ' ');
 }
 
 bool Story::tell(std::size_t file, const CPacket& packet, std::uint64_t tick) {
@@ -257,9 +260,9 @@ void Story::appendMove(std::size_t file, const Move& move, std::uint64_t took) {
         append(kNameColor, nameOf(file, move.place.sort, move.id));
     if (took != kUnknown64) {
         m_line += "  ";
-        std::string duration;
-        m_time.appendDuration(duration, took);
-        append(kDurationColor, duration);
+        m_line += m_isColored ? kDurationColor : "";
+        m_time.appendDuration(m_line, took);
+        m_line += m_isColored ? kNoColor : "";
     }
 }
 

@@ -90,6 +90,8 @@ private:
     using Shown = Quorvex::Directory<std::uint64_t, std::string>;
     Shown m_functions; ///< their names as they are shown, by file and identifier, since the last definition
     Quorvex::Directory<Place, Stack> m_stacks;
+    Stack* m_last = nullptr;                                                ///< that was asked for last,
+    Place m_lastPlace{};                                                    ///< and its place
     std::map<std::pair<std::size_t, std::uint32_t>, std::uint32_t> m_types; ///< of variables, by file and variable
 };
 

@@ -17,7 +17,7 @@ enum class TimeForm : std::uint8_t { Seconds, Nanoseconds, Ticks, Delta };
 /// Adds --time to a verb.
 void addTimeOption(Verb& verb, std::optional<TimeForm>& form);
 
-/// Appends a number in decimal, right in a column of that width.
+/// Appends a number in decimal, right in a column of that width, at most 20.
 void appendNumber(std::string& to, std::uint64_t number, std::size_t width = 0);
 
 /// A length of time in seconds, with all its nanoseconds: "0.005110870".
@@ -42,8 +42,8 @@ public:
     void appendDuration(std::string& to, std::uint64_t ticks) const;
 
 private:
-    /// The time from one tick to a later one.
-    void appendDistance(std::string& to, std::uint64_t from, std::uint64_t tick) const;
+    /// Puts the time from one tick to another. The end of the text.
+    char* putDistance(char* to, std::uint64_t from, std::uint64_t tick) const;
 
     TimeForm m_form;
     Quorvex::TraceSpan m_span;
