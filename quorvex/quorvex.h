@@ -17,6 +17,7 @@
 #include "quorvex/analysis/TracePiece.h"
 #include "quorvex/analysis/TraceRepair.h"
 #include "quorvex/analysis/TraceReport.h"
+#include "quorvex/analysis/TraceSearch.h"
 #include "quorvex/analysis/TraceState.h"
 #include "quorvex/analysis/Unpaged.h"
 #include "quorvex/export/BtfWriter.h"

@@ -34,6 +34,31 @@ constexpr unsigned offsetIn(std::uint64_t position) {
     return static_cast<unsigned>(position % kPageSize);
 }
 
+/// The page that a position of the file is on, counted from 0; where it begins, and where the next one does.
+constexpr std::uint64_t numberAt(std::uint64_t position) {
+    return position / kPageSize;
+}
+constexpr std::uint64_t beginAt(std::uint64_t position) {
+    return position - offsetIn(position);
+}
+constexpr std::uint64_t endAt(std::uint64_t position) {
+    return beginAt(position) + kPageSize;
+}
+/// The next position, or that one, at which a page begins.
+constexpr std::uint64_t nextBegin(std::uint64_t position) {
+    return beginAt(position + kPageSize - 1);
+}
+
+/// Where the page of that number begins.
+constexpr std::uint64_t beginOf(std::uint64_t page) {
+    return page * kPageSize;
+}
+
+/// How many pages a file of that size has.
+constexpr std::uint64_t countIn(std::uint64_t size) {
+    return numberAt(size + kPageSize - 1);
+}
+
 /// Whether a page begins there, and another one ends.
 constexpr bool isBreak(std::uint64_t position) {
     return position > 0 && offsetIn(position) == 0;
@@ -41,7 +66,7 @@ constexpr bool isBreak(std::uint64_t position) {
 
 /// Whether a packet that takes the bytes of the file from `from` to before `to` crosses a page's end.
 constexpr bool crossesEnd(std::uint64_t from, std::uint64_t to) {
-    return from < to && from / kPageSize != (to - 1) / kPageSize;
+    return from < to && numberAt(from) != numberAt(to - 1);
 }
 
 /// Bytes that packets can still take of a page that is filled so far.

@@ -2,6 +2,7 @@
 
 #include "quorvex/analysis/TraceError.h"
 #include "quorvex/analysis/TraceFile.h"
+#include "quorvex/analysis/TraceSearch.h"
 #include "quorvex/stream/FileKind.h"
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceCompressor.h"

@@ -7,6 +7,7 @@
 #include "Work.h"
 #include "quorvex/analysis/TraceError.h"
 #include "quorvex/analysis/TraceRepair.h"
+#include "quorvex/analysis/TraceSearch.h"
 #include "quorvex/platform/System.h"
 #include "quorvex/stream/FileKind.h"
 #include "quorvex/stream/PageFormat.h"
@@ -314,7 +315,7 @@ private:
     }
 
     void say(const RepairNote& note, std::string_view rule) {
-        const std::uint64_t page = note.offset / kPageSize;
+        const std::uint64_t page = pages::numberAt(note.offset);
         const std::string kind = note.kind == Invalid ? "" : CTCodeInfo::TCodeToName(note.kind);
         std::string line;
         if (m_options.format == LedgerFormat::JSON) {
