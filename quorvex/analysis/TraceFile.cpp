@@ -68,12 +68,12 @@ bool hasTracePage(std::istream& file) {
     constexpr std::uint64_t kMostPages = 64;
     file.clear();
     file.seekg(0, std::ios::end);
-    const std::uint64_t pages = static_cast<std::uint64_t>(std::streamoff(file.tellg())) / kPageSize;
+    const std::uint64_t last = pages::numberAt(static_cast<std::uint64_t>(std::streamoff(file.tellg())));
     std::string page(kPageSize, '\0');
-    const std::uint64_t step = pages / kMostPages + 1;
-    for (std::uint64_t at = 1; at <= pages; at += step) {
+    const std::uint64_t step = last / kMostPages + 1;
+    for (std::uint64_t at = 1; at <= last; at += step) {
         file.clear();
-        file.seekg(static_cast<std::streamoff>(at * kPageSize));
+        file.seekg(static_cast<std::streamoff>(pages::beginOf(at)));
         file.read(page.data(), kPageSize);
         const std::string_view block(page.data(), static_cast<std::size_t>(file.gcount()));
         if (!block.empty() && looksLikeTrace(block))

@@ -17,10 +17,6 @@ namespace Quorvex {
 
 namespace {
 
-constexpr std::uint64_t pageBegin(std::uint64_t place) {
-    return place - place % kPageSize;
-}
-
 /// Whether a page that begins with `told` restates all that is known before it.
 bool restatesAll(const CContexts& told, const CContexts& known) {
     return std::ranges::all_of(kContextSorts, [&](ContextSort sort) {
@@ -84,7 +80,7 @@ bool TracePages::isRecording() const {
 }
 
 std::uint64_t TracePages::count() const {
-    return (m_size + kPageSize - 1) / kPageSize;
+    return pages::countIn(m_size);
 }
 
 platform::Owned<TraceAt> TracePages::openAt(std::uint64_t from, std::uint64_t to, const CContexts& contexts) const {
@@ -114,7 +110,7 @@ bool TracePages::arePages() {
 
 CContexts TracePages::contextsAt(std::uint64_t place) {
     CContexts contexts;
-    const std::uint64_t page = pageBegin(place);
+    const std::uint64_t page = pages::beginAt(place);
     const auto at = openAt(page, std::min<std::uint64_t>(page + kPageSize, m_size), contexts);
     ContextSort last = ContextSort::None; // that the page has begun with
     while (at->cursor.next()) {
@@ -129,7 +125,7 @@ CContexts TracePages::contextsAt(std::uint64_t place) {
 
 std::uint64_t TracePages::firstTickOf(std::uint64_t page) {
     constexpr std::uint64_t kPortion = 0x2000;
-    const std::uint64_t begin = page * kPageSize;
+    const std::uint64_t begin = pages::beginOf(page);
     const std::uint64_t end = std::min<std::uint64_t>(begin + kPageSize, m_size);
     std::uint64_t tick = kUnknown64;
     for (const std::uint64_t size : {kPortion, std::uint64_t{kPageSize}}) {
@@ -172,7 +168,7 @@ std::uint64_t TracePages::placeOf(std::uint64_t tick) {
             low = page + 1;
     }
     // `low` begins at the tick or behind; it may stand in the page before.
-    const std::uint64_t from = low > 0 ? (low - 1) * kPageSize : 0;
+    const std::uint64_t from = low > 0 ? pages::beginOf(low - 1) : 0;
     const auto at = openAt(from, m_size, CContexts());
     std::uint64_t its = 0;
     while (at->cursor.next()) {
@@ -269,8 +265,8 @@ bool TracePages::putPackets(TracePiece& piece, std::uint64_t from, std::uint64_t
 bool TracePages::copyTo(TracePiece& piece, std::uint64_t from, std::uint64_t to, const CContexts& contexts,
                         TraceFrame frame) {
     // A frame that begins here is told its length again, and the last page may have its end.
-    std::uint64_t begin = from == 0 ? kPageSize : pageBegin(from + kPageSize - 1);
-    const std::uint64_t last = pageBegin(to == m_size && to > 0 ? to - 1 : to);
+    std::uint64_t begin = from == 0 ? kPageSize : pages::nextBegin(from);
+    const std::uint64_t last = pages::beginAt(to == m_size && to > 0 ? to - 1 : to);
     if (!piece.isPaged() || begin >= last || !isPageBegin(begin) || !isPageBegin(last))
         return putPackets(piece, from, to, contexts, frame);
     if (!putPackets(piece, from, begin, contexts, frame))

@@ -71,8 +71,7 @@ std::vector<Part> partsOf(std::uint64_t begin, std::uint64_t size, const TraceSh
     std::vector<Part> parts(static_cast<std::size_t>(count));
     parts[0].begin = begin;
     for (std::size_t i = 1; i < parts.size(); ++i) {
-        const std::uint64_t place = begin + (size - begin) / count * i + kPageSize - 1;
-        parts[i].begin = parts[i - 1].end = place - place % kPageSize;
+        parts[i].begin = parts[i - 1].end = pages::nextBegin(begin + (size - begin) / count * i);
     }
     return parts;
 }

@@ -179,7 +179,7 @@ private:
 
     /// Where a trace in pages has the end of its frame, if only that of the trace is behind; else its size.
     static std::uint64_t endOfFrame(const std::string& file, std::uint64_t size) {
-        const std::uint64_t begin = size > 0 ? (size - 1) / kPageSize * kPageSize : 0;
+        const std::uint64_t begin = size > 0 ? pages::beginAt(size - 1) : 0;
         std::string page(static_cast<std::size_t>(size - begin), '\0');
         std::ifstream stream(file, std::ios::binary);
         stream.seekg(static_cast<std::streamoff>(begin));

@@ -34,7 +34,7 @@ struct CheckOptions {
 };
 
 void show(std::ostream& out, CheckFormat format, const std::string& file, const Finding& finding) {
-    const std::uint64_t page = finding.offset / kPageSize;
+    const std::uint64_t page = pages::numberAt(finding.offset);
     const std::string kind = finding.kind == Invalid ? "" : CTCodeInfo::TCodeToName(finding.kind);
     if (format == CheckFormat::Text) {
         qvx::print(out, "{}: offset {}, page {}: {}{}{} [{}]\n", shown(file), finding.offset, page, kind,

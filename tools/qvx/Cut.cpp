@@ -72,12 +72,12 @@ struct PageRange {
     std::pair<std::uint64_t, std::uint64_t> places(std::uint64_t count) const {
         // Counted from the end, a page may be before the first one, and then what is behind it is, too.
         const auto placeOf = [count](std::int64_t number, unsigned behind) {
-            constexpr std::uint64_t kMost = kEnd / kPageSize - 1;
+            constexpr std::uint64_t kMost = pages::numberAt(kEnd) - 1;
             const auto page = static_cast<std::uint64_t>(number);
             if (number >= 0)
-                return std::min(page + behind, kMost) * kPageSize;
+                return pages::beginOf(std::min(page + behind, kMost));
             const std::uint64_t back = 0 - page;
-            return back <= count ? (count - back + behind) * kPageSize : 0;
+            return back <= count ? pages::beginOf(count - back + behind) : 0;
         };
         return {placeOf(first, 0), last == -1 ? kEnd : placeOf(last, 1)};
     }
@@ -130,9 +130,9 @@ private:
             state = pages.stateAt(from);
         const TraceFrame frame = state ? state->frame() : pages.frameAt(from);
         // A page that it begins with tells them itself.
-        const CContexts contexts = state                                 ? state->contexts()
-                                   : from % kPageSize == 0 || from == to ? CContexts()
-                                                                         : pages.contextsAt(from);
+        const CContexts contexts = state                                      ? state->contexts()
+                                   : pages::offsetIn(from) == 0 || from == to ? CContexts()
+                                                                              : pages.contextsAt(from);
         begin(frame, state ? &*state : nullptr, contexts);
         if (!pages.copyTo(*m_piece, from, to, contexts, frame))
             failToWrite(m_target, m_options.file, pages.stoppedAt());
@@ -171,7 +171,7 @@ private:
         if (!part.good())
             failToWrite(m_target, m_options.file, part.offset());
         if (m_pages && !part.isBehind())
-            m_pages->check(m_options.file, (input.size() + kPageSize - 1) / kPageSize);
+            m_pages->check(m_options.file, pages::countIn(input.size()));
         m_front = part.front();
         m_size = m_piece->position();
         return input.reportDamage();
