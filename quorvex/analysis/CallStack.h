@@ -51,10 +51,13 @@ public:
         return std::nullopt;
     }
     void pop() { m_entries.pop_back(); }
+    /// Counts that many further entries.
+    void hide(std::uint64_t count) { m_hidden += count; }
     /// Leaves what was only counted.
     void forgetHidden() { m_hidden = 0; }
 
     bool empty() const { return m_entries.empty(); }
+    bool full() const { return m_entries.size() == m_limit; }           ///< what is entered next is only counted
     std::size_t size() const { return m_entries.size(); }               ///< of the entries that are kept
     std::uint64_t depth() const { return m_entries.size() + m_hidden; } ///< of all
     Entry& back() { return m_entries.back(); }

@@ -1,5 +1,6 @@
 #include "quorvex/analysis/TraceState.h"
 
+#include "quorvex/analysis/CallStack.h"
 #include "quorvex/analysis/Directory.h"
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/analysis/TraceNames.h"
@@ -85,56 +86,48 @@ struct Call {
 /// leave.
 class Stack {
 public:
-    void enter(const Call& call, std::size_t most) {
-        if (m_calls.size() == most) {
-            ++m_hidden;
-            return;
-        }
-        m_calls.push_back(call);
+    explicit Stack(std::size_t most) : m_calls(most) {}
+
+    void enter(const Call& call) {
+        m_calls.enter([&call] { return call; });
     }
     /// The same where the last ones matter. False when a leave is lost by it.
-    bool enterLast(const Call& call, std::size_t most) {
-        const bool isLost = m_calls.size() == most && m_calls.front().size == 0;
-        if (m_calls.size() == most)
-            m_calls.erase(m_calls.begin());
-        m_calls.push_back(call);
-        return !isLost;
+    bool enterLast(const Call& call) {
+        const std::optional<Call> forgotten = m_calls.enterLast([&call] { return call; });
+        return !forgotten || forgotten->size > 0;
     }
     /// False where a leave had to be kept for which there is no room.
     bool leave(std::uint32_t id, bool leavesAny, bool isFromStart) {
-        if (m_hidden > 0) {
-            --m_hidden;
+        const auto count = m_calls.leave(
+            [&](const Call& call) { return call.size == 0 || leavesAny || call.id == id; }); // no leave is passed
+        if (count && (*count == 0 || calls()[calls().size() - *count].size > 0)) {
+            for (std::size_t i = 0; i < *count; ++i)
+                m_calls.pop();
             return true;
-        }
-        auto at = m_calls.end();
-        while (at != m_calls.begin() && (at - 1)->size > 0) {
-            --at;
-            if (at->id == id || leavesAny) {
-                m_calls.erase(at, m_calls.end());
-                return true;
-            }
         }
         if (isFromStart)
             return true;
-        if (m_calls.size() == kMostOpen)
+        if (m_calls.full())
             return false;
-        m_calls.push_back({0, id, 0, {}});
+        enter({0, id, 0, {}});
         return true;
     }
 
-    const std::vector<Call>& calls() const { return m_calls; }
-    std::uint64_t hidden() const { return m_hidden; }
-    void hide(std::uint64_t count) { m_hidden += count; }
+    const std::vector<Call>& calls() const { return m_calls.entries(); }
+    /// Enters what another stack has only counted.
+    void hideAs(const Stack& other) { m_calls.hide(other.m_calls.depth() - other.m_calls.size()); }
 
 private:
-    std::vector<Call> m_calls;
-    std::uint64_t m_hidden = 0; ///< further ones that are only counted
+    CallStack<Call> m_calls;
 };
 
 /// What is open is told apart by its sort and its place.
 enum OpenSort : std::uint64_t { InThread, InUnknownThread, Interrupts, Processes };
 constexpr std::uint64_t openKey(OpenSort sort, std::uint32_t place) {
     return sort << 32 | place;
+}
+constexpr bool isOfProcesses(std::uint64_t key) {
+    return key >> 32 == Processes;
 }
 
 /// Whether a leave of that function leaves whatever runs.
@@ -200,14 +193,14 @@ struct TraceState::Contents {
     Stack& stackOf(std::uint64_t key) {
         if (!last || key != lastKey) {
             lastKey = key;
-            last = &stacks[key];
+            last = &stacks.findOrMake(key, [key] { return Stack(isOfProcesses(key) ? kMostProcesses : kMostOpen); });
         }
         return *last;
     }
     void enter(std::uint64_t key, const Call& call) {
-        if (key >> 32 != Processes)
-            stackOf(key).enter(call, kMostOpen);
-        else if (!stackOf(key).enterLast(call, kMostProcesses))
+        if (!isOfProcesses(key))
+            stackOf(key).enter(call);
+        else if (!stackOf(key).enterLast(call))
             isExact = false;
     }
     void leave(std::uint64_t key, std::uint32_t id) {
@@ -452,7 +445,7 @@ void TraceState::Contents::join(Contents&& next) {
             else
                 leave(key, call.id);
         }
-        stackOf(key).hide(stack.hidden());
+        stackOf(key).hideAs(stack);
     }
     isExact = isExact && next.isExact;
     const auto take = [](Directory<std::uint64_t, Kept>& to, Directory<std::uint64_t, Kept>& from) {
