@@ -23,10 +23,13 @@ void TraceSpan::look(const CTraceCursor& packet) {
     }
 }
 
-TraceSpan TraceSpan::beginningOf(TraceFile& trace, bool withFrequency) {
+TraceSpan TraceSpan::beginningOf(TraceFile& trace, std::uint64_t clockWithin) {
     TraceSpan part;
-    while ((part.first == kUnknown64 || (withFrequency && part.frequency == 0)) && trace.advance())
+    std::uint64_t end = 0;
+    while ((part.first == kUnknown64 || (part.frequency == 0 && end < clockWithin)) && trace.advance()) {
         part.look(trace.cursor());
+        end = trace.cursor().end();
+    }
     part.last = kUnknown64;
     return part;
 }

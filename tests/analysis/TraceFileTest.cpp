@@ -1,5 +1,6 @@
 #include "quorvex/analysis/TraceFile.h"
 
+#include "quorvex/analysis/TraceSpan.h"
 #include "quorvex/export/PacketPlain.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/LittleEndian.h"
@@ -15,6 +16,7 @@
 #include <functional>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace Quorvex::test {
 namespace {
@@ -169,6 +171,24 @@ TEST(TraceFile, ThrowsWhereReadingFails) {
             EXPECT_EQ(error, "stream: " + (end ? "offset " + std::to_string(end) + ": " : "") + "Input/output error");
             EXPECT_EQ(end > 0, std::min(size, content.size()) > kPageSize) << "the first bytes are read at once";
         }
+    }
+}
+
+TEST(TraceSpan, LooksForTheClockNoFurtherThanItIsAskedTo) {
+    std::string trace;
+    for (unsigned i = 0; i < 4; ++i) {
+        CExecInsn packet(CCoreContext(7 + i, 0, 1, 0));
+        trace += wireOf(packet);
+    }
+    const std::uint64_t before = trace.size();
+    CTimestamp clock(20, std::uint64_t{1000});
+    trace += wireOf(clock);
+    for (const auto& [within, frequency] : {std::pair{std::uint64_t{0}, 0U}, {before, 0U}, {before + 1, 1000U}}) {
+        std::istringstream stream(trace);
+        TraceFile file("trace", &stream);
+        const TraceSpan span = TraceSpan::beginningOf(file, within);
+        EXPECT_EQ(span.first, 7U);
+        EXPECT_EQ(span.frequency, frequency) << within;
     }
 }
 

@@ -182,8 +182,11 @@ void Selection::State::begin(const std::vector<std::string>& files, bool withClo
             if (needsLast)
                 Work::now().expect(file);
             TraceInput input(file);
-            span.add(needsLast ? TraceSpan::of(input)
-                               : TraceSpan::beginningOf(input, span.frequency == 0 && (needsFrequency || withClock)));
+            const std::uint64_t clockWithin = span.frequency != 0 ? 0
+                                              : needsFrequency    ? kNone
+                                              : withClock         ? TraceSpan::kClockWithin
+                                                                  : 0;
+            span.add(needsLast ? TraceSpan::of(input) : TraceSpan::beginningOf(input, clockWithin));
         }
         if (needsFrequency && span.frequency == 0)
             throw Failure(files.front(), "does not tell how many ticks are a second; tell times in ticks");
