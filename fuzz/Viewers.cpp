@@ -20,8 +20,13 @@ template <class Writer> std::string written(const std::string& trace) {
     std::ostringstream out;
     Writer writer(out);
     bool good = true;
-    while (const PacketPointer packet{good ? reader.get() : nullptr})
+    for (unsigned count = 0; const PacketPointer packet{good ? reader.get() : nullptr}; ++count) {
+        // As if they were of some traces that begin and end.
+        writer.setProcess(count / 16 % 3);
         good = writer.put(packet.get());
+        if (count % 64 == 63)
+            writer.endProcess(count / 16 % 3);
+    }
     writer.flush();
     require(writer.written(), "the file is written");
     return out.str();

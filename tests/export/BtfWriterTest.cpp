@@ -264,6 +264,8 @@ TEST(BtfWriter, WritesALegalFileFromAnyPackets) {
         at<CProcessLeave, std::uint32_t>,     at<CProcessUndefine, std::uint32_t>,  at<CFunctionEnter, std::uint32_t>,
         at<CFunctionLeave, std::uint32_t>,    at<CVariableRead, std::uint32_t>,
     };
+    constexpr std::array kDefine = {at<CFunctionDefine, std::uint32_t, const char*>,
+                                    at<CProcessDefine, std::uint32_t, const char*>};
     for (unsigned seed = 1; seed <= 20; ++seed) {
         SCOPED_TRACE(seed);
         RandomPackets random(seed);
@@ -276,6 +278,22 @@ TEST(BtfWriter, WritesALegalFileFromAnyPackets) {
                 packets.pop_back();
         }
         EXPECT_EQ(checkBtf(written(packets).text), kLegal);
+
+        // The same of several processes, which end and begin again, with gaps, and names that come late.
+        std::ostringstream out;
+        CBtfWriter writer(out);
+        for (const auto& packet : packets) {
+            writer.setProcess(random.below(3));
+            if (random.below(50) == 0)
+                writer.endProcess(random.below(3));
+            const auto other = random.below(100) == 0   ? at<CTraceBroken>(0, random.below(3), random.below(4))
+                               : random.below(100) == 0 ? kDefine[random.below(2)](0, 0, 0, random.below(4),
+                                                                                   random.below(2) ? "one" : "other")
+                                                        : packet;
+            EXPECT_TRUE(writer.put(other.get()));
+        }
+        writer.flush();
+        EXPECT_EQ(checkBtf(out.str()), kLegal);
     }
 }
 

@@ -417,6 +417,47 @@ TEST(VCDWriter, IsReadByOthersWithTheValuesItHas) {
     }
 }
 
+// A parser of another origin, which knows neither reals nor gaps, and takes a value with an x in it for x.
+TEST(VCDWriter, IsReadByAParserInJavaScriptWithTheValuesItHas) {
+    const std::string node = "NODE_PATH=${NODE_PATH:-$(npm root -g 2>/dev/null)} node ";
+    if (!isInstalled("node") || std::system((node + "-e 'require(\"vcd-parser\")' >/dev/null 2>&1").c_str()) != 0)
+        GTEST_SKIP() << "no node with vcd-parser (npm install -g vcd-parser)";
+    TemporaryDirectory directory;
+    std::ofstream(directory.path("read.js")) << R"(
+require('vcd-parser').parse(require('fs').readFileSync('a.vcd', 'utf8')).then(dump => {
+    for (const signal of dump.signal)
+        for (const [time, value] of signal.wave)
+            console.log(signal.name.replace(/\[.*/, ''), time, value);
+}).catch(error => console.error(error));
+)";
+    std::list<CPacket*> random = randomTrace(500, 4);
+    random.remove_if([](CPacket* packet) {
+        const bool isForeign = packet->TraceCode() == TraceBroken || factsOf(packet->TraceCode()).isCounterValue;
+        return isForeign && CPacketFactory::releaseCPacket(&packet);
+    });
+    for (const std::string& text : {dumpOf(everything()), dumpOf(random)}) {
+        expectRead(directory, text, node + "read.js >values 2>log");
+        const VcdFile file(text);
+        std::map<std::string, std::map<std::uint64_t, std::string>> theirs;
+        std::istringstream values(directory.content("values"));
+        for (std::string path, value; values >> path;) {
+            std::uint64_t time = 0;
+            values >> time >> value;
+            const unsigned width = file.variables.at(path).width;
+            const char filler = value[0] == '1' ? '0' : value[0];
+            theirs[path][time] = std::string(width - std::min<std::size_t>(width, value.size()), filler) + value;
+        }
+        EXPECT_EQ(theirs.size(), file.variables.size());
+        for (const auto& [path, variable] : file.variables) {
+            for (const auto& [time, value] : variable.changes) {
+                const bool hasUnknown = value.find('x') != std::string::npos;
+                EXPECT_EQ(theirs[path][time], hasUnknown ? std::string(value.size(), 'x') : value)
+                    << path << ' ' << time;
+            }
+        }
+    }
+}
+
 TEST(VCDWriter, IsReadByALogicAnalyserWithoutAWarning) {
     if (!isInstalled("sigrok-cli"))
         GTEST_SKIP() << "no sigrok-cli";
