@@ -224,6 +224,30 @@ for form in paged plain relative relative-plain; do
         packets absolute | grep -v '^Sync' | cmp -s - of-paged || fail "the pieces of $form, $how"
     done
 done
+# So does a merge, in whatever order they come; of some of them, it has what is open in all once.
+events() { "$qvx" convert --absolute -f -o absolute "$1" 2>/dev/null && packets absolute | grep -v '^Sync\|Define\|^CharString\|^Timestamp'; }
+events paged | sort >expected
+for form in paged relative-plain; do
+    rm -f pieces/*
+    run 0 split $form --every 10ms -o pieces/part
+    for parts in '12345' '52143'; do
+        run 0 merge $(sed 's,.,pieces/part-000&.qvx ,g' <<<$parts) -f -o joined
+        events joined | sort | cmp -s - expected || fail "the merged pieces of $form, $parts"
+    done
+    run 0 merge pieces/part-0004.qvx pieces/part-0002.qvx -f -o joined
+    events joined >got
+    [ "$(grep -c '^FunctionEnter.*0x0000000[12] *$' got)" -eq 2 ] || fail "what is open in pieces of $form"
+    # Each also begins with a call that is left there, and a value.
+    [ "$(grep -c '^Function' got)" -eq 20004 ] && [ "$(grep -c '^CounterValue' got)" -eq 102 ] || fail "two pieces of $form"
+done
+# What happens twice, happens twice; and so does what stands behind the beginnings of traces.
+printf '\tFunctionEnter\t28\t5\t0\t7\tInvalid\t1\n' | tee open.table >>recursive.table
+{ cat open.table open.table && printf '\tFunctionLeave\t28\t6\t0\t7\tInvalid\t1\n'; cat open.table; } >recursive.table
+run 0 merge recursive.table open.table -f -o joined
+events joined | grep -c '^FunctionEnter' | diff - <(echo 3) || fail 'a call within itself'
+{ printf '\tMessage\t9\t5\t0\n' && cat open.table; } >begun.table
+run 0 merge begun.table begun.table -f -o joined
+events joined | grep -c '^FunctionEnter' | diff - <(echo 2) || fail 'the same call of two traces'
 # What several traces call by one number is told of.
 sed 's/\tf2$/\tg2/' table >other.table
 run 0 cat table other.table -f -o joined

@@ -4,6 +4,7 @@
 #include "Inputs.h"
 #include "Moments.h"
 #include "Output.h"
+#include "Pieces.h"
 #include "Selection.h"
 #include "TraceInput.h"
 #include "TraceOutput.h"
@@ -192,6 +193,7 @@ public:
             Work::now().expect(m_sources.files()[file]); // twice
         for (std::size_t file = 0; file < m_sources.size(); ++file)
             look(file, selection);
+        m_pieces.compare();
         shift();
         tellOfClocks();
         if (const std::uint64_t count = m_renumbering.given(); count > 0)
@@ -206,6 +208,8 @@ private:
         const std::unique_ptr<TraceFile> trace = selected(m_sources.open(file), file, m_sources.size(), selection);
         while (trace->advance()) {
             const CTraceCursor& at = trace->cursor();
+            if (m_sources.size() > 1)
+                m_pieces.note(at);
             const KindFacts& facts = factsOf(at.TraceCode());
             if (at.TraceCode() == TraceEnabled)
                 lookAtFrame(at.as<CTraceEnabled>()->FrameConfig());
@@ -220,6 +224,7 @@ private:
             m_renumbering.note(*packet);
         }
         m_renumbering.endTrace();
+        m_pieces.endTrace();
     }
 
     /// The one frame is as all frames are; where they differ, its instructions are listed in parts.
@@ -278,7 +283,7 @@ private:
         frame(new CTraceEnabled(0, m_frame.value_or(SFrameConfig()))); // its length is put in at its end
         while (PacketPointer packet = merged.next()) {
             const std::string& name = merged.trace(merged.file()).name();
-            if (repeatsClock(*packet))
+            if (repeatsClock(*packet) || m_pieces.restates(merged.file(), merged.offset()))
                 continue;
             if (!m_renumbering.change(*packet, merged.file()))
                 throw Failure(name, fmt::format("offset {}: there is no number left for an identifier of this {} "
@@ -326,6 +331,7 @@ private:
     std::uint64_t m_size = 0;
     CommonClock m_clock;
     Renumbering m_renumbering;
+    Pieces m_pieces;
     std::optional<SFrameConfig> m_frame;
     std::set<std::optional<std::uint32_t>> m_clocks; ///< that are told, by core
     std::set<std::size_t> m_unplaced;                ///< traces with ticks that are lost
@@ -360,7 +366,8 @@ void addMerge(Program& program) {
         "Example: qvx merge traces -o run.qvx\n"
         "What is written is paged and absolute, unless options say otherwise. Ticks are told by the fastest clock\n"
         "of the traces; an offset without a unit is in ticks of that. Identifiers that mean different things in\n"
-        "different traces get new numbers; cores, threads and buses keep theirs. The traces are read twice.\n" +
+        "different traces get new numbers; cores, threads and buses keep theirs. What pieces of a trace\n"
+        "begin with because it holds there comes once. The traces are read twice.\n" +
         std::string(kPartHelp));
     verb.runs([options] { return merge(*options); });
 }

@@ -494,8 +494,8 @@ void addSplit(Program& program) {
     verb.footer(
         "Example: qvx split long.qvx --every 10s -o pieces/\n"
         "Each piece begins with what holds there: names, the clock, open calls, last values. Pieces by time are\n"
-        "numbered by it. qvx cat joins those that follow one another; qvx merge would tell twice what they begin\n"
-        "with. Those by place are named as long-thread-4711.qvx, what has none is long-other.qvx.");
+        "numbered by it; qvx cat or merge joins them again. Those by place are named as long-thread-4711.qvx, what\n"
+        "has none is long-other.qvx.");
     verb.runs([options] { return split(*options); });
 }
 
