@@ -1,5 +1,6 @@
 #include "Resolve.h"
 
+#include "LiveNames.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "tests/support/RandomPackets.h"
 #include "tests/tools/BuiltProgram.h"
@@ -34,12 +35,12 @@ public:
         put(CFunctionLeave(tick, 0, thread, address, id));
     }
 
+    std::string write() const { return m_directory.write("trace.qvx", m_bytes); }
     /// Names, in the order of the packets: "=NAME FILE:LINE" of a definition, and "+NAME" and "-NAME" of calls.
     std::string resolved() {
-        const std::string path = m_directory.write("trace.qvx", m_bytes);
         std::map<std::uint32_t, std::string> names;
         std::string all;
-        qvx::resolve(path, [&](Quorvex::PacketPointer packet) {
+        qvx::resolve(write(), [&](Quorvex::PacketPointer packet) {
             if (const auto* definition = packetAs<CFunctionDefine>(*packet)) {
                 EXPECT_FALSE(names.contains(definition->FuncId()));
                 names[definition->FuncId()] = std::string(definition->FuncDef().view());
@@ -142,6 +143,17 @@ TEST(Resolve, NamesCallsByWhatWasThereThen) {
         EXPECT_EQ(trace.resolved(), "=scope +scope " + mainHere + "-scope ");
         EXPECT_EQ(trace.ids[id], "scope");
         EXPECT_EQ(trace.ids.size(), 2u);
+    }
+    {
+        SCOPED_TRACE("while it is recorded, functions have the lower halves of their addresses for numbers");
+        Recorded trace;
+        begin(trace);
+        trace.module(3, own);
+        qvx::LiveNames names;
+        names.read({trace.write()});
+        EXPECT_EQ(names.nameOf(static_cast<std::uint32_t>(main)), "main");
+        EXPECT_EQ(names.nameOf(static_cast<std::uint32_t>(own.to)), "");
+        EXPECT_EQ(names.nameOf(static_cast<std::uint32_t>(own.from - 1)), "");
     }
 }
 

@@ -26,6 +26,12 @@ run 0 watch recorded --interval 1ms --count 2 >told
 kill -STOP $program 2>/dev/null || fail 'the program has ended too early'
 run 0 watch recorded --interval 1ms --count 3 >told
 [ "$(tables)" -eq 3 ] || fail 'a program that rests for a while is followed on'
+cp -r recorded taken
+timeout 60 "$qvx" watch taken --interval 1ms >told &
+taken=$!
+until [ -s told ]; do kill -0 $taken || break; done
+rm -r taken
+wait $taken || fail "exit $? when the traces have been taken away"
 kill -KILL $program
 wait $program 2>/dev/null
 wait $watching || fail "exit $? when the program has ended"

@@ -1,6 +1,7 @@
 #include "Resolve.h"
 
 #include "FunctionIds.h"
+#include "RecordedFact.h"
 #include "Symbols.h"
 #include "TraceInput.h"
 #include "quorvex/analysis/TraceNames.h"
@@ -9,7 +10,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <map>
 #include <memory>
 #include <set>
@@ -26,62 +26,6 @@ namespace {
 using namespace Quorvex;
 
 constexpr std::uint64_t kNever = ~std::uint64_t{0};
-
-/// A message that tells of a recorded program: "quorvex.WORD KEY=VALUE KEY=VALUE". The last value may have blanks.
-class Fact {
-public:
-    explicit Fact(std::string_view text) : m_text(text) {}
-
-    /// "module" and the like; empty for other messages.
-    std::string_view word() const {
-        constexpr std::string_view kPrefix = "quorvex.";
-        return m_text.starts_with(kPrefix) ? m_text.substr(0, m_text.find(' ')).substr(kPrefix.size())
-                                           : std::string_view();
-    }
-    /// A value without blanks, or, as the last one, with all behind it.
-    std::string_view value(std::string_view key, bool isLast = false) const {
-        for (std::size_t blank = 0; (blank = m_text.find(' ', blank)) != std::string_view::npos;) {
-            const std::string_view rest = m_text.substr(++blank);
-            if (rest.starts_with(key) && rest.substr(key.size()).starts_with('='))
-                return rest.substr(key.size() + 1, isLast ? std::string_view::npos : rest.find(' ') - key.size() - 1);
-        }
-        return {};
-    }
-    std::uint64_t number(std::string_view key) const {
-        std::string_view digits = value(key);
-        const int base = digits.starts_with("0x") ? 16 : 10;
-        digits.remove_prefix(base == 16 ? 2 : 0);
-        std::uint64_t number = 0;
-        std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
-        return number;
-    }
-    /// The last value, with what stands for characters that a text cannot have.
-    std::string text(std::string_view key) const {
-        std::string text;
-        for (std::string_view rest = value(key, true); !rest.empty();) {
-            const bool isCode = rest.size() >= 4 && rest.starts_with("\\x");
-            text += isCode ? byteOf(rest.substr(2, 2)) : rest[0];
-            rest.remove_prefix(isCode ? 4 : 1);
-        }
-        return text;
-    }
-    /// Bytes that are told in hexadecimal; none for "-".
-    std::string bytes(std::string_view key) const {
-        std::string bytes;
-        for (std::string_view rest = value(key); rest.size() >= 2; rest.remove_prefix(2))
-            bytes += byteOf(rest.substr(0, 2));
-        return bytes;
-    }
-
-private:
-    static char byteOf(std::string_view digits) {
-        unsigned char byte = 0;
-        std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
-        return static_cast<char>(byte);
-    }
-
-    std::string_view m_text;
-};
 
 /// A text of the last value of a message.
 std::string escaped(std::string_view text) {
@@ -156,12 +100,12 @@ private:
             },
             [&](const CTraceCursor& packet) {
                 if (packet.TraceCode() == Message)
-                    note(Fact(packet.text()), packet.tick());
+                    note(RecordedFact(packet.text()), packet.tick());
                 else if (const auto definition = packet.as<CFunctionDefine>())
                     m_taken.insert(definition->FuncId());
             });
     }
-    void note(const Fact& fact, std::uint64_t tick) {
+    void note(const RecordedFact& fact, std::uint64_t tick) {
         const std::string_view word = fact.word();
         if (word.empty())
             return;

@@ -124,6 +124,14 @@ private:
             row.push_back(its.count() > 0 ? Cell(value) : Cell());
     }
 
+    std::string functionName(const CTraceNames& names, std::uint64_t number) const {
+        if (m_options.nameOf && names.name(TextSort::Function, number).empty()) {
+            if (std::string name = m_options.nameOf(names.idOf(TextSort::Function, number)); !name.empty())
+                return name;
+        }
+        return names.nameOrId(TextSort::Function, number);
+    }
+
     void tellFunctions(std::ostream& out) {
         CTraceNames names;
         CallTimes times(m_options.byThread, windowOf(m_selection));
@@ -145,7 +153,7 @@ private:
         std::uint64_t all = 0, unfinished = 0;
         std::vector<std::pair<const CallTimes::Times::value_type*, std::string>> taken; // with their names
         for (const auto& entry : times.times()) {
-            std::string name = names.nameOrId(TextSort::Function, entry.first.function);
+            std::string name = functionName(names, entry.first.function);
             if (entry.second.calls == 0 || !m_selection.takesName(name))
                 continue;
             all += entry.second.self;

@@ -29,6 +29,8 @@ struct StatsOptions {
     bool byThread = false;
     std::vector<std::string> before; ///< another run
     std::uint64_t rows = 40;         ///< shown to people who do not say how many they want
+    /// The name of a function that the traces do not name; empty: none. Nobody is asked where it is empty.
+    std::function<std::string(std::uint64_t id)> nameOf;
     Selection selection;
     Output output;
 

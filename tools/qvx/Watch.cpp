@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "LiveNames.h"
 #include "Stats.h"
 #include "TraceInput.h"
 #include "Verbs.h"
@@ -8,6 +9,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <exception>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <optional>
@@ -31,7 +34,9 @@ struct WatchOptions {
 
 class Watching {
 public:
-    explicit Watching(WatchOptions& options) : m_options(options) {}
+    explicit Watching(WatchOptions& options) : m_options(options) {
+        options.stats.nameOf = [this](std::uint64_t id) { return m_names.nameOf(id); };
+    }
 
     ExitCode run() {
         using Clock = std::chrono::steady_clock;
@@ -47,9 +52,13 @@ public:
             const Clock::time_point from = Clock::now();
             std::ostringstream text;
             m_goesOn = false;
-            // Threads may have come since.
-            exitCode = tellStats(text, m_options.stats, m_options.stats.inputs.files(),
-                                 [this](const TraceInput& input) { return look(input); });
+            try {
+                exitCode = tellTable(text);
+            } catch (const std::exception&) {
+                if (table == 0 || areThere())
+                    throw;
+                break; // who recorded them has taken them away
+            }
             if (redraws) // lines that are too long are cut, and all is erased that is left of the table before
                 out << "\033[H\033[?7l" << text.str() << "\033[?7h\033[J";
             else
@@ -65,6 +74,20 @@ public:
     }
 
 private:
+    ExitCode tellTable(std::ostream& out) {
+        m_files = m_options.stats.inputs.files(); // there may be more threads by now
+        m_names.read(m_files);
+        return tellStats(out, m_options.stats, m_files, [this](const TraceInput& input) { return look(input); });
+    }
+    /// Whether all is there that is read.
+    bool areThere() const {
+        const auto isThere = [](const std::string& path) {
+            std::error_code missing;
+            return std::filesystem::exists(path, missing);
+        };
+        return std::ranges::all_of(m_options.stats.inputs.given(), isThere) && std::ranges::all_of(m_files, isThere);
+    }
+
     static std::chrono::nanoseconds intervalOf(const std::string& text) {
         constexpr std::uint64_t kNanoseconds = 1'000'000'000;
         const std::optional<TimeLength> length = TimeLength::of(text);
@@ -97,6 +120,8 @@ private:
     }
 
     WatchOptions& m_options;
+    LiveNames m_names;
+    std::vector<std::string> m_files;
     bool m_goesOn = false;
     std::map<std::string, std::uint64_t> m_sizes;                  ///< of files, when they were read
     std::map<std::string, std::optional<std::uint32_t>> m_threads; ///< that recorded them
