@@ -12,7 +12,7 @@ rewrite=
 source=${1:-$(realpath "$(dirname "$0")/..")}
 export PATH=${2:-$source/build/release/examples:$source/build/release/tools/qvx}:$PATH LC_ALL=C
 shift $(($# < 2 ? $# : 2))
-[ $# -gt 0 ] || set -- README.md docs/guide.md docs/qvx.md
+[ $# -gt 0 ] || set -- README.md docs/guide.md docs/qvx.md docs/record.md
 command -v kettle >/dev/null || { echo 'there are no programs to run'; exit 1; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
