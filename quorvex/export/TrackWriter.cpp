@@ -283,10 +283,11 @@ private:
     bool take(const CVariableRead& packet) { return access(packet); }
     bool take(const CVariableWrite& packet) { return access(packet); }
     bool take(const CEvent& packet) {
-        return instant(
-            run(packet).track,
-            labelOf({LabelKey::Of::Name, TextSort::Event, m_writer.numberOf(TextSort::Event, packet.EvtId())}), packet,
-            true);
+        const std::uint32_t track = run(packet).track;
+        if (!m_writer.m_wishes.instants)
+            return false;
+        const std::uint32_t number = m_writer.numberOf(TextSort::Event, packet.EvtId());
+        return instant(track, labelOf({LabelKey::Of::Name, TextSort::Event, number}), packet, true);
     }
     bool take(const CMessage& packet) {
         if (!m_writer.m_wishes.instants)

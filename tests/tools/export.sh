@@ -145,6 +145,31 @@ export_to 0 counter.txt --to btf -o counter.btf --counter n=signed
 grep -q ',n,0,write,4602678819172646912$' counter.btf || fail 'the type that is told'
 export_to 2 counter.txt --to btf -o counter.btf --counter n=number
 
+# The ending tells the format. One that is a directory comes to be as a whole, and takes nothing that is not its own.
+export_to 0 ns.txt -o ending.trace.json
+grep -q '"ph":"B"' ending.trace.json || fail 'the ending of a name'
+export_to 0 ns.txt -o of.ctf/
+[ "$(ls of.ctf | tr '\n' ' ')" = 'metadata stream ' ] || { ls -a of.ctf; fail 'a directory'; }
+cp of.ctf/stream stream.old
+export_to 1 us.txt -o of.ctf
+says 'qvx: of.ctf: exists; use --force to overwrite it'
+cmp -s of.ctf/stream stream.old || fail 'a directory is changed without force'
+export_to 0 us.txt -f -o of.ctf
+cmp -s of.ctf/stream stream.old && fail 'a directory is not changed by force'
+: >of.ctf/notes
+export_to 1 us.txt -f -o of.ctf
+says 'of.ctf/notes: is in the way: readers of the format would take it for a part'
+export_to 1 missing -o new.ctf
+export_to 1 losses.txt -o new.ctf --strict
+[ -e new.ctf ] && fail 'a failed export leaves a directory'
+export_to 1 ns.txt --to ctf -o -
+export_to 1 ns.txt --to ctf -f -o ns.txt
+export_to 1 ns.txt --to ctf -o none/of.ctf
+ls -a | grep -q '^\.qvx' && fail 'a failed export leaves files'
+run 0 export --list >list
+[ "$(cut -d ' ' -f 1 list | tr '\n' ' ')" = 'vcd btf perfetto chrome speedscope ctf folded csv json ' ] || { cat list; fail 'the list'; }
+export_to 2 --to vcd -o out.vcd
+
 # A viewer takes the dump, and what sets it up.
 if command -v vcd2fst >/dev/null; then
     vcd2fst run.vcd run.fst >log 2>&1 && [ ! -s log ] || { cat log; fail 'vcd2fst'; }
