@@ -190,7 +190,7 @@ def check_ctf(trace):
 def check_page():
     """The table in docs/viewers.md is what the formats say of themselves."""
     formats = lines(qvx('export', '--list', '--format', 'json'))
-    kinds = [kind['name'] for kind in json.loads(qvx('kinds', '--format', 'json'))['kinds']]
+    kinds = [json.loads(line)['name'] for line in qvx('kinds', '--format', 'json').splitlines()]
     shown = [kind for kind in kinds if any(kind in its['shows'] for its in formats)]
     rows = ['| | ' + ' | '.join(its['format'] for its in formats) + ' |', '|---' * (len(formats) + 1) + '|']
     rows += [f'| {kind} | ' + ' | '.join('yes' if kind in its['shows'] else '' for its in formats) + ' |' for kind in shown]

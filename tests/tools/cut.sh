@@ -260,10 +260,13 @@ while read -r form options; do
     run 0 cut $form $options -f -o part
     while read -r verb; do
         # shellcheck disable=SC2086
-        run 0 $verb part -f -o expected
-        # shellcheck disable=SC2086
-        run 0 $verb $form $options -f -o got
-        cmp -s <(sed 's/part$//' expected) <(sed "s/$form\$//" got) || fail "$verb $form $options"
+        {
+            "$qvx" $verb part -f -o expected 2>/dev/null
+            code=$? # an export of nothing tells so
+            run $code $verb $form $options -f -o got
+        }
+        cmp -s <(sed 's/part$//; /creationDate/d' expected) <(sed "s/$form\$//; /creationDate/d" got) ||
+            fail "$verb $form $options"
     done <<'VERBS'
 convert
 convert --paged --absolute

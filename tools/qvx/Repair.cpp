@@ -291,8 +291,10 @@ private:
             } catch (const TraceError&) { // it cannot be read as it is
             }
         }
-        // What is used or entered may have been defined or left where something is lost.
-        const CheckRule last = report.isLossy ? CheckRule::Reference : CheckRule::Time;
+        // What is used or entered may have been defined or left where something is lost; and what can be read once only
+        // may have had the rest before.
+        const bool isAsBefore = report.isLossy || m_options.file == "-";
+        const CheckRule last = isAsBefore ? CheckRule::Reference : CheckRule::Time;
         const bool hasPages =
             how.layout == RepairOptions::Layout::Kept ? report.isPaged : how.layout == RepairOptions::Layout::Paged;
         if (!hasPages) // a short plain trace may look like pages, by a packet that begins where one would
