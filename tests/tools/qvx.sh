@@ -261,6 +261,7 @@ head -c 5000 /dev/zero >zeros
 printf 'QVXPAGE1%64s' >trace.page
 printf '{"packets": [{"kind": "Sync"}, {"kind": "Fill"}]}' >json
 mkfifo pipe
+"$qvx" dump trace -f -o table.txt 2>err
 for verb in info dump 'convert -f -o out' 'export --to vcd -f -o out' 'export --to btf -f -o out'; do
     for file in text program zeros json -; do
         # shellcheck disable=SC2086
