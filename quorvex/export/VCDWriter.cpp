@@ -408,7 +408,7 @@ private:
     void changeDepth(View& view, const Stack& stack) {
         const std::uint64_t depth = stack.depth();
         if (depth < view.depths.size())
-            return change(view.depth, view.depths[depth]);
+            return change(view.depth, view.depths[static_cast<std::size_t>(depth)]);
         changeNumber(view.depth, depth);
         if (depth < kCommonDepths) {
             while (view.depths.size() <= depth)

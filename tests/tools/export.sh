@@ -40,6 +40,16 @@ export_to 0 depths.txt --to vcd -o depths.vcd --save depths.gtkw
 grep -A 1 '^@' depths.gtkw | grep -A 1 '^@8024' | grep '^trace' | tr '\n' ' ' >steps
 [ "$(cat steps)" = 'trace.core_0.exception_depth[31:0] trace.core_0.process_depth[31:0] trace.thread_1.depth[31:0] ' ] || { cat depths.gtkw; fail 'depths'; }
 
+# A counter is a line of steps under a name that tells its unit, and the set-up can be moved: it tells where it was.
+{
+    printf '\tCounterDefine\t29\t1\t0\t1\t0x10\t0x2\t0\n\tCharString\t1\t0x6e\n'
+    printf '\tCounterDefineUnit\t29\t1\t0\t1\t0x10\t0x2\t0\n\tCharString\t2\t0x736d\n'
+    printf '\tCounterValue\t36\t%s\t0\t1\t0x10\t0x2\t%s\n' 2 5 3 0xfffffffffffffffe
+} >unit.txt
+export_to 0 unit.txt --to vcd -o unit.vcd --save unit.gtkw
+[ "$(grep -B 1 counters.n unit.gtkw | tr '\n' ' ')" = '@8424 +{n [ms]} trace.counters.n[63:0] ' ] || { cat unit.gtkw; fail 'a unit'; }
+grep -q '^\[savefile\] "\([A-Z]:\)\?/.*/unit.gtkw"$' unit.gtkw || fail 'the place of the set-up'
+
 # What a format cannot show is told, and is an error for those who want that.
 {
     printf '\tExecInsn\t24\t5\t0\t1\t0x10\n\tMessage\t9\t6\t0\n\tCharString\t2\thi \n'
