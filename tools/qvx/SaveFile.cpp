@@ -150,9 +150,10 @@ void SaveFile::write(const std::string& dump, const CVCDWriter& writer) {
         qvx::print(out, "@{:x}\n", look);
         if (!names.empty())
             qvx::print(out, "^1 {}\n", names);
-        if (!variable.unit.empty()) // a name of its own, which tells the unit
-            qvx::print(out, "+{{{} [{}]}} ", variable.path.substr(variable.path.rfind('.') + 1),
-                       forAlias(variable.unit));
+        if (!variable.unit.empty()) { // a name of its own, which tells the unit
+            const std::string name = variable.path.substr(variable.path.rfind('.') + 1);
+            qvx::print(out, "+{{{} [{}]}} ", name.substr(0, name.find('[')), forAlias(variable.unit));
+        }
         out << variable.path << '\n';
         if (look & Steps)
             qvx::print(out, "@{:x}\n-\n-\n", unsigned{Room});
