@@ -19,6 +19,7 @@ import tempfile
 
 QVX, SOURCE, SAMPLES, WORDCOUNT = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3], sys.argv[4]
 failures = 0
+skipped = set()
 
 
 def expect(what, expected, got):
@@ -135,13 +136,31 @@ def check_perfetto(traces):
             begun[names[event[10]] if 10 in event else ''] += event[9] == 1 and 4 in tracks[event[11]]
             depth[event[11]] += {1: 1, 2: -1}.get(event[9], 0)
     expect('slices that stay open', [], [track for track, count in depth.items() if count])
+    check_schema(done.stdout)
     return +begun
+
+
+def check_schema(file):
+    """The published schema knows every field."""
+    try:
+        from google.protobuf.unknown_fields import UnknownFieldSet
+        from perfetto.protos.perfetto.trace import perfetto_trace_pb2
+    except ImportError:
+        return skipped.add('no schema of Perfetto (pip install perfetto protobuf)')
+
+    def check(message):
+        expect('unknown fields', 0, len(UnknownFieldSet(message)))
+        for field, value in message.ListFields():
+            if field.message_type:
+                for each in value if hasattr(value, 'append') else [value]:
+                    check(each)
+    check(perfetto_trace_pb2.Trace.FromString(file))
 
 
 def check_ctf(trace):
     """Every event, every field, as babeltrace2 reads them."""
     if not shutil.which('babeltrace2'):
-        return print('skipped: no babeltrace2 (package babeltrace2)')
+        return skipped.add('no babeltrace2 (package babeltrace2)')
     with tempfile.TemporaryDirectory() as work:
         qvx('export', trace, '-o', f'{work}/of.ctf')
         done = subprocess.run(['babeltrace2', '--clock-cycles', f'{work}/of.ctf'], capture_output=True)
@@ -227,5 +246,7 @@ for check in (check_chrome, check_speedscope, check_tables, check_perfetto):
     check([SAMPLES])
 check_ctf(SAMPLES)
 check_page()
+for reader in sorted(skipped):
+    print(f'skipped: {reader}')
 print('readers: ok' if failures == 0 else f'{failures} failures')
 sys.exit(failures > 0)
