@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -17,20 +18,18 @@ constexpr std::size_t kPacketSize = 0x40000;
 constexpr std::uint32_t kMagic = 0xC1FC1FC1;
 /// Header and context of a packet: magic, both times, both sizes, number.
 constexpr std::size_t kHeadSize = 4 + 5 * 8;
+/// What an event takes beside its text, at most: a payload has 255 bytes, with few counts between.
+constexpr std::size_t kMostFields = 0x200;
 constexpr std::string_view kRepeated = "Idx"; ///< the field of which a packet may have several
 constexpr std::string_view kReplacement = "\xef\xbf\xbd";
 
 /// What identifiers refer to that have a name of their own, and what the metadata calls their type.
-constexpr std::pair<TextSort, const char*> kNamed[] = {
+using Named = std::pair<TextSort, const char*>;
+constexpr Named kNamed[] = {
     {TextSort::Function, "function_t"}, {TextSort::Process, "process_t"},      {TextSort::Type, "type_t"},
     {TextSort::Variable, "variable_t"}, {TextSort::Counter, "counter_t"},      {TextSort::Event, "event_t"},
     {TextSort::Signal, "signal_t"},     {TextSort::StateMachine, "machine_t"},
 };
-
-const char* typeOf(TextSort sort) {
-    const auto* row = std::ranges::find(kNamed, sort, &std::pair<TextSort, const char*>::first);
-    return row != std::end(kNamed) ? row->second : nullptr;
-}
 
 /// A text without what a text of the format cannot hold.
 std::string cleaned(std::string_view text) {
@@ -91,8 +90,8 @@ public:
     }
     void text(std::string_view text) {
         const std::string its = cleaned(text);
-        m_writer.m_packet.insert(m_writer.m_packet.end(), its.c_str(), its.c_str() + its.size() + 1);
-        declare("string", "text", "");
+        m_writer.append(its.c_str(), its.size() + 1);
+        declare("string", "text");
     }
 
     /// How many fields there were: packets of one kind with as many have the same.
@@ -105,10 +104,10 @@ private:
         const char* type = nullptr;
         if constexpr (std::is_same_v<T, std::uint32_t>) {
             if (meaning == FieldMeaning::Id) {
-                const TextSort sort = sortOf(name);
-                type = typeOf(sort);
+                const Named& its = namedBy(name);
+                type = its.second;
                 if (type && value != CFunctionEnter::kNoFunction)
-                    value = m_writer.numberOf(sort, value);
+                    value = m_writer.numberOf(its.first, value);
             }
         }
         m_writer.append(value);
@@ -117,48 +116,60 @@ private:
         constexpr unsigned kSize = sizeof(T) == 1 ? 0 : sizeof(T) == 2 ? 1 : sizeof(T) == 4 ? 2 : 3;
         const FieldLook look = factsOf(meaning).look;
         const bool isHex = look == FieldLook::Hexadecimal || look == FieldLook::Address;
-        declare(type ? type : std::is_signed_v<T> ? "int8_t" : isHex ? kHex[kSize] : kTypes[kSize], name, "");
+        declare(type ? type : std::is_signed_v<T> ? "int8_t" : isHex ? kHex[kSize] : kTypes[kSize], name);
         static_assert(!std::is_signed_v<T> || sizeof(T) == 1 || std::is_enum_v<T>);
     }
     void word(const char* name, std::uint64_t value) {
-        if (name != kRepeated) {
-            m_writer.append(value);
-            return declare("uint64_t", name, "");
-        }
-        if (m_repeated == 0) {
-            m_repeated = m_writer.m_packet.size();
+        const bool isRepeated = name == kRepeated;
+        if (isRepeated && !m_repeated) {
+            m_repeated = m_writer.m_size;
             m_writer.append(std::uint8_t{0});
-            declare("uint8_t", "Idx_count", "");
-            declare("uint64_t", name, "[_Idx_count]");
+            declareRow("uint64_t", name, "_count");
+        } else if (!isRepeated) {
+            declare("uint64_t", name);
         }
-        ++m_writer.m_packet[m_repeated];
+        if (isRepeated)
+            ++m_writer.m_packet[*m_repeated];
         m_writer.append(value);
     }
     void bytes(const char* name, const void* from, std::size_t count) {
-        const auto* first = static_cast<const char*>(from);
         m_writer.append(static_cast<std::uint8_t>(count));
-        if (count > 0)
-            m_writer.m_packet.insert(m_writer.m_packet.end(), first, first + count);
-        const std::string length = std::string(name) + "_size";
-        declare("uint8_t", length.c_str(), "");
-        declare("hex8_t", name, "[_" + length + "]");
+        m_writer.append(static_cast<const char*>(from), count);
+        declareRow("hex8_t", name, "_size");
     }
-    TextSort sortOf(const char* name) {
-        return m_writer.m_sorts.findOrMake(reinterpret_cast<std::uintptr_t>(name), [name] {
-            const Reference* reference = referenceOf(name);
-            return reference ? reference->sort : TextSort::None;
+    const Named& namedBy(const char* field) {
+        return m_writer.m_named.findOrMake(reinterpret_cast<std::uintptr_t>(field), [field]() -> Named {
+            const Reference* reference = referenceOf(field);
+            const auto* row = std::ranges::find(kNamed, reference ? reference->sort : TextSort::None, &Named::first);
+            return row != std::end(kNamed) ? *row : Named(TextSort::None, nullptr);
         });
     }
     /// Readers strip the underscore, which keeps names from being words of the metadata.
-    void declare(const char* type, const char* name, const std::string& range) {
+    void declare(const char* type, const char* name) {
         ++m_count;
         if (m_declared)
-            m_declared->append(" ").append(type).append(" _").append(name).append(range).append(";");
+            m_declared->append(" ").append(type).append(" _").append(name).append(";");
+    }
+    /// A row of values behind their count.
+    void declareRow(const char* type, const char* name, const char* ending) {
+        ++m_count;
+        if (m_declared)
+            m_declared->append(" uint8_t _")
+                .append(name)
+                .append(ending)
+                .append("; ")
+                .append(type)
+                .append(" _")
+                .append(name)
+                .append("[_")
+                .append(name)
+                .append(ending)
+                .append("];");
     }
 
     CCtfWriter& m_writer;
     unsigned m_count = 0;
-    std::size_t m_repeated = 0; ///< where the count of repeated fields stands
+    std::optional<std::size_t> m_repeated; ///< where the count of repeated fields stands
     std::string* m_declared = nullptr;
 };
 
@@ -172,27 +183,24 @@ CCtfWriter::CCtfWriter(std::ostream& out, ViewerOptions options)
 CCtfWriter::~CCtfWriter() = default;
 
 template <class T> void CCtfWriter::append(T value) {
-    const std::size_t size = m_packet.size();
-    m_packet.resize(size + sizeof value);
-    storeLittleEndian(m_packet.data() + size, value);
+    storeLittleEndian(m_packet.data() + m_size, value);
+    m_size += sizeof value;
 }
 
-void CCtfWriter::startPacket(std::uint64_t time) {
-    m_packet.resize(kHeadSize);
-    m_begin = time;
+void CCtfWriter::append(const char* bytes, std::size_t count) {
+    if (count > 0)
+        std::memcpy(m_packet.data() + m_size, bytes, count);
+    m_size += count;
 }
 
 void CCtfWriter::endPacket() {
-    char* to = m_packet.data();
-    const std::uint64_t bits = std::uint64_t{8} * m_packet.size();
-    storeLittleEndian(to, kMagic);
-    to += sizeof kMagic;
-    for (const std::uint64_t value : {m_begin, m_end, bits, bits, m_packets++}) {
-        storeLittleEndian(to, value);
-        to += sizeof value;
-    }
-    m_isWritten = m_isWritten && writeOut({m_packet.data(), m_packet.size()});
-    m_packet.clear();
+    const std::size_t size = std::exchange(m_size, 0);
+    const std::uint64_t bits = std::uint64_t{8} * size;
+    append(kMagic);
+    for (const std::uint64_t value : {m_begin, m_end, bits, bits, m_packets++})
+        append(value);
+    m_isWritten = m_isWritten && writeOut({m_packet.data(), size});
+    m_size = 0;
 }
 
 bool CCtfWriter::show(const CPacket& packet, std::uint64_t time) {
@@ -200,28 +208,35 @@ bool CCtfWriter::show(const CPacket& packet, std::uint64_t time) {
     const bool isText = kind == CharString;
     if (factsOf(kind).role == Role::Structure || (isText && packet.Length() == 0))
         return false;
-    if (m_packet.size() >= kPacketSize)
+    const std::string_view text = wholeTextOf(packet);
+    if (m_size >= kPacketSize)
         endPacket();
-    if (m_packet.empty())
-        startPacket(time);
+    // The first event of a class is put twice.
+    const std::size_t most = kHeadSize + 2 * (kMostFields + kReplacement.size() * text.size());
+    if (m_packet.size() < m_size + most)
+        m_packet.resize(kPacketSize + 2 * most);
+    if (m_size == 0) {
+        m_begin = time;
+        m_size = kHeadSize;
+    }
     m_end = time;
-    const std::size_t start = m_packet.size();
+    const std::size_t start = m_size;
     append(std::uint16_t{0});
     append(time);
     const auto fill = [&](Fields& fields) {
         visitKind(packet, [&fields](const auto& its) { its.visitParts(fields); });
         if (isText || isFollowedByText(kind))
-            fields.text(wholeTextOf(packet));
+            fields.text(text);
     };
     Fields fields(*this);
     fill(fields);
     const std::uint16_t id = m_ids.findOrMake(kind << 8 | fields.count(), [&] {
         EventClass added{kind, ""};
-        const std::size_t size = m_packet.size();
+        const std::size_t size = m_size;
         Fields again(*this);
         again.declareTo(added.fields);
         fill(again);
-        m_packet.resize(size);
+        m_size = size;
         m_classes.push_back(std::move(added));
         return static_cast<std::uint16_t>(m_classes.size() - 1);
     });
@@ -231,7 +246,7 @@ bool CCtfWriter::show(const CPacket& packet, std::uint64_t time) {
 
 void CCtfWriter::end(std::uint64_t time) {
     m_end = time;
-    if (!m_packet.empty())
+    if (m_size > 0)
         endPacket();
 }
 

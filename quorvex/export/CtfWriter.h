@@ -9,6 +9,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Quorvex {
@@ -43,18 +44,21 @@ private:
         std::string fields; ///< as the metadata declares them
     };
 
-    void startPacket(std::uint64_t time);
     void endPacket();
+    // There is room for what is appended.
     template <class T> void append(T value);
+    void append(const char* bytes, std::size_t count);
 
-    std::vector<char> m_packet; ///< that is not yet in the stream
+    std::vector<char> m_packet; ///< room for what is not yet in the stream,
+    std::size_t m_size = 0;     ///< of which that much is in use
     std::uint64_t m_begin = 0;  ///< its times
     std::uint64_t m_end = 0;
     std::uint64_t m_packets = 0;
     bool m_isWritten = true; ///< all before
     std::vector<EventClass> m_classes;
     Directory<std::uint32_t, std::uint16_t> m_ids; ///< of classes, by kind and number of fields
-    Directory<std::uintptr_t, TextSort> m_sorts;   ///< of what fields refer to, by the address of their names
+    /// What fields refer to and how their type is called, null if it has no name; by the address of their names.
+    Directory<std::uintptr_t, std::pair<TextSort, const char*>> m_named;
 };
 
 } // namespace Quorvex
