@@ -58,11 +58,16 @@ public:
         return within;
     }
 
-    /// A function is left. Calls `left` for the calls that have ended without a word. The number of calls that it was
-    /// within, or nothing where it is not open, or `left` has been told of it.
-    template <class Left> std::optional<unsigned> leave(const void* function, std::uintptr_t at, Left&& left) {
-        if (m_depth != 0 && m_depth <= kMost && top().function == function && top().at == at) [[likely]]
-            return pop();
+    /// A function is left, by a hook at `at`, and returns to `site`. Calls `left` for the calls that have ended without
+    /// a word. The number of calls that it was within, or nothing where it is not open, or `left` has been told of it.
+    template <class Left>
+    std::optional<unsigned> leave(const void* function, std::uintptr_t at, const void* site, Left&& left) {
+        // Compilers may call the hook of a leave when the frame is gone already; then it is above.
+        if (m_depth != 0 && m_depth <= kMost) [[likely]] {
+            const Call& call = m_calls[m_depth - 1];
+            if (call.function == function && call.site == site && call.at <= at) [[likely]]
+                return pop();
+        }
         return leaveOther(function, at, left);
     }
 
@@ -122,7 +127,7 @@ private:
         if (m_depth > 0 && top().function == function && top().at == at)
             return pop();
         if (last == function)
-            return {}; // compilers may call the hook of a leave when the frame is gone already
+            return {};
         unsigned found = m_depth < kMost ? m_depth : kMost;
         while (found > 0 && m_calls[found - 1].function != function)
             --found;

@@ -102,14 +102,14 @@ public:
             record<tagTCode::FunctionEnter>(address);
     }
 
-    static void leave(const void* function, std::uintptr_t frame) {
+    static void leave(const void* function, std::uintptr_t frame, const void* site) {
         Thread* const thread = t_thread;
         if (!thread) [[unlikely]]
             return;
         const Inside inside(*thread);
         if (!inside) [[unlikely]]
             return;
-        const std::optional<unsigned> within = thread->frames.leave(function, frame, Left{thread->depth});
+        const std::optional<unsigned> within = thread->frames.leave(function, frame, site, Left{thread->depth});
         if (within && *within < thread->depth)
             record<tagTCode::FunctionLeave>(reinterpret_cast<std::uintptr_t>(function));
     }
@@ -249,8 +249,8 @@ QUORVEX_HOOK void __cyg_profile_func_enter(void* function, void* site) {
         {function, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), site, __builtin_return_address(0)});
 }
 
-QUORVEX_HOOK void __cyg_profile_func_exit(void* function, void*) {
-    Quorvex::detail::CallHooks::leave(function, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)));
+QUORVEX_HOOK void __cyg_profile_func_exit(void* function, void* site) {
+    Quorvex::detail::CallHooks::leave(function, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), site);
 }
 
 /// Modules must be known before they go, and that they have gone before another one stands in their place.

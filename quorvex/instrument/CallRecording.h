@@ -19,8 +19,9 @@
 namespace Quorvex {
 
 namespace detail {
-/// The calling thread's stream. Plain memory, so that reading it costs no check for its construction.
-extern constinit thread_local CQVXInstrumentingStream* t_stream;
+/// The calling thread's stream. Plain memory at a fixed place, so that reading it costs neither a check for its
+/// construction nor a call.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local CQVXInstrumentingStream* t_stream;
 /// The system has a barrier that all threads notice. Set before the first stream is made.
 extern constinit bool g_barrier;
 } // namespace detail
