@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -46,9 +47,12 @@ struct Mode {
     bool off = false;
     bool mapped = false;
     bool quiet = false;
-    std::string unknown; ///< a word that is none
+    std::uint64_t ring = 0; ///< pages that are kept besides the first one; 0: all
+    std::string unknown;    ///< a word that is none
 
     Mode() {
+        if (const std::string size = platform::environment("QVX_TRACERING"); !size.empty())
+            ring = std::max<std::uint64_t>(1, std::strtoull(size.c_str(), nullptr, 10) / kPageSize);
         std::istringstream words(platform::environment("QVX_TRACEMODE"));
         for (std::string word; std::getline(words, word, ',');) {
             off = off || word == "off";
@@ -568,14 +572,25 @@ void CQVXInstrumentingStream::flush() {
         logReport();
 }
 
+void CQVXInstrumentingStream::keepRing() {
+    Registry& registry = Registry::instance();
+    // The first page has the clock, and what names there are.
+    const std::uint64_t ring = registry.mode.ring;
+    if (ring != 0 && pageStart() / kPageSize > ring + 1 &&
+        !m_file.release(pageStart() - (ring + 1) * kPageSize, kPageSize))
+        registry.tellUserOnce(path(), "the disk keeps what is older, too");
+}
+
 bool CQVXInstrumentingStream::overflow_flush() {
     const platform::Uninterrupted quiet;
     // The Fill packets at the page's end count, too: while the page is written, the file may not have more than it.
     m_page.extend(filled());
-    if (CTraceWriterPaged::overflow_flush())
+    if (CTraceWriterPaged::overflow_flush()) {
         restartPage();
-    else
+        keepRing();
+    } else {
         fail(error());
+    }
     return !m_broken;
 }
 

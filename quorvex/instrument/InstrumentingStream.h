@@ -48,6 +48,10 @@ struct RecordingSink {
 /// what follows on something that another thread has done is never told an earlier time. Packets of one's own take
 /// theirs from Context().
 ///
+/// QVX_TRACERING says how many bytes each thread keeps, rounded down to pages of 256 KiB, at least one: its first page
+/// and the last ones. Those between become zeros that take no place on the disk, which `qvx record` leaves out of what
+/// it makes of them; it is read once. Where the disk cannot do so, all is kept.
+///
 /// What happens at the edges:
 /// - A thread that ends has its trace completed, and its memory and its descriptor are given back. A later thread that
 ///   the system gives the same number goes on in the same trace.
@@ -168,6 +172,7 @@ private:
     bool openPage();
     bool createSharedPage();
     void restartPage();
+    void keepRing(); ///< gives back the oldest page, where only some are to be kept
     void closePage();
     /// No more can be written, for the reason of that number: tells so.
     void fail(int error);

@@ -151,6 +151,12 @@ bool RecordingFile::truncate(std::uint64_t size) {
     return withOpen([&] { return m_file.truncate(size); });
 }
 
+bool RecordingFile::release(std::uint64_t position, std::uint64_t size) {
+    const bool done = withOpen([&] { return m_file.release(position, size); });
+    m_error = 0;
+    return done;
+}
+
 template <class Work> bool RecordingFile::withOpen(Work&& work) {
     const platform::Uninterrupted quiet;
     m_error = Pool::instance().acquire(*this, [this] { return m_file.reopen(m_path.c_str()); });

@@ -46,6 +46,10 @@ public:
     /// Drops what stands behind that many bytes; the next write without a position goes there. False with error() set.
     bool truncate(std::uint64_t size);
 
+    /// Gives the place of bytes back to the disk; they read as zeros from then on. False where that is not possible,
+    /// which is no error of the file.
+    bool release(std::uint64_t position, std::uint64_t size);
+
     bool write(const char* src, unsigned count, std::uint64_t position, unsigned& written) override;
     bool write(const char* src, unsigned count, unsigned& written) override {
         return write(src, count, m_position, written);

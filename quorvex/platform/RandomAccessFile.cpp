@@ -69,6 +69,10 @@ int RandomAccessFile::truncate(std::uint64_t size) {
     return done ? 0 : lastError();
 }
 
+int RandomAccessFile::release(std::uint64_t, std::uint64_t) {
+    return ENOSYS;
+}
+
 void* RandomAccessFile::map(std::size_t size, int& error) {
     // Memory, mapping and file each keep what they stand on alive.
     const HANDLE mapping = CreateFileMappingW(asHandle(m_handle), nullptr, PAGE_READWRITE, 0, 0, nullptr);
@@ -143,6 +147,20 @@ int RandomAccessFile::truncate(std::uint64_t size) {
             return errno;
     }
     return 0;
+}
+
+int RandomAccessFile::release(std::uint64_t position, std::uint64_t size) {
+#if defined(__linux__)
+    while (fallocate(static_cast<int>(m_handle), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
+                     static_cast<off_t>(position), static_cast<off_t>(size)) != 0) {
+        if (errno != EINTR)
+            return errno;
+    }
+    return 0;
+#else
+    static_cast<void>(position + size);
+    return ENOSYS;
+#endif
 }
 
 void* RandomAccessFile::map(std::size_t size, int& error) {

@@ -28,6 +28,8 @@ public:
     /// All `count` bytes, or an error after the first `written` of them.
     int write(const char* bytes, unsigned count, std::uint64_t position, unsigned& written);
     int truncate(std::uint64_t size); ///< makes it that long
+    /// Gives the place of bytes back to the disk; they read as zeros from then on. Not everywhere possible.
+    int release(std::uint64_t position, std::uint64_t size);
     /// The first `size` bytes of a file that create() has just made and that is that long, as memory that is shared
     /// with it: what is stored there is in the file, whatever becomes of the process. It lives on when the file is
     /// closed. Null with the error.

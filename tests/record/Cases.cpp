@@ -52,6 +52,10 @@ APART void two() {
     leaf();
 }
 
+APART void last() {
+    g_sink = g_sink + 1;
+}
+
 APART void handler(int) {
     g_sink = g_sink + 1;
 }
@@ -258,6 +262,13 @@ HIDDEN int main(int count, char** arguments) {
         two();
     if (is("deep"))
         deep(40'000);
+    if (is("many") || is("manyKilled")) {
+        for (int i = 0; i < 50'000; ++i)
+            two();
+        last();
+        if (is("manyKilled"))
+            raise(SIGKILL);
+    }
     if (is("jump")) {
         jump();
         two();

@@ -84,6 +84,20 @@ done <<'END'
 --min=100s
 END
 
+# Of many calls the last are kept, of a program that is killed, too.
+ring() {
+    run "$1" record --ring 512K -fo ring.qvx $2 -- ./cases "$3"
+    local size
+    size=$(stat -c %s ring.qvx)
+    [ "$size" -gt 524288 ] && [ "$size" -lt 1200000 ] || fail "a ring of $size bytes"
+    says "$4"
+    "$qvx" info ring.qvx >out
+    grep -q '^ *0x[0-9a-f]* *1  last$' out || { cat out; fail 'the last calls'; }
+}
+ring 0 '' many 'in ring.qvx'
+ring 137 --mapped manyKilled 'in ring.qvx'
+run 2 record --ring 1X -o none.qvx -- ./program
+
 # Signals come to the program, which may end as it likes.
 "$qvx" record -o ended.qvx -- ./program 0 wait 2>err >out &
 while [ "$(cat out)" != '[0][wait]' ]; do sleep 0.02; done

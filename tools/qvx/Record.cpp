@@ -13,12 +13,16 @@
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/ChildProgram.h"
 #include "quorvex/platform/System.h"
+#include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/TraceSourceBufferFile.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -45,6 +49,7 @@ struct RecordOptions {
     std::vector<std::string> no;
     std::optional<std::string> depth;
     std::optional<std::string> min;
+    std::optional<std::string> ring;
     std::string clock = "auto";
 };
 
@@ -224,14 +229,59 @@ std::string placeOf(const RecordOptions& options) {
     return path.string();
 }
 
+/// A size as people tell it: 1000000, 512K, 64M, 1G.
+std::uint64_t bytesOf(const std::string& text) {
+    constexpr std::size_t kMostDigits = 15;
+    const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    const std::string unit = text.substr(digits);
+    const std::size_t power = unit.empty() ? 0 : std::string("KMG").find(unit) + 1;
+    if (digits == 0 || digits > kMostDigits || unit.size() > 1 || (power == 0 && !unit.empty()))
+        throw Misuse("--ring", "'" + text + "' is no size as 512K or 64M");
+    constexpr unsigned kThousand = 1024;
+    std::uint64_t size = std::stoull(text);
+    for (std::size_t i = 0; i < power; ++i)
+        size *= kThousand;
+    return size;
+}
+
+/// Leaves out of a thread's trace what was given back while it was recorded: whole pages of zeros, which no packets
+/// begin with.
+void closeGap(const std::string& trace) {
+    const std::string whole = trace + ".whole";
+    {
+        CTraceSourceBufferFile file;
+        if (!file.open(trace))
+            throw Failure(trace, platform::errorText(platform::openError(trace.c_str())));
+        std::ofstream out(whole, std::ios::binary);
+        std::vector<char> page(kPageSize);
+        constexpr unsigned kLengthAt = 6; // of the frame, which is shorter now
+        for (std::uint64_t at = 0; at < file.size(); at += page.size()) {
+            unsigned count = 0;
+            file.read(page.data(), static_cast<unsigned>(page.size()), at, count);
+            if (at == 0)
+                std::fill_n(page.begin() + kLengthAt, sizeof(std::uint64_t), static_cast<char>(-1));
+            if (at == 0 || page[0] != 0 || page[1] != 0)
+                out.write(page.data(), count);
+        }
+        if (!out.flush())
+            throw Failure(whole, platform::errorText(EIO));
+    }
+    fs::rename(whole, trace);
+    fs::remove(trace + ".page");
+}
+
 int runProgram(const RecordOptions& options, const Recording& recording) {
     std::string preload = library();
     if (const std::string others = platform::environment("LD_PRELOAD"); !others.empty())
         preload += ":" + others;
     platform::ChildProgram::Variables variables = {
-        {"LD_PRELOAD", preload},           {"QVX_TRACEDIR", recording.path()},
-        {"QVX_TRACEFILENAME", ""},         {"QVX_TRACEMODE", options.mapped ? "mapped" : ""},
-        {"QVX_TRACECLOCK", options.clock}, {"QVX_TRACEDEPTH", options.depth.value_or("")},
+        {"LD_PRELOAD", preload},
+        {"QVX_TRACEDIR", recording.path()},
+        {"QVX_TRACEFILENAME", ""},
+        {"QVX_TRACEMODE", options.mapped ? "mapped" : ""},
+        {"QVX_TRACECLOCK", options.clock},
+        {"QVX_TRACERING", options.ring ? std::to_string(bytesOf(*options.ring)) : ""},
+        {"QVX_TRACEDEPTH", options.depth.value_or("")},
         {"QVX_TRACERUN", recording.run()}};
     platform::ChildProgram program;
     if (const int error = program.start(options.program, variables, options.follows ? "" : "QVX_TRACEPROCESS"))
@@ -244,7 +294,12 @@ ExitCode finish(const RecordOptions& options, const Recording& recording, Target
     Claims claims;
     const std::string merged = recording.path() + "/merged";
     Target whole(merged, false, claims);
-    ExitCode exitCode = merge(Inputs::filesOf({recording.path()}), whole);
+    const std::vector<std::string> files = Inputs::filesOf({recording.path()});
+    for (const std::string& file : files) {
+        if (options.ring && fs::path(file).filename().string().starts_with("thread_"))
+            closeGap(file);
+    }
+    ExitCode exitCode = merge(files, whole);
 
     target.open();
     TraceOutput output(target, true, false);
@@ -266,6 +321,8 @@ ExitCode record(const RecordOptions& options) {
     if (options.depth &&
         (options.depth->empty() || options.depth->find_first_not_of("0123456789") != std::string::npos))
         throw Misuse("--depth", "'" + *options.depth + "' is no number");
+    if (options.ring)
+        bytesOf(*options.ring);
     const std::string place = placeOf(options);
     Claims claims;
     Target target(place, options.force, claims);
@@ -295,6 +352,7 @@ void addRecord(Program& program) {
     verb.option("--no", options->no, "None of that name", "GLOB");
     verb.option("--depth", options->depth, "At most N functions in each other", "N");
     verb.option("--min", options->min, "Only calls that take so long: 100us, 1.5ms", "DURATION");
+    verb.option("--ring", options->ring, "Keep so much of each thread, the last: 512K, 64M", "SIZE");
     verb.choice("--clock", options->clock, {{"auto", "auto"}, {"tsc", "tsc"}, {"monotonic", "monotonic"}},
                 "auto (default), tsc: the processor's counter, monotonic: the system's", "CLOCK");
     verb.footer(
