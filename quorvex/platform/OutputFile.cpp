@@ -8,8 +8,10 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <mutex>
 #include <random>
 #include <system_error>
+#include <utility>
 
 #if defined(_WIN32)
 #include <io.h>
@@ -105,6 +107,9 @@ bool vanishes(int descriptor, bool does) {
     const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
     return SetFileInformationByHandle(handle, FileDispositionInfo, &information, sizeof information);
 }
+
+/// Guards the list of files, which the thread that is told of the end of the process looks through.
+std::mutex g_files;
 
 } // namespace
 
@@ -209,8 +214,12 @@ void OutputFile::unname() {
 }
 
 bool OutputFile::close() {
-    if (!is_open())
+    if (!is_open()) {
+        if (!m_path.empty()) // it is paused
+            DeleteFileA(m_path.c_str());
+        forget();
         return true;
+    }
     m_error = _close(m_descriptor) == 0 ? 0 : errno;
     m_descriptor = -1;
     m_path.clear();
@@ -218,16 +227,68 @@ bool OutputFile::close() {
 }
 
 bool OutputFile::pause() {
-    return true; // it vanishes when it is closed
+    if (!is_open() || m_path.empty())
+        return true;
+    m_identity = FileStatus::of(m_descriptor).identity;
+    m_position = _telli64(m_descriptor);
+    // Open, it would vanish by itself; closed, it is one of the list.
+    {
+        const std::lock_guard lock(g_files);
+        m_next = std::exchange(g_first, this);
+    }
+    vanishes(m_descriptor, false);
+    m_error = _close(m_descriptor) == 0 ? 0 : errno;
+    m_descriptor = -1;
+    return m_error == 0;
 }
 
 bool OutputFile::resume() {
-    return is_open();
+    if (is_open())
+        return true;
+    const HANDLE handle = CreateFileA(m_path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    m_error = handle == INVALID_HANDLE_VALUE ? lastError() : 0;
+    if (m_error != 0)
+        return false;
+    m_descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_RDWR | _O_BINARY);
+    if (!(FileStatus::of(m_descriptor).identity == m_identity)) {
+        _close(m_descriptor);
+        m_descriptor = -1;
+        m_error = ENOENT;
+        return false;
+    }
+    vanishes(m_descriptor, true);
+    const std::string path = m_path;
+    forget();
+    m_path = path;
+    return seek(static_cast<std::uint64_t>(m_position));
 }
 
-void OutputFile::forget() {}
-void OutputFile::removeAll(int) {}
-void OutputFile::prepareProcess() {}
+void OutputFile::forget() {
+    const std::lock_guard lock(g_files);
+    OutputFile** at = &g_first;
+    while (*at && *at != this)
+        at = &(*at)->m_next;
+    if (*at)
+        *at = m_next;
+    m_next = nullptr;
+    m_path.clear();
+}
+
+void OutputFile::removeAll(int) {
+    const std::lock_guard lock(g_files);
+    for (const OutputFile* file = g_first; file; file = file->m_next)
+        DeleteFileA(file->m_path.c_str());
+}
+
+void OutputFile::prepareProcess() {
+    SetConsoleCtrlHandler(
+        [](DWORD signal) -> BOOL {
+            removeAll(static_cast<int>(signal));
+            return FALSE; // the process ends as it would
+        },
+        TRUE);
+}
 
 #else
 

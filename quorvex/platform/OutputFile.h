@@ -63,7 +63,7 @@ public:
     int error() const { return m_error; }
 
     /// Closes the file that create() has made until resume(), so that a program can have more of them than it may have
-    /// open. Where the system would take it away then, it stays open.
+    /// open.
     bool pause();
     /// Opens it again where it was; nothing is done if it is open. The error is ENOENT where it is gone.
     bool resume();
