@@ -59,6 +59,11 @@ void verbs(const std::string& data) {
     }
     for (const char* part : {"--from=100", "--pages=0:1", "--kind=*Enter", "--no-state"})
         run({"cut", in, "-f", "-o", out, part});
+    for (const char* part : {"--from=100", "--kind=*Enter"}) {
+        run({"convert", in, in, "-f", "-o", out, part});
+        if (run({"merge", in, in, "-f", "-o", out, part}) != 1)
+            require(run({"info", out, "-f", "-o", again}) == 0, "a merge of parts is a whole trace");
+    }
     run({"split", in, "-f", "-o", out, "--size", "256K"});
     run({"split", in, "-f", "-o", out, "--by", "thread"});
     run({"cat", in, in, "-f", "-o", out});

@@ -5,6 +5,7 @@
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/platform/LittleEndian.h"
 #include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/ReadWatch.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/FailingStream.h"
 #include "tests/support/Samples.h"
@@ -12,10 +13,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fstream>
 #include <functional>
+#include <mutex>
+#include <set>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 namespace Quorvex::test {
@@ -127,6 +132,41 @@ TEST(TraceFile, TellsWhatFramesLack) {
         EXPECT_EQ(file->report().end, TraceEnd::Complete);
         EXPECT_TRUE(file->report().isLossy());
     }
+}
+
+TEST(TraceFile, TellsAWatchOfWhatItReads) {
+    struct Watch : ReadWatch {
+        std::atomic<std::uint64_t> bytes = 0;
+        void read(std::uint64_t more) override { bytes += more; }
+    } ofFile, ofStream, ofParts;
+    const TemporaryDirectory directory;
+    std::string trace;
+    while (trace.size() < 5 * kPageSize)
+        trace += bytes("92 1c") + std::string(28, '\1');
+    std::ofstream(directory.path("trace"), std::ios::binary) << trace;
+    std::istringstream stream(trace);
+    TraceFile file(directory.path("trace")), streamed("trace", &stream), parts(directory.path("trace"));
+    file.watchBy(ofFile);
+    streamed.watchBy(ofStream);
+    parts.watchBy(ofParts);
+    while (file.advance() && streamed.advance()) {
+    }
+    streamed.advance();
+    EXPECT_EQ(ofFile.bytes, trace.size());
+    EXPECT_EQ(ofStream.bytes, trace.size());
+    std::set<std::thread::id> threads;
+    std::mutex lock;
+    struct Nothing {
+        void join(Nothing&&) {}
+    } nothing;
+    parts.shareAmong(1);
+    const auto look = [&](Nothing&, const CTraceCursor&) {
+        const std::lock_guard guard(lock);
+        threads.insert(std::this_thread::get_id());
+    };
+    parts.walkInParts(nothing, look, {0, kPageSize, 4});
+    EXPECT_EQ(threads.size(), 1U);
+    EXPECT_EQ(ofParts.bytes, trace.size());
 }
 
 TEST(TraceFile, ThrowsWhereItCannotGoOn) {

@@ -96,6 +96,10 @@ says '2 packets'
 { "$qvx" info wrong.txt 2>err || true; } | grep -qx 'Damage:    2 rows, the first in line 2' || fail 'the rows of info'
 convert 1 missing -o out
 says 'qvx: missing: No such file or directory'
+mkdir both && cp plain both/1.qvx && cp plain both/2.qvx
+convert 0 both -o of-directory
+convert 0 plain plain -o of-files
+cmp of-directory of-files || fail 'the traces of a directory'
 convert 2 plain
 convert 2 plain -o out --plain --paged
 convert 2 plain -o out --absolute --relative

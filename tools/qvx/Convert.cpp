@@ -1,4 +1,5 @@
 #include "Arguments.h"
+#include "Inputs.h"
 #include "Output.h"
 #include "Selection.h"
 #include "TraceInput.h"
@@ -25,7 +26,7 @@ namespace {
 using namespace Quorvex;
 
 struct ConvertOptions {
-    std::vector<std::string> files;
+    Inputs inputs;
     TraceShape shape;
     Selection selection;
     Output output;
@@ -117,18 +118,18 @@ private:
 /// Writes all inputs, one after the other, to one output.
 class Conversion {
 public:
-    explicit Conversion(ConvertOptions& options) : m_options(options) {
-        options.output.check(options.files);
+    explicit Conversion(ConvertOptions& options) : m_options(options), m_files(options.inputs.files()) {
+        options.output.check(m_files);
         m_output.emplace(options.output.target(), options.shape.paged, options.shape.relative);
     }
 
     ExitCode run() {
-        m_options.selection.begin(m_options.files);
+        m_options.selection.begin(m_files);
         ExitCode exitCode = Done;
-        for (std::size_t file = 0; file < m_options.files.size(); ++file) {
-            const std::unique_ptr<TraceFile> input = openSelected(m_options.files, file, m_options.selection);
+        for (std::size_t file = 0; file < m_files.size(); ++file) {
+            const std::unique_ptr<TraceFile> input = openSelected(m_files, file, m_options.selection);
             Unpaged source(*input);
-            m_isLast = file + 1 == m_options.files.size();
+            m_isLast = file + 1 == m_files.size();
             if (m_options.shape.absolute || m_options.shape.relative)
                 writeAll(*input, AbsoluteForm(source));
             else
@@ -161,6 +162,7 @@ private:
     }
 
     ConvertOptions& m_options;
+    std::vector<std::string> m_files;
     std::optional<TraceOutput> m_output;
     CContexts m_written;
     bool m_isPart = m_options.selection.isAsked();
@@ -174,8 +176,8 @@ private:
 void addConvert(Program& program) {
     auto options = std::make_shared<ConvertOptions>();
     Verb verb = program.add("convert", "Change the layout or the form of traces");
-    verb.option("FILES", options->files, "Trace files, or plain tables as dump shows them; - for standard input")
-        .required();
+    options->inputs.addTo(verb,
+                          "Traces, or plain tables as dump shows them, or directories of *.qvx; - for standard input");
     options->selection.addTo(verb, Selection::OfTrace);
     options->shape.addTo(verb);
     options->output.addOptions(verb, true);
