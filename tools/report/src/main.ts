@@ -63,6 +63,8 @@ const state = {
 };
 let summary: Summary | null = null;
 let shownRows = 0;
+let refreshTimer = 0;
+let rememberTimer = 0;
 
 // The worker, and questions to it.
 
@@ -75,8 +77,25 @@ function send(message: ToWorker, transfer: Transferable[] = []): void {
 }
 function ask<Q extends keyof Questions>(question: Q, its: Questions[Q]['ask']): Promise<Questions[Q]['answer']> {
     const id = ++asked;
+    showBusySoon();
     send({ do: 'ask', id, question, ask: its });
     return new Promise((resolve, reject) => waiting.set(id, { resolve, reject }));
+}
+/** Tells, behind what is being done now, whether something is still to come. */
+function showBusySoon(): void {
+    setTimeout(() => {
+        const isBusy = waiting.size > 0 || refreshTimer !== 0 || rememberTimer !== 0;
+        get('bottom').setAttribute('aria-busy', String(isBusy));
+    });
+}
+/** Does something a little later, once, however often it is wanted until then. The timer before is given back. */
+function later(timer: number, delay: number, work: () => void): number {
+    clearTimeout(timer);
+    showBusySoon();
+    return window.setTimeout(() => {
+        work();
+        showBusySoon();
+    }, delay);
 }
 /** Asks one thing at a time and forgets all but the last of what is asked meanwhile. */
 function latest<A extends unknown[]>(work: (...args: A) => Promise<void>): (...args: A) => void {
@@ -115,10 +134,12 @@ worker.onmessage = ({ data: message }: MessageEvent<FromWorker>) => {
             if (message.surface === 'timeline') document.documentElement.dataset['ready'] = '';
             break;
         case 'answer':
+            showBusySoon();
             waiting.get(message.id)?.resolve(message.answer as never);
             waiting.delete(message.id);
             break;
         case 'failed': {
+            showBusySoon();
             const error = new Error(message.text);
             if (message.id === undefined) fail(`This trace cannot be shown: ${message.text}`);
             else waiting.get(message.id)?.reject(error);
@@ -247,15 +268,14 @@ function select(range: Range | null): void {
     redraw('timeline');
     refreshSoon();
 }
-let refreshTimer = 0;
 /** While a range is being dragged, sums wait until it stands still. */
 function refreshSoon(): void {
-    clearTimeout(refreshTimer);
-    refreshTimer = window.setTimeout(refresh, 120);
+    refreshTimer = later(refreshTimer, 120, refresh);
 }
 function refresh(): void {
     if (!summary) return;
     clearTimeout(refreshTimer);
+    refreshTimer = 0;
     showCommand();
     rememberSoon();
     show[state.tab]();
@@ -584,10 +604,11 @@ const searchNow = latest(async () => {
 
 // Links.
 
-let rememberTimer = 0;
 function rememberSoon(): void {
-    clearTimeout(rememberTimer);
-    rememberTimer = window.setTimeout(() => history.replaceState(null, '', hashNow()), 250);
+    rememberTimer = later(rememberTimer, 250, () => {
+        rememberTimer = 0;
+        history.replaceState(null, '', hashNow());
+    });
 }
 function hashNow(): string {
     const { range } = charts.timeline;
