@@ -130,6 +130,8 @@ public:
     std::uint32_t functionOf(std::uint64_t number) { return m_functions.indexOf(number); }
     std::uint32_t textOf(std::string_view text) { return text.empty() ? 0 : m_texts.indexOf(text); }
     TextTable& tableOf(const std::string& table) { return m_tables[table]; }
+    /// Where a function is defined: a file and a line.
+    void place(std::uint32_t function, std::string text) { m_places[function] = std::move(text); }
     /// A packet that the page does not show.
     void addUnshown(tagTCode code) { ++m_unshown[code]; }
     void note(std::string text) { m_notes.push_back(std::move(text)); }
@@ -153,6 +155,7 @@ private:
     TraceSpan m_span;
     CTraceNames m_names;
     NameTable m_functions;
+    std::map<std::uint32_t, std::string> m_places; ///< of functions
     TextTable m_texts{1};
     std::map<std::string, TextTable> m_tables; ///< of names that are known at once
     std::map<tagTCode, std::uint64_t> m_unshown;
@@ -253,11 +256,15 @@ void Report::write(std::ostream& out, const std::string& title, const std::vecto
         page.add(record("file").add("name", file));
     for (const std::string& name : given)
         page.add(record("given").add("name", name));
-    for (const std::uint64_t number : m_functions.numbers())
-        page.add(record("name")
-                     .add("table", std::string_view("function"))
-                     .add("name", m_names.nameOrId(TextSort::Function, number))
-                     .add("id", m_names.idOf(TextSort::Function, number)));
+    for (const std::uint64_t number : m_functions.numbers()) {
+        JsonLine line = record("name");
+        line.add("table", std::string_view("function"))
+            .add("name", m_names.nameOrId(TextSort::Function, number))
+            .add("id", m_names.idOf(TextSort::Function, number));
+        if (const auto place = m_places.find(m_functions.indexOf(number)); place != m_places.end())
+            line.add("place", place->second);
+        page.add(line);
+    }
     const auto addTexts = [&](const std::string& table, const TextTable& its) {
         for (const std::string& text : its.texts())
             page.add(record("name").add("table", table).add("name", text));
@@ -310,8 +317,12 @@ public:
         }
         for (auto& [key, state] : m_states)
             closeState(*state);
-        for (Track& track : m_tracks)
+        for (Track& track : m_tracks) {
+            if (const auto name = m_threadNames.find(track.place);
+                track.rank == Rank::Calls && name != m_threadNames.end())
+                track.title += " (" + name->second + ")";
             m_report.add(std::move(track), m_file, clock().frequency());
+        }
     }
 
     // What the walk calls.
@@ -476,7 +487,32 @@ private:
         trackOf(Rank::Marks, "mark", "mark", title)
             .marks.push_back({m_tick, m_report.tableOf("mark").indexOf(name), m_report.textOf(text)});
     }
-    void tell(const CMessage& packet) { mark("messages", "Message", wholeTextOf(packet)); }
+    void tell(const CMessage& packet) {
+        const std::string_view text = wholeTextOf(packet);
+        if (text.starts_with("quorvex.function ")) {
+            const std::uint64_t number = names().numberOf(TextSort::Function, numberIn(text, " id="), m_file);
+            m_report.place(m_report.functionOf(number),
+                           fmt::format("{}:{}", valueIn(text, " file=", true), valueIn(text, " line=")));
+            return; // it is told with the function
+        }
+        if (text.starts_with("quorvex.thread "))
+            m_threadNames[numberIn(text, " tid=")] = valueIn(text, " name=", true);
+        mark("messages", "Message", text);
+    }
+    /// The value behind a key of what recorded programs tell: to the next blank, or of the last key to the end.
+    static std::string_view valueIn(std::string_view text, std::string_view key, bool isLast = false) {
+        const std::size_t at = text.find(key);
+        if (at == std::string_view::npos)
+            return {};
+        text.remove_prefix(at + key.size());
+        return isLast ? text : text.substr(0, text.find(' '));
+    }
+    static std::uint32_t numberIn(std::string_view text, std::string_view key) {
+        const std::string_view value = valueIn(text, key);
+        std::uint32_t number = ~0U;
+        std::from_chars(value.data(), value.data() + value.size(), number);
+        return number;
+    }
     /// For that kind alone: it could be made of the context of any other.
     template <std::same_as<CTraceBroken> Gap> void tell(const Gap&) {
         mark("gaps", "TraceBroken", "what happened before is not in the trace");
@@ -643,6 +679,7 @@ private:
     std::map<std::uint32_t, std::uint32_t> m_types; ///< of variables
     std::map<Pair, std::uint32_t> m_targets;        ///< of transitions
     std::map<Pair, std::map<std::uint32_t, CSignalMask>> m_signals;
+    std::map<std::uint32_t, std::string> m_threadNames;
 };
 
 ExitCode report(ReportOptions& options) {

@@ -156,6 +156,7 @@ export function readReport(head: string, data: Uint8Array): Report {
                 report.names[line['table'] as Table].push({
                     text: line['name'] as string,
                     id: (line['id'] ?? null) as Name['id'],
+                    ...(line['place'] === undefined ? {} : { place: line['place'] as string }),
                 });
                 break;
             case 'unshown':

@@ -5,6 +5,8 @@
 export interface Name {
     text: string;
     id: number | string | null;
+    /** Of a function, the file and line where it is defined. */
+    place?: string;
 }
 
 /** The tables of names; what tracks hold are places in one of them. */

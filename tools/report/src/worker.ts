@@ -226,6 +226,7 @@ function detailsOf(trackIndex: number, index: number): Details | null {
             if (parent >= 0) facts.push(['Called by', shown(report.names[track.table][spans.name[parent]].text)]);
             facts.push(['Depth', `${spans.depth[index] + 1}`]);
         }
+        if (name.place !== undefined) facts.push(['Defined at', shown(name.place, 4000)]);
         if (name.id !== null) facts.push(['Number', `${name.id}`]);
         const text = shown(name.text, 4000);
         return {
@@ -280,6 +281,7 @@ function detailsOfPath(its: Flame, index: number): Details {
             ['Calls', `${calls[index]}`],
             ['Total', `${durationText(total, its.hasClock)}, ${share} %`],
             ['Self', durationText(self[index], its.hasClock)],
+            ...(name.place === undefined ? [] : [['Defined at', shown(name.place, 4000)] as [string, string]]),
         ],
         line: `${shown(name.text)}, ${calls[index]} calls, ${durationText(total, its.hasClock)}, ${share} %`,
     };

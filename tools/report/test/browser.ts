@@ -45,6 +45,10 @@ function everything(): string {
         `Timestamp\t16\t1000\t1000000000`,
         `FunctionDefine\t28\t${at(1000)}\t0x7`,
         ...text('main'),
+        `Message\t9\t1000\t64`,
+        ...text('quorvex.function id=7 line=12 file=/src/a file.cpp'),
+        `Message\t9\t1002\t64`,
+        ...text('quorvex.thread pid=3 tid=1 name=main thread'),
         `FunctionDefine\t28\t${at(1000)}\t0x8`,
         ...text(hostile),
         `FunctionDefine\t28\t${at(1000)}\t0x9`,
@@ -338,7 +342,7 @@ test('a click shows details, and a title closes its track', async () => {
     await page.keyboard.press('Enter');
     await settled(page);
     const facts = (await page.locator('#detailsFacts').innerText()).replace(/\s+/g, ' ');
-    for (const fact of ['In thread 1', 'tick 1005', 'Took 55 ns', 'Of that itself 11 ns', 'Calls in it 2', 'Number 7'])
+    for (const fact of ['In thread 1', 'tick 1005', 'Took 55 ns', 'Of that itself 11 ns', 'Calls in it 2', 'Number 7', 'thread 1 (main thread)', '/src/a file.cpp:12'])
         assert.ok(facts.includes(fact), `${fact} in ${facts}`);
     await page.getByRole('button', { name: 'Durations', exact: true }).click();
     await settled(page);
@@ -364,6 +368,7 @@ test('everything that a trace tells is on the page or counted', async () => {
     await settled(page);
     const rows = await page.locator('#marks tbody tr').allInnerTexts();
     assert.deepEqual(rows.map((row) => row.replace(/\s+/g, ' ')), [
+        '0.000000002 s messages Message quorvex.thread pid=3 tid=1 name=main thread',
         '0.000000014 s events watch 0x81',
         '0.000000020 s messages Message hello <b>there</b>',
         '0.000000043 s gaps TraceBroken what happened before is not in the trace',
