@@ -3,6 +3,7 @@
 #include "Stats.h"
 #include "TraceInput.h"
 #include "Verbs.h"
+#include "Work.h"
 #include "quorvex/analysis/TimeLength.h"
 #include "quorvex/platform/RunningThread.h"
 
@@ -43,6 +44,7 @@ public:
         const std::chrono::nanoseconds interval = intervalOf(m_options.interval);
         Output& output = m_options.stats.output;
         output.check(m_options.stats.inputs.files());
+        Work::now().hide();
         const bool redraws = output.isTerminal();
         if (redraws)
             m_options.stats.rows = 20; // with what is said besides, they fit in
@@ -59,8 +61,8 @@ public:
                     throw;
                 break; // who recorded them has taken them away
             }
-            if (redraws) // lines that are too long are cut, and all is erased that is left of the table before
-                out << "\033[H\033[?7l" << text.str() << "\033[?7h\033[J";
+            if (redraws)
+                out << redrawn(text.str());
             else
                 out << (table > 0 ? "\n" : "") << text.str();
             output.target().finish();
@@ -74,6 +76,15 @@ public:
     }
 
 private:
+    /// In the place of what the terminal shows; lines that are too long are cut.
+    static std::string redrawn(const std::string& text) {
+        constexpr char kHome[] = "\033[H", kCut[] = "\033[?7l", kWrap[] = "\033[?7h", kErase[] = "\033[J";
+        std::string all = std::string(kHome) + kCut;
+        for (const char c : text)
+            all += c == '\n' ? std::string("\033[K\n") : std::string(1, c); // nothing is left of a longer line
+        return all + kWrap + kErase;
+    }
+
     ExitCode tellTable(std::ostream& out) {
         m_files = m_options.stats.inputs.files(); // there may be more threads by now
         m_names.read(m_files);
