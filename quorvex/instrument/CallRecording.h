@@ -124,14 +124,16 @@ inline CQVXInstrumentingStream* CQVXInstrumentingStream::ofThread() {
     return detail::t_stream ? detail::t_stream : get_Instance();
 }
 
+inline CQVXInstrumentingStream::Moment CQVXInstrumentingStream::Moment::now() {
+    const unsigned processor = platform::processorHere();
+    return {platform::g_recordingClock.now(), processor};
+}
+
 inline CQVXInstrumentingStream::Moment CQVXInstrumentingStream::moment() {
-    while (true) {
-        const unsigned processor = platform::processorHere();
-        const std::uint64_t tick = platform::g_recordingClock.now();
-        if (!m_besidePage.load(std::memory_order_relaxed)) [[likely]]
-            return {tick, processor};
-        takeIn(); // a handler came before that time was read
-    }
+    const Moment now = Moment::now();
+    if (m_besidePage.load(std::memory_order_relaxed)) [[unlikely]]
+        return momentBehindOthers(); // a handler came before that time was read
+    return now;
 }
 
 template <tagTCode Code> inline bool CQVXInstrumentingStream::recordCall(unsigned id, std::uint64_t address) noexcept {

@@ -413,6 +413,15 @@ bool CQVXInstrumentingStream::retire(std::uint64_t deadline) {
     return mayGo;
 }
 
+CQVXInstrumentingStream::Moment CQVXInstrumentingStream::momentBehindOthers() {
+    Moment now{};
+    do {
+        takeIn();
+        now = Moment::now();
+    } while (m_besidePage.load(std::memory_order_relaxed));
+    return now;
+}
+
 const CCoreContext& CQVXInstrumentingStream::Context() {
     CCoreContext& context = m_inUse.load(std::memory_order_relaxed) ? m_besideContext : m_context;
     context.HWCtx(HWCtxId());

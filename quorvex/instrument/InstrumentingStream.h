@@ -150,9 +150,12 @@ private:
     struct Moment {
         std::uint64_t tick;
         std::uint32_t processor;
+
+        static Moment now();
     };
     /// That of now, behind all that has been recorded, also by handlers; for the one that uses the page.
     Moment moment();
+    Moment momentBehindOthers();
     template <tagTCode Code> bool recordCall(unsigned id, std::uint64_t address = kUnknown64) noexcept;
     /// Puts it beside the page, where that is `allowed`; else refuses it.
     bool recordCallBeside(tagTCode code, unsigned id, std::uint64_t address, bool allowed);

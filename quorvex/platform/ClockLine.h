@@ -38,19 +38,13 @@ public:
 
     /// The time now, in ticks of the clock.
     std::uint64_t now() {
-        while (true) {
-            // Lines take turns in two places. A handler, or another thread, may write the place as it is read here.
-            const unsigned turn = m_turn.load(std::memory_order_acquire);
-            if (turn == kOff) [[unlikely]]
-                return Clocks::system();
-            const Line& line = m_lines[turn % 2];
-            const std::uint64_t passed = Clocks::counter() - line.from.load(std::memory_order_acquire);
-            const std::uint64_t length = line.length.load(std::memory_order_acquire);
-            const std::uint64_t tick = line.tick(passed);
-            if (passed < length && m_turn.load(std::memory_order_relaxed) == turn) [[likely]]
-                return tick;
-            renew(turn);
-        }
+        std::uint64_t tick = 0;
+        const unsigned turn = m_turn.load(std::memory_order_acquire);
+        if (turn == kOff) [[unlikely]]
+            return Clocks::system();
+        if (tells(turn, tick)) [[likely]]
+            return tick;
+        return nowBehind(turn);
     }
 
     /// Hold off the change of lines; around a fork, or the child's would wait for good. Where no handler can come
@@ -118,9 +112,30 @@ private:
         return false;
     }
 
-    /// The next line, behind that of `turn`; nothing where another thread has drawn it, or that one holds. Not inlined:
-    /// it comes a few times in a second.
-    [[gnu::noinline, gnu::cold]] void renew(unsigned turn) {
+    /// Whether the line of `turn` holds now, and the time by it.
+    bool tells(unsigned turn, std::uint64_t& tick) const {
+        // Lines take turns in two places. A handler, or another thread, may write the place as it is read here.
+        const Line& line = m_lines[turn % 2];
+        const std::uint64_t passed = Clocks::counter() - line.from.load(std::memory_order_acquire);
+        const std::uint64_t length = line.length.load(std::memory_order_acquire);
+        tick = line.tick(passed);
+        return passed < length && m_turn.load(std::memory_order_relaxed) == turn;
+    }
+
+    /// The time now, by a line behind that of `turn`. Not inlined: it comes a few times in a second.
+    [[gnu::noinline, gnu::cold]] std::uint64_t nowBehind(unsigned turn) {
+        std::uint64_t tick = 0;
+        do {
+            renew(turn);
+            turn = m_turn.load(std::memory_order_acquire);
+            if (turn == kOff)
+                return Clocks::system();
+        } while (!tells(turn, tick));
+        return tick;
+    }
+
+    /// The next line, behind that of `turn`; nothing where another thread has drawn it, or that one holds.
+    void renew(unsigned turn) {
         const Uninterrupted quiet;
         const std::lock_guard hold(m_lock);
         if (m_turn.load(std::memory_order_relaxed) != turn)
