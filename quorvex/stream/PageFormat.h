@@ -34,17 +34,22 @@ constexpr unsigned offsetIn(std::uint64_t position) {
     return static_cast<unsigned>(position % kPageSize);
 }
 
-/// The page that a position of the file is on, counted from 0; where it begins, and where the next one does.
+/// The number of the page that a position of the file is on; the first is 0.
 constexpr std::uint64_t numberAt(std::uint64_t position) {
     return position / kPageSize;
 }
+
+/// Where the page begins that a position of the file is on.
 constexpr std::uint64_t beginAt(std::uint64_t position) {
     return position - offsetIn(position);
 }
+
+/// Where that page ends.
 constexpr std::uint64_t endAt(std::uint64_t position) {
     return beginAt(position) + kPageSize;
 }
-/// The next position, or that one, at which a page begins.
+
+/// The position, or else the next one, at which a page begins.
 constexpr std::uint64_t nextBegin(std::uint64_t position) {
     return beginAt(position + kPageSize - 1);
 }
