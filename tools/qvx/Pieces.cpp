@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <map>
 #include <string_view>
 
 namespace qvx {
