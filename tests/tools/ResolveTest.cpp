@@ -145,6 +145,19 @@ TEST(Resolve, NamesCallsByWhatWasThereThen) {
         EXPECT_EQ(trace.ids.size(), 2u);
     }
     {
+        SCOPED_TRACE("built from another directory, functions have the same numbers");
+        BuiltProgram other;
+        ASSERT_TRUE(other.build("g++ -g -finstrument-functions",
+                                other.directory.write("named.cpp", contentOf(BuiltProgram::source()))));
+        other.run();
+        Recorded trace;
+        begin(trace);
+        trace.module(3, other.modules[0]);
+        trace.call(4, other.places[0].address);
+        EXPECT_EQ(trace.resolved(), mainHere);
+        EXPECT_EQ(trace.ids[id], "main");
+    }
+    {
         SCOPED_TRACE("while it is recorded, functions have the lower halves of their addresses for numbers");
         Recorded trace;
         begin(trace);

@@ -198,8 +198,10 @@ private:
             },
             [](const CTraceCursor&) {});
         FunctionIds ids(m_taken);
-        for (auto& [key, function] : m_functions)
-            function.id = ids.give(std::get<0>(key), std::get<1>(key), std::get<2>(key));
+        for (auto& [key, function] : m_functions) {
+            const auto& [name, file, line] = key;
+            function.id = ids.give(name, file.substr(file.rfind('/') + 1), line); // wherever it was built
+        }
         if (const std::uint64_t count = ids.collisions(); count > 0)
             tell(fmt::format("{} function{} an identifier that another one has; {} another", count,
                              count == 1 ? " comes to" : "s come to", count == 1 ? "it got" : "each got"));
