@@ -348,7 +348,10 @@ function paintMarks(canvas: Canvas, track: Track, top: number, look: Look): void
         const until = next < marks.at.length ? (marks.at[next] - range.from) * k : canvas.width;
         const room = Math.min(until, canvas.width) - x - 6 * ratio;
         if (room > kLabel * ratio) {
-            const text = texts[marks.text[i]].text || names[marks.name[i]].text;
+            const name = names[marks.name[i]].text;
+            const its = texts[marks.text[i]].text;
+            // That a message is one says its track.
+            const text = its === '' ? name : name === 'Message' ? its : `${name} ${its}`;
             const y = top + (kRow / 2) * ratio;
             canvas.text(x + 4 * ratio, y, shown(text, 120), room, isFaint ? theme.faint : theme.text);
         }
