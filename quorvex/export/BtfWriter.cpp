@@ -81,7 +81,7 @@ struct Process {
 
     Entity* entity;
     std::optional<std::uint32_t> process; ///< of a task in a process, its number
-    unsigned input = 0;                   ///< whose packets told of it last
+    ThreadInputs inputs = {};
     State state = State::Terminated;
     std::uint64_t instance = 0;
     CallStack<Frame> stack{kMaxFunctions};
@@ -186,7 +186,7 @@ public:
     void endOf(unsigned input, std::uint64_t time) {
         setTime(time);
         for (Process* task : m_tasks) {
-            if (task->input != input)
+            if (!task->inputs.end(input))
                 continue;
             if (task->state == Process::State::Running)
                 terminate(*task->core, *task);
@@ -284,7 +284,7 @@ private:
                 undefine(*core.task);
         }
         for (Process* task : m_tasks) {
-            if (m_writer.isOneProcess() || task->input == m_writer.process())
+            if (m_writer.isOneProcess() || task->inputs.isLast(m_writer.process()))
                 undefine(*task);
         }
     }
@@ -374,7 +374,7 @@ private:
         Core& core = coreOf(context.HWCtx());
         Process& task =
             core.processes.empty() ? threadOf(context.SWCtx()) : taskOf(core.processes.back(), context.SWCtx());
-        task.input = m_writer.process();
+        task.inputs.tell(m_writer.process());
         assign(core, &task);
         return *core.running();
     }

@@ -266,7 +266,7 @@ private:
         Stack exceptions{kDeepest};
     };
     struct Thread {
-        unsigned process = 0; ///< whose packets told of it last
+        ThreadInputs inputs;
         std::optional<std::uint32_t> core;
         Wire* coreVariable = nullptr;
         View view;
@@ -552,14 +552,14 @@ void CVCDWriter::Model::showGap(const CCoreContext& context) {
     if (isWhole)
         putLine(kOff);
     for (auto& [number, thread] : m_threads) {
-        if (isWhole || thread.process == m_writer.process())
+        if (isWhole || thread.inputs.isLast(m_writer.process()))
             forget(thread, false);
     }
     const auto isGone = [&](const Declaration& variable) {
         if (isWhole)
             return true;
         const Thread* const thread = variable.area == Area::Threads ? m_threads.find(variable.owner) : nullptr;
-        return (thread && thread->process == m_writer.process()) ||
+        return (thread && thread->inputs.isLast(m_writer.process())) ||
                (variable.area == Area::Cores && variable.owner == context.HWCtx());
     };
     for (auto& [declaration, variable] : m_variables) {
@@ -719,7 +719,7 @@ void CVCDWriter::Model::stop(Thread* thread) {
 void CVCDWriter::Model::goTo(std::uint32_t coreNumber, std::uint32_t threadNumber) {
     Core& where = core(coreNumber);
     Thread& what = thread(threadNumber);
-    what.process = m_writer.process();
+    what.inputs.tell(m_writer.process());
     if (what.core != coreNumber)
         stop(&what);
     if (where.thread != threadNumber) {
@@ -767,7 +767,7 @@ void CVCDWriter::Model::forget(Thread& thread, bool isKnown) {
 
 void CVCDWriter::Model::endOf(unsigned process) {
     for (auto& [number, thread] : m_threads) {
-        if (thread.process == process && thread.stack)
+        if (thread.inputs.end(process) && thread.stack)
             forget(thread, true);
     }
 }

@@ -18,6 +18,7 @@
 #include <map>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +32,28 @@ struct ViewerOptions {
     std::optional<std::int64_t> recordedUntil;
     std::map<std::string, CounterType, std::less<>> counters; ///< types of counters, by name
     std::string btfVersion = "2.1.0";                         ///< one of CBtfWriter::kVersions
+};
+
+/// Which processes tell of a thread: it ends with the last of them. To be told of each packet.
+class ThreadInputs {
+public:
+    void tell(unsigned process) {
+        if (process != m_last) [[unlikely]]
+            m_processes.insert(m_last = process);
+    }
+    bool isLast(unsigned process) const { return process == m_last; } ///< it told last
+    /// The process has ended; true when no other one tells of the thread any more.
+    bool end(unsigned process) {
+        if (m_last == process)
+            m_last = kNone;
+        return m_processes.erase(process) > 0 && m_processes.empty();
+    }
+
+private:
+    static constexpr unsigned kNone = ~0U;
+
+    unsigned m_last = kNone;
+    std::set<unsigned> m_processes;
 };
 
 /// What writers for other viewers do alike. Their files begin with what is only known at the end, so the lines of the
@@ -71,7 +94,8 @@ public:
         m_isOneProcess = m_isOneProcess && m_start == kUnknown64;
         m_process = process;
     }
-    /// There are no more packets of that process: what runs in it ends where its last packet, which was just put, is.
+    /// There are no more packets of that process: threads of which no other process tells end where its last packet,
+    /// which was just put, is.
     void endProcess(unsigned process);
 
     /// How many times something could not be shown as it is in the trace, by reason.

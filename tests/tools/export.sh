@@ -136,6 +136,9 @@ grep '^#' clocks.vcd | tr '\n' ' ' >told
 export_to 0 ns.txt us.txt --to btf -o clocks.btf
 grep -q '^3000000,Core_0,0,T,TASK_2,0,terminate$' clocks.btf || { cat clocks.btf; fail 'a thread runs on after its trace'; }
 grep -q '^#creationDate 20[0-9-]*T[0-9:]*Z$' clocks.btf || fail 'the date of the BTF file'
+{ clock 1000000000; function_at Enter 50 1; function_at Leave 60 1; } >other.txt
+{ clock 1000000000; function_at Enter 40 1; function_at Leave 70 1; } >shared.txt
+for format in vcd btf; do export_to 0 shared.txt other.txt --to $format -f -o shared.$format; done # a thread of two traces
 for version in 2.1.0 2.1.5 2.2.0; do
     export_to 0 ns.txt --to btf -f -o version.btf --btf-version $version
     [ "$(head -1 version.btf)" = "#version $version" ] || fail "version $version"
