@@ -230,7 +230,7 @@ TEST(PlainReader, EndsAndLosesNothingBeforeTheDamage) {
 TEST(PlainReader, ReadsBackAMillionRandomPacketsByteForByte) {
     RandomPackets random(20261121);
     // In parts, so that the memory of a small machine holds them.
-    for (unsigned part = 0; part < effort(20, 2); ++part) {
+    for (unsigned part = 0; part < effort(20, 1); ++part) {
         MemorySink plainSink, pagedSink;
         CTraceWriterPlain plain(plainSink);
         CTraceWriterPaged paged(pagedSink);
