@@ -547,7 +547,7 @@ TEST(TracePages, CopyAllThatCanBeReadOfADamagedTrace) {
     const TemporaryDirectory directory;
     RandomTrace random(20261122);
     const std::string whole = paged(random, 4 * kPageSize, false);
-    for (unsigned round = 0; round < effort(60, 12); ++round) {
+    for (unsigned round = 0; round < effort(60, 60); ++round) {
         std::string damaged = whole;
         const std::size_t page = random.below(4) * kPageSize, other = random.below(4) * kPageSize;
         switch (round % 4) {
@@ -586,17 +586,26 @@ TEST(TracePages, CopyAllThatCanBeReadOfADamagedTrace) {
                 front = static_cast<std::size_t>(its.position());
                 return isBegun && pages.copyTo(its, from, to, state.contexts(), state.frame());
             });
-            const auto expected = contentsOf(damaged, from, to), found = contentsOf(out, front);
-            auto at = found.begin();
-            std::string lost;
-            for (const std::string& packet : expected) {
-                const auto next = std::find(at, found.end(), packet);
-                if (next == found.end())
-                    lost += hex(packet) + "\n";
-                else
-                    at = next + 1;
-            }
-            ASSERT_EQ(lost, "") << round << ' ' << from << ' ' << to << ' ' << found.size() << ' ' << expected.size();
+            const auto found = contentsOf(out, front);
+            const auto lostOf = [&found](const std::vector<std::string>& expected) {
+                auto at = found.begin();
+                std::string lost;
+                for (const std::string& packet : expected) {
+                    const auto next = std::find(at, found.end(), packet);
+                    if (next == found.end())
+                        lost += hex(packet) + "\n";
+                    else
+                        at = next + 1;
+                }
+                return lost;
+            };
+            // Who reads on from damage may take bytes behind it for packets; a page that is read by itself has none.
+            const std::uint64_t begin = pages::beginAt(from);
+            const std::string lost = lostOf(contentsOf(damaged, from, to));
+            ASSERT_TRUE(
+                lost.empty() ||
+                lostOf(contentsOf(damaged.substr(static_cast<std::size_t>(begin)), from - begin, to - begin)).empty())
+                << round << ' ' << from << ' ' << to << ' ' << found.size() << ' ' << lost;
         }
     }
 }

@@ -41,7 +41,7 @@ std::string written(std::string_view name, const Packets& packets) {
     return text;
 }
 
-CCoreContext at(std::uint64_t tick, std::uint32_t core = 0, std::uint32_t thread = 7) {
+CCoreContext placeAt(std::uint64_t tick, std::uint32_t core = 0, std::uint32_t thread = 7) {
     return {tick, core, thread, kUnknown64};
 }
 
@@ -51,49 +51,49 @@ template <class Packet, class... Values> std::shared_ptr<CPacket> make(const Val
 
 /// A bit of all that there is. Names and the clock are told late.
 Packets scene() {
-    CCounterValueDim1 cell(at(1040), 4U, TCounter_t(std::uint64_t{5}), TCounterIdx_t(std::uint64_t{2}));
+    CCounterValueDim1 cell(placeAt(1040), 4U, TCounter_t(std::uint64_t{5}), TCounterIdx_t(std::uint64_t{2}));
     return {
-        make<CFunctionEnter>(at(1000), 1U),
+        make<CFunctionEnter>(placeAt(1000), 1U),
         make<CTimestamp>(std::uint64_t{1000}, std::uint64_t{1'000'000'000}),
-        make<CFunctionEnter>(at(1010), 2U),
-        make<CHWExceptionEnter>(at(1012), 5U),
-        make<CHWExceptionLeave>(at(1014), 5U),
-        make<CCounterDefine>(at(1015), 4U, std::uint8_t{0}, "hits"),
-        make<CCounterDefineUnit>(at(1015), 4U, std::uint8_t{0}, "ms"),
-        make<CCounterValue>(at(1015), 4U, TCounter_t(std::uint64_t{3})),
-        make<CCounterValue>(at(1015), 5U, TCounter_t(0.0)),
-        make<CCounterValue>(at(1016), 5U, TCounter_t(0.5)),
+        make<CFunctionEnter>(placeAt(1010), 2U),
+        make<CHWExceptionEnter>(placeAt(1012), 5U),
+        make<CHWExceptionLeave>(placeAt(1014), 5U),
+        make<CCounterDefine>(placeAt(1015), 4U, std::uint8_t{0}, "hits"),
+        make<CCounterDefineUnit>(placeAt(1015), 4U, std::uint8_t{0}, "ms"),
+        make<CCounterValue>(placeAt(1015), 4U, TCounter_t(std::uint64_t{3})),
+        make<CCounterValue>(placeAt(1015), 5U, TCounter_t(0.0)),
+        make<CCounterValue>(placeAt(1016), 5U, TCounter_t(0.5)),
         make<CEventDefine>(6U, Watchpoint, "e"),
-        make<CEvent>(at(1016), 6U, CData(std::uint16_t{0x102})),
+        make<CEvent>(placeAt(1016), 6U, CData(std::uint16_t{0x102})),
         make<CMessage>(std::uint64_t{1017}, std::int8_t{-64}, "h\"i\xff"),
         make<CCharString>("free, text"),
-        make<CFunctionLeave>(at(1020), 2U),
-        make<CFunctionDefine>(at(1021), 1U, "main"),
-        make<CFunctionDefine>(at(1021), 2U, "a;\"\n,\xc3\xa9"),
+        make<CFunctionLeave>(placeAt(1020), 2U),
+        make<CFunctionDefine>(placeAt(1021), 1U, "main"),
+        make<CFunctionDefine>(placeAt(1021), 2U, "a;\"\n,\xc3\xa9"),
         make<CStateMachineDefine>(1U, "m"),
         make<CStateMachineInstanceDefine>(1U, 2U, "i"),
         make<CStateDefine>(1U, 3U, "on"),
         make<CTransitionDefine>(1U, 3U, 4U, 9U, "t"),
         make<CInitialState>(1U, 2U, 3U, 0U, std::uint64_t{1022}),
         make<CTransition>(1U, 2U, 9U, 0U, std::uint64_t{1024}, CData(std::uint8_t{7})),
-        make<CVariableDefine>(at(1025), 8U, 1U, "v"),
-        make<CVariableWrite>(at(1026), 8U, CData(std::uint32_t{70000})),
+        make<CVariableDefine>(placeAt(1025), 8U, 1U, "v"),
+        make<CVariableWrite>(placeAt(1026), 8U, CData(std::uint32_t{70000})),
         make<CSignalDefine>(CBusContext(1027, 0, 1), 3U, CSignalMask("0110"), "s"),
         make<CSignal>(CBusContext(1028, 0, 1), CSignalMask("01100000"), CSignalMask("11110000")),
         make<CSignal>(CBusContext(1029, 0, 1), CSignalMask("00100000"), CSignalMask("10110000")),
         make<CBusAddrData>(CBusContext(1030, 0, 1), CBusDataSignals(1), 0x1234U, CData(std::uint8_t{9})),
         make<CExecInsn>(1031U, 0U, 7U, 0x4000U),
-        make<CProcessDefine>(at(1032), 2U, "p"),
-        make<CProcessEnter>(at(1032), 2U),
-        make<CFunctionEnter>(at(1033), 3U),
-        make<CFunctionEnter>(at(1034), 2U),
-        make<CFunctionLeave>(at(1036), 3U),
-        make<CProcessLeave>(at(1037), 2U),
-        make<CFunctionLeave>(at(1038), 3U),
+        make<CProcessDefine>(placeAt(1032), 2U, "p"),
+        make<CProcessEnter>(placeAt(1032), 2U),
+        make<CFunctionEnter>(placeAt(1033), 3U),
+        make<CFunctionEnter>(placeAt(1034), 2U),
+        make<CFunctionLeave>(placeAt(1036), 3U),
+        make<CProcessLeave>(placeAt(1037), 2U),
+        make<CFunctionLeave>(placeAt(1038), 3U),
         std::make_shared<CCounterValueDim1>(cell),
-        make<CFunctionEnter>(at(2030, 1, 0), 1U),
-        make<CTraceBroken>(at(2040, 1, 0)),
-        make<CFunctionEnter>(at(2050, 1, ~0U), 1U),
+        make<CFunctionEnter>(placeAt(2030, 1, 0), 1U),
+        make<CTraceBroken>(placeAt(2040, 1, 0)),
+        make<CFunctionEnter>(placeAt(2050, 1, ~0U), 1U),
     };
 }
 
@@ -124,7 +124,7 @@ std::string decoded(std::string_view bytes, const std::string& path = "") {
             bytes.remove_prefix(8);
         } else {
             EXPECT_EQ(key & 7, 2U);
-            const std::uint64_t size = varint();
+            const auto size = static_cast<std::size_t>(varint());
             const std::string_view its = bytes.substr(0, size);
             EXPECT_EQ(its.size(), size);
             text += inside.contains(at) ? "{" + decoded(its, at) + " }" : "'" + std::string(its) + "'";

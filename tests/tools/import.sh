@@ -145,7 +145,7 @@ shows 'value changes' <<'OUT'
          0.000000050     -          -  Signal  Master=0  SignalValue=0x01  SignalMask=0x01
          0.000000050     -          -  Signal  Master=0  SignalValue=0x02  SignalMask=0x02
          0.000000050     -          0  CounterValue top.sub.data[7:0]  Value=5
-         0.000000050     -          0  CounterValue top.sub.count  Value=13835058055282163712
+         0.000000050     -          0  CounterValue top.sub.count  Value=18446744073709551614
          0.000000050     -          0  CounterValue top.volts  Value=13832806255468478464
          0.000000050     -          0  Event top.tick
          0.000000050     -          -  Message "top.state: running"  Priority=0

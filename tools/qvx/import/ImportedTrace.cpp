@@ -135,8 +135,6 @@ ImportedTrace::Counter& ImportedTrace::counter(std::uint32_t number) {
 
 void ImportedTrace::count(Thread thread, std::uint64_t time, std::string_view counter, std::int64_t value) {
     const std::uint32_t name = m_counterNames(counter);
-    if (value < 0)
-        this->counter(name).hasFraction = true;
     this->counter(name);
     put(time, 0, {.sort = Sort::Integer, .thread = thread, .name = name, .value = static_cast<std::uint64_t>(value)});
 }
@@ -357,7 +355,7 @@ private:
         if (what.sort == Sort::Integer && counter.hasFraction) {
             const auto whole = static_cast<std::int64_t>(what.value);
             if ((whole < 0 ? 0 - what.value : what.value) > kExactDouble)
-                m_trace.lose("digits of great numbers beside ones with fractions or below 0");
+                m_trace.lose("digits of great numbers beside ones with fractions");
             value = TCounter_t(static_cast<double>(whole));
         }
         put(new CCounterValue(at(what), what.name + 1, value));

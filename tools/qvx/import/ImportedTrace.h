@@ -73,7 +73,7 @@ private:
         std::uint32_t operator()(std::string_view name);
     };
     struct Counter {
-        bool hasFraction = false; ///< or is below 0
+        bool hasFraction = false; ///< some value has one
         std::string unit;
     };
     struct Process {
