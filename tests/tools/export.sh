@@ -171,7 +171,7 @@ export_to 0 us.txt -f -o of.ctf
 cmp -s of.ctf/stream stream.old && fail 'a directory is not changed by force'
 : >of.ctf/notes
 export_to 1 us.txt -f -o of.ctf
-says 'of.ctf/notes: is in the way: readers of the format would take it for a part'
+says 'notes: is in the way: readers of the format would take it for a part'
 export_to 1 missing -o new.ctf
 export_to 1 losses.txt -o new.ctf --strict
 [ -e new.ctf ] && fail 'a failed export leaves a directory'
