@@ -22,7 +22,7 @@ run 1 report missing.qvx -o other.html
 full_disk report recorded
 
 # Of what is damaged, the page tells as well; nothing but the page is written to standard output.
-trace=$(ls recorded/*.qvx | tail -1)
+trace=$(ls -S recorded/*.qvx | head -1)
 head -c 3000 "$trace" >cut.qvx
 run 3 report cut.qvx -o cut.html
 run 0 report - <"$trace" >piped.html
@@ -52,6 +52,7 @@ def numbers(column):
             yield value
             value = shift = 0
 signed = lambda value: value // 2 if value % 2 == 0 else -(value + 1) // 2
+nanoseconds = 10 ** 9 // (next(int(line['frequency']) for line in lines if line.get('frequency')) or 10 ** 9)
 names = [line['name'] for line in lines if line['record'] == 'name' and line['table'] == 'function']
 at, sums = 0, {}
 for track in (line for line in lines if line['record'] == 'track'):
@@ -71,7 +72,7 @@ for line in lines:
     if line['record'] in ('note', 'unshown'):
         print(line['record'], line.get('text') or '%s %d' % (line['what'], line['count']))
 for name, (count, most) in sorted(sums.items()):
-    print(name, count, most)
+    print(name, count, most * nanoseconds)
 END
     python3 read.py page.html >told || fail 'a page that cannot be read'
     run 0 stats recorded --format csv -f -o stats
