@@ -56,21 +56,23 @@ ExitCode import(ImportOptions& options) {
     const bool isStandardInput = options.file == "-";
     const std::string name = isStandardInput ? "standard input" : options.file;
     std::ifstream file;
+    std::istream* source = &std::cin;
     if (!isStandardInput) {
         if (platform::FileStatus::of(options.file).sort == platform::FileStatus::Directory)
             throw Failure(name, platform::errorText(EISDIR));
         file.open(options.file, std::ios::binary);
         if (!file.is_open())
             throw Failure(name, platform::errorText(platform::openError(options.file.c_str())));
+        source = &file;
     }
-    Head head(isStandardInput ? std::cin : file);
+    Head head(*source);
     std::istream in(&head);
     const Importer* format = options.format;
     if (!format)
         format = &*std::ranges::find_if(importers(), [&](const Importer& its) { return its.takes(head.text()); });
     ImportedTrace trace;
     format->read(in, name, trace);
-    if ((isStandardInput ? std::cin : file).bad())
+    if (source->bad())
         throw Failure(name, platform::errorText(EIO));
     const std::uint64_t packets = trace.write(options.output.target(), !options.shape.plain, options.shape.relative);
     std::string list;
