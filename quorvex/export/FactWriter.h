@@ -22,6 +22,7 @@ namespace Quorvex {
 ///     fields                  all else that the packet tells
 class QUORVEX_API CFactWriter : public CTrackWriter {
 public:
+    /// How the table is written.
     enum class Format : std::uint8_t {
         CSV,  ///< comma-separated values (RFC 4180, but with LF), with a row of titles; fields as name=value
         JSON, ///< an object a line; it has no members that tell nothing

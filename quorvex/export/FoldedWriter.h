@@ -17,7 +17,7 @@ namespace Quorvex {
 
 /// Folded stacks, which flame graphs are drawn from: a line for each path of calls with time of its own, as
 /// `main;parse;read 1234`: nanoseconds in read itself, or ticks where no clock is told. In names a ; becomes a :, and
-/// what cannot be shown \xNN.
+/// what cannot be shown `\xNN`.
 class QUORVEX_API FoldedStacks {
 public:
     /// The lines go to `add`, text by text.

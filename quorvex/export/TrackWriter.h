@@ -15,11 +15,12 @@ namespace Quorvex {
 
 /// What writers for viewers with tracks do alike: such a viewer shows slices, instants and values, each on a track.
 ///
-///     a thread                the calls of its functions, in each process by itself; its events, gaps and whatever
-///     else happens in it a core                  the threads that run there, the processes that are entered, the
-///     interrupts a state machine         the states of each instance a counter, variable     its values; of a counter
-///     with indices, those of each cell signals                 the values of the lines of each signal, or of a bus
-///     without signals messages, buses, ...    what belongs to no thread: messages and texts, buses, system traces
+/// - Of a thread: the calls of its functions, in each process by itself; its events, gaps and whatever else happens.
+/// - Of a core: the threads that run there, the processes that are entered, the interrupts.
+/// - Of a state machine: the states of each instance.
+/// - Of a counter or variable: its values; of a counter with indices, those of each cell.
+/// - Of signals: the values of the lines of each signal, or of a bus without signals.
+/// - Of messages, buses and so on: what belongs to no thread.
 ///
 /// Slices of a track are nested or lie one behind the other. A packet without a case of its own is an instant that
 /// bears the name of its kind and has its fields; so every kind is shown by those who take instants.
@@ -57,7 +58,7 @@ public:
 
     /// One that there is.
     struct Track {
-        Sort sort;
+        Sort sort;              ///< what it is of
         std::uint32_t group;    ///< of threads, see groups(); 0 of all other tracks
         std::uint32_t number;   ///< of the thread or core
         std::string name = {};  ///< as it is known at the end of the trace
@@ -67,13 +68,13 @@ public:
     /// A field of what happens, or a value.
     struct Field {
         std::string_view name;
-        Form form = Form::None;
+        Form form = Form::None;     ///< which of the members below it has
         std::uint64_t number = 0;   ///< of a Real, its bits
         std::string_view text = {}; ///< of a Text
     };
     /// What happens. Valid during the call that is told of it.
     struct Fact {
-        Type type;
+        Type type;                  ///< what it is
         std::uint32_t track;        ///< its number
         std::uint32_t label;        ///< number of the name; kNoLabel for a name that is this one's alone
         std::string_view name;      ///< of an instant or a slice, also where it ends
@@ -93,15 +94,15 @@ protected:
     };
     CTrackWriter(std::ostream& out, ViewerOptions options, Wishes wishes);
 
-    // The file is written by these, in this order; startTrack and endTrack by those only who are told by track.
-    virtual void startFile() = 0;
-    virtual void startTrack(std::uint32_t) {}
-    virtual void write(const Fact& fact) = 0;
-    virtual void endTrack(std::uint32_t) {}
-    virtual void endFile() = 0;
+    // The file is written by these, in this order.
+    virtual void startFile() = 0;             ///< puts what stands before all facts
+    virtual void startTrack(std::uint32_t) {} ///< a track's facts come now; for those only who are told by track
+    virtual void write(const Fact& fact) = 0; ///< puts a fact
+    virtual void endTrack(std::uint32_t) {}   ///< all facts of a track have come; as startTrack
+    virtual void endFile() = 0;               ///< puts what stands behind all facts
 
     // What is known while the file is written.
-    const std::vector<Track>& tracks() const;
+    const std::vector<Track>& tracks() const;       ///< by their numbers
     const std::vector<std::string>& labels() const; ///< names, by their numbers
     /// Names of the groups that threads stand in: 1 for what runs in no process, one for each process in which
     /// functions are called. That of 0 is empty.

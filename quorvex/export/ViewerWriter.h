@@ -37,6 +37,7 @@ struct ViewerOptions {
 /// Which processes tell of a thread: it ends with the last of them. To be told of each packet.
 class ThreadInputs {
 public:
+    /// A packet of that process has come.
     void tell(unsigned process) {
         if (process != m_last) [[unlikely]]
             m_processes.insert(m_last = process);

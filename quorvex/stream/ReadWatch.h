@@ -25,6 +25,7 @@ public:
     void watchBy(ReadWatch& watch) { m_watch = &watch; } ///< from now on
 
     using Source::read;
+    /// As the source does it.
     bool read(char* dst, unsigned count, unsigned& got) override {
         const bool isRead = Source::read(dst, count, got);
         if (m_watch && got > 0)
