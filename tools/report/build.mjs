@@ -6,9 +6,11 @@ import { mkdirSync, readdirSync, readFileSync, rmSync, writeFileSync } from 'nod
 import { fileURLToPath } from 'node:url';
 import { buildSync } from 'esbuild';
 
-process.chdir(fileURLToPath(new URL('.', import.meta.url)));
+const here = fileURLToPath(new URL('.', import.meta.url));
+process.chdir(here);
 
 const common = {
+    absWorkingDir: here, // esbuild has taken that of before
     bundle: true,
     target: 'es2022',
     charset: 'ascii',
