@@ -1,7 +1,6 @@
 #pragma once
 
 #include "quorvex/export/BufferHelper.h"
-#include "quorvex/format/Counter.h"
 #include "quorvex/packets/SignalMask.h"
 #include "quorvex/platform/Export.h"
 
@@ -22,13 +21,6 @@ enum tagVCDType : int {
     VCDReal = 2,
     VCDNone = -1 ///< an empty CVCDValue
 };
-
-/// Whether the bits of a counter look like a double rather than an integer: no small number, and neither huge nor tiny
-/// as a double.
-inline bool looksLikeDouble(const TCounter_t& value) {
-    const auto exponent = static_cast<int>((value.u64 >> 52) & 0x7FF) - 1023;
-    return exponent > -70 && exponent < 70;
-}
 
 /// A value of a variable in a value change dump. It writes the first part of a value change, up to where the variable's
 /// identifier follows:

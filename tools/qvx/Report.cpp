@@ -1,13 +1,14 @@
 #include "Arguments.h"
 #include "Inputs.h"
 #include "Output.h"
+#include "RecordedFact.h"
 #include "ReportPage.h"
 #include "Story.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/CallWalk.h"
+#include "quorvex/analysis/CounterType.h"
 #include "quorvex/analysis/TraceSpan.h"
-#include "quorvex/export/VCDValue.h"
 #include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -72,7 +73,10 @@ struct Track {
     std::vector<Span> spans{};
     std::vector<Mark> marks{};
     std::vector<Value> values{};
-    bool isReal = false; ///< values are doubles
+    CounterSort counter{}; ///< of a counter's values, which stand there by their bits
+    bool hasReals = false; ///< other values are doubles
+
+    bool isReal() const { return hasReals || counter.type() == CounterType::Double; }
 };
 
 /// A table of names, in which numbers stand in the order of their first use.
@@ -218,10 +222,10 @@ void Report::add(Track&& track, std::uint32_t file, std::uint64_t frequency) {
     JsonLine line;
     line.add("record", std::string_view("track"))
         .add("sort", track.sort)
-        .add("form", isSpans        ? "spans"
-                     : isMarks      ? "marks"
-                     : track.isReal ? "reals"
-                                    : "numbers")
+        .add("form", isSpans          ? "spans"
+                     : isMarks        ? "marks"
+                     : track.isReal() ? "reals"
+                                      : "numbers")
         .add("table", track.table)
         .add("title", track.title)
         .addSigned("file", file == ~0U ? -1 : std::int64_t{file});
@@ -236,7 +240,7 @@ void Report::add(Track&& track, std::uint32_t file, std::uint64_t frequency) {
     m_tracks.push_back({track.rank, std::move(line),
                         isSpans   ? columnsOf(track.spans)
                         : isMarks ? columnsOf(track.marks)
-                                  : columnsOf(track.values, track.isReal)});
+                                  : columnsOf(track.values, track.isReal())});
 }
 
 void Report::write(std::ostream& out, const std::string& title, const std::vector<std::string>& given) {
@@ -489,29 +493,16 @@ private:
     }
     void tell(const CMessage& packet) {
         const std::string_view text = wholeTextOf(packet);
-        if (text.starts_with("quorvex.function ")) {
-            const std::uint64_t number = names().numberOf(TextSort::Function, numberIn(text, " id="), m_file);
-            m_report.place(m_report.functionOf(number),
-                           fmt::format("{}:{}", valueIn(text, " file=", true), valueIn(text, " line=")));
+        const RecordedFact fact(text);
+        const auto number = [&fact](std::string_view key) { return static_cast<std::uint32_t>(fact.number(key)); };
+        if (fact.word() == "function") {
+            m_report.place(m_report.functionOf(names().numberOf(TextSort::Function, number("id"), m_file)),
+                           fmt::format("{}:{}", fact.text("file"), fact.value("line")));
             return; // it is told with the function
         }
-        if (text.starts_with("quorvex.thread "))
-            m_threadNames[numberIn(text, " tid=")] = valueIn(text, " name=", true);
+        if (fact.word() == "thread")
+            m_threadNames[number("tid")] = fact.text("name");
         mark("messages", "Message", text);
-    }
-    /// The value behind a key of what recorded programs tell: to the next blank, or of the last key to the end.
-    static std::string_view valueIn(std::string_view text, std::string_view key, bool isLast = false) {
-        const std::size_t at = text.find(key);
-        if (at == std::string_view::npos)
-            return {};
-        text.remove_prefix(at + key.size());
-        return isLast ? text : text.substr(0, text.find(' '));
-    }
-    static std::uint32_t numberIn(std::string_view text, std::string_view key) {
-        const std::string_view value = valueIn(text, key);
-        std::uint32_t number = ~0U;
-        std::from_chars(value.data(), value.data() + value.size(), number);
-        return number;
     }
     /// For that kind alone: it could be made of the context of any other.
     template <std::same_as<CTraceBroken> Gap> void tell(const Gap&) {
@@ -538,17 +529,17 @@ private:
         const TCounter_t& value = packet.CntrVal();
         Track& track = trackOf(Rank::Curves, "counter", "counter",
                                "counter " + names().nameOrId(TextSort::Counter, number) + indices);
-        add(track, looksLikeDouble(value) ? std::optional(value.dbl) : std::nullopt,
-            static_cast<std::int64_t>(value.u64));
+        track.counter.note(value.u64);
+        track.values.push_back({m_tick, value.u64});
     }
     /// Adds a value to a curve; one of doubles has no other values.
     void add(Track& track, std::optional<double> real, std::int64_t number) const {
-        if (real && !track.isReal) {
+        if (real && !track.hasReals) {
             for (Value& value : track.values)
                 value.bits = std::bit_cast<std::uint64_t>(static_cast<double>(static_cast<std::int64_t>(value.bits)));
-            track.isReal = true;
+            track.hasReals = true;
         }
-        track.values.push_back({m_tick, track.isReal
+        track.values.push_back({m_tick, track.hasReals
                                             ? std::bit_cast<std::uint64_t>(real.value_or(static_cast<double>(number)))
                                             : static_cast<std::uint64_t>(number)});
     }
