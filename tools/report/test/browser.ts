@@ -477,6 +477,13 @@ test('a link restores the view', async () => {
 
 test('pictures are saved', async () => {
     const page = await open(demo);
+    // A call that is as wide as the timeline has room for its name.
+    await page.locator('#timeline').press('/');
+    await page.keyboard.type('countFile');
+    await page.keyboard.press('Enter');
+    await settled(page);
+    await page.locator('#timeline').press('f');
+    await settled(page);
     for (const [label, start] of [['Save PNG', '\x89PNG'], ['Save SVG', '<svg ']] as const) {
         const download = page.waitForEvent('download');
         await page.getByRole('button', { name: label }).click();
