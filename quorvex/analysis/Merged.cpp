@@ -143,12 +143,7 @@ void Merged::Source::read(std::size_t most) try {
             push(nullptr, kUnknown64);
             continue;
         }
-        PacketPointer packet(at.packet());
-        if (packet && facts.isRelative)
-            packet.reset(at.contexts().absolute(*packet));
-        if (!packet)
-            throw std::bad_alloc();
-        push(std::move(packet), at.tick());
+        push(absoluteAt(at), at.tick());
     }
 } catch (const std::exception&) {
     isEnded = true;

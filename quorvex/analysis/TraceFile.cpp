@@ -22,6 +22,15 @@
 
 namespace Quorvex {
 
+PacketPointer absoluteAt(const CTraceCursor& packet) {
+    PacketPointer object(packet.packet());
+    if (object && factsOf(packet.TraceCode()).isRelative)
+        object.reset(packet.contexts().absolute(*object));
+    if (!object)
+        throw std::bad_alloc();
+    return object;
+}
+
 using platform::FileStatus;
 
 namespace {

@@ -24,6 +24,9 @@ struct ReleasePacket {
 /// A packet that is owned.
 using PacketPointer = std::unique_ptr<CPacket, ReleasePacket>;
 
+/// The packet that a cursor is at, as an object in absolute form. Throws std::bad_alloc.
+QUORVEX_API PacketPointer absoluteAt(const CTraceCursor& packet);
+
 /// Reads one trace packet by packet, as they are, with their places in it: a file in the binary form, with the page
 /// file that may belong to it, or a plain table, which is told by its first bytes. Damage is stepped over and counted.
 /// A trace is cut if it ends within a packet or its text, or has begun a frame and not ended it.

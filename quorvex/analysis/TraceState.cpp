@@ -277,9 +277,7 @@ void TraceState::Contents::noteClock(const CTraceCursor& packet) {
 }
 
 void TraceState::Contents::define(const CTraceCursor& packet) {
-    PacketPointer made(packet.packet());
-    if (CPacket* absolute = packet.contexts().absolute(*made))
-        made.reset(absolute);
+    const PacketPointer made = absoluteAt(packet);
     const auto subject = subjectOf(*made);
     if (!subject)
         return;

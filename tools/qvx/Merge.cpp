@@ -215,11 +215,7 @@ private:
                 lookAtFrame(at.as<CTraceEnabled>()->FrameConfig());
             if (facts.role != Role::Definition && facts.role != Role::Undefinition && at.TraceCode() != Timestamp)
                 continue;
-            PacketPointer packet(at.packet());
-            if (packet && facts.isRelative)
-                packet.reset(at.contexts().absolute(*packet));
-            if (!packet)
-                throw std::bad_alloc();
+            const PacketPointer packet = absoluteAt(at);
             m_clock.note(*packet, file);
             m_renumbering.note(*packet);
         }

@@ -395,7 +395,7 @@ private:
         if (facts.step != Step::None)
             move(facts, enteredIn(packet));
         else
-            show(packet, facts);
+            show(packet);
     }
 
     /// The thread of the packet is on its core.
@@ -475,12 +475,8 @@ private:
     }
 
     /// What happened besides.
-    void show(const CTraceCursor& packet, const KindFacts& facts) {
-        PacketPointer object(packet.packet());
-        if (facts.isRelative)
-            object.reset(packet.contexts().absolute(*object));
-        if (!object)
-            throw std::bad_alloc();
+    void show(const CTraceCursor& packet) {
+        const PacketPointer object = absoluteAt(packet);
         const bool isShown = visitKind(
             *object, [this](const auto& kind) requires requires { this->tell(kind); } { tell(kind); });
         // A reader hands an empty string out by itself where it ends a definition: it says nothing.
@@ -639,11 +635,7 @@ private:
 
     /// What definitions tell besides names.
     void define(const CTraceCursor& packet) {
-        PacketPointer object(packet.packet());
-        if (factsOf(packet.TraceCode()).isRelative)
-            object.reset(packet.contexts().absolute(*object));
-        if (!object)
-            throw std::bad_alloc();
+        const PacketPointer object = absoluteAt(packet);
         if (const auto* variable = packetAs<CVariableDefine>(*object))
             m_types[variable->VarId()] = variable->TypeId();
         else if (const auto* signal = packetAs<CSignalDefine>(*object))

@@ -220,11 +220,7 @@ private:
         TraceInput trace(m_from);
         while (trace.advance()) {
             const CTraceCursor& at = trace.cursor();
-            PacketPointer packet(at.packet());
-            if (packet && factsOf(at.TraceCode()).isRelative)
-                packet.reset(at.contexts().absolute(*packet));
-            if (!packet)
-                throw std::bad_alloc();
+            PacketPointer packet = absoluteAt(at);
             const auto context = isCall(at.TraceCode()) ? at.contextOf<CCoreContext>() : std::nullopt;
             if (context && hasAddress(context->ip)) {
                 Named& function = functionOf(*context);

@@ -397,9 +397,7 @@ private:
     }
 
     void define(const CTraceCursor& packet, Key subject) {
-        PacketPointer made(packet.packet());
-        if (CPacket* absolute = packet.contexts().absolute(*made))
-            made.reset(absolute);
+        const PacketPointer made = absoluteAt(packet);
         const auto [at, isNew] = m_definitions.try_emplace(subject);
         Definition& definition = at->second;
         if (isNew)

@@ -147,12 +147,7 @@ void Story::pass(std::size_t file, const CTraceCursor& packet) {
     else if (const auto leave = packet.as<CFunctionLeave>())
         make(*leave);
     else if (kind.step != Step::None || kind.role == Role::Definition) {
-        PacketPointer object(packet.packet());
-        if (factsOf(code).isRelative)
-            object.reset(packet.contexts().absolute(*object));
-        if (!object)
-            throw std::bad_alloc();
-        pass(file, *object, packet.tick());
+        pass(file, *absoluteAt(packet), packet.tick());
     }
 }
 

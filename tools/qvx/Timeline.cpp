@@ -33,11 +33,7 @@ PacketPointer Timeline::nextOfOne() {
             passBy(0, at);
             continue;
         }
-        PacketPointer packet(at.packet());
-        if (factsOf(at.TraceCode()).isRelative)
-            packet.reset(at.contexts().absolute(*packet));
-        if (!packet)
-            throw std::bad_alloc();
+        PacketPointer packet = absoluteAt(at);
         m_tick = at.tick();
         m_offset = at.offset();
         return packet;
