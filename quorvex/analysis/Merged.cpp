@@ -5,7 +5,6 @@
 #include "quorvex/packets/PacketKinds.h"
 
 #include <algorithm>
-#include <deque>
 #include <exception>
 #include <functional>
 #include <new>
@@ -66,21 +65,24 @@ struct Merged::Source {
     /// A packet, or null where a frame begins or ends.
     struct Ahead {
         PacketPointer packet;
-        std::uint64_t tick;
-        std::uint64_t offset;
-        std::uint64_t rises; ///< of the source, up to this packet
+        std::uint64_t tick = 0;
+        std::uint64_t offset = 0;
+        std::uint64_t rises = 0; ///< of the source, up to this packet
 
         bool isBorder() const { return !packet; }
     };
 
-    /// The packet that is so many behind the next one; null at the end of the trace. Throws where the next one cannot
-    /// be read.
-    Ahead* at(std::size_t index);
     /// Reads packets until there are so many, or the trace ends.
     void read(std::size_t most);
-    std::size_t size() const { return static_cast<std::size_t>(added - taken); } ///< of `ahead`, which counts slowly
+    std::size_t size() const { return static_cast<std::size_t>(added - taken); } ///< packets that are read ahead
+    /// The packet that is so many behind the next one, of those. It stays there until another is read.
+    Ahead& ahead(std::size_t index) { return numbered(taken + index); }
+    Ahead& numbered(std::uint64_t packet) { return ring[static_cast<std::size_t>(packet) & (ring.size() - 1)]; }
+    /// The same, read if it has to be; null at the end of the trace. Throws where the next one cannot be read.
+    Ahead* at(std::size_t index);
+    void grow();
     void push(PacketPointer packet, std::uint64_t told);
-    void pop();
+    void pop() { ++taken; }
     /// Whether ticks are seen to go on from the next packet's, which isWrong() then need not look into.
     bool isInOrder();
     /// How many packets from the next one on have a tick that one sync packet may tell.
@@ -89,8 +91,8 @@ struct Merged::Source {
     bool isWrong(std::size_t count);
     /// Whether the clock has started again since the last packet with a tick, as the ones behind the next packet tell.
     bool isAround();
-    /// Takes the packet's tick on from where the clock started again, if it has.
-    void extend(Ahead& packet);
+    /// Takes the next packet's tick on from where the clock started again, if it has.
+    void extend();
     /// How many packets may be relative to a tick that is looked into.
     std::size_t mostRelative() const { return batch > 0 ? std::min(batch, kMostRelative) : kMostRelative; }
     void forget(Ahead& packet);
@@ -99,10 +101,10 @@ struct Merged::Source {
 
     std::unique_ptr<TraceFile> input;
     PacketFilter* filter = nullptr;
-    std::size_t number = 0; ///< of the trace, for the filter
-    std::deque<Ahead> ahead;
-    std::uint64_t added = 0;    ///< packets that have come into `ahead`,
-    std::uint64_t taken = 0;    ///< and that have left it
+    std::size_t number = 0;                          ///< of the trace, for the filter
+    std::vector<Ahead> ring = std::vector<Ahead>(4); ///< packets by their numbers; of as many as a power of two
+    std::uint64_t added = 0;                         ///< packets that have come into it,
+    std::uint64_t taken = 0;                         ///< and that have left it
     std::uint64_t fall = 0;     ///< of the last packet with a lower tick than the one before it, the number
     std::uint64_t rises = 0;    ///< ticks that a sync packet of the one before could not have told
     std::uint64_t readTick = 0; ///< the last one that is known
@@ -124,9 +126,9 @@ Merged::Source::Ahead* Merged::Source::at(std::size_t index) {
         if (batch > 0)
             input->pause();
     }
-    if (error && ahead.empty())
+    if (error && size() == 0)
         std::rethrow_exception(std::exchange(error, nullptr));
-    return index < size() ? &ahead[index] : nullptr;
+    return index < size() ? &ahead(index) : nullptr;
 }
 
 void Merged::Source::read(std::size_t most) try {
@@ -158,25 +160,32 @@ void Merged::Source::push(PacketPointer packet, std::uint64_t told) {
             ++rises;
         readTick = told;
     }
-    ahead.push_back({std::move(packet), told, input->offset(), rises});
-    ++added;
+    if (size() == ring.size())
+        grow();
+    Ahead& last = numbered(added++);
+    last.packet = std::move(packet);
+    last.tick = told;
+    last.offset = input->offset();
+    last.rises = rises;
 }
 
-void Merged::Source::pop() {
-    ahead.pop_front();
-    ++taken;
+void Merged::Source::grow() {
+    std::vector<Ahead> larger(2 * ring.size());
+    for (std::uint64_t packet = taken; packet < added; ++packet)
+        larger[static_cast<std::size_t>(packet) & (larger.size() - 1)] = std::move(numbered(packet));
+    ring = std::move(larger);
 }
 
 bool Merged::Source::isInOrder() {
-    const auto isSeen = [this] { return rises - ahead.front().rises >= kWitnesses; };
-    while (!isSeen() && size() < kFewAhead && !isEnded && batch == 0)
-        read(size() + 1);
+    const auto isSeen = [this] { return rises - ahead(0).rises >= kWitnesses; };
+    if (!isSeen() && size() < kFewAhead && !isEnded && batch == 0)
+        read(kFewAhead);
     // What rises behind the next packet are witnesses for it.
     return isSeen() && fall <= taken + 1;
 }
 
 std::size_t Merged::Source::relatives() {
-    const std::uint64_t block = ahead.front().tick >> 8;
+    const std::uint64_t block = ahead(0).tick >> 8;
     std::size_t count = 1;
     for (const Ahead* next = at(count); next && !next->isBorder() && count < mostRelative(); next = at(++count)) {
         if (next->tick != kUnknown64 && next->tick >> 8 != block)
@@ -186,7 +195,7 @@ std::size_t Merged::Source::relatives() {
 }
 
 bool Merged::Source::isWrong(std::size_t count) {
-    const std::uint64_t claimed = ahead.front().tick;
+    const std::uint64_t claimed = ahead(0).tick;
     const std::size_t most = count + std::min(mostRelative(), kMostBehind);
     std::vector<std::uint64_t> before;
     unsigned behind = 0;
@@ -214,7 +223,7 @@ void Merged::Source::forget(Ahead& packet) {
 }
 
 bool Merged::Source::isAround() {
-    const std::uint64_t claimed = ahead.front().tick;
+    const std::uint64_t claimed = ahead(0).tick;
     if (tick >= kAround || claimed >= tick || tick - claimed <= kAround / 2)
         return false;
     unsigned behind = 0, elsewhere = 0;
@@ -229,13 +238,14 @@ bool Merged::Source::isAround() {
     return behind > 3 * elsewhere;
 }
 
-void Merged::Source::extend(Ahead& packet) {
-    if (packet.tick >= kAround)
+void Merged::Source::extend() {
+    if (ahead(0).tick >= kAround)
         gone = 0; // it is no such clock
     else if (extendsTicks && hasTick && isAround())
         gone += kAround;
     if (gone == 0)
         return;
+    Ahead& packet = ahead(0);
     packet.tick += gone;
     changeNumbers(*packet.packet, [this](FieldMeaning meaning, std::string_view, std::uint64_t& value) {
         value += meaning == FieldMeaning::Tick ? gone : 0;
@@ -243,7 +253,7 @@ void Merged::Source::extend(Ahead& packet) {
 }
 
 bool Merged::Source::prepare(bool keepsOldTicks) {
-    const auto first = [this] { return ahead.empty() ? at(0) : &ahead.front(); };
+    const auto first = [this] { return size() == 0 ? at(0) : &ahead(0); };
     const Ahead* next = first();
     while (next && next->isBorder()) {
         pop();
@@ -256,26 +266,25 @@ bool Merged::Source::prepare(bool keepsOldTicks) {
         return true;
     if (hasTick && next->tick < tick && isDefinition(*next->packet)) { // an old tick means nothing there
         if (keepsOldTicks)
-            ahead.front().tick = kUnknown64;
+            ahead(0).tick = kUnknown64;
         else
-            forget(ahead.front());
+            forget(ahead(0));
     } else if ((!hasTick || (next->tick > tick && next->tick >> 8 != tick >> 8)) && !isInOrder()) {
         const std::size_t count = relatives();
         if (count < mostRelative() && isWrong(count)) {
             if (wrong == 0)
-                firstWrong = ahead.front().offset;
+                firstWrong = ahead(0).offset;
             for (std::size_t i = 0; i < count; ++i) {
-                wrong += ahead[i].tick != kUnknown64;
-                forget(ahead[i]);
+                wrong += ahead(i).tick != kUnknown64;
+                forget(ahead(i));
             }
         }
     }
-    Ahead& ready = ahead.front();
-    if (ready.tick == kUnknown64)
+    const std::uint64_t told = ahead(0).tick;
+    if (told == kUnknown64)
         return true;
-    const std::uint64_t told = ready.tick;
     if (told < tick || gone > 0)
-        extend(ready);
+        extend();
     tick = told;
     hasTick = true;
     return true;
@@ -314,7 +323,7 @@ bool Merged::prepare(std::size_t index, Turn& turn) {
     Source& source = *m_sources[index];
     if (!source.prepare(m_keepsOldTicks))
         return false;
-    Source::Ahead& next = source.ahead.front();
+    Source::Ahead& next = source.ahead(0);
     if (m_change) {
         m_change->change(index, *next.packet);
         if (next.tick != kUnknown64)
@@ -356,7 +365,7 @@ PacketPointer Merged::next() {
 
 PacketPointer Merged::take(std::size_t index) {
     Source& source = *m_sources[index];
-    Source::Ahead& first = source.ahead.front();
+    Source::Ahead& first = source.ahead(0);
     PacketPointer packet = std::move(first.packet);
     m_offset = first.offset;
     m_tick = first.tick;

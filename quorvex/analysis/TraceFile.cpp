@@ -58,20 +58,6 @@ private:
     std::unique_ptr<char[]> m_bytes; // of which a short stream uses little
 };
 
-/// A file that is read in portions of no more than that many bytes.
-class PortionedFile : public Watched<CTraceSourceBufferFile> {
-public:
-    PortionedFile(ReadWatch* watch, unsigned portion) : Watched(watch), m_portion(portion) {}
-
-    using Watched::read;
-    bool read(char* dst, unsigned count, unsigned& got) override {
-        return Watched::read(dst, std::min(count, m_portion), got);
-    }
-
-private:
-    unsigned m_portion;
-};
-
 /// Whether a page behind the first one, which is destroyed, is part of a trace. Of a long file so many are looked at.
 bool hasTracePage(std::istream& file) {
     constexpr std::uint64_t kMostPages = 64;
@@ -117,6 +103,8 @@ public:
         m_stream.rdbuf(m_file.rdbuf());
         m_bytes.reset();
     }
+    /// Takes all of a stream, without a look at it.
+    void take(std::istream& stream) { m_stream.rdbuf(stream.rdbuf()); }
     std::istream& stream() { return m_stream; }
 
     void pause() {
@@ -154,6 +142,12 @@ struct TraceFile::Table {
 TraceFile::TraceFile(std::string path, std::istream* stream) : m_stream(stream) {
     m_report.file = std::move(path);
     open();
+}
+
+TraceFile::TraceFile(std::string name, std::istream& trace) : m_stream(&trace) {
+    m_report.file = std::move(name);
+    m_input = platform::makeOwned<Input>();
+    m_input->take(trace);
 }
 
 TraceFile::~TraceFile() = default;
@@ -207,11 +201,11 @@ void TraceFile::openBinary() {
     else
         m_open = platform::makeOwned<Binary>(
             platform::makeOwned<Watched<CTraceSourceBufferStream>>(m_watch, m_input->stream()), std::uint64_t{0},
-            m_contexts);
+            m_contexts, m_block);
 }
 
 platform::Owned<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {
-    auto file = platform::makeOwned<PortionedFile>(m_watch, m_portion);
+    auto file = platform::makeOwned<Watched<CTraceSourceBufferFile>>(m_watch);
     unsigned got = 0;
     if (!file->open(name().c_str()))
         fail(platform::errorText(file->error()));
@@ -219,7 +213,7 @@ platform::Owned<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, con
     if (!file->good())
         failToRead();
     const bool isJoined = file->is_joined();
-    auto open = platform::makeOwned<Binary>(std::move(file), position, contexts);
+    auto open = platform::makeOwned<Binary>(std::move(file), position, contexts, m_block);
     open->isJoined = isJoined;
     return open;
 }

@@ -70,8 +70,9 @@ public:
     /// Closes the file until the next packet is asked for, and gives back the memory of its reader. False where that is
     /// not possible, because it cannot be gone back in.
     bool pause();
-    /// Makes reads small: `bytes` at a time in place of a whole block. For those who pause after a few packets.
-    void readAtATime(unsigned bytes) { m_portion = bytes; }
+    /// Reads `bytes` at a time, in place of kBlockSize, from when it is opened next. For those who pause after a few
+    /// packets, or have many streams.
+    void readAtATime(unsigned bytes) { m_block = bytes; }
     /// Has no more threads than that walk in parts, where that is not said there; 0: one a processor.
     void shareAmong(unsigned threads) { m_threads = threads; }
     /// Tells the watch, which must outlive this, of the bytes of a binary trace as they are read. To be said before the
@@ -79,6 +80,8 @@ public:
     void watchBy(ReadWatch& watch) { m_watch = &watch; }
 
 protected:
+    /// A stream, which must outlive this, of what is known to be a trace in the binary form: it need not be looked at.
+    TraceFile(std::string name, std::istream& trace);
     /// Throws why the file, or the stream, could not be read: a TraceError, unless a stream knows better.
     [[noreturn]] virtual void failToRead() const;
 
@@ -153,7 +156,7 @@ private:
     std::uint64_t m_size = 0;
     std::uint64_t m_bytesNoted = 0; ///< of damage since the file was opened
     ReadWatch* m_watch = nullptr;
-    unsigned m_portion = ~0U;
+    unsigned m_block = kBlockSize;
     unsigned m_threads = 0;
     bool m_isRegular = false; ///< the file can be gone back in
     bool m_isAhead = false;   ///< advance() has gone to a packet that next() could not make

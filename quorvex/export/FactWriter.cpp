@@ -4,6 +4,8 @@
 #include "quorvex/format/Digits.h"
 
 #include <bit>
+#include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace Quorvex {
@@ -11,18 +13,7 @@ namespace Quorvex {
 namespace {
 
 /// What slices are called, by the sort of their track; all else is an event or a value.
-constexpr std::string_view kTypes[] = {"call", "run", "process", "interrupt", "state"};
-
-std::string_view typeOf(const CTrackWriter::Fact& fact, CTrackWriter::Sort sort) {
-    return fact.type == CTrackWriter::Type::Instant ? "event"
-           : fact.type == CTrackWriter::Type::Value ? "value"
-                                                    : kTypes[unsigned(sort)];
-}
-
-void appendNumber(std::string& to, std::uint64_t number) {
-    char digits[kMostDigits];
-    to.append(digits, putDecimal(digits, number));
-}
+constexpr std::string_view kSlices[] = {"call", "run", "process", "interrupt", "state"};
 
 } // namespace
 
@@ -41,30 +32,46 @@ std::string CFactWriter::quoted(std::string_view text) const {
 }
 
 void CFactWriter::startFile() {
-    const char* unit = frequency() == 0 ? "_ticks" : "_ns";
-    if (m_format == Format::CSV)
-        add(std::string("type,track,name,start") + unit + ",duration" + unit + ",depth,value,unit,fields\n");
+    const bool isJson = m_format == Format::JSON;
+    const std::string unit = frequency() == 0 ? "_ticks" : "_ns";
+    const std::string titles[] = {"name", "start" + unit, "duration" + unit, "depth", "value", "unit", "fields"};
+    for (std::size_t column = 0; column < std::size(titles); ++column)
+        m_before[column] = isJson ? ", \"" + titles[column] + "\": " : ",";
+    if (!isJson) {
+        add("type,track");
+        for (const std::string& title : titles)
+            add("," + title);
+        add("\n");
+    }
     m_open.resize(tracks().size());
     for (const std::string& label : labels())
-        m_names.push_back(quoted(label));
+        m_names.push_back(m_before[Name] + quoted(label));
     for (const Track& track : tracks()) {
-        m_tracks.push_back(quoted(track.name));
-        m_units.push_back(track.unit.empty() ? "" : quoted(track.unit));
+        const auto head = [&](std::string_view type) {
+            const std::string name = quoted(track.name);
+            return isJson ? "{\"type\": \"" + std::string(type) + "\", \"track\": " + name
+                          : std::string(type) + "," + name;
+        };
+        const bool isOfSlices = std::size_t(track.sort) < std::size(kSlices);
+        m_heads.push_back({head(isOfSlices ? kSlices[std::size_t(track.sort)] : ""), head("event"), head("value"),
+                           !isJson || !track.unit.empty()
+                               ? m_before[Unit] + (track.unit.empty() ? std::string() : quoted(track.unit))
+                               : std::string()});
     }
 }
 
-void CFactWriter::append(const Field& field) {
+void CFactWriter::append(std::string& to, const Field& field) const {
     if (field.form == Form::Text)
-        m_row += quoted(field.text);
+        to += quoted(field.text);
     else if (field.form == Form::Real)
-        appendJsonReal(m_row, std::bit_cast<double>(field.number));
+        appendJsonReal(to, std::bit_cast<double>(field.number));
     else if (m_format == Format::CSV)
-        m_row += field.form == Form::Signed ? std::to_string(static_cast<std::int64_t>(field.number))
-                                            : std::to_string(field.number);
+        to += field.form == Form::Signed ? std::to_string(static_cast<std::int64_t>(field.number))
+                                         : std::to_string(field.number);
     else if (field.form == Form::Signed)
-        appendJsonNumber(m_row, static_cast<std::int64_t>(field.number));
+        appendJsonNumber(to, static_cast<std::int64_t>(field.number));
     else
-        appendJsonNumber(m_row, field.number);
+        appendJsonNumber(to, field.number);
 }
 
 std::string CFactWriter::fieldsOf(const Fact& fact) const {
@@ -106,53 +113,61 @@ void CFactWriter::write(const Fact& fact) {
 }
 
 void CFactWriter::writeRow(const Fact& fact, std::uint64_t start, std::size_t depth, std::string_view fields) {
-    const std::string_view type = typeOf(fact, tracks()[fact.track].sort);
     const bool isValue = fact.type == Type::Value;
-    const bool isJson = m_format == Format::JSON;
-    const std::string own = !isValue && fact.label == kNoLabel ? quoted(fact.name) : std::string();
-    const std::string_view name = isValue || fact.label == kNoLabel ? std::string_view(own) : m_names[fact.label];
-    const bool hasClock = frequency() > 0;
-    m_row.clear();
-    const auto next = [&](std::string_view title) {
-        if (isJson)
-            m_row.append(", \"").append(title).append("\": ");
-        else
-            m_row += ',';
+    // JSON has no members that tell nothing.
+    const bool hasAll = m_format == Format::CSV;
+    const Heads& heads = m_heads[fact.track];
+    const std::string_view head = isValue                      ? heads.ofValues
+                                  : fact.type == Type::Instant ? heads.ofEvents
+                                                               : heads.ofSlices;
+    m_own.clear();
+    std::string_view name;
+    if (isValue) {
+        append(m_own, fact.value);
+    } else if (fact.label == kNoLabel) {
+        m_own.append(m_before[Name]).append(quoted(fact.name));
+        name = m_own;
+    } else {
+        name = m_names[fact.label];
+    }
+    std::size_t most = head.size() + name.size() + m_own.size() + heads.unit.size() + fields.size() + 3 * kMostDigits +
+                       std::size("}\n");
+    for (const std::string& before : m_before)
+        most += before.size();
+    char* to = room(most);
+    const auto put = [&to](std::string_view text) {
+        std::memcpy(to, text.data(), text.size());
+        to += text.size();
     };
-    m_row.append(isJson ? "{\"type\": \"" : "").append(type).append(isJson ? "\"" : "");
-    next("track");
-    m_row += m_tracks[fact.track];
-    if (!isJson || !isValue) {
-        next("name");
-        m_row += name;
+    const auto putNumber = [&](Column column, std::uint64_t number) {
+        put(m_before[column]);
+        to = putDecimal(to, number);
+    };
+    put(head);
+    if (isValue && hasAll)
+        put(m_before[Name]);
+    else
+        put(name);
+    putNumber(Start, start);
+    if (fact.type == Type::End)
+        putNumber(Duration, fact.time - start);
+    else if (hasAll)
+        put(m_before[Duration]);
+    if (!isValue)
+        putNumber(Depth, depth);
+    else if (hasAll)
+        put(m_before[Depth]);
+    if (isValue || hasAll)
+        put(m_before[Value]);
+    if (isValue)
+        put(m_own);
+    put(heads.unit);
+    if (hasAll || !fields.empty()) {
+        put(m_before[Fields]);
+        put(fields);
     }
-    next(hasClock ? "start_ns" : "start_ticks");
-    appendNumber(m_row, start);
-    if (!isJson || fact.type == Type::End) {
-        next(hasClock ? "duration_ns" : "duration_ticks");
-        if (fact.type == Type::End)
-            appendNumber(m_row, fact.time - start);
-    }
-    if (!isJson || !isValue) {
-        next("depth");
-        if (!isValue)
-            appendNumber(m_row, depth);
-    }
-    if (!isJson || isValue) {
-        next("value");
-        if (isValue)
-            append(fact.value);
-    }
-    if (const std::string& unit = m_units[fact.track]; !isJson || !unit.empty()) {
-        next("unit");
-        m_row += unit;
-    }
-    if (!isJson || !fields.empty()) {
-        next("fields");
-        m_row += fields;
-    }
-    m_row += isJson ? "}\n" : "\n";
-    add(m_row);
+    put(hasAll ? "\n" : "}\n");
+    ends(to);
 }
 
 } // namespace Quorvex

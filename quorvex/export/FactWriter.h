@@ -41,18 +41,24 @@ private:
         std::uint64_t time;
         std::string fields;
     };
+    /// Those behind type and track.
+    enum Column : std::uint8_t { Name, Start, Duration, Depth, Value, Unit, Fields, kColumns };
+    /// What is the same in all rows of a track: type and track, and the unit with what stands before it.
+    struct Heads {
+        std::string ofSlices, ofEvents, ofValues, unit;
+    };
 
     void writeRow(const Fact& fact, std::uint64_t start, std::size_t depth, std::string_view fields);
     std::string fieldsOf(const Fact& fact) const;
     std::string quoted(std::string_view text) const;
-    void append(const Field& field);
+    void append(std::string& to, const Field& field) const;
 
     Format m_format;
+    std::string m_before[kColumns];        ///< what stands before each column
     std::vector<std::vector<Open>> m_open; ///< by tracks
-    std::vector<std::string> m_names;      ///< of labels, as they stand in rows
-    std::vector<std::string> m_tracks;     ///< of tracks, what stands before them included
-    std::vector<std::string> m_units;      ///< likewise
-    std::string m_row;                     ///< kept for its memory
+    std::vector<std::string> m_names;      ///< of labels, as they stand in rows, with what is before them
+    std::vector<Heads> m_heads;            ///< by tracks
+    std::string m_own;                     ///< a name that is a row's alone, or its value; kept for its memory
 };
 
 /// The table as comma-separated values.

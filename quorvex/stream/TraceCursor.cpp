@@ -3,7 +3,6 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/Exception.h"
 #include "quorvex/packets/PacketKinds.h"
-#include "quorvex/stream/TraceAutoBuffer.h"
 #include "quorvex/stream/TraceSourceBuffer.h"
 
 #include <algorithm>
@@ -49,10 +48,11 @@ CTraceCursor::CTraceCursor(std::string_view bytes, std::uint64_t position, const
       m_position(position),
       m_contexts(contexts) {}
 
-CTraceCursor::CTraceCursor(CTraceSourceBuffer& source, std::uint64_t position, const CContexts& contexts)
+CTraceCursor::CTraceCursor(CTraceSourceBuffer& source, std::uint64_t position, const CContexts& contexts,
+                           std::size_t block)
     : CTraceCursor(std::string_view(), position, contexts) {
     m_source = &source;
-    m_block.resize(kBlockSize);
+    m_block.resize(block);
     m_next = m_limit = m_at = m_begin = asBytes(m_block.data());
 }
 
@@ -209,7 +209,8 @@ CPacket* CTraceCursor::packet() const {
     const unsigned size = static_cast<unsigned>(m_next - m_at);
     unsigned consumed = 0;
     if (m_fields == m_at[1] || m_text == Text::Counted)
-        return CPacketFactory::getCPacket(bytes, size, consumed);
+        return CPacketFactory::getCPacket(CPacketHeader(TraceCode(), m_at[1]), bytes + CPacketHeader::Len(),
+                                          size - CPacketHeader::Len(), consumed);
     // Its fields, and behind them its text.
     std::string own(bytes, CPacketHeader::Len() + m_fields);
     own[1] = static_cast<char>(m_fields);

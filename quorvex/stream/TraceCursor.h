@@ -14,8 +14,10 @@
 #include "quorvex/platform/Export.h"
 #include "quorvex/platform/LittleEndian.h"
 #include "quorvex/stream/Contexts.h"
+#include "quorvex/stream/TraceAutoBuffer.h"
 #include "quorvex/stream/TraceDamage.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -37,8 +39,10 @@ public:
     /// Over bytes that stay as they are. The first of them has that position in the trace; the contexts are what
     /// relative packets are relative to there.
     explicit CTraceCursor(std::string_view bytes, std::uint64_t position = 0, const CContexts& contexts = {});
-    /// The same over what a source hands out from where it stands, which must outlive this. Throws std::bad_alloc.
-    explicit CTraceCursor(CTraceSourceBuffer& source, std::uint64_t position = 0, const CContexts& contexts = {});
+    /// The same over what a source hands out from where it stands, which must outlive this: of so many bytes a block,
+    /// which grows where a packet with its text has more. Throws std::bad_alloc.
+    explicit CTraceCursor(CTraceSourceBuffer& source, std::uint64_t position = 0, const CContexts& contexts = {},
+                          std::size_t block = kBlockSize);
     CTraceCursor(const CTraceCursor&) = delete;
     CTraceCursor& operator=(const CTraceCursor&) = delete;
     ~CTraceCursor();

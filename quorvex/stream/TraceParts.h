@@ -49,8 +49,9 @@ struct QUORVEX_API TraceAt {
     /// As the cursor of these is made.
     TraceAt(std::string_view bytes, std::uint64_t position, const CContexts& contexts)
         : cursor(bytes, position, contexts) {}
-    TraceAt(platform::Owned<CTraceSourceBuffer> bytes, std::uint64_t position, const CContexts& contexts)
-        : source(std::move(bytes)), cursor(*source, position, contexts) {}
+    TraceAt(platform::Owned<CTraceSourceBuffer> bytes, std::uint64_t position, const CContexts& contexts,
+            std::size_t block = kBlockSize)
+        : source(std::move(bytes)), cursor(*source, position, contexts, block) {}
     virtual ~TraceAt();
     virtual void passed() {} ///< what the cursor has passed is not needed any more
 

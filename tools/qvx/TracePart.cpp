@@ -12,6 +12,9 @@ namespace {
 
 /// More traces than that are not kept open.
 constexpr std::size_t kMostOpen = 64;
+/// Bytes that such a trace is read at a time, and that are made of it: of thousands, these stay in memory.
+constexpr unsigned kPortion = 0x2000;
+constexpr std::size_t kMadeAtOnce = 0x800;
 
 } // namespace
 
@@ -99,11 +102,13 @@ struct PartBytes::Sink : CTraceSinkBuffer {
 PartBytes::PartBytes(std::unique_ptr<TraceFile> whole, Selection& selection, std::size_t number, bool pauses)
     : m_whole(std::move(whole)),
       m_sink(std::make_unique<Sink>()),
-      m_piece(*m_sink, false),
+      m_piece(*m_sink, false, pauses ? kMadeAtOnce : kPageSize),
       m_part(*m_whole, m_piece, true),
       m_pauses(pauses),
       m_stream(this) {
     m_part.select(selection, number);
+    if (m_pauses)
+        m_whole->readAtATime(kPortion);
     fill();
 }
 

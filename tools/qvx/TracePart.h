@@ -115,7 +115,7 @@ public:
     /// The selection, which must outlive this, has been begun, and knows the trace by that number. One that pauses
     /// keeps the trace open only while it is read.
     SelectedTrace(std::unique_ptr<Quorvex::TraceFile> whole, Selection& selection, std::size_t number, bool pauses)
-        : PartBytes(std::move(whole), selection, number, pauses), TraceFile(wholeTrace().name(), &stream()) {}
+        : PartBytes(std::move(whole), selection, number, pauses), TraceFile(wholeTrace().name(), stream()) {}
 
     const Quorvex::TraceFile& whole() const { return wholeTrace(); }
 
