@@ -71,6 +71,9 @@ public:
             if (!m_clock.note(*objectOf(packet)))
                 m_summary.m_clocksDiffer = true;
             break;
+        case Message: // it may name a thread
+            m_names.note(*objectOf(packet), m_process);
+            break;
         default:
             if (factsOf(packet.TraceCode()).role == Role::Definition)
                 define(*objectOf(packet));

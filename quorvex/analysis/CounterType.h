@@ -80,6 +80,12 @@ inline char* putCounter(char* to, std::uint64_t value, CounterType type) {
     return isWhole ? end + std::string_view(".0").copy(end, 2) : end;
 }
 
+/// Appends it to a text.
+inline void appendCounter(std::string& to, std::uint64_t value, CounterType type) {
+    char text[32];
+    to.append(text, putCounter(text, value, type));
+}
+
 /// The bits of a value that putCounter has put, of whichever type.
 inline std::uint64_t counterOf(std::string_view text) {
     const char* const end = text.data() + text.size();

@@ -1,5 +1,6 @@
 #include "quorvex/analysis/TraceNames.h"
 
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -148,12 +149,20 @@ std::optional<Subject> subjectOf(const CPacket& packet) {
     return subject;
 }
 
+struct CTraceNames::Thread {
+    std::string name;
+    unsigned process;  ///< that has told it
+    std::uint64_t pid; ///< of its program
+};
+
 struct CTraceNames::Numbers {
     std::map<std::tuple<unsigned, TextSort, std::uint64_t>, std::uint64_t> numbers;  ///< of what a process has named
     std::map<std::tuple<TextSort, std::uint64_t, std::string>, std::uint64_t> named; ///< by identifier and name
     std::map<Key, std::uint64_t> ids;      ///< behind numbers that are not the identifiers
     std::map<Key, std::uint64_t> lastNews; ///< the last number of nobody's, by sort and state machine
     std::vector<bool> apart;               ///< processes that are not the first one
+    std::map<std::pair<unsigned, std::uint32_t>, Thread> threads;       ///< those of kAnyProcess are the last ones
+    std::map<std::pair<unsigned, std::uint64_t>, std::string> programs; ///< by process and pid
 };
 
 CTraceNames::CTraceNames() : m_numbers(platform::makeOwned<Numbers>()) {}
@@ -161,11 +170,71 @@ CTraceNames::CTraceNames() : m_numbers(platform::makeOwned<Numbers>()) {}
 CTraceNames::~CTraceNames() = default;
 
 bool CTraceNames::note(const CPacket& packet, unsigned process) {
+    if (packet.TraceCode() == Message)
+        noteMessage(wholeTextOf(packet), process);
     if (factsOf(packet.TraceCode()).role != Role::Definition)
         return true;
     const CCharStringSequence* text = textOf(packet);
     const std::optional<Subject> subject = text && !text->empty() ? subjectOf(packet) : std::nullopt;
     return !subject || give(process, keyOf(subject->sort, subject->id, process), text->view());
+}
+
+void CTraceNames::noteMessage(std::string_view text, unsigned process) {
+    const RecordedFact fact(text);
+    const std::string_view word = fact.word();
+    if (word == "thread") {
+        const auto number = static_cast<std::uint32_t>(fact.number("tid"));
+        const Thread thread{fact.text("name"), process, fact.number("pid")};
+        for (const unsigned whose : {process, kAnyProcess})
+            m_numbers->threads.insert_or_assign({whose, number}, thread);
+    } else if (word == "process") {
+        const std::string path = fact.text("program");
+        m_numbers->programs[{process, fact.number("pid")}] = path.substr(path.rfind('/') + 1);
+    }
+}
+
+const CTraceNames::Thread* CTraceNames::threadOf(std::uint32_t thread, unsigned process) const {
+    const auto& threads = m_numbers->threads;
+    auto at = threads.find({process, thread});
+    if (at == threads.end())
+        at = threads.find({kAnyProcess, thread});
+    return at == threads.end() ? nullptr : &at->second;
+}
+
+const std::string& CTraceNames::threadName(std::uint32_t thread, unsigned process) const {
+    static const std::string kNone;
+    const Thread* const its = threadOf(thread, process);
+    if (!its || !its->name.empty())
+        return its ? its->name : kNone;
+    const auto program = m_numbers->programs.find({its->process, its->pid});
+    return program == m_numbers->programs.end() ? kNone : program->second;
+}
+
+std::string CTraceNames::threadTitle(std::uint32_t thread, unsigned process) const {
+    std::string title = threadName(thread, process);
+    const auto& programs = m_numbers->programs;
+    const bool areAlike = std::ranges::all_of(
+        programs, [&programs](const auto& entry) { return entry.second == programs.begin()->second; });
+    if (title.empty() || areAlike)
+        return title;
+    const Thread& its = *threadOf(thread, process);
+    const auto program = programs.find({its.process, its.pid});
+    // Threads that nobody gives a name have the start of their program's.
+    if (program != programs.end() && !program->second.starts_with(title))
+        title += " of " + program->second;
+    return title;
+}
+
+std::string CTraceNames::threadText(std::uint32_t thread, unsigned process) const {
+    const std::string title = threadTitle(thread, process);
+    return "thread " + std::to_string(thread) + (title.empty() ? "" : " (" + title + ")");
+}
+
+std::vector<std::uint32_t> CTraceNames::threads() const {
+    std::vector<std::uint32_t> numbers;
+    for (auto at = m_numbers->threads.lower_bound({kAnyProcess, 0}); at != m_numbers->threads.end(); ++at)
+        numbers.push_back(at->first.second);
+    return numbers;
 }
 
 bool CTraceNames::give(unsigned process, Key key, std::string_view text) {

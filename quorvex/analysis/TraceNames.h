@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace Quorvex {
 
@@ -78,8 +79,8 @@ constexpr bool isPartOfMachine(TextSort sort) {
     return sort == TextSort::StateMachineInstance || sort == TextSort::State || sort == TextSort::Transition;
 }
 
-/// The names that the define packets of traces give. Undefine packets take nothing back: what was shown under a name
-/// keeps it.
+/// The names that the define packets of traces give, and those of threads, which messages of recorded programs tell
+/// (RecordedFact). Undefine packets take nothing back: what was shown under a name keeps it.
 ///
 /// Identifiers belong to a process. Where nothing says otherwise, all traces are of one: an identifier that one of them
 /// does not name has the name that another one gives. A process that names an identifier otherwise than those before it
@@ -105,6 +106,8 @@ public:
     /// Takes note of what the packet of a process defines, if anything. False when a name is lost by that: no other
     /// process has the old one, and its number has the new one now.
     bool note(const CPacket& packet, unsigned process = 0);
+    /// The same of what a message tells.
+    void noteMessage(std::string_view text, unsigned process = 0);
     /// The number of what a process calls by that identifier: nearly always the identifier itself.
     std::uint64_t numberOf(TextSort sort, std::uint64_t id, unsigned process = 0) {
         return m_hasOwn ? ownNumberOf(sort, id, process) : id;
@@ -117,6 +120,17 @@ public:
     /// The same; where none was given, the identifier in hexadecimal.
     std::string nameOrId(TextSort sort, std::uint64_t number) const;
 
+    /// What a thread (a software context) is called, by the process itself, or else by the one that told of it last:
+    /// its own name, or that of its program. Empty where nothing is told.
+    const std::string& threadName(std::uint32_t thread, unsigned process = kAnyProcess) const;
+    /// The same for people: "main", "main of make" where programs of several names are told.
+    std::string threadTitle(std::uint32_t thread, unsigned process = kAnyProcess) const;
+    /// The same with its number: "thread 8 (main)"; "thread 8" where nothing is told.
+    std::string threadText(std::uint32_t thread, unsigned process = kAnyProcess) const;
+    /// Those of which something is told, in their order.
+    std::vector<std::uint32_t> threads() const;
+    static constexpr unsigned kAnyProcess = ~0U; ///< whichever has told of it last
+
     /// What is known of a number.
     struct Name {
         std::string text; ///< its name
@@ -128,7 +142,9 @@ public:
 
 private:
     struct Numbers;
+    struct Thread;
 
+    const Thread* threadOf(std::uint32_t thread, unsigned process) const;
     bool give(unsigned process, Key key, std::string_view text);
     /// The identifier with the number of its state machine, if it is of one.
     Key keyOf(TextSort sort, std::uint64_t id, unsigned process);

@@ -2,6 +2,7 @@
 
 #include "quorvex/analysis/CallStack.h"
 #include "quorvex/analysis/Directory.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/PacketKinds.h"
@@ -26,6 +27,10 @@ constexpr std::size_t kMostIndexed = 0x10000;
 constexpr std::size_t kMostSignalBytes = 119;
 /// So many definitions that hold no more are kept until it is seen which of them are still needed.
 constexpr std::size_t kManyUndone = 0x1000;
+
+/// What messages of recorded programs tell that holds from then on, and by which of their keys that is about something.
+constexpr std::pair<std::string_view, std::string_view> kLastingFacts[] = {
+    {"process", "pid"}, {"command", "pid"}, {"thread", "tid"}, {"function", "id"}};
 
 /// Bytes of a packet without a text, in absolute form.
 constexpr unsigned kMostBytes = CPacketHeader::Len() + UINT8_MAX;
@@ -212,6 +217,12 @@ struct TraceState::Contents {
         kept.bytes.assign(bytes, putAbsolute(packet, bytes));
         kept.offset = packet.offset();
     }
+    static void keepWhole(Kept& kept, CPacket& packet, std::uint64_t offset) {
+        kept.offset = offset;
+        kept.bytes.resize(packet.StreamSize());
+        kept.bytes.resize(packet.write(kept.bytes.data(), static_cast<unsigned>(kept.bytes.size())));
+    }
+    void noteMessage(const CTraceCursor& packet);
     void count(const CTraceCursor& packet);
     void setLines(const CTraceCursor& packet);
     void join(Contents&& next);
@@ -223,6 +234,7 @@ struct TraceState::Contents {
     TraceFrame frame;
     std::map<std::optional<std::uint32_t>, Kept> clocks; ///< by core
     std::map<DefinitionKey, Definition> definitions;
+    std::map<std::pair<std::string_view, std::uint64_t>, Kept> recorded; ///< by word, and what they are about
     std::size_t undone = 0;
     std::size_t manyUndone = kManyUndone;
     Directory<std::uint64_t, Stack> stacks;
@@ -253,6 +265,8 @@ void TraceState::Contents::note(const CTraceCursor& packet) {
         return setLines(packet);
     case Timestamp:
         return noteClock(packet);
+    case Message:
+        return noteMessage(packet);
     default:
         break;
     }
@@ -284,10 +298,15 @@ void TraceState::Contents::define(const CTraceCursor& packet) {
     Definition& definition = definitions[{subject->sort, subject->id, !packet.text().empty()}];
     undone -= definition.isUndone;
     definition.isUndone = false;
-    definition.packet.offset = packet.offset();
-    std::string& bytes = definition.packet.bytes;
-    bytes.resize(made->StreamSize());
-    bytes.resize(made->write(bytes.data(), static_cast<unsigned>(bytes.size())));
+    keepWhole(definition.packet, *made, packet.offset());
+}
+
+void TraceState::Contents::noteMessage(const CTraceCursor& packet) {
+    const RecordedFact fact(packet.text());
+    for (const auto& [word, about] : kLastingFacts) {
+        if (fact.word() == word)
+            keepWhole(recorded[{word, fact.number(about)}], *PacketPointer(packet.packet()), packet.offset());
+    }
 }
 
 void TraceState::Contents::undefine(const CTraceCursor& packet) {
@@ -436,6 +455,8 @@ void TraceState::Contents::join(Contents&& next) {
         definition.wasUndone = definition.wasUndone || own.wasUndone;
         own = std::move(definition);
     }
+    for (auto& [key, fact] : next.recorded)
+        recorded[key] = std::move(fact);
     for (const auto& [key, stack] : next.stacks) {
         for (const Call& call : stack.calls()) {
             if (call.size > 0)
@@ -512,6 +533,8 @@ void TraceState::writeTo(void (*take)(void* to, std::string_view packet), void* 
         if (!definition.isUndone || isNeeded.contains({std::get<0>(key), std::get<1>(key)}))
             add(definition.packet);
     }
+    for (const auto& [key, fact] : its.recorded)
+        add(fact);
     hand();
     for (const auto& [key, stack] : its.stacks) {
         for (const Call& call : stack.calls()) {

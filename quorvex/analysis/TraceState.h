@@ -34,6 +34,7 @@ struct TraceFrame {
 /// the packets before, each in absolute form, that is
 ///   - the first Timestamp that tells the frequency of each clock,
 ///   - the definitions that hold there, and those of functions and processes that are undefined and still run,
+///   - the last messages about each program, thread and function that was recorded (RecordedFact),
 ///   - the enters of the functions, interrupts and processes that are open,
 ///   - the last values of counters, variables and state machines, and of each bus one Signal packet with the last
 ///     values of all its lines,

@@ -195,6 +195,8 @@ public:
     }
     void end(std::uint64_t time) {
         setTime(time);
+        for (const auto& [number, thread] : m_threads) // which are known by other names now, perhaps
+            renameTask(*thread.entity, nameOfThread(number));
         std::map<std::uint32_t, Core*> cores;
         for (auto& [number, core] : m_cores)
             cores.emplace(number, &core);
@@ -216,7 +218,7 @@ public:
             if (former != m_named.end())
                 to += former->second->name;
             else if (column == kNote && target && target->counter)
-                appendValue(to, counterOf(text), target->counter->type());
+                appendCounter(to, counterOf(text), target->counter->type());
             else
                 to += text;
             if (column == kTarget && former != m_named.end())
@@ -364,7 +366,7 @@ private:
         if (counter.counter->note(packet.CntrVal().u64))
             m_writer.fixBodySoFar();
         m_note.clear();
-        appendValue(m_note, packet.CntrVal().u64, counter.counter->type());
+        appendCounter(m_note, packet.CntrVal().u64, counter.counter->type());
         signal(process, counter, "write");
     }
 
@@ -560,18 +562,12 @@ private:
             m_writer.lose(kSupplied);
     }
 
-    static void appendValue(std::string& to, std::uint64_t value, CounterType type) {
-        char text[32];
-        to.append(text, putCounter(text, value, type));
-    }
-
     Core& coreOf(std::uint32_t number) {
         return m_cores.findOrMake(number,
                                   [&] { return Core(entity(Type::Core, "Core_" + std::to_string(number), number)); });
     }
     Process& threadOf(std::uint32_t number) {
-        return task(m_threads, number,
-                    [&] { return Process(activated(Type::Task, "TASK_" + std::to_string(number), number)); });
+        return task(m_threads, number, [&] { return Process(activated(Type::Task, nameOfThread(number), number)); });
     }
     /// A thread of a process.
     Process& taskOf(std::uint32_t process, std::uint32_t thread) {
@@ -595,6 +591,10 @@ private:
         }
         return made;
     }
+    std::string nameOfThread(std::uint32_t number) const {
+        const std::string title = m_writer.names().threadTitle(number);
+        return "TASK_" + (title.empty() ? "" : title + "_") + std::to_string(number);
+    }
     std::string nameOfTask(std::uint32_t process, std::uint64_t thread, bool isOneOfSome) const {
         return "TASK_" + given(TextSort::Process, process, "process_") +
                (isOneOfSome ? "_" + std::to_string(thread) : "");
@@ -602,11 +602,12 @@ private:
     /// Gives the tasks of a process their names: they tell the thread where there are several.
     void nameTasks(std::uint32_t process) {
         const std::vector<Process*>& tasks = m_processes[process];
-        for (const Process* task : tasks) {
-            Entity& entity = *task->entity;
-            rename(entity, nameOfTask(process, entity.number, tasks.size() > 1));
-            rename(*entity.stimulus, "STI_" + entity.name);
-        }
+        for (const Process* task : tasks)
+            renameTask(*task->entity, nameOfTask(process, task->entity->number, tasks.size() > 1));
+    }
+    void renameTask(Entity& entity, std::string base) {
+        rename(entity, std::move(base));
+        rename(*entity.stimulus, "STI_" + entity.name);
     }
     Entity& interruptOf(std::uint32_t number) {
         return *m_interrupts.findOrMake(

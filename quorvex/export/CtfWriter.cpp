@@ -147,8 +147,10 @@ private:
     /// Readers strip the underscore, which keeps names from being words of the metadata.
     void declare(const char* type, const char* name) {
         ++m_count;
-        if (m_declared)
-            m_declared->append(" ").append(type).append(" _").append(name).append(";");
+        if (!m_declared)
+            return;
+        const bool isThread = name == std::string_view("SWCtx");
+        m_declared->append(" ").append(isThread ? "thread_t" : type).append(" _").append(name).append(";");
     }
     /// A row of values behind their count.
     void declareRow(const char* type, const char* name, const char* ending) {
@@ -277,6 +279,15 @@ std::string CCtfWriter::metadata() const {
         else
             text += "typealias enum : hex32_t {" + labels + " } := " + name + ";\n";
     }
+    std::string threads;
+    for (const std::uint32_t thread : names().threads()) {
+        if (const std::string title = names().threadTitle(thread); !title.empty())
+            threads += (threads.empty() ? " " : ", ") + literal(title) + " = " + std::to_string(thread);
+    }
+    if (threads.empty())
+        integer(32, "signed = false;", "thread_t");
+    else
+        text += "typealias enum : uint32_t {" + threads + " } := thread_t;\n";
     text +=
         "stream {\n\tpacket.context := struct { tick_t timestamp_begin; tick_t timestamp_end; uint64_t content_size; "
         "uint64_t packet_size; uint64_t packet_seq_num; };\n"

@@ -2,6 +2,7 @@
 
 #include "quorvex/analysis/CallStack.h"
 #include "quorvex/analysis/Directory.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -290,10 +291,10 @@ private:
         return instant(track, labelOf({LabelKey::Of::Name, TextSort::Event, number}), packet, true);
     }
     bool take(const CMessage& packet) {
-        if (!m_writer.m_wishes.instants)
+        const std::string_view text = wholeTextOf(packet);
+        if (!m_writer.m_wishes.instants || RecordedFact(text).isName())
             return false;
         const std::uint32_t track = trackOf({Sort::Messages}, TextSort::None, "messages");
-        const std::string_view text = wholeTextOf(packet);
         return instant(track, text.empty() ? labelOf({LabelKey::Of::Kind, {}, Message}) : kNoLabel, packet, true);
     }
     bool take(const CSignalDefine& packet) {
@@ -655,7 +656,7 @@ private:
         case LabelKey::Of::Interrupt:
             return "interrupt " + std::to_string(label.number);
         case LabelKey::Of::Thread:
-            return "thread " + std::to_string(label.number);
+            return m_writer.names().threadText(static_cast<std::uint32_t>(label.number));
         default:
             return CTCodeInfo::TCodeToName(tagTCode(label.number));
         }
@@ -668,7 +669,7 @@ private:
         const std::string core = "core " + std::to_string(of.track.number);
         switch (of.track.sort) {
         case Sort::Thread:
-            return (of.track.group == 0 ? core + " without a thread" : "thread " + std::to_string(of.track.number)) +
+            return (of.track.group == 0 ? core + " without a thread" : m_writer.names().threadText(of.track.number)) +
                    (of.track.group > 1 ? " in " + nameOfGroup(of.track.group) : "");
         case Sort::CoreThreads:
             return core;

@@ -1032,7 +1032,10 @@ private:
     /// Opens and closes scopes until the variable may follow.
     void goTo(const Declaration& variable) {
         const bool isOwned = variable.area == Area::Cores || variable.area == Area::Threads;
-        const std::string area = kAreas[unsigned(variable.area)] + (isOwned ? std::to_string(variable.owner) : "");
+        std::string area = kAreas[unsigned(variable.area)] + (isOwned ? std::to_string(variable.owner) : "");
+        if (const std::string title = m_writer.names().threadTitle(variable.owner);
+            variable.area == Area::Threads && !title.empty())
+            area += "_" + legal(title);
         if (m_scope != area || (!m_detail.empty() && !variable.isDetail))
             leave(m_detail);
         if (m_scope != area) {

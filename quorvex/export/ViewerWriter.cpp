@@ -1,5 +1,6 @@
 #include "quorvex/export/ViewerWriter.h"
 
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/export/ForwardAll.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/MessageQueue.h"
@@ -143,6 +144,8 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
         if (!m_names.note(packet, m_process) && showsNames(facts.text))
             lose("names given anew, of which one is shown");
         noteCounter(packet);
+    } else if (code == Message) {
+        m_names.note(packet, m_process);
     }
     if (frequency() == 0)
         m_inTicks = bodySize();
@@ -155,6 +158,10 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
         if (!m_showsSome)
             m_showsSome = facts.role == Role::Happening;
     } else if (isLost(packet)) {
+        if (code == Message && !RecordedFact(wholeTextOf(packet)).word().empty()) {
+            lose("what messages tell of the program");
+            return !m_failed;
+        }
         std::uint64_t*& count = m_lostKinds[code % m_lostKinds.size()];
         if (!count)
             count = &lossesFor(wordsFor(code));
@@ -171,6 +178,8 @@ bool CViewerWriter::isLost(const CPacket& packet) const {
     const KindFacts& facts = factsOf(packet.TraceCode());
     if (facts.role == Role::Definition)
         return !showsNames(facts.text);
+    if (packet.TraceCode() == Message && RecordedFact(wholeTextOf(packet)).isName())
+        return false; // it is told with threads
     // A reader hands an empty string out by itself where it ends a definition: it says nothing.
     return facts.role == Role::Happening && (packet.TraceCode() != CharString || packet.Length() > 0);
 }

@@ -81,6 +81,41 @@ TEST(TraceNames, BelongToTheProcessThatGivesThem) {
     }
 }
 
+TEST(TraceNames, AreThoseOfThreadsThatMessagesTell) {
+    const auto tell = [](CTraceNames& names, const char* text, unsigned process = 0) {
+        EXPECT_TRUE(names.note(CMessage(1, 0, text), process));
+    };
+    CTraceNames names;
+    tell(names, "quorvex.thread pid=1 tid=8 name=starting");
+    tell(names, "quorvex.thread pid=1 tid=9");
+    tell(names, "no quorvex.thread pid=1 tid=8 name=x");
+    tell(names, "quorvex.gone pid=1 tid=8 name=x");
+    EXPECT_EQ(names.threadText(9), "thread 9");
+    tell(names, "quorvex.process pid=1 parent=7 program=/usr/bin/ma\\x20ke");
+    tell(names, "quorvex.thread pid=1 tid=8 name=wo\\x0ark er");
+    EXPECT_EQ(names.threadText(8), "thread 8 (wo\nrk er)");
+    EXPECT_EQ(names.threadName(9), "ma ke");
+    // Another program's thread, which is called like that, and one that both tell of.
+    tell(names, "quorvex.process pid=2 program=sh (deleted)", 1);
+    tell(names, "quorvex.thread pid=2 tid=10 name=sh", 1);
+    tell(names, "quorvex.thread pid=2 tid=8 name=main", 1);
+    const struct {
+        std::uint32_t thread;
+        unsigned process;
+        const char *name, *title;
+    } cases[] = {{8, 0, "wo\nrk er", "wo\nrk er of ma ke"},
+                 {8, 1, "main", "main of sh (deleted)"},
+                 {8, CTraceNames::kAnyProcess, "main", "main of sh (deleted)"},
+                 {9, 1, "ma ke", "ma ke"},
+                 {10, 0, "sh", "sh"},
+                 {11, 0, "", ""}};
+    for (const auto& its : cases) {
+        EXPECT_EQ(names.threadName(its.thread, its.process), its.name);
+        EXPECT_EQ(names.threadTitle(its.thread, its.process), its.title);
+    }
+    EXPECT_EQ(names.threads(), (std::vector<std::uint32_t>{8, 9, 10}));
+}
+
 TEST(TraceNames, NumberPartsWithinTheirStateMachine) {
     CTraceNames names;
     for (unsigned process = 0; process < 2; ++process) {

@@ -159,7 +159,7 @@ misuse() {
     says "$1"
 }
 misuse "'1m' is no time" trace --from 1m
-misuse 'is no number of 32 bits' trace --thread x
+misuse 'is no number of 32 bits' trace --core x
 misuse "did you mean 'Message'?" trace --kind Mesage
 misuse 'standard input cannot be read twice' - --from -1s
 misuse '--format: goes with one trace' traces --format plain

@@ -52,8 +52,8 @@ function,id,calls,total_ns,self_ns,min_ns,p50_ns,p99_ns,max_ns
 0x00000008,8,1,1000000,1000000,1000000,1000000,1000000,1000000
 END
 expect --by thread --format json table <<'END'
-{"function": "\"a,", "id": 7, "thread": 2, "process": "table", "calls": 1, "total_ns": 3000000, "self_ns": 2000000, "min_ns": null, "p50_ns": null, "p99_ns": null, "max_ns": null}
-{"function": "0x00000008", "id": 8, "thread": 2, "process": "table", "calls": 1, "total_ns": 1000000, "self_ns": 1000000, "min_ns": 1000000, "p50_ns": 1000000, "p99_ns": 1000000, "max_ns": 1000000}
+{"function": "\"a,", "id": 7, "thread": 2, "process": "table", "thread_name": null, "calls": 1, "total_ns": 3000000, "self_ns": 2000000, "min_ns": null, "p50_ns": null, "p99_ns": null, "max_ns": null}
+{"function": "0x00000008", "id": 8, "thread": 2, "process": "table", "thread_name": null, "calls": 1, "total_ns": 1000000, "self_ns": 1000000, "min_ns": 1000000, "p50_ns": 1000000, "p99_ns": 1000000, "max_ns": 1000000}
 END
 
 # What is selected, of what, and compared with what.

@@ -127,12 +127,12 @@ ExitCode dumpTable(DumpOptions& options, const std::string& file, std::ostream& 
 ExitCode dumpText(DumpOptions& options, const std::vector<std::string>& files, std::ostream& out, Rows& rows) {
     Story story(rows.stream(), options.time.value_or(TimeForm::Seconds), options.output.isColored(), options.selection);
     Timeline timeline(files, options.selection, &story);
-    Story::writeHead(out);
     bool isBegun = false, isEmpty = true;
     const auto begin = [&] {
         story.tellTime(options.selection.span());
         if (std::exchange(isBegun, true))
             return;
+        story.writeHead(out);
         const std::string open = story.openCalls();
         out << open;
         isEmpty = isEmpty && open.empty();

@@ -137,7 +137,8 @@ private:
     std::string nameOf(const CallPath& path) const { return FoldedStacks::nameOf(path, m_names); }
     std::string nameOfThread(const CallPath& path) const {
         const std::string file = m_files.size() > 1 ? " of " + m_files[path.process] : "";
-        return "thread " + (isUnknown(FieldMeaning::Context, path.thread) ? "unknown" : std::to_string(path.thread)) +
+        return (isUnknown(FieldMeaning::Context, path.thread) ? "thread unknown"
+                                                              : m_names.threadText(path.thread, path.process)) +
                file;
     }
     bool isNewThread(const CallPath& path, const CallPath* before) const {
@@ -184,6 +185,8 @@ private:
                 else
                     line.add("thread", path.thread);
                 line.add("process", m_files[path.process]);
+                if (const std::string& name = m_names.threadName(path.thread, path.process); !name.empty())
+                    line.add("thread_name", name);
             }
             line.add("calls", path.calls);
             for (const auto& [name, value] : {std::pair("total_ns", path.total), std::pair("self_ns", path.self)}) {

@@ -7,6 +7,7 @@
 #include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/KindFacts.h"
@@ -84,6 +85,8 @@ public:
     /// Takes note of a packet that does not count: clock and pages are those of the trace.
     void pass(const CTraceCursor& packet) {
         notePage(packet);
+        if (packet.TraceCode() == Message)
+            noteMessage(packet.text());
         if (packet.TraceCode() == Timestamp)
             noteClock(packet);
     }
@@ -128,6 +131,7 @@ private:
         }
         ++*entered;
     }
+    void noteMessage(std::string_view text);
     std::string duration() const;
     Layout layout(std::uint64_t size) const;
     std::string layoutText(std::uint64_t size) const;
@@ -145,6 +149,7 @@ private:
     std::set<std::uint32_t> m_cores;
     std::set<std::uint32_t> m_threads;
     std::unordered_map<std::uint32_t, Function> m_functions;
+    std::vector<std::string> m_facts;   ///< messages that tell of threads and programs
     std::uint64_t m_place = kUnknown64; ///< of the last packet; of a place that is not known, there is nothing to learn
     std::array<std::uint64_t, 64> m_places; ///< those that were the last one lately
     /// The counts of those that were entered last, by the low byte of their numbers.
@@ -215,9 +220,16 @@ void Summary::addAny(const CTraceCursor& packet) {
         addEntered(packet);
     } else if (code == Timestamp) {
         noteClock(packet);
+    } else if (code == Message) {
+        noteMessage(packet.text());
     } else if (const auto definition = packet.as<CFunctionDefine>()) {
         m_functions[definition->FuncId()].name = packet.text();
     }
+}
+
+void Summary::noteMessage(std::string_view text) {
+    if (const RecordedFact fact(text); fact.isName() || fact.word() == "command")
+        m_facts.emplace_back(text);
 }
 
 void Summary::join(Summary&& next) {
@@ -241,6 +253,7 @@ void Summary::join(Summary&& next) {
     m_crossesPage = m_crossesPage || next.m_crossesPage;
     m_cores.merge(next.m_cores);
     m_threads.merge(next.m_threads);
+    std::ranges::move(next.m_facts, std::back_inserter(m_facts));
     for (auto& [id, function] : next.m_functions) {
         Function& own = m_functions[id];
         own.entered += function.entered;
@@ -279,6 +292,23 @@ std::string list(const std::set<std::uint32_t>& numbers) {
     return numbers.empty() ? "none" : fmt::format("{}", fmt::join(numbers, ", "));
 }
 
+/// What messages tell of the programs in a trace.
+struct Programs {
+    CTraceNames names;
+    std::map<std::uint64_t, std::string> paths, commands; ///< by process
+
+    explicit Programs(const std::vector<std::string>& facts) {
+        for (const std::string& text : facts) {
+            names.noteMessage(text);
+            const RecordedFact fact(text);
+            if (fact.word() == "process")
+                paths[fact.number("pid")] = fact.text("program");
+            else if (fact.word() == "command")
+                commands[fact.number("pid")] = fact.text("arguments");
+        }
+    }
+};
+
 std::string damageOf(const TraceInput& input) {
     const TraceDamage& damage = input.report().damage;
     const char* s = plural(damage.places);
@@ -304,7 +334,18 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
         line("Duration:", duration());
     }
     line("Cores:", list(m_cores));
-    line("Threads:", list(m_threads));
+    const Programs programs(m_facts);
+    std::vector<std::string> threads;
+    for (const std::uint32_t thread : m_threads) {
+        const std::string title = programs.names.threadTitle(thread);
+        threads.push_back(std::to_string(thread) + (title.empty() ? "" : " (" + shown(title) + ")"));
+    }
+    line("Threads:", threads.empty() ? "none" : fmt::format("{}", fmt::join(threads, ", ")));
+    for (const auto& [pid, path] : programs.paths) {
+        const auto command = programs.commands.find(pid);
+        line("Program:",
+             fmt::format("{} in process {}", shown(command == programs.commands.end() ? path : command->second), pid));
+    }
     line("Damage:", damageOf(input));
     line("End:", input.ending());
     line("Packets:", fmt::format("{}", std::accumulate(m_kinds.begin(), m_kinds.end(), std::uint64_t{0})));
@@ -346,6 +387,15 @@ std::string Summary::json(const TraceInput& input) const {
           hasTicks && frequency != 0);
     line.add("cores", std::vector<std::uint64_t>(m_cores.begin(), m_cores.end()));
     line.add("threads", std::vector<std::uint64_t>(m_threads.begin(), m_threads.end()));
+    const Programs programs(m_facts);
+    JsonLine threads, paths, commands;
+    for (const std::uint32_t thread : programs.names.threads())
+        threads.add(std::to_string(thread), programs.names.threadName(thread));
+    for (const auto& [pid, path] : programs.paths)
+        paths.add(std::to_string(pid), path);
+    for (const auto& [pid, command] : programs.commands)
+        commands.add(std::to_string(pid), command);
+    line.add("thread_names", threads).add("programs", paths).add("commands", commands);
     line.addTruth("whole", !input.report().isLossy());
     const TraceDamage& its = input.report().damage;
     JsonLine damage;

@@ -9,11 +9,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <utility>
 
 namespace qvx {
 
 namespace {
+
+using namespace Quorvex;
 
 bool isText(const Listing::Column& column) {
     return column.look == CellLook::Text;
@@ -40,6 +43,12 @@ std::string csvText(const std::string& text) {
     return quoted + "\"";
 }
 
+std::string numberText(const Cell& cell) {
+    std::string text;
+    appendCounter(text, cell.number(), cell.type());
+    return text;
+}
+
 } // namespace
 
 void addFormatOption(Verb& verb, ListingFormat& format) {
@@ -49,8 +58,9 @@ void addFormatOption(Verb& verb, ListingFormat& format) {
 }
 
 void Listing::sortBy(std::string_view name) {
-    const auto column = std::ranges::find_if(
-        m_columns, [name](const Column& its) { return name == its.name || (its.head && name == its.head); });
+    auto column = std::ranges::find_if(m_columns, [name](const Column& its) { return name == its.name; });
+    if (column == m_columns.end())
+        column = std::ranges::find_if(m_columns, [name](const Column& its) { return its.head && name == its.head; });
     if (column == m_columns.end()) {
         std::vector<std::string> names;
         for (const Column& its : m_columns) {
@@ -60,12 +70,20 @@ void Listing::sortBy(std::string_view name) {
         throw Misuse("--sort",
                      fmt::format("'{}' is none of {}{}", name, fmt::join(names, ", "), didYouMean(name, names)));
     }
-    const auto order = [this](std::size_t at, const std::vector<Cell>& one, const std::vector<Cell>& other) {
+    const auto valueOf = [](const Cell& cell) {
+        return cell.type() == CounterType::Double ? std::bit_cast<double>(cell.number())
+                                                  : static_cast<double>(static_cast<std::int64_t>(cell.number()));
+    };
+    const auto order = [&](std::size_t at, const std::vector<Cell>& one, const std::vector<Cell>& other) {
         if (isText(m_columns[at]))
             return one[at].text().compare(other[at].text());
         if (isSigned(m_columns[at])) {
             const auto left = static_cast<std::int64_t>(one[at].number());
             const auto right = static_cast<std::int64_t>(other[at].number());
+            return left > right ? -1 : left < right;
+        }
+        if (one[at].type() != CounterType::Unsigned || other[at].type() != CounterType::Unsigned) {
+            const double left = valueOf(one[at]), right = valueOf(other[at]);
             return left > right ? -1 : left < right;
         }
         return one[at].number() > other[at].number() ? -1 : one[at].number() < other[at].number();
@@ -107,7 +125,7 @@ std::string Listing::shownCell(const Column& column, const Cell& cell) const {
     case CellLook::Number:
         break;
     }
-    return std::to_string(cell.number());
+    return numberText(cell);
 }
 
 void Listing::writeText(std::ostream& out, std::size_t rows) const {
@@ -157,7 +175,9 @@ void Listing::writeJson(std::ostream& out, std::size_t rows) const {
                 line.addUnknown(name);
             else if (isText(column))
                 line.add(name, cell.text());
-            else if (isSigned(column))
+            else if (cell.type() == CounterType::Double)
+                line.addReal(name, std::bit_cast<double>(cell.number()));
+            else if (isSigned(column) || cell.type() == CounterType::Signed)
                 line.addSigned(name, static_cast<std::int64_t>(cell.number()));
             else
                 line.add(name, cell.number());
@@ -187,7 +207,7 @@ void Listing::writeCsv(std::ostream& out, std::size_t rows) const {
                 return std::string();
             if (isSigned(m_columns[at]))
                 return std::to_string(static_cast<std::int64_t>(cell.number()));
-            return isText(m_columns[at]) ? csvText(cell.text()) : std::to_string(cell.number());
+            return isText(m_columns[at]) ? csvText(cell.text()) : numberText(cell);
         });
     }
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quorvex/analysis/CounterType.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -32,14 +34,18 @@ class Cell {
 public:
     Cell() = default;
     Cell(std::uint64_t number) : m_number(number) {}
+    /// A value of a counter, by its bits.
+    Cell(std::uint64_t bits, Quorvex::CounterType type) : m_number(bits), m_type(type) {}
     Cell(std::string text) : m_number(0), m_text(std::move(text)) {}
 
     bool isKnown() const { return m_number.has_value(); }
     std::uint64_t number() const { return m_number.value_or(0); }
+    Quorvex::CounterType type() const { return m_type; } ///< of the number
     const std::string& text() const { return m_text; }
 
 private:
     std::optional<std::uint64_t> m_number;
+    Quorvex::CounterType m_type = Quorvex::CounterType::Unsigned;
     std::string m_text;
 };
 

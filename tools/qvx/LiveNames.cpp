@@ -1,7 +1,7 @@
 #include "LiveNames.h"
 
-#include "RecordedFact.h"
 #include "Symbols.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/analysis/TraceFile.h"
 
 #include <algorithm>

@@ -25,6 +25,9 @@ struct Common {
 constexpr Common kCommon[] = {{"Tick", nullptr}, {"Timestamp", nullptr}, {"Msg", nullptr},
                               {"HWCtx", "core"}, {"SWCtx", "thread"},    {"IP", "address"}};
 
+constexpr std::size_t kThread = 4;
+static_assert(kCommon[kThread].field == "SWCtx");
+
 constexpr std::string_view kRepeated = "Idx"; ///< the field of which a packet may have several
 
 void addTime(JsonLine& line, std::uint64_t tick, const TraceSpan& span) {
@@ -57,7 +60,9 @@ void addNumber(JsonLine& line, const char* name, const NumberField& field) {
 } // namespace
 
 void PacketJson::pass(std::size_t file, const CTraceCursor& packet) {
-    if (factsOf(packet.TraceCode()).role == Role::Definition)
+    if (packet.TraceCode() == Message)
+        m_names.noteMessage(packet.text(), static_cast<unsigned>(file));
+    else if (factsOf(packet.TraceCode()).role == Role::Definition)
         m_names.note(*PacketPointer(packet.packet()), static_cast<unsigned>(file));
 }
 
@@ -101,6 +106,11 @@ void addPacket(JsonLine& line, const CPacket& packet, std::uint64_t tick, const 
         const std::string& name = names.name(subject->sort, names.numberOf(subject->sort, subject->id, process));
         if (!name.empty())
             line.add("name", name);
+    }
+    if (const NumberField& thread = common[kThread]; thread.name && thread.isKnown) {
+        const std::string& name = names.threadName(static_cast<std::uint32_t>(thread.value), process);
+        if (!name.empty())
+            line.add("thread_name", name);
     }
     if (const std::string_view text = wholeTextOf(packet); !text.empty())
         line.add("text", text);

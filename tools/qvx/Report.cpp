@@ -1,13 +1,13 @@
 #include "Arguments.h"
 #include "Inputs.h"
 #include "Output.h"
-#include "RecordedFact.h"
 #include "ReportPage.h"
 #include "Story.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/CallWalk.h"
 #include "quorvex/analysis/CounterType.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/analysis/TraceSpan.h"
 #include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
@@ -322,9 +322,8 @@ public:
         for (auto& [key, state] : m_states)
             closeState(*state);
         for (Track& track : m_tracks) {
-            if (const auto name = m_threadNames.find(track.place);
-                track.rank == Rank::Calls && name != m_threadNames.end())
-                track.title += " (" + name->second + ")";
+            if (track.rank == Rank::Calls && !isUnknown(FieldMeaning::Context, track.place))
+                track.title = names().threadText(track.place, m_file);
             m_report.add(std::move(track), m_file, clock().frequency());
         }
     }
@@ -336,7 +335,7 @@ public:
             own.track = &m_tracks.emplace_back(Track{Rank::Calls, "function", "function",
                                                      isUnknown(FieldMeaning::Context, thread.number)
                                                          ? fmt::format("core {}, thread not known", m_place.hwCtx)
-                                                         : fmt::format("thread {}", thread.number),
+                                                         : std::string(), // which is known in the end
                                                      thread.number});
         }
         CallsOfThread::Function& function = own.functions[id];
@@ -438,7 +437,7 @@ private:
             if (threads.size() < 2)
                 return;
             for (Span& run : runs)
-                run.name = m_report.tableOf("thread").indexOf(fmt::format("thread {}", run.name));
+                run.name = m_report.tableOf("thread").indexOf(names().threadText(run.name, m_file));
             make({Rank::Cores, "thread", "thread", fmt::format("core {}: threads", core), core, std::move(runs)});
         }
     }
@@ -490,14 +489,13 @@ private:
     void tell(const CMessage& packet) {
         const std::string_view text = wholeTextOf(packet);
         const RecordedFact fact(text);
-        const auto number = [&fact](std::string_view key) { return static_cast<std::uint32_t>(fact.number(key)); };
         if (fact.word() == "function") {
-            m_report.place(m_report.functionOf(names().numberOf(TextSort::Function, number("id"), m_file)),
+            m_report.place(m_report.functionOf(names().numberOf(TextSort::Function, fact.number("id"), m_file)),
                            fmt::format("{}:{}", fact.text("file"), fact.value("line")));
             return; // it is told with the function
         }
-        if (fact.word() == "thread")
-            m_threadNames[number("tid")] = fact.text("name");
+        if (fact.isName())
+            return; // likewise with threads
         mark("messages", "Message", text);
     }
     /// For that kind alone: it could be made of the context of any other.
@@ -662,7 +660,6 @@ private:
     std::map<std::uint32_t, std::uint32_t> m_types; ///< of variables
     std::map<Pair, std::uint32_t> m_targets;        ///< of transitions
     std::map<Pair, std::map<std::uint32_t, CSignalMask>> m_signals;
-    std::map<std::uint32_t, std::string> m_threadNames;
 };
 
 ExitCode report(ReportOptions& options) {

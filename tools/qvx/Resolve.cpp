@@ -1,9 +1,9 @@
 #include "Resolve.h"
 
 #include "FunctionIds.h"
-#include "RecordedFact.h"
 #include "Symbols.h"
 #include "TraceInput.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -100,12 +100,13 @@ private:
             },
             [&](const CTraceCursor& packet) {
                 if (packet.TraceCode() == Message)
-                    note(RecordedFact(packet.text()), packet.tick());
+                    note(packet.text(), packet.tick());
                 else if (const auto definition = packet.as<CFunctionDefine>())
                     m_taken.insert(definition->FuncId());
             });
     }
-    void note(const RecordedFact& fact, std::uint64_t tick) {
+    void note(std::string_view text, std::uint64_t tick) {
+        const RecordedFact fact(text);
         const std::string_view word = fact.word();
         if (word.empty())
             return;
@@ -115,6 +116,7 @@ private:
                 end(process, module, tick);
         } else if (word == "thread") {
             m_threads[static_cast<std::uint32_t>(fact.number("tid"))].processes.emplace_back(tick, &process);
+            m_threadFacts[threadOf(fact)] = text;
         } else if (word == "module") {
             process.modules.push_back(
                 {fact.number("from"), fact.number("to"), fact.number("bias"), fact.text("path"), fact.bytes("build")});
@@ -125,6 +127,8 @@ private:
             }
         }
     }
+    using ThreadKey = std::pair<std::uint64_t, std::uint64_t>; ///< numbers of process and thread
+    static ThreadKey threadOf(const RecordedFact& fact) { return {fact.number("pid"), fact.number("tid")}; }
     static void end(Process& process, Module& module, std::uint64_t tick) {
         if (module.gone != kNever)
             return;
@@ -221,6 +225,9 @@ private:
         while (trace.advance()) {
             const CTraceCursor& at = trace.cursor();
             PacketPointer packet = absoluteAt(at);
+            if (const RecordedFact fact(at.TraceCode() == Message ? at.text() : ""); fact.word() == "thread")
+                packet = PacketPointer(new CMessage(at.tick(), CMessagePayload::kDebugLevel,
+                                                    CCharStringSequence(m_threadFacts.at(threadOf(fact)).c_str())));
             const auto context = isCall(at.TraceCode()) ? at.contextOf<CCoreContext>() : std::nullopt;
             if (context && hasAddress(context->ip)) {
                 Named& function = functionOf(*context);
@@ -252,6 +259,7 @@ private:
     std::map<std::uint64_t, Process> m_processes;
     Process m_none; ///< of threads that nothing is told of
     std::unordered_map<std::uint32_t, Thread> m_threads;
+    std::map<ThreadKey, std::string> m_threadFacts; ///< the last of each: threads are called as they are in the end
     std::uint32_t m_lastThread = 0;
     Thread* m_last = nullptr; ///< the thread of the last call
     std::set<std::uint32_t> m_taken;

@@ -6,6 +6,7 @@
 #include "Words.h"
 #include "Work.h"
 #include "quorvex/analysis/CallStack.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/format/Glob.h"
 #include "quorvex/packets/PacketKinds.h"
@@ -111,8 +112,11 @@ struct Selection::State : Told {
     void begin(const std::vector<std::string>& files, bool withClock);
     void settle();
     void learnStart(const CTraceCursor& packet);
+    void learnThreads(const std::vector<std::string>& files);
     bool takes(std::size_t file, const Given& packet);
-    bool asksPlace() const { return !cores.empty() || !threads.empty() || !processTexts.empty(); }
+    bool asksPlace() const { return !cores.empty() || asksThread() || !processTexts.empty(); }
+    bool asksThread() const { return !threads.empty() || !threadPatterns.empty(); }
+    bool takesThread(std::size_t file, std::uint32_t thread);
     bool takesPlace(std::size_t file, const Where& place);
     bool isInTime(std::size_t file, std::uint64_t packetTick);
     bool takesAnyTime(std::size_t file, const Given& packet);
@@ -127,7 +131,11 @@ struct Selection::State : Told {
     std::uint64_t from = 0;
     std::uint64_t to = kNone;
     std::set<std::uint32_t> cores, threads;
-    std::bitset<256> kinds; ///< none: all
+    std::vector<std::string> threadPatterns;                               ///< of names
+    bool learnsNames = false;                                              ///< of threads, from standard input
+    std::map<std::pair<std::size_t, std::uint32_t>, bool> areThreadsTaken; ///< those that have been asked about
+    std::bitset<256> kinds;                                                ///< none: all
+    bool leavesOutFacts = false;                                           ///< messages that tell of a recorded program
     CTraceNames names;
     std::vector<std::uint64_t> lastTicks;                                                ///< by trace
     std::map<std::pair<std::size_t, std::uint32_t>, CallStack<std::uint64_t>> processes; ///< entered, by their numbers
@@ -135,7 +143,7 @@ struct Selection::State : Told {
 
 void Selection::State::begin(const std::vector<std::string>& files, bool withClock) {
     cores = numbersOf("--core", coreTexts);
-    threads = numbersOf("--thread", threadTexts);
+    learnThreads(files);
     eachPart(kindTexts, [this](std::string_view pattern) {
         std::vector<std::string> known;
         bool isKnown = false;
@@ -194,6 +202,28 @@ void Selection::State::begin(const std::vector<std::string>& files, bool withClo
     settle();
 }
 
+/// Sorts what --thread tells into numbers and names; where there are names, it asks the files for all that they give.
+void Selection::State::learnThreads(const std::vector<std::string>& files) {
+    eachPart(threadTexts, [this](std::string_view text) {
+        if (const auto number = numberOf(text))
+            threads.insert(*number);
+        else
+            threadPatterns.emplace_back(text);
+    });
+    for (std::size_t file = 0; !threadPatterns.empty() && file < files.size(); ++file) {
+        if (files[file] == "-") {
+            learnsNames = true;
+            continue;
+        }
+        Work::now().expect(files[file]);
+        TraceInput input(files[file]);
+        while (input.advance()) {
+            if (input.cursor().TraceCode() == Message)
+                names.noteMessage(input.cursor().text(), static_cast<unsigned>(file));
+        }
+    }
+}
+
 void Selection::State::settle() {
     // Of traces without a tick nothing is selected by time.
     if (span.first == kUnknown64 && ((fromMoment && fromMoment->needsFirst()) || (toMoment && toMoment->needsFirst())))
@@ -230,11 +260,27 @@ bool Selection::State::takesAnyTime(std::size_t file, const Given& packet) {
         return false;
     if (asksPlace() && !takesPlace(file, packet.place()))
         return false;
+    if (leavesOutFacts && packet.code() == Message &&
+        !RecordedFact(packet.cursor ? packet.cursor->text() : wholeTextOf(*packet.packet)).word().empty())
+        return false;
     return namePatterns.empty() || hasName(file, packet);
 }
 
+bool Selection::State::takesThread(std::size_t file, std::uint32_t thread) {
+    if (threads.contains(thread) || threadPatterns.empty())
+        return threads.contains(thread);
+    const auto [known, isNew] = areThreadsTaken.try_emplace({file, thread});
+    if (isNew) {
+        const std::string& name = names.threadName(thread, static_cast<unsigned>(file));
+        known->second = !name.empty() && std::ranges::any_of(threadPatterns, [&](const std::string& pattern) {
+            return matches(pattern, name);
+        });
+    }
+    return known->second;
+}
+
 bool Selection::State::takesPlace(std::size_t file, const Where& place) {
-    return (cores.empty() || cores.contains(place.core)) && (threads.empty() || threads.contains(place.thread)) &&
+    return (cores.empty() || cores.contains(place.core)) && (!asksThread() || takesThread(file, place.thread)) &&
            (processTexts.empty() || runs(file, place.core));
 }
 
@@ -250,9 +296,13 @@ bool Selection::State::isInTime(std::size_t file, std::uint64_t packetTick) {
 }
 
 void Selection::State::learn(std::size_t file, const Given& packet) {
+    const auto process = static_cast<unsigned>(file);
+    if (learnsNames && packet.code() == Message) {
+        packet.object([&](const CPacket& its) { names.note(its, process); });
+        areThreadsTaken.clear();
+    }
     if (namePatterns.empty() && processTexts.empty())
         return;
-    const auto process = static_cast<unsigned>(file);
     const KindFacts& facts = factsOf(packet.code());
     if (facts.role == Role::Definition)
         packet.object([&](const CPacket& its) { names.note(its, process); });
@@ -312,7 +362,7 @@ void Selection::addTo(Verb& verb, unsigned parts) {
         verb.option("--to", its.toText, "End before that", "TIME");
     if (parts & Place) {
         verb.option("--core", its.coreTexts, "Only what these cores do: 0,1", "N");
-        verb.option("--thread", its.threadTexts, "Only what these threads do", "N");
+        verb.option("--thread", its.threadTexts, "Only what these threads do, by number or name", "N|GLOB");
         verb.option("--process", its.processTexts, "Only where these processes have been entered", "N|GLOB");
     }
     if (parts & Kind)
@@ -333,6 +383,7 @@ void Selection::preferHappenings() {
     State& its = *m_state;
     for (unsigned code = 0; its.kindTexts.empty() && code < its.kinds.size(); ++code)
         its.kinds[code] = factsOf(tagTCode(code)).role == Role::Happening;
+    its.leavesOutFacts = its.kindTexts.empty() && its.namePatterns.empty();
 }
 
 void Selection::begin(const std::vector<std::string>& files) {
@@ -360,13 +411,13 @@ bool Selection::takesAll() const {
 
 bool Selection::isOfTime() const {
     const State& its = *m_state;
-    return its.cores.empty() && its.threads.empty() && its.processTexts.empty() && its.kinds.none() &&
-           its.namePatterns.empty();
+    return !its.asksPlace() && its.kinds.none() && its.namePatterns.empty();
 }
 
 bool Selection::isOfPackets() const {
     const State& its = *m_state;
-    return !its.fromText && !its.toText && its.processTexts.empty() && its.namePatterns.empty() && !its.learnsStart;
+    return !its.fromText && !its.toText && its.processTexts.empty() && its.threadPatterns.empty() &&
+           its.namePatterns.empty() && !its.learnsStart;
 }
 
 bool Selection::isAsked() const {

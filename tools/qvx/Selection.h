@@ -51,7 +51,7 @@ public:
     void endAt(const std::string& time);
 
     /// Unless kinds are asked for, leaves out definitions and what only frames a trace, for those who show what
-    /// happened.
+    /// happened; unless kinds or names are, also messages that tell of a recorded program (RecordedFact).
     void preferHappenings();
 
     /// Turns what is told into ticks and numbers for these files, of which it looks at the beginnings, or where a

@@ -2,11 +2,13 @@
 
 #include "Arguments.h"
 #include "Print.h"
+#include "Story.h"
 #include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/CallTimes.h"
 #include "quorvex/analysis/CoreTimes.h"
+#include "quorvex/analysis/CounterType.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -14,6 +16,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -110,6 +114,15 @@ private:
     }
     bool isForPeople() const { return m_options.format == ListingFormat::Text; }
 
+    /// Who is told the names of threads: people where there are some.
+    static Column::For namesOfThreads(const CTraceNames& names) {
+        return names.threads().empty() ? Column::Programs : Column::All;
+    }
+    Cell nameCell(const CTraceNames& names, const CallTimes::Key& key) const {
+        std::string name =
+            isForPeople() ? names.threadTitle(key.thread, key.process) : names.threadName(key.thread, key.process);
+        return name.empty() ? Cell() : Cell(std::move(name));
+    }
     static Cell threadCell(std::uint32_t number) {
         return isUnknown(FieldMeaning::Context, number) ? Cell() : Cell(number);
     }
@@ -139,8 +152,9 @@ private:
         const bool hasClock = times.withoutClock() == 0;
         std::vector<Column> columns{{"function", CellLook::Text}, {"id", CellLook::Number, Column::Programs}};
         if (m_options.byThread)
-            columns.insert(columns.end(),
-                           {{"thread", CellLook::Number}, {"process", CellLook::Text, Column::Programs}});
+            columns.insert(columns.end(), {{"thread", CellLook::Number},
+                                           {"process", CellLook::Text, Column::Programs},
+                                           {"thread_name", CellLook::Text, namesOfThreads(names), "thread name"}});
         columns.insert(columns.end(), {{"calls", CellLook::Number},
                                        {"total", CellLook::Time},
                                        {"self", CellLook::Time},
@@ -164,7 +178,7 @@ private:
             const auto& [key, its] = *entry;
             std::vector<Cell> row{name, names.idOf(TextSort::Function, key.function)};
             if (m_options.byThread)
-                row.insert(row.end(), {threadCell(key.thread), m_files[key.process]});
+                row.insert(row.end(), {threadCell(key.thread), m_files[key.process], nameCell(names, key)});
             row.insert(row.end(), {its.calls, its.total, its.self, shareOf(its.self, all)});
             addDurations(row, its.durations);
             listing.add(std::move(row));
@@ -245,6 +259,7 @@ private:
     void tellThreads(std::ostream& out) {
         struct Sum {
             std::uint64_t calls = 0, busy = 0;
+            Cell name{};
         };
         CTraceNames names;
         CallTimes times(true, windowOf(m_selection));
@@ -254,18 +269,20 @@ private:
             Sum& sum = threads[{key.process, key.thread}];
             sum.calls += its.calls;
             sum.busy += its.self;
+            sum.name = nameCell(names, key);
         }
         Listing listing({{"thread", CellLook::Number},
                          {"process", CellLook::Text, Column::All, "file"},
                          {"calls", CellLook::Number},
                          {"busy", CellLook::Time, Column::All, "in functions"},
-                         {"share", CellLook::Share, Column::People, "%"}},
+                         {"share", CellLook::Share, Column::People, "%"},
+                         {"thread_name", CellLook::Text, namesOfThreads(names), "thread name"}},
                         times.withoutClock() == 0);
         for (const auto& [key, sum] : threads) {
             if (sum.calls == 0)
                 continue;
-            listing.add(
-                {threadCell(key.second), m_files[key.first], sum.calls, sum.busy, shareOf(sum.busy, times.span())});
+            listing.add({threadCell(key.second), m_files[key.first], sum.calls, sum.busy,
+                         shareOf(sum.busy, times.span()), sum.name});
         }
         write(out, listing, "busy");
     }
@@ -331,10 +348,30 @@ private:
         write(out, listing, "running");
     }
 
+    /// The least and the greatest of numbers, and their sum.
+    template <class Number> struct Range {
+        Number least = std::numeric_limits<Number>::max(), most = std::numeric_limits<Number>::lowest();
+        double sum = 0;
+
+        void add(Number number) {
+            least = std::min(least, number);
+            most = std::max(most, number);
+            sum += static_cast<double>(number);
+        }
+        /// Adds least, mean and greatest to a row.
+        void addTo(std::vector<Cell>& row, std::uint64_t count, CounterType type) const {
+            for (const Number number : {least, static_cast<Number>(sum / static_cast<double>(count)), most})
+                row.emplace_back(std::bit_cast<std::uint64_t>(number), type);
+        }
+    };
     void tellCounters(std::ostream& out) {
+        // What values are is known when all of them are.
         struct Values {
-            std::uint64_t count = 0, least = ~std::uint64_t{0}, most = 0, first = 0, last = 0;
-            double sum = 0;
+            CounterSort sort{};
+            std::uint64_t count = 0, first = 0, last = 0;
+            Range<std::uint64_t> whole{};
+            Range<std::int64_t> negative{};
+            Range<double> real{};
         };
         CTraceNames names;
         std::map<std::uint64_t, Values> counters;
@@ -351,21 +388,18 @@ private:
                     names.note(*object, file);
                     continue;
                 }
-                std::optional<std::uint64_t> id, value;
-                eachNumber(*object, [&](const NumberField& field) {
-                    if (field.name == std::string_view("CntrId"))
-                        id = field.value;
-                    else if (field.name == std::string_view("Value") && field.isKnown)
-                        value = field.value;
-                });
-                if (!value)
+                const auto counted = counterValueOf(*object);
+                if (!counted)
                     continue;
-                Values& its = counters[names.numberOf(TextSort::Counter, *id, file)];
-                its.first = its.count++ == 0 ? *value : its.first;
-                its.last = *value;
-                its.least = std::min(its.least, *value);
-                its.most = std::max(its.most, *value);
-                its.sum += static_cast<double>(*value);
+                const auto [id, value, isTyped] = *counted;
+                Values& its = counters[names.numberOf(TextSort::Counter, id, file)];
+                if (isTyped)
+                    its.sort.note(value);
+                its.first = its.count++ == 0 ? value : its.first;
+                its.last = value;
+                its.whole.add(value);
+                its.negative.add(static_cast<std::int64_t>(value));
+                its.real.add(std::bit_cast<double>(value));
             }
         });
         Listing listing({{"counter", CellLook::Text},
@@ -377,10 +411,17 @@ private:
                          {"first", CellLook::Number},
                          {"last", CellLook::Number}},
                         true);
-        for (const auto& [number, its] : counters)
-            listing.add({names.nameOrId(TextSort::Counter, number), names.idOf(TextSort::Counter, number), its.count,
-                         its.least, static_cast<std::uint64_t>(its.sum / static_cast<double>(its.count)), its.most,
-                         its.first, its.last});
+        for (const auto& [number, its] : counters) {
+            const CounterType type = its.sort.type();
+            std::vector<Cell> row{names.nameOrId(TextSort::Counter, number), names.idOf(TextSort::Counter, number),
+                                  its.count};
+            type == CounterType::Double   ? its.real.addTo(row, its.count, type)
+            : type == CounterType::Signed ? its.negative.addTo(row, its.count, type)
+                                          : its.whole.addTo(row, its.count, type);
+            for (const std::uint64_t value : {its.first, its.last})
+                row.emplace_back(value, type);
+            listing.add(std::move(row));
+        }
         write(out, listing, "values");
     }
 

@@ -3,6 +3,7 @@
 #include "Selection.h"
 #include "TraceInput.h"
 #include "Verbs.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
@@ -23,6 +24,8 @@ namespace {
 
 constexpr std::uint32_t kNoFunction = CFunctionEnterPayload::kNoFunction;
 constexpr std::size_t kMostOpen = 0x10000;
+/// Of the column of names, where there are any: wide enough for all that systems give.
+constexpr std::size_t kNameWidth = 15, kMostNameWidth = 24;
 constexpr std::size_t kMostIndented = 40; ///< deeper calls stand no further to the right
 
 /// Fields that columns and names tell.
@@ -77,6 +80,23 @@ std::string typedText(std::string_view type, std::string_view bytes) {
     return hexNumber(bytes);
 }
 
+std::optional<CountedValue> counterValueOf(const CPacket& packet) {
+    if (!factsOf(packet.TraceCode()).isCounterValue)
+        return std::nullopt;
+    CountedValue its;
+    bool isKnown = false;
+    eachNumber(packet, [&](const NumberField& field) {
+        if (field.name == std::string_view("CntrId")) {
+            its.counter = static_cast<std::uint32_t>(field.value);
+        } else if (field.name == std::string_view("Value") && field.isKnown) {
+            its.bits = field.value;
+            its.isTyped = field.meaning != FieldMeaning::Bytes;
+            isKnown = true;
+        }
+    });
+    return isKnown ? std::optional(its) : std::nullopt;
+}
+
 Story::Story(std::ostream& out, TimeForm form, bool isColored, Selection& selection)
     : m_out(out), m_selection(selection), m_time(form), m_isColored(isColored) {}
 
@@ -126,13 +146,31 @@ std::uint64_t Story::make(const Move& move, std::uint64_t tick, bool isTaken) {
     return since <= tick && tick != kUnknown64 ? tick - since : kUnknown64;
 }
 
+void Story::noteMessage(std::size_t file, std::string_view text) {
+    if (!RecordedFact(text).isName())
+        return;
+    m_names.noteMessage(text, static_cast<unsigned>(file));
+    m_threads = Shown();
+    m_nameWidth = std::max(m_nameWidth, kNameWidth);
+    for (const std::uint32_t thread : m_names.threads())
+        m_nameWidth = std::clamp(shown(m_names.threadTitle(thread)).size(), m_nameWidth, kMostNameWidth);
+}
+
 void Story::learn(std::size_t file, const CPacket& packet) {
+    if (packet.TraceCode() == Message)
+        noteMessage(file, wholeTextOf(packet));
+    if (const auto counted = counterValueOf(packet); counted && counted->isTyped)
+        sortOf(file, counted->counter).note(counted->bits);
     if (factsOf(packet.TraceCode()).role != Role::Definition)
         return;
     m_names.note(packet, static_cast<unsigned>(file));
     m_functions = Shown();
     if (const auto* variable = packetAs<CVariableDefine>(packet))
         m_types[{file, variable->VarId()}] = variable->TypeId();
+}
+
+CounterSort& Story::sortOf(std::size_t file, std::uint32_t counter) {
+    return m_counters[m_names.numberOf(TextSort::Counter, counter, static_cast<unsigned>(file))];
 }
 
 void Story::pass(std::size_t file, const CTraceCursor& packet) {
@@ -146,7 +184,9 @@ void Story::pass(std::size_t file, const CTraceCursor& packet) {
         make(*enter);
     else if (const auto leave = packet.as<CFunctionLeave>())
         make(*leave);
-    else if (kind.step != Step::None || kind.role == Role::Definition) {
+    else if (code == Message)
+        noteMessage(file, packet.text());
+    else if (kind.step != Step::None || kind.role == Role::Definition || kind.isCounterValue) {
         pass(file, *absoluteAt(packet), packet.tick());
     }
 }
@@ -157,8 +197,9 @@ void Story::pass(std::size_t file, const CPacket& packet, std::uint64_t tick) {
         make(move, tick);
 }
 
-void Story::writeHead(std::ostream& out) {
-    out << fmt::format("{:>20} {:>5} {:>10}  what\n", "time", "core", "thread");
+void Story::writeHead(std::ostream& out) const {
+    out << fmt::format("{:>20} {:>5} {:>10}{:{}}  what\n", "time", "core", "thread", "",
+                       m_nameWidth > 0 ? m_nameWidth + 1 : 0);
 }
 
 std::string Story::openCalls() {
@@ -170,7 +211,8 @@ std::string Story::openCalls() {
             if (place.sort != TextSort::Function || !open.isTaken)
                 continue;
             m_time.append(m_line, kUnknown64);
-            appendColumns(open.core, place.isCore ? ~0U : place.number, depth - 1);
+            appendColumns(static_cast<std::size_t>(place.file), open.core, place.isCore ? ~0U : place.number,
+                          depth - 1);
             m_line += "| ";
             if (open.id == kNoFunction)
                 m_line += "no function";
@@ -185,11 +227,17 @@ std::string Story::openCalls() {
     return m_line;
 }
 
-void Story::appendColumns(std::uint32_t core, std::uint32_t thread, std::uint64_t depth) {
+void Story::appendColumns(std::size_t file, std::uint32_t core, std::uint32_t thread, std::uint64_t depth) {
     m_line += ' ';
     appendPlace(m_line, core, 5);
     m_line += ' ';
     appendPlace(m_line, thread, 10);
+    if (m_nameWidth > 0) {
+        const std::string& name = m_threads.findOrMake(std::uint64_t{file} << 32 | thread, [&] {
+            return shown(m_names.threadTitle(thread, static_cast<unsigned>(file)));
+        });
+        m_line.append(" ").append(name).append(m_nameWidth - std::min(m_nameWidth, name.size()), ' ');
+    }
     m_line.append(static_cast<std::size_t>(2 + 2 * std::min<std::uint64_t>(depth, kMostIndented)), ' ');
 }
 
@@ -207,7 +255,8 @@ bool Story::tell(std::size_t file, const CPacket& packet, std::uint64_t tick) {
     const auto* core = contextOf<CCoreContext>(packet);
     const auto* bus = contextOf<CBusContext>(packet);
     const std::uint32_t unknown = ~0U;
-    appendColumns(core  ? core->HWCtx()
+    appendColumns(file,
+                  core  ? core->HWCtx()
                   : bus ? bus->HWCtx()
                         : unknown,
                   core ? core->SWCtx() : unknown,
@@ -285,6 +334,8 @@ void Story::appendPacket(std::size_t file, const CPacket& packet) {
         if (reference)
             m_line += nameOf(file, reference->sort,
                              isPartOfMachine(reference->sort) ? machine << 32 | field.value : field.value);
+        else if (name == "Value" && field.meaning != FieldMeaning::Bytes && subject.sort == TextSort::Counter)
+            appendCounter(m_line, field.value, sortOf(file, static_cast<std::uint32_t>(subject.id)).type());
         else
             appendValue(file, subject, field);
     });

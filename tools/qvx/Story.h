@@ -3,12 +3,14 @@
 #include "TimeText.h"
 #include "Timeline.h"
 #include "quorvex/analysis/CallStack.h"
+#include "quorvex/analysis/CounterType.h"
 #include "quorvex/analysis/Directory.h"
 #include "quorvex/analysis/TraceNames.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -19,6 +21,15 @@ namespace qvx {
 /// How a value of a type is written, by what languages call their types.
 std::string typedText(std::string_view type, std::string_view bytes);
 
+/// A value of a counter.
+struct CountedValue {
+    std::uint32_t counter = 0;
+    std::uint64_t bits = 0; ///< of values of any number of bytes, the first eight
+    bool isTyped = false;   ///< it is none of those, and may be a number of any type (CounterSort)
+};
+/// What a packet tells of a counter; nothing of others.
+std::optional<CountedValue> counterValueOf(const Quorvex::CPacket& packet);
+
 /// Tells people what happened, a line a packet: when, on which core, in which thread, and what, as deep as the calls
 /// are; behind what is left, how long it took.
 class Story : public Timeline::Onlooker {
@@ -27,7 +38,7 @@ public:
 
     /// When the traces begin, and their clock, as far as that is known.
     void tellTime(const Quorvex::TraceSpan& span) { m_time.tell(span); }
-    static void writeHead(std::ostream& out); ///< the line above the columns
+    void writeHead(std::ostream& out) const; ///< the line above the columns, as wide as names of threads so far
     /// Before the first packet is told: a line for each call that is open then and is selected, but for its time.
     std::string openCalls();
     void pass(std::size_t file, const Quorvex::CTraceCursor& packet) override;
@@ -69,6 +80,8 @@ private:
     /// Does a move. Of what is left, the time since it was entered; kUnknown64 where that is not known.
     std::uint64_t make(const Move& move, std::uint64_t tick, bool isTaken = false);
     void learn(std::size_t file, const Quorvex::CPacket& packet);
+    /// What is known of the type of a counter.
+    Quorvex::CounterSort& sortOf(std::size_t file, std::uint32_t counter);
 
     /// The name of what is called by an identifier in a file; empty where it has none.
     std::string_view knownName(std::size_t file, Quorvex::TextSort sort, std::uint64_t id);
@@ -78,7 +91,8 @@ private:
     void appendPacket(std::size_t file, const Quorvex::CPacket& packet);
     void appendValue(std::size_t file, const Quorvex::Subject& subject, const Quorvex::NumberField& field);
     /// Appends the columns of core and thread.
-    void appendColumns(std::uint32_t core, std::uint32_t thread, std::uint64_t depth);
+    void appendColumns(std::size_t file, std::uint32_t core, std::uint32_t thread, std::uint64_t depth);
+    void noteMessage(std::size_t file, std::string_view text);
     void append(const char* color, std::string_view text);
 
     std::ostream& m_out;
@@ -88,7 +102,10 @@ private:
     std::string m_line;
     Quorvex::CTraceNames m_names;
     using Shown = Quorvex::Directory<std::uint64_t, std::string>;
-    Shown m_functions; ///< their names as they are shown, by file and identifier, since the last definition
+    Shown m_functions;           ///< their names as they are shown, by file and identifier, since the last definition
+    Shown m_threads;             ///< likewise, by file and thread
+    std::size_t m_nameWidth = 0; ///< of the column of their names: that of the longest so far
+    Quorvex::Directory<std::uint64_t, Quorvex::CounterSort> m_counters; ///< by their numbers
     Quorvex::Directory<Place, Stack> m_stacks;
     Stack* m_last = nullptr;                                                ///< that was asked for last,
     Place m_lastPlace{};                                                    ///< and its place

@@ -1,8 +1,8 @@
-#include "RecordedFact.h"
+#include "quorvex/analysis/RecordedFact.h"
 
 #include <charconv>
 
-namespace qvx {
+namespace Quorvex {
 
 namespace {
 
@@ -56,4 +56,4 @@ std::string RecordedFact::bytes(std::string_view key) const {
     return bytes;
 }
 
-} // namespace qvx
+} // namespace Quorvex

@@ -1,19 +1,23 @@
 #pragma once
 
+#include "quorvex/platform/Export.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-namespace qvx {
+namespace Quorvex {
 
 /// A message that tells of a recorded program: "quorvex.WORD KEY=VALUE KEY=VALUE". The text must outlive it. Of keys
 /// that there are not, values are empty or 0.
-class RecordedFact {
+class QUORVEX_API RecordedFact {
 public:
     explicit RecordedFact(std::string_view text) : m_text(text) {}
 
     /// "module" and the like; empty for other messages.
     std::string_view word() const;
+    /// It gives a thread or a program its name, by which CTraceNames knows them from then on.
+    bool isName() const { return word() == "thread" || word() == "process"; }
     /// A value without blanks.
     std::string_view value(std::string_view key) const { return find(key, false); }
     /// A decimal number, or one in hexadecimal digits behind "0x".
@@ -29,4 +33,4 @@ private:
     std::string_view m_text;
 };
 
-} // namespace qvx
+} // namespace Quorvex
