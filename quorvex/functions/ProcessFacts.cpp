@@ -1,5 +1,6 @@
 #include "quorvex/functions/ProcessFacts.h"
 
+#include "quorvex/instrument/FactText.h"
 #include "quorvex/instrument/RecordingFile.h"
 #include "quorvex/packets/MessagePackets.h"
 #include "quorvex/packets/StringPackets.h"
@@ -77,54 +78,22 @@ constinit std::atomic<bool> g_begun{false};
 /// The file; empty when there is none. Set before `g_begun`.
 char g_path[2 * platform::kEnvironmentLimit + 4096];
 
+/// Room for the text of a fact.
+class FactRoom {
+protected:
+    static constexpr unsigned kMostText = 0x10000;
+    Pages<char> m_pages{kMostText};
+};
+
 /// A packet with a text, made in a place and then written at once.
-class Fact {
+class Fact : private FactRoom, public FactText {
 public:
-    explicit Fact(std::string_view word) {
-        add("quorvex.");
-        add(word);
-        key("pid");
-        number(static_cast<std::uint64_t>(getpid()));
-    }
-    void key(std::string_view name) {
-        add(" ");
-        add(name);
-        add("=");
-    }
-    void number(std::uint64_t value) { digits(value, 10); }
-    void address(std::uint64_t value) {
-        add("0x");
-        digits(value, 16);
-    }
-    void add(std::string_view text) {
-        if (!m_pages.get())
-            return;
-        const std::size_t count = std::min(text.size(), kMostText - m_size);
-        std::memcpy(m_pages.get() + m_size, text.data(), count);
-        m_size += count;
-    }
-    void byte(unsigned value) {
-        constexpr char kDigits[] = "0123456789abcdef";
-        const char text[] = {kDigits[value / 16], kDigits[value % 16]};
-        add({text, sizeof text});
-    }
-    /// A text that may hold anything.
-    void text(std::string_view value, bool hasBlanks = true) {
-        for (const char c : value) {
-            const auto code = static_cast<unsigned char>(c);
-            if (code < 0x20 || code == 0x7f || c == '\\' || (c == ' ' && !hasBlanks)) {
-                add("\\x");
-                byte(code);
-            } else {
-                add({&c, 1});
-            }
-        }
-    }
+    explicit Fact(std::string_view word) : FactText(m_pages.get(), m_pages.get() ? kMostText : 0, word) {}
 
     bool write(bool isFirst = false) const {
         constexpr std::size_t kRoom = 64 + CCharStringSequence::StreamSize(kMostText);
         const Pages<char> pages(kRoom);
-        if (!m_pages.get() || !pages.get())
+        if (get().empty() || !pages.get())
             return false;
         char* to = pages.get();
         const auto store = [&to](auto value) {
@@ -142,8 +111,8 @@ public:
         store(static_cast<std::uint8_t>(CMessagePayload::Len()));
         store(tick);
         store(CMessagePayload::kDebugLevel);
-        to = CCharStringSequence::writeText(to, reinterpret_cast<const unsigned char*>(m_pages.get()),
-                                            static_cast<unsigned>(m_size));
+        to = CCharStringSequence::writeText(to, reinterpret_cast<const unsigned char*>(get().data()),
+                                            static_cast<unsigned>(get().size()));
         const int file = open(g_path, O_WRONLY | O_APPEND | O_CLOEXEC | O_NOCTTY);
         if (file < 0)
             return false;
@@ -152,20 +121,6 @@ public:
         close(file);
         return done;
     }
-
-private:
-    void digits(std::uint64_t value, unsigned base) {
-        char text[20];
-        char* from = text + sizeof text;
-        do
-            *--from = "0123456789abcdef"[value % base];
-        while ((value /= base) != 0);
-        add({from, static_cast<std::size_t>(text + sizeof text - from)});
-    }
-
-    static constexpr unsigned kMostText = 0x10000;
-    Pages<char> m_pages{kMostText};
-    std::size_t m_size = 0;
 };
 
 /// What is in a file of the system, or as much as goes into `size` bytes.

@@ -15,6 +15,8 @@
 #include <algorithm>
 #include <atomic>
 #include <string_view>
+#include <tuple>
+#include <type_traits>
 
 namespace Quorvex {
 
@@ -26,43 +28,55 @@ namespace detail {
 extern constinit bool g_barrier;
 } // namespace detail
 
-/// A packet of a function, with its name if it has one, as bytes: made without memory from the program's allocator, and
-/// at once where it is to stand.
-struct CQVXInstrumentingStream::Function {
+/// A packet as its bytes: its fields behind what such packets begin with, and the text that follows it, if any. Made
+/// without memory from the program's allocator, and at once where it is to stand.
+template <class... Fields> struct CQVXInstrumentingStream::Bytes {
+    enum class Begin : std::uint8_t { Context, Tick, Nothing };
+
     tagTCode code;
-    std::uint32_t id;
-    std::string_view name;
-    std::uint64_t address = kUnknown64; ///< where the function stands in the process
+    std::tuple<Fields...> fields; ///< numbers, and bytes as a std::string_view; 255 bytes at most, with the beginning
+    std::string_view text{};
+    Begin begin = Begin::Context;
+    std::uint64_t address = kUnknown64; ///< of the context: where the function stands in the process
 
-    static constexpr unsigned kPayload = CCoreContext::Len() + sizeof(id);
-    static_assert(kPayload == CFunctionDefine::Len() && kPayload == CFunctionEnter::Len());
+    unsigned size() const { return CPacketHeader::Len() + payload() + (text.empty() ? 0 : sizeOfText()); }
+    void encode(const Moment& moment, unsigned thread, char* to) const {
+        const auto store = [&to](auto value) {
+            if constexpr (std::is_same_v<decltype(value), std::string_view>) {
+                to = std::copy(value.begin(), value.end(), to);
+            } else {
+                storeLittleEndian(to, value);
+                to += sizeof value;
+            }
+        };
+        store(static_cast<std::uint8_t>(code));
+        store(static_cast<std::uint8_t>(payload()));
+        if (begin != Begin::Nothing)
+            store(moment.tick);
+        if (begin == Begin::Context) {
+            store(moment.processor);
+            store(thread);
+            store(address);
+        }
+        std::apply([&store](auto... field) { (store(field), ...); }, fields);
+        if (!text.empty())
+            CCharStringSequence::writeText(to, reinterpret_cast<const unsigned char*>(text.data()),
+                                           static_cast<unsigned>(text.size()));
+    }
 
-    /// The bytes of the packets of a text. No page holds a longer one than that of the limit.
-    static unsigned sizeOfText(std::string_view text) {
+private:
+    static unsigned sizeOf(std::string_view bytes) { return static_cast<unsigned>(bytes.size()); }
+    template <class Number> static unsigned sizeOf(Number) { return sizeof(Number); }
+
+    unsigned payload() const {
+        constexpr unsigned kBefore[] = {CCoreContext::Len(), sizeof(Moment::tick), 0}; // by Begin
+        const unsigned fixed = kBefore[static_cast<unsigned>(begin)];
+        return std::apply([fixed](auto... field) { return (fixed + ... + sizeOf(field)); }, fields);
+    }
+    /// The bytes of the packets of the text. No page holds a longer one than that of the limit.
+    unsigned sizeOfText() const {
         const auto length = static_cast<unsigned>(std::min<std::size_t>(text.size(), kPageSize));
         return static_cast<unsigned>(CCharStringSequence::StreamSize(length));
-    }
-    /// Puts the bytes of those packets; where the last one ends.
-    static char* encodeText(char* to, std::string_view text) {
-        return CCharStringSequence::writeText(to, reinterpret_cast<const unsigned char*>(text.data()),
-                                              static_cast<unsigned>(text.size()));
-    }
-
-    unsigned size() const { return CPacketHeader::Len() + kPayload + (name.empty() ? 0 : sizeOfText(name)); }
-    void encode(const Moment& moment, unsigned thread, char* to) const {
-        *to++ = static_cast<char>(code);
-        *to++ = kPayload;
-        const auto store = [&to](auto value) {
-            storeLittleEndian(to, value);
-            to += sizeof value;
-        };
-        store(moment.tick);
-        store(moment.processor);
-        store(thread);
-        store(address);
-        store(id);
-        if (!name.empty())
-            encodeText(to, name);
     }
 };
 
@@ -92,7 +106,7 @@ public:
     bool granted() const { return m_granted; }
     bool outermost() const { return !m_nested; }
     /// Inside another use, of a stream that takes packets.
-    bool nested() const { return m_nested && !m_stream.m_closed.load() && !m_stream.m_broken; }
+    bool nested() const { return m_nested && m_stream.takesPackets(); }
 
     /// Marks it where none does; whether it may be used. end() is called in any case.
     static bool begin(CQVXInstrumentingStream& stream) {
@@ -105,7 +119,7 @@ public:
         } else {
             stream.m_inUse.exchange(true);
         }
-        return !stream.m_closed.load() && !stream.m_broken;
+        return stream.takesPackets();
     }
     static void end(CQVXInstrumentingStream& stream) {
         stream.m_inUse.store(false, std::memory_order_release);
@@ -141,13 +155,59 @@ template <tagTCode Code> inline bool CQVXInstrumentingStream::recordCall(unsigne
     if (!use.granted()) [[unlikely]]
         return recordCallBeside(Code, id, address, use.nested());
     const Moment now = moment();
-    const Function function{Code, id, {}, address}; // kept in registers: nobody is told where it stands
+    const Function function{Code, {id}, {}, Function::Begin::Context, address}; // kept in registers
     char* const room = claimPlain(function.size());
     if (!room) [[unlikely]]
         return refuse();
     function.encode(now, SWCtx(), room);
     commitPlain(function.size());
     return keep(true);
+}
+
+template <class Packet> bool CQVXInstrumentingStream::recordNow(const Packet& packet) {
+    const Moment now = moment();
+    const unsigned size = packet.size();
+    const bool isPlain = packet.text.empty();
+    char* const room = isPlain ? claimPlain(size) : claim(size);
+    if (!room)
+        return refuse();
+    packet.encode(now, SWCtx(), room);
+    isPlain ? commitPlain(size) : commit(size);
+    return keep(true);
+}
+
+template <class Write> bool CQVXInstrumentingStream::recordBeside(unsigned size, Write&& write) {
+    std::uint64_t tick = 0;
+    char* room = m_page.reserve(size, tick);
+    const bool whole = room && write(tick, room);
+    if (room)
+        m_page.finish(room, whole);
+    if (!whole)
+        ++m_missed;
+    m_besidePage = true;
+    return whole || refuse();
+}
+
+template <class Packet> bool CQVXInstrumentingStream::recordBytesBeside(const Packet& packet) {
+    return recordBeside(packet.size(), [this, &packet](std::uint64_t tick, char* room) {
+        packet.encode({tick, HWCtxId()}, SWCtx(), room);
+        return true;
+    });
+}
+
+template <class Packet> bool CQVXInstrumentingStream::record(const Packet& packet) {
+    const Use use(*this);
+    if (!use.granted())
+        return use.nested() ? recordBytesBeside(packet) : refuse();
+    return recordNow(packet);
+}
+
+template <class... Packets>
+bool CQVXInstrumentingStream::define(detail::IdSet& known, unsigned id, const Packets&... packets) {
+    const Use use(*this);
+    if (!use.granted())
+        return use.nested() ? (recordBytesBeside(packets) && ...) : refuse();
+    return !known.insert(id) || (recordNow(packets) && ...);
 }
 
 } // namespace Quorvex

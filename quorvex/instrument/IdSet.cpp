@@ -43,8 +43,11 @@ bool IdSet::grow() {
 }
 
 bool IdSet::insert(std::uint32_t id) {
-    if (id == 0)
-        return !std::exchange(m_hasZero, true);
+    if (id < kFew) {
+        const bool isNew = !contains(id);
+        m_few[id / kBits] |= std::uint32_t{1} << id % kBits;
+        return isNew;
+    }
     std::uint32_t* slot = &slotOf(m_slots, m_slotCount, id);
     if (*slot == id)
         return false;

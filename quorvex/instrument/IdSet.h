@@ -16,6 +16,8 @@ public:
     IdSet& operator=(const IdSet&) = delete;
     ~IdSet();
 
+    /// Whether a small id is there; false for others, of which only insert() can tell.
+    bool contains(std::uint32_t id) const { return id < kFew && (m_few[id / kBits] >> id % kBits & 1) != 0; }
     /// False when the id is there already. Where there is no memory, an id may be forgotten.
     bool insert(std::uint32_t id);
     /// Keeps the ids in as little memory as they need, from the program's allocator, until unpack(): before that no id
@@ -24,19 +26,21 @@ public:
     void unpack(); ///< undoes pack()
 
 private:
-    /// The slot of an id, or the empty one that it belongs into. A slot holds 0 or the id; the id 0 has a flag.
+    /// The slot of an id that is not small, or the empty one that it belongs into. A slot holds 0 or the id.
     static std::uint32_t& slotOf(std::uint32_t* slots, unsigned count, std::uint32_t id);
     bool grow();
     void release();
 
+    static constexpr unsigned kFew = 512; ///< ids below it are small, and a bit each
+    static constexpr unsigned kBits = 32;
     static constexpr unsigned kOwnSlots = 16;
     static constexpr unsigned kFirstSlots = 1024;
 
+    std::array<std::uint32_t, kFew / kBits> m_few{};
     std::array<std::uint32_t, kOwnSlots> m_own{};
     std::uint32_t* m_slots = m_own.data();
     unsigned m_slotCount = kOwnSlots;
     unsigned m_count = 0;
-    bool m_hasZero = false;
     std::uint32_t* m_packed = nullptr; ///< m_count ids, owned
 };
 

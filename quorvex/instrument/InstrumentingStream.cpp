@@ -369,6 +369,7 @@ void CQVXInstrumentingStream::park() {
     closePage();
     logReport();
     m_defined.pack();
+    m_announced.pack();
     m_parked = true;
 }
 
@@ -376,6 +377,7 @@ void CQVXInstrumentingStream::resume() {
     if (!m_parked)
         return;
     m_defined.unpack();
+    m_announced.unpack();
     if (!m_broken && openPage()) {
         // A trace that is killed from here on has no end: what follows would stand behind it.
         static constexpr char kUnknownLength[sizeof kUnknown64] = {-1, -1, -1, -1, -1, -1, -1, -1};
@@ -442,19 +444,7 @@ unsigned CQVXInstrumentingStream::SWCtxId() {
 }
 
 bool CQVXInstrumentingStream::FunctionDefine(const char* name, unsigned id) {
-    const Function function{tagTCode::FunctionDefine, id, name ? name : ""};
-    const Use use(*this);
-    if (!use.granted())
-        return use.nested() ? recordBeside(function) : refuse();
-    if (!m_defined.insert(id))
-        return true;
-    const Moment now = moment();
-    char* const room = claim(function.size());
-    if (!room)
-        return refuse();
-    function.encode(now, SWCtx(), room);
-    commit(function.size());
-    return keep(true);
+    return define(m_defined, id, Function{tagTCode::FunctionDefine, {id}, name ? name : ""});
 }
 
 bool CQVXInstrumentingStream::FunctionEnter(unsigned id) {
@@ -466,7 +456,7 @@ bool CQVXInstrumentingStream::FunctionLeave(unsigned id) {
 }
 
 bool CQVXInstrumentingStream::recordCallBeside(tagTCode code, unsigned id, std::uint64_t address, bool allowed) {
-    return allowed ? recordBeside(Function{code, id, {}, address}) : refuse();
+    return allowed ? recordBytesBeside(Function{code, {id}, {}, Function::Begin::Context, address}) : refuse();
 }
 
 void CQVXInstrumentingStream::takeInLate() {
@@ -483,28 +473,9 @@ bool CQVXInstrumentingStream::refuse() {
     return false;
 }
 
-template <class Write> bool CQVXInstrumentingStream::recordBeside(unsigned size, Write&& write) {
-    std::uint64_t tick = 0;
-    char* room = m_page.reserve(size, tick);
-    const bool whole = room && write(tick, room);
-    if (room)
-        m_page.finish(room, whole);
-    if (!whole)
-        ++m_missed;
-    m_besidePage = true;
-    return whole || refuse();
-}
-
 bool CQVXInstrumentingStream::recordBeside(CPacket& packet) {
     const unsigned size = packet.StreamSize();
     return recordBeside(size, [&packet, size](std::uint64_t, char* room) { return packet.write(room, size) == size; });
-}
-
-bool CQVXInstrumentingStream::recordBeside(const Function& function) {
-    return recordBeside(function.size(), [this, &function](std::uint64_t tick, char* room) {
-        function.encode({tick, HWCtxId()}, SWCtx(), room);
-        return true;
-    });
 }
 
 void CQVXInstrumentingStream::takeIn() {
@@ -525,13 +496,13 @@ void CQVXInstrumentingStream::takeIn() {
     char text[100];
     const int length =
         std::snprintf(text, sizeof text, "%u packets were lost that came while another one was recorded", missed);
-    CMessagePayload payload(platform::g_recordingClock.now(), CMessagePayload::kErrorLevel);
+    const Bytes<std::int8_t> message{Message,
+                                     {CMessagePayload::kErrorLevel},
+                                     {text, static_cast<std::size_t>(length)},
+                                     Bytes<std::int8_t>::Begin::Tick};
     char bytes[sizeof text + 20];
-    CPacketHeader header(Message, CMessagePayload::Len());
-    char* to = bytes + header.write(bytes, CPacketHeader::Len());
-    encodePart(payload, to);
-    to = Function::encodeText(to + CMessagePayload::Len(), {text, static_cast<std::size_t>(length)});
-    keep(append(bytes, static_cast<unsigned>(to - bytes)));
+    message.encode(Moment::now(), SWCtx(), bytes);
+    keep(append(bytes, message.size()));
 }
 
 bool CQVXInstrumentingStream::good() {

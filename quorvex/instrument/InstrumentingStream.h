@@ -15,6 +15,7 @@ namespace Quorvex {
 
 namespace detail {
 class CallHooks;
+struct OwnRecording;
 
 /// Holds the file so that it is built before the writer on it.
 struct RecordingSink {
@@ -36,7 +37,7 @@ struct RecordingSink {
 ///     mapped   a killed program loses nothing, see below
 ///     quiet    nothing is said on standard error
 ///     off      nothing is recorded
-/// A program that is compiled with QUORVEX_NO_TRACE records nothing by the macros of FunctionScope.h.
+/// A program that is compiled with QUORVEX_NO_TRACE records nothing by the macros of Record.h.
 ///
 /// QVX_TRACECLOCK chooses what the time is read from; it is read once:
 ///     auto        the processor's counter where it may be relied on (platform/Clock.h tells where), else the system's
@@ -135,10 +136,11 @@ protected:
     void report(const char* text) override;
 
 private:
-    friend class CFunctionScope;
     friend class detail::CallHooks;
+    friend struct detail::OwnRecording;
     struct Registry;
-    struct Function;
+    template <class... Fields> struct Bytes;
+    using Function = Bytes<std::uint32_t>;
     class Use;
 
     /// The calling thread's stream, as get_Instance() makes it, also one that is completed.
@@ -162,11 +164,17 @@ private:
     /// For what comes while another packet is being put: `write` puts its `size` bytes into their room.
     template <class Write> bool recordBeside(unsigned size, Write&& write);
     bool recordBeside(CPacket& packet);
-    bool recordBeside(const Function& function);
+    template <class Packet> bool recordBytesBeside(const Packet& packet); ///< one of Bytes
+    /// Records a packet of Bytes in whatever place.
+    template <class Packet> bool record(const Packet& packet);
+    template <class Packet> bool recordNow(const Packet& packet); ///< for the one that uses the page
+    /// Records packets of Bytes that define `id`, unless that is known; inside another recording in any case.
+    template <class... Packets> bool define(detail::IdSet& known, unsigned id, const Packets&... packets);
     /// Puts what stands beside the page there, and tells of what found no room.
     void takeIn();
     void takeInLate(); ///< the same for what has come since a use took packets in, and while this does
     bool refuse();
+    bool takesPackets() const { return !m_closed.load() && !m_broken; }
     /// What the page has now counts.
     bool keep(bool done) {
         m_page.extend(filled());
@@ -201,7 +209,8 @@ private:
     detail::PageFile m_page;
     CCoreContext m_besideContext; ///< of what comes inside another recording
     std::uint64_t m_frequency;
-    detail::IdSet m_defined;
+    detail::IdSet m_defined;       ///< functions, by the ids that the program has given them
+    detail::IdSet m_announced;     ///< places in the program, by the numbers that Record.h gives them
     FrameOnPage m_parkedFrame;     ///< of a trace that is parked
     std::uint64_t m_parkedEnd = 0; ///< where it goes on
     char m_report[112] = {};       ///< the first one that is not in the message log yet

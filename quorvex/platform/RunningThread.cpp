@@ -2,10 +2,11 @@
 
 #if defined(_WIN32)
 #include <windows.h>
-#elif defined(__linux__)
+#else
 #include <cerrno>
 #include <csignal>
 #include <sys/types.h>
+#include <unistd.h>
 #endif
 
 namespace Quorvex::platform {
@@ -23,6 +24,14 @@ bool isThreadRunning([[maybe_unused]] unsigned id) {
     return kill(static_cast<pid_t>(id), 0) == 0 || errno != ESRCH;
 #else
     return true;
+#endif
+}
+
+unsigned currentProcessId() {
+#if defined(_WIN32)
+    return GetCurrentProcessId();
+#else
+    return static_cast<unsigned>(getpid());
 #endif
 }
 

@@ -8,4 +8,7 @@ namespace Quorvex::platform {
 /// be told. The number may be that of another thread by now.
 QUORVEX_API bool isThreadRunning(unsigned id);
 
+/// The number by which the system tells the process from all others that run now.
+QUORVEX_API unsigned currentProcessId();
+
 } // namespace Quorvex::platform

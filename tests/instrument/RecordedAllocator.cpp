@@ -3,7 +3,7 @@
 
 #include "tests/instrument/RecordedAllocator.h"
 
-#include "quorvex/instrument/FunctionScope.h"
+#include "quorvex/instrument/Record.h"
 
 #include <atomic>
 #include <cstdlib>
