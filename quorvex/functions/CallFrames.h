@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <optional>
 
 namespace Quorvex::detail {
 
@@ -21,6 +20,7 @@ class CallFrames {
 public:
     /// Calls that are open beyond so many are only counted.
     static constexpr unsigned kMost = 0x8000;
+    static constexpr unsigned kNotOpen = ~0U;
 
     struct Bounds {
         std::uintptr_t from = 0, to = 0; ///< to: behind it
@@ -59,9 +59,8 @@ public:
     }
 
     /// A function is left, by a hook at `at`, and returns to `site`. Calls `left` for the calls that have ended without
-    /// a word. The number of calls that it was within, or nothing where it is not open, or `left` has been told of it.
-    template <class Left>
-    std::optional<unsigned> leave(const void* function, std::uintptr_t at, const void* site, Left&& left) {
+    /// a word. The number of calls that it was within, or kNotOpen, also where `left` has been told of it.
+    template <class Left> unsigned leave(const void* function, std::uintptr_t at, const void* site, Left&& left) {
         // Compilers may call the hook of a leave when the frame is gone already; then it is above.
         if (m_depth != 0 && m_depth <= kMost) [[likely]] {
             const Call& call = m_calls[m_depth - 1];
@@ -119,20 +118,19 @@ private:
         }
         return last;
     }
-    template <class Left>
-    [[gnu::noinline]] std::optional<unsigned> leaveOther(const void* function, std::uintptr_t at, Left&& left) {
+    template <class Left> [[gnu::noinline]] unsigned leaveOther(const void* function, std::uintptr_t at, Left&& left) {
         if (m_depth > kMost && !(m_stack.contains(at) && hasEnded(top(), at)))
             return pop();
         const void* const last = dropEnded(at, left);
         if (m_depth > 0 && top().function == function && top().at == at)
             return pop();
         if (last == function)
-            return {};
+            return kNotOpen;
         unsigned found = m_depth < kMost ? m_depth : kMost;
         while (found > 0 && m_calls[found - 1].function != function)
             --found;
         if (found == 0)
-            return {};
+            return kNotOpen;
         while (m_depth > found)
             drop(left);
         return pop();

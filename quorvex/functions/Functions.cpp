@@ -11,13 +11,14 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <new>
-#include <optional>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #define QUORVEX_HOOK extern "C" __attribute__((visibility("default"), no_instrument_function))
+/// One that is called all the time: all that it usually does is part of it.
+#define QUORVEX_HOT_HOOK QUORVEX_HOOK __attribute__((flatten))
 
 /// Where the first stack of the process begins, as the loader knows it.
 extern "C" void* __libc_stack_end;
@@ -90,11 +91,9 @@ class CallHooks {
 public:
     static void enter(const CallFrames::Call& call) {
         Thread* const thread = t_thread ? t_thread : begin();
-        if (!thread) [[unlikely]]
+        if (!thread || isTooDeep(*thread)) [[unlikely]]
             return;
         const Inside inside(*thread);
-        if (!inside) [[unlikely]]
-            return;
         const auto address = reinterpret_cast<std::uintptr_t>(call.function);
         knowModule(*thread, address);
         const unsigned within = thread->frames.enter(call, Left{thread->depth});
@@ -104,22 +103,20 @@ public:
 
     static void leave(const void* function, std::uintptr_t frame, const void* site) {
         Thread* const thread = t_thread;
-        if (!thread) [[unlikely]]
+        if (!thread || isTooDeep(*thread)) [[unlikely]]
             return;
         const Inside inside(*thread);
-        if (!inside) [[unlikely]]
-            return;
-        const std::optional<unsigned> within = thread->frames.leave(function, frame, site, Left{thread->depth});
-        if (within && *within < thread->depth)
+        if (thread->frames.leave(function, frame, site, Left{thread->depth}) < thread->depth)
             record<tagTCode::FunctionLeave>(reinterpret_cast<std::uintptr_t>(function));
     }
 
 private:
+    static bool isTooDeep(const Thread& thread) {
+        return thread.inside != 0 && (thread.inside >= Thread::kMostInside || platform::uninterruptedHere() != 0);
+    }
     class Inside {
     public:
-        explicit Inside(Thread& thread)
-            : m_thread(thread),
-              m_may(thread.inside == 0 || (thread.inside < Thread::kMostInside && platform::uninterruptedHere() == 0)) {
+        explicit Inside(Thread& thread) : m_thread(thread) {
             ++m_thread.inside;
             std::atomic_signal_fence(std::memory_order_seq_cst);
         }
@@ -129,17 +126,15 @@ private:
             std::atomic_signal_fence(std::memory_order_seq_cst);
             --m_thread.inside;
         }
-        explicit operator bool() const { return m_may; }
 
     private:
         Thread& m_thread;
-        const bool m_may;
     };
 
     /// Records the end of a call that ended without a word.
     struct Left {
         unsigned depth;
-        void operator()(const void* function, unsigned within) const {
+        [[gnu::noinline, gnu::cold]] void operator()(const void* function, unsigned within) const {
             if (within < depth)
                 record<tagTCode::FunctionLeave>(reinterpret_cast<std::uintptr_t>(function));
         }
@@ -244,12 +239,12 @@ void CallHooks::afterForkInChild() {
 
 } // namespace Quorvex::detail
 
-QUORVEX_HOOK void __cyg_profile_func_enter(void* function, void* site) {
+QUORVEX_HOT_HOOK void __cyg_profile_func_enter(void* function, void* site) {
     Quorvex::detail::CallHooks::enter(
         {function, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), site, __builtin_return_address(0)});
 }
 
-QUORVEX_HOOK void __cyg_profile_func_exit(void* function, void* site) {
+QUORVEX_HOT_HOOK void __cyg_profile_func_exit(void* function, void* site) {
     Quorvex::detail::CallHooks::leave(function, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), site);
 }
 
