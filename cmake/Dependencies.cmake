@@ -2,6 +2,7 @@
 # distribution has binaries for all targets, of the others for its own system alone. For other targets (-m32, Windows)
 # they are built from what its packages bring along: sources of GoogleTest, and headers that need no library of the
 # others. elfutils names the functions of recorded programs; without it, qvx tells them by their addresses.
+# libbabeltrace2 reads CTF for `qvx import`, where it is.
 option(QUORVEX_DEPENDENCIES_FROM_SOURCE "Build what the tools and tests need from sources and headers in /usr"
   ${CMAKE_CROSSCOMPILING})
 
@@ -23,6 +24,14 @@ if(NOT QUORVEX_DEPENDENCIES_FROM_SOURCE)
     find_package(CLI11 REQUIRED)
     find_package(fmt REQUIRED)
     find_package(RapidJSON REQUIRED)
+    find_package(PkgConfig)
+    if(PkgConfig_FOUND)
+      pkg_check_modules(babeltrace2 IMPORTED_TARGET babeltrace2)
+    endif()
+    set(QUORVEX_HAS_BABELTRACE ${babeltrace2_FOUND})
+    if(NOT QUORVEX_HAS_BABELTRACE)
+      message(STATUS "libbabeltrace2 (packages libbabeltrace2-dev and pkg-config) is missing: qvx will not import CTF")
+    endif()
   endif()
   if(QUORVEX_BUILD_TESTS)
     find_package(GTest REQUIRED)

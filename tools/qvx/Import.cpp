@@ -51,15 +51,23 @@ private:
     std::size_t m_size = 0;
 };
 
-ExitCode import(ImportOptions& options) {
-    options.output.check({options.file});
+/// Reads a directory; the format that it is of.
+const Importer& readDirectory(const ImportOptions& options, ImportedTrace& trace) {
+    const Importer& format =
+        options.format ? *options.format : *std::ranges::find_if(importers(), &Importer::readDirectory);
+    if (!format.readDirectory)
+        throw Failure(options.file, platform::errorText(EISDIR));
+    format.readDirectory(options.file, trace);
+    return format;
+}
+
+/// Reads a file, or standard input; the format that it is of.
+const Importer& readFile(const ImportOptions& options, ImportedTrace& trace) {
     const bool isStandardInput = options.file == "-";
     const std::string name = isStandardInput ? "standard input" : options.file;
     std::ifstream file;
     std::istream* source = &std::cin;
     if (!isStandardInput) {
-        if (platform::FileStatus::of(options.file).sort == platform::FileStatus::Directory)
-            throw Failure(name, platform::errorText(EISDIR));
         file.open(options.file, std::ios::binary);
         if (!file.is_open())
             throw Failure(name, platform::errorText(platform::openError(options.file.c_str())));
@@ -70,15 +78,25 @@ ExitCode import(ImportOptions& options) {
     const Importer* format = options.format;
     if (!format)
         format = &*std::ranges::find_if(importers(), [&](const Importer& its) { return its.takes(head.text()); });
-    ImportedTrace trace;
+    if (!format->read)
+        throw Failure(name, fmt::format("is no directory, as traces in the format {} are", format->name));
     format->read(in, name, trace);
     if (source->bad())
         throw Failure(name, platform::errorText(EIO));
+    return *format;
+}
+
+ExitCode import(ImportOptions& options) {
+    options.output.check({options.file});
+    const bool isDirectory = platform::FileStatus::of(options.file).sort == platform::FileStatus::Directory;
+    ImportedTrace trace;
+    const Importer& format = isDirectory ? readDirectory(options, trace) : readFile(options, trace);
     const std::uint64_t packets = trace.write(options.output.target(), !options.shape.plain, options.shape.relative);
     std::string list;
     for (const auto& [what, count] : trace.losses())
         list += fmt::format("{}{} ({})", list.empty() ? "" : ", ", what, count);
-    tell(fmt::format("{}: {} packets of {}", name, packets, format->description));
+    const std::string name = options.file == "-" ? "standard input" : options.file;
+    tell(fmt::format("{}: {} packets of {}", name, packets, format.description));
     if (list.empty())
         return Done;
     tell(fmt::format("{}: not kept: {}", name, list));
@@ -90,7 +108,8 @@ ExitCode import(ImportOptions& options) {
 void addImport(Program& program) {
     auto options = std::make_shared<ImportOptions>();
     Verb verb = program.add("import", "Make a trace of what another tool has recorded");
-    verb.option("FILE", options->file, "What the other tool has written; - for standard input").required();
+    verb.option("FILE", options->file, "What the other tool has written, a file or a directory; - for standard input")
+        .required();
     std::vector<std::pair<std::string, const Importer*>> formats;
     std::string list;
     for (const Importer& format : importers()) {

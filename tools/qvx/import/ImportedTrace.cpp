@@ -3,6 +3,7 @@
 #include "../Output.h"
 #include "../TraceInput.h"
 #include "../TraceOutput.h"
+#include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/Context.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -23,8 +24,9 @@ using namespace Quorvex;
 
 namespace {
 
-constexpr std::uint64_t kOpen = UINT64_MAX; ///< the end of a call whose end is not known
-constexpr std::uint32_t kLinesOfBus = 512;  ///< of signals
+constexpr std::uint64_t kOpen = UINT64_MAX;        ///< the end of a call whose end is not known
+constexpr std::uint32_t kLast = ~std::uint32_t{0}; ///< the function that was entered last
+constexpr std::uint32_t kLinesOfBus = 512;         ///< of signals
 constexpr std::uint64_t kExactDouble = 1ull << 53;
 
 std::optional<std::uint32_t> numberIn(std::string_view text) {
@@ -112,7 +114,11 @@ void ImportedTrace::enter(Thread thread, std::uint64_t time, std::string_view fu
 }
 
 void ImportedTrace::leave(Thread thread, std::uint64_t time) {
-    put(time, 0, {Sort::Leave, thread});
+    put(time, 0, {Sort::Leave, thread, kLast});
+}
+
+void ImportedTrace::leave(Thread thread, std::uint64_t time, std::string_view function) {
+    put(time, 0, {Sort::Leave, thread, m_functions(function)});
 }
 
 void ImportedTrace::call(Thread thread, std::uint64_t time, std::uint64_t duration, std::string_view function) {
@@ -160,6 +166,16 @@ void ImportedTrace::signal(std::uint64_t time, std::string_view name, bool value
 
 void ImportedTrace::message(std::uint64_t time, std::string_view text) {
     put(time, 0, {Sort::Message}, text);
+}
+
+void ImportedTrace::packets(std::uint64_t time, std::string_view bytes) {
+    put(time, 0, {Sort::Packets}, bytes);
+}
+
+void ImportedTrace::packet(std::uint64_t time, CPacket&& packet) {
+    std::string bytes(packet.StreamSize(), '\0');
+    packet.write(bytes.data(), packet.StreamSize());
+    packets(time, bytes);
 }
 
 void ImportedTrace::lose(std::string_view reason, std::uint64_t count) {
@@ -244,6 +260,22 @@ private:
         ++m_packets;
         m_output.write(PacketPointer(packet), m_target.name(), 0);
     }
+    void putAll(std::string_view bytes) {
+        while (!bytes.empty()) {
+            unsigned size = 0;
+            CPacket* packet = nullptr;
+            try {
+                packet = CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), size);
+            } catch (const CQVXException&) { // its bytes are none of its kind
+            }
+            if (!packet) {
+                m_trace.lose("packets that cannot be read");
+                return;
+            }
+            put(packet);
+            bytes.remove_prefix(size);
+        }
+    }
     void tell(const std::string& text) { put(new CLogMsg(m_time, textOf(text))); }
     CCoreContext at(const Happening& what, std::uint64_t address = kUnknown64) const {
         return {m_time, what.core, m_trace.m_threads[what.thread].number, address};
@@ -268,7 +300,7 @@ private:
                 continue; // it has been left
             m_time = end.time;
             for (auto calls = outer - stack.rbegin() + 1; calls > 0; --calls)
-                leave({.sort = Sort::Leave, .thread = end.thread});
+                leave({.sort = Sort::Leave, .thread = end.thread, .name = kLast});
         }
     }
 
@@ -293,12 +325,18 @@ private:
 
     void leave(const Happening& what) {
         std::vector<Call>& stack = m_stacks[what.thread];
-        if (stack.empty()) {
+        const auto its = what.name == kLast
+                             ? stack.rbegin()
+                             : std::ranges::find(stack.rbegin(), stack.rend(), what.name, &Call::function);
+        if (its == stack.rend()) {
             m_trace.lose("ends of calls that have not begun");
             return;
         }
-        put(new CFunctionLeave(at(what), stack.back().function + 1));
-        stack.pop_back();
+        auto calls = its - stack.rbegin() + 1;
+        if (calls > 1)
+            m_trace.lose("calls that go on behind the end of their callers", static_cast<std::uint64_t>(calls - 1));
+        for (; calls > 0; --calls, stack.pop_back())
+            put(new CFunctionLeave(at(what), stack.back().function + 1));
     }
 
     void show(const Happening& what, std::string_view text) {
@@ -340,6 +378,9 @@ private:
             break;
         case Sort::Message:
             tell(std::string(text));
+            break;
+        case Sort::Packets:
+            putAll(text);
             break;
         }
     }

@@ -11,6 +11,10 @@
 #include <utility>
 #include <vector>
 
+namespace Quorvex {
+class CPacket;
+}
+
 namespace qvx {
 
 class Target;
@@ -36,6 +40,8 @@ public:
     /// A function is entered, and the one that was entered last is left.
     void enter(Thread thread, std::uint64_t time, std::string_view function);
     void leave(Thread thread, std::uint64_t time);
+    /// That function is left, and with it what it has entered since.
+    void leave(Thread thread, std::uint64_t time, std::string_view function);
     /// A call with a known end. Of those that begin at one time the longer one is the outer one.
     void call(Thread thread, std::uint64_t time, std::uint64_t duration, std::string_view function);
     /// A process comes to run on a core, as the thread, or stops.
@@ -52,6 +58,10 @@ public:
     /// A signal of one bit.
     void signal(std::uint64_t time, std::string_view name, bool value);
     void message(std::uint64_t time, std::string_view text);
+    /// Packets as they are, with texts behind them. What they define is nothing to the functions, events and so on
+    /// above.
+    void packets(std::uint64_t time, std::string_view bytes);
+    void packet(std::uint64_t time, Quorvex::CPacket&& packet);
 
     /// Counts what cannot be kept, by reason.
     void lose(std::string_view reason, std::uint64_t count = 1);
@@ -61,7 +71,7 @@ public:
     std::uint64_t write(Target& target, bool isPaged, bool isRelative);
 
 private:
-    enum class Sort : std::uint8_t { Enter, Leave, Call, Run, Stop, Integer, Double, Happen, Signal, Message };
+    enum class Sort : std::uint8_t { Enter, Leave, Call, Run, Stop, Integer, Double, Happen, Signal, Message, Packets };
     struct Happening;
     class Writing;
 

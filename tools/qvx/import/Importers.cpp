@@ -31,6 +31,10 @@ bool isFolded(std::string_view head) {
     return digits != std::string_view::npos && digits > 0 && digits + 1 < line.size() && line[digits] == ' ';
 }
 
+bool isCtf(std::string_view head) {
+    return head.starts_with("/* CTF ");
+}
+
 bool isAny(std::string_view) {
     return true;
 }
@@ -42,6 +46,7 @@ const std::vector<Importer>& importers() {
         {"chrome", "Chrome trace events (JSON)", isJson, readChromeJson},
         {"vcd", "value change dump", isValueChanges, readValueChanges},
         {"folded", "folded stacks", isFolded, readFoldedStacks},
+        {"ctf", "Common Trace Format", isCtf, nullptr, readCtf},
         {"perf", "what perf script prints", isAny, readPerfScript},
     };
     return kImporters;
