@@ -206,6 +206,20 @@ def check_ctf(trace):
         expect(f'fields of {name}', set(), left)
 
 
+def check_ctf_back(traces):
+    """What is exported, imported and exported again is the same, but for the names of the traces."""
+    with tempfile.TemporaryDirectory() as work:
+        qvx('export', *traces, '-o', f'{work}/one.ctf')
+        done = subprocess.run([QVX, 'import', f'{work}/one.ctf', '-o', f'{work}/run.qvx'], capture_output=True)
+        if b'has no CTF' in done.stderr:
+            return skipped.add('no libbabeltrace2 in qvx (package libbabeltrace2-dev)')
+        expect('import of CTF', 0, done.returncode)
+        qvx('export', f'{work}/run.qvx', '-o', f'{work}/two.ctf')
+        one, two = ([re.sub(rb'(?<=inputs = ").*?(?="; first_tick)', b'', pathlib.Path(f'{work}/{which}.ctf/{file}').read_bytes())
+                     for file in ('metadata', 'stream')] for which in ('one', 'two'))
+        expect('CTF again', one, two)
+
+
 def check_page():
     """The table in docs/viewers.md is what the formats say of themselves."""
     formats = lines(qvx('export', '--list', '--format', 'json'))
@@ -236,6 +250,7 @@ def check_all(traces):
     expect('the sum of folded stacks', sum(row['self_ns'] for row in stats.values()),
            sum(int(line.rsplit(' ', 1)[1]) for line in folded.splitlines()))
     check_ctf(traces[0])
+    check_ctf_back(traces)
 
 
 with tempfile.TemporaryDirectory() as recorded:
@@ -245,6 +260,7 @@ with tempfile.TemporaryDirectory() as recorded:
 for check in (check_chrome, check_speedscope, check_tables, check_perfetto):
     check([SAMPLES])
 check_ctf(SAMPLES)
+check_ctf_back([SAMPLES])
 check_page()
 for reader in sorted(skipped):
     print(f'skipped: {reader}')

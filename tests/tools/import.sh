@@ -159,6 +159,153 @@ shows 'value changes' <<'OUT'
          0.000000090     -          0  CounterValue top.sub.data[7:0]  Value=1
 OUT
 
+# CTF: what another tracer has recorded, in a directory of two traces with clocks of their own. Of the kernel one stream
+# a core, whose switches tell the threads; of a program threads in the events, and calls by addresses.
+if ! python3 -c '' 2>/dev/null; then
+    echo 'skipped: python3, which writes CTF, is missing'
+elif mkdir -p session/kernel session/ust && "$qvx" import session -o none.qvx 2>err; grep -q 'has no CTF' err; then
+    echo 'skipped: CTF, which this qvx was built without'
+else
+    run 1 import session -f -o none.qvx
+    says 'qvx: session: is no CTF trace'
+    python3 - <<'PY'
+import struct
+
+TYPES = '''/* CTF 1.8 */
+typealias integer { size = 8; align = 8; } := u8;
+typealias integer { size = 32; align = 8; } := u32;
+typealias integer { size = 32; align = 8; signed = true; } := i32;
+typealias integer { size = 64; align = 8; } := u64;
+typealias integer { size = 64; align = 8; base = 16; } := address;
+typealias floating_point { exp_dig = 11; mant_dig = 53; align = 8; } := real;
+trace { major = 1; minor = 8; byte_order = le; packet.header := struct { u32 magic; }; };
+clock { name = c; freq = %d; offset_s = %d; };
+typealias integer { size = 64; align = 8; map = clock.c.value; } := tick;
+stream { packet.context := struct { tick timestamp_begin; tick timestamp_end; u64 content_size; u64 packet_size;
+    u64 events_discarded; u32 cpu_id; }; event.header := struct { u8 id; tick timestamp; }; %s };
+'''
+
+
+def metadata(directory, frequency, seconds, context, *events):
+    with open(f'session/{directory}/metadata', 'w') as out:
+        out.write(TYPES % (frequency, seconds, context))
+        for number, (name, fields) in enumerate(events):
+            out.write(f'event {{ name = "{name}"; id = {number}; fields := struct {{ {fields} }}; }};\n')
+
+
+def packet(core, lost, *events):
+    """Events are (time, number, fields)."""
+    body = b''.join(struct.pack('<BQ', number, time) + b''.join(fields) for time, number, *fields in events)
+    size = 8 * (48 + len(body))
+    return struct.pack('<IQQQQQI', 0xC1FC1FC1, events[0][0], events[-1][0], size, size, lost, core) + body
+
+
+def u8(*values): return bytes(values)
+def u32(*values): return struct.pack(f'<{len(values)}i', *values)
+def u64(*values): return struct.pack(f'<{len(values)}Q', *values)
+def text(value): return value.encode() + b'\0'
+def switch(time, last, next_): return time, 0, u32(last), text(f't{last}'), u32(next_), text(f't{next_}'), u32(120)
+
+
+metadata('kernel', 1000000000, 1000, '',
+         ('sched_switch', 'i32 prev_tid; string prev_comm; i32 next_tid; string next_comm; i32 next_prio;'),
+         ('syscall_entry_open', 'string filename; address flags;'), ('syscall_exit_open', 'i32 ret;'),
+         ('sched_process_exit', 'i32 tid;'), ('irq_begin', 'u8 irq;'), ('irq_end', 'u8 irq;'),
+         ('lttng_statedump_process_state', 'i32 tid; i32 pid; string name;'),
+         ('thread_switched_out', 'u32 thread_id; string name;'), ('thread_switched_in', 'u32 thread_id; string name;'),
+         ('app:data', 'u64 big; real part; i32 less; enum : u8 { IDLE = 0, BUSY = 1 ... 3 } state; struct { u8 x; } at;'
+          ' u8 row[2]; variant <state> { u8 IDLE; string BUSY; } as;'))
+with open('session/kernel/cpu0', 'wb') as out:
+    out.write(packet(0, 0, (1000, 4, u8(1)), switch(2000, 0, 7), (2500, 1, text('/etc'), u64(0x8000)),
+                     switch(3000, 7, 8), (3500, 3, u32(9)), switch(4000, 8, 7), (4500, 2, u32(-2))))
+    out.write(packet(0, 5, (6000, 9, u64(2**63), struct.pack('<d', .5), u32(-3), u8(2, 4, 1, 2), text('abc')),
+                     (6500, 9, u64(3), struct.pack('<d', 2), u32(3), u8(0, 4, 1, 2, 6)), switch(7000, 7, 0)))
+with open('session/kernel/cpu1', 'wb') as out:
+    out.write(packet(1, 0, switch(2200, 0, 9), (2600, 4, u8(3)), (2700, 4, u8(4)), (2800, 5, u8(3)),
+                     (8000, 6, u32(9, 3), text('nine')), (8100, 7, u32(9), text('nine')), (8200, 8, u32(11), text('')), (9000, 5, u8(3))))
+metadata('ust', 1000000, 999, 'event.context := struct { i32 vpid; i32 vtid; string procname; address ip; };',
+         ('lttng_ust_cyg_profile:func_entry', 'address addr; address call_site;'),
+         ('lttng_ust_cyg_profile:func_exit', 'address addr; address call_site;'), ('app:mark', ''))
+who = u32(7, 8) + text('worker') + u64(0x1234)
+with open('session/ust/stream', 'wb') as out:
+    out.write(packet(0, 0, (5, 2, who), (1000003, 0, who, u64(0x401000, 1)), (1000004, 0, who, u64(0x402000, 2)),
+                     (1000005, 1, who, u64(0x402000, 2)), (1000006, 1, who, u64(0x401000, 1)), (1000006, 2, who)))
+PY
+    run 3 import session -f -o out.qvx
+    says 'not kept: call sites (4), ends of calls that have not begun (1), events before time 0 (1), events that the tracer discarded (5), rows of values (2), values of more than 63 bits (1)'
+    "$qvx" check out.qvx >checked || { cat checked; fail 'CTF gives a trace with findings'; }
+    "$qvx" dump --format text out.qvx | sed 1d >shown
+    shows CTF <<'OUT'
+         0.000000000     -          -  Message "quorvex.thread pid=1 tid=1 name=cpu 0"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=7 tid=7 name=t7"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=1 tid=2 name=cpu 1"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=3 tid=9 name=nine"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=7 tid=8 name=worker"  Priority=0
+         0.000000000     -          1  > irq
+         0.000000000     -          1    CounterValue irq_begin.irq  Value=1
+         0.000001000     0          7  > process t7
+         0.000001000     -          1    CounterValue sched_switch.next_prio  Value=120
+         0.000001200     1          9  > process nine
+         0.000001200     -          2  CounterValue sched_switch.next_prio  Value=120
+         0.000001500     -          7  > syscall_open
+         0.000001500     -          -  Message "7 syscall_entry_open: filename=/etc flags=0x8000"  Priority=0
+         0.000001600     -          9  > irq
+         0.000001600     -          9    CounterValue irq_begin.irq  Value=3
+         0.000001700     -          9    > irq
+         0.000001700     -          9      CounterValue irq_begin.irq  Value=4
+         0.000001800     -          9    < irq  100 ns
+         0.000001800     -          9    CounterValue irq_end.irq  Value=3
+         0.000002000     -          8  > 0x401000
+         0.000002000     0          7    < process t7  1.000 us
+         0.000002000     0          8    > process t7
+         0.000002000     -          7    CounterValue sched_switch.next_prio  Value=120
+         0.000002500     0          8    Event sched_process_exit
+         0.000002500     -          8    CounterValue sched_process_exit.tid  Value=9
+         0.000003000     -          8    > 0x402000
+         0.000003000     0          8      < process t7  1.000 us
+         0.000003000     0          7    > process t7
+         0.000003000     -          8      CounterValue sched_switch.next_prio  Value=120
+         0.000003500     -          7  < syscall_open  2.000 us
+         0.000003500     -          7  CounterValue syscall_exit_open.ret  Value=18446744073709551614
+         0.000004000     -          8    < 0x402000  1.000 us
+         0.000005000     -          8  < 0x401000  3.000 us
+         0.000005000     0          8  Event app:mark  IP=0x0000000000001234
+         0.000005000     0          7  Event app:data
+         0.000005000     -          7  CounterValue app:data.part  Value=4602678819172646912
+         0.000005000     -          7  CounterValue app:data.less  Value=18446744073709551613
+         0.000005000     -          7  CounterValue app:data.at.x  Value=4
+         0.000005000     -          -  Message "7 app:data: state=BUSY as=abc"  Priority=0
+         0.000005500     0          7  Event app:data
+         0.000005500     -          7  CounterValue app:data.big  Value=3
+         0.000005500     -          7  CounterValue app:data.part  Value=4611686018427387904
+         0.000005500     -          7  CounterValue app:data.less  Value=3
+         0.000005500     -          7  CounterValue app:data.at.x  Value=4
+         0.000005500     -          7  CounterValue app:data.as  Value=6
+         0.000005500     -          -  Message "7 app:data: state=IDLE"  Priority=0
+         0.000006000     -          -  TraceBroken
+         0.000006000     0          7  < process t7  3.000 us
+         0.000006000     -          7  CounterValue sched_switch.next_prio  Value=120
+         0.000007000     1          9    Event lttng_statedump_process_state
+         0.000007100     1          9    < process nine  5.900 us
+         0.000007200     1         11  > process 0x0000000b
+         0.000008000     -         11  CounterValue irq_end.irq  Value=3
+OUT
+    run 1 import session/ust/metadata -f -o none.qvx
+    says 'is no directory'
+    run 1 import session --format vcd -f -o none.qvx
+    cp -r session cut
+    truncate -s -1 cut/ust/stream
+    run 1 import cut -f -o none.qvx
+    says "qvx: cut: Failed to index CTF stream file"
+    cp session/ust/stream cut/ust
+    sed -i 's/ id = 1; / id = 9; /' cut/ust/metadata # of which the second call is
+    run 3 import cut -f -o damaged.qvx
+    says 'the rest, which cannot be read: '
+    : >cut/ust/metadata
+    run 1 import cut -f -o none.qvx
+    [ -e none.qvx ] && fail 'a trace of a failed import'
+fi
+
 # What is none of them, and what cannot be read.
 printf 'hello\n' | run 1 import - -f -o none.qvx
 says 'has no line of perf script'

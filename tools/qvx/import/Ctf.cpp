@@ -371,7 +371,11 @@ private:
     }
 
     std::optional<std::uint64_t> timeOf(const Stream& stream, const bt_clock_snapshot* clock) {
-        const std::uint64_t value = ticksOf(bt_clock_snapshot_get_value(clock), stream.frequency);
+        const std::uint64_t cycles = bt_clock_snapshot_get_value(clock);
+        const std::uint64_t value = ticksOf(cycles, stream.frequency);
+        if (stream.frequency != m_frequency &&
+            TimeBase::unitsOf(value, m_frequency, stream.frequency, kUnknown64) != cycles)
+            m_trace.lose("parts of ticks");
         const std::uint64_t time = value + stream.shift;
         const bool isBack = stream.shift > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
         if (isBack != (time < value) || time == kUnknown64) {
