@@ -470,20 +470,20 @@ private:
             }
             return false;
         };
-        for (const auto& [begin, end] : kPairs) {
+        for (const auto& pair : kPairs) {
             for (const bool isBegin : {true, false}) {
-                const bool isPair =
-                    eachWord(facts.name, isBegin ? begin : end, [&](std::string_view before, std::string_view after) {
-                        const std::string_view partner = isBegin ? end : begin;
-                        if (!exists(std::string(before).append(partner).append(after)))
-                            return false;
-                        if (before.ends_with('_'))
-                            before.remove_suffix(1);
-                        else if (after.starts_with('_'))
-                            after.remove_prefix(1);
-                        facts.function = std::string(before).append(after);
-                        return true;
-                    });
+                const std::string_view word = isBegin ? pair.first : pair.second;
+                const std::string_view partner = isBegin ? pair.second : pair.first;
+                const bool isPair = eachWord(facts.name, word, [&](std::string_view before, std::string_view after) {
+                    if (!exists(std::string(before).append(partner).append(after)))
+                        return false;
+                    if (before.ends_with('_'))
+                        before.remove_suffix(1);
+                    else if (after.starts_with('_'))
+                        after.remove_prefix(1);
+                    facts.function = std::string(before).append(after);
+                    return true;
+                });
                 if (isPair) {
                     facts.sort = isBegin ? EventFacts::Sort::Begins : EventFacts::Sort::Ends;
                     facts.isCall = isOneOf(kCalls, ownName(facts.function));
