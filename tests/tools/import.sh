@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs qvx import on what other tools write.
 #
-#     import.sh QVX
+#     import.sh QVX PROGRAM
 . "$(dirname "$0")/common.sh"
 
 # imports CODE [OPTION...] <INPUT: makes a trace, which must be legal, and shows it in the file shown.
@@ -160,7 +160,8 @@ shows 'value changes' <<'OUT'
 OUT
 
 # CTF: what another tracer has recorded, in a directory of two traces with clocks of their own. Of the kernel one stream
-# a core, whose switches tell the threads; of a program threads in the events, and calls by addresses.
+# a core, whose switches tell the threads; of a program threads in the events, and calls by addresses, one of them in a
+# file that is there.
 if ! python3 -c '' 2>/dev/null; then
     echo 'skipped: python3, which writes CTF, is missing'
 elif mkdir -p session/kernel session/ust && "$qvx" import session -o none.qvx 2>err; grep -q 'has no CTF' err; then
@@ -168,8 +169,9 @@ elif mkdir -p session/kernel session/ust && "$qvx" import session -o none.qvx 2>
 else
     run 1 import session -f -o none.qvx
     says 'qvx: session: is no CTF trace'
-    python3 - <<'PY'
+    python3 - "$2" "$(nm "$2" | sed -n 's/ T main$//p')" <<'PY'
 import struct
+import sys
 
 TYPES = '''/* CTF 1.8 */
 typealias integer { size = 8; align = 8; } := u8;
@@ -225,16 +227,19 @@ with open('session/kernel/cpu1', 'wb') as out:
                      (8000, 6, u32(9, 3), text('nine')), (8100, 7, u32(9), text('nine')), (8200, 8, u32(11), text('')), (9000, 5, u8(3))))
 metadata('ust', 1000000, 999, 'event.context := struct { i32 vpid; i32 vtid; string procname; address ip; };',
          ('lttng_ust_cyg_profile:func_entry', 'address addr; address call_site;'),
-         ('lttng_ust_cyg_profile:func_exit', 'address addr; address call_site;'), ('app:mark', ''))
+         ('lttng_ust_cyg_profile:func_exit', 'address addr; address call_site;'), ('app:mark', ''),
+         ('lttng_ust_statedump:bin_info', 'address baddr; address memsz; string path; u8 is_pic;'))
 who = u32(7, 8) + text('worker') + u64(0x1234)
 with open('session/ust/stream', 'wb') as out:
     out.write(packet(0, 0, (5, 2, who), (1000003, 0, who, u64(0x401000, 1)), (1000004, 0, who, u64(0x402000, 2)),
-                     (1000005, 1, who, u64(0x402000, 2)), (1000006, 1, who, u64(0x401000, 1)), (1000006, 2, who)))
+                     (1000005, 1, who, u64(0x402000, 2)), (1000006, 1, who, u64(0x401000, 1)), (1000006, 2, who),
+                     (1000007, 0, who, u64(0x10000000 + int(sys.argv[2], 16), 1)),
+                     (1000008, 3, who, u64(0x10000000, 1 << 20), text(sys.argv[1]), u8(1))))
 PY
     run 3 import session -f -o out.qvx
-    says 'not kept: call sites (4), ends of calls that have not begun (1), events before time 0 (1), events that the tracer discarded (5), rows of values (2), values of more than 63 bits (1)'
+    says 'not kept: call sites (5), ends of calls that have not begun (1), events before time 0 (1), events that the tracer discarded (5), rows of values (2), values of more than 63 bits (1)'
     "$qvx" check out.qvx >checked || { cat checked; fail 'CTF gives a trace with findings'; }
-    "$qvx" dump --format text out.qvx | sed 1d >shown
+    "$qvx" dump --format text out.qvx | sed '1d; /bin_info/d' >shown
     shows CTF <<'OUT'
          0.000000000     -          -  Message "quorvex.thread pid=1 tid=1 name=cpu 0"  Priority=0
          0.000000000     -          -  Message "quorvex.thread pid=7 tid=7 name=t7"  Priority=0
@@ -283,6 +288,7 @@ PY
          0.000005500     -          7  CounterValue app:data.as  Value=6
          0.000005500     -          -  Message "7 app:data: state=IDLE"  Priority=0
          0.000006000     -          -  TraceBroken
+         0.000006000     -          8  > main
          0.000006000     0          7  < process t7  3.000 us
          0.000006000     -          7  CounterValue sched_switch.next_prio  Value=120
          0.000007000     1          9    Event lttng_statedump_process_state

@@ -3,6 +3,7 @@
 /// events and fields tell what they mean.
 
 #include "../Verbs.h"
+#include "CodeModules.h"
 #include "CtfPackets.h"
 #include "ImportedTrace.h"
 #include "Importers.h"
@@ -72,10 +73,15 @@ constexpr std::pair<std::string_view, std::string_view> kPairs[] = {
     {"entry", "exit"}, {"enter", "exit"}, {"enter", "leave"}, {"begin", "end"}, {"start", "end"}, {"start", "stop"},
 };
 
+/// Events that tell where programs and libraries stand in memory.
+constexpr std::string_view kModules[] = {"bin_info", "build_id", "load", "dlopen"};
+
 /// What is called by such names is a function that a field tells: one of these.
 constexpr std::string_view kCalls[] = {"", "func", "function", "call"};
-constexpr std::string_view kFunctions[] = {"name", "function", "func", "addr"};
+constexpr std::string_view kFunctions[] = {"name", "function", "func"};
+constexpr char kAddress[] = "addr";
 constexpr char kCallSite[] = "call_site";
+constexpr char kBuildId[] = "build_id";
 
 template <std::size_t kCount> bool isOneOf(const std::string_view (&names)[kCount], std::string_view name) {
     return std::ranges::find(names, name) != std::end(names);
@@ -113,8 +119,9 @@ struct EventFacts {
     Held<const bt_event_class, bt_event_class_put_ref> held; ///< so that there is no other one at its place
     std::string name;
     Sort sort = Sort::Happens;
-    std::string function; ///< that begins or ends
-    bool isCall = false;  ///< of which a field tells the function
+    std::string function;  ///< that begins or ends
+    bool isCall = false;   ///< of which a field tells the function
+    bool isModule = false; ///< it may tell where a file of code stands
     const ThreadEvent* thread = nullptr;
     std::optional<CtfPackets> packets; ///< of an event that was a packet
 };
@@ -133,6 +140,18 @@ public:
     /// A number of that name in the payload alone.
     std::optional<std::int64_t> own(std::string_view name) const { return integer(member(payload(), name)); }
     std::string_view ownText(std::string_view name) const { return text(member(payload(), name)); }
+
+    /// Small numbers in a row.
+    std::string ownBytes(std::string_view name) const {
+        std::string bytes;
+        const bt_field* const row = member(payload(), name);
+        if (row && bt_field_class_type_is(bt_field_get_class_type(row), BT_FIELD_CLASS_TYPE_ARRAY)) {
+            for (std::uint64_t i = 0; i < bt_field_array_get_length(row); ++i)
+                bytes +=
+                    static_cast<char>(integer(bt_field_array_borrow_element_field_by_index_const(row, i)).value_or(0));
+        }
+        return bytes;
+    }
 
     /// A field of one of those names, also in the contexts.
     template <std::size_t kCount> const bt_field* find(const std::string_view (&names)[kCount]) const {
@@ -231,6 +250,8 @@ public:
         }
         if (m_end > m_told)
             tellTick(m_end);
+        for (const auto& [key, at] : m_addresses)
+            m_trace.nameFunction(key, m_modules.nameOf(at.first, at.second));
     }
 
 private:
@@ -447,6 +468,7 @@ private:
         const std::string_view own = ownName(facts.name);
         const auto* thread = std::ranges::find(kThreadEvents, own, &ThreadEvent::event);
         facts.thread = thread == std::end(kThreadEvents) ? nullptr : thread;
+        facts.isModule = isOneOf(kModules, own);
         if (own == "sched_switch")
             facts.sort = EventFacts::Sort::Switches;
         else if (own == "thread_switched_in")
@@ -487,6 +509,8 @@ private:
                 if (isPair) {
                     facts.sort = isBegin ? EventFacts::Sort::Begins : EventFacts::Sort::Ends;
                     facts.isCall = isOneOf(kCalls, ownName(facts.function));
+                    if (facts.function.ends_with(':'))
+                        facts.function.pop_back();
                     return;
                 }
             }
@@ -554,6 +578,10 @@ private:
                            fields.ownText(facts.thread->name));
         }
 
+        const std::int64_t process = fields.number(kProcesses).value_or(0);
+        if (facts.isModule)
+            tellModule(fields, process);
+
         switch (facts.sort) {
         case EventFacts::Sort::Switches:
             switchThreads(fields, time, core);
@@ -563,10 +591,10 @@ private:
             switchThread(facts, fields, time, core);
             break;
         case EventFacts::Sort::Begins:
-            m_trace.enter(thread, time, functionOf(facts, fields));
+            m_trace.enter(thread, time, functionOf(facts, fields, process));
             break;
         case EventFacts::Sort::Ends:
-            if (const std::string function = functionOf(facts, fields); function.empty())
+            if (const std::string function = functionOf(facts, fields, process); function.empty())
                 m_trace.leave(thread, time);
             else
                 m_trace.leave(thread, time, function);
@@ -587,16 +615,34 @@ private:
     }
 
     /// What begins or ends; empty where the last that has begun ends.
-    static std::string functionOf(const EventFacts& facts, const EventFields& fields) {
+    std::string functionOf(const EventFacts& facts, const EventFields& fields, std::int64_t process) {
         for (const std::string_view name : kFunctions) {
             if (!facts.isCall)
                 break;
             if (const std::string_view text = fields.ownText(name); !text.empty())
                 return std::string(text);
             if (const auto number = fields.own(name))
-                return name == "addr" ? fmt::format("{:#x}", *number) : std::to_string(*number);
+                return std::to_string(*number);
+        }
+        if (const auto address = fields.own(kAddress); facts.isCall && address) {
+            // Programs may have other functions at the same address.
+            std::string key = fmt::format("{} {}", process, *address);
+            m_addresses.try_emplace(key, process, static_cast<std::uint64_t>(*address));
+            return key;
         }
         return facts.isCall && facts.sort == EventFacts::Sort::Ends ? "" : facts.function;
+    }
+
+    void tellModule(const EventFields& fields, std::int64_t process) {
+        const auto from = static_cast<std::uint64_t>(fields.own("baddr").value_or(0));
+        if (const auto size = fields.own("memsz")) // an address of a file which may stand anywhere counts from there
+            m_modules.add(process, {from,
+                                    static_cast<std::uint64_t>(*size),
+                                    fields.own("is_pic") == 0 ? 0 : from,
+                                    std::string(fields.ownText("path")),
+                                    {}});
+        else if (std::string buildId = fields.ownBytes(kBuildId); !buildId.empty())
+            m_modules.setBuildId(process, from, std::move(buildId));
     }
 
     void switchThreads(const EventFields& fields, std::uint64_t time, std::uint32_t core) {
@@ -650,6 +696,8 @@ private:
             return true;
         if (!isOwn)
             return false;
+        if (facts.isModule && name == kBuildId)
+            return true;
         if (facts.thread &&
             (name == facts.thread->thread || name == facts.thread->process || name == facts.thread->name))
             return true;
@@ -663,7 +711,7 @@ private:
         case EventFacts::Sort::SwitchedOut:
             return name == "thread_id" || name == "name";
         default:
-            return facts.isCall && (isOneOf(kFunctions, name) || name == kCallSite);
+            return facts.isCall && (isOneOf(kFunctions, name) || name == kAddress || name == kCallSite);
         }
     }
 
@@ -739,7 +787,10 @@ private:
     std::unordered_map<const bt_event_class*, EventFacts> m_classes;
     std::unordered_map<std::int64_t, Thread> m_threads;
     std::unordered_map<std::uint32_t, std::int64_t> m_running; ///< which thread, by core
-    std::uint64_t m_frequency = 0, m_cycles = 0;               ///< of the trace's clock, and where it begins
+    CodeModules m_modules;
+    std::unordered_map<std::string, std::pair<std::int64_t, std::uint64_t>>
+        m_addresses;                             ///< process and address of functions, by what they are told as
+    std::uint64_t m_frequency = 0, m_cycles = 0; ///< of the trace's clock, and where it begins
     std::int64_t m_seconds = 0;
     std::uint64_t m_first = kUnknown64; ///< tick of the packets
     std::uint64_t m_told = 0;           ///< the last one that they tell

@@ -100,6 +100,10 @@ void ImportedTrace::nameThread(Thread thread, std::string_view name) {
     m_threads[thread].name = name;
 }
 
+void ImportedTrace::nameFunction(std::string_view function, std::string_view name) {
+    m_functionNames[m_functions(function)] = name;
+}
+
 void ImportedTrace::put(std::uint64_t time, std::uint64_t rank, const Happening& what, std::string_view text) {
     if (text.empty()) {
         m_sort.add(time, rank, {reinterpret_cast<const char*>(&what), sizeof what});
@@ -306,8 +310,12 @@ private:
 
     void enter(const Happening& what, std::uint64_t end) {
         const CCoreContext place = at(what);
-        if (isNew(m_functions, what.name))
-            put(new CFunctionDefine(place, what.name + 1, textOf(*m_trace.m_functions.names[what.name])));
+        if (isNew(m_functions, what.name)) {
+            const auto name = m_trace.m_functionNames.find(what.name);
+            put(new CFunctionDefine(
+                place, what.name + 1,
+                textOf(name != m_trace.m_functionNames.end() ? name->second : *m_trace.m_functions.names[what.name])));
+        }
         std::vector<Call>& stack = m_stacks[what.thread];
         if (end != kOpen) {
             // What is called ends no later than its caller.

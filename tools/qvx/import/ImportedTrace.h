@@ -36,6 +36,8 @@ public:
     /// What people call a process or a thread; the last one said counts.
     void nameProcess(std::string_view process, std::string_view name);
     void nameThread(Thread thread, std::string_view name);
+    /// What people call a function, which otherwise is called as it was entered.
+    void nameFunction(std::string_view function, std::string_view name);
 
     /// A function is entered, and the one that was entered last is left.
     void enter(Thread thread, std::uint64_t time, std::string_view function);
@@ -103,6 +105,7 @@ private:
     std::uint64_t m_frequency = 0;
     TimeSort m_sort;
     Names m_functions, m_counterNames, m_events, m_signals, m_processNames, m_threadNames;
+    std::unordered_map<std::uint32_t, std::string> m_functionNames; ///< that people use, by number
     std::vector<Counter> m_counters;
     std::vector<Process> m_processes;
     std::vector<ThreadFacts> m_threads;
