@@ -1,0 +1,3 @@
+#include "quorvex/analysis/TraceTables.h"
+
+namespace Quorvex {} // namespace Quorvex
