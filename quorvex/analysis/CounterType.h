@@ -32,6 +32,8 @@ public:
         m_seen = seen;
         return type() != before;
     }
+    /// Whether the value tells something of the type that none before has told.
+    bool isNews(std::uint64_t value) const { return (m_seen | bitsOf(value)) != m_seen; }
     /// The type is that one, whatever the values.
     void tell(CounterType type) { m_told = type; }
 

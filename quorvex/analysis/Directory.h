@@ -13,7 +13,7 @@ namespace Quorvex {
 template <class Key, class Value> class Directory {
 public:
     /// Null when there is none.
-    Value* find(const Key& key) {
+    Value* find(const Key& key) const {
         Entry* const entry = m_slots.empty() ? nullptr : m_slots[slotOf(key)];
         return entry ? &entry->second : nullptr;
     }

@@ -200,8 +200,8 @@ void TraceFile::openBinary() {
         m_open = openAt(m_end, m_contexts);
     else
         m_open = platform::makeOwned<Binary>(
-            platform::makeOwned<Watched<CTraceSourceBufferStream>>(m_watch, m_input->stream()), std::uint64_t{0},
-            m_contexts, m_block);
+            platform::makeOwned<Watched<CTraceSourceBufferStream>>(m_watch, m_input->stream()), m_end, m_contexts,
+            m_block);
 }
 
 platform::Owned<TraceFile::Binary> TraceFile::openAt(std::uint64_t position, const CContexts& contexts) const {
@@ -311,7 +311,19 @@ void TraceFile::walkRest(detail::PartsWork& work, const TraceShares& shares, con
         own.threads = m_threads;
     const TraceWalk walk = detail::walkInParts(*m_open, size, open, work, own);
     m_signs = signs;
-    finish(walk);
+    if (walk.hasFailed || walk.end < own.until) {
+        finish(walk);
+        return;
+    }
+    m_offset = m_end = walk.end;
+    noteDamage(walk.damage);
+    if (m_open->cursor.end() == walk.end)
+        return;
+    m_contexts = walk.contexts; // others have come here
+    m_before = m_report.damage;
+    m_bytesNoted = 0;
+    m_open.reset();
+    m_cursor = nullptr;
 }
 
 bool TraceFile::advanceInTable() {

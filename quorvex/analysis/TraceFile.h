@@ -49,7 +49,8 @@ public:
     /// the next one is asked for, or pause().
     const CTraceCursor& cursor() const { return *m_cursor; }
     /// Goes through all packets that are left, with `visit(part, cursor)` for each, by several threads where the file
-    /// is large; otherwise as Quorvex::walkInParts does. After an exception nothing more can be asked for.
+    /// is large; otherwise as Quorvex::walkInParts does. After an exception nothing more can be asked for. Where the
+    /// shares tell where to end, it can be gone on from there.
     template <class Part, class Visit>
     void walkInParts(Part& whole, const Visit& visit, const TraceShares& shares = {});
     /// The next packet as an object; null at the end.
@@ -67,6 +68,9 @@ public:
     /// Of a table, the first row that could not be read; null of any other trace.
     const TraceTextReader::Error* tableError() const;
 
+    /// Has the trace begin at a position of the file, where a page begins, or which a stream has in place of 0. To be
+    /// said before the first packet is asked for.
+    void startAt(std::uint64_t position) { m_offset = m_end = position; }
     /// Closes the file until the next packet is asked for, and gives back the memory of its reader. False where that is
     /// not possible, because it cannot be gone back in.
     bool pause();
@@ -136,7 +140,7 @@ private:
     bool advanceInTable();
     /// Counts the rows of the table that could not be read and that stand before what is at m_end.
     void noteRows();
-    /// Walks to the end of a binary trace; what the packets tell of it comes to stand in `signs`.
+    /// Walks through a binary trace as far as it is to; what the packets tell of its end comes to stand in `signs`.
     void walkRest(detail::PartsWork& work, const TraceShares& shares, const Signs& signs);
     /// Takes note of how the walk through a binary trace has ended.
     void finish(const TraceWalk& walk);
@@ -166,7 +170,7 @@ private:
 template <class Part, class Visit>
 void TraceFile::walkInParts(Part& whole, const Visit& visit, const TraceShares& shares) {
     if (m_table) {
-        while (advance())
+        while (m_end < shares.until && advance())
             visit(whole, cursor());
     } else if (m_report.end == TraceEnd::Unread) {
         using Signed = SignedPart<Part>;

@@ -34,7 +34,9 @@ class ReadWatch;
 /// What of a table is wanted, and how.
 struct TableOptions {
     std::vector<std::string> columns; ///< those only, in that order; none: all
-    std::uint64_t firstPage = 0;      ///< of each file (PageFormat.h)
+    /// Of each file, pages from that one on (PageFormat.h); what has no pages stands on the first. Not of what is in
+    /// memory.
+    std::uint64_t firstPage = 0;
     std::uint64_t pages = UINT64_MAX; ///< so many, as far as there are
     TickWindow window;                ///< rows of spans that reach into it, and other rows with a tick within
     std::uint64_t rows = 65536;       ///< in a batch, at most
@@ -44,10 +46,10 @@ struct TableOptions {
 
 /// Where a trace is.
 struct TableInput {
-    /// A file, of whatever form.
+    /// A regular file, of whatever form.
     TableInput(std::string file) : path(std::move(file)) {}
     TableInput(const char* file) : path(file) {}
-    /// A part of one that is in memory, which begins with a page, or at the beginning.
+    /// A part of one that is in memory: some of its pages.
     TableInput(std::string file, std::shared_ptr<const std::string> part, std::uint64_t at)
         : path(std::move(file)), bytes(std::move(part)), position(at) {}
 
@@ -89,8 +91,8 @@ public:
     TraceTables& operator=(TraceTables&&) noexcept;
     ~TraceTables();
 
-    /// Begins a table; `out` is overwritten. Throws std::invalid_argument where the table has no such column, and the
-    /// TraceError of a file that cannot be read.
+    /// Begins a table; `out` is overwritten. No file is opened before the first batch is asked for. Throws
+    /// std::invalid_argument where the table has no such column.
     void open(TraceTable table, const TableOptions& options, ArrowArrayStream& out) const;
     /// What a file, by its place in the list, defines, as the bytes of a small trace: names, clocks, and as many values
     /// of counters as tell their type. Can be kept, and given to others. Throws what TraceFile throws.

@@ -76,9 +76,7 @@ void appendJsonReal(std::string& to, double number) {
 
 std::string wellFormed(std::string_view text) {
     std::string result;
-    eachPart(
-        text, [&](std::string_view plain) { result += plain; },
-        [&](std::string_view character, bool isWellFormed) { result += isWellFormed ? character : kReplacement; });
+    appendWellFormed(result, text);
     return result;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace Quorvex {
@@ -33,6 +34,22 @@ constexpr Character firstCharacter(std::string_view text) {
     if (code < kSmallest[size] || code > 0x10FFFF || surrogate)
         return broken;
     return {code, size, code >= 0xA0}; // 0x80 to 0x9F are control characters
+}
+
+/// Appends a text, but with U+FFFD in place of each byte that is no UTF-8.
+inline void appendWellFormed(std::string& to, std::string_view text) {
+    while (!text.empty()) {
+        std::size_t size = 0;
+        while (size < text.size() && static_cast<unsigned char>(text[size]) < 0x80)
+            ++size;
+        to += text.substr(0, size);
+        text.remove_prefix(size);
+        if (text.empty())
+            return;
+        const Character character = firstCharacter(text);
+        to += character.size > 1 ? text.substr(0, character.size) : std::string_view("\xef\xbf\xbd");
+        text.remove_prefix(character.size);
+    }
 }
 
 } // namespace Quorvex

@@ -64,6 +64,7 @@ void goOn(TraceWalk& walk, const TraceWalk& next) {
 /// The parts that a trace is walked in, of which the first may begin anywhere.
 std::vector<Part> partsOf(std::uint64_t begin, std::uint64_t size, const TraceShares& shares, unsigned threads) {
     const std::uint64_t least = std::max<std::uint64_t>(shares.least, kPageSize);
+    size = std::min(size, shares.until);
     std::uint64_t count = size > begin ? std::min<std::uint64_t>((size - begin) / least, shares.most) : 0;
     count -= count > threads ? count % threads : 0; // so that all have the same to do
     if (threads < 2 || count < 2)
@@ -73,6 +74,7 @@ std::vector<Part> partsOf(std::uint64_t begin, std::uint64_t size, const TraceSh
     for (std::size_t i = 1; i < parts.size(); ++i) {
         parts[i].begin = parts[i - 1].end = pages::nextBegin(begin + (size - begin) / count * i);
     }
+    parts.back().end = shares.until;
     return parts;
 }
 

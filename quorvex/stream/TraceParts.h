@@ -42,6 +42,7 @@ struct TraceShares {
     std::uint64_t least =
         std::uint64_t{32} * kPageSize; ///< bytes of a part; what is left of a shorter one is its neighbour's
     std::size_t most = 64;             ///< parts
+    std::uint64_t until = UINT64_MAX;  ///< the walk ends with the packet that ends there or behind
 };
 
 /// A trace that is open at a place, from which a cursor walks on.
