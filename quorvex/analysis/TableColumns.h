@@ -27,7 +27,7 @@ inline constexpr TableColumn kAddress{"address", "l", kPlain,
 inline constexpr TableColumn kValue{
     "value",   "l", kPlain,
     kNullable, "",  "the first eight bytes of data, lowest first, as a signed number; null without data"};
-inline constexpr TableColumn kData{"data", "z", kPlain, kGiven, "", "the bytes that were recorded"};
+inline constexpr TableColumn kData{"data", "z", kPlain, kGiven, "", "the bytes that were recorded, lowest first"};
 
 inline constexpr TableColumn kSpans[] = {
     kFile,

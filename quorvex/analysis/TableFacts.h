@@ -2,6 +2,7 @@
 
 #include "quorvex/platform/Export.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -22,6 +23,11 @@ enum class TraceTable : std::uint8_t {
     States,
     Losses,
 };
+
+/// All of them.
+inline constexpr TraceTable kTraceTables[] = {
+    TraceTable::Spans,     TraceTable::Packets, TraceTable::Functions, TraceTable::Threads, TraceTable::Counters,
+    TraceTable::Variables, TraceTable::Events,  TraceTable::Messages,  TraceTable::States,  TraceTable::Losses};
 
 /// A column of a table.
 struct TableColumn {

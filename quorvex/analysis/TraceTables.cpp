@@ -710,7 +710,7 @@ public:
           m_layout(table, options.columns, options.rows) {
         const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
         m_shares.threads = std::min(options.threads > 0 ? options.threads : processors, kMostThreads);
-        m_shares.least = kPart;
+        m_shares.least = kPageSize * std::clamp<std::uint64_t>(options.portion, 1, kMostPages);
         m_options.columns.clear();
     }
 
@@ -733,8 +733,8 @@ public:
     }
 
 private:
-    static constexpr std::uint64_t kPart = std::uint64_t{16} * kPageSize;
-    static constexpr unsigned kMostThreads = 16; ///< of each there are the rows of a part in memory
+    static constexpr unsigned kMostThreads = 16; ///< of each there are rows in memory
+    static constexpr std::uint64_t kMostPages = 1U << 20;
 
     /// What is made of a file, whichever table it is.
     class Walk {
@@ -891,7 +891,7 @@ private:
         if (m_walk) {
             TraceFile& trace = *m_input->trace;
             TraceShares shares = m_shares;
-            shares.until = std::min(m_until, trace.end() + m_shares.threads * kPart);
+            shares.until = std::min(m_until, trace.end() + m_shares.threads * m_shares.least);
             m_walk->walk(trace, shares, rows);
             if (trace.report().end != TraceEnd::Unread || trace.end() >= m_until) {
                 m_walk->finish(trace, rows);

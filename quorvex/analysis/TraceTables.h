@@ -33,14 +33,15 @@ class ReadWatch;
 
 /// What of a table is wanted, and how.
 struct TableOptions {
-    std::vector<std::string> columns; ///< those only, in that order; none: all
+    std::vector<std::string> columns{}; ///< those only, in that order; none: all
     /// Of each file, pages from that one on (PageFormat.h); what has no pages stands on the first. Not of what is in
     /// memory.
     std::uint64_t firstPage = 0;
     std::uint64_t pages = UINT64_MAX; ///< so many, as far as there are
-    TickWindow window;                ///< rows of spans that reach into it, and other rows with a tick within
+    TickWindow window{};              ///< rows of spans that reach into it, and other rows with a tick within
     std::uint64_t rows = 65536;       ///< in a batch, at most
     unsigned threads = 0;             ///< that walk at a time; 0: one a processor
+    std::uint64_t portion = 16;       ///< pages that a thread walks through at a time, whose rows are kept in memory
     ReadWatch* watch = nullptr;       ///< told of the bytes that are read; must outlive the stream
 };
 
