@@ -1,9 +1,11 @@
 #include "quorvex/export/ChromeWriter.h"
 
+#include "quorvex/analysis/CounterType.h"
 #include "quorvex/export/JsonText.h"
 #include "quorvex/format/Digits.h"
 
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <set>
 
@@ -14,8 +16,9 @@ namespace {
 /// What stands for each type, with what is between them: Begin, End, Instant, Value.
 constexpr std::string_view kPhases[] = {",\n{\"ph\":\"B\"", ",\n{\"ph\":\"E\"", ",\n{\"ph\":\"i\",\"s\":\"t\"",
                                         ",\n{\"ph\":\"C\""};
-/// Categories of slices, by the sort of a track; those of values that are texts have none.
-constexpr const char* kCategories[] = {"call", "run", "process", "interrupt", "state", "", "", "", "", ""};
+/// Categories of slices and values, by the sort of a track; where there are none of these, all are events.
+constexpr const char* kCategories[] = {"call",    "run",      "process", "interrupt", "state",
+                                       "counter", "variable", "signal",  "event",     "event"};
 
 char* putText(char* to, std::string_view text) {
     std::memcpy(to, text.data(), text.size());
@@ -33,11 +36,15 @@ char* putMicroseconds(char* to, std::uint64_t nanoseconds) {
     return to;
 }
 
+/// A number with a fraction is told from a whole one.
 void append(std::string& to, const CTrackWriter::Field& value) {
+    char digits[32];
     if (value.form == CTrackWriter::Form::Text)
         appendJsonText(to, value.text);
+    else if (value.form == CTrackWriter::Form::Real && std::isfinite(std::bit_cast<double>(value.number)))
+        to.append(digits, putCounter(digits, value.number, CounterType::Double));
     else if (value.form == CTrackWriter::Form::Real)
-        appendJsonReal(to, std::bit_cast<double>(value.number));
+        to += "null";
     else if (value.form == CTrackWriter::Form::Signed)
         appendJsonNumber(to, static_cast<std::int64_t>(value.number));
     else
@@ -70,11 +77,13 @@ void CChromeWriter::startFile() {
             name("thread_name", track.group, number, track.name);
         const std::string place =
             ",\"pid\":" + std::to_string(track.group) + ",\"tid\":" + std::to_string(number) + ",\"ts\":";
-        m_places.push_back(std::string(",\"cat\":\"") + kCategories[unsigned(track.sort)] + "\"" + place);
+        const std::string own = std::string(",\"cat\":\"") + kCategories[unsigned(track.sort)] + "\"" + place;
+        m_places.push_back(own);
+        m_tellers.push_back((track.group > 0 ? ",\"thread\":" : ",\"core\":") + std::to_string(track.number));
         m_instants.push_back(",\"cat\":\"event\"" + place);
         m_values.push_back(",\"name\":");
         appendJsonText(m_values.back(), track.name);
-        m_values.back() += place;
+        m_values.back() += own;
         add(m_text);
         m_text.clear();
     }
@@ -100,12 +109,16 @@ void CChromeWriter::write(const Fact& fact) {
     char* to = room(phase.size() + name.size() + place.size() + kMostDigits + 6);
     ends(putMicroseconds(putText(putText(putText(to, phase), name), place), fact.time));
     m_text.clear();
+    if (fact.teller != kNoTrack)
+        m_text = m_tellers[fact.teller];
     if (fact.type == Type::Value) {
-        m_text = ",\"args\":{";
+        m_text += ",\"args\":{";
         appendJsonText(m_text, tracks()[fact.track].unit.empty() ? "value" : tracks()[fact.track].unit);
         m_text += ':';
         append(m_text, fact.value);
         m_text += '}';
+    } else if (fact.isSupplied) {
+        m_text += ",\"args\":{\"left\":false}";
     } else if (!fact.more.empty()) {
         const char* before = ",\"args\":{";
         eachField(fact, [&](const Field& field) {

@@ -45,11 +45,12 @@ constexpr std::initializer_list<TextSort> kAllNames{
 struct Note {
     std::uint64_t time; ///< in ticks
     std::uint32_t track;
-    std::uint32_t label;
+    std::uint32_t label; ///< of a value, the track of the thread that tells it
     std::uint32_t more;
     CTrackWriter::Type type;
     CTrackWriter::Form form; ///< of a value
-    std::uint16_t unused = 0;
+    bool isSupplied;         ///< of an end
+    std::uint8_t unused = 0;
 };
 static_assert(sizeof(Note) == 24);
 
@@ -144,24 +145,36 @@ public:
         return hasCase ? isShown : takeOther(packet);
     }
 
-    /// No more is told of the threads whose last packet was of a process.
+    /// No more is told of the threads whose last packet was of a process. Their calls are ended when a thread of that
+    /// number runs again, or with all others: so what is noted does not depend on how many files a trace is in.
     void endOf(unsigned process) {
-        for (auto& [key, thread] : m_threads) {
-            if (thread.of == process)
-                end(thread);
-        }
+        for (auto& [key, thread] : m_threads)
+            thread.hasEnded = thread.hasEnded || thread.of == process;
         m_calls = nullptr;
     }
     void end(std::uint64_t time) {
         m_time = time;
-        for (auto& [key, thread] : m_threads)
-            end(thread);
+        // In the order of the tracks, and of the cores.
+        std::map<std::uint32_t, std::pair<Stack*, std::uint64_t>> stacks;
+        std::map<std::uint32_t, Core*> cores;
+        std::map<std::uint32_t, State*> states;
+        for (auto& [key, thread] : m_threads) {
+            for (Stack& calls : thread.calls)
+                stacks[calls.track] = {&calls, thread.last};
+        }
         for (auto& [number, core] : m_cores) {
             for (Stack* stack : {&core.processes, &core.interrupts})
-                endAll(*stack, core.last);
+                stacks[stack->track] = {stack, core.last};
+            cores[number] = &core;
         }
         for (auto& [key, state] : m_states)
-            endState(state);
+            states[state.track] = &state;
+        for (const auto& [track, its] : stacks)
+            endAll(*its.first, its.second, true);
+        for (const auto& [number, core] : cores)
+            endRun(*core);
+        for (const auto& [track, state] : states)
+            endState(*state, true);
         for (NamedTrack& track : m_tracks)
             flush(track);
         nameAll();
@@ -172,7 +185,7 @@ public:
         if (!m_writer.m_wishes.byTrack) {
             const bool isRead = tellOf(0, m_writer.out_size());
             for (auto& [track, text] : m_open)
-                endText(track, text, m_writer.duration());
+                endText(track, text, m_writer.duration(), true);
             return isRead;
         }
         for (std::uint32_t track = 0; track < m_tracks.size(); ++track) {
@@ -203,20 +216,21 @@ private:
     };
     /// What is entered on a track, by labels.
     struct Stack {
-        std::uint32_t track = kNone;
+        Sort sort;
+        std::uint32_t number;          ///< of the thread or core
+        bool isGrouped = false;        ///< its track stands with those of its process
+        std::uint32_t process = kNone; ///< of functions: the label of the process in which they are called
+        std::uint32_t track = kNone;   ///< none: nothing is on it yet
         CallStack<std::uint32_t> entered{kDeepest};
     };
     struct Core;
-    /// The functions of a thread, within a process or none.
-    struct Calls : Stack {
-        std::uint32_t process = kNone; ///< its label
-    };
     struct Thread {
         std::uint32_t number;    ///< of one that is not known, that of its core
         std::uint32_t label;     ///< on cores; none where it is not known
-        std::deque<Calls> calls; ///< by processes
+        std::deque<Stack> calls; ///< by processes
         std::uint64_t last = 0;  ///< time
         unsigned of = 0;         ///< the process that its last packet was of
+        bool hasEnded = false;   ///< no more is told of it; what is open is still to be ended
         Core* core = nullptr;    ///< where it runs
     };
     struct Core {
@@ -225,10 +239,11 @@ private:
         Thread* thread = nullptr;    ///< that runs, since then
         std::uint64_t since = 0;
         std::uint64_t last = 0; ///< time
-        Stack processes{}, interrupts{};
+        Stack processes{Sort::CoreProcesses, number}, interrupts{Sort::CoreInterrupts, number};
     };
     struct State {
-        std::uint32_t track;
+        std::uint64_t number, machine;
+        std::uint32_t track = kNone; ///< none: nothing is on it yet
         std::uint32_t label = kNone; ///< none: not known
     };
     struct DefinedSignal {
@@ -236,21 +251,21 @@ private:
         CSignalMask lines;
     };
     bool take(const CFunctionEnter& packet) {
-        Calls& calls = run(packet);
+        Stack& calls = run(packet);
         const std::uint32_t id = packet.TgtFuncId();
         enter(calls, id == CFunctionEnter::kNoFunction ? labelOf({LabelKey::Of::Name, TextSort::Function, id})
                                                        : functionOf(m_writer.numberOf(TextSort::Function, id)));
         return true;
     }
     bool take(const CFunctionLeave& packet) {
-        Calls& calls = run(packet);
+        Stack& calls = run(packet);
         const std::uint32_t id = packet.TgtFuncId();
         if (id == CFunctionEnter::kNoFunction && !calls.entered.empty())
             return leave(calls, calls.entered.back()) || lostLeave();
         const std::uint32_t label = functionOf(m_writer.numberOf(TextSort::Function, id));
         // It may have been entered when another process, or none, was.
         return leave(calls, label) ||
-               std::ranges::any_of(m_thread->calls, [&](Calls& others) { return leave(others, label); }) || lostLeave();
+               std::ranges::any_of(m_thread->calls, [&](Stack& others) { return leave(others, label); }) || lostLeave();
     }
     bool take(const CProcessEnter& packet) { return step(packet, packet.ProcId(), true); }
     bool take(const CProcessLeave& packet) { return step(packet, packet.ProcId(), false); }
@@ -284,11 +299,11 @@ private:
     bool take(const CVariableRead& packet) { return access(packet); }
     bool take(const CVariableWrite& packet) { return access(packet); }
     bool take(const CEvent& packet) {
-        const std::uint32_t track = run(packet).track;
+        Stack& calls = run(packet);
         if (!m_writer.m_wishes.instants)
             return false;
         const std::uint32_t number = m_writer.numberOf(TextSort::Event, packet.EvtId());
-        return instant(track, labelOf({LabelKey::Of::Name, TextSort::Event, number}), packet, true);
+        return instant(trackOf(calls), labelOf({LabelKey::Of::Name, TextSort::Event, number}), packet, true);
     }
     bool take(const CMessage& packet) {
         const std::string_view text = wholeTextOf(packet);
@@ -369,20 +384,24 @@ private:
         if (code == CharString)
             return instant(trackOf({Sort::Messages}, TextSort::None, "messages"), kNoLabel, packet, true);
         const bool isBus = contextOf<CBusContext>(packet) != nullptr;
-        const std::uint32_t track =
-            core ? callsOf(*core).track : trackOf({Sort::Other, 0, isBus}, TextSort::None, isBus ? "buses" : "system");
+        const std::uint32_t track = core ? trackOf(callsOf(*core))
+                                         : trackOf({Sort::Other, 0, isBus}, TextSort::None, isBus ? "buses" : "system");
         return instant(track, labelOf({LabelKey::Of::Kind, {}, code}), packet, core != nullptr);
     }
 
     // What runs where.
 
     /// The calls of the thread that a packet of that context tells to run.
-    Calls& run(const CCoreContext& context) {
+    Stack& run(const CCoreContext& context) {
         if (!m_calls || m_swCtx != context.SWCtx() || m_hwCtx != context.HWCtx()) {
             m_swCtx = context.SWCtx();
             m_hwCtx = context.HWCtx();
             m_core = &coreOf(m_hwCtx);
             m_thread = &threadOf(m_swCtx, m_hwCtx);
+            if (std::exchange(m_thread->hasEnded, false)) {
+                for (Stack& calls : m_thread->calls)
+                    endAll(calls, m_thread->last, false);
+            }
             m_calls = &callsOf(*m_thread, m_core->processes.entered);
             if (m_core->thread != m_thread) {
                 endRun(*m_core);
@@ -423,22 +442,16 @@ private:
         });
     }
     /// The calls that a packet of that context belongs to, which may not run there now.
-    Calls& callsOf(const CCoreContext& context) {
+    Stack& callsOf(const CCoreContext& context) {
         return callsOf(threadOf(context.SWCtx(), context.HWCtx()), coreOf(context.HWCtx()).processes.entered);
     }
-    Calls& callsOf(Thread& thread, const CallStack<std::uint32_t>& processes) {
+    Stack& callsOf(Thread& thread, const CallStack<std::uint32_t>& processes) {
         const std::uint32_t process = processes.empty() ? kNone : processes.back();
-        const auto known = std::ranges::find(thread.calls, process, &Calls::process);
+        const auto known = std::ranges::find(thread.calls, process, &Stack::process);
         if (known != thread.calls.end())
             return *known;
-        const std::uint32_t group = thread.label == kNone ? 0 : m_groups.findOrMake(process, [&] {
-            m_groupLabels.push_back(process);
-            return static_cast<std::uint32_t>(m_groupLabels.size());
-        });
-        Calls& calls = thread.calls.emplace_back();
-        calls.track = addTrack({.sort = Sort::Thread, .group = group, .number = thread.number});
-        calls.process = process;
-        return calls;
+        return thread.calls.emplace_back(Stack{
+            .sort = Sort::Thread, .number = thread.number, .isGrouped = thread.label != kNone, .process = process});
     }
 
     // What is entered.
@@ -446,8 +459,6 @@ private:
     bool step(const CCoreContext& context, std::uint32_t id, bool isEntered) {
         run(context);
         Stack& stack = m_core->processes;
-        if (stack.track == kNone)
-            stack.track = addTrack({.sort = Sort::CoreProcesses, .group = 0, .number = m_hwCtx});
         const std::uint32_t label =
             labelOf({LabelKey::Of::Name, TextSort::Process, m_writer.numberOf(TextSort::Process, id)});
         m_calls = nullptr;
@@ -457,14 +468,11 @@ private:
     }
     Stack& interruptsOf(const CCoreContext& context) {
         run(context);
-        Stack& stack = m_core->interrupts;
-        if (stack.track == kNone)
-            stack.track = addTrack({.sort = Sort::CoreInterrupts, .group = 0, .number = m_hwCtx});
-        return stack;
+        return m_core->interrupts;
     }
     void enter(Stack& stack, std::uint32_t label) {
         if (stack.entered.enter([label] { return label; }))
-            note(Type::Begin, stack.track, label, m_time);
+            note(Type::Begin, trackOf(stack), label, m_time);
         else
             m_writer.lose(kTooDeep);
     }
@@ -474,7 +482,7 @@ private:
         for (std::size_t count = left.value_or(0); count > 0; --count) {
             if (count > 1)
                 m_writer.lose(kMissing);
-            note(Type::End, stack.track, stack.entered.back(), m_time);
+            note(Type::End, stack.track, stack.entered.back(), m_time, count > 1);
             stack.entered.pop();
         }
         return left.has_value();
@@ -483,35 +491,31 @@ private:
         m_writer.lose(kStray);
         return true;
     }
-    void end(Thread& thread) {
-        for (Calls& calls : thread.calls)
-            endAll(calls, thread.last);
-        if (thread.core)
-            endRun(*thread.core);
-    }
-    void endAll(Stack& stack, std::uint64_t time) {
+    void endAll(Stack& stack, std::uint64_t time, bool isSupplied) {
         for (; !stack.entered.empty(); stack.entered.pop())
-            note(Type::End, stack.track, stack.entered.back(), time);
+            note(Type::End, stack.track, stack.entered.back(), time, isSupplied);
     }
 
     State& stateOf(std::uint32_t machine, std::uint32_t instance) {
         const std::uint64_t number = m_writer.numberOf(TextSort::StateMachineInstance, machine, instance);
         return m_states.findOrMake(number, [&] {
-            return State{addTrack({.sort = Sort::States, .group = 0, .number = 0}, TextSort::StateMachineInstance,
-                                  number, m_writer.numberOf(TextSort::StateMachine, machine))};
+            return State{number, m_writer.numberOf(TextSort::StateMachine, machine)};
         });
     }
     void goTo(State& state, std::uint32_t machine, std::uint32_t target, const CPacket& packet) {
         endState(state);
+        if (state.track == kNone)
+            state.track = addTrack({.sort = Sort::States, .group = 0, .number = 0}, TextSort::StateMachineInstance,
+                                   state.number, state.machine);
         state.label =
             labelOf({LabelKey::Of::Name, TextSort::State, m_writer.numberOf(TextSort::State, machine, target)});
         m_more.clear();
         addFields(packet, true);
         note(Type::Begin, state.track, state.label, m_time);
     }
-    void endState(State& state) {
+    void endState(State& state, bool isSupplied = false) {
         if (state.label != kNone)
-            note(Type::End, state.track, state.label, m_time);
+            note(Type::End, state.track, state.label, m_time, isSupplied);
         state.label = kNone;
     }
 
@@ -564,12 +568,16 @@ private:
     void valueNote(std::uint32_t track, std::uint64_t number) {
         m_more.clear();
         appendRaw(m_more, number);
-        note(Type::Value, track, kNoLabel, m_time, Form::Unsigned);
+        note(Type::Value, track, teller(track), m_time, false, Form::Unsigned);
     }
     void valueNote(std::uint32_t track, std::string_view text) {
         m_tracks[track].hasText = true;
         m_more = text;
-        note(Type::Value, track, kNoLabel, m_time, Form::Text);
+        note(Type::Value, track, teller(track), m_time, false, Form::Text);
+    }
+    /// Which thread tells a value of that track, by its track.
+    std::uint32_t teller(std::uint32_t track) {
+        return m_tracks[track].track.sort == Sort::Signal ? kNoTrack : trackOf(*m_calls);
     }
 
     // Instants.
@@ -617,6 +625,16 @@ private:
                            std::string suffix = {}) {
         m_tracks.push_back({std::move(track), sort, id, owner, std::move(suffix)});
         return static_cast<std::uint32_t>(m_tracks.size() - 1);
+    }
+    std::uint32_t trackOf(Stack& stack) {
+        if (stack.track == kNone) {
+            const std::uint32_t group = !stack.isGrouped ? 0 : m_groups.findOrMake(stack.process, [&] {
+                m_groupLabels.push_back(stack.process);
+                return static_cast<std::uint32_t>(m_groupLabels.size());
+            });
+            stack.track = addTrack({.sort = stack.sort, .group = group, .number = stack.number});
+        }
+        return stack.track;
     }
     /// A track that belongs to no core or thread.
     std::uint32_t trackOf(ValueKey key, TextSort sort, std::string suffix) {
@@ -705,9 +723,11 @@ private:
 
     // Notes.
 
-    void note(Type type, std::uint32_t track, std::uint32_t label, std::uint64_t time, Form form = Form::None) {
+    void note(Type type, std::uint32_t track, std::uint32_t label, std::uint64_t time, bool isSupplied = false,
+              Form form = Form::None) {
         const bool hasMore = type == Type::Value || type == Type::Instant || !m_more.empty();
-        const Note note{time, track, label, hasMore ? static_cast<std::uint32_t>(m_more.size()) : 0, type, form};
+        const auto more = hasMore ? static_cast<std::uint32_t>(m_more.size()) : 0;
+        const Note note{time, track, label, more, type, form, isSupplied};
         const auto put = [&](char* to) {
             std::memcpy(to, &note, sizeof note);
             if (note.more > 0)
@@ -762,7 +782,13 @@ private:
         return true;
     }
     void tell(const Note& note, std::string_view more) {
-        Fact fact{note.type, note.track, note.label, {}, m_writer.nanoseconds(note.time), {}, more};
+        Fact fact{.type = note.type,
+                  .track = note.track,
+                  .label = note.label,
+                  .name = {},
+                  .time = m_writer.nanoseconds(note.time),
+                  .more = more,
+                  .isSupplied = note.isSupplied};
         if (note.type == Type::Value)
             return tellValue(note, fact);
         fact.name = note.label == kNoLabel ? takeText(fact.more) : std::string_view(labels[note.label]);
@@ -770,6 +796,7 @@ private:
     }
     void tellValue(const Note& note, Fact& fact) {
         const Form form = tracks[note.track].form;
+        fact.teller = std::exchange(fact.label, kNoLabel);
         std::string_view more = std::exchange(fact.more, {});
         if (note.form == Form::Text) {
             fact.value = {"value", Form::Text, 0, more};
@@ -789,9 +816,14 @@ private:
         m_writer.write(fact);
     }
     /// Ends what is shown of a value that is a text.
-    void endText(std::uint32_t track, std::string& open, std::uint64_t time) {
+    void endText(std::uint32_t track, std::string& open, std::uint64_t time, bool isSupplied = false) {
         if (!open.empty())
-            m_writer.write({Type::End, track, kNoLabel, open, time});
+            m_writer.write({.type = Type::End,
+                            .track = track,
+                            .label = kNoLabel,
+                            .name = open,
+                            .time = time,
+                            .isSupplied = isSupplied});
         open.clear();
     }
     CTrackWriter& m_writer;
@@ -799,7 +831,7 @@ private:
     // Where the last packet was that tells it; null: nowhere yet.
     Core* m_core = nullptr;
     Thread* m_thread = nullptr;
-    Calls* m_calls = nullptr;
+    Stack* m_calls = nullptr;
     std::uint32_t m_hwCtx = 0, m_swCtx = 0;
     std::vector<NamedTrack> m_tracks;
     std::vector<LabelKey> m_labels;

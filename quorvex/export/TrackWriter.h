@@ -72,6 +72,8 @@ public:
         std::uint64_t number = 0;   ///< of a Real, its bits
         std::string_view text = {}; ///< of a Text
     };
+    static constexpr std::uint32_t kNoLabel = ~std::uint32_t{0}; ///< of Fact
+    static constexpr std::uint32_t kNoTrack = ~std::uint32_t{0}; ///< likewise
     /// What happens. Valid during the call that is told of it.
     struct Fact {
         Type type;                  ///< what it is
@@ -81,8 +83,10 @@ public:
         std::uint64_t time;         ///< nanoseconds
         Field value = {};           ///< of a Value
         std::string_view more = {}; ///< its fields, for eachField
+        /// Of a value, the track of the thread that tells it; kNoTrack for signals.
+        std::uint32_t teller = kNoTrack;
+        bool isSupplied = false; ///< of an End that no packet tells: a leave is missing, or the trace ends before it
     };
-    static constexpr std::uint32_t kNoLabel = ~std::uint32_t{0}; ///< of Fact
 
 protected:
     /// How a writer wants to be told.

@@ -1,7 +1,9 @@
 /// Chrome's trace events in JSON: an array of them, or an object with one in "traceEvents". Written by browsers,
 /// compilers and tracers in ways of their own: without ends, unsorted, with times as numbers of any form or as texts.
+/// What was made of a trace becomes that trace again (ChromeTracks).
 
 #include "../Verbs.h"
+#include "ChromeTracks.h"
 #include "ImportedTrace.h"
 #include "Importers.h"
 
@@ -120,6 +122,11 @@ public:
 
     bool sawEvents() const { return m_sawEvents; }
     bool isInEvent() const { return m_depth >= m_eventDepth; }
+    /// There are no more.
+    void finish() {
+        if (m_tracks)
+            m_tracks->finish();
+    }
 
     bool StartObject() {
         enterValue();
@@ -141,8 +148,8 @@ public:
         ++m_depth;
         if (m_depth == 1)
             m_eventDepth = 2;
-        if (m_depth + 1 == m_eventDepth && (m_eventDepth == 2 || m_isList))
-            m_sawEvents = true;
+        if (m_depth + 1 == m_eventDepth && isList())
+            beginEvents();
         return true;
     }
     bool EndArray(rapidjson::SizeType) {
@@ -152,8 +159,8 @@ public:
     bool Key(const char* text, rapidjson::SizeType size, bool) {
         const std::string_view key(text, size);
         if (m_depth == 1)
-            m_isList = key == "traceEvents";
-        else if (isEvent())
+            m_section = key;
+        else if (isEvent() || m_depth == 2)
             m_key = key;
         else if (m_depth == m_eventDepth + 1)
             m_argument = key;
@@ -167,49 +174,58 @@ public:
         take({text, size}, true);
         return true;
     }
-    bool Default() { // null, true and false
+    bool Bool(bool value) {
+        take(value ? "true" : "false", false);
+        return true;
+    }
+    bool Default() { // null
         enterValue();
         return true;
     }
 
 private:
-    struct Event {
-        std::string phase, name, category, time, duration, process, thread, id, label;
-        std::vector<std::pair<std::string, std::string>> numbers; ///< arguments
-        bool hasArguments = false;                                ///< other ones
-    };
-
-    bool isList() const { return m_eventDepth == 2 || m_isList; }
+    bool isList() const { return m_eventDepth == 2 || m_section == "traceEvents"; }
     bool isEvent() const { return m_depth == m_eventDepth && isList(); }
     bool isArgument() const { return m_depth == m_eventDepth + 1 && isList() && m_key == "args"; }
+
+    void beginEvents() {
+        m_sawEvents = true;
+        if (!m_metadata["exporter"].starts_with("Quorvex ") || m_tracks)
+            return;
+        const auto number = [this](const char* name) {
+            const std::string& text = m_metadata[name];
+            std::uint64_t value = 0;
+            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+            return error == std::errc() && !text.empty() ? std::optional(value) : std::nullopt;
+        };
+        m_tracks.emplace(m_trace);
+        m_tracks->setClock(number("first_tick"), number("ticks_per_second").value_or(0));
+    }
 
     /// A value that is no text and no number.
     void enterValue() {
         if (isArgument())
-            m_event.hasArguments = true;
+            m_event.hasMore = true;
     }
 
     void take(std::string_view text, bool isNumber) {
-        if (isArgument()) {
-            if (m_argument == "name" && m_event.label.empty())
-                m_event.label = text;
-            if (isNumber)
-                m_event.numbers.emplace_back(m_argument, text);
-            else
-                m_event.hasArguments = true;
-            return;
-        }
+        if (isArgument())
+            m_event.arguments.push_back({m_argument, std::string(text), isNumber});
+        if (m_depth == 2 && m_section == "metadata")
+            m_metadata[m_key] = text;
         if (!isEvent())
             return;
-        std::string* const field = m_key == "ph"     ? &m_event.phase
-                                   : m_key == "name" ? &m_event.name
-                                   : m_key == "cat"  ? &m_event.category
-                                   : m_key == "ts"   ? &m_event.time
-                                   : m_key == "dur"  ? &m_event.duration
-                                   : m_key == "pid"  ? &m_event.process
-                                   : m_key == "tid"  ? &m_event.thread
-                                   : m_key == "id"   ? &m_event.id
-                                                     : nullptr;
+        std::string* const field = m_key == "ph"       ? &m_event.phase
+                                   : m_key == "name"   ? &m_event.name
+                                   : m_key == "cat"    ? &m_event.category
+                                   : m_key == "ts"     ? &m_event.time
+                                   : m_key == "dur"    ? &m_event.duration
+                                   : m_key == "pid"    ? &m_event.process
+                                   : m_key == "tid"    ? &m_event.thread
+                                   : m_key == "id"     ? &m_event.id
+                                   : m_key == "thread" ? &m_event.tellingThread
+                                   : m_key == "core"   ? &m_event.tellingCore
+                                                       : nullptr;
         if (field)
             *field = text;
     }
@@ -226,14 +242,16 @@ private:
     }
 
     void tell() {
-        const Event& event = m_event;
+        const ChromeEvent& event = m_event;
         const char phase = event.phase.size() == 1 ? event.phase[0] : '\0';
         const std::string& own = event.thread.empty() ? event.process : event.thread;
         if (phase == 'M') {
             if (event.name == "process_name")
-                m_trace.nameProcess(event.process, event.label);
+                nameProcess(event);
+            else if (event.name == "thread_name" && m_tracks)
+                m_tracks->name(event);
             else if (event.name == "thread_name")
-                m_trace.nameThread(m_trace.thread(event.process, own), event.label);
+                m_trace.nameThread(m_trace.thread(event.process, own), labelOf(event));
             else if (event.name != "thread_sort_index" && event.name != "process_sort_index")
                 m_trace.lose("metadata " + event.name);
             return;
@@ -245,15 +263,16 @@ private:
         const std::optional<std::uint64_t> time = timeOf(event.time);
         if (!time)
             return;
-        if (phase == 'X' && std::ranges::find(event.numbers, "avg ms", &std::pair<std::string, std::string>::first) !=
-                                event.numbers.end()) { // what compilers write at the end
+        if (m_tracks)
+            return m_tracks->tell(event, *time);
+        if (phase == 'X' && event.argument("avg ms")) { // what compilers write at the end
             m_trace.lose("sums over events");
             return;
         }
         const bool isAsync = phase == 'b' || phase == 'e' || phase == 'n';
         const auto thread = isAsync ? m_trace.thread(event.process, event.category + ' ' + event.id)
                                     : m_trace.thread(event.process, own);
-        if (phase != 'C' && (event.hasArguments || !event.numbers.empty()))
+        if (phase != 'C' && (event.hasMore || !event.arguments.empty()))
             m_trace.lose("arguments of events");
         switch (phase) {
         case 'B':
@@ -272,16 +291,31 @@ private:
             }
             break;
         case 'C':
-            for (const auto& [name, value] : event.numbers)
-                count(thread, *time, event.numbers.size() == 1 ? event.name : event.name + '.' + name, value);
-            if (event.hasArguments)
-                m_trace.lose("values of counters that are no numbers");
+            countAll(thread, *time);
             break;
         default:
             m_trace.happen(thread, *time, event.name);
         }
     }
 
+    void nameProcess(const ChromeEvent& event) {
+        if (!m_tracks) // whose processes are told by packets
+            m_trace.nameProcess(event.process, labelOf(event));
+    }
+    static std::string labelOf(const ChromeEvent& event) {
+        const std::string* const name = event.argument("name");
+        return name ? *name : std::string();
+    }
+
+    void countAll(ImportedTrace::Thread thread, std::uint64_t time) {
+        const auto numbers = std::ranges::count_if(m_event.arguments, &ChromeEvent::Argument::isNumber);
+        for (const auto& [name, value, isNumber] : m_event.arguments) {
+            if (isNumber)
+                count(thread, time, numbers == 1 ? m_event.name : m_event.name + '.' + name, value);
+        }
+        if (m_event.hasMore || static_cast<std::size_t>(numbers) < m_event.arguments.size())
+            m_trace.lose("values of counters that are no numbers");
+    }
     void count(ImportedTrace::Thread thread, std::uint64_t time, const std::string& name, const std::string& value) {
         std::int64_t whole = 0;
         const char* const end = value.data() + value.size();
@@ -295,10 +329,11 @@ private:
     }
 
     ImportedTrace& m_trace;
-    Event m_event;
-    std::string m_key, m_argument;
+    ChromeEvent m_event;
+    std::string m_section, m_key, m_argument;
+    std::map<std::string, std::string> m_metadata;
+    std::optional<ChromeTracks> m_tracks; ///< of a file that was made of a trace
     unsigned m_depth = 0, m_eventDepth = ~0u - 1;
-    bool m_isList = false;
     bool m_sawEvents = false;
 };
 
@@ -318,6 +353,7 @@ void readChromeJson(std::istream& in, const std::string& name, ImportedTrace& tr
                                         rapidjson::GetParseError_En(result.Code()), result.Offset()));
     if (!events.sawEvents())
         throw Failure(name, "has no traceEvents");
+    events.finish();
     if (!result.IsError())
         return;
     if (!bytes.isAtEnd())

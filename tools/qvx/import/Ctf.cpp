@@ -419,7 +419,7 @@ private:
         const std::uint64_t start = m_first == kUnknown64 ? 0 : m_first;
         m_told = m_end = start;
         if (const auto frequency = numberOf("ticks_per_second"))
-            m_trace.packet(start, CTimestamp(m_first, *frequency));
+            m_trace.put(start, 0, CTimestamp(m_first, *frequency), {});
         else if (m_first != kUnknown64)
             tellTick(m_first);
     }
@@ -431,7 +431,7 @@ private:
     void tellTick(std::uint64_t tick) {
         m_told = tick;
         if (m_first != kUnknown64)
-            m_trace.packet(tick, CSync(tick, kNoCore, kNoCore, kUnknown64));
+            m_trace.put(tick, 0, CSync(tick, kNoCore, kNoCore, kUnknown64), {});
     }
 
     void lookAtOwn(const EventFacts& facts, const bt_field* payload, std::uint64_t tick) {
@@ -683,7 +683,7 @@ private:
         if (stream.isOwn)
             return;
         if (const auto time = timeOf(stream, clock))
-            m_trace.packet(*time, CTraceBroken(*time, kNoCore, kNoCore, kUnknown64));
+            m_trace.put(*time, 0, CTraceBroken(*time, kNoCore, kNoCore, kUnknown64), {});
     }
 
     // Fields that tell nothing of the above: numbers become values of counters, and all else a text.

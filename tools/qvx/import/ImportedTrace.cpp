@@ -3,6 +3,7 @@
 #include "../Output.h"
 #include "../TraceInput.h"
 #include "../TraceOutput.h"
+#include "quorvex/analysis/TraceNames.h"
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/format/Context.h"
 #include "quorvex/packets/PacketKinds.h"
@@ -46,7 +47,7 @@ CCharStringSequence textOf(std::string_view text) {
 /// Something that has happened. A text follows.
 struct ImportedTrace::Happening {
     Sort sort;
-    Thread thread = 0;
+    Thread thread = 0;      ///< of a packet, what its place is of
     std::uint32_t name = 0; ///< its number
     std::uint32_t core = ~std::uint32_t{0};
     std::uint64_t value = 0; ///< of a counter, a signal, a call's duration, an address
@@ -176,10 +177,18 @@ void ImportedTrace::packets(std::uint64_t time, std::string_view bytes) {
     put(time, 0, {Sort::Packets}, bytes);
 }
 
-void ImportedTrace::packet(std::uint64_t time, CPacket&& packet) {
+void ImportedTrace::put(std::uint64_t time, std::uint64_t order, CPacket&& packet, Place place) {
     std::string bytes(packet.StreamSize(), '\0');
-    packet.write(bytes.data(), packet.StreamSize());
-    packets(time, bytes);
+    packet.write(bytes.data(), static_cast<unsigned>(bytes.size()));
+    put(time, order, {.sort = Sort::Packet, .thread = place.of, .core = place.number}, bytes);
+}
+
+void ImportedTrace::runs(std::uint64_t time, std::uint64_t order, std::uint32_t thread, std::uint32_t core) {
+    put(time, order, {.sort = Sort::Runs, .thread = thread, .core = core});
+}
+
+void ImportedTrace::rests(std::uint64_t time, std::uint64_t order, std::uint32_t thread, std::uint32_t core) {
+    put(time, order, {.sort = Sort::Rests, .thread = thread, .core = core});
 }
 
 void ImportedTrace::lose(std::string_view reason, std::uint64_t count) {
@@ -204,7 +213,7 @@ public:
         bool isFirst = true;
         while (sorted.next()) {
             if (std::exchange(isFirst, false))
-                begin(sorted.time());
+                begin(m_trace.m_start.value_or(sorted.time()));
             leaveUntil(sorted.time());
             Happening what{};
             std::memcpy(&what, sorted.record().data(), sizeof what);
@@ -212,7 +221,7 @@ public:
             show(what, sorted.record().substr(sizeof what));
         }
         if (isFirst)
-            begin(0);
+            begin(m_trace.m_start.value_or(0));
         leaveUntil(kOpen - 1);
         put(new CTraceDisabled);
         put(new CEndOfTrace);
@@ -236,6 +245,8 @@ private:
         put(new CTraceEnabled(0, SFrameConfig())); // its length is put in at its end
         if (m_trace.m_frequency > 0)
             put(new CTimestamp(time, m_trace.m_frequency));
+        else if (m_trace.m_start)
+            put(new CTimestamp(time));
         for (const Process& process : m_trace.m_processes) {
             if (!process.name.empty())
                 tell(fmt::format("quorvex.process pid={} program={}", process.number, lineOf(process.name)));
@@ -390,7 +401,38 @@ private:
         case Sort::Packets:
             putAll(text);
             break;
+        case Sort::Packet:
+            place(what, text);
+            break;
+        case Sort::Runs:
+            m_coreOf[what.thread] = what.core;
+            m_threadOn[what.core] = what.thread;
+            break;
+        case Sort::Rests:
+            m_coreOf.erase(what.thread);
+            m_threadOn.erase(what.core);
+            break;
         }
+    }
+
+    void place(const Happening& what, std::string_view bytes) {
+        unsigned taken = 0;
+        PacketPointer packet(CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), taken));
+        const auto of = static_cast<Place::Of>(what.thread);
+        const auto other = [&](const std::unordered_map<std::uint32_t, std::uint32_t>& known) {
+            const auto at = known.find(what.core);
+            return at == known.end() ? ~std::uint32_t{0} : at->second;
+        };
+        if (of != Place::Nothing) {
+            const std::uint32_t thread = of == Place::Thread ? what.core
+                                         : of == Place::Core ? other(m_threadOn)
+                                                             : ~std::uint32_t{0};
+            const std::uint32_t core = of == Place::Thread ? other(m_coreOf) : what.core;
+            changeNumbers(*packet, [&](FieldMeaning, std::string_view name, std::uint64_t& value) {
+                value = name == "HWCtx" ? core : name == "SWCtx" ? thread : value;
+            });
+        }
+        put(packet.release());
     }
 
     void count(const Happening& what) {
@@ -426,6 +468,8 @@ private:
     std::vector<std::vector<Call>> m_stacks; ///< by thread
     std::vector<bool> m_running;             ///< by thread
     std::priority_queue<End, std::vector<End>, std::greater<>> m_ends;
+    std::unordered_map<std::uint32_t, std::uint32_t> m_coreOf,
+        m_threadOn; ///< of threads and cores that are told to run
     std::vector<bool> m_functions, m_processes, m_counters, m_events, m_signals; ///< that are defined
     std::uint64_t m_time = 0;
     std::uint64_t m_packets = 0;

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "TimeSort.h"
+#include "quorvex/format/Packet.h"
 
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -63,7 +65,23 @@ public:
     /// Packets as they are, with texts behind them. What they define is nothing to the functions, events and so on
     /// above.
     void packets(std::uint64_t time, std::string_view bytes);
-    void packet(std::uint64_t time, Quorvex::CPacket&& packet);
+
+    // For who has packets. Order is that of the ones of one time.
+    // @{
+    /// The first packet tells that time; else it is that of what happened first.
+    void setStart(std::uint64_t tick) { m_start = tick; }
+    /// Where a packet belongs: to a thread, on whichever core it runs; to a core, and whichever thread runs there; to a
+    /// core where no thread is known.
+    struct Place {
+        enum Of : std::uint8_t { Nothing, Thread, Core, CoreAlone } of = Nothing;
+        std::uint32_t number = ~std::uint32_t{0};
+    };
+    /// A packet whose place is still to be put in.
+    void put(std::uint64_t time, std::uint64_t order, Quorvex::CPacket&& packet, Place place);
+    /// A thread comes to run on a core, or ceases to.
+    void runs(std::uint64_t time, std::uint64_t order, std::uint32_t thread, std::uint32_t core);
+    void rests(std::uint64_t time, std::uint64_t order, std::uint32_t thread, std::uint32_t core);
+    // @}
 
     /// Counts what cannot be kept, by reason.
     void lose(std::string_view reason, std::uint64_t count = 1);
@@ -73,7 +91,22 @@ public:
     std::uint64_t write(Target& target, bool isPaged, bool isRelative);
 
 private:
-    enum class Sort : std::uint8_t { Enter, Leave, Call, Run, Stop, Integer, Double, Happen, Signal, Message, Packets };
+    enum class Sort : std::uint8_t {
+        Enter,
+        Leave,
+        Call,
+        Run,
+        Stop,
+        Integer,
+        Double,
+        Happen,
+        Signal,
+        Message,
+        Packets,
+        Packet,
+        Runs,
+        Rests,
+    };
     struct Happening;
     class Writing;
 
@@ -103,6 +136,7 @@ private:
     std::uint32_t process(std::string_view name);
 
     std::uint64_t m_frequency = 0;
+    std::optional<std::uint64_t> m_start;
     TimeSort m_sort;
     Names m_functions, m_counterNames, m_events, m_signals, m_processNames, m_threadNames;
     std::unordered_map<std::uint32_t, std::string> m_functionNames; ///< that people use, by number
