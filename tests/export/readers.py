@@ -59,6 +59,21 @@ def check_chrome(traces):
     return +entered
 
 
+def check_way_back(traces):
+    """What import makes of the file is shown as the same file again."""
+    with tempfile.TemporaryDirectory() as work:
+        files = []
+        for shown in traces, [f'{work}/back.qvx']:
+            file = f'{work}/{len(files)}.json'
+            qvx('export', *shown, '--to', 'chrome', '-o', file)
+            if not files:
+                qvx('import', file, '-o', f'{work}/back.qvx')
+            text = pathlib.Path(file).read_text(encoding='utf-8')
+            files.append([line for line in text.splitlines() if '"process_name"' not in line])
+    differs = next((pair for pair in zip(*files) if pair[0] != pair[1]), (len(files[0]), len(files[1])))
+    expect('the way back', *differs)
+
+
 def check_speedscope(traces):
     """The rules that its importer has."""
     file, entered = json.loads(exported('speedscope', traces)), collections.Counter()
@@ -251,13 +266,14 @@ def check_all(traces):
            sum(int(line.rsplit(' ', 1)[1]) for line in folded.splitlines()))
     check_ctf(traces[0])
     check_ctf_back(traces)
+    check_way_back(traces)
 
 
 with tempfile.TemporaryDirectory() as recorded:
     subprocess.run([WORDCOUNT, SOURCE / 'docs', '3'], stdout=subprocess.DEVNULL, check=True,
                    env={**os.environ, 'QVX_TRACEDIR': recorded})
     check_all(sorted(str(trace) for trace in pathlib.Path(recorded).glob('*.qvx')))
-for check in (check_chrome, check_speedscope, check_tables, check_perfetto):
+for check in (check_chrome, check_way_back, check_speedscope, check_tables, check_perfetto):
     check([SAMPLES])
 check_ctf(SAMPLES)
 check_ctf_back([SAMPLES])

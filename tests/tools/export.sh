@@ -2,6 +2,7 @@
 # Exports traces with qvx, and looks at what it says and at what it makes.
 #
 #     export.sh QVX WORDCOUNT
+data=$(cd "$(dirname "$0")/../data" && pwd)
 . "$(dirname "$0")/common.sh"
 wordcount=$2
 export_to() { run "$1" export "${@:2}"; }
@@ -193,6 +194,31 @@ if [ "${QVX_SYSTEM:-Linux}" = Linux ]; then
         [[ $? = [03] ]] || { cat err; fail "a thousand traces as $format"; } # one thread, a thousand times
     done
 fi
+# The way there and back again: what import makes of a file for Chrome is shown as that file, but for the names of
+# the inputs. What holds for a bit of all that there is stands in a file of its own.
+# same_again FILE TRACE: tells the first line that differs.
+same_again() {
+    run 0 import "$1" -f -o "$2"
+    "$qvx" export "$2" --to chrome -f -o again.json 2>err || true
+    diff <(grep -v '"process_name"' "$1") <(grep -v '"process_name"' again.json) >differs ||
+        { head -3 differs; fail "the way back of $1"; }
+}
+grep -v '^lost: ' "$data/scene.trace.json" >scene.json
+same_again scene.json a.qvx
+cmp scene.json again.json || fail 'names of processes, and the file that a trace is in'
+for traces in 'thread_*.qvx' 'ns.txt us.txt' 'shared.txt other.txt' around.txt losses.txt depths.txt unit.txt counter.txt; do
+    # shellcheck disable=SC2086
+    "$qvx" export $traces --to chrome -f -o there.json 2>err
+    same_again there.json back.qvx
+done
+# A gigahertz and more, ticks that share a nanosecond, and what is told of by no event of its own.
+{
+    clock 3000000000
+    function_at Enter 3000000001 1 Enter 3000000002 1 Enter 3000000003 2 Leave 3000000004 1 Leave 3000000009 3
+    function_at Enter 3000000011 1 Leave 3000000012 2
+} >fast.txt
+"$qvx" export fast.txt --to chrome -f -o there.json 2>err
+same_again there.json back.qvx
 
 # A viewer takes the dump, and what sets it up.
 if command -v vcd2fst >/dev/null; then

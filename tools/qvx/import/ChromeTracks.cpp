@@ -175,6 +175,10 @@ void ChromeTracks::putAt(Time time, CPacket&& packet, Place place) {
     m_trace.put(time.tick, time.order, std::move(packet), place);
 }
 
+void ChromeTracks::stray(Time time, Place place) {
+    putAt(time, CFunctionLeave({m_first ? time.tick : kUnknown64, kUnknown, kUnknown, kUnknown64}, kNowhere), place);
+}
+
 void ChromeTracks::name(const ChromeEvent& event) {
     const auto group = numberIn<std::uint64_t>(event.process), number = numberIn<std::uint64_t>(event.thread);
     const std::string* const name = event.argument("name");
@@ -210,9 +214,8 @@ void ChromeTracks::tell(const ChromeEvent& event, std::uint64_t nanoseconds) {
     if (!isEnter && event.phase != "E")
         return m_trace.lose("events of phase '" + event.phase + "'");
     if (!isEnter && event.argument("left")) {
-        // It is not left. But to the last packet of its thread or core it went on.
-        if (m_lastAt[{track.place.of, track.place.number}] < m_now.tick && event.category == "call")
-            put(CFunctionLeave(context(), kNowhere), track.place);
+        if (event.category == "call")
+            m_shownUntil[{track.place.of, track.place.number}] = m_now;
         return;
     }
     if (event.category == "call")
@@ -234,6 +237,12 @@ void ChromeTracks::tell(const ChromeEvent& event, std::uint64_t nanoseconds) {
 void ChromeTracks::finish() {
     for (auto& [key, track] : m_tracks)
         leaveState(track);
+    // What is not left is shown up to the last packet of its thread; if that is not shown, a run tells when it was.
+    for (const auto& [place, time] : m_shownUntil) {
+        const bool runs = place.first == Place::Thread && m_threads[place.second].told > 0;
+        if (!runs && m_lastAt[place] < time.tick)
+            stray(time, {place.first, place.second});
+    }
     m_now = {m_last, m_now.order + 2};
     if (m_first && m_lastPut < m_last)
         put(CTimestamp(m_last));
@@ -267,17 +276,13 @@ void ChromeTracks::run(Track& track, const ChromeEvent& event, bool isEnter) {
             first = std::min(first.value_or(kUnknown64), since->first->order - 1);
         isLast = isLast || (since->first && since->last == m_now.tick);
     }
-    // It runs from a packet to a packet; where none is shown there, it was one that leaves what was not entered.
+    // It runs from a packet to a packet.
     const Time begin{track.since, first.value_or(std::max(its.told, cores.told))};
     m_trace.runs(begin.tick, begin.order, *thread, track.place.number);
-    const auto stray = [&](Time time) {
-        putAt(time, CFunctionLeave({m_first ? time.tick : kUnknown64, kUnknown, kUnknown, kUnknown64}, kNowhere),
-              place);
-    };
     if (!first)
-        stray(begin);
+        stray(begin, place);
     if (!isLast && (first || track.since != m_now.tick))
-        stray(m_now);
+        stray(m_now, place);
     m_trace.rests(m_now.tick, m_now.order, *thread, track.place.number);
     its = cores = {.first = {}, .last = 0, .told = m_now.order};
 }

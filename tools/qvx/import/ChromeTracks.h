@@ -48,6 +48,7 @@ public:
 
 private:
     using Key = std::pair<std::uint64_t, std::uint64_t>; ///< process and thread of the file
+    using PlaceKey = std::pair<ImportedTrace::Place::Of, std::uint32_t>;
     struct Time {
         std::uint64_t tick = 0;  ///< by which packets are sorted,
         std::uint64_t order = 0; ///< and those of one tick
@@ -75,6 +76,8 @@ private:
     Quorvex::CCoreContext context() const;
     void put(Quorvex::CPacket&& packet, ImportedTrace::Place place = {});
     void putAt(Time time, Quorvex::CPacket&& packet, ImportedTrace::Place place = {});
+    /// Puts a packet where there was one of which nothing is shown: one that leaves what has not been entered.
+    void stray(Time time, ImportedTrace::Place place);
     /// The number of what has that name, of a sort by itself, and whether it is new.
     std::pair<std::uint32_t, bool> numberOf(char sort, const std::string& name);
 
@@ -98,7 +101,8 @@ private:
     std::uint64_t m_last = 0, m_lastPut = 0; ///< ticks
     std::map<Key, Track> m_tracks;
     std::map<std::uint32_t, Since> m_threads, m_cores;
-    std::map<std::pair<ImportedTrace::Place::Of, std::uint32_t>, std::uint64_t> m_lastAt; ///< ticks, by places
+    std::map<PlaceKey, std::uint64_t> m_lastAt; ///< ticks of packets
+    std::map<PlaceKey, Time> m_shownUntil;      ///< calls that are not left
     std::map<std::pair<char, std::string>, std::uint32_t> m_numbers;
     std::map<std::string, std::vector<const Track*>> m_sameNames; ///< tracks of counters
     std::map<std::uint32_t, std::string> m_units;                 ///< of counters

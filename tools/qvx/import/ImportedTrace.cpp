@@ -27,7 +27,8 @@ namespace {
 
 constexpr std::uint64_t kOpen = UINT64_MAX;        ///< the end of a call whose end is not known
 constexpr std::uint32_t kLast = ~std::uint32_t{0}; ///< the function that was entered last
-constexpr std::uint32_t kLinesOfBus = 512;         ///< of signals
+constexpr std::uint32_t kUnknown = ~std::uint32_t{0};
+constexpr std::uint32_t kLinesOfBus = 512; ///< of signals
 constexpr std::uint64_t kExactDouble = 1ull << 53;
 
 std::optional<std::uint32_t> numberIn(std::string_view text) {
@@ -409,6 +410,7 @@ private:
             m_threadOn[what.core] = what.thread;
             break;
         case Sort::Rests:
+            m_lastCoreOf[what.thread] = what.core;
             m_coreOf.erase(what.thread);
             m_threadOn.erase(what.core);
             break;
@@ -421,13 +423,15 @@ private:
         const auto of = static_cast<Place::Of>(what.thread);
         const auto other = [&](const std::unordered_map<std::uint32_t, std::uint32_t>& known) {
             const auto at = known.find(what.core);
-            return at == known.end() ? ~std::uint32_t{0} : at->second;
+            return at == known.end() ? kUnknown : at->second;
         };
         if (of != Place::Nothing) {
             const std::uint32_t thread = of == Place::Thread ? what.core
                                          : of == Place::Core ? other(m_threadOn)
-                                                             : ~std::uint32_t{0};
-            const std::uint32_t core = of == Place::Thread ? other(m_coreOf) : what.core;
+                                                             : kUnknown;
+            std::uint32_t core = of == Place::Thread ? other(m_coreOf) : what.core;
+            if (of == Place::Thread && core == kUnknown && packet->TraceCode() == TraceBroken)
+                core = other(m_lastCoreOf); // it tells what ran before it
             changeNumbers(*packet, [&](FieldMeaning, std::string_view name, std::uint64_t& value) {
                 value = name == "HWCtx" ? core : name == "SWCtx" ? thread : value;
             });
@@ -468,8 +472,8 @@ private:
     std::vector<std::vector<Call>> m_stacks; ///< by thread
     std::vector<bool> m_running;             ///< by thread
     std::priority_queue<End, std::vector<End>, std::greater<>> m_ends;
-    std::unordered_map<std::uint32_t, std::uint32_t> m_coreOf,
-        m_threadOn; ///< of threads and cores that are told to run
+    std::unordered_map<std::uint32_t, std::uint32_t> m_coreOf, m_threadOn,
+        m_lastCoreOf; ///< of threads and cores that are told to run
     std::vector<bool> m_functions, m_processes, m_counters, m_events, m_signals; ///< that are defined
     std::uint64_t m_time = 0;
     std::uint64_t m_packets = 0;
