@@ -151,12 +151,12 @@ def check_perfetto(traces):
             begun[names[event[10]] if 10 in event else ''] += event[9] == 1 and 4 in tracks[event[11]]
             depth[event[11]] += {1: 1, 2: -1}.get(event[9], 0)
     expect('slices that stay open', [], [track for track, count in depth.items() if count])
-    check_schema(done.stdout)
+    check_schema(done.stdout, lines(exported('json', traces)))
     return +begun
 
 
-def check_schema(file):
-    """The published schema knows every field."""
+def check_schema(file, rows):
+    """The published schema knows every field, and tells every row of the table."""
     try:
         from google.protobuf.unknown_fields import UnknownFieldSet
         from perfetto.protos.perfetto.trace import perfetto_trace_pb2
@@ -169,7 +169,77 @@ def check_schema(file):
             if field.message_type:
                 for each in value if hasattr(value, 'append') else [value]:
                     check(each)
-    check(perfetto_trace_pb2.Trace.FromString(file))
+    trace = perfetto_trace_pb2.Trace.FromString(file)
+    check(trace)
+    names, tracks, open_, got = {}, {}, collections.defaultdict(list), collections.Counter()
+    for packet in trace.packet:
+        names.update((name.iid, name.name) for name in packet.interned_data.event_names)
+        if packet.HasField('track_descriptor'):
+            its = packet.track_descriptor
+            tracks[its.uuid] = its.thread.thread_name if its.HasField('thread') else its.name
+        if packet.HasField('track_event'):
+            its = packet.track_event
+            track, name = tracks[its.track_uuid], names.get(its.name_iid, its.name)
+            if its.type == its.TYPE_SLICE_BEGIN:
+                open_[its.track_uuid].append((name, packet.timestamp))
+            elif its.type == its.TYPE_SLICE_END:
+                name, since = open_[its.track_uuid].pop()
+                got[track, name, since, packet.timestamp - since] += 1
+            elif its.type == its.TYPE_INSTANT:
+                got[track, name, packet.timestamp] += 1
+            else:
+                value = its.double_counter_value if its.HasField('double_counter_value') else its.counter_value
+                got[track, packet.timestamp, value % 2 ** 64] += 1
+    told = collections.Counter()
+    texts = {row['track'] for row in rows if row['type'] == 'value' and not re.fullmatch(r'-?[0-9.e+-]+', str(row['value']))}
+    for row in rows:
+        start = row.get('start_ns', row.get('start_ticks'))
+        if row['track'] in texts:
+            continue # shown as slices
+        if row['type'] == 'value':
+            value = float(row['value']) if isinstance(row['value'], float) else int(row['value'])
+            told[row['track'], start, value % 2 ** 64] += 1
+        elif row['type'] == 'event':
+            told[row['track'], row['name'], start] += 1
+        else:
+            told[row['track'], row['name'], start, row.get('duration_ns', row.get('duration_ticks'))] += 1
+    expect('rows that Perfetto is not told of', collections.Counter(), told - got)
+    expect('what is in no row', collections.Counter(), collections.Counter(
+        {its: count for its, count in (got - told).items() if its[0] not in texts}))
+
+
+def check_dump(traces):
+    """Import takes from a dump what another reader does: all values of all variables that are numbers."""
+    try:
+        from vcd.reader import TokenKind, tokenize
+    except ImportError:
+        return skipped.add('no second reader of dumps (pip install pyvcd)')
+    with tempfile.TemporaryDirectory() as work:
+        qvx('export', *traces, '--to', 'vcd', '-o', f'{work}/run.vcd')
+        qvx('import', f'{work}/run.vcd', '-o', f'{work}/back.qvx')
+        rows = lines(exported('json', [f'{work}/back.qvx']))
+        theirs, names, scopes, time = collections.defaultdict(list), {}, [], 0
+        with open(f'{work}/run.vcd', 'rb') as file:
+            for token in tokenize(file):
+                if token.kind is TokenKind.SCOPE:
+                    scopes.append(token.scope.ident)
+                elif token.kind is TokenKind.UPSCOPE:
+                    scopes.pop()
+                elif token.kind is TokenKind.VAR:
+                    names[token.var.id_code] = '.'.join([*scopes, token.var.ref_str.replace(' ', '')])
+                elif token.kind is TokenKind.CHANGE_TIME:
+                    time = token.time_change
+                elif token.kind in (TokenKind.CHANGE_SCALAR, TokenKind.CHANGE_VECTOR, TokenKind.CHANGE_REAL):
+                    value = token.data.value
+                    value = int(value) if value in ('0', '1') else value
+                    if not isinstance(value, str) and value == value: # neither unknown nor no number
+                        theirs[names[token.data.id_code]].append((time, value))
+    ours = collections.defaultdict(list)
+    for row in rows:
+        if row['type'] == 'value' and row['value'] is not None:
+            value = row['value']
+            ours[row['track']].append((row['start_ns'], int(value) if isinstance(value, str) else value))
+    expect('values of a dump', dict(theirs), dict(ours))
 
 
 def check_ctf(trace):
@@ -267,12 +337,19 @@ def check_all(traces):
     check_ctf(traces[0])
     check_ctf_back(traces)
     check_way_back(traces)
+    check_dump(traces)
 
 
 with tempfile.TemporaryDirectory() as recorded:
     subprocess.run([WORDCOUNT, SOURCE / 'docs', '3'], stdout=subprocess.DEVNULL, check=True,
                    env={**os.environ, 'QVX_TRACEDIR': recorded})
     check_all(sorted(str(trace) for trace in pathlib.Path(recorded).glob('*.qvx')))
+with tempfile.TemporaryDirectory() as made: # a bit of all that there is
+    (pathlib.Path(made) / 'scene.json').write_text(
+        re.sub('(?m)^lost: .*\n', '', (SOURCE / 'tests/data/scene.trace.json').read_text(encoding='utf-8')), encoding='utf-8')
+    qvx('import', f'{made}/scene.json', '-o', f'{made}/scene.qvx')
+    check_dump([f'{made}/scene.qvx'])
+    check_perfetto([f'{made}/scene.qvx'])
 for check in (check_chrome, check_way_back, check_speedscope, check_tables, check_perfetto):
     check([SAMPLES])
 check_ctf(SAMPLES)

@@ -140,22 +140,22 @@ IN
 says 'times that are none or go back (1), values of unknown variables (1), values x and z (4)'
 shows 'value changes' <<'OUT'
          0.000000000     -          -  Signal  Master=0  SignalValue=0x00  SignalMask=0x01
-         0.000000000     -          -  Signal  Master=0  SignalValue=0x00  SignalMask=0x02
+         0.000000000     -          -  Signal  Master=1  SignalValue=0x00  SignalMask=0x01
          0.000000000     -          0  CounterValue top.sub.data[7:0]  Value=0
          0.000000000     -          0  CounterValue top.sub.count  Value=0
          0.000000000     -          0  CounterValue top.volts  Value=0
          0.000000000     -          -  Message "top.state: idle"  Priority=0
          0.000000050     -          -  Signal  Master=0  SignalValue=0x01  SignalMask=0x01
-         0.000000050     -          -  Signal  Master=0  SignalValue=0x02  SignalMask=0x02
+         0.000000050     -          -  Signal  Master=1  SignalValue=0x01  SignalMask=0x01
          0.000000050     -          0  CounterValue top.sub.data[7:0]  Value=5
          0.000000050     -          0  CounterValue top.sub.count  Value=-2
          0.000000050     -          0  CounterValue top.volts  Value=-1.5
          0.000000050     -          0  Event top.tick
          0.000000050     -          -  Message "top.state: running"  Priority=0
          0.000000070     -          -  Signal  Master=0  SignalValue=0x00  SignalMask=0x01
-         0.000000070     -          -  Signal  Master=0  SignalValue=0x00  SignalMask=0x02
+         0.000000070     -          -  Signal  Master=1  SignalValue=0x00  SignalMask=0x01
          0.000000090     -          -  Signal  Master=0  SignalValue=0x01  SignalMask=0x01
-         0.000000090     -          -  Signal  Master=0  SignalValue=0x02  SignalMask=0x02
+         0.000000090     -          -  Signal  Master=1  SignalValue=0x01  SignalMask=0x01
          0.000000090     -          0  CounterValue top.sub.data[7:0]  Value=1
 OUT
 

@@ -28,7 +28,6 @@ namespace {
 constexpr std::uint64_t kOpen = UINT64_MAX;        ///< the end of a call whose end is not known
 constexpr std::uint32_t kLast = ~std::uint32_t{0}; ///< the function that was entered last
 constexpr std::uint32_t kUnknown = ~std::uint32_t{0};
-constexpr std::uint32_t kLinesOfBus = 512; ///< of signals
 constexpr std::uint64_t kExactDouble = 1ull << 53;
 
 std::optional<std::uint32_t> numberIn(std::string_view text) {
@@ -456,14 +455,13 @@ private:
         put(new CCounterValue(at(what), what.name + 1, value));
     }
 
+    /// Each has a bus for itself: of other signals of its bus, a packet would say that they are not valid.
     void signal(const Happening& what) {
-        const std::uint32_t line = what.name % kLinesOfBus;
-        const CBusContext bus(m_time, ~std::uint32_t{0}, what.name / kLinesOfBus);
-        CSignalMask mask(line + 1);
-        mask.set(line);
+        const CBusContext bus(m_time, kUnknown, what.name);
+        const CSignalMask line("1"), none("0");
         if (isNew(m_signals, what.name))
-            put(new CSignalDefine(bus, what.name + 1, mask, textOf(*m_trace.m_signals.names[what.name])));
-        put(new CSignal(bus, what.value ? mask : CSignalMask(line + 1), mask));
+            put(new CSignalDefine(bus, what.name + 1, line, textOf(*m_trace.m_signals.names[what.name])));
+        put(new CSignal(bus, what.value ? line : none, line));
     }
 
     ImportedTrace& m_trace;
