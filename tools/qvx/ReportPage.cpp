@@ -59,7 +59,7 @@ void ReportPage::addTrack(JsonLine line, const std::vector<ReportColumn>& column
         sizes.push_back(column.bytes().size());
         m_data += column.bytes();
     }
-    add(line.add("columns", sizes));
+    add(line.add("columns", sizes).text());
 }
 
 void ReportPage::write(std::ostream& out) const {

@@ -38,7 +38,7 @@ private:
 /// the others are the columns of all tracks, in the order of the lines that tell of them.
 class ReportPage {
 public:
-    void add(const JsonLine& line) { m_lines += line.text(); }
+    void add(const std::string& lines) { m_lines += lines; }
     /// A line that tells of a track, and its columns.
     void addTrack(JsonLine line, const std::vector<ReportColumn>& columns);
     /// Writes all of it; whether that has failed the stream tells.
