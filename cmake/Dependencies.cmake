@@ -2,7 +2,7 @@
 # distribution has binaries for all targets, of the others for its own system alone. For other targets (-m32, Windows)
 # they are built from what its packages bring along: sources of GoogleTest, and headers that need no library of the
 # others. elfutils names the functions of recorded programs; without it, qvx tells them by their addresses.
-# libbabeltrace2 reads CTF for `qvx import`, where it is.
+# libbabeltrace2 reads CTF for `qvx import`, and GNU libmicrohttpd serves the page of `qvx view`, where they are.
 option(QUORVEX_DEPENDENCIES_FROM_SOURCE "Build what the tools and tests need from sources and headers in /usr"
   ${CMAKE_CROSSCOMPILING})
 
@@ -13,7 +13,14 @@ if(QUORVEX_BUILD_TOOLS)
   set(CMAKE_REQUIRED_LIBRARIES dw elf)
   check_cxx_source_compiles("#include <elfutils/libdwfl.h>
     int main() { return dwfl_errno(); }" QUORVEX_HAS_ELFUTILS)
+  set(CMAKE_REQUIRED_LIBRARIES microhttpd)
+  check_cxx_source_compiles("#include <microhttpd.h>
+    #include <netinet/in.h>
+    int main() { return MHD_is_feature_supported(MHD_FEATURE_THREAD_NAMES) == MHD_YES; }" QUORVEX_HAS_MICROHTTPD)
   unset(CMAKE_REQUIRED_LIBRARIES)
+  if(NOT QUORVEX_HAS_MICROHTTPD)
+    message(STATUS "GNU libmicrohttpd (package libmicrohttpd-dev) is missing: qvx will have no verb view")
+  endif()
   if(NOT QUORVEX_HAS_ELFUTILS)
     message(STATUS "elfutils (package libdw-dev) is missing: qvx will not name the functions of recorded programs")
   endif()

@@ -57,6 +57,7 @@ int run(std::vector<std::string> arguments) {
     addImport(program);
     addRecord(program);
     addReport(program);
+    addView(program);
     addKinds(program);
     return program.run(std::move(arguments), "info");
 }

@@ -1,9 +1,9 @@
 #include "Tracks.h"
 
-#include "RecordedFact.h"
 #include "Story.h"
 #include "TraceInput.h"
 #include "quorvex/analysis/CallWalk.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 

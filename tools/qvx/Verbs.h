@@ -54,6 +54,7 @@ void addExport(Program& program);
 void addImport(Program& program);
 void addRecord(Program& program);
 void addReport(Program& program);
+void addView(Program& program);
 void addKinds(Program& program);
 
 } // namespace qvx

@@ -17,7 +17,6 @@ const kMostPaths = 1 << 20;
 
 export function flameOf(report: Report, range: Range, track: number | null): Flame {
     const functions = report.names.function.length;
-    // Paths by number; their parents stand before them. Those without one have the parent -1.
     const parent: number[] = [];
     const name: number[] = [];
     const total: number[] = [];
@@ -68,16 +67,20 @@ export function flameOf(report: Report, range: Range, track: number | null): Fla
             },
         );
     }
-    return { ...layOut(parent, name, total, self, calls), hasClock, isCut };
+    return { ...layOut({ parent, name, total, self, calls }), hasClock, isCut };
 }
 
-function layOut(
-    parent: number[],
-    name: number[],
-    total: number[],
-    self: number[],
-    calls: number[],
-): Pick<Flame, 'spans' | 'calls' | 'self' | 'width'> {
+/** Paths by number. Their parents stand before them; those without one have the parent -1. */
+export interface Paths {
+    parent: number[];
+    name: number[];
+    total: number[];
+    self: number[];
+    calls: number[];
+}
+
+export function layOut(paths: Paths): Pick<Flame, 'spans' | 'calls' | 'self' | 'width'> {
+    const { parent, name, total, self, calls } = paths;
     const count = parent.length;
     const children: number[][] = Array.from({ length: count + 1 }, () => []);
     for (let path = 0; path < count; ++path) children[parent[path] + 1].push(path);
@@ -88,9 +91,9 @@ function layOut(
     const itsCalls = new Float64Array(count);
     const itsSelf = new Float64Array(count);
     const work: { path: number; from: number; depth: number }[] = [];
-    const push = (paths: number[], from: number, depth: number): number => {
-        paths.sort((a, b) => total[b] - total[a] || a - b);
-        const placed = paths.map((path) => ({ path, from: (from += total[path]) - total[path], depth }));
+    const push = (those: number[], from: number, depth: number): number => {
+        those.sort((a, b) => total[b] - total[a] || a - b);
+        const placed = those.map((path) => ({ path, from: (from += total[path]) - total[path], depth }));
         work.push(...placed.reverse());
         return from;
     };

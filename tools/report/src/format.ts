@@ -38,15 +38,23 @@ export class Reader {
         const value = this.unsigned();
         return value % 2 === 0 ? value / 2 : -(value + 1) / 2;
     }
+
+    /** A number of eight bytes, the lowest first. */
+    real(): number {
+        const { bytes, at } = this;
+        if (at + 8 > this.end) throw new Error('a column is cut');
+        this.at = at + 8;
+        return new DataView(bytes.buffer, bytes.byteOffset + at).getFloat64(0, true);
+    }
 }
 
-interface Line {
+export interface Line {
     record: string;
     [key: string]: unknown;
 }
 
 /** Reads lines of JSON one by one. */
-function* linesOf(text: string): Generator<Line> {
+export function* linesOf(text: string): Generator<Line> {
     for (let from = 0; from < text.length; ) {
         const end = text.indexOf('\n', from);
         const line = text.slice(from, end < 0 ? text.length : end);
@@ -98,20 +106,20 @@ function readMarks(readers: Reader[], count: number): Marks {
     return marks;
 }
 
-function readCurve(readers: Reader[], count: number, real: DataView | null): Curve {
+function readCurve(readers: Reader[], count: number, isReal: boolean): Curve {
     const [at, values] = readers;
     const curve: Curve = { at: new Float64Array(count), value: new Float64Array(count) };
     let last = 0;
     let value = 0;
     for (let i = 0; i < count; ++i) {
         curve.at[i] = last += at.signed();
-        curve.value[i] = real ? real.getFloat64(8 * i, true) : (value += values.signed());
+        curve.value[i] = isReal ? values.real() : (value += values.signed());
     }
     return curve;
 }
 
-/** Makes a report of its first block as a text and the other blocks one behind the other. */
-export function readReport(head: string, data: Uint8Array): Report {
+/** Makes a report of lines; what its tracks hold, and lines of other sorts, are for `fill`. */
+export function readLines(head: string, fill: (line: Line, track: Track | null) => void): Report {
     const report: Report = {
         title: '',
         version: '',
@@ -136,11 +144,12 @@ export function readReport(head: string, data: Uint8Array): Report {
         unshown: [],
         notes: [],
     };
-    let position = 0;
     for (const line of linesOf(head)) {
         switch (line.record) {
             case 'report':
                 if (line['format'] !== kVersion) throw new Error('this report is of another version');
+                report.from = Number(line['from'] ?? 0);
+                report.to = Number(line['to'] ?? 0);
                 report.title = line['title'] as string;
                 report.version = line['version'] as string;
                 report.base = String(line['base']);
@@ -166,35 +175,45 @@ export function readReport(head: string, data: Uint8Array): Report {
                 report.notes.push(line['text'] as string);
                 break;
             case 'track': {
-                const count = Number(line['count']);
-                const sizes = line['columns'] as number[];
-                const begin = position;
-                const readers = sizes.map((size) => new Reader(data, position, (position += size)));
-                if (position > data.length) throw new Error('the report is cut');
                 const track: Track = {
+                    number: report.tracks.length,
                     sort: line['sort'] as string,
                     title: line['title'] as string,
                     file: Number(line['file']),
                     place: line['place'] as number | null,
                     frequency: Number(line['frequency']),
                     table: line['table'] as Table,
-                    count,
+                    count: Number(line['count']),
                 };
-                if (line['form'] === 'spans') track.spans = readSpans(readers, count);
-                else if (line['form'] === 'marks') track.marks = readMarks(readers, count);
-                else {
-                    const isReal = line['form'] === 'reals';
-                    const real = isReal
-                        ? new DataView(data.buffer, data.byteOffset + begin + sizes[0], sizes[1])
-                        : null;
-                    track.curve = readCurve(readers, count, real);
-                }
+                fill(line, track);
                 report.tracks.push(track);
                 break;
             }
-            default: // of a later version, and of no use here
+            default: // or of a later version, and of no use here
+                fill(line, null);
         }
     }
+    return report;
+}
+
+/** Columns of those sizes that stand one behind the other. */
+export function readersOf(data: Uint8Array, position: number, sizes: number[]): Reader[] {
+    if (sizes.reduce((sum, size) => sum + size, position) > data.length) throw new Error('the report is cut');
+    return sizes.map((size) => new Reader(data, position, (position += size)));
+}
+
+/** Makes a report of its first block as a text and the other blocks one behind the other. */
+export function readReport(head: string, data: Uint8Array): Report {
+    let position = 0;
+    const report = readLines(head, (line, track) => {
+        if (!track) return;
+        const sizes = line['columns'] as number[];
+        const readers = readersOf(data, position, sizes);
+        if (line['form'] === 'spans') track.spans = readSpans(readers, track.count);
+        else if (line['form'] === 'marks') track.marks = readMarks(readers, track.count);
+        else track.curve = readCurve(readers, track.count, line['form'] === 'reals');
+        position += sizes.reduce((sum, size) => sum + size, 0);
+    });
     if (position !== data.length) throw new Error('the report is cut');
     setRange(report);
     return report;

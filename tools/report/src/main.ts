@@ -58,7 +58,7 @@ const state = {
     sort: 'self' as Column,
     isRising: false,
     closed: [] as number[],
-    picked: null as { track: number; index: number } | null,
+    picked: null as { track: number; index: number; depth: number } | null,
     theme: null as 'dark' | 'light' | null,
 };
 let summary: Summary | null = null;
@@ -69,6 +69,7 @@ let rememberTimer = 0;
 // The worker, and questions to it.
 
 const worker = new Worker(URL.createObjectURL(new Blob([WORKER_SOURCE], { type: 'text/javascript' })));
+const loading = new Set<SurfaceId>();
 const waiting = new Map<number, { resolve: (answer: never) => void; reject: (error: Error) => void }>();
 let asked = 0;
 
@@ -84,7 +85,7 @@ function ask<Q extends keyof Questions>(question: Q, its: Questions[Q]['ask']): 
 /** Tells, behind what is being done now, whether something is still to come. */
 function showBusySoon(): void {
     setTimeout(() => {
-        const isBusy = waiting.size > 0 || refreshTimer !== 0 || rememberTimer !== 0;
+        const isBusy = waiting.size > 0 || loading.size > 0 || refreshTimer !== 0 || rememberTimer !== 0;
         get('bottom').setAttribute('aria-busy', String(isBusy));
     });
 }
@@ -131,7 +132,10 @@ worker.onmessage = ({ data: message }: MessageEvent<FromWorker>) => {
             break;
         case 'painted':
             charts[message.surface].setContentHeight(message.height);
-            if (message.surface === 'timeline') document.documentElement.dataset['ready'] = '';
+            if (message.isWhole) loading.delete(message.surface);
+            else loading.add(message.surface);
+            showBusySoon();
+            if (message.surface === 'timeline' && message.isWhole) document.documentElement.dataset['ready'] = '';
             break;
         case 'answer':
             showBusySoon();
@@ -141,7 +145,7 @@ worker.onmessage = ({ data: message }: MessageEvent<FromWorker>) => {
         case 'failed': {
             showBusySoon();
             const error = new Error(message.text);
-            if (message.id === undefined) fail(`This trace cannot be shown: ${message.text}`);
+            if (message.id === undefined) fail(`This trace cannot be shown${summary ? ' any more' : ''}: ${message.text}`);
             else waiting.get(message.id)?.reject(error);
             waiting.delete(message.id ?? -1);
         }
@@ -149,10 +153,12 @@ worker.onmessage = ({ data: message }: MessageEvent<FromWorker>) => {
 };
 
 // Data stand behind the program, in elements that hand themselves over one by one.
+let hasBlocks = false;
 (globalThis as unknown as { q: () => void }).q = () => {
     const script = document.currentScript;
     const block = script?.previousElementSibling;
     if (!script || !block) return;
+    hasBlocks = true;
     send({ do: 'block', text: block.textContent ?? '', size: Number(block.getAttribute('data-size')) });
     block.remove();
     script.remove();
@@ -173,7 +179,7 @@ function viewOf(chart: Chart, id: SurfaceId): View {
         isDark: isDark(),
         selection: id === 'timeline' ? state.selection : null,
         closed: state.closed,
-        picked: state.picked,
+        picked: state.picked && pickedRange ? { ...state.picked, range: pickedRange } : null,
     };
 }
 function redraw(id: SurfaceId): void {
@@ -546,7 +552,7 @@ function tell(text: string): void {
     if (status.textContent !== text) status.textContent = text;
 }
 function showDetails(details: Details): void {
-    state.picked = { track: details.track, index: details.index };
+    state.picked = { track: details.track, index: details.index, depth: details.depth };
     pickedRange = details.range;
     pickedFunction = details.function;
     get('detailsName').textContent = details.name;
@@ -613,6 +619,7 @@ function rememberSoon(): void {
 function hashNow(): string {
     const { range } = charts.timeline;
     const words = new URLSearchParams();
+    if (token !== null) words.set('t', token);
     words.set('view', `${range.from.toFixed(3)},${range.to.toFixed(3)}`);
     if (state.selection) words.set('selected', `${state.selection.from},${state.selection.to}`);
     if (state.tab !== 'functions') words.set('tab', state.tab);
@@ -845,5 +852,10 @@ document.addEventListener('keydown', (event) => {
 });
 window.addEventListener('hashchange', () => summary && restore(summary));
 matchMedia('(prefers-color-scheme: dark)').addEventListener('change', applyTheme);
-window.addEventListener('load', () => send({ do: 'end' }));
+// A page without data was served, and the address tells the word by which to ask for them.
+const token = new URLSearchParams(location.hash.slice(1)).get('t');
+window.addEventListener('load', () => {
+    if (hasBlocks || token === null || location.protocol !== 'http:') send({ do: 'end' });
+    else send({ do: 'serve', origin: location.origin, token });
+});
 applyTheme();

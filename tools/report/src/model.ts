@@ -35,6 +35,8 @@ export interface Spans {
     rows: Uint32Array;
     /** Of each 16 in `order`, then of each 16 of those, and so on, the longest: an index of a span. */
     levels: Uint32Array[];
+    /** Where each stands in all of the track, where only a part of that is here. */
+    place?: Float64Array;
 }
 
 /** Moments, in the order of time; `text` is 0 where there is none. */
@@ -42,15 +44,21 @@ export interface Marks {
     at: Float64Array;
     name: Uint32Array;
     text: Uint32Array;
+    place?: Float64Array;
 }
 
 /** A value that holds until the next one. */
 export interface Curve {
     at: Float64Array;
     value: Float64Array;
+    place?: Float64Array;
+    /** The least and the greatest value of the track, where only a part of that is here. */
+    bounds?: [number, number];
 }
 
 export interface Track {
+    /** Its place in the report. */
+    number: number;
     /** What it shows: `function` of a thread, `process` and `interrupt` and `thread` of a core, and so on. */
     sort: string;
     title: string;
@@ -64,6 +72,9 @@ export interface Track {
     spans?: Spans;
     marks?: Marks;
     curve?: Curve;
+    /** The part that is here, where that is not all: from one tick to another, with one thing of those that are shorter
+     *  than so many ticks. */
+    tile?: { from: number; to: number; cell: number };
 }
 
 /** What a trace has and a report does not show. */
@@ -119,16 +130,17 @@ export function firstFrom(values: Float64Array, limit: number, lo = 0, hi = valu
     return lo;
 }
 
-/** Puts spans in rows by depth, and finds the longest of each group. */
+/** Puts spans in rows by depth, of which there are so many at least, and finds the longest of each group. */
 export function makeSpans(
     start: Float64Array,
     end: Float64Array,
     name: Uint32Array,
     depth: Uint16Array,
     open: Uint8Array,
+    leastRows = 0,
 ): Spans {
     const count = start.length;
-    let deepest = -1;
+    let deepest = leastRows - 1;
     for (let i = 0; i < count; ++i) if (depth[i] > deepest) deepest = depth[i];
     const rows = new Uint32Array(deepest + 2);
     for (let i = 0; i < count; ++i) ++rows[depth[i] + 1];

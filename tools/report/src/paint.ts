@@ -378,7 +378,7 @@ function paintCurve(canvas: Canvas, track: Track, top: number, look: Look): void
     const curve = track.curve;
     if (!curve) return;
     const { range, ratio, theme } = look;
-    const known = bounds.get(curve.value) ?? boundsOf(curve.value);
+    const known = curve.bounds ?? bounds.get(curve.value) ?? boundsOf(curve.value);
     bounds.set(curve.value, known);
     const [low, high] = [Math.min(0, known[0]), known[1] > known[0] ? known[1] : Math.max(known[1], known[0] + 1)];
     const height = (kCurve - 6) * ratio;

@@ -16,7 +16,7 @@ export interface View {
     isDark: boolean;
     selection: Range | null;
     closed: number[];
-    picked: { track: number; index: number } | null;
+    picked: { track: number; index: number; range: Range; depth: number } | null;
 }
 
 /** All that the page knows of a trace by itself. */
@@ -45,6 +45,7 @@ export interface Details {
     /** The function that it is a call of; null where it is none. */
     function: number | null;
     range: Range;
+    depth: number;
     facts: [string, string][];
     line: string;
 }
@@ -80,12 +81,13 @@ export type Picked = { isTitle: true; track: number } | { isTitle: false; detail
 export type ToWorker =
     | { do: 'block'; text: string; size: number }
     | { do: 'end' }
+    | { do: 'serve'; origin: string; token: string }
     | { do: 'surface'; surface: SurfaceId; canvas: OffscreenCanvas }
     | { do: 'view'; surface: SurfaceId; view: View }
     | { do: 'ask'; id: number; question: keyof Questions; ask: unknown };
 
 export type FromWorker =
     | { is: 'ready'; summary: Summary }
-    | { is: 'painted'; surface: SurfaceId; height: number }
+    | { is: 'painted'; surface: SurfaceId; height: number; isWhole: boolean }
     | { is: 'answer'; id: number; answer: unknown }
     | { is: 'failed'; text: string; id?: number };

@@ -1,8 +1,9 @@
 // The worker holds the trace: it reads it, paints it and answers what the page asks.
 
-import { flameOf, type Flame } from './flame';
+import { Embedded } from './embedded';
+import type { Flame } from './flame';
 import { bytesOf, inflate, readReport } from './format';
-import { firstFrom, parentOf, type Report, type Track } from './model';
+import { parentOf, type Report, type Table, type Track } from './model';
 import { matches, patternOf, shown } from './names';
 import {
     Colors,
@@ -21,8 +22,9 @@ import {
     type Canvas,
     type Look,
 } from './paint';
-import type { Details, FromWorker, MarkRow, Questions, Summary, SurfaceId, ToWorker, View } from './protocol';
-import { functionTable, histogramOf } from './statistics';
+import type { Details, FromWorker, Questions, Summary, SurfaceId, ToWorker, View } from './protocol';
+import { Served } from './served';
+import type { Source } from './source';
 import { durationText, momentText, nanosecondsOf, tickText } from './times';
 
 interface Scope {
@@ -44,11 +46,15 @@ interface Surface {
     bands: Band[];
     layout: string;
     isWaiting: boolean;
+    /** More of what is shown is on its way. */
+    isLoading: boolean;
 }
 
+let source: Source;
 let report: Report;
 const surfaces = new Map<SurfaceId, Surface>();
-const wanted = new Map<string, Uint8Array>();
+const wanted = new Map<Table, Uint8Array>();
+let wantedPattern = '';
 let flame: Flame | null = null;
 let isReady = false;
 
@@ -90,21 +96,39 @@ function heightOfAll(id: SurfaceId, surface: Surface): number {
 function overlays(id: SurfaceId, surface: Surface, view: View): { x: number; y: number; w: number; h: number }[] {
     const { picked, range, ratio } = view;
     if (!picked || (id === 'flame' && picked.track >= 0)) return [];
-    const track = surface.tracks[id === 'flame' ? 0 : picked.track];
-    const band = surface.bands[id === 'flame' ? 0 : picked.track];
+    const at = id === 'flame' ? 0 : picked.track;
+    const track = surface.tracks[at];
+    const band = surface.bands[at];
     if (!track || !band || band.height <= band.header || picked.index < 0) return [];
     const k = (view.width * ratio) / (range.to - range.from);
-    const top = (band.y + band.header - view.y + (id === 'timeline' ? kRuler : 0)) * ratio;
-    if (track.spans) {
-        const { start, end, depth } = track.spans;
-        const x = (start[picked.index] - range.from) * k;
-        const w = Math.max(2 * ratio, (end[picked.index] - start[picked.index]) * k);
-        return [{ x, y: top + depth[picked.index] * kRow * ratio, w, h: (kRow - 1) * ratio }];
-    }
-    const at = track.marks?.at ?? track.curve?.at;
-    if (!at) return [];
-    const x = (at[picked.index] - range.from) * k;
-    return [{ x: x - ratio, y: top, w: 4 * ratio, h: heightOf(track) * ratio }];
+    const y = (band.y + band.header - view.y + (id === 'timeline' ? kRuler : 0)) * ratio;
+    const x = (picked.range.from - range.from) * k;
+    if (!track.spans) return [{ x: x - ratio, y, w: 4 * ratio, h: heightOf(track) * ratio }];
+    const w = Math.max(2 * ratio, (picked.range.to - picked.range.from) * k);
+    return [{ x, y: y + picked.depth * kRow * ratio, w, h: (kRow - 1) * ratio }];
+}
+
+/** Has what is in sight, and a little around it, be there. */
+function load(id: SurfaceId, surface: Surface, view: View): void {
+    if (surface.isLoading || (id === 'flame' && flame)) return;
+    const [top, bottom] = [view.y - view.height / 2, view.y + 1.5 * view.height];
+    const inSight = surface.bands.filter(
+        ({ y, header, height }) => height > header && y < bottom && y + height > top,
+    );
+    const tracks = inSight.map(({ track }) => surface.tracks[track]);
+    const coming = source.prepare(tracks, view.range, Math.round(view.width * view.ratio));
+    if (!coming) return;
+    surface.isLoading = true;
+    coming.then(
+        () => {
+            surface.isLoading = false;
+            drawSoon(id);
+        },
+        (error: unknown) => {
+            surface.isLoading = false;
+            failed(error);
+        },
+    );
 }
 
 function draw(id: SurfaceId, surface: Surface): void {
@@ -146,7 +170,8 @@ function draw(id: SurfaceId, surface: Surface): void {
         const left = Math.max(-5, x);
         context.strokeRect(left, y, Math.min(width + 10, x + w) - left, h);
     }
-    scope.postMessage({ is: 'painted', surface: id, height: heightOfAll(id, surface) });
+    load(id, surface, view);
+    scope.postMessage({ is: 'painted', surface: id, height: heightOfAll(id, surface), isWhole: !surface.isLoading });
 }
 
 const widths = new Map<string, number>();
@@ -193,71 +218,46 @@ function placeOf(track: Track): string {
     return shown(track.title, 160) + (report.files.length > 1 ? ` of ${shown(baseName(report.files[track.file]), 160)}` : '');
 }
 
-function detailsOf(trackIndex: number, index: number): Details | null {
+async function detailsOf(trackIndex: number, index: number): Promise<Details | null> {
     const track = report.tracks[trackIndex];
-    if (!track || index < 0 || index >= track.count) return null;
-    const facts: [string, string][] = [];
-    const moment = (at: number): string =>
-        `${momentText(at, report.frequency)} (tick ${tickText(report, at)})`;
-    const length = (ticks: number): string => {
-        const value = nanosecondsOf(ticks, track.frequency);
-        const text = durationText(value, track.frequency !== 0);
-        return track.frequency !== 0 && value >= 1000 ? `${text} (${value} ns)` : text;
-    };
-    const { spans, marks, curve } = track;
-    if (spans) {
-        const name = report.names[track.table][spans.name[index]];
-        const start = spans.start[index];
-        const end = spans.end[index];
-        facts.push(['In', placeOf(track)], ['From', moment(start)], ['Took', length(end - start)]);
-        if (spans.open[index]) facts.push(['End', 'not told by the trace']);
+    const item = track ? await source.item(trackIndex, index) : null;
+    if (!track || !item) return null;
+    const { start, end, depth } = item;
+    const facts: [string, string][] = [['In', placeOf(track)]];
+    const moment = `${momentText(start, report.frequency)} (tick ${tickText(report, start)})`;
+    const details = { track: trackIndex, index, range: { from: start, to: end }, depth, facts, function: null };
+    const names = report.names[track.table];
+    if (track.spans) {
+        const name = names[item.name];
+        const hasClock = track.frequency !== 0;
+        const value = nanosecondsOf(end - start, track.frequency);
+        const length = durationText(value, hasClock);
+        facts.push(['From', moment], ['Took', hasClock && value >= 1000 ? `${length} (${value} ns)` : length]);
+        if (item.isOpen) facts.push(['End', 'not told by the trace']);
         if (track.sort === 'function') {
-            let inner = 0;
-            let called = 0;
-            for (let i = index + 1; i < spans.start.length && spans.depth[i] > spans.depth[index]; ++i) {
-                if (spans.depth[i] !== spans.depth[index] + 1) continue;
-                inner += nanosecondsOf(spans.end[i] - spans.start[i], track.frequency);
-                ++called;
-            }
-            const whole = nanosecondsOf(end - start, track.frequency);
-            const self = whole - Math.min(inner, whole);
-            facts.push(['Of that itself', durationText(self, track.frequency !== 0)], ['Calls in it', `${called}`]);
-            const parent = parentOf(spans, index);
-            if (parent >= 0) facts.push(['Called by', shown(report.names[track.table][spans.name[parent]].text)]);
-            facts.push(['Depth', `${spans.depth[index] + 1}`]);
+            const self = value - Math.min(item.inner, value);
+            facts.push(['Of that itself', durationText(self, hasClock)], ['Calls in it', `${item.called}`]);
+            if (item.parent !== null) facts.push(['Called by', shown(names[item.parent].text)]);
+            facts.push(['Depth', `${depth + 1}`]);
         }
         if (name.place !== undefined) facts.push(['Defined at', shown(name.place, 4000)]);
         if (name.id !== null) facts.push(['Number', `${name.id}`]);
-        const text = shown(name.text, 4000);
         return {
-            track: trackIndex,
-            index,
-            name: text,
-            function: track.sort === 'function' ? spans.name[index] : null,
-            range: { from: start, to: end },
-            facts,
-            line: `${shown(name.text)}, ${durationText(nanosecondsOf(end - start, track.frequency), track.frequency !== 0)}, from ${momentText(start, report.frequency)}, in ${placeOf(track)}`,
+            ...details,
+            name: shown(name.text, 4000),
+            function: track.sort === 'function' ? item.name : null,
+            line: `${shown(name.text)}, ${length}, from ${momentText(start, report.frequency)}, in ${placeOf(track)}`,
         };
     }
-    const at = (marks?.at ?? curve?.at)?.[index] ?? 0;
-    facts.push(['In', placeOf(track)], ['At', moment(at)]);
-    let name = shown(track.title);
-    if (marks) {
-        name = shown(report.names[track.table][marks.name[index]].text, 4000);
-        const text = report.names.text[marks.text[index]].text;
-        if (text !== '') facts.push(['Text', shown(text, 10000)]);
-    } else if (curve) {
-        facts.push(['Value', `${curve.value[index]}`]);
-    }
-    const value = curve ? ` is ${curve.value[index]}` : '';
+    facts.push(['At', moment]);
+    if (track.marks && item.text !== '') facts.push(['Text', shown(item.text, 10000)]);
+    if (track.curve) facts.push(['Value', `${item.value}`]);
+    const name = track.marks ? shown(names[item.name].text, 4000) : shown(track.title);
+    const value = track.curve ? ` is ${item.value}` : '';
     return {
-        track: trackIndex,
-        index,
+        ...details,
         name,
-        function: null,
-        range: { from: at, to: at },
-        facts,
-        line: `${name}${value}, at ${momentText(at, report.frequency)}, in ${placeOf(track)}`,
+        line: `${name}${value}, at ${momentText(start, report.frequency)}, in ${placeOf(track)}`,
     };
 }
 
@@ -276,6 +276,7 @@ function detailsOfPath(its: Flame, index: number): Details {
         name: shown(name.text, 4000),
         function: spans.name[index],
         range: { from: spans.start[index], to: spans.end[index] },
+        depth: spans.depth[index],
         facts: [
             ['Path', path.length > 0 ? path.join(' › ') : 'called by nothing that is known'],
             ['Calls', `${calls[index]}`],
@@ -287,83 +288,39 @@ function detailsOfPath(its: Flame, index: number): Details {
     };
 }
 
-/** What is searched for: `next` of the moments in the order of time, then of tracks. */
-function nextHit(from: { at: number; track: number; index: number }, isBack: boolean): Details | null {
-    let best: { at: number; track: number; index: number } | null = null;
-    const isBefore = (a: { at: number; track: number; index: number }, b: typeof a): boolean =>
-        a.at !== b.at ? a.at < b.at : a.track !== b.track ? a.track < b.track : a.index < b.index;
-    report.tracks.forEach((track, number) => {
-        const its = wanted.get(track.table);
-        const at = track.spans?.start ?? track.marks?.at;
-        const name = track.spans?.name ?? track.marks?.name;
-        if (!its || !at || !name) return;
-        const step = isBack ? -1 : 1;
-        for (
-            let i = firstFrom(at, isBack ? from.at + 0.5 : from.at); // ticks are whole
-            i >= 0 && i <= at.length;
-            i += step
-        ) {
-            if (i === at.length || its[name[i]] === 0) continue;
-            const hit = { at: at[i], track: number, index: i };
-            if (isBack ? !isBefore(hit, from) : !isBefore(from, hit)) continue;
-            if (!best || (isBack ? isBefore(best, hit) : isBefore(hit, best))) best = hit;
-            return;
-        }
-    });
-    const found = best as { track: number; index: number } | null;
+async function nextHit({ from, isBack }: Questions['next']['ask']): Promise<Details | null> {
+    const found = await source.next(wantedPattern, wanted, from, isBack);
     return found ? detailsOf(found.track, found.index) : null;
 }
 
 function search(text: string): number {
     wanted.clear();
     if (text === '') return 0;
-    const pattern = patternOf(text);
+    wantedPattern = patternOf(text);
     for (const [table, names] of Object.entries(report.names))
-        wanted.set(table, Uint8Array.from(names, (name) => (matches(pattern, name.text) ? 1 : 0)));
-    let count = 0;
-    for (const track of report.tracks) {
-        const its = wanted.get(track.table) as Uint8Array;
-        const name = track.spans?.name ?? track.marks?.name;
-        if (name) for (let i = 0; i < name.length; ++i) count += its[name[i]];
-    }
-    return count;
+        wanted.set(table as Table, Uint8Array.from(names, (name) => (matches(wantedPattern, name.text) ? 1 : 0)));
+    return source.count(wanted);
 }
 
-function marksOf(range: { from: number; to: number }, filter: string, most: number): { rows: MarkRow[]; count: number } {
-    const pattern = filter === '' ? null : patternOf(filter);
-    const rows: MarkRow[] = [];
-    let count = 0;
-    report.tracks.forEach((track, number) => {
-        const { marks } = track;
-        if (!marks) return;
-        for (let i = firstFrom(marks.at, range.from); i < marks.at.length && marks.at[i] < range.to; ++i) {
-            const name = report.names[track.table][marks.name[i]].text;
-            const text = report.names.text[marks.text[i]].text;
-            if (pattern && !matches(pattern, name) && !matches(pattern, text)) continue;
-            ++count;
-            if (rows.length < 4 * most)
-                rows.push({
-                    track: number,
-                    index: i,
-                    at: marks.at[i],
-                    place: placeOf(track),
-                    name: shown(name),
-                    text: shown(text, 2000),
-                });
-        }
+async function marksOf({ range, filter, most }: Questions['marks']['ask']): Promise<Questions['marks']['answer']> {
+    const { marks, count } = await source.marks(range, filter === '' ? null : patternOf(filter), most);
+    const rows = marks.map(({ track, index, at, name, text }) => {
+        const its = report.tracks[track];
+        const title = shown(report.names[its.table][name].text);
+        return { track, index, at, place: placeOf(its), name: title, text: shown(text, 2000) };
     });
-    rows.sort((a, b) => a.at - b.at);
-    return { rows: rows.slice(0, most), count };
+    return { rows, count };
 }
 
-function showFlame(ask: Questions['flame']['ask']): Questions['flame']['answer'] {
+async function showFlame(ask: Questions['flame']['ask']): Promise<Questions['flame']['answer']> {
     const surface = surfaces.get('flame');
     if (!surface) throw new Error('there is no place for a flame graph');
+    flame = ask.isMerged ? await source.flame(ask.range, ask.track) : null;
     surface.layout = '?';
-    if (ask.isMerged) {
-        flame = flameOf(report, ask.range, ask.track);
+    if (flame) {
         surface.tracks = [
             {
+                number: -1,
                 sort: 'flame',
                 title: '',
                 file: -1,
@@ -377,23 +334,23 @@ function showFlame(ask: Questions['flame']['ask']): Questions['flame']['answer']
         const range = { from: 0, to: Math.max(1, flame.width) };
         return { range, hasClock: flame.hasClock, isCut: flame.isCut, isEmpty: flame.spans.start.length === 0 };
     }
-    flame = null;
-    surface.tracks = report.tracks.filter(
-        (track, index) => track.sort === 'function' && (ask.track === null || ask.track === index),
-    );
+    // Another part of them may be here than in the timeline.
+    surface.tracks = report.tracks
+        .filter((track, index) => track.sort === 'function' && (ask.track === null || ask.track === index))
+        .map((track) => ({ ...track }));
     return { range: ask.range, hasClock: true, isCut: false, isEmpty: surface.tracks.length === 0 };
 }
 
 type Answers = { [Q in keyof Questions]: (ask: Questions[Q]['ask']) => Questions[Q]['answer'] | Promise<Questions[Q]['answer']> };
 
 const answers: Answers = {
-    table: ({ range, track }) => functionTable(report, range, track),
-    histogram: ({ range, track, name }) => histogramOf(report, range, track, name),
+    table: ({ range, track }) => source.table(range, track),
+    histogram: ({ range, track, name }) => source.histogram(range, track, name),
     flame: showFlame,
-    marks: ({ range, filter, most }) => marksOf(range, filter, most),
+    marks: marksOf,
     search: ({ text }) => ({ count: search(text) }),
-    next: ({ from, isBack }) => nextHit(from, isBack),
-    pick: ({ surface: id, x, y }) => {
+    next: nextHit,
+    pick: async ({ surface: id, x, y }) => {
         const surface = surfaces.get(id);
         if (!surface?.view) return null;
         const { view } = surface;
@@ -402,7 +359,9 @@ const answers: Answers = {
         const hit = hitAt(surface.tracks, surface.bands, view.range, view.width, x, y - top + view.y);
         if (!hit) return null;
         if (hit.isTitle) return { isTitle: true, track: hit.track };
-        const details = hit.index < 0 ? null : detailsIn(id, hit.track, hit.index);
+        const { spans, marks, curve } = surface.tracks[hit.track];
+        const index = (spans ?? marks ?? curve)?.place?.[hit.index] ?? hit.index;
+        const details = index < 0 ? null : await detailsIn(id, hit.track, index);
         return details ? { isTitle: false, details } : null;
     },
     details: ({ surface, track, index }) => detailsIn(surface, track, index),
@@ -410,11 +369,11 @@ const answers: Answers = {
     settled: () => true,
 };
 
-function detailsIn(id: SurfaceId, track: number, index: number): Details | null {
+async function detailsIn(id: SurfaceId, track: number, index: number): Promise<Details | null> {
     if (id === 'timeline') return detailsOf(track, index);
     if (flame) return index < flame.spans.start.length ? detailsOfPath(flame, index) : null;
     const its = surfaces.get('flame')?.tracks[track];
-    return its ? detailsOf(report.tracks.indexOf(its), index) : null;
+    return its ? detailsOf(its.number, index) : null;
 }
 
 function summaryOf(its: Report): Summary {
@@ -448,7 +407,12 @@ async function finish(): Promise<void> {
         data.set(block, at);
         at += block.length;
     }
-    report = readReport(new TextDecoder().decode(head), data);
+    begin(new Embedded(readReport(new TextDecoder().decode(head), data)));
+}
+
+function begin(its: Source): void {
+    source = its;
+    report = its.report;
     isReady = true;
     const timeline = surfaces.get('timeline');
     if (timeline) timeline.tracks = report.tracks;
@@ -469,6 +433,9 @@ scope.onmessage = ({ data: message }) => {
         case 'end':
             finish().catch(failed);
             break;
+        case 'serve':
+            Served.open(message.origin, message.token, () => failed(new Error('qvx has ended'))).then(begin, failed);
+            break;
         case 'surface': {
             const context = message.canvas.getContext('2d', { alpha: false }) as OffscreenCanvasRenderingContext2D;
             surfaces.set(message.surface, {
@@ -480,6 +447,7 @@ scope.onmessage = ({ data: message }) => {
                 bands: [],
                 layout: '?',
                 isWaiting: false,
+                isLoading: false,
             });
             break;
         }

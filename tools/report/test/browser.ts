@@ -3,7 +3,7 @@
 //
 //     node build/browser.mjs QVX CHROMIUM SCREENSHOTS TRACES...
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
+import { execFileSync, spawn, type ChildProcess } from 'node:child_process';
 import { mkdirSync, mkdtempSync, readFileSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
@@ -99,9 +99,11 @@ function everything(): string {
 }
 
 let context: BrowserContext;
+/** Opens a page; the address of one that is served has a hash of its own. */
 async function open(file: string, hash = ''): Promise<Page> {
     const page = await context.newPage();
-    await page.goto(pathToFileURL(file).href + hash);
+    const isServed = file.startsWith('http:');
+    await page.goto(!isServed ? pathToFileURL(file).href + hash : hash.startsWith('#t=') ? file.replace(/#.*/, hash) : file + hash.replace('#', '&'));
     await page.locator('html[data-ready]').waitFor({ state: 'attached', timeout: 30000 });
     return page;
 }
@@ -181,11 +183,25 @@ async function checkAccess(page: Page): Promise<void> {
     assert.deepEqual(violations, []);
 }
 
-const tests: [string, () => Promise<void>][] = [];
-const test = (name: string, its: () => Promise<void>): void => void tests.push([name, its]);
+const tests: { name: string; its: () => Promise<void>; isForAll: boolean }[] = [];
+const test = (name: string, its: () => Promise<void>, isForAll = true): void => void tests.push({ name, its, isForAll });
 
-const demo = join(work, 'demo.html');
-const all = join(work, 'all.html');
+// What depends on where a trace comes from is tested of both: pages that qvx report writes, and those that qvx view
+// serves.
+const reports = { demo: join(work, 'demo.html'), all: join(work, 'all.html') };
+const served = { demo: '', all: '' };
+let { demo, all } = reports;
+
+const servers: ChildProcess[] = [];
+/** Serves traces; the address of the page. */
+function serve(...those: string[]): Promise<string> {
+    const server = spawn(qvx, ['view', '--no-browser', '--stay', ...those], { stdio: ['ignore', 'pipe', 'inherit'] });
+    servers.push(server);
+    return new Promise((resolve, reject) => {
+        server.once('exit', () => reject(new Error('qvx view has ended')));
+        server.stdout.once('data', (text: Buffer) => resolve(text.toString().trim()));
+    });
+}
 
 test('numbers are those of qvx stats', async () => {
     const page = await open(demo);
@@ -231,7 +247,7 @@ test('the table is sorted by each column', async () => {
         }
     }
     await page.close();
-});
+}, false);
 
 test('time is zoomed and moved by mouse and keys', async () => {
     const page = await open(demo);
@@ -522,7 +538,7 @@ test('the page is for keyboards and screen readers too', async () => {
     await page.getByRole('button', { name: 'Copy', exact: true }).click();
     await page.getByRole('button', { name: 'Copy link' }).click();
     await page.close();
-});
+}, false);
 
 test('damaged pages say so', async () => {
     const whole = readFileSync(demo, 'utf8');
@@ -536,7 +552,7 @@ test('damaged pages say so', async () => {
         assert.match((await page.locator('#status').textContent()) ?? '', /cannot be shown/);
         await page.close();
     }
-});
+}, false);
 
 test('a million calls', async () => {
     const count = 1000000;
@@ -575,13 +591,15 @@ test('a million calls', async () => {
     await takePicture(page, 'million');
     assert.ok(size <= 6, `${size} bytes a call`);
     await page.close();
-});
+}, false);
 
 async function main(): Promise<void> {
     mkdirSync(pictures, { recursive: true });
     run('report', ...traces, '-f', '-o', demo);
     writeFileSync(join(work, 'all'), everything());
     run('report', join(work, 'all'), '-f', '-o', all);
+    served.demo = await serve(...traces);
+    served.all = await serve(join(work, 'all'));
     context = await chromium.launchPersistentContext(join(work, 'profile'), {
         executablePath: browser,
         headless: true,
@@ -592,16 +610,19 @@ async function main(): Promise<void> {
     context.on('console', (message) => bad.push(`console: ${message.text()}`));
     context.on('weberror', (error) => bad.push(error.error().stack ?? ''));
     context.on('request', (request) => {
-        if (!/^(file|data|blob|about):/.test(request.url())) bad.push(`asks for ${request.url()}`);
+        const isOwn = Object.values(served).some((its) => request.url().startsWith(its.replace(/#.*/, '')));
+        if (!isOwn && !/^(file|data|blob|about):/.test(request.url())) bad.push(`asks for ${request.url()}`);
     });
     await context.addInitScript(() =>
         addEventListener('securitypolicyviolation', (event) => console.error('policy', event.blockedURI)),
     );
     let failures = 0;
     const only = process.env['ONLY'];
-    for (const [name, its] of tests) {
+    const kinds = [...tests.map((its) => ({ ...its, pages: reports })), ...tests.filter((its) => its.isForAll).map((its) => ({ ...its, name: `${its.name}, served`, pages: served }))];
+    for (const { name, its, pages } of kinds) {
         if (only && !name.includes(only)) continue;
         try {
+            ({ demo, all } = pages);
             await its();
             assert.deepEqual(bad.splice(0), []);
             console.log(`ok: ${name}`);
@@ -609,14 +630,14 @@ async function main(): Promise<void> {
             ++failures;
             bad.length = 0;
             console.log(`FAILED: ${name}\n${error instanceof Error ? error.stack : String(error)}`);
-            const pages = context.pages();
-            for (const page of pages.slice(1)) {
+            for (const page of context.pages().slice(1)) {
                 await takePicture(page, 'failed').catch(() => undefined);
                 await page.close();
             }
         }
     }
     await context.close();
+    for (const server of servers) server.removeAllListeners('exit').kill();
     rmSync(work, { recursive: true, force: true });
     process.exitCode = failures > 0 ? 1 : 0;
 }

@@ -1,0 +1,7 @@
+#include "Verbs.h"
+
+namespace qvx {
+
+void addView(Program&) {} // there is no library that could serve the page
+
+} // namespace qvx

@@ -1,0 +1,282 @@
+#include "TrackIndex.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <rapidjson/document.h>
+#include <utility>
+
+namespace qvx {
+
+using namespace Quorvex;
+
+namespace {
+
+constexpr std::size_t kBatch = 1024;                 ///< of a track, before it is put into rows
+constexpr std::size_t kWrite = std::size_t{1} << 20; ///< bytes that are written at once
+
+/// The number of a value in the order of values.
+double orderOf(const Track& track, std::uint64_t bits) {
+    return !track.isCounter || track.isReal() ? std::bit_cast<double>(bits)
+                                              : static_cast<double>(static_cast<std::int64_t>(bits));
+}
+
+} // namespace
+
+const std::vector<std::string>& TrackIndex::tables() {
+    static const std::vector<std::string> tables{"function", "process", "interrupt", "thread",
+                                                 "state",    "signal",  "mark",      "counter"};
+    return tables;
+}
+
+bool TrackIndex::open(const std::string& path, const std::string& key) {
+    m_file.close();
+    if (m_file.open(path.c_str()) != 0 || m_file.mapped() < sizeof m_header)
+        return false;
+    std::memcpy(&m_header, m_file.memory(), sizeof m_header);
+    if (m_header.magic != kMagic || m_header.size != m_file.mapped() || !holds<char>(m_header.key, m_header.keySize) ||
+        std::string_view(at<char>(m_header.key), m_header.keySize) != key || !isWhole())
+        return false;
+    m_names.assign(tables().size(), {});
+    for (std::string_view rest = lines(); !rest.empty();) {
+        const std::size_t end = std::min(rest.find('\n'), rest.size() - 1);
+        rapidjson::Document line;
+        line.Parse(rest.data(), end);
+        rest.remove_prefix(end + 1);
+        if (line.HasParseError() || !line.IsObject() || !line.HasMember("table") || !line.HasMember("record") ||
+            line["record"] != "name")
+            continue;
+        const auto table = std::ranges::find(tables(), line["table"].GetString());
+        if (table != tables().end())
+            m_names[static_cast<std::size_t>(table - tables().begin())].emplace_back(line["name"].GetString(),
+                                                                                     line["name"].GetStringLength());
+    }
+    return true;
+}
+
+/// Whether all places that it tells are within it: others may have written it.
+bool TrackIndex::isWhole() const {
+    if (!holds<char>(m_header.lines, m_header.linesSize) || !holds<TrackEntry>(m_header.tracks, m_header.trackCount))
+        return false;
+    const auto isBlock = [this](const Block& block) {
+        return block.count > 0 && block.count <= kBlock && block.chosen[0].index < block.count &&
+               block.chosen[1].index < block.count &&
+               holds<std::uint64_t>(block.offset, (block.count * (block.isWide != 0 ? 20U : 12U) + 7) / 8);
+    };
+    return std::ranges::all_of(tracks(), [&](const TrackEntry& track) {
+        return holds<Row>(track.rows, track.rowCount) && track.rowCount > 0 && track.table < tables().size() &&
+               (track.form == Form::Spans || track.rowCount == 1) &&
+               std::ranges::all_of(rowsOf(track), [&](const Row& row) {
+                   return holds<Block>(row.blocks, row.blockCount) && std::ranges::all_of(blocksOf(row), isBlock);
+               });
+    });
+}
+
+std::string_view TrackIndex::text(std::uint64_t number) const {
+    std::uint64_t size = 0;
+    if (number == 0 || !holds<char>(number, sizeof size))
+        return {};
+    std::memcpy(&size, m_file.memory() + number, sizeof size);
+    return holds<char>(number + sizeof size, size) ? std::string_view(at<char>(number + sizeof size), size)
+                                                   : std::string_view();
+}
+
+TrackIndexWriter::TrackIndexWriter(const std::vector<std::string>& files, platform::OutputFile& file)
+    : Tracks(files, kBatch), m_file(file) {
+    const TrackIndex::Header none{};
+    put(&none, sizeof none);
+}
+
+TrackIndexWriter::~TrackIndexWriter() = default;
+
+std::uint64_t TrackIndexWriter::put(const void* bytes, std::size_t size) {
+    const std::uint64_t at = m_size;
+    const std::size_t padded = (size + 7) / 8 * 8;
+    m_bytes.append(static_cast<const char*>(bytes), size);
+    m_bytes.append(padded - size, '\0');
+    m_size += padded;
+    if (m_bytes.size() >= kWrite) {
+        m_hasFailed = m_hasFailed || !m_file.write(m_bytes.data(), m_bytes.size());
+        m_bytes.clear();
+    }
+    return at;
+}
+
+std::uint64_t TrackIndexWriter::keep(std::string_view text) {
+    const std::uint64_t size = text.size();
+    std::string bytes(reinterpret_cast<const char*>(&size), sizeof size);
+    bytes += text;
+    return put(bytes.data(), bytes.size());
+}
+
+void TrackIndexWriter::add(OpenTrack& open, const Track& track, std::size_t depth, TrackIndex::Packed item) {
+    OpenRow& row = open.rows[depth];
+    if (open.counts->size() <= item.name >> TrackIndex::kFlags)
+        open.counts->resize((item.name >> TrackIndex::kFlags) + std::size_t{1});
+    ++(*open.counts)[item.name >> TrackIndex::kFlags];
+    row.items.push_back(item);
+    if (row.items.size() == TrackIndex::kBlock)
+        writeBlock(row, track);
+}
+
+void TrackIndexWriter::take(Track& track) {
+    if (!m_last || m_lastNumber != track.number) {
+        m_last = &m_open[track.number];
+        m_lastNumber = track.number;
+        m_last->counts = &m_counts[track.table];
+    }
+    OpenTrack& open = *m_last;
+    if (open.rows.empty())
+        open.rows.resize(1);
+    for (const Span& span : track.spans) {
+        if (open.rows.size() < span.depth + std::size_t{2})
+            open.rows.resize(span.depth + std::size_t{2});
+        OpenRow& row = open.rows[span.depth];
+        // What is within it has ended before.
+        const bool hasInner = std::exchange(open.rows[span.depth + 1].hasItems, false);
+        const std::uint32_t flags = (span.isOpen ? TrackIndex::kIsOpen : 0) |
+                                    (std::exchange(row.hasItems, true) ? 0 : TrackIndex::kIsFirst) |
+                                    (hasInner ? TrackIndex::kHasInner : 0);
+        add(open, track, span.depth, {span.from, span.to - span.from, span.name << TrackIndex::kFlags | flags, 0});
+    }
+    for (const Mark& mark : track.marks)
+        add(open, track, 0, {mark.at, mark.text, mark.name << TrackIndex::kFlags, 0});
+    for (const Value& value : track.values)
+        add(open, track, 0, {value.at, value.bits, 0, 0});
+    track.spans.clear();
+    track.marks.clear();
+    track.values.clear();
+}
+
+void TrackIndexWriter::writeBlock(OpenRow& row, const Track& track) {
+    const bool isSpans = track.rank != Rank::Marks && track.rank != Rank::Curves;
+    const std::vector<TrackIndex::Packed>& items = row.items;
+    TrackIndex::Block block{0, row.count, items.front().at, 0, static_cast<std::uint32_t>(items.size()), 0, {}};
+    block.chosen[0] = block.chosen[1] = items.front();
+    std::uint64_t widest = 0;
+    for (std::uint32_t i = 0; i < block.count; ++i) {
+        TrackIndex::Packed item = items[i];
+        item.index = i;
+        widest |= (item.at - block.first) | item.more;
+        block.last = std::max(block.last, isSpans ? item.at + item.more : item.at);
+        if (track.rank == Rank::Curves) {
+            if (orderOf(track, item.more) < orderOf(track, block.chosen[0].more))
+                block.chosen[0] = item;
+            if (orderOf(track, item.more) > orderOf(track, block.chosen[1].more))
+                block.chosen[1] = item;
+        } else if (isSpans && item.more > block.chosen[0].more) {
+            block.chosen[0] = item;
+        }
+    }
+    block.isWide = widest >> 32 != 0;
+    std::array<char, std::size_t{20} * TrackIndex::kBlock> bytes;
+    char* to = bytes.data();
+    const auto append = [&](auto numberOf) {
+        for (const TrackIndex::Packed& item : items) {
+            const auto number = numberOf(item);
+            std::memcpy(to, &number, sizeof number);
+            to += sizeof number;
+        }
+    };
+    if (block.isWide != 0) {
+        append([&](const auto& item) { return item.at - block.first; });
+        append([](const auto& item) { return item.more; });
+    } else {
+        append([&](const auto& item) { return static_cast<std::uint32_t>(item.at - block.first); });
+        append([](const auto& item) { return static_cast<std::uint32_t>(item.more); });
+    }
+    append([](const auto& item) { return item.name; });
+    block.offset = put(bytes.data(), static_cast<std::size_t>(to - bytes.data()));
+    row.blocks.push_back(block);
+    row.count += block.count;
+    row.items.clear();
+}
+
+void TrackIndexWriter::finish(Track&& track, std::uint32_t file, std::uint64_t frequency) {
+    using Form = TrackIndex::Form;
+    take(track);
+    OpenTrack open = std::move(m_open[track.number]);
+    m_open.erase(track.number);
+    m_last = nullptr;
+    std::uint64_t count = 0;
+    if (open.rows.size() > 1)
+        open.rows.pop_back(); // behind the deepest
+    for (OpenRow& row : open.rows) {
+        if (!row.items.empty())
+            writeBlock(row, track);
+        row.items.shrink_to_fit();
+        count += row.count;
+    }
+    const bool isValues = track.rank == Rank::Curves;
+    TrackIndex::TrackEntry entry{};
+    entry.rowCount = static_cast<std::uint32_t>(open.rows.size());
+    entry.form = track.rank == Rank::Marks             ? Form::Marks
+                 : !isValues                           ? Form::Spans
+                 : !track.isCounter && !track.isReal() ? Form::WholeReals
+                 : track.isReal()                      ? Form::Reals
+                                                       : Form::Numbers;
+    entry.frequency = frequency;
+    entry.isCalls = track.rank == Rank::Calls;
+    entry.table =
+        static_cast<std::uint32_t>(std::ranges::find(TrackIndex::tables(), track.table) - TrackIndex::tables().begin());
+    JsonLine line = lineOf(track, file, frequency, count);
+    line.add("rows", entry.rowCount);
+    if (isValues) {
+        double least = 0, most = 0;
+        bool isNone = true;
+        for (const TrackIndex::Block& block : open.rows[0].blocks) {
+            for (const TrackIndex::Packed& item : block.chosen) {
+                const double value = orderOf(track, item.more);
+                if (!(value - value == 0)) // infinite, or no number
+                    continue;
+                least = isNone ? value : std::min(least, value);
+                most = isNone ? value : std::max(most, value);
+                isNone = false;
+            }
+        }
+        line.addReal("least", least).addReal("most", isNone ? 1 : most);
+    }
+    m_tracks.push_back({track.rank, std::move(line), entry, std::move(open.rows)});
+}
+
+bool TrackIndexWriter::finish(const std::string& its, const std::vector<std::string>& given, const std::string& key) {
+    std::ranges::stable_sort(m_tracks, {}, &Written::rank);
+    std::uint64_t from = ~std::uint64_t{0}, to = 0;
+    std::vector<TrackIndex::TrackEntry> entries;
+    std::string trackLines;
+    for (Written& track : m_tracks) {
+        std::vector<TrackIndex::Row> rows;
+        std::uint64_t place = 0;
+        for (const OpenRow& row : track.rows) {
+            const std::uint64_t at = put(row.blocks.data(), row.blocks.size() * sizeof(TrackIndex::Block));
+            rows.push_back({at, row.blocks.size(), place, row.count});
+            place += row.count;
+        }
+        for (const TrackIndex::Block& block : track.rows.front().blocks) {
+            from = std::min(from, block.first);
+            to = std::max(to, block.last);
+        }
+        track.entry.rows = put(rows.data(), rows.size() * sizeof(TrackIndex::Row));
+        entries.push_back(track.entry);
+        trackLines += track.line.text();
+    }
+    const auto relative = [this](std::uint64_t tick) { return static_cast<std::int64_t>(tick - first()); };
+    const bool isNone = from > to;
+    std::string lines = title(its, given)
+                            .addSigned("from", isNone ? 0 : relative(from))
+                            .addSigned("to", isNone ? 0 : relative(to))
+                            .text() +
+                        Tracks::lines(given);
+    for (const auto& [table, counts] : m_counts)
+        lines += record("counts").add("table", table).add("counts", counts).text();
+    lines += trackLines;
+    TrackIndex::Header header{TrackIndex::kMagic, 0, 0, entries.size(), 0, lines.size(), 0, key.size(), first()};
+    header.tracks = put(entries.data(), entries.size() * sizeof(TrackIndex::TrackEntry));
+    header.lines = put(lines.data(), lines.size());
+    header.key = put(key.data(), key.size());
+    header.size = m_size;
+    return !m_hasFailed && m_file.write(m_bytes.data(), m_bytes.size()) && m_file.seek(0) &&
+           m_file.write(reinterpret_cast<const char*>(&header), sizeof header);
+}
+
+} // namespace qvx
