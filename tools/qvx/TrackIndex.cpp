@@ -43,13 +43,16 @@ bool TrackIndex::open(const std::string& path, const std::string& key) {
         rapidjson::Document line;
         line.Parse(rest.data(), end);
         rest.remove_prefix(end + 1);
-        if (line.HasParseError() || !line.IsObject() || !line.HasMember("table") || !line.HasMember("record") ||
-            line["record"] != "name")
+        const auto textOf = [&line](const char* member) {
+            const bool isText =
+                !line.HasParseError() && line.IsObject() && line.HasMember(member) && line[member].IsString();
+            return isText ? std::string(line[member].GetString(), line[member].GetStringLength()) : std::string();
+        };
+        if (textOf("record") != "name")
             continue;
-        const auto table = std::ranges::find(tables(), line["table"].GetString());
+        const auto table = std::ranges::find(tables(), textOf("table"));
         if (table != tables().end())
-            m_names[static_cast<std::size_t>(table - tables().begin())].emplace_back(line["name"].GetString(),
-                                                                                     line["name"].GetStringLength());
+            m_names[static_cast<std::size_t>(table - tables().begin())].push_back(textOf("name"));
     }
     return true;
 }
