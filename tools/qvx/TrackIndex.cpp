@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <filesystem>
+#include <fstream>
 #include <rapidjson/document.h>
 #include <utility>
 
@@ -27,6 +29,15 @@ const std::vector<std::string>& TrackIndex::tables() {
     static const std::vector<std::string> tables{"function", "process", "interrupt", "thread",
                                                  "state",    "signal",  "mark",      "counter"};
     return tables;
+}
+
+bool TrackIndex::canReplace(const std::string& path) {
+    std::error_code unknown;
+    if (!std::filesystem::exists(path, unknown))
+        return true;
+    std::uint64_t magic = 0;
+    std::ifstream file(path, std::ios::binary);
+    return file.read(reinterpret_cast<char*>(&magic), sizeof magic) && magic == kMagic;
 }
 
 bool TrackIndex::open(const std::string& path, const std::string& key) {

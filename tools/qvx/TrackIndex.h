@@ -67,6 +67,8 @@ public:
         std::uint32_t table;   ///< which of tables()
     };
 
+    /// Whether an index may be written there: nothing else is there.
+    static bool canReplace(const std::string& path);
     /// Opens the index of what the key tells. False where there is none, or one of something else.
     bool open(const std::string& path, const std::string& key);
 

@@ -86,7 +86,7 @@ ExitCode makeIndex(TrackIndex& index, const std::vector<std::string>& files, con
         std::error_code failed;
         std::filesystem::create_directories(directory, failed);
         platform::OutputFile file;
-        if (!file.create(directory)) {
+        if (!TrackIndex::canReplace(place) || !file.create(directory)) {
             error = file.error();
             continue;
         }
@@ -94,6 +94,11 @@ ExitCode makeIndex(TrackIndex& index, const std::vector<std::string>& files, con
         const ExitCode exitCode = writer.read();
         if (!writer.finish(options.title, options.inputs.given(), key) || !file.place(place, true))
             throw Failure(place, platform::errorText(file.error()));
+        // Who may read the traces may read what is in them, and nobody else.
+        std::filesystem::perms readers = std::filesystem::perms(0666);
+        for (const std::string& its : files)
+            readers &= std::filesystem::status(its, failed).permissions();
+        std::filesystem::permissions(place, readers, failed);
         Work::now().makeRoom();
         if (!index.open(place, key))
             throw Failure(place, "somebody else has changed it");
