@@ -41,14 +41,18 @@ bool isSame(std::string_view given, std::string_view expected) {
     return difference == 0;
 }
 
-/// The page, which may ask who has served it.
+/// The page, which may ask who has served it, and shall not for an icon.
 std::string servedPage() {
     std::string page(emptyReportPage());
-    constexpr std::string_view kNone = "default-src 'none';";
-    const std::size_t at = page.find(kNone);
-    if (at == std::string::npos)
-        throw Failure("the page", "has no policy");
-    return page.insert(at + kNone.size(), " connect-src 'self';");
+    const auto insertBehind = [&page](std::string_view what, std::string_view text) {
+        const std::size_t at = page.find(what);
+        if (at == std::string::npos)
+            throw Failure("the page", "is not as expected");
+        page.insert(at + what.size(), text);
+    };
+    insertBehind("default-src 'none';", " connect-src 'self';");
+    insertBehind("<title>Trace</title>", "<link rel=\"icon\" href=\"data:,\">");
+    return page;
 }
 
 /// The values of a header, by all its lines.
