@@ -66,11 +66,12 @@ public:
             if (track.rank == Rank::Cores && m_runners.size() < 2)
                 continue;
             closeLast(track);
-            if (const auto name = m_threadNames.find(track.place);
-                track.rank == Rank::Calls && name != m_threadNames.end())
-                track.title += " (" + name->second + ")";
+            if (track.rank == Rank::Calls && !isUnknown(FieldMeaning::Context, track.place))
+                track.title = names().threadText(track.place, m_file);
             m_all.finish(std::move(track), m_file, clock().frequency());
         }
+        for (const auto& [thread, index] : m_runners)
+            m_all.m_tables["thread"].show(index, names().threadText(thread, m_file));
     }
 
     // What the walk calls.
@@ -80,7 +81,7 @@ public:
             own.track = &make({Rank::Calls, "function", "function",
                                isUnknown(FieldMeaning::Context, thread.number)
                                    ? fmt::format("core {}, thread not known", m_place.hwCtx)
-                                   : fmt::format("thread {}", thread.number),
+                                   : std::string(), // which is known in the end
                                thread.number});
         }
         CallsOfThread::Function& function = own.functions[id];
@@ -144,7 +145,7 @@ private:
         if (facts.step != Step::None)
             move(facts, enteredIn(packet));
         else
-            show(packet, facts);
+            show(packet);
     }
 
     /// The thread of the packet is on its core.
@@ -176,8 +177,8 @@ private:
         Track*& track = m_runs[core];
         if (!track)
             track = &make({Rank::Cores, "thread", "thread", fmt::format("core {}: threads", core), core});
-        m_runners.insert(run.thread);
-        const std::uint32_t name = m_all.m_tables["thread"].indexOf(fmt::format("thread {}", run.thread));
+        const std::uint32_t name = m_all.m_tables["thread"].indexOf(std::to_string(run.thread));
+        m_runners.emplace(run.thread, name);
         put(*track, {run.from, std::max(run.from, run.to), name, 0, false});
     }
 
@@ -213,12 +214,8 @@ private:
     }
 
     /// What happened besides.
-    void show(const CTraceCursor& packet, const KindFacts& facts) {
-        PacketPointer object(packet.packet());
-        if (facts.isRelative)
-            object.reset(packet.contexts().absolute(*object));
-        if (!object)
-            throw std::bad_alloc();
+    void show(const CTraceCursor& packet) {
+        const PacketPointer object = absoluteAt(packet);
         const bool isShown = visitKind(
             *object, [this](const auto& kind) requires requires { this->tell(kind); } { tell(kind); });
         // A reader hands an empty string out by itself where it ends a definition: it says nothing.
@@ -232,14 +229,13 @@ private:
     void tell(const CMessage& packet) {
         const std::string_view text = wholeTextOf(packet);
         const RecordedFact fact(text);
-        const auto number = [&fact](std::string_view key) { return static_cast<std::uint32_t>(fact.number(key)); };
         if (fact.word() == "function") {
-            m_all.m_places[m_all.m_functions.indexOf(names().numberOf(TextSort::Function, number("id"), m_file))] =
+            m_all.m_places[m_all.m_functions.indexOf(names().numberOf(TextSort::Function, fact.number("id"), m_file))] =
                 fmt::format("{}:{}", fact.text("file"), fact.value("line"));
             return; // it is told with the function
         }
-        if (fact.word() == "thread")
-            m_threadNames[number("tid")] = fact.text("name");
+        if (fact.isName())
+            return; // likewise with threads
         mark("messages", "Message", text);
     }
     /// For that kind alone: it could be made of the context of any other.
@@ -364,11 +360,7 @@ private:
 
     /// What definitions tell besides names.
     void define(const CTraceCursor& packet) {
-        PacketPointer object(packet.packet());
-        if (factsOf(packet.TraceCode()).isRelative)
-            object.reset(packet.contexts().absolute(*object));
-        if (!object)
-            throw std::bad_alloc();
+        const PacketPointer object = absoluteAt(packet);
         if (const auto* variable = packetAs<CVariableDefine>(*object))
             m_types[variable->VarId()] = variable->TypeId();
         else if (const auto* signal = packetAs<CSignalDefine>(*object))
@@ -386,8 +378,8 @@ private:
     Place m_place{};
     std::deque<Track> m_tracks; ///< which stay where they are
     std::map<std::uint32_t, Run> m_cores;
-    std::map<std::uint32_t, Track*> m_runs; ///< of threads, by core
-    std::set<std::uint32_t> m_runners;      ///< the threads
+    std::map<std::uint32_t, Track*> m_runs;           ///< of threads, by core
+    std::map<std::uint32_t, std::uint32_t> m_runners; ///< the threads, and the indices of their names
     std::uint32_t m_lastCore = 0;
     Run* m_lastRun = nullptr;                                  ///< that of the packet before
     std::map<std::pair<std::uint32_t, bool>, Nested> m_nested; ///< by core, processes and interrupts
@@ -396,7 +388,6 @@ private:
     std::map<std::uint32_t, std::uint32_t> m_types; ///< of variables
     std::map<Pair, std::uint32_t> m_targets;        ///< of transitions
     std::map<Pair, std::map<std::uint32_t, CSignalMask>> m_signals;
-    std::map<std::uint32_t, std::string> m_threadNames;
 };
 
 ExitCode Tracks::read() {

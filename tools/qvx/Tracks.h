@@ -87,6 +87,8 @@ public:
         m_indices.emplace(text, index);
         return index;
     }
+    /// Shows another text in the place of one.
+    void show(std::uint32_t index, std::string text) { m_texts[index] = std::move(text); }
     const std::deque<std::string>& texts() const { return m_texts; }
 
 private:
