@@ -384,7 +384,6 @@ test('everything that a trace tells is on the page or counted', async () => {
     await settled(page);
     const rows = await page.locator('#marks tbody tr').allInnerTexts();
     assert.deepEqual(rows.map((row) => row.replace(/\s+/g, ' ')), [
-        '0.000000002 s messages Message quorvex.thread pid=3 tid=1 name=main thread',
         '0.000000014 s events watch 0x81',
         '0.000000020 s messages Message hello <b>there</b>',
         '0.000000043 s gaps TraceBroken what happened before is not in the trace',
