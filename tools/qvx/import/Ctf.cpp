@@ -121,6 +121,7 @@ struct EventFacts {
     Sort sort = Sort::Happens;
     std::string function;  ///< that begins or ends
     bool isCall = false;   ///< of which a field tells the function
+    bool isPerf = false;   ///< it is one of those by which perf tells of threads
     bool isModule = false; ///< it may tell where a file of code stands
     const ThreadEvent* thread = nullptr;
     std::optional<CtfPackets> packets; ///< of an event that was a packet
@@ -129,9 +130,11 @@ struct EventFacts {
 /// The fields of an event by name, wherever they are.
 class EventFields {
 public:
-    explicit EventFields(const bt_event* event, const bt_field* packet)
+    /// What perf tells of threads beside its samples has their numbers in the payload.
+    EventFields(const bt_event* event, const bt_field* packet, bool isPerf)
         : m_structures{bt_event_borrow_payload_field_const(event), bt_event_borrow_specific_context_field_const(event),
-                       bt_event_borrow_common_context_field_const(event), packet} {}
+                       bt_event_borrow_common_context_field_const(event), packet},
+          m_isPerf(isPerf) {}
 
     const bt_field* payload() const { return m_structures[0]; }
     const bt_field* context(std::size_t which) const { return m_structures[1 + which]; }
@@ -158,7 +161,7 @@ public:
         for (const bt_field* structure : m_structures) {
             for (const std::string_view name : names) {
                 // In the payload, plain names tell of other threads.
-                if (structure != payload() || name.starts_with("perf_")) {
+                if (structure != payload() || m_isPerf || name.starts_with("perf_")) {
                     if (const bt_field* const field = member(structure, name))
                         return field;
                 }
@@ -192,6 +195,7 @@ private:
     }
 
     std::array<const bt_field*, 1 + kContexts + 1> m_structures;
+    bool m_isPerf;
 };
 
 class Reading {
@@ -469,6 +473,7 @@ private:
         const auto* thread = std::ranges::find(kThreadEvents, own, &ThreadEvent::event);
         facts.thread = thread == std::end(kThreadEvents) ? nullptr : thread;
         facts.isModule = isOneOf(kModules, own);
+        facts.isPerf = own.starts_with("perf_");
         if (own == "sched_switch")
             facts.sort = EventFacts::Sort::Switches;
         else if (own == "thread_switched_in")
@@ -560,7 +565,8 @@ private:
         const bt_stream* const its = bt_event_borrow_stream_const(event);
         const bool isInPacket = bt_stream_class_supports_packets(bt_stream_borrow_class_const(its));
         const EventFields fields(
-            event, isInPacket ? bt_packet_borrow_context_field_const(bt_event_borrow_packet_const(event)) : nullptr);
+            event, isInPacket ? bt_packet_borrow_context_field_const(bt_event_borrow_packet_const(event)) : nullptr,
+            facts.isPerf);
         const auto core = static_cast<std::uint32_t>(fields.number(kCores).value_or(kNoCore));
         const auto running = m_running.find(core);
         std::optional<std::int64_t> number = fields.number(kThreads);
@@ -578,6 +584,10 @@ private:
                            fields.ownText(facts.thread->name));
         }
 
+        if (facts.isPerf && time == stream.shift) { // of what was there before
+            m_trace.lose("events without a time");
+            return;
+        }
         const std::int64_t process = fields.number(kProcesses).value_or(0);
         if (facts.isModule)
             tellModule(fields, process);
@@ -690,7 +700,7 @@ private:
 
     /// Whether the field has been told otherwise.
     static bool isTold(std::string_view name, const EventFacts& facts, bool isOwn) {
-        if ((!isOwn || name.starts_with("perf_")) &&
+        if ((!isOwn || facts.isPerf || name.starts_with("perf_")) &&
             (isOneOf(kThreads, name) || isOneOf(kProcesses, name) || isOneOf(kAddresses, name) ||
              isOneOf(kThreadNames, name) || isOneOf(kCores, name)))
             return true;

@@ -25,8 +25,9 @@ using namespace Quorvex;
 
 namespace {
 
-constexpr std::uint64_t kOpen = UINT64_MAX;        ///< the end of a call whose end is not known
-constexpr std::uint32_t kLast = ~std::uint32_t{0}; ///< the function that was entered last
+constexpr std::uint64_t kOpen = UINT64_MAX;            ///< the end of a call whose end is not known
+constexpr std::uint32_t kLast = ~std::uint32_t{0};     ///< the function that was entered last
+constexpr std::uint32_t kNoNumber = ~std::uint32_t{0}; ///< of a process or a thread: it gets one that is left over
 constexpr std::uint32_t kUnknown = ~std::uint32_t{0};
 constexpr std::uint64_t kExactDouble = 1ull << 53;
 
@@ -60,16 +61,15 @@ std::uint32_t ImportedTrace::Names::operator()(std::string_view name) {
     return at->second;
 }
 
+bool ImportedTrace::isProcess(std::uint32_t number) const {
+    return std::ranges::any_of(m_processes, [number](const Process& its) { return its.number == number; });
+}
+
 std::uint32_t ImportedTrace::process(std::string_view name) {
     const std::uint32_t index = m_processNames(name);
     if (index == m_processes.size()) {
-        const auto isTaken = [this](std::uint32_t number) {
-            return std::ranges::any_of(m_processes, [number](const Process& its) { return its.number == number; });
-        };
-        std::uint32_t number = numberIn(name).value_or(1);
-        while (isTaken(number))
-            ++number;
-        m_processes.push_back({number, {}});
+        const std::uint32_t number = numberIn(name).value_or(kNoNumber);
+        m_processes.push_back({isProcess(number) ? kNoNumber : number, {}});
     }
     return index;
 }
@@ -79,14 +79,33 @@ ImportedTrace::Thread ImportedTrace::thread(std::string_view process, std::strin
     std::string key(reinterpret_cast<const char*>(&owner), sizeof owner);
     const Thread index = m_threadNames(key.append(thread));
     if (index == m_threads.size()) {
-        std::uint32_t number = numberIn(thread).value_or(1);
-        while (!m_byNumber.try_emplace(number, index).second)
-            ++number;
-        m_threads.push_back({number, owner, {}});
-        if (!numberIn(thread))
+        const std::uint32_t number = numberIn(thread).value_or(kNoNumber);
+        const bool isFree = number != kNoNumber && m_byNumber.try_emplace(number, index).second;
+        m_threads.push_back({isFree ? number : kNoNumber, owner, {}});
+        if (number == kNoNumber)
             m_threads.back().name = thread;
     }
     return index;
+}
+
+void ImportedTrace::numberRest() {
+    const auto numberFor = [](std::string_view name, auto isTaken) {
+        std::uint32_t number = numberIn(name).value_or(1);
+        while (isTaken(number))
+            ++number;
+        return number;
+    };
+    for (std::uint32_t i = 0; i < m_processes.size(); ++i) {
+        if (m_processes[i].number == kNoNumber)
+            m_processes[i].number =
+                numberFor(*m_processNames.names[i], [this](std::uint32_t number) { return isProcess(number); });
+    }
+    for (Thread i = 0; i < m_threads.size(); ++i) {
+        if (m_threads[i].number == kNoNumber)
+            m_threads[i].number =
+                numberFor(std::string_view(*m_threadNames.names[i]).substr(sizeof(std::uint32_t)),
+                          [this, i](std::uint32_t number) { return !m_byNumber.try_emplace(number, i).second; });
+    }
 }
 
 void ImportedTrace::setProcess(Thread thread, std::string_view process) {
@@ -478,6 +497,7 @@ private:
 };
 
 std::uint64_t ImportedTrace::write(Target& target, bool isPaged, bool isRelative) {
+    numberRest();
     return Writing(*this, target, isPaged, isRelative).run();
 }
 

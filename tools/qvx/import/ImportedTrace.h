@@ -134,6 +134,8 @@ private:
     void put(std::uint64_t time, std::uint64_t rank, const Happening& what, std::string_view text = {});
     Counter& counter(std::uint32_t number);
     std::uint32_t process(std::string_view name);
+    bool isProcess(std::uint32_t number) const;
+    void numberRest();
 
     std::uint64_t m_frequency = 0;
     std::optional<std::uint64_t> m_start;
