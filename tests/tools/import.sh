@@ -216,14 +216,15 @@ metadata('kernel', 1000000000, 1000, '',
          ('lttng_statedump_process_state', 'i32 tid; i32 pid; string name;'),
          ('thread_switched_out', 'u32 thread_id; string name;'), ('thread_switched_in', 'u32 thread_id; string name;'),
          ('app:data', 'u64 big; real part; i32 less; enum : u8 { IDLE = 0, BUSY = 1 ... 3 } state; struct { u8 x; } at;'
-          ' u8 row[2]; variant <state> { u8 IDLE; string BUSY; } as;'))
+          ' u8 row[2]; variant <state> { u8 IDLE; string BUSY; } as;'),
+         ('perf_comm', 'i32 pid; i32 tid; string comm;'))
 with open('session/kernel/cpu0', 'wb') as out:
     out.write(packet(0, 0, (1000, 4, u8(1)), switch(2000, 0, 7), (2500, 1, text('/etc'), u64(0x8000)),
                      switch(3000, 7, 8), (3500, 3, u32(9)), switch(4000, 8, 7), (4500, 2, u32(-2))))
     out.write(packet(0, 5, (6000, 9, u64(2**63), struct.pack('<d', .5), u32(-3), u8(2, 4, 1, 2), text('abc')),
                      (6500, 9, u64(3), struct.pack('<d', 2), u32(3), u8(0, 4, 1, 2, 6)), switch(7000, 7, 0)))
 with open('session/kernel/cpu1', 'wb') as out:
-    out.write(packet(1, 0, switch(2200, 0, 9), (2600, 4, u8(3)), (2700, 4, u8(4)), (2800, 5, u8(3)),
+    out.write(packet(1, 0, (0, 10, u32(12, 12), text('twelve')), switch(2200, 0, 9), (2600, 4, u8(3)), (2700, 4, u8(4)), (2800, 5, u8(3)),
                      (8000, 6, u32(9, 3), text('nine')), (8100, 7, u32(9), text('nine')), (8200, 8, u32(1), text('')), (9000, 5, u8(3))))
 metadata('ust', 1000000, 999, 'event.context := struct { i32 vpid; i32 vtid; string procname; address ip; };',
          ('lttng_ust_cyg_profile:func_entry', 'address addr; address call_site;'),
@@ -237,10 +238,12 @@ with open('session/ust/stream', 'wb') as out:
                      (1000008, 3, who, u64(0x10000000, 1 << 20), text(sys.argv[1]), u8(1))))
 PY
     run 3 import session -f -o out.qvx
-    says 'not kept: call sites (5), ends of calls that have not begun (1), events before time 0 (1), events that the tracer discarded (5), rows of values (2), values of more than 63 bits (1)'
+    says 'not kept: call sites (5), ends of calls that have not begun (1), events before time 0 (1), events that the tracer discarded (5), events without a time (1), rows of values (2), values of more than 63 bits (1)'
     "$qvx" check out.qvx >checked || { cat checked; fail 'CTF gives a trace with findings'; }
     "$qvx" dump --format text out.qvx | sed '1d; /bin_info/d' >shown
     shows CTF <<'OUT'
+         0.000000000     -          -  Message "quorvex.process pid=12 program=twelve"  Priority=0
+         0.000000000     -          -  Message "quorvex.thread pid=12 tid=12 name=twelve"  Priority=0
          0.000000000     -          -  Message "quorvex.thread pid=2 tid=2 name=cpu 0"  Priority=0
          0.000000000     -          -  Message "quorvex.thread pid=7 tid=7 name=t7"  Priority=0
          0.000000000     -          -  Message "quorvex.thread pid=2 tid=3 name=cpu 1"  Priority=0
