@@ -4,17 +4,17 @@
 #     import.sh QVX PROGRAM
 . "$(dirname "$0")/common.sh"
 
-# imports CODE [OPTION...] <INPUT: makes a trace, which must be legal, and shows it in the file shown.
-imports() {
-    local code=$1
-    shift
-    run "$code" import - "$@" -f -o out.qvx
-    "$qvx" check out.qvx >checked || { cat checked; fail "import $* gives a trace with findings"; }
+# imports_file CODE FILE [OPTION...]: makes a trace, which must be legal, and shows it in the file shown.
+imports_file() {
+    run "$1" import "${@:2}" -f -o out.qvx
+    "$qvx" check out.qvx >checked || { cat checked; fail "import ${*:2} gives a trace with findings"; }
     {
         "$qvx" dump --format text --name 'quorvex.*' out.qvx | sed '1d; s/.*Message //; s/  Priority.*//'
         "$qvx" dump --format text out.qvx | sed 1d
     } >shown
 }
+# The same of standard input.
+imports() { imports_file "$1" - "${@:2}"; }
 # shows NAME <EXPECTED
 shows() { diff - shown || fail "$1 is shown otherwise"; }
 
@@ -237,67 +237,66 @@ with open('session/ust/stream', 'wb') as out:
                      (1000007, 0, who, u64(0x10000000 + int(sys.argv[2], 16), 1)),
                      (1000008, 3, who, u64(0x10000000, 1 << 20), text(sys.argv[1]), u8(1))))
 PY
-    run 3 import session -f -o out.qvx
+    imports_file 3 session
     says 'not kept: call sites (5), ends of calls that have not begun (1), events before time 0 (1), events that the tracer discarded (5), events without a time (1), rows of values (2), values of more than 63 bits (1)'
-    "$qvx" check out.qvx >checked || { cat checked; fail 'CTF gives a trace with findings'; }
-    "$qvx" dump --format text out.qvx | sed '1d; /bin_info/d' >shown
+    sed -i '/bin_info/d' shown
     shows CTF <<'OUT'
-         0.000000000     -          -  Message "quorvex.process pid=12 program=twelve"  Priority=0
-         0.000000000     -          -  Message "quorvex.thread pid=12 tid=12 name=twelve"  Priority=0
-         0.000000000     -          -  Message "quorvex.thread pid=2 tid=2 name=cpu 0"  Priority=0
-         0.000000000     -          -  Message "quorvex.thread pid=7 tid=7 name=t7"  Priority=0
-         0.000000000     -          -  Message "quorvex.thread pid=2 tid=3 name=cpu 1"  Priority=0
-         0.000000000     -          -  Message "quorvex.thread pid=3 tid=9 name=nine"  Priority=0
-         0.000000000     -          -  Message "quorvex.thread pid=7 tid=8 name=worker"  Priority=0
-         0.000000000     -          2  > irq
-         0.000000000     -          2    CounterValue irq_begin.irq  Value=1
-         0.000001000     0          7  > process t7
-         0.000001000     -          2    CounterValue sched_switch.next_prio  Value=120
-         0.000001200     1          9  > process nine
-         0.000001200     -          3  CounterValue sched_switch.next_prio  Value=120
-         0.000001500     -          7  > syscall_open
-         0.000001500     -          -  Message "7 syscall_entry_open: filename=/etc flags=0x8000"  Priority=0
-         0.000001600     -          9  > irq
-         0.000001600     -          9    CounterValue irq_begin.irq  Value=3
-         0.000001700     -          9    > irq
-         0.000001700     -          9      CounterValue irq_begin.irq  Value=4
-         0.000001800     -          9    < irq  100 ns
-         0.000001800     -          9    CounterValue irq_end.irq  Value=3
-         0.000002000     -          8  > 0x401000
-         0.000002000     0          7    < process t7  1.000 us
-         0.000002000     0          8    > process t7
-         0.000002000     -          7    CounterValue sched_switch.next_prio  Value=120
-         0.000002500     0          8    Event sched_process_exit
-         0.000002500     -          8    CounterValue sched_process_exit.tid  Value=9
-         0.000003000     -          8    > 0x402000
-         0.000003000     0          8      < process t7  1.000 us
-         0.000003000     0          7    > process t7
-         0.000003000     -          8      CounterValue sched_switch.next_prio  Value=120
-         0.000003500     -          7  < syscall_open  2.000 us
-         0.000003500     -          7  CounterValue syscall_exit_open.ret  Value=18446744073709551614
-         0.000004000     -          8    < 0x402000  1.000 us
-         0.000005000     -          8  < 0x401000  3.000 us
-         0.000005000     0          8  Event app:mark  IP=0x0000000000001234
-         0.000005000     0          7  Event app:data
-         0.000005000     -          7  CounterValue app:data.part  Value=4602678819172646912
-         0.000005000     -          7  CounterValue app:data.less  Value=18446744073709551613
-         0.000005000     -          7  CounterValue app:data.at.x  Value=4
-         0.000005000     -          -  Message "7 app:data: state=BUSY as=abc"  Priority=0
-         0.000005500     0          7  Event app:data
-         0.000005500     -          7  CounterValue app:data.big  Value=3
-         0.000005500     -          7  CounterValue app:data.part  Value=4611686018427387904
-         0.000005500     -          7  CounterValue app:data.less  Value=3
-         0.000005500     -          7  CounterValue app:data.at.x  Value=4
-         0.000005500     -          7  CounterValue app:data.as  Value=6
-         0.000005500     -          -  Message "7 app:data: state=IDLE"  Priority=0
-         0.000006000     -          -  TraceBroken
-         0.000006000     -          8  > main
-         0.000006000     0          7  < process t7  3.000 us
-         0.000006000     -          7  CounterValue sched_switch.next_prio  Value=120
-         0.000007000     1          9    Event lttng_statedump_process_state
-         0.000007100     1          9    < process nine  5.900 us
-         0.000007200     1          1  > process 0x00000001
-         0.000008000     -          1  CounterValue irq_end.irq  Value=3
+"quorvex.process pid=12 program=twelve"
+"quorvex.thread pid=12 tid=12 name=twelve"
+"quorvex.thread pid=2 tid=2 name=cpu 0"
+"quorvex.thread pid=7 tid=7 name=t7"
+"quorvex.thread pid=2 tid=3 name=cpu 1"
+"quorvex.thread pid=3 tid=9 name=nine"
+"quorvex.thread pid=7 tid=8 name=worker"
+         0.000000000     -          2 cpu 0            > irq
+         0.000000000     -          2 cpu 0              CounterValue irq_begin.irq  Value=1
+         0.000001000     0          7 t7               > process t7
+         0.000001000     -          2 cpu 0              CounterValue sched_switch.next_prio  Value=120
+         0.000001200     1          9 nine             > process nine
+         0.000001200     -          3 cpu 1            CounterValue sched_switch.next_prio  Value=120
+         0.000001500     -          7 t7               > syscall_open
+         0.000001500     -          -                  Message "7 syscall_entry_open: filename=/etc flags=0x8000"  Priority=0
+         0.000001600     -          9 nine             > irq
+         0.000001600     -          9 nine               CounterValue irq_begin.irq  Value=3
+         0.000001700     -          9 nine               > irq
+         0.000001700     -          9 nine                 CounterValue irq_begin.irq  Value=4
+         0.000001800     -          9 nine               < irq  100 ns
+         0.000001800     -          9 nine               CounterValue irq_end.irq  Value=3
+         0.000002000     -          8 worker           > 0x401000
+         0.000002000     0          7 t7                 < process t7  1.000 us
+         0.000002000     0          8 worker             > process t7
+         0.000002000     -          7 t7                 CounterValue sched_switch.next_prio  Value=120
+         0.000002500     0          8 worker             Event sched_process_exit
+         0.000002500     -          8 worker             CounterValue sched_process_exit.tid  Value=9
+         0.000003000     -          8 worker             > 0x402000
+         0.000003000     0          8 worker               < process t7  1.000 us
+         0.000003000     0          7 t7                 > process t7
+         0.000003000     -          8 worker               CounterValue sched_switch.next_prio  Value=120
+         0.000003500     -          7 t7               < syscall_open  2.000 us
+         0.000003500     -          7 t7               CounterValue syscall_exit_open.ret  Value=-2
+         0.000004000     -          8 worker             < 0x402000  1.000 us
+         0.000005000     -          8 worker           < 0x401000  3.000 us
+         0.000005000     0          8 worker           Event app:mark  IP=0x0000000000001234
+         0.000005000     0          7 t7               Event app:data
+         0.000005000     -          7 t7               CounterValue app:data.part  Value=0.5
+         0.000005000     -          7 t7               CounterValue app:data.less  Value=-3
+         0.000005000     -          7 t7               CounterValue app:data.at.x  Value=4
+         0.000005000     -          -                  Message "7 app:data: state=BUSY as=abc"  Priority=0
+         0.000005500     0          7 t7               Event app:data
+         0.000005500     -          7 t7               CounterValue app:data.big  Value=3
+         0.000005500     -          7 t7               CounterValue app:data.part  Value=2.0
+         0.000005500     -          7 t7               CounterValue app:data.less  Value=3
+         0.000005500     -          7 t7               CounterValue app:data.at.x  Value=4
+         0.000005500     -          7 t7               CounterValue app:data.as  Value=6
+         0.000005500     -          -                  Message "7 app:data: state=IDLE"  Priority=0
+         0.000006000     -          -                  TraceBroken
+         0.000006000     -          8 worker           > main
+         0.000006000     0          7 t7               < process t7  3.000 us
+         0.000006000     -          7 t7               CounterValue sched_switch.next_prio  Value=120
+         0.000007000     1          9 nine               Event lttng_statedump_process_state
+         0.000007100     1          9 nine               < process nine  5.900 us
+         0.000007200     1          1                  > process 0x00000001
+         0.000008000     -          1                  CounterValue irq_end.irq  Value=3
 OUT
     run 1 import session/ust/metadata -f -o none.qvx
     says 'is no directory'
