@@ -420,12 +420,9 @@ private:
     void beginPackets(const bt_trace* trace) {
         const auto numberOf = [&](const char* key) { return CtfPackets::numberIn(environment(trace, key)); };
         m_first = numberOf("first_tick").value_or(kUnknown64);
-        const std::uint64_t start = m_first == kUnknown64 ? 0 : m_first;
-        m_told = m_end = start;
-        if (const auto frequency = numberOf("ticks_per_second"))
-            m_trace.put(start, 0, CTimestamp(m_first, *frequency), {});
-        else if (m_first != kUnknown64)
-            tellTick(m_first);
+        m_trace.setStart(m_first);
+        m_trace.setFrequency(numberOf("ticks_per_second").value_or(0));
+        m_told = m_end = m_first == kUnknown64 ? 0 : m_first;
     }
 
     std::uint64_t ownTick(const bt_clock_snapshot* clock) const {

@@ -193,13 +193,13 @@ void ImportedTrace::message(std::uint64_t time, std::string_view text) {
 }
 
 void ImportedTrace::packets(std::uint64_t time, std::string_view bytes) {
-    put(time, 0, {Sort::Packets}, bytes);
+    put(time, 0, {.sort = Sort::Packets, .thread = Place::Nothing}, bytes);
 }
 
 void ImportedTrace::put(std::uint64_t time, std::uint64_t order, CPacket&& packet, Place place) {
     std::string bytes(packet.StreamSize(), '\0');
     packet.write(bytes.data(), static_cast<unsigned>(bytes.size()));
-    put(time, order, {.sort = Sort::Packet, .thread = place.of, .core = place.number}, bytes);
+    put(time, order, {.sort = Sort::Packets, .thread = place.of, .core = place.number}, bytes);
 }
 
 void ImportedTrace::runs(std::uint64_t time, std::uint64_t order, std::uint32_t thread, std::uint32_t core) {
@@ -293,22 +293,6 @@ private:
     void put(CPacket* packet) {
         ++m_packets;
         m_output.write(PacketPointer(packet), m_target.name(), 0);
-    }
-    void putAll(std::string_view bytes) {
-        while (!bytes.empty()) {
-            unsigned size = 0;
-            CPacket* packet = nullptr;
-            try {
-                packet = CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), size);
-            } catch (const CQVXException&) { // its bytes are none of its kind
-            }
-            if (!packet) {
-                m_trace.lose("packets that cannot be read");
-                return;
-            }
-            put(packet);
-            bytes.remove_prefix(size);
-        }
     }
     void tell(const std::string& text) { put(new CLogMsg(m_time, textOf(text))); }
     CCoreContext at(const Happening& what, std::uint64_t address = kUnknown64) const {
@@ -418,10 +402,7 @@ private:
             tell(std::string(text));
             break;
         case Sort::Packets:
-            putAll(text);
-            break;
-        case Sort::Packet:
-            place(what, text);
+            putAll(what, text);
             break;
         case Sort::Runs:
             m_coreOf[what.thread] = what.core;
@@ -435,9 +416,24 @@ private:
         }
     }
 
-    void place(const Happening& what, std::string_view bytes) {
-        unsigned taken = 0;
-        PacketPointer packet(CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), taken));
+    void putAll(const Happening& what, std::string_view bytes) {
+        while (!bytes.empty()) {
+            unsigned taken = 0;
+            PacketPointer packet;
+            try {
+                packet.reset(CPacketFactory::getCPacket(bytes.data(), static_cast<unsigned>(bytes.size()), taken));
+            } catch (const CQVXException&) { // its bytes are none of its kind
+            }
+            if (!packet) {
+                m_trace.lose("packets that cannot be read");
+                return;
+            }
+            place(what, std::move(packet));
+            bytes.remove_prefix(taken);
+        }
+    }
+
+    void place(const Happening& what, PacketPointer packet) {
         const auto of = static_cast<Place::Of>(what.thread);
         const auto other = [&](const std::unordered_map<std::uint32_t, std::uint32_t>& known) {
             const auto at = known.find(what.core);

@@ -62,12 +62,12 @@ public:
     /// A signal of one bit.
     void signal(std::uint64_t time, std::string_view name, bool value);
     void message(std::uint64_t time, std::string_view text);
-    /// Packets as they are, with texts behind them. What they define is nothing to the functions, events and so on
-    /// above.
-    void packets(std::uint64_t time, std::string_view bytes);
 
-    // For who has packets. Order is that of the ones of one time.
+    // For who has packets. What they define is nothing to the functions, events and so on above. Order is that of the
+    // ones of one time.
     // @{
+    /// Packets as they stand in a trace, with the texts behind them.
+    void packets(std::uint64_t time, std::string_view bytes);
     /// The first packet tells that time; else it is that of what happened first.
     void setStart(std::uint64_t tick) { m_start = tick; }
     /// Where a packet belongs: to a thread, on whichever core it runs; to a core, and whichever thread runs there; to a
@@ -103,7 +103,6 @@ private:
         Signal,
         Message,
         Packets,
-        Packet,
         Runs,
         Rests,
     };
