@@ -262,26 +262,26 @@ PY
          0.000001700     -          9 nine                 CounterValue irq_begin.irq  Value=4
          0.000001800     -          9 nine               < irq  100 ns
          0.000001800     -          9 nine               CounterValue irq_end.irq  Value=3
-         0.000002000     -          8 worker           > 0x401000
          0.000002000     0          7 t7                 < process t7  1.000 us
-         0.000002000     0          8 worker             > process t7
+         0.000002000     0          8 worker           > process t7
          0.000002000     -          7 t7                 CounterValue sched_switch.next_prio  Value=120
+         0.000002000     -          8 worker           > 0x401000
          0.000002500     0          8 worker             Event sched_process_exit
          0.000002500     -          8 worker             CounterValue sched_process_exit.tid  Value=9
-         0.000003000     -          8 worker             > 0x402000
-         0.000003000     0          8 worker               < process t7  1.000 us
+         0.000003000     0          8 worker             < process t7  1.000 us
          0.000003000     0          7 t7                 > process t7
-         0.000003000     -          8 worker               CounterValue sched_switch.next_prio  Value=120
+         0.000003000     -          8 worker             CounterValue sched_switch.next_prio  Value=120
+         0.000003000     -          8 worker             > 0x402000
          0.000003500     -          7 t7               < syscall_open  2.000 us
          0.000003500     -          7 t7               CounterValue syscall_exit_open.ret  Value=-2
          0.000004000     -          8 worker             < 0x402000  1.000 us
-         0.000005000     -          8 worker           < 0x401000  3.000 us
-         0.000005000     0          8 worker           Event app:mark  IP=0x0000000000001234
          0.000005000     0          7 t7               Event app:data
          0.000005000     -          7 t7               CounterValue app:data.part  Value=0.5
          0.000005000     -          7 t7               CounterValue app:data.less  Value=-3
          0.000005000     -          7 t7               CounterValue app:data.at.x  Value=4
          0.000005000     -          -                  Message "7 app:data: state=BUSY as=abc"  Priority=0
+         0.000005000     -          8 worker           < 0x401000  3.000 us
+         0.000005000     0          8 worker           Event app:mark  IP=0x0000000000001234
          0.000005500     0          7 t7               Event app:data
          0.000005500     -          7 t7               CounterValue app:data.big  Value=3
          0.000005500     -          7 t7               CounterValue app:data.part  Value=2.0
@@ -290,9 +290,9 @@ PY
          0.000005500     -          7 t7               CounterValue app:data.as  Value=6
          0.000005500     -          -                  Message "7 app:data: state=IDLE"  Priority=0
          0.000006000     -          -                  TraceBroken
-         0.000006000     -          8 worker           > main
          0.000006000     0          7 t7               < process t7  3.000 us
          0.000006000     -          7 t7               CounterValue sched_switch.next_prio  Value=120
+         0.000006000     -          8 worker           > main
          0.000007000     1          9 nine               Event lttng_statedump_process_state
          0.000007100     1          9 nine               < process nine  5.900 us
          0.000007200     1          1                  > process 0x00000001
@@ -304,11 +304,11 @@ OUT
     cp -r session cut
     truncate -s -1 cut/ust/stream
     run 1 import cut -f -o none.qvx
-    says "qvx: cut: Failed to index CTF stream file"
+    says "qvx: cut: libbabeltrace2: Failed to index CTF stream file"
     cp session/ust/stream cut/ust
     sed -i 's/ id = 1; / id = 9; /' cut/ust/metadata # of which the second call is
     run 3 import cut -f -o damaged.qvx
-    says 'the rest, which cannot be read: '
+    says 'the rest of a stream, which cannot be read: No event class'
     : >cut/ust/metadata
     run 1 import cut -f -o none.qvx
     [ -e none.qvx ] && fail 'a trace of a failed import'

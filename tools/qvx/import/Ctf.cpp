@@ -38,16 +38,16 @@ template <auto kPut> struct Put {
 };
 template <class T, auto kPut> using Held = std::unique_ptr<T, Put<kPut>>;
 
-/// Why the library has failed: what failed first is told first.
+/// Why the library has failed: what failed first, without the values behind it. Empty where it tells nothing.
 std::string takeCause() {
     const bt_error* const error = bt_current_thread_take_error();
-    if (!error)
-        return "libbabeltrace2 fails";
-    std::string text = "libbabeltrace2 fails";
-    if (bt_error_get_cause_count(error) > 0)
-        text = bt_error_cause_get_message(bt_error_borrow_cause_by_index(error, 0));
-    bt_error_release(error);
-    return text;
+    std::string text;
+    if (error) {
+        if (bt_error_get_cause_count(error) > 0)
+            text = bt_error_cause_get_message(bt_error_borrow_cause_by_index(error, 0));
+        bt_error_release(error);
+    }
+    return text.substr(0, text.find(": "));
 }
 
 // Names by which tracers tell what they know of an event beside its own fields.
@@ -209,49 +209,27 @@ public:
         const Held<const bt_plugin, bt_plugin_put_ref> ctf = plugin("ctf");
         const bt_component_class_source* const files =
             bt_plugin_borrow_source_component_class_by_name_const(ctf.get(), "fs");
-        std::vector<const bt_port_output*> ports;
         for (const std::string& directory : directories) {
             const Held<bt_value, bt_value_put_ref> parameters(bt_value_map_create());
             bt_value* inputs = nullptr;
             bt_value_map_insert_empty_array_entry(parameters.get(), "inputs", &inputs);
             bt_value_array_append_string_element(inputs, directory.c_str());
-            // Else the clocks of several traces could not be compared.
-            bt_value_map_insert_bool_entry(parameters.get(), "force-clock-class-origin-unix-epoch", !m_isAlone);
             const bt_component_source* source = nullptr;
             check(bt_graph_add_source_component(graph.get(), files, directory.c_str(), parameters.get(),
                                                 BT_LOGGING_LEVEL_NONE, &source));
             for (std::uint64_t i = 0; i < bt_component_source_get_output_port_count(source); ++i)
-                ports.push_back(bt_component_source_borrow_output_port_by_index_const(source, i));
+                connect(graph.get(), bt_component_source_borrow_output_port_by_index_const(source, i));
         }
-        const bt_component_sink* sink = nullptr;
-        check(bt_graph_add_simple_sink_component(graph.get(), "events", nullptr, take, nullptr, this, &sink));
-        const bt_port_input* const in = bt_component_sink_borrow_input_port_by_index_const(sink, 0);
-        const Held<const bt_plugin, bt_plugin_put_ref> utilities = plugin("utils");
-        if (ports.empty())
+        if (m_ports == 0)
             return; // no stream has a packet
-        const bt_port_output* out = ports[0];
-        if (ports.size() > 1) { // put into the order of time
-            const bt_component_filter* muxer = nullptr;
-            check(bt_graph_add_filter_component(
-                graph.get(), bt_plugin_borrow_filter_component_class_by_name_const(utilities.get(), "muxer"), "order",
-                nullptr, BT_LOGGING_LEVEL_NONE, &muxer));
-            for (std::size_t i = 0; i < ports.size(); ++i)
-                check(bt_graph_connect_ports(graph.get(), ports[i],
-                                             bt_component_filter_borrow_input_port_by_index_const(muxer, i), nullptr));
-            out = bt_component_filter_borrow_output_port_by_index_const(muxer, 0);
-        }
-        check(bt_graph_connect_ports(graph.get(), out, in, nullptr));
-        const bt_graph_run_status status = bt_graph_run(graph.get());
+        const int status = bt_graph_run(graph.get());
         if (m_exception) {
             bt_current_thread_clear_error();
             std::rethrow_exception(m_exception);
         }
-        if (status != BT_GRAPH_RUN_STATUS_OK) {
-            const std::string cause = takeCause();
-            if (!m_isGood)
-                throw Failure(m_name, cause);
-            m_trace.lose("the rest, which cannot be read: " + cause);
-        }
+        check(status);
+        if (!m_isGood && !m_cause.empty())
+            throw Failure(m_name, m_cause);
         if (m_end > m_told)
             tellTick(m_end);
         for (const auto& [key, at] : m_addresses)
@@ -271,7 +249,7 @@ private:
 
     void check(int status) const {
         if (status != 0)
-            throw Failure(m_name, takeCause());
+            throw Failure(m_name, "libbabeltrace2: " + takeCause());
     }
 
     static Held<const bt_plugin, bt_plugin_put_ref> plugin(const char* name) {
@@ -302,36 +280,110 @@ private:
         return found;
     }
 
-    /// The library's callback, through which no exception may go.
-    static bt_graph_simple_sink_component_consume_func_status take(bt_message_iterator* iterator, void* data) {
+    /// One after the other gets a sink, which brings its iterator. They are all asked when the first sink is to consume
+    /// something. (The library's own way to the order of time ends the program after some damage.)
+    void connect(bt_graph* graph, const bt_port_output* port) {
+        const bt_component_sink* sink = nullptr;
+        check(bt_graph_add_simple_sink_component(graph, std::to_string(m_ports++).c_str(), take, consume, nullptr, this,
+                                                 &sink));
+        check(
+            bt_graph_connect_ports(graph, port, bt_component_sink_borrow_input_port_by_index_const(sink, 0), nullptr));
+    }
+
+    static bt_graph_simple_sink_component_initialize_func_status take(bt_message_iterator* iterator, void* data) {
+        static_cast<Reading*>(data)->m_sources.push_back({iterator});
+        return BT_GRAPH_SIMPLE_SINK_COMPONENT_INITIALIZE_FUNC_STATUS_OK;
+    }
+
+    /// No exception may go through the library.
+    static bt_graph_simple_sink_component_consume_func_status consume(bt_message_iterator*, void* data) {
         Reading& reading = *static_cast<Reading*>(data);
-        bt_message_array_const messages = nullptr;
-        std::uint64_t count = 0;
-        const bt_message_iterator_next_status status = bt_message_iterator_next(iterator, &messages, &count);
-        if (status != BT_MESSAGE_ITERATOR_NEXT_STATUS_OK)
-            return static_cast<bt_graph_simple_sink_component_consume_func_status>(status);
-        for (std::uint64_t i = 0; i < count; ++i) {
-            const Held<const bt_message, bt_message_put_ref> message(messages[i]);
-            if (reading.m_exception)
-                continue;
-            try {
-                reading.look(message.get());
-            } catch (...) {
-                reading.m_exception = std::current_exception();
-            }
+        try {
+            reading.readAll();
+        } catch (...) {
+            reading.m_exception = std::current_exception();
+        }
+        for (Source& source : reading.m_sources) {
+            while (source.at < source.count)
+                source.put();
         }
         return reading.m_exception ? BT_GRAPH_SIMPLE_SINK_COMPONENT_CONSUME_FUNC_STATUS_ERROR
-                                   : BT_GRAPH_SIMPLE_SINK_COMPONENT_CONSUME_FUNC_STATUS_OK;
+                                   : BT_GRAPH_SIMPLE_SINK_COMPONENT_CONSUME_FUNC_STATUS_END;
+    }
+
+    /// What a port gives.
+    struct Source {
+        bt_message_iterator* iterator;
+        bt_message_array_const messages = nullptr;
+        std::uint64_t count = 0, at = 0; ///< of messages; those from there on are ours
+        std::uint64_t time = 0;          ///< of the event that is next
+        bool isEnded = false;
+
+        void put() { bt_message_put_ref(messages[at++]); }
+    };
+
+    /// Looks at all events in the order of time.
+    void readAll() {
+        std::vector<Source*> heap;
+        const auto isLater = [](const Source* one, const Source* other) {
+            return std::pair(one->time, one) > std::pair(other->time, other);
+        };
+        for (Source& source : m_sources) {
+            if (advance(source))
+                heap.push_back(&source);
+        }
+        std::ranges::make_heap(heap, isLater);
+        while (!heap.empty()) {
+            std::ranges::pop_heap(heap, isLater);
+            Source& source = *heap.back();
+            look(bt_message_event_borrow_event_const(source.messages[source.at]), source.time);
+            source.put();
+            if (advance(source))
+                std::ranges::push_heap(heap, isLater);
+            else
+                heap.pop_back();
+        }
+    }
+
+    /// Goes on to the next event that has a time; false where there is none.
+    bool advance(Source& source) {
+        while (source.at < source.count || fetch(source)) {
+            const bt_message* const message = source.messages[source.at];
+            if (bt_message_get_type(message) == BT_MESSAGE_TYPE_EVENT) {
+                if (const auto time = timeOf(message)) {
+                    source.time = *time;
+                    return true;
+                }
+            } else {
+                look(message);
+            }
+            source.put();
+        }
+        return false;
+    }
+
+    bool fetch(Source& source) {
+        source.at = source.count = 0;
+        if (source.isEnded)
+            return false;
+        const bt_message_iterator_next_status status =
+            bt_message_iterator_next(source.iterator, &source.messages, &source.count);
+        if (status != BT_MESSAGE_ITERATOR_NEXT_STATUS_OK)
+            source.count = 0;
+        // Behind some messages, damage is told by an error alone.
+        const std::string cause = takeCause();
+        source.isEnded = status != BT_MESSAGE_ITERATOR_NEXT_STATUS_OK || !cause.empty();
+        if (!cause.empty()) {
+            m_cause = cause;
+            m_trace.lose("the rest of a stream, which cannot be read: " + cause);
+        }
+        return source.count > 0;
     }
 
     void look(const bt_message* message) {
         switch (bt_message_get_type(message)) {
         case BT_MESSAGE_TYPE_STREAM_BEGINNING:
             begin(bt_message_stream_beginning_borrow_stream_const(message));
-            break;
-        case BT_MESSAGE_TYPE_EVENT:
-            m_isGood = true;
-            look(bt_message_event_borrow_event_const(message), message);
             break;
         case BT_MESSAGE_TYPE_PACKET_END: {
             const bt_stream* const stream =
@@ -393,6 +445,17 @@ private:
 
     std::uint64_t ticksOf(std::uint64_t cycles, std::uint64_t frequency) const {
         return frequency == m_frequency ? cycles : TimeBase::unitsOf(cycles, frequency, m_frequency, kUnknown64 - 1);
+    }
+
+    std::optional<std::uint64_t> timeOf(const bt_message* event) {
+        m_isGood = true;
+        const Stream& stream = m_streams[bt_event_borrow_stream_const(bt_message_event_borrow_event_const(event))];
+        if (!stream.hasClock) {
+            m_trace.lose("events without a time");
+            return std::nullopt;
+        }
+        const bt_clock_snapshot* const clock = bt_message_event_borrow_default_clock_snapshot_const(event);
+        return stream.isOwn ? ownTick(clock) : timeOf(stream, clock);
     }
 
     std::optional<std::uint64_t> timeOf(const Stream& stream, const bt_clock_snapshot* clock) {
@@ -544,18 +607,13 @@ private:
             m_trace.nameProcess(std::to_string(number), name);
     }
 
-    void look(const bt_event* event, const bt_message* message) {
+    void look(const bt_event* event, std::uint64_t time) {
         Stream& stream = m_streams[bt_event_borrow_stream_const(event)];
         const EventFacts& facts = factsOf(bt_event_borrow_class_const(event), stream.isOwn);
-        if (!stream.hasClock) {
-            m_trace.lose("events without a time");
-            return;
-        }
-        const bt_clock_snapshot* const clock = bt_message_event_borrow_default_clock_snapshot_const(message);
         if (stream.isOwn)
-            lookAtOwn(facts, bt_event_borrow_payload_field_const(event), ownTick(clock));
-        else if (const auto time = timeOf(stream, clock))
-            look(stream, facts, event, *time);
+            lookAtOwn(facts, bt_event_borrow_payload_field_const(event), time);
+        else
+            look(stream, facts, event, time);
     }
 
     void look(Stream& stream, const EventFacts& facts, const bt_event* event, std::uint64_t time) {
@@ -790,6 +848,9 @@ private:
     bool m_isAlone = false; ///< the only trace
     bool m_isGood = false;  ///< an event has been read
     std::exception_ptr m_exception;
+    std::string m_cause; ///< why something could not be read
+    std::size_t m_ports = 0;
+    std::vector<Source> m_sources;
     std::unordered_map<const bt_stream*, Stream> m_streams;
     std::unordered_map<const bt_event_class*, EventFacts> m_classes;
     std::unordered_map<std::int64_t, Thread> m_threads;
