@@ -73,6 +73,16 @@ void writeSeeds(const fs::path& directory) {
             {"ph":"E","ts":3,"pid":1,"tid":2},{"ph":"C","name":"c","ts":4,"pid":1,"args":{"a":1,"b":-2.5}},)",
         R"({"traceEvents":[{"ph":"b","name":"f","cat":"n","id":"0x1","ts":1,"pid":-1},{"ph":"i","name":"e","ts":2},
             {"ph":"M","name":"thread_name","pid":1,"tid":"two","args":{"name":"main"}}]})",
+        R"({"metadata":{"exporter":"Quorvex 0.1.0","first_tick":"1000","ticks_per_second":"3000000000"},"traceEvents":[
+            {"ph":"M","name":"thread_name","pid":0,"tid":3,"args":{"name":"core 0"}},
+            {"ph":"B","name":"f","cat":"call","pid":1,"tid":7,"ts":0.001},
+            {"ph":"C","name":"c[2]","cat":"counter","pid":0,"tid":2,"ts":0.002,"thread":7,"args":{"ms":0.5}},
+            {"ph":"i","s":"t","name":"ExecInsn","cat":"event","pid":1,"tid":7,"ts":0.003,"args":{"IP":"0x4000"}},
+            {"ph":"E","name":"f","cat":"call","pid":1,"tid":7,"ts":0.003,"args":{"left":false}},
+            {"ph":"B","name":"thread 7","cat":"run","pid":0,"tid":3,"ts":0.001},
+            {"ph":"E","name":"thread 7","cat":"run","pid":0,"tid":3,"ts":0.003},
+            {"ph":"B","name":"1x","cat":"signal","pid":0,"tid":8,"ts":0.004},
+            {"ph":"B","name":"on","cat":"state","pid":0,"tid":6,"ts":0.005,"args":{"Transition":"0x9","Data":"0x07"}}]})",
         "main;f 3\nmain;f;g 2\nmain;h 18446744073709551615\n",
         "a b 12/13 [001] 5.000001:  100 cycles:u:\n\t  7f00 main+0x1 (/bin/a)\n\t  7f01 [unknown] (x)\n\n"
         "a 12 [1] 6.5: sched:sched_switch: prev_comm=a prev_pid=12 prev_prio=1 ==> next_comm=b next_pid=0\n",

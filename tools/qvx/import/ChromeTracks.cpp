@@ -6,8 +6,6 @@
 #include "quorvex/factory/PacketFactory.h"
 #include "quorvex/packets/PacketKinds.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <bit>
 #include <charconv>
