@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <iterator>
 #include <list>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -504,6 +505,29 @@ struct RecordScope : Recording {
     }
 };
 
+struct RecordNothing : Recording {
+    explicit RecordNothing(unsigned packets) : Recording(packets) { quorvex_set_recording(0); }
+    ~RecordNothing() { quorvex_set_recording(1); }
+    void operator()() { QUORVEX_TRACE_SCOPE("scope"); }
+};
+
+struct RecordCounter : Recording {
+    using Recording::Recording;
+    void operator()() {
+        QUORVEX_TRACE_COUNTER("counter", "", 1);
+        stayInPage();
+    }
+};
+
+/// Nobody else has the mutex: what looking for waits costs.
+struct RecordLock : Recording {
+    using Recording::Recording;
+    void operator()() { QUORVEX_LOCK(m_mutex); }
+
+private:
+    std::mutex m_mutex;
+};
+
 struct RecordEnter : Recording {
     using Recording::Recording;
     void operator()() {
@@ -545,6 +569,9 @@ constexpr PathRow kPaths[] = {
     {"exportPackets/btf", "the same by the writer of BTF", steps<ExportPackets<CBtfWriter>>, true},
     {"recordScope", "a traced function in an instrumented thread: enter and leave, without the storing",
      steps<RecordScope>, true},
+    {"recordNothing", "the same where recording is switched off", steps<RecordNothing>, true},
+    {"recordCounter", "a value of a counter, like that", steps<RecordCounter>, true},
+    {"recordLock", "a free mutex taken and given back by QUORVEX_LOCK", steps<RecordLock>, true},
     {"recordEnter", "a function enter: clock, processor number, packet, page", steps<RecordEnter>, false},
 };
 

@@ -10,15 +10,16 @@ cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 events=${EVENTS:-2000000}
 rounds=${ROUNDS:-7}
 qvx=$PWD/build/release/tools/qvx/qvx
+hooks=${qvx%/*}/libquorvex_functions.so
 programs=$PWD/build/peers
 
 say() { printf '== %s\n' "$*" >&2; }
 
-# compile NAME [PACKAGE]: the program of that source, with what pkg-config tells of the package.
+# compile NAME [PACKAGE]: the program of that source, with what pkg-config tells of the package; OUTPUT is another name.
 compile() {
     # shellcheck disable=SC2046  # the options are words
     c++ -std=c++20 -O2 -DNDEBUG -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -I. "bench/peers/$1.cpp" \
-        -o "$programs/$1" ${2:+$(pkg-config --cflags --libs "$2")} "${@:3}"
+        -o "$programs/${OUTPUT:-$1}" ${2:+$(pkg-config --cflags --libs "$2")} "${@:3}"
 }
 
 say "compiling"
@@ -26,6 +27,7 @@ rm -rf "$programs"
 mkdir -p "$programs/work"
 compile Quorvex '' build/release/quorvex/libquorvex.a -pthread
 compile Calls '' -pg
+OUTPUT=Hooks compile Calls '' -finstrument-functions -finstrument-functions-exclude-file-list=/usr/include,Work.h
 compile Ctf
 compile Logs spdlog
 compile Otf2 otf2
@@ -56,10 +58,14 @@ mkdir ctf
 # What a program does. Those that tell what an event takes print it, of the others the run is timed.
 record_quorvex() { rm -rf recorded && mkdir recorded && QVX_TRACEDIR=recorded ../Quorvex record "$events"; }
 record_mapped() { QVX_TRACEMODE=mapped record_quorvex; }
-record_uftrace() {
+by_uftrace() {
     rm -rf uftrace
-    uftrace record -d uftrace ../Calls record "$events" 2>uftrace.log && ! grep LOST uftrace.log >&2
+    uftrace record -d uftrace "$1" record "$events" 2>uftrace.log && ! grep LOST uftrace.log >&2
 }
+record_uftrace() { by_uftrace ../Calls; }
+hooks_quorvex() { rm -rf recorded && mkdir recorded && QVX_TRACEDIR=recorded LD_PRELOAD=$hooks ../Hooks record "$events"; }
+hooks_mapped() { QVX_TRACEMODE=mapped hooks_quorvex; }
+hooks_uftrace() { by_uftrace ../Hooks; }
 begin_lttng() {
     lttng --no-sessiond create calls --output="$PWD/recorded.lttng" &&
         lttng enable-channel --userspace --subbuf-size=4M --num-subbuf=16 --blocking-timeout=inf calls &&
@@ -98,6 +104,9 @@ rows=(
     '|OTF2|record_otf2|tells'
     '|fprintf|log_fprintf|tells'
     '|spdlog|log_spdlog|tells'
+    'an enter or leave told by -finstrument-functions|Quorvex|hooks_quorvex|tells'
+    '|Quorvex, mode mapped|hooks_mapped|tells'
+    '|uftrace|hooks_uftrace|tells'
     'writing events|Quorvex|write_quorvex|tells'
     '|OTF2|write_otf2|tells'
     'reading events in a program|Quorvex, one by one|read_quorvex|tells'

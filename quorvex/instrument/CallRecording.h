@@ -150,30 +150,37 @@ inline CQVXInstrumentingStream::Moment CQVXInstrumentingStream::moment() {
     return now;
 }
 
-template <tagTCode Code> inline bool CQVXInstrumentingStream::recordCall(unsigned id, std::uint64_t address) noexcept {
-    const Use use(*this);
-    if (!use.granted()) [[unlikely]]
-        return recordCallBeside(Code, id, address, use.nested());
-    const Moment now = moment();
-    const Function function{Code, {id}, {}, Function::Begin::Context, address}; // kept in registers
-    char* const room = claimPlain(function.size());
-    if (!room) [[unlikely]]
-        return refuse();
-    function.encode(now, SWCtx(), room);
-    commitPlain(function.size());
-    return keep(true);
+// What follows keeps packets in registers: only what is rare tells anybody where one stands.
+
+inline CQVXInstrumentingStream::Function CQVXInstrumentingStream::call(tagTCode code, unsigned id,
+                                                                       std::uint64_t address) {
+    return {code, {id}, {}, Function::Begin::Context, address};
 }
 
-template <class Packet> bool CQVXInstrumentingStream::recordNow(const Packet& packet) {
+template <class Packet> [[gnu::always_inline]] inline bool CQVXInstrumentingStream::recordNow(Packet packet) {
     const Moment now = moment();
     const unsigned size = packet.size();
     const bool isPlain = packet.text.empty();
     char* const room = isPlain ? claimPlain(size) : claim(size);
-    if (!room)
+    if (!room) [[unlikely]]
         return refuse();
     packet.encode(now, SWCtx(), room);
     isPlain ? commitPlain(size) : commit(size);
     return keep(true);
+}
+
+template <class Packet> [[gnu::always_inline]] inline bool CQVXInstrumentingStream::record(Packet packet) {
+    const Use use(*this);
+    if (!use.granted()) [[unlikely]]
+        return recordBytesBeside(packet, use.nested());
+    return recordNow(packet);
+}
+
+template <tagTCode Code> inline bool CQVXInstrumentingStream::recordCall(unsigned id, std::uint64_t address) noexcept {
+    const Use use(*this);
+    if (!use.granted()) [[unlikely]]
+        return recordCallBeside(Code, id, address, use.nested());
+    return recordNow(call(Code, id, address));
 }
 
 template <class Write> bool CQVXInstrumentingStream::recordBeside(unsigned size, Write&& write) {
@@ -188,25 +195,21 @@ template <class Write> bool CQVXInstrumentingStream::recordBeside(unsigned size,
     return whole || refuse();
 }
 
-template <class Packet> bool CQVXInstrumentingStream::recordBytesBeside(const Packet& packet) {
+template <class Packet>
+[[gnu::noinline, gnu::cold]] bool CQVXInstrumentingStream::recordBytesBeside(Packet packet, bool allowed) {
+    if (!allowed)
+        return refuse();
     return recordBeside(packet.size(), [this, &packet](std::uint64_t tick, char* room) {
         packet.encode({tick, HWCtxId()}, SWCtx(), room);
         return true;
     });
 }
 
-template <class Packet> bool CQVXInstrumentingStream::record(const Packet& packet) {
-    const Use use(*this);
-    if (!use.granted())
-        return use.nested() ? recordBytesBeside(packet) : refuse();
-    return recordNow(packet);
-}
-
 template <class... Packets>
-bool CQVXInstrumentingStream::define(detail::IdSet& known, unsigned id, const Packets&... packets) {
+bool CQVXInstrumentingStream::define(detail::IdSet& known, unsigned id, Packets... packets) {
     const Use use(*this);
     if (!use.granted())
-        return use.nested() ? (recordBytesBeside(packets) && ...) : refuse();
+        return (recordBytesBeside(packets, use.nested()) && ...);
     return !known.insert(id) || (recordNow(packets) && ...);
 }
 

@@ -456,7 +456,7 @@ bool CQVXInstrumentingStream::FunctionLeave(unsigned id) {
 }
 
 bool CQVXInstrumentingStream::recordCallBeside(tagTCode code, unsigned id, std::uint64_t address, bool allowed) {
-    return allowed ? recordBytesBeside(Function{code, {id}, {}, Function::Begin::Context, address}) : refuse();
+    return recordBytesBeside(call(code, id, address), allowed);
 }
 
 void CQVXInstrumentingStream::takeInLate() {

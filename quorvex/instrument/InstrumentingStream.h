@@ -159,17 +159,19 @@ private:
     Moment moment();
     Moment momentBehindOthers();
     template <tagTCode Code> bool recordCall(unsigned id, std::uint64_t address = kUnknown64) noexcept;
-    /// Puts it beside the page, where that is `allowed`; else refuses it.
+    /// What is left of that where the stream is in use, in few arguments; whether that is `allowed`.
     bool recordCallBeside(tagTCode code, unsigned id, std::uint64_t address, bool allowed);
+    static Function call(tagTCode code, unsigned id, std::uint64_t address);
     /// For what comes while another packet is being put: `write` puts its `size` bytes into their room.
     template <class Write> bool recordBeside(unsigned size, Write&& write);
     bool recordBeside(CPacket& packet);
-    template <class Packet> bool recordBytesBeside(const Packet& packet); ///< one of Bytes
     /// Records a packet of Bytes in whatever place.
-    template <class Packet> bool record(const Packet& packet);
-    template <class Packet> bool recordNow(const Packet& packet); ///< for the one that uses the page
+    template <class Packet> bool record(Packet packet);
+    template <class Packet> bool recordNow(Packet packet); ///< in the page, for the one that uses it
+    /// Beside the page, where that is `allowed`; else refuses it.
+    template <class Packet> bool recordBytesBeside(Packet packet, bool allowed);
     /// Records packets of Bytes that define `id`, unless that is known; inside another recording in any case.
-    template <class... Packets> bool define(detail::IdSet& known, unsigned id, const Packets&... packets);
+    template <class... Packets> bool define(detail::IdSet& known, unsigned id, Packets... packets);
     /// Puts what stands beside the page there, and tells of what found no room.
     void takeIn();
     void takeInLate(); ///< the same for what has come since a use took packets in, and while this does

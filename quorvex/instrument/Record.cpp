@@ -108,14 +108,14 @@ struct OwnRecording {
             stream->recordCall<FunctionLeave>(number);
     }
 
-    static void count(quorvex_site& site, const char* name, std::string_view unit, std::uint64_t value) {
+    static void count(quorvex_site& site, const char* name, const char* unit, std::uint64_t value) {
         Stream* const stream = OwnRecording::stream();
         if (!stream)
             return;
         const unsigned number = announced(*stream, site, CounterDefine, name, [=](IdSet& known, unsigned id) {
             using Definition = Bytes<std::uint32_t, std::uint8_t>;
             const Definition counter{CounterDefine, {id, std::uint8_t{0}}, name};
-            if (unit.empty())
+            if (*unit == '\0')
                 stream->define(known, id, counter);
             else
                 stream->define(known, id, counter, Definition{CounterDefineUnit, {id, std::uint8_t{0}}, unit});
