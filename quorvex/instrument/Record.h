@@ -35,6 +35,13 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/// Functions of this header are not recorded themselves where compilers put hooks into all others.
+#if defined(__GNUC__)
+#define QUORVEX_UNHOOKED __attribute__((no_instrument_function))
+#else
+#define QUORVEX_UNHOOKED
+#endif
+
 #if defined(__cplusplus)
 #define QUORVEX_NOEXCEPT noexcept
 extern "C" {
@@ -80,13 +87,13 @@ namespace Quorvex {
 /// quorvex_site there. Nothing at compile time.
 class RecordedScope {
 public:
-    template <class Site> constexpr RecordedScope(Site site, const char* name) {
+    template <class Site> QUORVEX_UNHOOKED constexpr RecordedScope(Site site, const char* name) {
         if (!__builtin_is_constant_evaluated())
             m_entered = quorvex_enter(&site(), name);
     }
     RecordedScope(const RecordedScope&) = delete;
     RecordedScope& operator=(const RecordedScope&) = delete;
-    constexpr ~RecordedScope() {
+    QUORVEX_UNHOOKED constexpr ~RecordedScope() {
         if (m_entered != 0)
             quorvex_leave(m_entered);
     }
@@ -98,10 +105,10 @@ private:
 /// The side of a mutex that is shared, as something to lock.
 template <class Mutex> class SharedSide {
 public:
-    explicit SharedSide(Mutex& mutex) : m_mutex(mutex) {}
-    bool try_lock() { return m_mutex.try_lock_shared(); }
-    void lock() { m_mutex.lock_shared(); }
-    void unlock() { m_mutex.unlock_shared(); }
+    QUORVEX_UNHOOKED explicit SharedSide(Mutex& mutex) : m_mutex(mutex) {}
+    QUORVEX_UNHOOKED bool try_lock() { return m_mutex.try_lock_shared(); }
+    QUORVEX_UNHOOKED void lock() { m_mutex.lock_shared(); }
+    QUORVEX_UNHOOKED void unlock() { m_mutex.unlock_shared(); }
 
 private:
     Mutex& m_mutex;
@@ -111,16 +118,16 @@ private:
 /// standard library, a reference to one, or what has try_lock(), lock() and unlock(). Throws what lock() throws.
 template <class Mutex> class RecordedLock {
 public:
-    template <class Site> RecordedLock(Mutex&& mutex, Site site, const char* name) : m_mutex(mutex) {
+    template <class Site> QUORVEX_UNHOOKED RecordedLock(Mutex&& mutex, Site site, const char* name) : m_mutex(mutex) {
         if (!m_mutex.try_lock()) {
             const RecordedScope wait(site, name);
             m_mutex.lock();
         }
     }
-    explicit RecordedLock(Mutex&& mutex) : m_mutex(mutex) { m_mutex.lock(); } ///< without a word
+    QUORVEX_UNHOOKED explicit RecordedLock(Mutex&& mutex) : m_mutex(mutex) { m_mutex.lock(); } ///< without a word
     RecordedLock(const RecordedLock&) = delete;
     RecordedLock& operator=(const RecordedLock&) = delete;
-    ~RecordedLock() { m_mutex.unlock(); }
+    QUORVEX_UNHOOKED ~RecordedLock() { m_mutex.unlock(); }
 
 private:
     Mutex m_mutex;
@@ -130,7 +137,7 @@ template <class Mutex, class... More> RecordedLock(Mutex&&, More...) -> Recorded
 namespace detail {
 
 template <class Site, class Value>
-constexpr void count(Site site, const char* name, const char* unit, const Value& value) {
+QUORVEX_UNHOOKED constexpr void count(Site site, const char* name, const char* unit, const Value& value) {
     if (__builtin_is_constant_evaluated())
         return;
     if constexpr (requires { value % 1; })
@@ -145,7 +152,7 @@ template <class Site> constexpr void event(Site site, const char* name, const vo
 }
 
 /// Calls one of the functions above, when it runs.
-template <class... Of> constexpr void tell(void (*how)(Of...) noexcept, Of... what) {
+template <class... Of> QUORVEX_UNHOOKED constexpr void tell(void (*how)(Of...) noexcept, Of... what) {
     if (!__builtin_is_constant_evaluated())
         how(what...);
 }
@@ -182,7 +189,7 @@ template <class... Of> constexpr void tell(void (*how)(Of...) noexcept, Of... wh
 #elif defined(__cplusplus)
 
 #define QUORVEX_SITE                                                                                                   \
-    []() noexcept -> quorvex_site& {                                                                                   \
+    []() QUORVEX_UNHOOKED -> quorvex_site& {                                                                           \
         static constinit quorvex_site quorvex_here = 0;                                                                \
         return quorvex_here;                                                                                           \
     }
@@ -220,7 +227,7 @@ template <class... Of> constexpr void tell(void (*how)(Of...) noexcept, Of... wh
 #define QUORVEX_TRACE_PROCESS(name) quorvex_name_process(name)
 
 #if defined(__GNUC__)
-static inline void quorvex_leave_scope(const unsigned* entered) {
+QUORVEX_UNHOOKED static inline void quorvex_leave_scope(const unsigned* entered) {
     quorvex_leave(*entered);
 }
 #define QUORVEX_SCOPE_AT(site, scope, name)                                                                            \
