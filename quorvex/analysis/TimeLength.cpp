@@ -72,23 +72,30 @@ std::uint64_t TimeLength::ticks(std::uint64_t frequency) const {
     return m_hasUnit ? TimeBase::ticksOf(m_amount, frequency) : m_amount;
 }
 
+static char* putUnit(char* to, std::string_view unit) {
+    return to + unit.copy(to, unit.size());
+}
+
+char* putDuration(char* to, std::uint64_t nanoseconds) {
+    constexpr std::uint64_t kThousand = 1000, kMillion = 1'000'000;
+    if (nanoseconds < kThousand)
+        return putUnit(putDecimal(to, nanoseconds), " ns");
+    const bool isSeconds = nanoseconds >= kThousand * kMillion, isMicroseconds = nanoseconds < kMillion;
+    const std::uint64_t thousandths = isSeconds        ? nanoseconds / kMillion
+                                      : isMicroseconds ? nanoseconds
+                                                       : nanoseconds / kThousand;
+    to = putDecimal(to, thousandths / kThousand);
+    const auto part = static_cast<unsigned>(thousandths % kThousand);
+    *to++ = '.';
+    *to++ = static_cast<char>('0' + part / 100);
+    *to++ = static_cast<char>('0' + part / 10 % 10);
+    *to++ = static_cast<char>('0' + part % 10);
+    return putUnit(to, isSeconds ? " s" : isMicroseconds ? " us" : " ms");
+}
+
 void appendDuration(std::string& to, std::uint64_t nanoseconds) {
-    std::uint64_t unit = 1'000'000'000;
-    const char* name = " s";
-    for (const char* smaller : {" ms", " us", " ns"}) {
-        if (nanoseconds >= unit)
-            break;
-        unit /= 1000;
-        name = smaller;
-    }
-    char text[kMostDigits];
-    to.append(text, putDecimal(text, nanoseconds / unit));
-    if (unit > 1) {
-        to += '.';
-        // Of the three digits behind it, the zeros in front stay.
-        to.append(text + 1, putDecimal(text, 1000 + nanoseconds % unit / (unit / 1000)));
-    }
-    to += name;
+    char text[kDurationRoom];
+    to.append(text, putDuration(text, nanoseconds));
 }
 
 std::string durationText(std::uint64_t nanoseconds) {

@@ -29,5 +29,8 @@ private:
 /// A length of time with three digits behind the point, in the unit that fits: "1.500 ms".
 QUORVEX_API std::string durationText(std::uint64_t nanoseconds);
 QUORVEX_API void appendDuration(std::string& to, std::uint64_t nanoseconds); ///< the same, appended
+/// The same, put there. The end of the text; kDurationRoom characters may change.
+QUORVEX_API char* putDuration(char* to, std::uint64_t nanoseconds);
+inline constexpr unsigned kDurationRoom = 28; ///< see putDuration()
 
 } // namespace Quorvex

@@ -52,7 +52,9 @@ public:
             } else if (const auto* message = packetAs<CMessage>(*packet)) {
                 const std::string text(message->message().view());
                 const std::size_t line = text.find(" line=");
-                if (text.starts_with("quorvex.function id=")) {
+                if (text.starts_with("quorvex.thread")) {
+                    threads += text.substr(text.find("tid=") + 4) + ", ";
+                } else if (text.starts_with("quorvex.function id=")) {
                     EXPECT_TRUE(names.contains(static_cast<std::uint32_t>(std::stoul(text.substr(20)))));
                     all += text.substr(line + 6, text.find(' ', line + 1) - line - 6) + ":" +
                            text.substr(text.rfind('/') + 1) + " ";
@@ -64,6 +66,7 @@ public:
     }
 
     std::map<std::uint32_t, std::string> ids;
+    std::string threads; ///< as it calls them
 
 private:
     TemporaryDirectory m_directory;
@@ -71,6 +74,16 @@ private:
 };
 
 } // namespace
+
+TEST(Resolve, CallsThreadsAsTheyAreInTheEnd) {
+    Recorded trace;
+    trace.tell(1, "thread pid=7 tid=1 name=program");
+    trace.tell(1, "thread pid=7 tid=2 name=program");
+    trace.tell(2, "thread pid=8 tid=1 name=other");
+    trace.tell(3, "thread pid=7 tid=1 name=worker \\x0a1");
+    EXPECT_EQ(trace.resolved(), "");
+    EXPECT_EQ(trace.threads, "1 name=worker \\x0a1, 2 name=program, 1 name=other, 1 name=worker \\x0a1, ");
+}
 
 TEST(Resolve, NamesCallsByWhatWasThereThen) {
     BuiltProgram program;

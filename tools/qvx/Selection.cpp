@@ -135,6 +135,7 @@ struct Selection::State : Told {
     bool learnsNames = false;                                              ///< of threads, from standard input
     std::map<std::pair<std::size_t, std::uint32_t>, bool> areThreadsTaken; ///< those that have been asked about
     std::bitset<256> kinds;                                                ///< none: all
+    bool asksKinds = false;                                                ///< there are some
     bool leavesOutFacts = false;                                           ///< messages that tell of a recorded program
     CTraceNames names;
     std::vector<std::uint64_t> lastTicks;                                                ///< by trace
@@ -166,6 +167,7 @@ void Selection::State::begin(const std::vector<std::string>& files, bool withClo
             throw Misuse(option, "'" + *text + "' is no time, as 12, +12, 1.5s, 10us, -3ms");
         return moment;
     };
+    asksKinds = kinds.any();
     fromMoment = momentOf("--from", fromText);
     toMoment = momentOf("--to", toText);
 
@@ -256,11 +258,12 @@ bool Selection::State::takes(std::size_t file, const Given& packet) {
 }
 
 bool Selection::State::takesAnyTime(std::size_t file, const Given& packet) {
-    if (kinds.any() && !kinds[absoluteKind(packet.code())])
+    const tagTCode code = packet.code();
+    if (asksKinds && !kinds[absoluteKind(code)])
         return false;
     if (asksPlace() && !takesPlace(file, packet.place()))
         return false;
-    if (leavesOutFacts && packet.code() == Message &&
+    if (leavesOutFacts && code == Message &&
         !RecordedFact(packet.cursor ? packet.cursor->text() : wholeTextOf(*packet.packet)).word().empty())
         return false;
     return namePatterns.empty() || hasName(file, packet);

@@ -31,11 +31,11 @@ constexpr std::size_t kMostIndented = 40; ///< deeper calls stand no further to 
 /// Fields that columns and names tell.
 constexpr std::string_view kToldElsewhere[] = {"Tick", "Timestamp", "HWCtx", "SWCtx", "Msg"};
 
-constexpr char kTimeColor[] = "\x1b[2m";
-constexpr char kNameColor[] = "\x1b[1m";
-constexpr char kKindColor[] = "\x1b[36m";
-constexpr char kDurationColor[] = "\x1b[33m";
-constexpr char kNoColor[] = "\x1b[0m";
+constexpr std::string_view kTimeColor = "\x1b[2m";
+constexpr std::string_view kNameColor = "\x1b[1m";
+constexpr std::string_view kKindColor = "\x1b[36m";
+constexpr std::string_view kDurationColor = "\x1b[33m";
+constexpr std::string_view kNoColor = "\x1b[0m";
 
 /// Appends the number of a core or a thread, right in its column.
 void appendPlace(std::string& to, std::uint32_t number, std::size_t width) {
@@ -43,6 +43,15 @@ void appendPlace(std::string& to, std::uint32_t number, std::size_t width) {
         to.append(width - 1, ' ').append("-");
     else
         appendNumber(to, number, width);
+}
+
+char* put(char* to, std::string_view text) {
+    return std::copy(text.begin(), text.end(), to);
+}
+
+/// Puts what stands between the columns and what happens so deep.
+char* putIndent(char* to, std::uint64_t depth) {
+    return std::fill_n(to, static_cast<std::size_t>(2 + 2 * std::min<std::uint64_t>(depth, kMostIndented)), ' ');
 }
 
 /// What the bytes of a value are as a number, the first one lowest.
@@ -106,11 +115,10 @@ Story::Place Story::placeOf(std::size_t file, std::uint32_t core, std::uint32_t 
     return {file, isCore ? core : thread, isCore, sort};
 }
 
-Story::Move Story::moveOf(std::size_t file, const CPacket& packet) {
+Story::Move Story::moveOf(std::size_t file, const CPacket& packet, const CCoreContext* context) {
     const KindFacts& kind = factsOf(packet.TraceCode());
     if (kind.step == Step::None)
         return {};
-    const auto& context = *contextOf<CCoreContext>(packet);
     const auto idOf = [&packet]() -> std::uint64_t {
         if (const auto* enter = packetAs<CFunctionEnter>(packet))
             return enter->TgtFuncId();
@@ -118,7 +126,7 @@ Story::Move Story::moveOf(std::size_t file, const CPacket& packet) {
             return leave->TgtFuncId();
         return subjectOf(packet)->id;
     };
-    return {kind.step, placeOf(file, context.HWCtx(), context.SWCtx(), kind.entered), idOf(), context.HWCtx()};
+    return {kind.step, placeOf(file, context->HWCtx(), context->SWCtx(), kind.entered), idOf(), context->HWCtx()};
 }
 
 Story::Stack& Story::stackOf(const Place& place) {
@@ -150,7 +158,8 @@ void Story::noteMessage(std::size_t file, std::string_view text) {
     if (!RecordedFact(text).isName())
         return;
     m_names.noteMessage(text, static_cast<unsigned>(file));
-    m_threads = Shown();
+    m_columns = {};
+    m_lastColumns = nullptr;
     m_nameWidth = std::max(m_nameWidth, kNameWidth);
     for (const std::uint32_t thread : m_names.threads())
         m_nameWidth = std::clamp(shown(m_names.threadTitle(thread)).size(), m_nameWidth, kMostNameWidth);
@@ -193,7 +202,7 @@ void Story::pass(std::size_t file, const CTraceCursor& packet) {
 
 void Story::pass(std::size_t file, const CPacket& packet, std::uint64_t tick) {
     learn(file, packet);
-    if (const Move move = moveOf(file, packet); move.step != Step::None)
+    if (const Move move = moveOf(file, packet, contextOf<CCoreContext>(packet)); move.step != Step::None)
         make(move, tick);
 }
 
@@ -210,9 +219,10 @@ std::string Story::openCalls() {
             ++depth;
             if (place.sort != TextSort::Function || !open.isTaken)
                 continue;
-            m_time.append(m_line, kUnknown64);
-            appendColumns(static_cast<std::size_t>(place.file), open.core, place.isCore ? ~0U : place.number,
-                          depth - 1);
+            const std::string& columns =
+                columnsOf(static_cast<std::size_t>(place.file), open.core, place.isCore ? ~0U : place.number);
+            char* const begin = room(columns.size());
+            m_line.append(begin, putIndent(put(m_time.put(begin, kUnknown64), columns), depth - 1));
             m_line += "| ";
             if (open.id == kNoFunction)
                 m_line += "no function";
@@ -227,49 +237,76 @@ std::string Story::openCalls() {
     return m_line;
 }
 
-void Story::appendColumns(std::size_t file, std::uint32_t core, std::uint32_t thread, std::uint64_t depth) {
-    m_line += ' ';
-    appendPlace(m_line, core, 5);
-    m_line += ' ';
-    appendPlace(m_line, thread, 10);
-    if (m_nameWidth > 0) {
-        const std::string& name = m_threads.findOrMake(std::uint64_t{file} << 32 | thread, [&] {
-            return shown(m_names.threadTitle(thread, static_cast<unsigned>(file)));
-        });
-        m_line.append(" ").append(name).append(m_nameWidth - std::min(m_nameWidth, name.size()), ' ');
-    }
-    m_line.append(static_cast<std::size_t>(2 + 2 * std::min<std::uint64_t>(depth, kMostIndented)), ' ');
+const std::string& Story::columnsOf(std::size_t file, std::uint32_t core, std::uint32_t thread) {
+    const Column column{file, core, thread};
+    if (m_lastColumns && column == m_lastColumn)
+        return *m_lastColumns;
+    m_lastColumn = column;
+    m_lastColumns = &m_columns.findOrMake(column, [&] {
+        std::string text = " ";
+        appendPlace(text, core, 5);
+        text += ' ';
+        appendPlace(text, thread, 10);
+        if (m_nameWidth > 0) {
+            const std::string name = shown(m_names.threadTitle(thread, static_cast<unsigned>(file)));
+            text.append(" ").append(name).append(m_nameWidth - std::min(m_nameWidth, name.size()), ' ');
+        }
+        return text;
+    });
+    return *m_lastColumns;
 }
 
 bool Story::tell(std::size_t file, const CPacket& packet, std::uint64_t tick) {
-    learn(file, packet);
-    const Move move = moveOf(file, packet);
+    if (factsOf(packet.TraceCode()).step == Step::None)
+        learn(file, packet);
+    const auto* const core = contextOf<CCoreContext>(packet);
+    const auto* const bus = core ? nullptr : contextOf<CBusContext>(packet);
+    const Move move = moveOf(file, packet, core);
     const std::uint64_t took = move.step == Step::Leave ? make(move, tick) : kUnknown64;
+    const std::string& columns = columnsOf(file,
+                                           core  ? core->HWCtx()
+                                           : bus ? bus->HWCtx()
+                                                 : ~0U,
+                                           core ? core->SWCtx() : ~0U);
+    const std::uint64_t depth =
+        core ? stackOf(placeOf(file, core->HWCtx(), core->SWCtx(), TextSort::Function)).depth() : 0;
+    std::string other;
+    const std::string* name = &other;
+    if (move.step != Step::None && move.place.sort == TextSort::Function)
+        name = &functionName(file, move.id);
+    else if (move.step != Step::None)
+        other = move.place.sort == TextSort::None ? fmt::format("interrupt {}", move.id)
+                                                  : nameOf(file, move.place.sort, move.id);
 
-    m_line.clear();
-    if (m_isColored)
-        m_line += kTimeColor;
-    m_time.append(m_line, tick);
-    if (m_isColored)
-        m_line += kNoColor;
-    const auto* core = contextOf<CCoreContext>(packet);
-    const auto* bus = contextOf<CBusContext>(packet);
-    const std::uint32_t unknown = ~0U;
-    appendColumns(file,
-                  core  ? core->HWCtx()
-                  : bus ? bus->HWCtx()
-                        : unknown,
-                  core ? core->SWCtx() : unknown,
-                  core ? stackOf(placeOf(file, core->HWCtx(), core->SWCtx(), TextSort::Function)).depth() : 0);
-    if (move.step != Step::None)
-        appendMove(file, move, took);
-    else
+    char* const begin = room(columns.size() + name->size());
+    char* to = m_time.put(put(begin, colored(kTimeColor)), tick);
+    to = putIndent(put(put(to, colored(kNoColor)), columns), depth);
+    if (move.step != Step::None) {
+        to = putMove(to, move, *name, took);
+        *to++ = '\n';
+        write({begin, static_cast<std::size_t>(to - begin)});
+    } else {
+        m_line.assign(begin, to);
         appendPacket(file, packet);
-    m_line += '\n';
-    m_out << m_line;
+        m_line += '\n';
+        write(m_line);
+    }
     if (move.step == Step::Enter)
         make(move, tick);
     return m_out.good();
+}
+
+char* Story::room(std::size_t texts) {
+    constexpr std::size_t kMost = 2 * TimeText::kRoom + 2 * kMostIndented + 0x80; // with signs and colours
+    if (m_room.size() < kMost + texts)
+        m_room.resize(2 * (kMost + texts));
+    return m_room.data();
+}
+
+void Story::write(std::string_view line) {
+    const auto size = static_cast<std::streamsize>(line.size());
+    if (m_out.rdbuf()->sputn(line.data(), size) != size)
+        m_out.setstate(std::ios::badbit);
 }
 
 std::string_view Story::knownName(std::size_t file, TextSort sort, std::uint64_t id) {
@@ -282,32 +319,28 @@ std::string Story::nameOf(std::size_t file, TextSort sort, std::uint64_t id) {
     return shown(m_names.nameOrId(sort, m_names.numberOf(sort, id, static_cast<unsigned>(file))));
 }
 
-void Story::append(const char* color, std::string_view text) {
-    if (m_isColored)
-        m_line.append(color).append(text).append(kNoColor);
-    else
-        m_line.append(text);
+void Story::append(std::string_view color, std::string_view text) {
+    m_line.append(colored(color)).append(text).append(colored(kNoColor));
 }
 
-void Story::appendMove(std::size_t file, const Move& move, std::uint64_t took) {
-    m_line += move.step == Step::Enter ? "> " : "< ";
+const std::string& Story::functionName(std::size_t file, std::uint64_t id) {
+    static const std::string kNone = "no function";
+    if (id == kNoFunction)
+        return kNone;
+    return m_functions.findOrMake(std::uint64_t{file} << 32 | id, [&] { return nameOf(file, TextSort::Function, id); });
+}
+
+char* Story::putMove(char* to, const Move& move, std::string_view name, std::uint64_t took) const {
+    to = put(to, move.step == Step::Enter ? "> " : "< ");
     if (move.place.sort == TextSort::Process)
-        m_line += "process ";
-    if (move.place.sort == TextSort::None)
-        fmt::format_to(std::back_inserter(m_line), "interrupt {}", move.id);
-    else if (move.place.sort == TextSort::Function && move.id == kNoFunction)
-        m_line += "no function";
-    else if (move.place.sort == TextSort::Function)
-        append(kNameColor, m_functions.findOrMake(std::uint64_t{file} << 32 | move.id,
-                                                  [&] { return nameOf(file, TextSort::Function, move.id); }));
-    else
-        append(kNameColor, nameOf(file, move.place.sort, move.id));
-    if (took != kUnknown64) {
-        m_line += "  ";
-        m_line += m_isColored ? kDurationColor : "";
-        m_time.appendDuration(m_line, took);
-        m_line += m_isColored ? kNoColor : "";
-    }
+        to = put(to, "process ");
+    const bool isName =
+        move.place.sort != TextSort::None && (move.place.sort != TextSort::Function || move.id != kNoFunction);
+    to = isName ? put(put(put(to, colored(kNameColor)), name), colored(kNoColor)) : put(to, name);
+    if (took == kUnknown64)
+        return to;
+    to = m_time.putDuration(put(put(to, "  "), colored(kDurationColor)), took);
+    return put(to, colored(kNoColor));
 }
 
 void Story::appendPacket(std::size_t file, const CPacket& packet) {

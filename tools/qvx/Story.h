@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace qvx {
 
@@ -66,6 +67,15 @@ private:
             return file << 40 ^ std::uint64_t{number} << 8 ^ std::uint64_t{isCore} << 7 ^ std::uint64_t(sort);
         }
     };
+    /// Whose columns stand in front of a line.
+    struct Column {
+        std::uint64_t file;
+        std::uint32_t core;
+        std::uint32_t thread;
+
+        bool operator==(const Column&) const = default;
+        std::uint64_t hash() const { return file << 40 ^ std::uint64_t{core} << 32 ^ thread; }
+    };
     /// What a packet enters or leaves, if anything.
     struct Move {
         Quorvex::Step step = Quorvex::Step::None;
@@ -75,7 +85,7 @@ private:
     };
 
     static Place placeOf(std::size_t file, std::uint32_t core, std::uint32_t thread, Quorvex::TextSort sort);
-    static Move moveOf(std::size_t file, const Quorvex::CPacket& packet);
+    static Move moveOf(std::size_t file, const Quorvex::CPacket& packet, const Quorvex::CCoreContext* context);
     Stack& stackOf(const Place& place);
     /// Does a move. Of what is left, the time since it was entered; kUnknown64 where that is not known.
     std::uint64_t make(const Move& move, std::uint64_t tick, bool isTaken = false);
@@ -87,13 +97,20 @@ private:
     std::string_view knownName(std::size_t file, Quorvex::TextSort sort, std::uint64_t id);
     /// The same as it is shown, else the identifier.
     std::string nameOf(std::size_t file, Quorvex::TextSort sort, std::uint64_t id);
-    void appendMove(std::size_t file, const Move& move, std::uint64_t took);
+    /// The name of a function, as it is shown.
+    const std::string& functionName(std::size_t file, std::uint64_t id);
+    char* putMove(char* to, const Move& move, std::string_view name, std::uint64_t took) const;
     void appendPacket(std::size_t file, const Quorvex::CPacket& packet);
     void appendValue(std::size_t file, const Quorvex::Subject& subject, const Quorvex::NumberField& field);
-    /// Appends the columns of core and thread.
-    void appendColumns(std::size_t file, std::uint32_t core, std::uint32_t thread, std::uint64_t depth);
+    /// The columns of core and thread.
+    const std::string& columnsOf(std::size_t file, std::uint32_t core, std::uint32_t thread);
+    /// Room for a line, beside texts of that size.
+    char* room(std::size_t texts);
+    /// The colour, or nothing.
+    std::string_view colored(std::string_view color) const { return m_isColored ? color : std::string_view(); }
+    void write(std::string_view line);
     void noteMessage(std::size_t file, std::string_view text);
-    void append(const char* color, std::string_view text);
+    void append(std::string_view color, std::string_view text);
 
     std::ostream& m_out;
     Selection& m_selection;
@@ -102,9 +119,12 @@ private:
     std::string m_line;
     Quorvex::CTraceNames m_names;
     using Shown = Quorvex::Directory<std::uint64_t, std::string>;
-    Shown m_functions;           ///< their names as they are shown, by file and identifier, since the last definition
-    Shown m_threads;             ///< likewise, by file and thread
-    std::size_t m_nameWidth = 0; ///< of the column of their names: that of the longest so far
+    Shown m_functions; ///< their names as they are shown, by file and identifier, since the last definition
+    Quorvex::Directory<Column, std::string> m_columns;
+    const std::string* m_lastColumns = nullptr; ///< that were asked for last,
+    Column m_lastColumn{};                      ///< and whose they are
+    std::size_t m_nameWidth = 0;                ///< of the column of threads' names: that of the longest so far
+    std::vector<char> m_room;
     Quorvex::Directory<std::uint64_t, Quorvex::CounterSort> m_counters; ///< by their numbers
     Quorvex::Directory<Place, Stack> m_stacks;
     Stack* m_last = nullptr;                                                ///< that was asked for last,

@@ -36,10 +36,13 @@ public:
     void tell(const Quorvex::TraceSpan& span) { m_span = span; }
     /// Appends a moment, right in its column; of unknown ticks, a dash.
     void append(std::string& to, std::uint64_t tick);
+    /// The same, put there. The end of the text; kRoom characters may change.
+    char* put(char* to, std::uint64_t tick);
+    static constexpr std::size_t kRoom = 32; ///< see put()
     /// A moment beside a line: it is no line from which the next one counts.
     std::string textOf(std::uint64_t tick) const;
-    /// Appends a length of time in ticks, in the unit that fits.
-    void appendDuration(std::string& to, std::uint64_t ticks) const;
+    /// Puts a length of time in ticks, in the unit that fits. The end of the text; kRoom characters may change.
+    char* putDuration(char* to, std::uint64_t ticks) const;
 
 private:
     /// Puts the time from one tick to another. The end of the text.
@@ -47,7 +50,9 @@ private:
 
     TimeForm m_form;
     Quorvex::TraceSpan m_span;
-    std::uint64_t m_last = Quorvex::kUnknown64; ///< the moment before
+    std::uint64_t m_last = Quorvex::kUnknown64;   ///< the moment before
+    std::uint64_t m_second = Quorvex::kUnknown64; ///< the last one that seconds were put of,
+    char m_secondText[10] = {};                   ///< as it stands in its column
 };
 
 } // namespace qvx
