@@ -117,6 +117,10 @@ struct Selection::State : Told {
     bool asksPlace() const { return !cores.empty() || asksThread() || !processTexts.empty(); }
     bool asksThread() const { return !threads.empty() || !threadPatterns.empty(); }
     bool takesThread(std::size_t file, std::uint32_t thread);
+    /// Whether there is nothing to learn from packets, and nothing but their kinds is asked for beside the time.
+    bool asksKindsOnly() const { return isByKind && !learnsStart; }
+    bool isOfKind(tagTCode code) const { return !asksKinds || kinds[absoluteKind(code)]; }
+    bool isFact(const Given& packet) const;
     bool takesPlace(std::size_t file, const Where& place);
     bool isInTime(std::size_t file, std::uint64_t packetTick);
     bool takesAnyTime(std::size_t file, const Given& packet);
@@ -135,6 +139,7 @@ struct Selection::State : Told {
     bool learnsNames = false;                                              ///< of threads, from standard input
     std::map<std::pair<std::size_t, std::uint32_t>, bool> areThreadsTaken; ///< those that have been asked about
     std::bitset<256> kinds;                                                ///< none: all
+    bool isByKind = false;                                                 ///< see asksKindsOnly()
     bool asksKinds = false;                                                ///< there are some
     bool leavesOutFacts = false;                                           ///< messages that tell of a recorded program
     CTraceNames names;
@@ -168,6 +173,7 @@ void Selection::State::begin(const std::vector<std::string>& files, bool withClo
         return moment;
     };
     asksKinds = kinds.any();
+    isByKind = !asksPlace() && namePatterns.empty() && !learnsNames;
     fromMoment = momentOf("--from", fromText);
     toMoment = momentOf("--to", toText);
 
@@ -258,15 +264,17 @@ bool Selection::State::takes(std::size_t file, const Given& packet) {
 }
 
 bool Selection::State::takesAnyTime(std::size_t file, const Given& packet) {
-    const tagTCode code = packet.code();
-    if (asksKinds && !kinds[absoluteKind(code)])
+    if (!isOfKind(packet.code()) || isFact(packet))
         return false;
     if (asksPlace() && !takesPlace(file, packet.place()))
         return false;
-    if (leavesOutFacts && code == Message &&
-        !RecordedFact(packet.cursor ? packet.cursor->text() : wholeTextOf(*packet.packet)).word().empty())
-        return false;
     return namePatterns.empty() || hasName(file, packet);
+}
+
+/// Whether it is one of those that leavesOutFacts tells of.
+bool Selection::State::isFact(const Given& packet) const {
+    return leavesOutFacts && packet.code() == Message &&
+           !RecordedFact(packet.cursor ? packet.cursor->text() : wholeTextOf(*packet.packet)).word().empty();
 }
 
 bool Selection::State::takesThread(std::size_t file, std::uint32_t thread) {
@@ -442,7 +450,11 @@ std::uint64_t Selection::to() const {
 }
 
 bool Selection::takes(std::size_t file, const CTraceCursor& packet) {
-    return (takesAll() && !m_state->learnsStart) || m_state->takes(file, {&packet, nullptr, packet.tick()});
+    State& its = *m_state;
+    if (!its.asksKindsOnly())
+        return its.takes(file, {&packet, nullptr, packet.tick()});
+    return ((!its.fromMoment && !its.toMoment) || its.isInTime(file, packet.tick())) &&
+           its.isOfKind(packet.TraceCode()) && !its.isFact({&packet, nullptr, 0});
 }
 
 bool Selection::takesAnyTime(std::size_t file, const CTraceCursor& packet) {
@@ -450,8 +462,12 @@ bool Selection::takesAnyTime(std::size_t file, const CTraceCursor& packet) {
 }
 
 bool Selection::takesRest(std::size_t file, const CPacket& packet) {
-    m_state->learn(file, {nullptr, &packet, kUnknown64});
-    return m_state->takesAnyTime(file, {nullptr, &packet, kUnknown64});
+    State& its = *m_state;
+    const State::Given given{nullptr, &packet, kUnknown64};
+    if (its.asksKindsOnly())
+        return its.isOfKind(packet.TraceCode()) && !its.isFact(given);
+    its.learn(file, given);
+    return its.takesAnyTime(file, given);
 }
 
 bool Selection::isBehind(std::size_t file) const {
