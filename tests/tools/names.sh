@@ -50,9 +50,9 @@ expect dump trace --format json --kind FunctionLeave --limit 1 <<'END'
 END
 expect stats trace --by thread --thread 'm*,h*' <<'END'
 50 ns in functions, 40 ns from the first call to the last
-thread  calls  total   self      %    min  median    p99    max  function  thread name
-     3      1  30 ns  30 ns  60.00  30 ns   30 ns  30 ns  30 ns  work      helper 1
-     2      1  20 ns  20 ns  40.00  20 ns   20 ns  20 ns  20 ns  work      main
+thread  calls  total   self      %    min  median    p99    max  thread name  function
+     3      1  30 ns  30 ns  60.00  30 ns   30 ns  30 ns  30 ns  helper 1     work
+     2      1  20 ns  20 ns  40.00  20 ns   20 ns  20 ns  20 ns  main         work
 END
 expect stats trace --of threads --format csv <<'END'
 thread,process,calls,busy_ns,thread_name

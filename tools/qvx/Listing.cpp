@@ -130,11 +130,13 @@ std::string Listing::shownCell(const Column& column, const Cell& cell) const {
 
 void Listing::writeText(std::ostream& out, std::size_t rows) const {
     std::vector<std::size_t> order;
-    for (const bool texts : {false, true}) {
-        for (std::size_t at = 0; at < m_columns.size(); ++at) {
-            if (isText(m_columns[at]) == texts && isFor(m_columns[at], Column::People))
-                order.push_back(at);
-        }
+    for (std::size_t at = 0; at < m_columns.size(); ++at) {
+        if (!isText(m_columns[at]) && isFor(m_columns[at], Column::People))
+            order.push_back(at);
+    }
+    for (std::size_t at = m_columns.size(); at-- > 0;) {
+        if (isText(m_columns[at]) && isFor(m_columns[at], Column::People))
+            order.push_back(at);
     }
     const auto headOf = [this](std::size_t at) { return m_columns[at].head ? m_columns[at].head : m_columns[at].name; };
     std::vector<std::size_t> widths(m_columns.size());

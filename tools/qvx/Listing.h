@@ -49,7 +49,8 @@ private:
     std::string m_text;
 };
 
-/// Rows of cells, which people read as a table, texts last, and programs as objects or comma separated values.
+/// Rows of cells, which people read as a table, texts last and the first of them behind the others, and programs as
+/// objects or comma separated values.
 class Listing {
 public:
     struct Column {
