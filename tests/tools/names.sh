@@ -96,7 +96,8 @@ END
 
 # What begins in the middle of it knows the names too.
 run 0 cut trace --from 1055 -o part
-"$qvx" info part --format json | grep -q '"3": "helper 1"' || fail 'a part without names'
+"$qvx" dump part --format text --name '*helper*' | grep -q Message || fail 'a part without names'
+"$qvx" info trace part --format json | sed 1d | grep -q '"thread_names": {"2": "main"}' || fail 'info of several'
 # Pieces repeat what has been told, and together they are the whole again.
 run 0 split trace --every 30ns -o piece
 for join in cat merge; do

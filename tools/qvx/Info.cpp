@@ -91,9 +91,14 @@ public:
             noteClock(packet);
     }
     void join(Summary&& next);
-    void print(std::ostream& out, const TraceInput& input) const;
+    /// Has `names` learn what the file with that number tells of threads.
+    void tellNames(CTraceNames& names, unsigned file) const {
+        for (const std::string& text : m_facts)
+            names.noteMessage(text, file);
+    }
+    void print(std::ostream& out, const TraceInput& input, const CTraceNames& names, unsigned file) const;
     /// The same for programs.
-    std::string json(const TraceInput& input) const;
+    std::string json(const TraceInput& input, const CTraceNames& names, unsigned file) const;
 
 private:
     struct Function {
@@ -294,12 +299,10 @@ std::string list(const std::set<std::uint32_t>& numbers) {
 
 /// What messages tell of the programs in a trace.
 struct Programs {
-    CTraceNames names;
     std::map<std::uint64_t, std::string> paths, commands; ///< by process
 
     explicit Programs(const std::vector<std::string>& facts) {
         for (const std::string& text : facts) {
-            names.noteMessage(text);
             const RecordedFact fact(text);
             if (fact.word() == "process")
                 paths[fact.number("pid")] = fact.text("program");
@@ -320,7 +323,7 @@ std::string damageOf(const TraceInput& input) {
                        damage.places, s, damage.first);
 }
 
-void Summary::print(std::ostream& out, const TraceInput& input) const {
+void Summary::print(std::ostream& out, const TraceInput& input, const CTraceNames& names, unsigned file) const {
     const auto line = [&out](std::string_view label, const std::string& text) {
         qvx::print(out, "{:<11}{}\n", label, text);
     };
@@ -337,7 +340,7 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
     const Programs programs(m_facts);
     std::vector<std::string> threads;
     for (const std::uint32_t thread : m_threads) {
-        const std::string title = programs.names.threadTitle(thread);
+        const std::string title = names.threadTitle(thread, file);
         threads.push_back(std::to_string(thread) + (title.empty() ? "" : " (" + shown(title) + ")"));
     }
     line("Threads:", threads.empty() ? "none" : fmt::format("{}", fmt::join(threads, ", ")));
@@ -363,7 +366,7 @@ void Summary::print(std::ostream& out, const TraceInput& input) const {
                    function.name.value_or("").empty() ? "(no name)" : shown(*function.name));
 }
 
-std::string Summary::json(const TraceInput& input) const {
+std::string Summary::json(const TraceInput& input, const CTraceNames& names, unsigned file) const {
     constexpr const char* kLayouts[] = {"plain", "paged", "either"};
     JsonLine kinds;
     std::uint64_t packets = 0;
@@ -389,8 +392,10 @@ std::string Summary::json(const TraceInput& input) const {
     line.add("threads", std::vector<std::uint64_t>(m_threads.begin(), m_threads.end()));
     const Programs programs(m_facts);
     JsonLine threads, paths, commands;
-    for (const std::uint32_t thread : programs.names.threads())
-        threads.add(std::to_string(thread), programs.names.threadName(thread));
+    for (const std::uint32_t thread : m_threads) {
+        if (const std::string& name = names.threadName(thread, file); !name.empty())
+            threads.add(std::to_string(thread), name);
+    }
     for (const auto& [pid, path] : programs.paths)
         paths.add(std::to_string(pid), path);
     for (const auto& [pid, command] : programs.commands)
@@ -435,15 +440,18 @@ ExitCode info(InfoOptions& options) {
     options.selection.begin(files);
     std::ostream& out = options.output.target().open();
     ExitCode exitCode = Done;
+    CTraceNames names; // of threads, which another file may have told
     for (std::size_t file = 0; file < files.size(); ++file) {
         TraceInput input(files[file]);
         Summary summary = Summary::ofTrace();
         read(input, file, options.selection, summary);
+        const auto number = static_cast<unsigned>(file);
+        summary.tellNames(names, number);
         if (options.format == InfoFormat::JSON) {
-            out << summary.json(input);
+            out << summary.json(input, names, number);
         } else {
             out << (file > 0 ? "\n" : "");
-            summary.print(out, input);
+            summary.print(out, input, names, number);
         }
         if (const ExitCode damage = input.reportDamage(); damage != Done)
             exitCode = damage;
