@@ -29,6 +29,10 @@ std::optional<std::uint64_t> takeNumber(std::string_view& text, int base = 10) {
     return number;
 }
 
+char* putUnit(char* to, std::string_view unit) {
+    return to + unit.copy(to, unit.size());
+}
+
 } // namespace
 
 std::optional<TimeLength> TimeLength::of(std::string_view text) {
@@ -70,10 +74,6 @@ std::optional<TimeLength> TimeLength::of(std::string_view text) {
 
 std::uint64_t TimeLength::ticks(std::uint64_t frequency) const {
     return m_hasUnit ? TimeBase::ticksOf(m_amount, frequency) : m_amount;
-}
-
-static char* putUnit(char* to, std::string_view unit) {
-    return to + unit.copy(to, unit.size());
 }
 
 char* putDuration(char* to, std::uint64_t nanoseconds) {

@@ -163,6 +163,7 @@ struct CTraceNames::Numbers {
     std::vector<bool> apart;               ///< processes that are not the first one
     std::map<std::pair<unsigned, std::uint32_t>, Thread> threads;       ///< those of kAnyProcess are the last ones
     std::map<std::pair<unsigned, std::uint64_t>, std::string> programs; ///< by process and pid
+    bool areProgramsAlike = true;                                       ///< all that have been told have one name
 };
 
 CTraceNames::CTraceNames() : m_numbers(platform::makeOwned<Numbers>()) {}
@@ -189,7 +190,10 @@ void CTraceNames::noteMessage(std::string_view text, unsigned process) {
             m_numbers->threads.insert_or_assign({whose, number}, thread);
     } else if (word == "process") {
         const std::string path = fact.text("program");
-        m_numbers->programs[{process, fact.number("pid")}] = path.substr(path.rfind('/') + 1);
+        auto& programs = m_numbers->programs;
+        const std::string& name = programs[{process, fact.number("pid")}] = path.substr(path.rfind('/') + 1);
+        m_numbers->areProgramsAlike =
+            m_numbers->areProgramsAlike && name == programs.begin()->second && name == programs.rbegin()->second;
     }
 }
 
@@ -212,11 +216,9 @@ const std::string& CTraceNames::threadName(std::uint32_t thread, unsigned proces
 
 std::string CTraceNames::threadTitle(std::uint32_t thread, unsigned process) const {
     std::string title = threadName(thread, process);
-    const auto& programs = m_numbers->programs;
-    const bool areAlike = std::ranges::all_of(
-        programs, [&programs](const auto& entry) { return entry.second == programs.begin()->second; });
-    if (title.empty() || areAlike)
+    if (title.empty() || m_numbers->areProgramsAlike)
         return title;
+    const auto& programs = m_numbers->programs;
     const Thread& its = *threadOf(thread, process);
     const auto program = programs.find({its.process, its.pid});
     // Threads that nobody gives a name have the start of their program's.

@@ -155,14 +155,17 @@ std::uint64_t Story::make(const Move& move, std::uint64_t tick, bool isTaken) {
 }
 
 void Story::noteMessage(std::size_t file, std::string_view text) {
-    if (!RecordedFact(text).isName())
+    const RecordedFact fact(text);
+    if (!fact.isName())
         return;
     m_names.noteMessage(text, static_cast<unsigned>(file));
     m_columns = {};
     m_lastColumns = nullptr;
-    m_nameWidth = std::max(m_nameWidth, kNameWidth);
-    for (const std::uint32_t thread : m_names.threads())
+    if (fact.word() == "thread") {
+        const auto thread = static_cast<std::uint32_t>(fact.number("tid"));
+        m_nameWidth = std::max(m_nameWidth, kNameWidth);
         m_nameWidth = std::clamp(shown(m_names.threadTitle(thread)).size(), m_nameWidth, kMostNameWidth);
+    }
 }
 
 void Story::learn(std::size_t file, const CPacket& packet) {
