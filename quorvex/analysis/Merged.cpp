@@ -85,6 +85,11 @@ struct Merged::Source {
     void pop() { ++taken; }
     /// Whether ticks are seen to go on from the next packet's, which isWrong() then need not look into.
     bool isInOrder();
+    /// The same, by what has been read.
+    bool isInOrder(const Ahead& next) const {
+        // What rises behind the next packet are witnesses for it.
+        return rises - next.rises >= kWitnesses && fall <= taken + 1;
+    }
     /// How many packets from the next one on have a tick that one sync packet may tell.
     std::size_t relatives();
     /// Whether the next packet's tick cannot be, with those behind it that are relative to it.
@@ -97,7 +102,10 @@ struct Merged::Source {
     std::size_t mostRelative() const { return batch > 0 ? std::min(batch, kMostRelative) : kMostRelative; }
     void forget(Ahead& packet);
     /// Makes the next packet ready; false at the end of the trace.
-    bool prepare(bool keepsOldTicks);
+    bool prepare(bool keepsOldTicks) { return goesOn() || look(keepsOldTicks); }
+    /// Whether the next packet has been read, and its tick is seen to go on from the last one, as nearly always.
+    bool goesOn();
+    bool look(bool keepsOldTicks); ///< the same as prepare, in all cases
 
     std::unique_ptr<TraceFile> input;
     PacketFilter* filter = nullptr;
@@ -177,11 +185,9 @@ void Merged::Source::grow() {
 }
 
 bool Merged::Source::isInOrder() {
-    const auto isSeen = [this] { return rises - ahead(0).rises >= kWitnesses; };
-    if (!isSeen() && size() < kFewAhead && !isEnded && batch == 0)
+    if (rises - ahead(0).rises < kWitnesses && size() < kFewAhead && !isEnded && batch == 0)
         read(kFewAhead);
-    // What rises behind the next packet are witnesses for it.
-    return isSeen() && fall <= taken + 1;
+    return isInOrder(ahead(0));
 }
 
 std::size_t Merged::Source::relatives() {
@@ -252,7 +258,20 @@ void Merged::Source::extend() {
     });
 }
 
-bool Merged::Source::prepare(bool keepsOldTicks) {
+inline bool Merged::Source::goesOn() {
+    if (size() == 0)
+        return false;
+    const Ahead& next = ahead(0);
+    if (next.isBorder() || next.tick == kUnknown64 || !hasTick || next.tick < tick || gone > 0)
+        return false;
+    const bool isNear = next.tick >> 8 == tick >> 8;
+    if (!isNear && !isInOrder(next))
+        return false;
+    tick = next.tick;
+    return true;
+}
+
+bool Merged::Source::look(bool keepsOldTicks) {
     const auto first = [this] { return size() == 0 ? at(0) : &ahead(0); };
     const Ahead* next = first();
     while (next && next->isBorder()) {

@@ -8,6 +8,12 @@
 
 namespace Quorvex {
 
+namespace {
+
+constexpr std::size_t kTextSize = 0x10000; ///< that is written at once
+
+} // namespace
+
 std::string FoldedStacks::textOf(std::string_view name) {
     std::string text;
     while (!name.empty()) {
@@ -31,8 +37,9 @@ bool CFoldedWriter::show(const CPacket& packet, std::uint64_t time) {
     const bool isCall = facts.step != Step::None && facts.entered == TextSort::Function;
     if (!isCall && packet.TraceCode() != Timestamp && facts.role != Role::Definition)
         return false;
-    const auto at = m_traces.try_emplace(process(), m_tree, m_names, process()).first;
-    at->second.add(packet, time);
+    if (!m_trace || m_trace->first != process())
+        m_trace = &*m_traces.try_emplace(process(), m_tree, m_names, process()).first;
+    m_trace->second.add(packet, time);
     return isCall;
 }
 
@@ -47,11 +54,18 @@ void CFoldedWriter::end(std::uint64_t) {
 
 bool CFoldedWriter::writeFile() {
     bool isWritten = true;
+    std::string text;
     FoldedStacks::write(
         m_tree.paths(), [this](const CallPath& path) { return FoldedStacks::nameOf(path, m_names); },
         [](const CallPath&) { return std::string(); },
-        [&](const std::string& line) { isWritten = isWritten && writeOut(line); });
-    return isWritten;
+        [&](std::string_view line) {
+            text += line;
+            if (text.size() < kTextSize)
+                return;
+            isWritten = isWritten && writeOut(text);
+            text.clear();
+        });
+    return isWritten && writeOut(text);
 }
 
 } // namespace Quorvex

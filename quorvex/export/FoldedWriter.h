@@ -1,8 +1,10 @@
 #pragma once
 
 #include "quorvex/analysis/CallTree.h"
+#include "quorvex/analysis/Directory.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/export/ViewerWriter.h"
+#include "quorvex/format/Digits.h"
 #include "quorvex/platform/Owned.h"
 
 #include <cstdint>
@@ -20,10 +22,12 @@ namespace Quorvex {
 /// what cannot be shown `\xNN`.
 class QUORVEX_API FoldedStacks {
 public:
-    /// The lines go to `add`, text by text.
+    /// The lines go to `add`, one by one. `nameOf(path)` is asked once for each function, `threadOf(path)` for each
+    /// path that nothing has called.
     template <class Add, class NameOf, class ThreadOf>
     static void write(const std::vector<CallPath>& paths, NameOf nameOf, ThreadOf threadOf, Add add) {
         std::vector<std::size_t> ends; // of the names on the stack, as they stand in the line
+        Directory<std::uint64_t, std::string> texts;
         std::string line;
         for (const CallPath& path : paths) {
             ends.resize(path.depth);
@@ -32,10 +36,14 @@ public:
                 line = textOf(threadOf(path));
             if (!line.empty())
                 line += ';';
-            line += textOf(nameOf(path));
+            line += texts.findOrMake(path.function, [&] { return textOf(nameOf(path)); });
             ends.push_back(line.size());
-            if (path.self > 0)
-                add(line + " " + std::to_string(path.self) + "\n");
+            if (path.self == 0)
+                continue;
+            char self[kMostDigits];
+            line += ' ';
+            line.append(self, putDecimal(self, path.self)) += '\n';
+            add(std::string_view(line));
         }
     }
     /// The name of a path's function.
@@ -63,7 +71,8 @@ protected:
 private:
     CallTree m_tree;
     CTraceNames m_names;
-    std::map<unsigned, CallTree::Packets> m_traces; ///< by processes
+    std::map<unsigned, CallTree::Packets> m_traces;                  ///< by processes
+    std::pair<const unsigned, CallTree::Packets>* m_trace = nullptr; ///< of the last packet
 };
 
 } // namespace Quorvex

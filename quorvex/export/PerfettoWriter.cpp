@@ -53,6 +53,9 @@ constexpr std::uint64_t kEventTypes[] = {1, 2, 3, 4};
 /// Names are told in packets of about that size.
 constexpr std::size_t kNamesAtOnce = 0x8000;
 constexpr std::size_t kMostVarint = 10;
+/// What an event without a name of its own takes at most, with all around it: tags and sizes, flags and so on of few
+/// bytes, three numbers.
+constexpr std::size_t kMostPlain = 20 + 3 * kMostVarint;
 
 char* putVarint(char* to, std::uint64_t value) {
     for (; value >= 0x80; value >>= 7)
@@ -152,47 +155,58 @@ void CPerfettoWriter::startFile() {
 }
 
 void CPerfettoWriter::write(const Fact& fact) {
-    char event[0x50];
-    char* end = putNumber(event, EventType, kEventTypes[unsigned(fact.type)]);
-    end = putNumber(end, TrackUuid, fact.track + std::uint64_t{1});
-    if (fact.type == Type::Value && fact.value.form == Form::Real) {
-        end = putVarint(end, EventDoubleValue << 3 | 1);
-        storeLittleEndian(end, fact.value.number);
-        end += 8;
-    } else if (fact.type == Type::Value) {
-        end = putNumber(end, EventValue, fact.value.number);
-    } else if (fact.type != Type::End && fact.label != kNoLabel) {
-        end = putNumber(end, NameIid, fact.label + std::uint64_t{1});
+    const bool isValue = fact.type == Type::Value;
+    const auto putEvent = [&](char* to) {
+        to = putNumber(to, EventType, kEventTypes[unsigned(fact.type)]);
+        to = putNumber(to, TrackUuid, fact.track + std::uint64_t{1});
+        if (isValue && fact.value.form == Form::Real) {
+            to = putVarint(to, EventDoubleValue << 3 | 1);
+            storeLittleEndian(to, fact.value.number);
+            to += 8;
+        } else if (isValue) {
+            to = putNumber(to, EventValue, fact.value.number);
+        } else if (fact.type != Type::End && fact.label != kNoLabel) {
+            to = putNumber(to, NameIid, fact.label + std::uint64_t{1});
+        }
+        return to;
+    };
+    const auto putHead = [&](char* to) {
+        to = putNumber(to, PacketTimestamp, fact.time);
+        to = putNumber(to, SequenceId, 1);
+        return putVarint(putNumber(to, SequenceFlags, kNeedsState), PacketTrackEvent << 3 | 2);
+    };
+    const bool hasOwnName = fact.type != Type::End && !isValue && fact.label == kNoLabel;
+    if (!hasOwnName && fact.more.empty()) {
+        // Both messages are so short that one byte tells how long they are.
+        static_assert(kMostPlain < 0x80);
+        char* const packet = putVarint(room(kMostPlain), Packet << 3 | 2) + 1;
+        char* const event = putHead(packet) + 1;
+        char* const end = putEvent(event);
+        packet[-1] = static_cast<char>(end - packet);
+        event[-1] = static_cast<char>(end - event);
+        ends(end);
+        return;
     }
-    std::string_view message(event, static_cast<std::size_t>(end - event));
-    std::string longer;
-    if ((fact.type != Type::End && fact.label == kNoLabel && fact.type != Type::Value) || !fact.more.empty()) {
-        longer = message;
-        if (fact.label == kNoLabel)
-            addText(longer, EventOwnName, fact.name);
-        std::string annotation;
-        eachField(fact, [&](const Field& field) {
-            annotation.clear();
-            addText(annotation, AnnotationName, field.name);
-            if (field.form == Form::Text)
-                addText(annotation, StringValue, field.text);
-            else
-                addNumber(annotation, field.form == Form::Signed ? IntValue : UintValue, field.number);
-            addBytes(longer, DebugAnnotations, annotation);
-        });
-        message = longer;
-    }
-    char head[0x40];
-    char* to = putNumber(head, PacketTimestamp, fact.time);
-    to = putNumber(to, SequenceId, 1);
-    to = putNumber(to, SequenceFlags, kNeedsState);
-    to = putVarint(putVarint(to, PacketTrackEvent << 3 | 2), message.size());
-    const auto headSize = static_cast<std::size_t>(to - head);
-    to = room(2 * kMostVarint + headSize + message.size());
-    to = putVarint(putVarint(to, Packet << 3 | 2), headSize + message.size());
-    std::memcpy(to, head, headSize);
-    std::memcpy(to + headSize, message.data(), message.size());
-    ends(to + headSize + message.size());
+    char bytes[kMostPlain];
+    std::string event(bytes, putEvent(bytes));
+    if (fact.label == kNoLabel)
+        addText(event, EventOwnName, fact.name);
+    std::string annotation;
+    eachField(fact, [&](const Field& field) {
+        annotation.clear();
+        addText(annotation, AnnotationName, field.name);
+        if (field.form == Form::Text)
+            addText(annotation, StringValue, field.text);
+        else
+            addNumber(annotation, field.form == Form::Signed ? IntValue : UintValue, field.number);
+        addBytes(event, DebugAnnotations, annotation);
+    });
+    std::string packet(bytes, putHead(bytes));
+    addVarint(packet, event.size());
+    packet += event;
+    std::string framed;
+    addBytes(framed, Packet, packet);
+    add(framed);
 }
 
 } // namespace Quorvex

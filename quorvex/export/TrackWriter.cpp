@@ -759,16 +759,15 @@ private:
     }
 
     bool tellOf(std::uint64_t from, std::uint64_t size) {
-        m_rest.clear();
+        std::size_t kept = 0; // of a note that has been read in part
         while (size > 0) {
             const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size, kReadAtOnce));
-            const std::size_t kept = m_rest.size();
-            m_rest.resize(kept + count);
-            if (!m_writer.readBody(from, m_rest.data() + kept, count))
+            m_read.resize(std::max(m_read.size(), kept + count));
+            if (!m_writer.readBody(from, m_read.data() + kept, count))
                 return false;
             from += count;
             size -= count;
-            std::string_view notes = m_rest;
+            std::string_view notes(m_read.data(), kept + count);
             while (notes.size() >= sizeof(Note)) {
                 std::string_view more = notes;
                 const auto note = takeRaw<Note>(more);
@@ -777,7 +776,8 @@ private:
                 tell(note, more.substr(0, note.more));
                 notes = more.substr(note.more);
             }
-            m_rest.erase(0, m_rest.size() - notes.size());
+            kept = notes.size();
+            std::memmove(m_read.data(), notes.data(), kept);
         }
         return true;
     }
@@ -848,7 +848,7 @@ private:
     std::map<std::uint64_t, std::uint32_t> m_targets;                                        ///< of transitions
     std::map<std::uint32_t, std::string> m_open; ///< texts that are shown as slices, by tracks
     std::string m_more;                          ///< of the next note
-    std::string m_rest;
+    std::vector<char> m_read;                    ///< kept for its memory
     char m_digits[kMostDigits];
 };
 

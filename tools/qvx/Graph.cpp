@@ -169,7 +169,7 @@ private:
         FoldedStacks::write(
             paths, [this](const CallPath& path) { return nameOf(path); },
             [this](const CallPath& path) { return m_options.byThread ? nameOfThread(path) : std::string(); },
-            [&out](const std::string& line) { out << line; });
+            [&out](std::string_view line) { out << line; });
     }
 
     void printJson(std::ostream& out, const std::vector<CallPath>& paths) const {
