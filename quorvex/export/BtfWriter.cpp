@@ -59,6 +59,8 @@ struct Entity {
     Type type;
     std::string name = {};
     std::string source = {};        ///< as it stands in lines: name and commas
+    std::string lastSource = {};    ///< the same with the instance that was the source of a line last; empty: none was
+    std::uint64_t lastInstance = 0; ///< that one
     std::string target = {};        ///< type, name and commas
     Entity* stimulus = nullptr;     ///< of tasks and interrupts
     CounterSort* counter = nullptr; ///< of the type of a counter
@@ -523,22 +525,26 @@ private:
     }
 
     /// The next occurrence of a stimulus, which has the number -1 where the simulation is its source.
-    void trigger(const Entity& stimulus) {
+    void trigger(Entity& stimulus) {
         if (!m_simulation)
             return line(stimulus, stimulus.occurrences, stimulus, stimulus.occurrences, "trigger");
         const std::string text = std::string(m_timeText, m_timeSize) + m_simulation->source + "-1" + stimulus.target +
                                  std::to_string(stimulus.occurrences) + ",trigger\n";
         m_writer.bodyEnds(std::ranges::copy(text, m_writer.bodyRoom(text.size())).out);
     }
-    void line(const Entity& source, std::uint64_t sourceInstance, const Entity& target, std::uint64_t instance,
+    void line(Entity& source, std::uint64_t sourceInstance, const Entity& target, std::uint64_t instance,
               std::string_view event, std::string_view note = {}) {
-        char* to = m_writer.bodyRoom(sizeof m_timeText + source.source.size() + target.target.size() +
-                                     std::size_t{2} * kMostDigits + event.size() + note.size() + 4);
+        if (source.lastInstance != sourceInstance || source.lastSource.empty()) {
+            source.lastInstance = sourceInstance;
+            source.lastSource = source.source;
+            append(source.lastSource, sourceInstance);
+        }
+        char* to = m_writer.bodyRoom(sizeof m_timeText + source.lastSource.size() + target.target.size() + kMostDigits +
+                                     event.size() + note.size() + 3);
         const auto put = [&to](std::string_view text) { to += text.copy(to, text.size()); };
         std::memcpy(to, m_timeText, sizeof m_timeText);
         to += m_timeSize;
-        put(source.source);
-        to = putDecimal(to, sourceInstance);
+        put(source.lastSource);
         put(target.target);
         to = putDecimal(to, instance);
         *to++ = ',';
@@ -654,6 +660,7 @@ private:
         while (!m_named.emplace(name, &entity).second)
             name += "_" + std::to_string(entity.number);
         entity.source = "," + name + ",";
+        entity.lastSource.clear();
         entity.target.assign(",").append(nameOf(entity.type, m_version)).append(entity.source);
         entity.name = std::move(name);
     }

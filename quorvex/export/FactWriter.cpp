@@ -35,8 +35,10 @@ void CFactWriter::startFile() {
     const bool isJson = m_format == Format::JSON;
     const std::string unit = frequency() == 0 ? "_ticks" : "_ns";
     const std::string titles[] = {"name", "start" + unit, "duration" + unit, "depth", "value", "unit", "fields"};
-    for (std::size_t column = 0; column < std::size(titles); ++column)
-        m_before[column] = isJson ? ", \"" + titles[column] + "\": " : ",";
+    for (std::size_t column = 0; column < std::size(titles); ++column) {
+        const std::string text = isJson ? ", \"" + titles[column] + "\": " : ",";
+        m_before[column].size = text.copy(m_before[column].text, sizeof m_before[column].text);
+    }
     if (!isJson) {
         add("type,track");
         for (const std::string& title : titles)
@@ -45,7 +47,7 @@ void CFactWriter::startFile() {
     }
     m_open.resize(tracks().size());
     for (const std::string& label : labels())
-        m_names.push_back(m_before[Name] + quoted(label));
+        m_names.push_back(quoted(label));
     for (const Track& track : tracks()) {
         const auto head = [&](std::string_view type) {
             const std::string name = quoted(track.name);
@@ -54,9 +56,7 @@ void CFactWriter::startFile() {
         };
         const bool isOfSlices = std::size_t(track.sort) < std::size(kSlices);
         m_heads.push_back({head(isOfSlices ? kSlices[std::size_t(track.sort)] : ""), head("event"), head("value"),
-                           !isJson || !track.unit.empty()
-                               ? m_before[Unit] + (track.unit.empty() ? std::string() : quoted(track.unit))
-                               : std::string()});
+                           track.unit.empty() ? std::string() : quoted(track.unit)});
     }
 }
 
@@ -125,48 +125,38 @@ void CFactWriter::writeRow(const Fact& fact, std::uint64_t start, std::size_t de
     if (isValue) {
         append(m_own, fact.value);
     } else if (fact.label == kNoLabel) {
-        m_own.append(m_before[Name]).append(quoted(fact.name));
+        m_own = quoted(fact.name);
         name = m_own;
     } else {
         name = m_names[fact.label];
     }
-    std::size_t most = head.size() + name.size() + m_own.size() + heads.unit.size() + fields.size() + 3 * kMostDigits +
-                       std::size("}\n");
-    for (const std::string& before : m_before)
-        most += before.size();
-    char* to = room(most);
+    char* to = room(head.size() + name.size() + m_own.size() + heads.unit.size() + fields.size() + 3 * kMostDigits +
+                    sizeof m_before + std::size("}\n"));
     const auto put = [&to](std::string_view text) {
         std::memcpy(to, text.data(), text.size());
         to += text.size();
     };
-    const auto putNumber = [&](Column column, std::uint64_t number) {
-        put(m_before[column]);
-        to = putDecimal(to, number);
+    // The column, if it tells something or all have to be there; `putIt` puts what stands in it.
+    const auto column = [&](Column which, bool tells, auto putIt) {
+        if (!tells && !hasAll)
+            return;
+        const Title& before = m_before[which];
+        std::memcpy(to, before.text, sizeof before.text);
+        to += before.size;
+        if (tells)
+            putIt();
     };
     put(head);
-    if (isValue && hasAll)
-        put(m_before[Name]);
-    else
-        put(name);
-    putNumber(Start, start);
-    if (fact.type == Type::End)
-        putNumber(Duration, fact.time - start);
-    else if (hasAll)
-        put(m_before[Duration]);
-    if (!isValue)
-        putNumber(Depth, depth);
-    else if (hasAll)
-        put(m_before[Depth]);
-    if (isValue || hasAll)
-        put(m_before[Value]);
-    if (isValue)
-        put(m_own);
-    put(heads.unit);
-    if (hasAll || !fields.empty()) {
-        put(m_before[Fields]);
-        put(fields);
-    }
-    put(hasAll ? "\n" : "}\n");
+    column(Name, !isValue, [&] { put(name); });
+    column(Start, true, [&] { to = putDecimal(to, start); });
+    column(Duration, fact.type == Type::End, [&] { to = putDecimal(to, fact.time - start); });
+    column(Depth, !isValue, [&] { to = putDecimal(to, depth); });
+    column(Value, isValue, [&] { put(m_own); });
+    column(Unit, !heads.unit.empty(), [&] { put(heads.unit); });
+    column(Fields, !fields.empty(), [&] { put(fields); });
+    if (!hasAll)
+        *to++ = '}';
+    *to++ = '\n';
     ends(to);
 }
 

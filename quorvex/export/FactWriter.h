@@ -43,6 +43,11 @@ private:
     };
     /// Those behind type and track.
     enum Column : std::uint8_t { Name, Start, Duration, Depth, Value, Unit, Fields, kColumns };
+    /// A short text, which is put at once with what stands behind it in its room.
+    struct Title {
+        char text[24] = {};
+        std::size_t size = 0;
+    };
     /// What is the same in all rows of a track: type and track, and the unit with what stands before it.
     struct Heads {
         std::string ofSlices, ofEvents, ofValues, unit;
@@ -54,7 +59,7 @@ private:
     void append(std::string& to, const Field& field) const;
 
     Format m_format;
-    std::string m_before[kColumns];        ///< what stands before each column
+    Title m_before[kColumns];              ///< what stands before each column
     std::vector<std::vector<Open>> m_open; ///< by tracks
     std::vector<std::string> m_names;      ///< of labels, as they stand in rows, with what is before them
     std::vector<Heads> m_heads;            ///< by tracks

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstddef>
 #include <cstring>
 #include <deque>
 #include <initializer_list>
@@ -40,19 +41,27 @@ constexpr std::initializer_list<TextSort> kAllNames{
     TextSort::State,    TextSort::Variable, TextSort::Counter,      TextSort::CounterUnit,
     TextSort::Event,    TextSort::Signal};
 
-/// What is noted of a packet, in the body. Behind it stand `more` bytes: a name that is its own, then its fields; or
-/// its value.
+/// What is noted of a packet, in the body. Where it has more, behind it stands how many bytes, then these: a name that
+/// is its own, then its fields; or its value.
 struct Note {
     std::uint64_t time; ///< in ticks
     std::uint32_t track;
     std::uint32_t label; ///< of a value, the track of the thread that tells it
-    std::uint32_t more;
-    CTrackWriter::Type type;
-    CTrackWriter::Form form; ///< of a value
-    bool isSupplied;         ///< of an end
-    std::uint8_t unused = 0;
+    std::uint8_t what;   ///< type, form of a value, whether an end is supplied, and whether there is more
+
+    static constexpr std::size_t kSize = 17; ///< in the body
+    static constexpr std::uint8_t kIsSupplied = 0x40;
+    static constexpr std::uint8_t kHasMore = 0x80;
+
+    static std::uint8_t of(CTrackWriter::Type type, CTrackWriter::Form form, bool isSupplied, bool hasMore) {
+        return static_cast<std::uint8_t>(unsigned(type) | unsigned(form) << 2 | (isSupplied ? kIsSupplied : 0U) |
+                                         (hasMore ? kHasMore : 0U));
+    }
+    CTrackWriter::Type type() const { return CTrackWriter::Type(what & 3); }
+    CTrackWriter::Form form() const { return CTrackWriter::Form(what >> 2 & 7); }
+    bool isSupplied() const { return (what & kIsSupplied) != 0; }
 };
-static_assert(sizeof(Note) == 24);
+static_assert(offsetof(Note, what) == Note::kSize - 1);
 
 template <class T> void appendRaw(std::string& to, const T& value) {
     to.append(reinterpret_cast<const char*>(&value), sizeof value);
@@ -726,14 +735,16 @@ private:
     void note(Type type, std::uint32_t track, std::uint32_t label, std::uint64_t time, bool isSupplied = false,
               Form form = Form::None) {
         const bool hasMore = type == Type::Value || type == Type::Instant || !m_more.empty();
-        const auto more = hasMore ? static_cast<std::uint32_t>(m_more.size()) : 0;
-        const Note note{time, track, label, more, type, form, isSupplied};
+        const Note note{time, track, label, Note::of(type, form, isSupplied, hasMore)};
+        const auto more = static_cast<std::uint32_t>(m_more.size());
         const auto put = [&](char* to) {
-            std::memcpy(to, &note, sizeof note);
-            if (note.more > 0)
-                std::memcpy(to + sizeof note, m_more.data(), note.more);
+            std::memcpy(to, &note, Note::kSize);
+            if (hasMore) {
+                std::memcpy(to + Note::kSize, &more, sizeof more);
+                std::memcpy(to + Note::kSize + sizeof more, m_more.data(), more);
+            }
         };
-        const std::size_t size = sizeof note + note.more;
+        const std::size_t size = Note::kSize + (hasMore ? sizeof more + more : 0);
         if (!m_writer.m_wishes.byTrack) {
             char* const to = m_writer.bodyRoom(size);
             put(to);
@@ -745,7 +756,7 @@ private:
             if (its.block.size() >= kBlockSize)
                 flush(its);
         }
-        if (note.more > 0)
+        if (hasMore)
             m_more.clear();
     }
     void flush(NamedTrack& track) {
@@ -768,13 +779,23 @@ private:
             from += count;
             size -= count;
             std::string_view notes(m_read.data(), kept + count);
-            while (notes.size() >= sizeof(Note)) {
-                std::string_view more = notes;
-                const auto note = takeRaw<Note>(more);
-                if (more.size() < note.more)
-                    break;
-                tell(note, more.substr(0, note.more));
-                notes = more.substr(note.more);
+            while (notes.size() >= Note::kSize) {
+                Note note;
+                std::memcpy(&note, notes.data(), Note::kSize);
+                std::size_t whole = Note::kSize;
+                std::string_view more;
+                if (note.what & Note::kHasMore) {
+                    std::string_view rest = notes.substr(whole);
+                    if (rest.size() < sizeof(std::uint32_t))
+                        break;
+                    const auto moreSize = takeRaw<std::uint32_t>(rest);
+                    if (rest.size() < moreSize)
+                        break;
+                    more = rest.substr(0, moreSize);
+                    whole += sizeof moreSize + moreSize;
+                }
+                tell(note, more);
+                notes.remove_prefix(whole);
             }
             kept = notes.size();
             std::memmove(m_read.data(), notes.data(), kept);
@@ -782,14 +803,14 @@ private:
         return true;
     }
     void tell(const Note& note, std::string_view more) {
-        Fact fact{.type = note.type,
+        Fact fact{.type = note.type(),
                   .track = note.track,
                   .label = note.label,
                   .name = {},
                   .time = m_writer.nanoseconds(note.time),
                   .more = more,
-                  .isSupplied = note.isSupplied};
-        if (note.type == Type::Value)
+                  .isSupplied = note.isSupplied()};
+        if (fact.type == Type::Value)
             return tellValue(note, fact);
         fact.name = note.label == kNoLabel ? takeText(fact.more) : std::string_view(labels[note.label]);
         m_writer.write(fact);
@@ -798,7 +819,7 @@ private:
         const Form form = tracks[note.track].form;
         fact.teller = std::exchange(fact.label, kNoLabel);
         std::string_view more = std::exchange(fact.more, {});
-        if (note.form == Form::Text) {
+        if (note.form() == Form::Text) {
             fact.value = {"value", Form::Text, 0, more};
         } else {
             const auto number = takeRaw<std::uint64_t>(more);
