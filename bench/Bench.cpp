@@ -57,19 +57,28 @@ void recordEnterToFile(benchmark::State& state) {
     fs::resize_file(path, 0);
 }
 
-/// The program over one of the inputs that makeInputs makes; its output goes to the null device.
+/// The program over one of the inputs that makeInputs makes; its output goes to the null device, if that can be.
 struct ProgramRow {
     const char* name;
     const char* arguments; ///< before the input
     const char* input;
     const char* description;
+    const char* written = nullptr; ///< where what it writes goes, if its rate is that of this
+    const char* output = "/dev/null";
 };
 
 constexpr ProgramRow kProgram[] = {
     {"qvx/info", "info", "calls.qvx", "`qvx info`, function enters and leaves"},
     {"qvx/dump", "dump", "calls.qvx", "`qvx dump` of the same"},
-    {"qvx/export/vcd", "export --to vcd", "calls.qvx", "`qvx export --to vcd`"},
-    {"qvx/export/btf", "export --to btf", "calls.qvx", "`qvx export --to btf`"},
+    {"qvx/export/vcd", "export --to vcd", "calls.qvx", "`qvx export --to vcd`", "out"},
+    {"qvx/export/btf", "export --to btf", "calls.qvx", "`qvx export --to btf`", "out"},
+    {"qvx/export/perfetto", "export --to perfetto", "calls.qvx", "`qvx export --to perfetto`", "out"},
+    {"qvx/export/chrome", "export --to chrome", "calls.qvx", "`qvx export --to chrome`", "out"},
+    {"qvx/export/speedscope", "export --to speedscope", "calls.qvx", "`qvx export --to speedscope`", "out"},
+    {"qvx/export/ctf", "export --to ctf", "calls.qvx", "`qvx export --to ctf`", "out.ctf", "out.ctf"},
+    {"qvx/export/folded", "export --to folded", "calls.qvx", "`qvx export --to folded`"},
+    {"qvx/export/csv", "export --to csv", "calls.qvx", "`qvx export --to csv`", "out"},
+    {"qvx/export/json", "export --to json", "calls.qvx", "`qvx export --to json`", "out"},
     {"qvx/relative", "convert --relative", "steps.qvx", "`qvx convert --relative`, instructions"},
     {"qvx/absolute", "convert --absolute", "relative.qvx", "`qvx convert --absolute` of the result"},
     {"qvx/table", "convert", "table.txt", "`qvx convert` of a parsable table of the calls"},
@@ -96,17 +105,31 @@ void makeInputs() {
     qvx("dump --parsable", "calls.qvx", "table.txt");
 }
 
+/// Bytes of a file, or of all in a directory.
+double sizeOf(const fs::path& path) {
+    double size = 0;
+    if (!fs::is_directory(path))
+        return static_cast<double>(fs::file_size(path));
+    for (const fs::directory_entry& entry : fs::directory_iterator(path))
+        size += static_cast<double>(entry.file_size());
+    return size;
+}
+
 /// One run a repetition, told as the time of a packet.
 void runProgram(benchmark::State& state, const ProgramRow& row) {
     if (!fs::exists(directory / row.input))
         makeInputs();
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        qvx(row.arguments, row.input, "/dev/null");
+        qvx(row.arguments, row.input, row.output);
         const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
         state.SetIterationTime(time.count() / kProgramPackets);
     }
-    tell(state, static_cast<double>(fs::file_size(directory / row.input)) / kProgramPackets, row.description);
+    if (row.written && !fs::exists(directory / row.written))
+        qvx(row.arguments, row.input, row.written);
+    tell(state, sizeOf(directory / (row.written ? row.written : row.input)) / kProgramPackets, row.description);
+    if (row.written)
+        fs::remove_all(directory / row.written);
 }
 
 /// Prints the medians of repeated runs as a table.

@@ -140,6 +140,23 @@ private:
     unsigned m_at = 0;
 };
 
+/// Beyond the caches that one core has for itself.
+class LimitCopy {
+public:
+    explicit LimitCopy(unsigned) : m_from(kSize, 'x'), m_to(kSize) {}
+    void operator()() {
+        std::memcpy(m_to.data() + m_at, m_from.data() + m_at, kBlock);
+        keep(m_to);
+        m_at = (m_at + kBlock) % kSize;
+    }
+    static double bytes() { return kBlock; }
+
+private:
+    static constexpr std::size_t kSize = 0x400000, kBlock = 0x10000;
+    std::vector<char> m_from, m_to;
+    std::size_t m_at = 0;
+};
+
 struct LimitAllocation {
     explicit LimitAllocation(unsigned) {}
     void operator()() {
@@ -446,6 +463,38 @@ private:
     TraceTextReader m_reader{m_in};
 };
 
+/// A whole trace of calls.
+std::string callTrace(unsigned packets) {
+    MemorySink sink;
+    CTraceWriterPlain writer(sink);
+    forCallPackets(packets, [&writer](CPacket& packet) { writer.put(&packet); });
+    writer.flush();
+    return sink.take();
+}
+
+/// The packets of one trace in the order of time, each tick looked at whether it can be.
+class MergePackets {
+public:
+    explicit MergePackets(unsigned packets)
+        : m_trace(callTrace(packets)), m_bytes(static_cast<double>(m_trace.view().size()) / packets) {}
+    void operator()() {
+        PacketPointer packet = m_merged ? m_merged->next() : nullptr;
+        if (packet)
+            return;
+        m_trace.clear();
+        m_trace.seekg(0);
+        m_merged.emplace();
+        m_merged->add(std::make_unique<TraceFile>("trace", &m_trace));
+        m_merged->next();
+    }
+    double bytes() const { return m_bytes; }
+
+private:
+    std::istringstream m_trace;
+    double m_bytes;
+    std::optional<Merged> m_merged;
+};
+
 /// Packets of calls, with what defines them, to a writer for viewers; the file is written at their end.
 template <class Writer> class ExportPackets {
 public:
@@ -545,6 +594,7 @@ template <class Step> constexpr auto steps = whole<Steps<Step>>;
 constexpr PathRow kPaths[] = {
     {"limitCopyAndCall", "memcpy of a packet's 30 bytes into a page, and one virtual call", steps<LimitCopyAndCall>,
      false},
+    {"limitCopy", "memcpy of 64 KiB, on through 4 MiB", steps<LimitCopy>, false},
     {"limitAllocation", "allocating and freeing a packet's memory", steps<LimitAllocation>, false},
     {"limitListNodes", "a node of a list that is as long as a block has packets, and emptied by pop_front()",
      steps<LimitListNodes>, false},
@@ -564,9 +614,17 @@ constexpr PathRow kPaths[] = {
      whole<ConvertThereAndBack>, true},
     {"tableRows", "a row of the plain table", steps<TableRows>, true},
     {"readRows", "a row of the plain table read back into a packet", steps<ReadRows>, true},
+    {"mergePackets", "a packet of a merge of one trace: read, and its tick looked at", steps<MergePackets>, true},
     {"exportPackets/vcd", "an enter or leave packet shown by the writer of value change dumps",
      steps<ExportPackets<CVCDWriter>>, true},
     {"exportPackets/btf", "the same by the writer of BTF", steps<ExportPackets<CBtfWriter>>, true},
+    {"exportPackets/perfetto", "the same by that of Perfetto's protobuf", steps<ExportPackets<CPerfettoWriter>>, true},
+    {"exportPackets/chrome", "the same by that of Trace Event JSON", steps<ExportPackets<CChromeWriter>>, true},
+    {"exportPackets/speedscope", "the same by that of speedscope", steps<ExportPackets<CSpeedscopeWriter>>, true},
+    {"exportPackets/ctf", "the same by that of CTF", steps<ExportPackets<CCtfWriter>>, true},
+    {"exportPackets/folded", "the same by that of folded stacks", steps<ExportPackets<CFoldedWriter>>, true},
+    {"exportPackets/csv", "the same by that of the table of calls", steps<ExportPackets<CCsvWriter>>, true},
+    {"exportPackets/json", "the same by that of lines of JSON", steps<ExportPackets<CJsonWriter>>, true},
     {"recordScope", "a traced function in an instrumented thread: enter and leave, without the storing",
      steps<RecordScope>, true},
     {"recordNothing", "the same where recording is switched off", steps<RecordNothing>, true},

@@ -52,7 +52,7 @@ awk '
             print "the file is for " expected["compiler"] ", this is " $0 ": more instructions are no failure"
             foreign = 1
         }
-        printf "%-22s %9s %9s\n", "instructions a packet", "expected", "counted"
+        printf "%-25s %9s %9s\n", "instructions a packet", "expected", "counted"
         next
     }
     {
@@ -63,7 +63,7 @@ awk '
             verdict = "MORE"
         else if ($2 < 0.97 * expected[$1])
             verdict = "fewer"
-        printf "%-22s %9s %9s  %s\n", $1, expected[$1], $2, verdict
+        printf "%-25s %9s %9s  %s\n", $1, expected[$1], $2, verdict
         bad += verdict ~ /^[A-Z]/
         delete expected[$1]
         fewer += verdict == "fewer"
@@ -71,7 +71,7 @@ awk '
     END {
         delete expected["compiler"]
         for (path in expected) {
-            printf "%-22s %9s %9s  GONE\n", path, expected[path], ""
+            printf "%-25s %9s %9s  GONE\n", path, expected[path], ""
             bad = 1
         }
         if (fewer || bad)

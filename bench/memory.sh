@@ -45,9 +45,9 @@ while IFS='	' read -r how verb; do
     words=("${words[@]//_/ }")
     printf '| `%s` |' "$(tr @_ 'T ' <<<"$verb")"
     measure "${words[@]/#@/trace.qvx}"
-    rm -f pieces/*
+    rm -rf pieces/*
     if [[ $how == *stdin* ]]; then measure "${words[@]/#@/-}" <trace.qvx; else printf ' | |'; fi
-    rm -f pieces/*
+    rm -rf pieces/*
     if [[ $how == *pipe* ]]; then
         { "$qvx" "${words[@]/#@/trace.qvx}" 2>said || true; } | head -c 1 >/dev/null || true
         if [ -s said ]; then failed=1; printf ' %s |\n' "$(head -1 said)"; else printf ' quiet |\n'; fi
@@ -83,5 +83,12 @@ stdin pipe	convert @ --relative -o -
 stdin pipe	convert @ --plain -o -
 stdin pipe	export @ --to vcd -o -
 stdin pipe	export @ --to btf -o -
+stdin pipe	export @ --to perfetto -o -
+stdin pipe	export @ --to chrome -o -
+stdin pipe	export @ --to speedscope -o -
+stdin	export @ --to ctf -f -o pieces/out.ctf
+stdin pipe	export @ --to folded -o -
+stdin pipe	export @ --to csv -o -
+stdin pipe	export @ --to json -o -
 END
 exit $failed
