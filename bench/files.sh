@@ -61,11 +61,16 @@ for i in 1 2; do yes "some words" | head -n "$lines" >words/$i.md || [ $? = 141 
 QVX_TRACEDIR=. "$build/examples/wordcount" words 2 >/dev/null
 all=$(size thread_*.qvx)
 printf '\n%s\n\n' "$((2 * lines)) lines counted by two threads: $(mega "$all")"
-printf '%s\n' '| to | seconds | MB/s of the trace | peak memory | size of the export |' '|---|---|---|---|---|'
-for format in vcd btf; do
-    row=$(timed $format "$all" "$qvx" export thread_*.qvx --to $format -o run.$format)
-    printf '%s %s |\n' "$row" "$(mega "$(size run.$format)")"
-    rm run.$format
+printf '%s\n' '| to | processor seconds | MB/s of the trace | MB/s of the export | peak memory | size of the export |' \
+    '|---|---|---|---|---|---|'
+for format in $("$qvx" export --list | cut -d ' ' -f 1); do
+    /usr/bin/time -o time -f '%U %S %M' "$qvx" export thread_*.qvx --to "$format" -o "run.$format" 2>/dev/null
+    export=$(find "run.$format" -type f -printf '%s\n' | awk '{ sum += $1 } END { print sum }')
+    awk -v format="$format" -v all="$all" -v export="$export" -v size="$(mega "$export")" '{
+        seconds = $1 + $2
+        printf "| %s | %.2f | %.0f | %.0f | %.1f MB | %s |\n",
+            format, seconds, all / seconds / 1e6, export / seconds / 1e6, $3 * 1024 / 1e6, size }' time
+    rm -r "run.$format"
 done
 
 trace=$(ls -S thread_*.qvx | head -1)
