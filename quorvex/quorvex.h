@@ -19,6 +19,7 @@
 #include "quorvex/analysis/TraceReport.h"
 #include "quorvex/analysis/TraceSearch.h"
 #include "quorvex/analysis/TraceState.h"
+#include "quorvex/analysis/TraceTables.h"
 #include "quorvex/analysis/Unpaged.h"
 #include "quorvex/export/BtfWriter.h"
 #include "quorvex/export/ChromeWriter.h"

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <charconv>
 #include <deque>
 #include <istream>
 #include <iterator>
@@ -152,10 +153,15 @@ struct SubjectPlace {
 SubjectPlace placeIn(tagTCode code) {
     SubjectPlace place;
     const KindFacts& facts = factsOf(code);
+    std::string_view layout = CTCodeInfo::TCodeToFormat(code);
     unsigned at = 0;
-    for (const LayoutField& field : Layout::of(code).fields) {
-        const Reference* const reference = referenceOf(field.name);
-        const bool isId = reference ? reference->isSubject : field.name == "ExcId";
+    bool isFixed = true; // all fields so far are
+    while (isFixed && !layout.empty()) {
+        const std::string_view field = layout.substr(0, layout.find('|'));
+        layout.remove_prefix(std::min(layout.size(), field.size() + 1));
+        const std::string_view name = field.substr(0, field.find(':'));
+        const Reference* const reference = referenceOf(name);
+        const bool isId = reference ? reference->isSubject : name == "ExcId";
         const bool mayFollow = place.sort == TextSort::StateMachine || isPartOfMachine(place.sort);
         if (isId && (!place.isThere || mayFollow)) {
             place.sort = reference ? reference->sort : TextSort::None;
@@ -164,9 +170,10 @@ SubjectPlace placeIn(tagTCode code) {
             place.at = static_cast<std::uint8_t>(at);
             place.isThere = true;
         }
-        if (field.size.first != field.size.second || field.count.first != field.count.second)
-            break;
-        at += field.size.first * field.count.first;
+        unsigned size = 0;
+        const char* const end = field.data() + field.size();
+        isFixed = std::from_chars(field.data() + name.size() + 1, end, size).ptr == end;
+        at += size;
     }
     place.isLast = facts.step != Step::None;
     if (place.isThere && facts.role == Role::Definition)
