@@ -116,78 +116,95 @@ SpanTable::Span SpanTable::end(Thread& thread, std::uint64_t key, std::uint64_t 
     return span;
 }
 
-void SpanTable::take(Piece&& piece, std::vector<TableBatch>& rows) {
+/// What of the rows of a piece is not where it is to be.
+struct SpanTable::Edits {
     struct Insert {
         std::size_t row;
         Span span;
     };
     std::vector<Insert> inserts; ///< before rows
     std::vector<std::size_t> drops;
-    const auto place = [&](std::uint32_t segment, const Thread& thread) {
+};
+
+void SpanTable::take(Piece&& piece, std::vector<TableBatch>& rows) {
+    Edits edits;
+    for (auto& [key, its] : piece.m_threads)
+        join(piece, key, its, edits);
+    complete(piece);
+    for (const auto& [core, process] : piece.m_processes)
+        m_processes[core] = process;
+    if (edits.inserts.empty() && edits.drops.empty())
+        std::move(piece.m_rows.begin(), piece.m_rows.end(), std::back_inserter(rows));
+    else
+        rebuild(piece, edits, rows);
+}
+
+std::int64_t SpanTable::processOn(std::uint32_t core, std::int64_t process) const {
+    const std::int64_t* const known = process == kProcessBefore ? m_processes.find(core) : nullptr;
+    return known ? *known : std::max(process, kNoProcess);
+}
+
+void SpanTable::join(Piece& piece, std::uint64_t key, PieceThread& its, Edits& edits) {
+    Thread& thread = m_threads[key];
+    const auto place = [&](std::uint32_t segment) {
         piece.m_segments[segment] = {thread.level + static_cast<std::int64_t>(thread.stack.size()),
                                      thread.stack.empty() ? kNoParent : std::int64_t{thread.stack.back().id}};
     };
-    const auto processOn = [&](std::uint32_t core, std::int64_t process) {
-        const std::int64_t* const known = process == kProcessBefore ? m_processes.find(core) : nullptr;
-        return known ? *known : std::max(process, kNoProcess);
-    };
-    const auto enter = [&](Thread& thread, OpenCall& call) {
+    const auto enter = [&](OpenCall& call) {
         call.process = processOn(call.core, call.process);
         thread.stack.push_back(call);
     };
-    const auto fill = [&](std::size_t row, const Span& span) {
-        if (!isWithin(span))
-            drops.push_back(row);
-        std::size_t in = row;
-        TableBatch& batch = piece.batchOf(in);
-        batch.forgetNulls(in);
-        set(batch, in, span);
-    };
-    const auto leave = [&](Thread& thread, std::uint64_t key, const Piece::Event& event) {
-        const auto ended = std::find_if(thread.stack.rbegin(), thread.stack.rend(),
-                                        [&](const OpenCall& call) { return isLeftBy(call, event.id); });
-        auto count = ended == thread.stack.rend() ? 0 : std::distance(thread.stack.rbegin(), ended) + 1;
-        if (m_file.isRange && count != 1) {
-            // What it ends is told by the ranges before.
-            for (OpenCall& call : thread.stack) {
-                call.depth = thread.level++;
-                thread.fixed.push_back(call);
-            }
-            thread.stack.clear();
-            --thread.level;
-            count = 0;
+    place(its.first);
+    for (Event& event : its.word) {
+        count(thread, event.callees);
+        if (event.enter) {
+            enter(*event.enter);
+        } else {
+            leave(piece, thread, key, event, edits);
+            place(event.segment);
         }
-        Span span{key, event.core, processOn(event.core, event.process), event.id};
-        span.to = event.tick;
-        span.depth = thread.level + static_cast<std::int64_t>(thread.stack.size());
-        if (m_file.isRange && count == 0)
-            span.callees = std::exchange(thread.throughout, 0);
-        for (; count > 0; --count) {
-            span = end(thread, key, event.tick);
-            if (count > 1)
-                inserts.push_back({event.row, span});
-        }
-        span.leave = event.offset;
-        fill(event.row, span);
-    };
-    for (auto& [key, its] : piece.m_threads) {
-        Thread& thread = m_threads[key];
-        place(its.first, thread);
-        for (Piece::Event& event : its.word) {
-            count(thread, event.callees);
-            if (event.enter) {
-                enter(thread, *event.enter);
-            } else {
-                leave(thread, key, event);
-                place(event.segment, thread);
-            }
-        }
-        count(thread, its.callees);
-        for (OpenCall& call : its.open)
-            enter(thread, call);
-        if (its.last != kUnknown64)
-            thread.last = its.last;
     }
+    count(thread, its.callees);
+    for (OpenCall& call : its.open)
+        enter(call);
+    if (its.last != kUnknown64)
+        thread.last = its.last;
+}
+
+void SpanTable::leave(Piece& piece, Thread& thread, std::uint64_t key, const Event& event, Edits& edits) {
+    const auto ended = std::find_if(thread.stack.rbegin(), thread.stack.rend(),
+                                    [&](const OpenCall& call) { return isLeftBy(call, event.id); });
+    auto count = ended == thread.stack.rend() ? 0 : std::distance(thread.stack.rbegin(), ended) + 1;
+    if (m_file.isRange && count != 1) {
+        // What it ends is told by the ranges before.
+        for (OpenCall& call : thread.stack) {
+            call.depth = thread.level++;
+            thread.fixed.push_back(call);
+        }
+        thread.stack.clear();
+        --thread.level;
+        count = 0;
+    }
+    Span span{key, event.core, processOn(event.core, event.process), event.id};
+    span.to = event.tick;
+    span.depth = thread.level + static_cast<std::int64_t>(thread.stack.size());
+    if (m_file.isRange && count == 0)
+        span.callees = std::exchange(thread.throughout, 0);
+    for (; count > 0; --count) {
+        span = end(thread, key, event.tick);
+        if (count > 1)
+            edits.inserts.push_back({event.row, span});
+    }
+    span.leave = event.offset;
+    if (!isWithin(span))
+        edits.drops.push_back(event.row);
+    std::size_t row = event.row;
+    TableBatch& batch = piece.batchOf(row);
+    batch.forgetNulls(row);
+    set(batch, row, span);
+}
+
+void SpanTable::complete(Piece& piece) const {
     for (std::size_t i = 0; i < piece.m_lacks.size(); ++i) {
         const Piece::Lack& lack = piece.m_lacks[i];
         if (lack.segment == Piece::kNoSegment)
@@ -204,27 +221,24 @@ void SpanTable::take(Piece&& piece, std::vector<TableBatch>& rows) {
             m_file.setName(batch, at(kSpans, "parent"), row, TextSort::Function,
                            static_cast<std::uint64_t>(segment.parent));
         }
-        if (const std::int64_t* process = lack.isOfProcess ? m_processes.find(lack.core) : nullptr;
-            process && *process >= 0) {
+        if (const std::int64_t process = lack.isOfProcess ? processOn(lack.core, kProcessBefore) : kNoProcess;
+            process >= 0) {
             batch[at(kSpans, "process")].forgetNull(row);
-            batch[at(kSpans, "process")].setNumber(row, *process);
+            batch[at(kSpans, "process")].setNumber(row, process);
         }
     }
-    for (const auto& [core, process] : piece.m_processes)
-        m_processes[core] = process;
-    if (inserts.empty() && drops.empty()) {
-        std::move(piece.m_rows.begin(), piece.m_rows.end(), std::back_inserter(rows));
-        return;
-    }
-    std::ranges::stable_sort(inserts, {}, &Insert::row);
-    std::ranges::sort(drops);
+}
+
+void SpanTable::rebuild(Piece& piece, Edits& edits, std::vector<TableBatch>& rows) const {
+    std::ranges::stable_sort(edits.inserts, {}, &Edits::Insert::row);
+    std::ranges::sort(edits.drops);
     std::vector<TableBatch> all;
-    auto insert = inserts.begin();
-    auto drop = drops.begin();
+    auto insert = edits.inserts.begin();
+    auto drop = edits.drops.begin();
     for (std::size_t i = 0; i < piece.m_lacks.size(); ++i) {
-        for (; insert != inserts.end() && insert->row == i; ++insert)
+        for (; insert != edits.inserts.end() && insert->row == i; ++insert)
             add(all, insert->span);
-        if (drop != drops.end() && *drop == i) {
+        if (drop != edits.drops.end() && *drop == i) {
             ++drop;
             continue;
         }
@@ -265,12 +279,12 @@ void SpanTable::finish(std::vector<TableBatch>& rows) {
     }
 }
 
-SpanTable::Piece::Thread& SpanTable::Piece::threadOf(std::uint32_t number, std::uint32_t core) {
+SpanTable::PieceThread& SpanTable::Piece::threadOf(std::uint32_t number, std::uint32_t core) {
     const std::uint64_t key = number != ~0U ? number : kUnknownThread | core;
     if (!m_last || key != m_lastKey) {
         m_lastKey = key;
         m_last = &m_threads.findOrMake(key, [&] {
-            Thread thread;
+            PieceThread thread;
             thread.first = thread.segment = static_cast<std::uint32_t>(m_segments.size());
             m_segments.emplace_back();
             return thread;
@@ -310,7 +324,7 @@ void SpanTable::Piece::note(const SpanTable& table, const CTraceCursor& packet) 
             m_processes[place.core] = kind == ProcessEnter ? std::int64_t{id} : kNoProcess;
         return;
     }
-    Thread& thread = threadOf(place.thread, place.core);
+    PieceThread& thread = threadOf(place.thread, place.core);
     if (place.tick != kUnknown64)
         thread.last = place.tick;
     const std::int64_t process = wantsProcess ? processOn(place.core) : kNoProcess;

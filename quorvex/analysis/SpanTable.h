@@ -83,6 +83,41 @@ private:
     const TableFile& m_file;
     Directory<std::uint64_t, Thread> m_threads;
     Directory<std::uint32_t, std::int64_t> m_processes; ///< by core
+
+    struct Edits;
+    struct Event;
+    struct PieceThread;
+
+    std::int64_t processOn(std::uint32_t core, std::int64_t process) const;
+    /// Goes on with what is left of a thread's word.
+    void join(Piece& piece, std::uint64_t key, PieceThread& its, Edits& edits);
+    void leave(Piece& piece, Thread& thread, std::uint64_t key, const Event& event, Edits& edits);
+    /// Sets what rows lack, as far as it is known where the piece begins.
+    void complete(Piece& piece) const;
+    void rebuild(Piece& piece, Edits& edits, std::vector<TableBatch>& rows) const;
+};
+
+/// What is left of the word of a thread, but for the enters behind its last leave.
+struct SpanTable::Event {
+    std::uint64_t callees; ///< of the call on whose level the word stands before it
+    std::optional<OpenCall> enter;
+    std::size_t row = 0;       ///< of a leave
+    std::uint32_t id = 0;      ///< likewise
+    std::uint64_t tick = 0;    ///< likewise
+    std::uint64_t offset = 0;  ///< likewise
+    std::uint32_t core = 0;    ///< likewise
+    std::int64_t process = 0;  ///< likewise
+    std::uint32_t segment = 0; ///< which begins behind it
+};
+
+/// A thread in a piece.
+struct SpanTable::PieceThread {
+    std::vector<Event> word;
+    std::vector<OpenCall> open; ///< behind it
+    std::uint64_t callees = 0;  ///< of the call below these
+    std::uint64_t last = kUnknown64;
+    std::uint32_t first = 0;   ///< its first segment
+    std::uint32_t segment = 0; ///< its last one
 };
 
 /// What stands next to one another, and may be walked through without what is before.
@@ -96,26 +131,6 @@ public:
 private:
     friend class SpanTable;
 
-    /// What is left of a word, but for the enters behind its last leave.
-    struct Event {
-        std::uint64_t callees; ///< of the call on whose level the word stands before it
-        std::optional<OpenCall> enter;
-        std::size_t row = 0;       ///< of a leave
-        std::uint32_t id = 0;      ///< likewise
-        std::uint64_t tick = 0;    ///< likewise
-        std::uint64_t offset = 0;  ///< likewise
-        std::uint32_t core = 0;    ///< likewise
-        std::int64_t process = 0;  ///< likewise
-        std::uint32_t segment = 0; ///< which begins behind it
-    };
-    struct Thread {
-        std::vector<Event> word;
-        std::vector<OpenCall> open; ///< behind it
-        std::uint64_t callees = 0;  ///< of the call below these
-        std::uint64_t last = kUnknown64;
-        std::uint32_t first = 0;   ///< its first segment
-        std::uint32_t segment = 0; ///< its last one
-    };
     /// Where rows are complete but for what stands below.
     struct Segment {
         std::int64_t depth = 0;
@@ -130,13 +145,13 @@ private:
     };
     static constexpr std::uint32_t kNoSegment = ~0U;
 
-    Thread& threadOf(std::uint32_t thread, std::uint32_t core);
+    PieceThread& threadOf(std::uint32_t thread, std::uint32_t core);
     std::int64_t processOn(std::uint32_t core);
     std::size_t add(const SpanTable& table, const Span& span, const Lack& lack);
     TableBatch& batchOf(std::size_t& row);
 
-    Directory<std::uint64_t, Thread> m_threads;
-    Thread* m_last = nullptr;
+    Directory<std::uint64_t, PieceThread> m_threads;
+    PieceThread* m_last = nullptr;
     std::uint64_t m_lastKey = 0;
     std::vector<Segment> m_segments;
     std::vector<Lack> m_lacks;

@@ -233,7 +233,9 @@ public:
         Batches m_rows;
     };
 
-    RowTable(TraceTable table, const TableFile& file, const std::vector<std::int32_t>& kinds);
+    /// Of the kinds that are taken, by their codes.
+    RowTable(TraceTable table, const TableFile& file, const std::vector<std::int32_t>& kinds,
+             const std::vector<bool>& takes);
     void take(Piece&& piece, Batches& rows) {
         std::move(piece.m_rows.begin(), piece.m_rows.end(), std::back_inserter(rows));
     }
@@ -294,13 +296,14 @@ private:
     std::array<Make, 256> m_makes{};
 };
 
-RowTable::RowTable(TraceTable table, const TableFile& file, const std::vector<std::int32_t>& kinds)
+RowTable::RowTable(TraceTable table, const TableFile& file, const std::vector<std::int32_t>& kinds,
+                   const std::vector<bool>& taken)
     : m_file(file), m_kinds(kinds) {
     for (unsigned code = 0; code < m_makes.size(); ++code) {
         const KindFacts& facts = factsOf(tagTCode(code));
-        if (!facts.hasClass)
-            continue;
         const tagTCode kind = absoluteKind(tagTCode(code));
+        if (!facts.hasClass || !taken[kind])
+            continue;
         const auto makes = [&](TraceTable its, bool takes, Make make) {
             if (table == its && takes)
                 m_makes[code] = make;
@@ -714,10 +717,13 @@ public:
         : m_knowledge(std::move(knowledge)),
           m_table(table),
           m_options(options),
-          m_layout(table, options.columns, options.rows) {
+          m_layout(table, options.columns, options.rows),
+          m_takes(256, options.kinds.empty()) {
         const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
         m_shares.threads = std::min(options.threads > 0 ? options.threads : processors, kMostThreads);
         m_shares.least = kPageSize * std::clamp<std::uint64_t>(options.portion, 1, kMostPages);
+        for (const std::string& kind : options.kinds)
+            m_takes[codeOf(kind)] = true;
         m_options.columns.clear();
     }
 
@@ -776,26 +782,23 @@ private:
 
     static TableStream& of(ArrowArrayStream* stream) { return *static_cast<TableStream*>(stream->private_data); }
 
+    /// What a step comes to, as a number of errno. Once one has failed all do.
     template <class Step> int attempt(const Step& step) {
+        if (m_failure != 0)
+            return m_failure;
         try {
-            m_error.clear();
             step();
             return 0;
         } catch (const std::bad_alloc&) {
-            m_isOver = true;
-            return ENOMEM; // there may be none for a text
+            m_failure = ENOMEM;
         } catch (const std::exception& exception) {
-            m_isOver = true;
-            return Quorvex::attempt([&] {
+            const auto keep = [&] {
                 m_error = exception.what();
                 return true;
-            })
-                       ? EIO
-                       : ENOMEM;
-        } catch (...) {
-            m_isOver = true;
-            return EIO;
+            };
+            m_failure = Quorvex::attempt(keep) ? EIO : ENOMEM;
         }
+        return m_failure;
     }
 
     void next(ArrowArray& out) {
@@ -810,6 +813,13 @@ private:
         m_ready.pop_front();
     }
 
+    static tagTCode codeOf(const std::string& kind) {
+        for (unsigned code = 0; code < kKindFacts.size(); ++code) {
+            if (CTCodeInfo::TCodeIsValid(tagTCode(code)) && CTCodeInfo::TCodeToName(tagTCode(code)) == kind)
+                return absoluteKind(tagTCode(code));
+        }
+        throw std::invalid_argument("there is no kind of packet '" + kind + "'");
+    }
     bool wants(std::string_view name) const {
         return std::ranges::any_of(m_layout.chosen, [&](unsigned i) { return m_layout.columns[i].name == name; });
     }
@@ -945,7 +955,7 @@ private:
             m_walk = std::make_unique<WalkOf<LossTable>>(*m_file, m_input->trace->end());
             break;
         default:
-            m_walk = std::make_unique<WalkOf<RowTable>>(m_table, *m_file, m_kinds);
+            m_walk = std::make_unique<WalkOf<RowTable>>(m_table, *m_file, m_kinds, m_takes);
         }
         return true;
     }
@@ -976,6 +986,7 @@ private:
     TraceTable m_table;
     TableOptions m_options;
     TableLayout m_layout;
+    std::vector<bool> m_takes; ///< by the code of an absolute kind
     std::vector<std::int32_t> m_kinds = std::vector<std::int32_t>(256);
     /// Where the dictionaries have the names that are wanted.
     std::vector<std::pair<CTraceNames::Key, std::int32_t>> m_indices;
@@ -988,7 +999,8 @@ private:
     std::uint64_t m_until = UINT64_MAX;
     std::unique_ptr<Walk> m_walk;
     std::deque<TableBatch> m_ready;
-    std::string m_error;
+    int m_failure = 0;
+    std::string m_error; ///< of the failure
     bool m_isOver = false;
 };
 

@@ -39,6 +39,7 @@ struct TableOptions {
     std::uint64_t firstPage = 0;
     std::uint64_t pages = UINT64_MAX; ///< so many, as far as there are
     TickWindow window{};              ///< rows of spans that reach into it, and other rows with a tick within
+    std::vector<std::string> kinds{}; ///< rows of packets of those kinds only, as "FunctionEnter"; none: of all
     std::uint64_t rows = 65536;       ///< in a batch, at most
     unsigned threads = 0;             ///< that walk at a time; 0: one a processor
     std::uint64_t portion = 16;       ///< pages that a thread walks through at a time, whose rows are kept in memory
@@ -81,8 +82,8 @@ struct TableInput {
 /// A stream reads as it is asked for batches, in several threads at a time, and keeps order. Memory does not grow with
 /// the trace, but with definitions, and with calls that are open. It may be released before its end, and outlive this.
 /// Damage is stepped over, as TraceFile does; the losses tell of it. What cannot be read is an error of the stream,
-/// EIO, whose text is that of the TraceError; lack of memory is ENOMEM. Used by one thread at a time, as is each
-/// stream; different streams may be used at once.
+/// EIO, whose text is that of the exception; a std::bad_alloc is ENOMEM. It stays. Used by one thread at a time, as is
+/// each stream; different streams may be used at once.
 class QUORVEX_API TraceTables {
 public:
     /// Of these files. With `definitions`, which are what definitions() gave for each of them, they are not walked
@@ -93,7 +94,7 @@ public:
     ~TraceTables();
 
     /// Begins a table; `out` is overwritten. No file is opened before the first batch is asked for. Throws
-    /// std::invalid_argument where the table has no such column.
+    /// std::invalid_argument where the table has no such column, or there is no such kind.
     void open(TraceTable table, const TableOptions& options, ArrowArrayStream& out) const;
     /// What a file, by its place in the list, defines, as the bytes of a small trace: names, clocks, and as many values
     /// of counters as tell their type. Can be kept, and given to others. Throws what TraceFile throws.

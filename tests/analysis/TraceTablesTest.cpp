@@ -459,6 +459,8 @@ TEST(TraceTables, TellWhatPacketsTell) {
     TableOptions options;
     options.window = {6, 10};
     EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Packets, options), "kind"), "Message|InitialState");
+    EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Packets, {.kinds = {"CounterValue", "Event"}}), "kind"),
+              "CounterValue|Event");
 }
 
 TEST(TraceTables, TellWhatCountersAreOf) {
@@ -526,7 +528,9 @@ TEST(TraceTables, SayWhyTheyCannotBeHad) {
     EXPECT_EQ(stream.its.get_last_error(&stream.its), nullptr);
     EXPECT_EQ(stream.its.get_next(&stream.its, &batch), EIO);
     EXPECT_EQ(stream.its.get_last_error(&stream.its), directory.path("none.qvx") + ": " + std::strerror(ENOENT));
+    EXPECT_EQ(stream.its.get_next(&stream.its, &batch), EIO);
     ArrowArrayStream unused{};
+    EXPECT_THROW(missing.open(TraceTable::Packets, {.kinds = {"Colour"}}, unused), std::invalid_argument);
     EXPECT_THROW(missing.open(TraceTable::Spans, {.columns = {"colour"}}, unused), std::invalid_argument);
     EXPECT_THROW(missing.open(TraceTable::Spans, {.columns = {"file", "file"}}, unused), std::invalid_argument);
     EXPECT_THROW(TraceTables({"a", "b"}, {"only one"}), std::invalid_argument);
