@@ -17,33 +17,11 @@ using columns::kSpans;
 constexpr std::uint32_t kNoFunction = CFunctionEnterPayload::kNoFunction;
 constexpr std::uint32_t kNoCore = ~0U;
 
-/// Where and when a packet of a core happened.
-struct Place {
-    std::uint64_t tick;
-    std::uint32_t core;
-    std::uint32_t thread;
-};
-
-Place placeOf(const CTraceCursor& packet) {
-    const char* const payload = packet.payload();
-    if (!factsOf(packet.TraceCode()).isRelative)
-        return {checkedTick(loadLittleEndian<std::uint64_t>(payload)), loadLittleEndian<std::uint32_t>(payload + 8),
-                loadLittleEndian<std::uint32_t>(payload + 12)};
-    const auto context = *packet.contextOf<CCoreContext>();
-    return {checkedTick(context.tick), context.hwCtx, context.swCtx};
-}
-
 /// Of a thread that is not known, what runs on a core is taken for one.
 constexpr std::uint64_t kUnknownThread = std::uint64_t{1} << 32;
 
 bool isLeftBy(const OpenCall& call, std::uint32_t id) {
     return call.id == id || id == kNoFunction;
-}
-
-TableBatch& batchFor(std::vector<TableBatch>& rows, const TableLayout& layout) {
-    if (rows.empty() || rows.back().isFull())
-        rows.emplace_back(layout);
-    return rows.back();
 }
 
 } // namespace
@@ -87,7 +65,7 @@ void SpanTable::set(TableBatch& rows, std::size_t row, const Span& span) const {
     rows.setUnsigned(at(kSpans, "leave_offset"), row, span.leave);
 }
 
-void SpanTable::add(std::vector<TableBatch>& rows, const Span& span) const {
+void SpanTable::add(Batches& rows, const Span& span) const {
     if (!isWithin(span))
         return;
     TableBatch& batch = batchFor(rows, m_file.layout);
@@ -126,7 +104,7 @@ struct SpanTable::Edits {
     std::vector<std::size_t> drops;
 };
 
-void SpanTable::take(Piece&& piece, std::vector<TableBatch>& rows) {
+void SpanTable::take(Piece&& piece, Batches& rows) {
     Edits edits;
     for (auto& [key, its] : piece.m_threads)
         join(piece, key, its, edits);
@@ -229,10 +207,10 @@ void SpanTable::complete(Piece& piece) const {
     }
 }
 
-void SpanTable::rebuild(Piece& piece, Edits& edits, std::vector<TableBatch>& rows) const {
+void SpanTable::rebuild(Piece& piece, Edits& edits, Batches& rows) const {
     std::ranges::stable_sort(edits.inserts, {}, &Edits::Insert::row);
     std::ranges::sort(edits.drops);
-    std::vector<TableBatch> all;
+    Batches all;
     auto insert = edits.inserts.begin();
     auto drop = edits.drops.begin();
     for (std::size_t i = 0; i < piece.m_lacks.size(); ++i) {
@@ -249,7 +227,7 @@ void SpanTable::rebuild(Piece& piece, Edits& edits, std::vector<TableBatch>& row
     std::move(all.begin(), all.end(), std::back_inserter(rows));
 }
 
-void SpanTable::finish(std::vector<TableBatch>& rows) {
+void SpanTable::finish(Batches& rows) {
     for (auto& [key, thread] : m_threads) {
         while (!m_file.isRange && !thread.stack.empty())
             add(rows, end(thread, key, thread.last));
@@ -316,7 +294,7 @@ void SpanTable::Piece::note(const SpanTable& table, const CTraceCursor& packet) 
     const tagTCode kind = absoluteKind(packet.TraceCode());
     if (kind != FunctionEnter && kind != FunctionLeave && kind != ProcessEnter && kind != ProcessLeave)
         return;
-    const Place place = placeOf(packet);
+    const PacketPlace place = PacketPlace::onCore(packet);
     const std::uint32_t id = enteredIn(packet);
     const bool wantsProcess = table.file().layout.wants(at(kSpans, "process"));
     if (kind == ProcessEnter || kind == ProcessLeave) {

@@ -34,9 +34,9 @@ public:
 
     explicit SpanTable(const TableFile& file) : m_file(file) {}
     /// Adds the rows of the next piece; later ones may be needed to complete them, but not to change them.
-    void take(Piece&& piece, std::vector<TableBatch>& rows);
+    void take(Piece&& piece, Batches& rows);
     /// Adds those of what is still open.
-    void finish(std::vector<TableBatch>& rows);
+    void finish(Batches& rows);
     const TableFile& file() const { return m_file; }
 
     static constexpr std::int64_t kNoProcess = -1;
@@ -75,7 +75,7 @@ private:
     }
     bool isWithin(const Span& span) const;
     void set(TableBatch& rows, std::size_t row, const Span& span) const;
-    void add(std::vector<TableBatch>& rows, const Span& span) const;
+    void add(Batches& rows, const Span& span) const;
     /// The innermost call of a thread has ended.
     Span end(Thread& thread, std::uint64_t key, std::uint64_t tick);
     void count(Thread& thread, std::uint64_t ticks);
@@ -94,7 +94,7 @@ private:
     void leave(Piece& piece, Thread& thread, std::uint64_t key, const Event& event, Edits& edits);
     /// Sets what rows lack, as far as it is known where the piece begins.
     void complete(Piece& piece) const;
-    void rebuild(Piece& piece, Edits& edits, std::vector<TableBatch>& rows) const;
+    void rebuild(Piece& piece, Edits& edits, Batches& rows) const;
 };
 
 /// What is left of the word of a thread, but for the enters behind its last leave.
@@ -155,7 +155,7 @@ private:
     std::uint64_t m_lastKey = 0;
     std::vector<Segment> m_segments;
     std::vector<Lack> m_lacks;
-    std::vector<TableBatch> m_rows; ///< all full but for the last
+    Batches m_rows; ///< all full but for the last
     Directory<std::uint32_t, std::int64_t> m_processes;
 };
 

@@ -8,11 +8,58 @@
 #include "quorvex/analysis/TableBatch.h"
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/packets/KindFacts.h"
+#include "quorvex/stream/TraceCursor.h"
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 namespace Quorvex::detail {
+
+using Batches = std::vector<TableBatch>;
+
+/// The batch that the next row comes into.
+inline TableBatch& batchFor(Batches& rows, const TableLayout& layout) {
+    if (rows.empty() || rows.back().isFull())
+        rows.emplace_back(layout);
+    return rows.back();
+}
+
+/// The number of four bytes at a place in a packet.
+inline std::uint32_t fourBytes(const char* from) {
+    return loadLittleEndian<std::uint32_t>(from);
+}
+
+/// Where and when a packet happened, as far as it tells; what is not known is all ones.
+struct PacketPlace {
+    std::uint64_t tick = kUnknown64;
+    std::uint32_t core = ~0U;
+    std::uint32_t thread = ~0U;
+    std::uint64_t address = kUnknown64;
+
+    /// Of a packet of a kind that has the context of a core.
+    static PacketPlace onCore(const CTraceCursor& packet) {
+        const char* const payload = packet.payload();
+        if (!factsOf(packet.TraceCode()).isRelative)
+            return {checkedTick(loadLittleEndian<std::uint64_t>(payload)), fourBytes(payload + 8),
+                    fourBytes(payload + 12), loadLittleEndian<std::uint64_t>(payload + 16)};
+        const auto context = *packet.contextOf<CCoreContext>();
+        return {checkedTick(context.tick), context.hwCtx, context.swCtx, context.ip};
+    }
+    /// Of one of any kind.
+    static PacketPlace of(const CTraceCursor& packet) {
+        const ContextSort sort = factsOf(packet.TraceCode()).context;
+        if (sort == ContextSort::Core)
+            return onCore(packet);
+        PacketPlace place;
+        place.tick = packet.tick();
+        if (sort == ContextSort::Bus)
+            place.core = packet.contextOf<CBusContext>()->hwCtx;
+        else if (packet.TraceCode() == InitialState || packet.TraceCode() == Transition)
+            place.core = fourBytes(packet.payload() + 12);
+        return place;
+    }
+};
 
 /// Several threads look here at once; it is not changed while they do.
 struct TableFile {
@@ -39,7 +86,11 @@ struct TableFile {
                              ticks == kUnknown64 || frequency == 0 ? kUnknown64
                                                                    : TimeBase::nanosecondsOf(ticks, frequency));
     }
-    bool isWithin(std::uint64_t tick) const { return tick >= window.from && tick < window.to; }
+    /// Whether what happened then is wanted; where the time is not known, only if all is.
+    bool isWithin(std::uint64_t tick) const {
+        const bool isAll = window.from == 0 && window.to == UINT64_MAX;
+        return isAll || (tick != kUnknown64 && tick >= window.from && tick < window.to);
+    }
 
     const TableLayout& layout;
     std::int64_t number = 0;

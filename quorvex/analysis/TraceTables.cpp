@@ -1,10 +1,13 @@
 #include "quorvex/analysis/TraceTables.h"
 
+#include "quorvex/analysis/LossTable.h"
+#include "quorvex/analysis/RowTable.h"
 #include "quorvex/analysis/SpanTable.h"
 #include "quorvex/analysis/TableBatch.h"
 #include "quorvex/analysis/TableColumns.h"
 #include "quorvex/analysis/TableFile.h"
-#include "quorvex/analysis/TraceError.h"
+#include "quorvex/analysis/ThreadTable.h"
+#include "quorvex/analysis/TraceDefinitions.h"
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/analysis/TracePages.h"
@@ -14,9 +17,7 @@
 #include "quorvex/stream/PageFormat.h"
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
-#include <charconv>
 #include <deque>
 #include <istream>
 #include <iterator>
@@ -32,17 +33,14 @@ namespace Quorvex {
 namespace {
 
 using columns::at;
+using detail::Batches;
+using detail::LossTable;
+using detail::RowTable;
 using detail::TableBatch;
 using detail::TableFile;
 using detail::TableLayout;
-using Batches = std::vector<TableBatch>;
-
-std::uint64_t eightBytes(const char* from) {
-    return loadLittleEndian<std::uint64_t>(from);
-}
-std::uint32_t fourBytes(const char* from) {
-    return loadLittleEndian<std::uint32_t>(from);
-}
+using detail::ThreadTable;
+using detail::TraceDefinitions;
 
 /// A part of a trace in memory, as a stream.
 class PartStream : private std::streambuf, public std::istream {
@@ -79,543 +77,6 @@ template <class Piece> struct Pieces {
     void join(Pieces&& next) { std::move(next.all.begin(), next.all.end(), std::back_inserter(all)); }
 };
 
-// What a file defines.
-
-/// The definitions of a piece of a trace, as the bytes of a trace.
-class Definitions {
-public:
-    void note(const CTraceCursor& packet) {
-        const KindFacts& facts = factsOf(packet.TraceCode());
-        if (facts.role == Role::Definition || (packet.TraceCode() == Timestamp && !m_hasClock))
-            add(packet);
-        else if (facts.isCounterValue)
-            count(packet);
-    }
-    void join(Definitions&& next) {
-        m_bytes += next.m_bytes;
-        m_hasClock |= next.m_hasClock;
-    }
-    const std::string& bytes() const { return m_bytes; }
-
-private:
-    void add(const CTraceCursor& packet) {
-        const PacketPointer read(packet.packet());
-        const auto* const timestamp = packetAs<CTimestamp>(*read);
-        if (timestamp && (!timestamp->is_Frequency_valid() || timestamp->Frequency() == 0))
-            return;
-        m_hasClock |= timestamp != nullptr;
-        const PacketPointer made(packet.contexts().absolute(*read));
-        CPacket& own = made ? *made : *read;
-        const std::size_t before = m_bytes.size();
-        m_bytes.resize(before + own.StreamSize());
-        own.write(m_bytes.data() + before, own.StreamSize());
-    }
-    /// Keeps the values that tell something of their counter's type.
-    void count(const CTraceCursor& packet) {
-        const auto value = counterValue(packet);
-        if (!value)
-            return;
-        CounterSort& sort = m_counters[value->first];
-        if (!sort.isNews(value->second))
-            return;
-        sort.note(value->second);
-        add(packet);
-    }
-
-public:
-    /// The number of a counter and the bits of its value; none where these are not 64 bits of whatever type.
-    static std::optional<std::pair<std::uint32_t, std::uint64_t>> counterValue(const CTraceCursor& packet) {
-        const KindFacts& facts = factsOf(packet.TraceCode());
-        const tagTCode kind = absoluteKind(packet.TraceCode());
-        if (!facts.isCounterValue || kind == CounterValueVar)
-            return std::nullopt;
-        const char* const id = packet.payload() + (facts.isRelative ? CRelCoreContext::Len() : CCoreContext::Len());
-        return std::pair(fourBytes(id), eightBytes(id + 4));
-    }
-
-private:
-    std::string m_bytes;
-    Directory<std::uint32_t, CounterSort> m_counters;
-    bool m_hasClock = false;
-};
-
-// Rows of single packets.
-
-/// Where packets of a kind tell what they are about.
-struct SubjectPlace {
-    TextSort sort = TextSort::None;
-    std::uint8_t at = 0;      ///< in the payload
-    std::uint8_t machine = 0; ///< likewise: of a part of a state machine, that of the machine
-    bool isThere = false;
-    bool isLast = false; ///< it is the last field, wherever that begins
-};
-
-SubjectPlace placeIn(tagTCode code) {
-    SubjectPlace place;
-    const KindFacts& facts = factsOf(code);
-    std::string_view layout = CTCodeInfo::TCodeToFormat(code);
-    unsigned at = 0;
-    bool isFixed = true; // all fields so far are
-    while (isFixed && !layout.empty()) {
-        const std::string_view field = layout.substr(0, layout.find('|'));
-        layout.remove_prefix(std::min(layout.size(), field.size() + 1));
-        const std::string_view name = field.substr(0, field.find(':'));
-        const Reference* const reference = referenceOf(name);
-        const bool isId = reference ? reference->isSubject : name == "ExcId";
-        const bool mayFollow = place.sort == TextSort::StateMachine || isPartOfMachine(place.sort);
-        if (isId && (!place.isThere || mayFollow)) {
-            place.sort = reference ? reference->sort : TextSort::None;
-            if (place.sort == TextSort::StateMachine)
-                place.machine = static_cast<std::uint8_t>(at);
-            place.at = static_cast<std::uint8_t>(at);
-            place.isThere = true;
-        }
-        unsigned size = 0;
-        const char* const end = field.data() + field.size();
-        isFixed = std::from_chars(field.data() + name.size() + 1, end, size).ptr == end;
-        at += size;
-    }
-    place.isLast = facts.step != Step::None;
-    if (place.isThere && facts.role == Role::Definition)
-        place.sort = facts.text;
-    return place;
-}
-
-/// By type code.
-const std::array<SubjectPlace, 256>& subjectPlaces() {
-    static const std::array<SubjectPlace, 256> places = [] {
-        std::array<SubjectPlace, 256> all;
-        for (unsigned code = 0; code < all.size(); ++code) {
-            if (factsOf(tagTCode(code)).hasClass)
-                all[code] = placeIn(tagTCode(code));
-        }
-        return all;
-    }();
-    return places;
-}
-
-/// Where a packet happened, as far as it tells.
-struct RowPlace {
-    std::uint64_t tick = kUnknown64;
-    std::uint32_t core = ~0U;
-    std::uint32_t thread = ~0U;
-    std::uint64_t address = kUnknown64;
-};
-
-RowPlace placeOf(const CTraceCursor& packet) {
-    RowPlace place;
-    const KindFacts& facts = factsOf(packet.TraceCode());
-    if (facts.context == ContextSort::Core) {
-        const auto context = *packet.contextOf<CCoreContext>();
-        return {checkedTick(context.tick), context.hwCtx, context.swCtx, context.ip};
-    }
-    place.tick = packet.tick();
-    if (facts.context == ContextSort::Bus)
-        place.core = packet.contextOf<CBusContext>()->hwCtx;
-    else if (packet.TraceCode() == InitialState || packet.TraceCode() == Transition)
-        place.core = fourBytes(packet.payload() + 12);
-    return place;
-}
-
-/// Makes a row of each packet of some kinds.
-class RowTable {
-public:
-    class Piece {
-    public:
-        void note(const RowTable& table, const CTraceCursor& packet) {
-            const RowTable::Make make = table.m_makes[packet.TraceCode()];
-            if (make)
-                (table.*make)(m_rows, packet);
-        }
-
-    private:
-        friend class RowTable;
-        Batches m_rows;
-    };
-
-    /// Of the kinds that are taken, by their codes.
-    RowTable(TraceTable table, const TableFile& file, const std::vector<std::int32_t>& kinds,
-             const std::vector<bool>& takes);
-    void take(Piece&& piece, Batches& rows) {
-        std::move(piece.m_rows.begin(), piece.m_rows.end(), std::back_inserter(rows));
-    }
-    void finish(const TraceFile&, Batches&) {}
-
-private:
-    using Make = void (RowTable::*)(Batches& rows, const CTraceCursor& packet) const;
-
-    /// A row for a packet, with what all of these tables begin with; none where it is not within the window.
-    template <const auto& Columns>
-    TableBatch* begin(Batches& rows, std::size_t& row, const CTraceCursor& packet, const RowPlace& place) const {
-        const bool isAll = m_file.window.from == 0 && m_file.window.to == UINT64_MAX;
-        if (!isAll && (place.tick == kUnknown64 || !m_file.isWithin(place.tick)))
-            return nullptr;
-        if (rows.empty() || rows.back().isFull())
-            rows.emplace_back(m_file.layout);
-        TableBatch& batch = rows.back();
-        row = batch.add();
-        batch[at(Columns, "file")].setNumber(row, m_file.number);
-        batch.setUnsigned(at(Columns, "file_offset"), row, packet.offset());
-        m_file.setTicks(batch, at(Columns, "tick"), at(Columns, "time_ns"), row, place.tick);
-        return &batch;
-    }
-    static void setKnown(TableBatch& rows, unsigned column, std::size_t row, std::uint32_t number) {
-        rows.setUnsigned(column, row, number == ~0U ? kUnknown64 : number);
-    }
-    static void setAddress(TableBatch& rows, unsigned column, std::size_t row, std::uint64_t address) {
-        if (address == kUnknown64)
-            rows[column].setNull(row);
-        else
-            rows[column].setNumber(row, static_cast<std::int64_t>(address));
-    }
-    template <const auto& Columns> void setData(TableBatch& rows, std::size_t row, std::string_view data) const {
-        std::uint64_t value = 0;
-        for (std::size_t i = 0; i < std::min(data.size(), sizeof value); ++i)
-            value |= std::uint64_t{static_cast<unsigned char>(data[i])} << 8 * i;
-        if (data.empty())
-            rows[at(Columns, "value")].setNull(row);
-        else
-            rows[at(Columns, "value")].setNumber(row, static_cast<std::int64_t>(value));
-        rows.setText(at(Columns, "data"), row, data);
-    }
-    /// What stands behind so many bytes of the payload behind a core context.
-    static std::string_view behind(const CTraceCursor& packet, unsigned bytes) {
-        const unsigned context = factsOf(packet.TraceCode()).isRelative ? CRelCoreContext::Len() : CCoreContext::Len();
-        return {packet.payload() + context + bytes, packet.Length() - context - bytes};
-    }
-
-    void makePacket(Batches& rows, const CTraceCursor& packet) const;
-    void makeCounter(Batches& rows, const CTraceCursor& packet) const;
-    void makeVariable(Batches& rows, const CTraceCursor& packet) const;
-    void makeEvent(Batches& rows, const CTraceCursor& packet) const;
-    void makeMessage(Batches& rows, const CTraceCursor& packet) const;
-    void makeState(Batches& rows, const CTraceCursor& packet) const;
-
-    const TableFile& m_file;
-    const std::vector<std::int32_t>& m_kinds; ///< indices of their names, by code
-    std::array<Make, 256> m_makes{};
-};
-
-RowTable::RowTable(TraceTable table, const TableFile& file, const std::vector<std::int32_t>& kinds,
-                   const std::vector<bool>& taken)
-    : m_file(file), m_kinds(kinds) {
-    for (unsigned code = 0; code < m_makes.size(); ++code) {
-        const KindFacts& facts = factsOf(tagTCode(code));
-        const tagTCode kind = absoluteKind(tagTCode(code));
-        if (!facts.hasClass || !taken[kind])
-            continue;
-        const auto makes = [&](TraceTable its, bool takes, Make make) {
-            if (table == its && takes)
-                m_makes[code] = make;
-        };
-        makes(TraceTable::Packets, facts.role != Role::Structure, &RowTable::makePacket);
-        makes(TraceTable::Counters, facts.isCounterValue, &RowTable::makeCounter);
-        makes(TraceTable::Variables, kind == VariableRead || kind == VariableWrite, &RowTable::makeVariable);
-        makes(TraceTable::Events, kind == Event, &RowTable::makeEvent);
-        makes(TraceTable::Messages, kind == Message, &RowTable::makeMessage);
-        makes(TraceTable::States, kind == InitialState || kind == Transition, &RowTable::makeState);
-    }
-}
-
-void RowTable::makePacket(Batches& rows, const CTraceCursor& packet) const {
-    using columns::kPackets;
-    const tagTCode code = packet.TraceCode();
-    const RowPlace place = placeOf(packet);
-    std::size_t row = 0;
-    TableBatch* const batch = begin<kPackets>(rows, row, packet, place);
-    if (!batch)
-        return;
-    (*batch)[at(kPackets, "kind")].setNumber(row, m_kinds[code]);
-    setKnown(*batch, at(kPackets, "core"), row, place.core);
-    setKnown(*batch, at(kPackets, "thread"), row, place.thread);
-    setAddress(*batch, at(kPackets, "address"), row, place.address);
-    const TableLayout& layout = m_file.layout;
-    if (layout.wants(at(kPackets, "id")) || layout.wants(at(kPackets, "name"))) {
-        const SubjectPlace& subject = subjectPlaces()[code];
-        const std::uint32_t id = !subject.isThere ? 0
-                                 : subject.isLast ? enteredIn(packet)
-                                                  : fourBytes(packet.payload() + subject.at);
-        const bool isThere =
-            subject.isThere && !(subject.sort == TextSort::Function && id == CFunctionEnterPayload::kNoFunction);
-        batch->setUnsigned(at(kPackets, "id"), row, isThere ? id : kUnknown64);
-        const std::uint64_t key =
-            isPartOfMachine(subject.sort) ? CTraceNames::pair(fourBytes(packet.payload() + subject.machine), id) : id;
-        if (isThere)
-            m_file.setName(*batch, at(kPackets, "name"), row, subject.sort, key);
-        else
-            (*batch)[at(kPackets, "name")].setNull(row);
-    }
-    const std::string_view text = layout.wants(at(kPackets, "text")) ? packet.text() : std::string_view();
-    if (text.empty())
-        (*batch)[at(kPackets, "text")].setNull(row);
-    else
-        batch->setText(at(kPackets, "text"), row, text);
-}
-
-void RowTable::makeCounter(Batches& rows, const CTraceCursor& packet) const {
-    using columns::kCounters;
-    const RowPlace place = placeOf(packet);
-    std::size_t row = 0;
-    TableBatch* const batch = begin<kCounters>(rows, row, packet, place);
-    if (!batch)
-        return;
-    setKnown(*batch, at(kCounters, "core"), row, place.core);
-    setKnown(*batch, at(kCounters, "thread"), row, place.thread);
-    const std::string_view payload = behind(packet, 0);
-    const std::uint32_t id = fourBytes(payload.data());
-    batch->setUnsigned(at(kCounters, "counter_id"), row, id);
-    m_file.setName(*batch, at(kCounters, "counter"), row, TextSort::Counter, id);
-    std::string_view rest = payload.substr(4);
-    const bool isVar = absoluteKind(packet.TraceCode()) == CounterValueVar;
-    const std::size_t width = isVar ? rest.size() / 2 : sizeof(std::uint64_t);
-    const auto take = [&rest](std::size_t size) -> std::optional<std::uint64_t> {
-        if (size == 0 || rest.size() < size)
-            return std::nullopt;
-        std::uint64_t value = 0;
-        for (std::size_t i = 0; i < std::min(size, sizeof value); ++i)
-            value |= std::uint64_t{static_cast<unsigned char>(rest[i])} << 8 * i;
-        rest.remove_prefix(size);
-        return size <= sizeof value ? std::optional(value) : std::nullopt;
-    };
-    const auto asBits = [](std::optional<std::uint64_t> value) {
-        return value ? std::optional(static_cast<std::int64_t>(*value)) : std::nullopt;
-    };
-    const std::optional<std::uint64_t> bits = take(width);
-    const CounterSort* const sort = isVar ? nullptr : m_file.counters.find(id);
-    const CounterType type = sort ? sort->type() : CounterType::Unsigned;
-    const bool isWhole = type != CounterType::Double;
-    const double value = !bits                         ? 0
-                         : type == CounterType::Double ? std::bit_cast<double>(*bits)
-                         : type == CounterType::Signed ? static_cast<double>(static_cast<std::int64_t>(*bits))
-                                                       : static_cast<double>(*bits);
-    if (bits)
-        (*batch)[at(kCounters, "value")].setReal(row, value);
-    else
-        (*batch)[at(kCounters, "value")].setNull(row);
-    const bool fits = bits && (type == CounterType::Signed || *bits <= static_cast<std::uint64_t>(INT64_MAX));
-    batch->set(at(kCounters, "integer"), row, isWhole && fits ? asBits(bits) : std::nullopt);
-    batch->set(at(kCounters, "bits"), row, asBits(bits));
-    batch->set(at(kCounters, "index1"), row, asBits(take(width)));
-    batch->set(at(kCounters, "index2"), row, asBits(take(width)));
-}
-
-void RowTable::makeVariable(Batches& rows, const CTraceCursor& packet) const {
-    using columns::kVariables;
-    const RowPlace place = placeOf(packet);
-    std::size_t row = 0;
-    TableBatch* const batch = begin<kVariables>(rows, row, packet, place);
-    if (!batch)
-        return;
-    setKnown(*batch, at(kVariables, "core"), row, place.core);
-    setKnown(*batch, at(kVariables, "thread"), row, place.thread);
-    setAddress(*batch, at(kVariables, "address"), row, place.address);
-    const std::uint32_t id = fourBytes(behind(packet, 0).data());
-    batch->setUnsigned(at(kVariables, "variable_id"), row, id);
-    m_file.setName(*batch, at(kVariables, "variable"), row, TextSort::Variable, id);
-    (*batch)[at(kVariables, "is_write")].setFlag(row, absoluteKind(packet.TraceCode()) == VariableWrite);
-    setData<kVariables>(*batch, row, behind(packet, 4));
-}
-
-void RowTable::makeEvent(Batches& rows, const CTraceCursor& packet) const {
-    using columns::kEvents;
-    const RowPlace place = placeOf(packet);
-    std::size_t row = 0;
-    TableBatch* const batch = begin<kEvents>(rows, row, packet, place);
-    if (!batch)
-        return;
-    setKnown(*batch, at(kEvents, "core"), row, place.core);
-    setKnown(*batch, at(kEvents, "thread"), row, place.thread);
-    setAddress(*batch, at(kEvents, "address"), row, place.address);
-    const std::uint32_t id = fourBytes(behind(packet, 0).data());
-    batch->setUnsigned(at(kEvents, "event_id"), row, id);
-    m_file.setName(*batch, at(kEvents, "event"), row, TextSort::Event, id);
-    setData<kEvents>(*batch, row, behind(packet, 4));
-}
-
-void RowTable::makeMessage(Batches& rows, const CTraceCursor& packet) const {
-    using columns::kMessages;
-    std::size_t row = 0;
-    TableBatch* const batch = begin<kMessages>(rows, row, packet, placeOf(packet));
-    if (!batch)
-        return;
-    (*batch)[at(kMessages, "priority")].setNumber(row, static_cast<unsigned char>(packet.payload()[8]));
-    batch->setText(at(kMessages, "text"), row, packet.text());
-}
-
-void RowTable::makeState(Batches& rows, const CTraceCursor& packet) const {
-    using columns::kStates;
-    const RowPlace place = placeOf(packet);
-    std::size_t row = 0;
-    TableBatch* const batch = begin<kStates>(rows, row, packet, place);
-    if (!batch)
-        return;
-    const char* const payload = packet.payload();
-    const std::uint32_t machine = fourBytes(payload), instance = fourBytes(payload + 4), id = fourBytes(payload + 8);
-    const bool isTransition = packet.TraceCode() == Transition;
-    setKnown(*batch, at(kStates, "core"), row, place.core);
-    batch->setUnsigned(at(kStates, "machine_id"), row, machine);
-    m_file.setName(*batch, at(kStates, "machine"), row, TextSort::StateMachine, machine);
-    batch->setUnsigned(at(kStates, "instance_id"), row, instance);
-    m_file.setName(*batch, at(kStates, "instance"), row, TextSort::StateMachineInstance,
-                   CTraceNames::pair(machine, instance));
-    const std::uint64_t part = CTraceNames::pair(machine, id);
-    const std::uint32_t* const target = isTransition ? m_file.targets.find(part) : &id;
-    batch->setUnsigned(at(kStates, "transition_id"), row, isTransition ? id : kUnknown64);
-    if (isTransition)
-        m_file.setName(*batch, at(kStates, "transition"), row, TextSort::Transition, part);
-    else
-        (*batch)[at(kStates, "transition")].setNull(row);
-    batch->setUnsigned(at(kStates, "state_id"), row, target ? *target : kUnknown64);
-    if (target)
-        m_file.setName(*batch, at(kStates, "state"), row, TextSort::State, CTraceNames::pair(machine, *target));
-    else
-        (*batch)[at(kStates, "state")].setNull(row);
-    batch->setText(at(kStates, "data"), row,
-                   isTransition ? std::string_view(payload + 24, packet.Length() - 24) : std::string_view());
-}
-
-// Rows that are made of many packets.
-
-class ThreadTable {
-public:
-    struct Its {
-        std::uint64_t packets = 0;
-        std::uint64_t first = kUnknown64;
-        std::uint64_t last = kUnknown64;
-
-        void note(std::uint64_t count, std::uint64_t from, std::uint64_t to) {
-            packets += count;
-            first = std::min(first, from);
-            last = last == kUnknown64 ? to : to == kUnknown64 ? last : std::max(last, to);
-        }
-    };
-    struct Piece {
-        void note(const ThreadTable& table, const CTraceCursor& packet) {
-            const KindFacts& facts = factsOf(packet.TraceCode());
-            if (facts.role == Role::Structure || facts.context != ContextSort::Core)
-                return;
-            const RowPlace place = placeOf(packet);
-            const TickWindow& window = table.m_file.window;
-            if ((window.from > 0 || window.to < UINT64_MAX) && !table.m_file.isWithin(place.tick))
-                return;
-            threads[place.thread].note(1, place.tick, place.tick);
-        }
-        Directory<std::uint32_t, Its> threads;
-    };
-
-    explicit ThreadTable(const TableFile& file) : m_file(file) {}
-    void take(Piece&& piece, Batches&) {
-        for (const auto& [number, its] : piece.threads)
-            m_threads[number].note(its.packets, its.first, its.last);
-    }
-    void finish(const TraceFile&, Batches& rows) {
-        using columns::kThreads;
-        for (const auto& [number, its] : m_threads) {
-            if (rows.empty() || rows.back().isFull())
-                rows.emplace_back(m_file.layout);
-            TableBatch& batch = rows.back();
-            const std::size_t row = batch.add();
-            batch[at(kThreads, "file")].setNumber(row, m_file.number);
-            batch.setUnsigned(at(kThreads, "thread"), row, number == ~0U ? kUnknown64 : number);
-            batch.setUnsigned(at(kThreads, "packets"), row, its.packets);
-            m_file.setTicks(batch, at(kThreads, "first_tick"), at(kThreads, "first_ns"), row, its.first);
-            m_file.setTicks(batch, at(kThreads, "last_tick"), at(kThreads, "last_ns"), row, its.last);
-        }
-    }
-
-private:
-    const TableFile& m_file;
-    Directory<std::uint32_t, Its> m_threads;
-};
-
-class LossTable {
-public:
-    enum Reason : std::uint8_t { Damage, Broken, Cut, End };
-    static constexpr const char* kReasons[] = {"damage", "broken", "cut", "end"};
-
-    struct Loss {
-        std::uint64_t offset;
-        Reason reason;
-        std::uint64_t size = kUnknown64;
-        std::uint64_t tick = kUnknown64;
-        bool isOfBefore = false; ///< the tick is that of a packet before the piece
-    };
-    struct Piece {
-        void note(const LossTable&, const CTraceCursor& packet) {
-            if (!hasPackets)
-                begin = packet.offset();
-            else if (packet.offset() > end)
-                add({end, Damage, packet.offset() - end});
-            hasPackets = true;
-            end = packet.end();
-            if (packet.TraceCode() == TraceBroken) {
-                losses.push_back({packet.offset(), Broken, kUnknown64, packet.tick()});
-            } else if (const unsigned announced = static_cast<unsigned char>(packet.payload()[-1]);
-                       announced > packet.Length() && packet.textState() != CTraceCursor::Text::Counted) {
-                add({packet.offset() + CPacketHeader::Len() + packet.Length(), Damage, announced - packet.Length()});
-            }
-            if (const std::uint64_t its = packet.tick(); its != kUnknown64)
-                tick = its;
-        }
-        void add(Loss loss) {
-            loss.tick = tick;
-            loss.isOfBefore = tick == kUnknown64;
-            losses.push_back(loss);
-        }
-
-        std::vector<Loss> losses;
-        std::uint64_t begin = 0;
-        std::uint64_t end = 0;
-        std::uint64_t tick = kUnknown64; ///< the last one
-        bool hasPackets = false;
-    };
-
-    LossTable(const TableFile& file, std::uint64_t begin) : m_file(file), m_end(begin) {}
-    void take(Piece&& piece, Batches& rows) {
-        if (!piece.hasPackets)
-            return;
-        if (piece.begin > m_end)
-            add({m_end, Damage, piece.begin - m_end, m_tick}, rows);
-        for (Loss& loss : piece.losses) {
-            if (loss.isOfBefore)
-                loss.tick = m_tick;
-            add(loss, rows);
-        }
-        m_end = piece.end;
-        if (piece.tick != kUnknown64)
-            m_tick = piece.tick;
-    }
-    void finish(const TraceFile& trace, Batches& rows) {
-        const TraceReport& report = trace.report();
-        if (report.end == TraceEnd::Unread || trace.tableError())
-            return; // a range ends here, or a table has no places
-        if (report.endOffset > m_end)
-            add({m_end, Damage, report.endOffset - m_end, m_tick}, rows);
-        if (report.end == TraceEnd::InPacket)
-            add({report.endOffset, Cut, trace.size() - report.endOffset, m_tick}, rows);
-        if (report.end == TraceEnd::Missing || report.end == TraceEnd::InText || report.missing > 0)
-            add({trace.size(), End, report.missing > 0 ? report.missing : kUnknown64, m_tick}, rows);
-    }
-
-private:
-    void add(const Loss& loss, Batches& rows) const {
-        using columns::kLosses;
-        if (rows.empty() || rows.back().isFull())
-            rows.emplace_back(m_file.layout);
-        TableBatch& batch = rows.back();
-        const std::size_t row = batch.add();
-        batch[at(kLosses, "file")].setNumber(row, m_file.number);
-        batch.setUnsigned(at(kLosses, "file_offset"), row, loss.offset);
-        batch[at(kLosses, "reason")].setNumber(row, loss.reason);
-        batch.setUnsigned(at(kLosses, "size"), row, loss.size);
-        m_file.setTicks(batch, at(kLosses, "tick"), at(kLosses, "time_ns"), row, loss.tick);
-    }
-
-    const TableFile& m_file;
-    std::uint64_t m_end;
-    std::uint64_t m_tick = kUnknown64;
-};
-
 /// A table that is not walked for.
 class FunctionTable {
 public:
@@ -629,9 +90,7 @@ public:
             const std::uint32_t id = subjectIn(cursor);
             if (!file.nameOf(TextSort::Function, id))
                 continue;
-            if (rows.empty() || rows.back().isFull())
-                rows.emplace_back(file.layout);
-            TableBatch& batch = rows.back();
+            TableBatch& batch = detail::batchFor(rows, file.layout);
             const std::size_t row = batch.add();
             batch[at(kFunctions, "file")].setNumber(row, file.number);
             batch.setUnsigned(at(kFunctions, "function_id"), row, id);
@@ -641,7 +100,7 @@ public:
 
 private:
     static std::uint32_t subjectIn(const CTraceCursor& packet) {
-        return fourBytes(packet.payload() + CCoreContext::Len());
+        return detail::fourBytes(packet.payload() + CCoreContext::Len());
     }
 };
 
@@ -670,11 +129,11 @@ struct Knowledge {
         const OpenInput input(files[file]);
         if (watch)
             input.trace->watchBy(*watch);
-        Definitions all;
+        TraceDefinitions all;
         TraceShares shares;
         shares.threads = threads;
         input.trace->walkInParts(
-            all, [](Definitions& its, const CTraceCursor& packet) { its.note(packet); }, shares);
+            all, [](TraceDefinitions& its, const CTraceCursor& packet) { its.note(packet); }, shares);
         return all.bytes();
     }
     /// Learns what all files define; with the lock.
@@ -890,7 +349,7 @@ private:
             return;
         CTraceCursor cursor(m_knowledge->definitions[number]);
         while (cursor.next()) {
-            if (const auto value = Definitions::counterValue(cursor))
+            if (const auto value = TraceDefinitions::counterValue(cursor))
                 file.counters[value->first].note(value->second);
             else if (const auto transition = cursor.as<CTransitionDefine>())
                 file.targets[CTraceNames::pair(transition->StateMachine(), transition->Transition())] =
