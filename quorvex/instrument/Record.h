@@ -35,7 +35,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/// Functions of this header are not recorded themselves where compilers put hooks into all others.
+/// Functions of this header are not recorded themselves where compilers put hooks into all others. (Of a lambda, Clang
+/// does not take the word for that; there -finstrument-functions-after-inlining leaves it out.)
 #if defined(__GNUC__)
 #define QUORVEX_UNHOOKED __attribute__((no_instrument_function))
 #else
