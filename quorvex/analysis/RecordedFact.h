@@ -16,8 +16,8 @@ public:
 
     /// "module" and the like; empty for other messages.
     std::string_view word() const;
-    /// It gives a thread or a program its name, by which CTraceNames knows them from then on.
-    bool isName() const { return word() == "thread" || word() == "process"; }
+    /// It gives a thread or a process its name, by which CTraceNames knows them from then on.
+    bool isName() const { return word() == "thread" || word() == "process" || word() == "name"; }
     /// A value without blanks.
     std::string_view value(std::string_view key) const { return find(key, false); }
     /// A decimal number, or one in hexadecimal digits behind "0x".

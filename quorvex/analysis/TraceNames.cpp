@@ -188,10 +188,15 @@ void CTraceNames::noteMessage(std::string_view text, unsigned process) {
         const Thread thread{fact.text("name"), process, fact.number("pid")};
         for (const unsigned whose : {process, kAnyProcess})
             m_numbers->threads.insert_or_assign({whose, number}, thread);
-    } else if (word == "process") {
-        const std::string path = fact.text("program");
-        auto& programs = m_numbers->programs;
-        const std::string& name = programs[{process, fact.number("pid")}] = path.substr(path.rfind('/') + 1);
+    } else if (word == "process" || word == "name") {
+        std::string& name = m_numbers->programs[{process, fact.number("pid")}];
+        if (word == "name") {
+            name = fact.text("name");
+        } else {
+            const std::string path = fact.text("program");
+            name = path.substr(path.rfind('/') + 1);
+        }
+        const auto& programs = m_numbers->programs;
         m_numbers->areProgramsAlike =
             m_numbers->areProgramsAlike && name == programs.begin()->second && name == programs.rbegin()->second;
     }

@@ -121,7 +121,7 @@ public:
     std::string nameOrId(TextSort sort, std::uint64_t number) const;
 
     /// What a thread (a software context) is called, by the process itself, or else by the one that told of it last:
-    /// its own name, or that of its program. Empty where nothing is told.
+    /// its own name, or that of its process or program. Empty where nothing is told.
     const std::string& threadName(std::uint32_t thread, unsigned process = kAnyProcess) const;
     /// The same for people: "main", "main of make" where programs of several names are told.
     std::string threadTitle(std::uint32_t thread, unsigned process = kAnyProcess) const;

@@ -30,7 +30,7 @@ constexpr std::size_t kManyUndone = 0x1000;
 
 /// What messages of recorded programs tell that holds from then on, and by which of their keys that is about something.
 constexpr std::pair<std::string_view, std::string_view> kLastingFacts[] = {
-    {"process", "pid"}, {"command", "pid"}, {"thread", "tid"}, {"function", "id"}};
+    {"process", "pid"}, {"name", "pid"}, {"command", "pid"}, {"thread", "tid"}, {"function", "id"}};
 
 /// Bytes of a packet without a text, in absolute form.
 constexpr unsigned kMostBytes = CPacketHeader::Len() + UINT8_MAX;

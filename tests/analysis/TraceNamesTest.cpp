@@ -113,6 +113,8 @@ TEST(TraceNames, AreThoseOfThreadsThatMessagesTell) {
         EXPECT_EQ(names.threadName(its.thread, its.process), its.name);
         EXPECT_EQ(names.threadTitle(its.thread, its.process), its.title);
     }
+    tell(names, "quorvex.name pid=1 name=/the make");
+    EXPECT_EQ(names.threadName(9), "/the make");
     EXPECT_EQ(names.threads(), (std::vector<std::uint32_t>{8, 9, 10}));
 }
 

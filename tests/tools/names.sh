@@ -73,7 +73,7 @@ END
 "$qvx" info trace | grep -E '^(Thr|Pro)' | diff - <(printf 'Threads:   2 (main), 3 (helper 1), 4\nProgram:   make all in process 7\n') ||
     fail 'info'
 "$qvx" info trace --format json |
-    grep -qF '"thread_names": {"2": "main", "3": "helper 1"}, "programs": {"7": "/usr/bin/make"}, "commands": {"7": "make all"}' ||
+    grep -qF '"thread_names": {"2": "main", "3": "helper 1"}, "process_names": {}, "programs": {"7": "/usr/bin/make"}, "commands": {"7": "make all"}' ||
     fail 'info for programs'
 
 # What each format has of it. The command line and what is no name are lost where messages are.

@@ -299,16 +299,22 @@ std::string list(const std::set<std::uint32_t>& numbers) {
 
 /// What messages tell of the programs in a trace.
 struct Programs {
-    std::map<std::uint64_t, std::string> paths, commands; ///< by process
+    std::map<std::uint64_t, std::string> titles;                 ///< by process
+    std::map<std::uint64_t, std::string> paths, commands, names; ///< likewise
 
     explicit Programs(const std::vector<std::string>& facts) {
         for (const std::string& text : facts) {
             const RecordedFact fact(text);
+            const std::uint64_t pid = fact.number("pid");
             if (fact.word() == "process")
-                paths[fact.number("pid")] = fact.text("program");
+                titles[pid] = paths[pid] = fact.text("program");
             else if (fact.word() == "command")
-                commands[fact.number("pid")] = fact.text("arguments");
+                titles[pid] = commands[pid] = fact.text("arguments");
+            else if (fact.word() == "name")
+                names[pid] = fact.text("name");
         }
+        for (const auto& [pid, name] : names)
+            titles[pid] = name;
     }
 };
 
@@ -344,11 +350,8 @@ void Summary::print(std::ostream& out, const TraceInput& input, const CTraceName
         threads.push_back(std::to_string(thread) + (title.empty() ? "" : " (" + shown(title) + ")"));
     }
     line("Threads:", threads.empty() ? "none" : fmt::format("{}", fmt::join(threads, ", ")));
-    for (const auto& [pid, path] : programs.paths) {
-        const auto command = programs.commands.find(pid);
-        line("Program:",
-             fmt::format("{} in process {}", shown(command == programs.commands.end() ? path : command->second), pid));
-    }
+    for (const auto& [pid, title] : programs.titles)
+        line("Program:", fmt::format("{} in process {}", shown(title), pid));
     line("Damage:", damageOf(input));
     line("End:", input.ending());
     line("Packets:", fmt::format("{}", std::accumulate(m_kinds.begin(), m_kinds.end(), std::uint64_t{0})));
@@ -391,7 +394,7 @@ std::string Summary::json(const TraceInput& input, const CTraceNames& names, uns
     line.add("cores", std::vector<std::uint64_t>(m_cores.begin(), m_cores.end()));
     line.add("threads", std::vector<std::uint64_t>(m_threads.begin(), m_threads.end()));
     const Programs programs(m_facts);
-    JsonLine threads, paths, commands;
+    JsonLine threads, paths, commands, processes;
     for (const std::uint32_t thread : m_threads) {
         if (const std::string& name = names.threadName(thread, file); !name.empty())
             threads.add(std::to_string(thread), name);
@@ -400,7 +403,10 @@ std::string Summary::json(const TraceInput& input, const CTraceNames& names, uns
         paths.add(std::to_string(pid), path);
     for (const auto& [pid, command] : programs.commands)
         commands.add(std::to_string(pid), command);
-    line.add("thread_names", threads).add("programs", paths).add("commands", commands);
+    for (const auto& [pid, name] : programs.names)
+        processes.add(std::to_string(pid), name);
+    line.add("thread_names", threads).add("process_names", processes);
+    line.add("programs", paths).add("commands", commands);
     line.addTruth("whole", !input.report().isLossy());
     const TraceDamage& its = input.report().damage;
     JsonLine damage;
