@@ -43,7 +43,7 @@ expect 0 "$info" '' "$qvx" info trace
 expect 0 "$info" '' "$qvx" trace
 expect 0 "${info/trace/standard input}" '' "$qvx" - <trace
 
-expect 0 '{"file": "trace", "layout": "either", "bytes": 92, "packets": 5, "kinds": {"Timestamp": 1, "EndOfTrace": 1, "RelFunctionEnter": 1, "FunctionDefine": 1, "FunctionEnter": 1}, "first_tick": 10, "last_tick": 210, "frequency": 100, "duration_ns": 2000000000, "cores": [1], "threads": [2], "thread_names": {}, "programs": {}, "commands": {}, "whole": true, "damage": {"places": 0, "bytes": 0, "first": null}}
+expect 0 '{"file": "trace", "layout": "either", "bytes": 92, "packets": 5, "kinds": {"Timestamp": 1, "EndOfTrace": 1, "RelFunctionEnter": 1, "FunctionDefine": 1, "FunctionEnter": 1}, "first_tick": 10, "last_tick": 210, "frequency": 100, "duration_ns": 2000000000, "cores": [1], "threads": [2], "thread_names": {}, "process_names": {}, "programs": {}, "commands": {}, "whole": true, "damage": {"places": 0, "bytes": 0, "first": null}}
 ' '' "$qvx" info --format json trace
 "$qvx" info --kind 'FunctionE*' trace | grep -A9 ^Packets | head -3 >out
 "$qvx" info --kind 'FunctionE*' trace | grep -q '^Duration:  0.000000000 s (0 ticks at 100 a second)$' || fail 'the clock of a part'
