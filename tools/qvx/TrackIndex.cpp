@@ -15,6 +15,7 @@ using namespace Quorvex;
 namespace {
 
 constexpr std::size_t kBatch = 1024;                 ///< of a track, before it is put into rows
+constexpr std::size_t kWaiting = 64;                 ///< batches that wait for the other thread
 constexpr std::size_t kWrite = std::size_t{1} << 20; ///< bytes that are written at once
 
 /// The number of a value in the order of values.
@@ -95,15 +96,75 @@ std::string_view TrackIndex::text(std::uint64_t number) const {
                                                    : std::string_view();
 }
 
-TrackIndexWriter::TrackIndexWriter(const std::vector<std::string>& files, platform::OutputFile& file)
+TrackIndexWriter::TrackIndexWriter(const std::vector<std::string>& files, platform::OutputFile& file, bool hasThread)
     : Tracks(files, kBatch), m_file(file) {
     const TrackIndex::Header none{};
     put(&none, sizeof none);
+    if (hasThread)
+        m_thread = std::thread([this] { work(); });
 }
 
-TrackIndexWriter::~TrackIndexWriter() = default;
+TrackIndexWriter::~TrackIndexWriter() {
+    if (!m_thread.joinable())
+        return;
+    {
+        const std::lock_guard lock(m_handing);
+        m_ends = true;
+        m_changed.notify_all();
+    }
+    m_thread.join();
+}
+
+void TrackIndexWriter::work() {
+    std::unique_lock lock(m_handing);
+    for (;;) {
+        m_changed.wait(lock, [this] { return m_ends || !m_batches.empty(); });
+        if (m_ends)
+            return;
+        const Track batch = std::move(m_batches.front());
+        m_batches.pop_front();
+        m_isBusy = true;
+        lock.unlock();
+        std::exception_ptr error;
+        try {
+            putIntoRows(batch);
+        } catch (...) {
+            error = std::current_exception();
+        }
+        lock.lock();
+        m_error = m_error ? m_error : error;
+        m_isBusy = false;
+        m_changed.notify_all();
+    }
+}
+
+void TrackIndexWriter::take(Track& track) {
+    Track batch{track.rank, track.sort, track.table, {}, track.place, track.isCounter, track.number};
+    batch.counter = track.counter;
+    batch.hasReals = track.hasReals;
+    batch.spans.swap(track.spans);
+    track.spans.reserve(batch.spans.size());
+    batch.marks.swap(track.marks);
+    batch.values.swap(track.values);
+    if (!m_thread.joinable()) {
+        putIntoRows(batch);
+        return;
+    }
+    std::unique_lock lock(m_handing);
+    m_changed.wait(lock, [this] { return m_batches.size() < kWaiting; });
+    m_batches.push_back(std::move(batch));
+    m_changed.notify_all();
+}
+
+void TrackIndexWriter::finishBatches() {
+    std::unique_lock lock(m_handing);
+    m_changed.wait(lock, [this] { return m_batches.empty() && !m_isBusy; });
+    if (m_error)
+        std::rethrow_exception(std::exchange(m_error, nullptr));
+}
 
 std::uint64_t TrackIndexWriter::put(const void* bytes, std::size_t size) {
+    const std::lock_guard lock(m_writing);
     const std::uint64_t at = m_size;
     const std::size_t padded = (size + 7) / 8 * 8;
     m_bytes.append(static_cast<const char*>(bytes), size);
@@ -133,7 +194,7 @@ void TrackIndexWriter::add(OpenTrack& open, const Track& track, std::size_t dept
         writeBlock(row, track);
 }
 
-void TrackIndexWriter::take(Track& track) {
+void TrackIndexWriter::putIntoRows(const Track& track) {
     if (!m_last || m_lastNumber != track.number) {
         m_last = &m_open[track.number];
         m_lastNumber = track.number;
@@ -157,9 +218,6 @@ void TrackIndexWriter::take(Track& track) {
         add(open, track, 0, {mark.at, mark.text, mark.name << TrackIndex::kFlags, 0});
     for (const Value& value : track.values)
         add(open, track, 0, {value.at, value.bits, 0, 0});
-    track.spans.clear();
-    track.marks.clear();
-    track.values.clear();
 }
 
 void TrackIndexWriter::writeBlock(OpenRow& row, const Track& track) {
@@ -209,6 +267,7 @@ void TrackIndexWriter::writeBlock(OpenRow& row, const Track& track) {
 void TrackIndexWriter::finish(Track&& track, std::uint32_t file, std::uint64_t frequency) {
     using Form = TrackIndex::Form;
     take(track);
+    finishBatches();
     OpenTrack open = std::move(m_open[track.number]);
     m_open.erase(track.number);
     m_last = nullptr;

@@ -4,13 +4,17 @@
 #include "quorvex/platform/MappedFile.h"
 #include "quorvex/platform/OutputFile.h"
 
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <deque>
+#include <exception>
 #include <map>
-#include <memory>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace qvx {
@@ -141,10 +145,11 @@ private:
     std::vector<std::vector<std::string>> m_names;
 };
 
-/// Makes an index while it reads the traces. Memory grows with names and blocks, not with what is in these.
+/// Makes an index while it reads the traces. Memory grows with names and blocks, not with what is in these. Unless one
+/// thread is to do all, another one puts into rows what has been read, and writes it.
 class TrackIndexWriter : public Tracks {
 public:
-    TrackIndexWriter(const std::vector<std::string>& files, Quorvex::platform::OutputFile& file);
+    TrackIndexWriter(const std::vector<std::string>& files, Quorvex::platform::OutputFile& file, bool hasThread);
     ~TrackIndexWriter() override;
 
     /// Writes what is known behind the last trace. False when the file could not be written; its error() tells why.
@@ -172,11 +177,17 @@ private:
     void take(Track& track) override;
     void finish(Track&& track, std::uint32_t file, std::uint64_t frequency) override;
 
+    /// What the other thread does.
+    void work();
+    /// Waits until all batches are in their rows. Throws what went wrong with them.
+    void finishBatches();
+    void putIntoRows(const Track& batch);
     void add(OpenTrack& open, const Track& track, std::size_t depth, TrackIndex::Packed item);
     void writeBlock(OpenRow& row, const Track& track);
-    /// Writes bytes where these may stand, and tells where that is.
+    /// Writes bytes where these may stand, and tells where that is. For both threads.
     std::uint64_t put(const void* bytes, std::size_t size);
 
+    std::mutex m_writing; ///< guards the four below
     Quorvex::platform::OutputFile& m_file;
     std::string m_bytes; ///< which are not in the file yet
     std::uint64_t m_size = 0;
@@ -186,6 +197,14 @@ private:
     std::uint32_t m_lastNumber = 0;
     std::map<std::string, std::vector<std::uint64_t>> m_counts; ///< how often names are used, by table
     std::vector<Written> m_tracks;
+
+    std::mutex m_handing; ///< guards what is below
+    std::condition_variable m_changed;
+    std::deque<Track> m_batches;
+    bool m_isBusy = false; ///< with the batch before
+    bool m_ends = false;
+    std::exception_ptr m_error;
+    std::thread m_thread;
 };
 
 } // namespace qvx

@@ -90,7 +90,7 @@ ExitCode makeIndex(TrackIndex& index, const std::vector<std::string>& files, con
             error = file.error();
             continue;
         }
-        TrackIndexWriter writer(files, file);
+        TrackIndexWriter writer(files, file, Work::now().jobs() != 1);
         const ExitCode exitCode = writer.read();
         if (!writer.finish(options.title, options.inputs.given(), key) || !file.place(place, true))
             throw Failure(place, platform::errorText(file.error()));
