@@ -11,7 +11,21 @@
 from quorvex._core import Packet, Reader, Report, kinds
 from quorvex._errors import TraceError
 from quorvex._record import record
+from quorvex._tables import Column, Table, tables
 from quorvex._trace import Trace, open
 from quorvex._writer import Writer
 
-__all__ = ["Packet", "Reader", "Report", "Trace", "TraceError", "Writer", "kinds", "open", "record"]
+__all__ = [
+    "Column",
+    "Packet",
+    "Reader",
+    "Report",
+    "Table",
+    "Trace",
+    "TraceError",
+    "Writer",
+    "kinds",
+    "open",
+    "record",
+    "tables",
+]

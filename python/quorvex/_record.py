@@ -25,7 +25,7 @@ def _libraries() -> tuple[str, ...]:
     return ("<frozen ", *{os.path.realpath(sysconfig.get_paths()[name]) + os.sep for name in names})
 
 
-class record(ContextDecorator):  # noqa: N801  (used like a function)
+class record(ContextDecorator):
     """Record which functions of Python run when, in all threads, while a `with` block or a decorated function runs.
 
     Each thread records to a file of its own, `thread_NUMBER.qvx` in `directory`, or else where QVX_TRACEDIR says, or in
@@ -37,8 +37,8 @@ class record(ContextDecorator):  # noqa: N801  (used like a function)
     What is recorded are functions in the files and directories of `only`; if there are none, all but those of Python's
     own library and of installed packages. A generator or a coroutine is a call each time that it goes on.
 
-    From Python 3.12 on sys.monitoring tells of the calls, of all threads; before that sys.setprofile, of this thread and
-    of those that `threading` starts in the block.
+    From Python 3.12 on sys.monitoring tells of the calls, of all threads; before that sys.setprofile, of this thread
+    and of those that `threading` starts in the block.
     """
 
     _lock = threading.Lock()

@@ -5,9 +5,14 @@ from __future__ import annotations
 import glob
 import os
 from collections.abc import Iterable, Iterator
+from typing import TYPE_CHECKING
 
 from quorvex import _core
 from quorvex._core import Packet
+from quorvex._tables import Table, open_tables, sql
+
+if TYPE_CHECKING:
+    import duckdb
 
 __all__ = ["Trace", "open"]
 
@@ -35,14 +40,73 @@ class Trace:
         """The files, as they were named; of a directory, all traces in it."""
         self.strict = strict
         """Whether what cannot be read is an error."""
-        self.packets()  # throws now if one of them is no trace
+        self.read()  # throws now if one of them is no trace
+        self.tables: dict[str, Table] = open_tables(self.files)
+        """All tables by name."""
 
-    def packets(self) -> _core.Reader:
+    def read(self) -> _core.Reader:
         """Read all packets, from the first on: an iterator, whose `reports()` tell how reading has gone so far."""
         return _core.Reader([os.fsencode(file) for file in self.files], self.strict)
 
     def __iter__(self) -> Iterator[Packet]:
-        return self.packets()
+        return self.read()
+
+    @property
+    def spans(self) -> Table:
+        """Calls of functions, where they end."""
+        return self.tables["spans"]
+
+    @property
+    def packets(self) -> Table:
+        """What happened and what is defined, packet by packet."""
+        return self.tables["packets"]
+
+    @property
+    def functions(self) -> Table:
+        """The functions that have names."""
+        return self.tables["functions"]
+
+    @property
+    def threads(self) -> Table:
+        """The threads of which packets tell."""
+        return self.tables["threads"]
+
+    @property
+    def counters(self) -> Table:
+        """What counters have come to."""
+        return self.tables["counters"]
+
+    @property
+    def variables(self) -> Table:
+        """Values of variables that were read or written."""
+        return self.tables["variables"]
+
+    @property
+    def events(self) -> Table:
+        """Events that occurred."""
+        return self.tables["events"]
+
+    @property
+    def messages(self) -> Table:
+        """Messages."""
+        return self.tables["messages"]
+
+    @property
+    def states(self) -> Table:
+        """States of state machines, and transitions between them."""
+        return self.tables["states"]
+
+    @property
+    def losses(self) -> Table:
+        """What is missing or could not be read."""
+        return self.tables["losses"]
+
+    def sql(self, query: str) -> duckdb.DuckDBPyRelation:
+        """Ask DuckDB, which knows all tables by their names; only the columns that the query needs are made.
+
+        The answer is DuckDB's: `.fetchall()`, `.df()`, `.pl()`, `.arrow()`, or shown as it is.
+        """
+        return sql(self.tables, query)
 
     def __repr__(self) -> str:
         return f"quorvex.open({self.files!r})"
@@ -55,5 +119,3 @@ def open(paths: Path | Iterable[Path], *, strict: bool = False) -> Trace:
     with `strict` it raises a TraceError. So does a file that cannot be opened, or is no trace.
     """
     return Trace(paths, strict=strict)
-
-

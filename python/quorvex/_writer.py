@@ -15,9 +15,9 @@ __all__ = ["Writer"]
 class Writer:
     """Writes a trace file, packet by packet; leaving a `with` block closes it.
 
-    The file is made anew, or gone on with where `append` says so. In pages (the usual form) a reader can begin anywhere.
-    A name must be told before its number is used, and ticks must not go back within a thread. Raises OSError where the
-    file cannot be written, ValueError for a packet that cannot be. Used by one thread at a time.
+    The file is made anew, or gone on with where `append` says so. In pages (the usual form) a reader can begin
+    anywhere. A name must be told before its number is used, and ticks must not go back within a thread. Raises OSError
+    where the file cannot be written, ValueError for a packet that cannot be. Used by one thread at a time.
     """
 
     def __init__(self, path: str | os.PathLike[str], *, paged: bool = True, append: bool = False) -> None:

@@ -31,6 +31,7 @@ NB_MODULE(_core, module) {
     nb::register_exception_translator(translate);
     definePackets(module);
     defineRecorder(module);
+    defineTables(module);
 }
 
 } // namespace quorvex_python

@@ -17,6 +17,7 @@ namespace nb = nanobind;
 /// Each makes the classes and functions of its source in the module.
 void definePackets(nb::module_& module);
 void defineRecorder(nb::module_& module);
+void defineTables(nb::module_& module);
 
 /// A text as Python has it; bytes that are no UTF-8 become U+FFFD.
 inline nb::object textOf(std::string_view text) {

@@ -101,7 +101,7 @@ def test_errors_tell_file_and_place(tmp_path, kettle):
     bytes_[place] = 0xEE
     damaged = tmp_path / "damaged.qvx"
     damaged.write_bytes(bytes_)
-    packets = quorvex.open(damaged).packets()
+    packets = quorvex.open(damaged).read()
     assert [packet.kind for packet in packets].count("FunctionLeave") == 0
     (report,) = packets.reports()
     assert (report.damaged_places, report.first_damage, report.is_lossy) == (1, place, True)
@@ -147,7 +147,7 @@ def test_threads_can_share_a_reader(tmp_path):
     with quorvex.Writer(tmp_path / "a.qvx") as trace:
         for tick in range(20_000):
             trace.put("FunctionEnter", tick=tick, FuncId=1)
-    packets = quorvex.open(tmp_path).packets()
+    packets = quorvex.open(tmp_path).read()
     seen = [[], [], []]
     threads = [threading.Thread(target=lambda own=own: own.extend(each.tick for each in packets)) for own in seen]
     for thread in threads:

@@ -60,7 +60,7 @@ assert len(set(quorvex.open(recording.files))) == len(list(quorvex.open("traces"
     )
     assert calls(trace) == {"fib": 15 + 9}
     assert {packet.name for packet in trace if packet.kind == "FunctionEnter"} == {"fib (program.py:2)"}
-    assert not any(report.is_lossy for report in trace.packets().reports())
+    assert not any(report.is_lossy for report in trace.read().reports())
 
 
 @pytest.mark.parametrize(
