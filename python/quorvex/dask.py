@@ -63,16 +63,21 @@ class Part:
         """It is all of its file."""
         return self.first == 0 and self.is_last
 
-    def tables(self, definitions: bytes | None) -> _core.Tables:
-        """Make the tables of this range, from its bytes alone if they are elsewhere."""
-        known = [] if definitions is None else [definitions]
-        if self.file.is_local:
-            return _core.Tables([os.fsencode(self.file.path)], known)
-        system, path = self.file.system()
+    def content(self) -> bytes:
+        """Read its bytes; none where they are damaged beyond recognition."""
         begin = self.first * PAGE
         end = self.file.size if self.is_last else begin + self.count * PAGE
-        content = system.cat_file(path, start=begin, end=end) if end > begin else b""
-        return _core.Tables([(os.fsencode(self.file.path), content, begin)], known)
+        system, path = self.file.system()
+        content: bytes = system.cat_file(path, start=begin, end=end) if end > begin else b""
+        return content if self.first == 0 or _core.looks_like_trace(content[:PAGE]) else b""
+
+    def tables(self, definitions: bytes | None) -> _core.Tables:
+        """Make the tables of this range, from its bytes alone if they are elsewhere."""
+        path = os.fsencode(self.file.path)
+        known = [] if definitions is None else [definitions]
+        if self.file.is_local:
+            return _core.Tables([path], known)
+        return _core.Tables([(path, self.content(), self.first * PAGE)], known)
 
     def table(self, name: str, definitions: bytes | None, columns: Sequence[str] | None = None) -> pyarrow.Table:
         """Read a table of this range."""
@@ -113,13 +118,7 @@ def _write_index(file: File, definitions: bytes) -> None:
 
 
 def _definitions_of(part: Part) -> bytes:
-    if part.file.is_local and not part.is_whole:
-        with open(part.file.path, "rb") as file:
-            file.seek(part.first * PAGE)
-            content = file.read(-1 if part.is_last else part.count * PAGE)
-        made = _core.Tables([(os.fsencode(part.file.path), content, part.first * PAGE)], [])
-    else:
-        made = part.tables(None)
+    made = _core.Tables([(os.fsencode(part.file.path), part.content(), part.first * PAGE)], [])
     return made.definitions(0, 1)
 
 
@@ -314,6 +313,7 @@ def read(
     paged trace becomes partitions of so many pages (256 KiB each), any other trace is one. Of a trace elsewhere a
     partition reads its own range of bytes. Calls that cross partitions are rows of the partition where they end, as
     they are in `quorvex.open(path).spans`, but for `process`, which a partition knows once its core enters one there.
+    Behind a damaged end of a page, a partition that begins there may have packets that one reader steps over.
 
     What a trace that has several partitions defines is found in a first pass, which each partition makes for itself;
     it is left beside the trace, in a file of its name with `.index` behind it, unless `index` is false or that is not

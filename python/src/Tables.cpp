@@ -5,6 +5,7 @@
 #include "quorvex/analysis/TracePages.h"
 #include "quorvex/analysis/TraceSpan.h"
 #include "quorvex/analysis/TraceTables.h"
+#include "quorvex/stream/FileKind.h"
 
 #include <cstdint>
 #include <memory>
@@ -156,6 +157,12 @@ void defineTables(nb::module_& module) {
     module.def(
         "is_paged", [](const nb::bytes& path) { return TracePages(std::string(path.c_str(), path.size())).arePages(); },
         nb::arg("path"), "Whether a file is of pages, any of which can be read without those before.");
+    module.def(
+        "looks_like_trace",
+        [](const nb::bytes& content) {
+            return kindOfFile(std::string_view(content.c_str(), content.size())) == FileKind::Trace;
+        },
+        nb::arg("content"), "Whether these bytes, from the beginning of a page, are packets as far as can be told.");
     module.def(
         "schema",
         [](const std::string& table, const std::vector<std::string>& columns) {
