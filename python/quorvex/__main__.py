@@ -20,7 +20,7 @@ _GROUP_ROWS = 1 << 20  # in a row group of a Parquet file
 
 
 def _write_parquet(batches: pyarrow.RecordBatchReader, path: str) -> None:
-    pyarrow = need("pyarrow")
+    table_of = need("pyarrow").Table.from_batches
     with need("pyarrow.parquet").ParquetWriter(path, batches.schema, compression="zstd") as file:
         group: list[pyarrow.RecordBatch] = []
         rows = 0
@@ -28,10 +28,10 @@ def _write_parquet(batches: pyarrow.RecordBatchReader, path: str) -> None:
             group.append(batch)
             rows += batch.num_rows
             if rows >= _GROUP_ROWS:
-                file.write_table(pyarrow.Table.from_batches(group))
+                file.write_table(table_of(group))
                 group, rows = [], 0
         if group:
-            file.write_table(pyarrow.Table.from_batches(group))
+            file.write_table(table_of(group))
 
 
 def _write_arrow(batches: pyarrow.RecordBatchReader, path: str) -> None:

@@ -90,21 +90,22 @@ class record(ContextDecorator):
             os.makedirs(self._directory, exist_ok=True)
             os.environ["QVX_TRACEDIR"] = os.path.abspath(self._directory)
         os.environ.setdefault("QVX_TRACEMODE", "mapped")
+        call = _core.callbacks()
         if _monitoring is None:
             _core.start_recording(self._name_of, None)
-            threading.setprofile(_core.on_profile)
-            sys.setprofile(_core.on_profile)
+            threading.setprofile(call["profile"])
+            sys.setprofile(call["profile"])
             return
         _monitoring.use_tool_id(_TOOL, "quorvex")
         _core.start_recording(self._name_of, _monitoring.DISABLE)
         events = _monitoring.events
         callbacks = {
-            events.PY_START: _core.on_enter,
-            events.PY_RESUME: _core.on_enter,
-            events.PY_THROW: _core.on_throw,
-            events.PY_RETURN: _core.on_leave,
-            events.PY_YIELD: _core.on_leave,
-            events.PY_UNWIND: _core.on_unwind,
+            events.PY_START: call["enter"],
+            events.PY_RESUME: call["enter"],
+            events.PY_THROW: call["throw"],
+            events.PY_RETURN: call["leave"],
+            events.PY_YIELD: call["leave"],
+            events.PY_UNWIND: call["unwind"],
         }
         for event, callback in callbacks.items():
             _monitoring.register_callback(_TOOL, event, callback)
@@ -114,7 +115,7 @@ class record(ContextDecorator):
     def _stop(self) -> None:
         if _monitoring is None:
             sys.setprofile(None)
-            threading.setprofile(None)  # type: ignore[arg-type]
+            threading.setprofile(None)
         else:
             _monitoring.set_events(_TOOL, 0)
             _monitoring.free_tool_id(_TOOL)

@@ -5,7 +5,8 @@ from __future__ import annotations
 import importlib
 import os
 import re
-from collections.abc import Iterator, Sequence
+import threading
+from collections.abc import Callable, Iterator, Sequence
 from dataclasses import dataclass, replace
 from typing import TYPE_CHECKING, Any, NamedTuple
 
@@ -51,6 +52,25 @@ def need(package: str) -> Any:
         return importlib.import_module(package)
     except ImportError as error:
         raise ImportError(f"this needs the package {package.partition('.')[0]}") from error
+
+
+def _interruptible(call: Callable[[], Any]) -> Any:
+    """Call it in a thread of its own, for which this one waits unless it is interrupted."""
+    told: list[Any] = []
+    raised: list[BaseException] = []
+
+    def run() -> None:
+        try:
+            told.append(call())
+        except BaseException as error:
+            raised.append(error)
+
+    thread = threading.Thread(target=run, daemon=True)
+    thread.start()
+    thread.join()
+    if raised:
+        raise raised[0]
+    return told[0]
 
 
 @dataclass(frozen=True)
@@ -119,20 +139,25 @@ class Table:
 
     def to_batches(self) -> Iterator[pyarrow.RecordBatch]:
         """Read batch by batch, as pyarrow has them."""
-        return iter(need("pyarrow").RecordBatchReader.from_stream(self))
+        reader = need("pyarrow").RecordBatchReader.from_stream(self)
+        try:
+            yield _interruptible(reader.read_next_batch)  # which may have to look for names in all of the trace
+        except StopIteration:
+            return
+        for batch in reader:  # noqa: UP028  (here Ctrl-C is noticed; `yield from` would not)
+            yield batch
 
     def to_arrow(self) -> pyarrow.Table:
         """Read all as a table of pyarrow."""
-        pyarrow = need("pyarrow")
-        schema = pyarrow.schema(self)
-        return pyarrow.Table.from_batches(list(self.to_batches()), schema)  # between batches Ctrl-C is noticed
+        schema = need("pyarrow").schema(self)
+        return need("pyarrow").Table.from_batches(list(self.to_batches()), schema)
 
     def to_pandas(self) -> pandas.DataFrame:
         """Read all into pandas: numbers and texts stay in Arrow's memory, with their nulls; names are categories."""
-        pandas, pyarrow = need("pandas"), need("pyarrow")
+        types, arrow_type = need("pyarrow.types"), need("pandas").ArrowDtype
 
-        def kept(kind: pyarrow.DataType) -> object:
-            return None if pyarrow.types.is_dictionary(kind) else pandas.ArrowDtype(kind)
+        def kept(kind: object) -> object:
+            return None if types.is_dictionary(kind) else arrow_type(kind)
 
         return self.to_arrow().to_pandas(types_mapper=kept)
 
@@ -152,19 +177,21 @@ def open_tables(files: Sequence[str]) -> dict[str, Table]:
 
 def _dataset(table: Table) -> Any:
     """Make what DuckDB takes for a data set, which is asked for the columns that a query needs."""
-    pyarrow, dataset = need("pyarrow"), need("pyarrow.dataset")
+    arrow: Any = need("pyarrow")
+    dataset: Any = need("pyarrow.dataset")
+    base: Any = dataset.Dataset
 
-    class Asked(dataset.Dataset):  # type: ignore[misc]
+    class Asked(base):  # type: ignore[misc]
         def __init__(self) -> None:
             pass
 
-        schema = pyarrow.schema(table)
+        schema = arrow.schema(table)
 
         def scanner(self, columns: list[str] | None = None, filter: Any = None, **options: Any) -> Any:
             # Any column whose name occurs in the filter may be meant by it.
             names = [name for name in table.columns if columns is None or name in columns or name in str(filter)]
             wanted = table.select(*(names or table.columns[:1]))
-            reader = pyarrow.RecordBatchReader.from_stream(wanted)
+            reader = arrow.RecordBatchReader.from_stream(wanted)
             return dataset.Scanner.from_batches(reader, columns=columns, filter=filter)
 
     return Asked()

@@ -22,7 +22,8 @@ Path = str | os.PathLike[str]
 def _files_of(paths: Path | Iterable[Path]) -> list[str]:
     named = [paths] if isinstance(paths, (str, os.PathLike)) else list(paths)
     files: list[str] = []
-    for path in map(os.fspath, named):
+    for given in named:
+        path = os.fspath(given)
         if os.path.isdir(path):
             files += sorted(glob.glob(os.path.join(glob.escape(path), "**", "*.qvx"), recursive=True))
         else:

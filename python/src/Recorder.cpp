@@ -189,20 +189,28 @@ PyObject* onProfile(PyObject*, PyObject* const* values, Py_ssize_t) {
 }
 
 template <PyObject* (*Function)(PyObject*, PyObject* const*, Py_ssize_t)>
-void addCallback(nb::module_& module, const char* name) {
+void addCallback(nb::dict& callbacks, const char* name) {
     static PyMethodDef definition{name, reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(Function)),
                                   METH_FASTCALL, nullptr};
-    module.attr(name) = nb::steal(PyCFunction_NewEx(&definition, nullptr, nullptr));
+    callbacks[name] = nb::steal(PyCFunction_NewEx(&definition, nullptr, nullptr));
 }
 
 } // namespace
 
 void defineRecorder(nb::module_& module) {
-    addCallback<onEnter>(module, "on_enter");
-    addCallback<onThrow>(module, "on_throw");
-    addCallback<onLeave>(module, "on_leave");
-    addCallback<onUnwind>(module, "on_unwind");
-    addCallback<onProfile>(module, "on_profile");
+    module.def(
+        "callbacks",
+        [] {
+            nb::dict all;
+            addCallback<onEnter>(all, "enter");
+            addCallback<onThrow>(all, "throw");
+            addCallback<onLeave>(all, "leave");
+            addCallback<onUnwind>(all, "unwind");
+            addCallback<onProfile>(all, "profile");
+            return all;
+        },
+        nb::sig("def callbacks() -> dict[str, collections.abc.Callable[..., typing.Any]]"),
+        "What is to be called when code is entered or left, for sys.monitoring; and `profile`, for sys.setprofile.");
     module.def(
         "start_recording",
         [](nb::object nameOf, nb::object disable) {
