@@ -177,10 +177,10 @@ def _frame(made: pyarrow.Table, columns: Sequence[str]) -> Any:
     return made.to_pandas(types_mapper=pandas.ArrowDtype)
 
 
-def _make(part: Part, table: str, columns: Sequence[str], definitions: bytes | None, before: State | None) -> Any:
+def _make(part: Part, table: str, columns: Sequence[str], definitions: bytes | None, before: list[State] | None) -> Any:
     """Make a partition."""
     if table == "spans" and before is not None and definitions is not None:
-        return _frame(_joined_spans(part, definitions, before), columns)
+        return _frame(_joined_spans(part, definitions, join_all(before)), columns)
     return _frame(part.table(table, definitions, columns), columns)
 
 
@@ -221,7 +221,7 @@ class _Plan:
                 states: list[Any] = [(f"{name}-state", number, n) for n in range(len(parts) - 1)]
                 for key, part in zip(states, parts, strict=False):
                     self.graph[key] = _call(_state_of, part, known)
-                befores = self._before(states, None, (number,))
+                befores = self._before(states, [], (number,))
         for part, before in zip(parts, befores, strict=True):
             key = (name, len(self.keys))
             self.graph[key] = _call(_make, part, self.table, self.columns, known, before)
@@ -236,21 +236,14 @@ class _Plan:
             joined.append(key)
         return joined
 
-    def _before(self, states: Sequence[Any], before: Any, place: tuple[int, ...]) -> list[Any]:
-        """Give the keys of what is left of all before each state, and of all of them."""
-        first = [] if before is None else [before]
+    def _before(self, states: Sequence[Any], before: list[Any], place: tuple[int, ...]) -> list[list[Any]]:
+        """Give the keys that joined are what is left of all before each state, and of all of them."""
         if len(states) <= _FAN:
-            befores = []
-            for n in range(len(states) + 1):
-                key = (f"{self.name}-before", *place, n)
-                self.graph[key] = _call(join_all, [*first, *states[:n]])
-                befores.append(key)
-            return befores
+            return [[*before, *states[:n]] for n in range(len(states) + 1)]
         sums = self._tree(states, (f"{self.name}-state", *place), join_all)
-        befores = []
+        befores: list[list[Any]] = []
         for n, its_before in enumerate(self._before(sums, before, (*place, -1))[:-1]):
-            group = states[n * _FAN : (n + 1) * _FAN]
-            its = self._before(group, its_before, (*place, n))
+            its = self._before(states[n * _FAN : (n + 1) * _FAN], its_before, (*place, n))
             befores += its if n == len(sums) - 1 else its[:-1]
         return befores
 
