@@ -1,12 +1,8 @@
-"""The page about data: its examples print what it says, and its tables are those that there are.
-
-With QUORVEX_REWRITE_DOCS=1 the outputs of commands and the tables are made anew.
-"""
+"""The page about data: its examples print what it says."""
 
 import contextlib
 import doctest
 import io
-import os
 import pathlib
 import re
 import subprocess
@@ -14,32 +10,7 @@ import sys
 
 import pytest
 
-import quorvex
-
 PAGE = pathlib.Path(__file__).parents[2] / "docs" / "data.md"
-TYPES = {"l": "int64", "i": "int32", "g": "double", "u": "text", "z": "bytes", "b": "bool"}
-
-
-def tables_as_text():
-    text = ""
-    for name, (meaning, columns) in quorvex.tables().items():
-        text += f"### {name}\n\n{meaning[0].upper()}{meaning[1:]}.\n\n| column | type | meaning |\n|---|---|---|\n"
-        for column in columns:
-            type_ = TYPES[column.format] + (", or null" if column.is_nullable else "")
-            what = f"{column.meaning} ({column.unit})" if column.unit else column.meaning
-            text += f"| {column.name} | {type_} | {what} |\n"
-        text += "\n"
-    return text.rstrip("\n") + "\n"
-
-
-def test_tables():
-    head, mark, tables = PAGE.read_text().partition("## The tables\n\n")
-    assert mark
-    if os.environ.get("QUORVEX_REWRITE_DOCS"):
-        PAGE.write_text(head + mark + tables_as_text())
-    else:
-        assert tables == tables_as_text()
-
 
 @pytest.mark.skipif(not PAGE.exists(), reason="only where the sources are")
 def test_examples(tmp_path, monkeypatch):
