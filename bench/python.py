@@ -89,12 +89,12 @@ def plan(partitions: int) -> dict[str, object]:
     """Tell the tasks for so many partitions of 256 MiB, in files of 1 GiB that do not exist, with all their joins."""
     import pickle
 
-    from quorvex import dask
+    from quorvex import _ranges, dask
 
     tasks = dask._Plan("plan", "spans", ("function", "self_ns"), index=False)
     for number in range(partitions // 4):
-        file = dask.File(number, f"s3://runs/{number}.qvx", 1 << 30, is_local=False)
-        tasks.add(file, dask.plan(file, 1024), None)
+        file = _ranges.File(number, f"s3://runs/{number}.qvx", 1 << 30, is_local=False)
+        tasks.add(file, _ranges.plan(file, 1024), None)
     return {
         "partitions": len(tasks.keys),
         "tasks": len(tasks.graph),

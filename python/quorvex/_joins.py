@@ -31,7 +31,6 @@ class Enter(NamedTuple):
 
     function: int | None
     tick: int | None
-    ns: int | None
     offset: int
     core: int | None
     process: int | None
@@ -43,7 +42,6 @@ class Leave(NamedTuple):
     function: int | None
     """None ends any."""
     tick: int | None
-    ns: int | None
     offset: int
     core: int | None
     process: int | None
@@ -64,8 +62,8 @@ class Word:
     events: list[Enter | Leave] = field(default_factory=list)
     gaps: list[int] = field(default_factory=lambda: [0])
     """Ticks of calls that have ended before each event, on the level there, and behind the last."""
-    last: tuple[int, int | None] | None = None
-    """Tick and nanoseconds of its last call packet."""
+    last: int | None = None
+    """The tick of its last call packet."""
 
     def joined(self, behind: Word) -> Word:
         """Give the word of both."""
@@ -118,7 +116,7 @@ class _Row(NamedTuple):
     """Where it comes: the offset of the leave that ends it, or behind all."""
     enter: Enter | None
     leave: Leave | None
-    end: tuple[int | None, int | None]
+    end: int | None
     callees: int
     depth: int
     parent: int | None
@@ -137,10 +135,10 @@ class _Thread:
         if self.stack:
             self.stack[-1].callees += ticks
 
-    def end(self, at: int, leave: Leave | None, end: tuple[int | None, int | None]) -> _Row:
+    def end(self, at: int, leave: Leave | None, end: int | None) -> _Row:
         """End the innermost call."""
         call = self.stack.pop()
-        self.count(_length(call.enter.tick, end[0]) or 0)
+        self.count(_length(call.enter.tick, end) or 0)
         parent = self.stack[-1].enter.function if self.stack else None
         return _Row(at, call.enter, leave, end, call.callees, len(self.stack), parent)
 
@@ -158,9 +156,9 @@ class _Thread:
     def _leave(self, leave: Leave, rows: list[_Row]) -> None:
         ends = next((n for n, call in enumerate(reversed(self.stack), 1) if _is_left_by(call.enter, leave)), 0)
         if ends == 0:
-            rows.append(_Row(leave.offset, None, leave, (leave.tick, leave.ns), 0, len(self.stack), None))
+            rows.append(_Row(leave.offset, None, leave, leave.tick, 0, len(self.stack), None))
         for left in range(ends, 0, -1):
-            rows.append(self.end(leave.offset, leave if left == 1 else None, (leave.tick, leave.ns)))
+            rows.append(self.end(leave.offset, leave if left == 1 else None, leave.tick))
 
 
 class _Range:
@@ -204,12 +202,12 @@ class _Range:
         numpy.add.at(gaps, self.segment[self.is_outermost], length[outermost])
         self.depth = depth
 
-        columns = ("function_id", "start_tick", "end_tick", "start_ns", "end_ns", "core", "process")
+        columns = ("function_id", "start_tick", "end_tick", "core", "process")
         taken = spans.select(columns).take(self.events).to_pylist()
         events: list[Enter | Leave] = [
-            Enter(row["function_id"], row["start_tick"], row["start_ns"], int(at), row["core"], row["process"])
+            Enter(row["function_id"], row["start_tick"], int(at), row["core"], row["process"])
             if entered[number]
-            else Leave(row["function_id"], row["end_tick"], row["end_ns"], int(at), row["core"], row["process"])
+            else Leave(row["function_id"], row["end_tick"], int(at), row["core"], row["process"])
             for number, at, row in zip(self.events, offset[self.events], taken, strict=True)
         ]
         self.words: list[Word] = []
@@ -235,11 +233,7 @@ class _Range:
         ends = numpy.flatnonzero(numpy.append(numpy.diff(places[told]) != 0, len(told) > 0))
         for each in told[ends].tolist():
             side = "end" if is_leave[each] else "start"
-            row = int(rows[each])
-            self.words[int(places[each])].last = (
-                spans.column(f"{side}_tick")[row].as_py(),
-                spans.column(f"{side}_ns")[row].as_py(),
-            )
+            self.words[int(places[each])].last = spans.column(f"{side}_tick")[int(rows[each])].as_py()
 
     def state(self) -> State:
         return {int(self.keys[number]): self.words[number] for number in self.in_order}
@@ -291,7 +285,7 @@ def finish(
         for key, word in whole.items():
             thread = threads[key]
             while thread.stack:
-                rows.append(thread.end(_END, None, word.last or (None, None)))
+                rows.append(thread.end(_END, None, word.last))
             keys += [key] * (len(rows) - len(keys))
 
     kept = numpy.flatnonzero(its.is_whole)
@@ -331,7 +325,12 @@ def _as_row(
 ) -> dict[str, object]:
     first = row.enter or row.leave
     assert first is not None
-    length = _length(row.enter.tick if row.enter else None, row.end[0])
+    start = row.enter.tick if row.enter else None
+    length = _length(start, row.end)
+
+    def in_ns(ticks: int | None) -> int | None:
+        return None if ticks is None else nanoseconds(ticks)
+
     own = None if length is None else length - min(row.callees, length)
     return {
         "file": file,
@@ -340,15 +339,15 @@ def _as_row(
         "process": first.process,
         "function_id": first.function,
         "function": None if first.function is None else names.get(first.function),
-        "start_tick": row.enter.tick if row.enter else None,
-        "end_tick": row.end[0],
+        "start_tick": start,
+        "end_tick": row.end,
         "duration_ticks": length,
         "self_ticks": own,
         "callee_ticks": row.callees,
-        "start_ns": row.enter.ns if row.enter else None,
-        "end_ns": row.end[1],
-        "duration_ns": None if length is None else nanoseconds(length),
-        "self_ns": None if own is None else nanoseconds(own),
+        "start_ns": in_ns(start),
+        "end_ns": in_ns(row.end),
+        "duration_ns": in_ns(length),
+        "self_ns": in_ns(own),
         "depth": row.depth,
         "parent_id": row.parent,
         "parent": None if row.parent is None else names.get(row.parent),

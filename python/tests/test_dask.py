@@ -9,6 +9,7 @@ import quorvex
 dask = pytest.importorskip("dask")
 pytest.importorskip("dask.dataframe")
 import quorvex.dask  # noqa: E402
+from quorvex import _ranges  # noqa: E402
 
 PAGE = 256 * 1024
 
@@ -42,13 +43,17 @@ def write(path, seed, packets=60_000, wrong=0.0, deep=False):
     return path
 
 
+def frame_of(table):
+    return quorvex.dask._in_pandas(_ranges.plain(table.to_arrow(), table.columns))
+
+
 def same(path, table="spans", without=("process",), **options):
     """Compares with what one reader tells."""
     with dask.config.set(scheduler="synchronous"):
         frame = quorvex.dask.read(path, table, **options)
         ours = frame.compute().reset_index(drop=True)
     whole = quorvex.open(path).tables[table]
-    theirs = quorvex.dask._frame(whole.to_arrow(), whole.columns)
+    theirs = frame_of(whole)
     assert list(ours.columns) == list(theirs.columns)
     for name in theirs.columns:
         if name not in without:
@@ -123,10 +128,12 @@ def test_names_are_looked_for_once(tmp_path, monkeypatch):
     index = (tmp_path / "a.qvx.index").read_bytes()
     assert index.startswith(b"{") and len(index) < 1000
 
-    def looked(part):
+    def looked(part, definitions, state, look=_ranges.look):
+        if not definitions:
+            return look(part, definitions, state)
         raise AssertionError("looked for names again")
 
-    monkeypatch.setattr(quorvex.dask, "_definitions_of", looked)
+    monkeypatch.setattr(_ranges, "look", looked)
     same(path, pages_per_partition=1)
     (tmp_path / "a.qvx.index").write_bytes(b"no index")
     with pytest.raises(AssertionError, match="looked for names again"):
@@ -171,7 +178,7 @@ def test_an_object_store_is_asked_for_ranges(tmp_path, monkeypatch):
         assert asked == [("runs/a.qvx", 0, 2 * PAGE)]
     finally:
         server.stop()
-    theirs = quorvex.dask._frame(quorvex.open(path).spans.to_arrow(), list(whole.columns))
+    theirs = frame_of(quorvex.open(path).spans)
     for name in theirs.columns:
         assert name == "process" or whole[name].reset_index(drop=True).equals(theirs[name]), name
 

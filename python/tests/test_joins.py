@@ -15,17 +15,17 @@ def letters(random_, count):
         function = random_.randint(1, 4)
         if stack and random_.random() < 0.5:
             function = stack.pop() if random_.random() < 0.8 else random_.choice([None, 1, 2, 3, 4])
-            word.append(Leave(function, tick, tick, tick, 0, None))
+            word.append(Leave(function, tick, tick, 0, None))
         else:
             stack.append(function)
-            word.append(Enter(function, tick, tick, tick, 0, None))
+            word.append(Enter(function, tick, tick, 0, None))
     return word
 
 
 def left_of(piece):
     whole = Word()
     for letter in piece:
-        whole = whole.joined(Word([letter], [0, 0], (letter.tick, letter.ns)))
+        whole = whole.joined(Word([letter], [0, 0], letter.tick))
     return whole
 
 

@@ -1,0 +1,262 @@
+"""Traces by ranges of pages, wherever they are: for machines that share the work."""
+
+from __future__ import annotations
+
+import json
+import os
+import tempfile
+from collections.abc import Iterable, Sequence
+from dataclasses import dataclass, replace
+from typing import TYPE_CHECKING, Any
+
+from quorvex import _core
+from quorvex._joins import State, finish, join_all, state_of
+from quorvex._tables import Table, need, tables
+
+if TYPE_CHECKING:
+    import pyarrow
+
+Paths = str | os.PathLike[str] | Iterable[str | os.PathLike[str]]
+
+PAGE = 256 * 1024
+_TABLES = ("spans", "packets", "counters", "variables", "events", "messages", "states")
+
+
+@dataclass(frozen=True)
+class File:
+    """A trace, wherever it is."""
+
+    number: int
+    """Its place in the list of all."""
+    path: str
+    """Its name or address."""
+    size: int
+    """Bytes."""
+    is_local: bool
+    version: str = ""
+    """Differs when it has been written anew."""
+    storage: tuple[tuple[str, Any], ...] = ()
+    """Options for its file system."""
+
+    def system(self) -> tuple[Any, str]:
+        """Give its file system, and its name there."""
+        system, path = need("fsspec").core.url_to_fs(self.path, **dict(self.storage))
+        return system, path
+
+
+@dataclass(frozen=True)
+class Part:
+    """A range of pages of a trace."""
+
+    file: File
+    first: int
+    count: int
+    is_last: bool
+
+    @property
+    def is_whole(self) -> bool:
+        """It is all of its file."""
+        return self.first == 0 and self.is_last
+
+    def content(self) -> bytes:
+        """Read its bytes; none where they are damaged beyond recognition."""
+        begin = self.first * PAGE
+        end = self.file.size if self.is_last else begin + self.count * PAGE
+        system, path = self.file.system()
+        content: bytes = system.cat_file(path, start=begin, end=end) if end > begin else b""
+        return content if self.first == 0 or _core.looks_like_trace(content[:PAGE]) else b""
+
+    def tables(self, definitions: bytes | None) -> _core.Tables:
+        """Make the tables of this range, from its bytes alone if they are elsewhere."""
+        path = os.fsencode(self.file.path)
+        known = [] if definitions is None else [definitions]
+        if self.file.is_local:
+            return _core.Tables([path], known)
+        return _core.Tables([(path, self.content(), self.first * PAGE)], known)
+
+    def table(self, name: str, definitions: bytes | None, columns: Sequence[str] | None = None) -> pyarrow.Table:
+        """Read a table of this range."""
+        every = tuple(column.name for column in tables()[name][1])
+        # One thread: others work on other partitions.
+        whole = Table(self.tables(definitions), name, tuple(columns or every), threads=1)
+        made = (whole if self.is_whole else whole.pages(self.first, self.count)).to_arrow()
+        at = made.schema.get_field_index("file")
+        if at < 0:
+            return made
+        number = need("pyarrow").array([self.file.number] * made.num_rows, "int32")
+        return made.set_column(at, made.schema.field(at), number)
+
+
+def _index_path(path: str) -> str:
+    return path + ".index"
+
+
+def _read_index(file: File) -> bytes | None:
+    """Read what an earlier run has left beside the trace; None where there is nothing that fits it."""
+    system, path = file.system()
+    try:
+        head, _, definitions = system.cat_file(_index_path(path)).partition(b"\n")
+        fits = json.loads(head) == {"size": file.size, "version": file.version}
+    except (OSError, ValueError):
+        return None
+    return bytes(definitions) if fits else None
+
+
+def _write_index(file: File, definitions: bytes) -> None:
+    """Leave it for later runs and other machines, where that is allowed."""
+    system, path = file.system()
+    head = json.dumps({"size": file.size, "version": file.version}).encode()
+    try:
+        system.pipe_file(_index_path(path), head + b"\n" + definitions)
+    except OSError:
+        return
+
+
+@dataclass(frozen=True)
+class Look:
+    """What a first look at a range finds, and at neighbours that are joined."""
+
+    definitions: bytes
+    state: State
+
+
+_STATE_COLUMNS = (
+    "thread",
+    "core",
+    "process",
+    "function_id",
+    "start_tick",
+    "end_tick",
+    "depth",
+    "has_enter",
+    "has_leave",
+    "enter_offset",
+    "leave_offset",
+)
+
+
+def look(part: Part, definitions: bool, state: bool) -> Look:
+    """Look at a range, once: for what it defines, and what it leaves open, as far as that is wanted."""
+    made = _core.Tables([(os.fsencode(part.file.path), part.content(), part.first * PAGE)], [])
+    return Look(
+        made.definitions(0, 1) if definitions else b"",
+        state_of(Table(made, "spans", _STATE_COLUMNS, part.first, part.count, threads=1).to_arrow()) if state else {},
+    )
+
+
+def join_looks(looks: Sequence[Look]) -> Look:
+    """Join those of neighbours, in their order."""
+    definitions = b"".join(each.definitions for each in looks)
+    if definitions:
+        definitions = _core.Tables([(b"definitions", definitions, 0)], []).definitions(0, 1)
+    return Look(definitions, join_all(each.state for each in looks))
+
+
+def definitions_of(file: File, looks: Sequence[Look], index: bool) -> bytes:
+    """Give what a file defines; with `index` it is left beside the trace, where that is allowed."""
+    definitions = join_looks([replace(each, state={}) for each in looks]).definitions
+    if index:
+        _write_index(file, definitions)
+    return definitions
+
+
+def _joined_spans(part: Part, definitions: bytes, before: State) -> pyarrow.Table:
+    frequency = _core.clock_of(definitions)
+    named = Table(_core.Tables([(b"definitions", b"", 0)], [definitions]), "functions", ("function_id", "function"))
+    names = {row["function_id"]: row["function"] for row in named.to_arrow().to_pylist()}
+    return finish(
+        part.table("spans", definitions),
+        before,
+        is_last=part.is_last,
+        nanoseconds=lambda ticks: None if frequency is None else ticks * 10**9 // frequency,
+        names=names,
+    )
+
+
+def make(
+    part: Part, table: str, columns: Sequence[str], definitions: bytes | None, before: Sequence[Look] | None
+) -> pyarrow.Table:
+    """Make the rows of a range, knowing what its file defines, and for spans what there is before."""
+    if table == "spans" and before is not None and definitions is not None:
+        return plain(_joined_spans(part, definitions, join_all(each.state for each in before)), columns)
+    return plain(part.table(table, definitions, columns), columns)
+
+
+def plain(made: pyarrow.Table, columns: Sequence[str]) -> pyarrow.Table:
+    """Give these columns with names as texts, so that they are alike in all ranges."""
+    types = need("pyarrow.types")
+    made = made.select(list(columns))
+    for at, field in enumerate(made.schema):
+        if types.is_dictionary(field.type):
+            made = made.set_column(at, field.name, made.column(at).cast(field.type.value_type))
+    return made
+
+
+def empty(table: str, columns: Sequence[str]) -> pyarrow.Table:
+    """Give a table without rows."""
+    return plain(Table(_core.Tables([], []), table, tuple(columns)).to_arrow(), columns)
+
+
+def columns_of(table: str, columns: Sequence[str] | None) -> list[str]:
+    """Check which are wanted; all where that is not said."""
+    if table not in _TABLES:
+        raise ValueError(f"there is no {table} by ranges; these are: {', '.join(_TABLES)}")
+    every = [column.name for column in tables()[table][1]]
+    if columns is None:
+        return every
+    return list(Table(_core.Tables([], []), table, ()).select(*columns).columns)
+
+
+def _is_paged(file: File) -> bool:
+    """Whether it can be read from any page on; that is told by its first pages."""
+    if file.is_local:
+        return _core.is_paged(os.fsencode(file.path))
+    system, path = file.system()
+    with tempfile.NamedTemporaryFile(suffix=".qvx") as beginning:
+        beginning.write(system.cat_file(path, start=0, end=min(file.size, 4 * PAGE)))
+        beginning.flush()
+        return _core.is_paged(os.fsencode(beginning.name))
+
+
+def files_of(paths: Paths, storage: dict[str, Any]) -> list[File]:
+    """Find the files; a directory stands for all `*.qvx` in it."""
+    fsspec = need("fsspec")
+    from fsspec.implementations.local import LocalFileSystem
+
+    options = tuple(sorted(storage.items()))
+    files: list[File] = []
+    for given in [paths] if isinstance(paths, (str, os.PathLike)) else paths:
+        address = os.fspath(given)
+        system, path = fsspec.core.url_to_fs(address, **storage)
+        is_local = isinstance(system, LocalFileSystem)
+        if system.isdir(path):
+            found = {name: facts for name, facts in system.find(path, detail=True).items() if name.endswith(".qvx")}
+        elif fsspec.core.has_magic(path):
+            found = system.glob(path, detail=True)
+        else:
+            found = {path: system.info(path)}
+        for name, facts in sorted(found.items()):
+            version = str(facts.get("ETag") or facts.get("mtime") or facts.get("LastModified") or "")
+            full = name if is_local else system.unstrip_protocol(name)
+            files.append(File(len(files), full, int(facts["size"]), is_local, version, options))
+    if not files:
+        raise FileNotFoundError("there are no traces")
+    return files
+
+
+def plan(file: File, pages: int) -> list[Part]:
+    """Cut a paged trace into ranges of so many pages."""
+    count = max(1, -(-file.size // PAGE))
+    starts = range(0, count, pages)
+    return [Part(file, first, min(pages, count - first), first == starts[-1]) for first in starts]
+
+
+def parts_of(file: File, pages: int) -> list[Part]:
+    """Cut a trace, if it is one of pages; that is told by its beginning."""
+    parts = plan(file, pages)
+    return parts if len(parts) == 1 or _is_paged(file) else [replace(parts[0], is_last=True)]
+
+
+def known_definitions(parts: Sequence[Part]) -> bytes | None:
+    """Give what an earlier run has left beside a trace, where that is needed and there is something."""
+    return _read_index(parts[0].file) if len(parts) > 1 else None
