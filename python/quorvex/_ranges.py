@@ -183,13 +183,14 @@ def make(
 
 
 def plain(made: pyarrow.Table, columns: Sequence[str]) -> pyarrow.Table:
-    """Give these columns with names as texts, so that they are alike in all ranges."""
-    types = need("pyarrow.types")
+    """Give these columns with names as texts, and nulls allowed, so that they are alike in all ranges."""
+    arrow: Any = need("pyarrow")
+
+    def simple(kind: Any) -> Any:
+        return kind.value_type if arrow.types.is_dictionary(kind) else kind
+
     made = made.select(list(columns))
-    for at, field in enumerate(made.schema):
-        if types.is_dictionary(field.type):
-            made = made.set_column(at, field.name, made.column(at).cast(field.type.value_type))
-    return made
+    return made.cast(arrow.schema([(field.name, simple(field.type)) for field in made.schema]))
 
 
 def empty(table: str, columns: Sequence[str]) -> pyarrow.Table:

@@ -181,7 +181,7 @@ def _dataset(table: Table) -> Any:
     dataset: Any = need("pyarrow.dataset")
     base: Any = dataset.Dataset
 
-    class Asked(base):  # type: ignore[misc]
+    class Asked(base):
         def __init__(self) -> None:
             pass
 
