@@ -103,6 +103,26 @@ def plan(partitions: int) -> dict[str, object]:
     }
 
 
+def workers(directory: str, count: int) -> dict[str, object]:
+    """Sum up the calls by Dask, in so many processes of one thread each."""
+    import distributed
+
+    from quorvex import dask
+
+    with (
+        distributed.LocalCluster(n_workers=count, threads_per_worker=1, dashboard_address=None) as cluster,
+        distributed.Client(cluster) as client,
+    ):
+        client.run(lambda: __import__("quorvex.dask"))
+        frame = dask.read(
+            directory, columns=["function", "duration_ns", "self_ns"], pages_per_partition=256, index=False
+        )
+        begin = time.perf_counter()
+        sums = dask.by_function(frame).compute()
+        seconds = time.perf_counter() - begin
+    return {"partitions": frame.npartitions, "calls": int(sums.calls.sum()), "query_seconds": seconds}
+
+
 _BABELTRACE = """
 import bt2, sys, time
 begin, begin_cpu, rows, total = time.perf_counter(), time.process_time(), 0, 0
@@ -188,6 +208,9 @@ def main() -> None:
             print(f"{calls} calls, {bytes_ / 1e6:.0f} MB, {os.cpu_count()} processors")
             for function in functions:
                 measured(function, str(traces))
+            if calls == options.packets // 2:
+                measured("workers", str(traces), "1")
+                measured("workers", str(traces), "2")
             if options.qvx and size == "spans":
                 beside_babeltrace(str(traces), options.qvx)
 

@@ -8,7 +8,7 @@ each ends the innermost call of its function, and what is open above ends with i
 
 from __future__ import annotations
 
-from collections.abc import Callable, Iterable
+from collections.abc import Callable, Iterable, Sequence
 from dataclasses import dataclass, field
 from typing import TYPE_CHECKING, Any, NamedTuple
 
@@ -200,7 +200,7 @@ class _Range:
         outermost = self.whole[self.is_outermost]
         length = numpy.where((start >= 0) & (end >= 0), numpy.maximum(end - start, 0), 0)
         numpy.add.at(gaps, self.segment[self.is_outermost], length[outermost])
-        self.depth = depth
+        self.depth, self.leave_offset = depth, leave_offset
 
         columns = ("function_id", "start_tick", "end_tick", "core", "process")
         taken = spans.select(columns).take(self.events).to_pylist()
@@ -215,25 +215,23 @@ class _Range:
             first = int(self.first_segment[number])
             last = int(self.first_segment[number + 1]) if number + 1 < len(self.keys) else count
             self.words.append(Word(events[first - number : last - number - 1], gaps[first:last].tolist()))
-        self._find_last(spans, known, place, enter_offset, leave_offset)
+        self._find_last(known, place, [(enter_offset, start), (leave_offset, end)])
         begins = numpy.full(len(self.keys), _END)
         numpy.minimum.at(begins, place, offset[known])
         self.in_order = numpy.argsort(begins, kind="stable").tolist()
 
-    def _find_last(self, spans: Any, known: Numbers, place: Any, enter: Numbers, leave: Numbers) -> None:
-        """Find the last call packet of each thread."""
-        rows = numpy.concatenate([known, known])
-        places = numpy.concatenate([place, place])
-        offsets = numpy.concatenate([enter[known], leave[known]])
-        is_leave = numpy.arange(len(rows)) >= len(known)
-        start = spans.column("start_tick").is_valid().to_numpy()
-        end = spans.column("end_tick").is_valid().to_numpy()
-        told = numpy.flatnonzero((offsets >= 0) & numpy.where(is_leave, end[rows], start[rows]))
-        told = told[numpy.lexsort((offsets[told], places[told]))]
-        ends = numpy.flatnonzero(numpy.append(numpy.diff(places[told]) != 0, len(told) > 0))
-        for each in told[ends].tolist():
-            side = "end" if is_leave[each] else "start"
-            self.words[int(places[each])].last = spans.column(f"{side}_tick")[int(rows[each])].as_py()
+    def _find_last(self, known: Numbers, place: Numbers, packets: Sequence[tuple[Numbers, Numbers]]) -> None:
+        """Find the tick of the last call packet of each thread, of packets by their offsets and ticks."""
+        if len(known) == 0:
+            return
+        begins = numpy.searchsorted(place, numpy.arange(len(self.keys)))
+        lasts = [
+            numpy.maximum.reduceat(numpy.where(tick[known] >= 0, offset[known], -1), begins) for offset, tick in packets
+        ]
+        for (offset, tick), last, other in zip(packets, lasts, reversed(lasts), strict=True):
+            found = numpy.flatnonzero((offset[known] == last[place]) & (last[place] > other[place]))
+            for row, at in zip(known[found].tolist(), place[found].tolist(), strict=True):
+                self.words[at].last = int(tick[row])
 
     def state(self) -> State:
         return {int(self.keys[number]): self.words[number] for number in self.in_order}
@@ -244,9 +242,26 @@ def state_of(spans: pyarrow.Table) -> State:
     return _Range(spans).state()
 
 
+COLUMNS = (
+    "thread",
+    "core",
+    "process",
+    "function_id",
+    "start_tick",
+    "end_tick",
+    "depth",
+    "has_enter",
+    "has_leave",
+    "enter_offset",
+    "leave_offset",
+)
+"""What is to be known of the rows of spans to join them."""
+
+
 def finish(
     spans: pyarrow.Table,
     before: State,
+    columns: Sequence[str],
     *,
     is_last: bool,
     nanoseconds: Callable[[int], int | None],
@@ -254,9 +269,11 @@ def finish(
 ) -> pyarrow.Table:
     """Give the rows of a range as they are in the table of the whole trace, knowing what is left of all before.
 
-    A call that crosses is a row where it ends. `nanoseconds` converts ticks, `names` tells the names of functions.
+    A call that crosses is a row where it ends. `spans` has COLUMNS and those that are wanted; `nanoseconds` converts
+    ticks, `names` tells the names of functions.
     """
     pyarrow, compute = need("pyarrow"), need("pyarrow.compute")
+    spans = spans.combine_chunks()
     its = _Range(spans)
     threads: dict[int, _Thread] = {}
     for key, word in before.items():
@@ -288,36 +305,45 @@ def finish(
                 rows.append(thread.end(_END, None, word.last))
             keys += [key] * (len(rows) - len(keys))
 
-    kept = numpy.flatnonzero(its.is_whole)
+    table = spans.select(list(columns))
+
+    def put(name: str, values: Any) -> None:
+        nonlocal table
+        at = table.schema.get_field_index(name)
+        if at >= 0:
+            table = table.set_column(at, name, values)
+
     depth = numpy.array(its.depth)
     depth[its.whole] += height[its.segment] - its.lowest[its.segment]
+    put("depth", pyarrow.array(depth, "int32"))
+    # Rows that are the outermost between two events have the parent that is open there.
     outermost, top = its.whole[its.is_outermost], parent[its.segment[its.is_outermost]]
-    parent_id = numpy.asarray(spans.column("parent_id").fill_null(-1).to_numpy(), dtype=numpy.int64).copy()
-    parent_id[outermost] = top
-    has_parent = pyarrow.array(parent_id < 0)
-
-    def named(ids: Any) -> Any:
-        found, which = numpy.unique(ids, return_inverse=True)
-        return compute.take(pyarrow.array([names.get(int(each)) for each in found], "string"), pyarrow.array(which))
-
-    columns = {name: spans.column(name) for name in spans.column_names}
-    for name in ("function", "parent"):
-        columns[name] = columns[name].cast("string")
-    columns["depth"] = pyarrow.array(depth, "int32")
-    columns["parent_id"] = pyarrow.array(parent_id, mask=parent_id < 0)
-    columns["parent"] = compute.if_else(has_parent, None, named(parent_id)) if len(parent_id) else columns["parent"]
-    table = pyarrow.table(columns).take(kept)
-
-    file = spans.column("file")[0].as_py() if spans.num_rows else 0
+    if "parent_id" in table.column_names:
+        parent_id = spans.column("parent_id").fill_null(-1).to_numpy().copy()
+        parent_id[outermost] = top
+        put("parent_id", pyarrow.array(parent_id, mask=parent_id < 0))
+    for name in {"function", "parent"}.intersection(columns):
+        put(name, spans.column(name).cast("string"))
+    if "parent" in table.column_names:
+        ids, which = numpy.unique(top, return_inverse=True)
+        named = pyarrow.array([names.get(int(each)) for each in ids], "string").take(pyarrow.array(which))
+        is_outermost = numpy.zeros(len(depth), dtype=bool)
+        is_outermost[outermost] = True
+        order = numpy.argsort(outermost)
+        values = table.column("parent").combine_chunks()
+        put("parent", compute.replace_with_mask(values, pyarrow.array(is_outermost), named.take(pyarrow.array(order))))
+    if not its.is_whole.all():
+        table = table.filter(pyarrow.array(its.is_whole))
+    if not rows:
+        return table
+    file = spans.column("file")[0].as_py() if "file" in columns and spans.num_rows else 0
     made = [_as_row(row, key, file, nanoseconds, names) for row, key in zip(rows, keys, strict=True)]
     more = pyarrow.Table.from_pylist(made, schema=table.schema)
     at = numpy.concatenate(
-        [
-            numpy.asarray(spans.column("leave_offset").take(kept).to_numpy(), dtype=numpy.int64),
-            numpy.array([row.at for row in rows], dtype=numpy.int64),
-        ]
+        [its.leave_offset[its.is_whole], numpy.array([row.at for row in rows], dtype=numpy.int64)],
     )
-    return pyarrow.concat_tables([table, more]).take(numpy.argsort(at, kind="stable"))
+    whole = pyarrow.concat_tables([table, more]).combine_chunks()
+    return whole.take(pyarrow.array(numpy.argsort(at, kind="stable")))
 
 
 def _as_row(

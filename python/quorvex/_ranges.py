@@ -10,7 +10,7 @@ from dataclasses import dataclass, replace
 from typing import TYPE_CHECKING, Any
 
 from quorvex import _core
-from quorvex._joins import State, finish, join_all, state_of
+from quorvex._joins import COLUMNS, State, finish, join_all, state_of
 from quorvex._tables import Table, need, tables
 
 if TYPE_CHECKING:
@@ -120,27 +120,14 @@ class Look:
     state: State
 
 
-_STATE_COLUMNS = (
-    "thread",
-    "core",
-    "process",
-    "function_id",
-    "start_tick",
-    "end_tick",
-    "depth",
-    "has_enter",
-    "has_leave",
-    "enter_offset",
-    "leave_offset",
-)
-
-
 def look(part: Part, definitions: bool, state: bool) -> Look:
     """Look at a range, once: for what it defines, and what it leaves open, as far as that is wanted."""
-    made = _core.Tables([(os.fsencode(part.file.path), part.content(), part.first * PAGE)], [])
+    made = part.tables(None)
+    if definitions and part.file.is_local:
+        made = _core.Tables([(os.fsencode(part.file.path), part.content(), part.first * PAGE)], [])
     return Look(
         made.definitions(0, 1) if definitions else b"",
-        state_of(Table(made, "spans", _STATE_COLUMNS, part.first, part.count, threads=1).to_arrow()) if state else {},
+        state_of(Table(made, "spans", COLUMNS, part.first, part.count, threads=1).to_arrow()) if state else {},
     )
 
 
@@ -160,13 +147,14 @@ def definitions_of(file: File, looks: Sequence[Look], index: bool) -> bytes:
     return definitions
 
 
-def _joined_spans(part: Part, definitions: bytes, before: State) -> pyarrow.Table:
+def _joined_spans(part: Part, columns: Sequence[str], definitions: bytes, before: State) -> pyarrow.Table:
     frequency = _core.clock_of(definitions)
     named = Table(_core.Tables([(b"definitions", b"", 0)], [definitions]), "functions", ("function_id", "function"))
     names = {row["function_id"]: row["function"] for row in named.to_arrow().to_pylist()}
     return finish(
-        part.table("spans", definitions),
+        part.table("spans", definitions, [*columns, *(each for each in COLUMNS if each not in columns)]),
         before,
+        columns,
         is_last=part.is_last,
         nanoseconds=lambda ticks: None if frequency is None else ticks * 10**9 // frequency,
         names=names,
@@ -178,7 +166,7 @@ def make(
 ) -> pyarrow.Table:
     """Make the rows of a range, knowing what its file defines, and for spans what there is before."""
     if table == "spans" and before is not None and definitions is not None:
-        return plain(_joined_spans(part, definitions, join_all(each.state for each in before)), columns)
+        return plain(_joined_spans(part, columns, definitions, join_all(each.state for each in before)), columns)
     return plain(part.table(table, definitions, columns), columns)
 
 
