@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import json
 import os
 import tempfile
@@ -91,25 +92,39 @@ def _index_path(path: str) -> str:
     return path + ".index"
 
 
+def _head_of(content: bytes) -> object:
+    """Tell what an index is of; None for what is none."""
+    try:
+        head = json.loads(content.partition(b"\n")[0])
+    except ValueError:
+        return None
+    return head if isinstance(head, dict) and head.keys() == {"size", "version"} else None
+
+
 def _read_index(file: File) -> bytes | None:
     """Read what an earlier run has left beside the trace; None where there is nothing that fits it."""
     system, path = file.system()
     try:
-        head, _, definitions = system.cat_file(_index_path(path)).partition(b"\n")
-        fits = json.loads(head) == {"size": file.size, "version": file.version}
-    except (OSError, ValueError):
+        content: bytes = system.cat_file(_index_path(path))
+    except OSError:
         return None
-    return bytes(definitions) if fits else None
+    fits = _head_of(content) == {"size": file.size, "version": file.version}
+    return content.partition(b"\n")[2] if fits else None
 
 
 def _write_index(file: File, definitions: bytes) -> None:
-    """Leave it for later runs and other machines, where that is allowed."""
+    """Leave it for later runs and other machines, where that is allowed, and nothing else stands there."""
     system, path = file.system()
-    head = json.dumps({"size": file.size, "version": file.version}).encode()
     try:
-        system.pipe_file(_index_path(path), head + b"\n" + definitions)
+        if _head_of(system.cat_file(_index_path(path))) is None:
+            return
+    except FileNotFoundError:
+        pass
     except OSError:
         return
+    head = json.dumps({"size": file.size, "version": file.version}).encode()
+    with contextlib.suppress(OSError):
+        system.pipe_file(_index_path(path), head + b"\n" + definitions)
 
 
 @dataclass(frozen=True)

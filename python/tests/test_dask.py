@@ -138,6 +138,12 @@ def test_names_are_looked_for_once(tmp_path, monkeypatch):
     (tmp_path / "a.qvx.index").write_bytes(b"no index")
     with pytest.raises(AssertionError, match="looked for names again"):
         same(path, pages_per_partition=1)
+    monkeypatch.undo()
+    same(path, pages_per_partition=1)
+    assert (tmp_path / "a.qvx.index").read_bytes() == b"no index"
+    (tmp_path / "a.qvx.index").write_bytes(index.replace(b'{"size": ', b'{"size": 1'))
+    same(path, pages_per_partition=1)
+    assert (tmp_path / "a.qvx.index").read_bytes() == index
 
 
 def test_a_plain_trace_is_one_partition(tmp_path):

@@ -35,7 +35,8 @@ def test_ends_the_call(large, call):
         pytest.importorskip("duckdb")
         pytest.importorskip("pyarrow")
     program = f"""
-import quorvex, duckdb, pyarrow.dataset
+import signal, quorvex, duckdb, pyarrow.dataset
+signal.signal(signal.SIGINT, signal.default_int_handler)  # in the background it would be ignored
 trace = quorvex.open({[str(file) for file in large]!r})
 print("begun", flush=True)
 {CALLS[call]}
