@@ -510,7 +510,7 @@ test('pictures are saved', async () => {
         }
     }
     await page.close();
-});
+}, false);
 
 test('the page is for keyboards and screen readers too', async () => {
     const page = await open(demo);
