@@ -135,23 +135,21 @@ print(time.perf_counter() - begin, time.process_time() - begin_cpu, rows)
 """
 
 
-def beside_babeltrace(directory: str, qvx: str) -> None:
-    """The same calls: read by babeltrace2's Python reader from CTF, and as a frame of pandas from the trace."""
+def beside_babeltrace(directory: str, qvx: str) -> dict[str, object]:
+    """Read the same calls by babeltrace2's Python reader, from CTF, and as frames of pandas, from the trace."""
     with tempfile.TemporaryDirectory() as place:
         subprocess.run([qvx, "export", directory, "--to", "ctf", "-o", f"{place}/ctf"], check=True)
         done = subprocess.run(
             ["/usr/bin/python3", "-c", _BABELTRACE, f"{place}/ctf"], check=True, capture_output=True, text=True
         )
     seconds, cpu, events = map(float, done.stdout.split())
-    print(f"babeltrace2     {events:.0f} events: {seconds:.1f} s, {cpu:.1f} s of the processor", flush=True)
+    facts: dict[str, object] = {"events": int(events), "babeltrace2_seconds": seconds, "babeltrace2_cpu": cpu}
     for made in (to_pandas, to_pandas_four):
         made(directory)
         begin = time.process_time()
         made(directory)
-        ours = time.process_time() - begin
-        print(
-            f"                {made.__name__}: {ours:.2f} s of the processor, {cpu / ours:.0f} times less", flush=True
-        )
+        facts[f"{made.__name__}_times_less"] = cpu / (time.process_time() - begin)
+    return facts
 
 
 def measured(*words: str) -> None:
@@ -212,7 +210,7 @@ def main() -> None:
                 measured("workers", str(traces), "1")
                 measured("workers", str(traces), "2")
             if options.qvx and size == "spans":
-                beside_babeltrace(str(traces), options.qvx)
+                measured("beside_babeltrace", str(traces), options.qvx)
 
 
 if __name__ == "__main__":
