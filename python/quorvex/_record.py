@@ -16,7 +16,7 @@ from quorvex import _core
 __all__ = ["record"]
 
 _monitoring: Any = getattr(sys, "monitoring", None)
-_TOOL = 4  # none of those that Python gives to debuggers, coverage, profilers and optimizers
+_TOOLS = (4, 3)  # none of those that Python gives to debuggers, coverage, profilers and optimizers
 _OWN = os.path.dirname(os.path.abspath(__file__)) + os.sep
 
 
@@ -43,6 +43,7 @@ class record(ContextDecorator):
 
     _lock = threading.Lock()
     _active = 0
+    _tool = _TOOLS[0]
 
     def __init__(
         self, directory: str | os.PathLike[str] | None = None, *, only: Iterable[str | os.PathLike[str]] = ()
@@ -96,7 +97,8 @@ class record(ContextDecorator):
             threading.setprofile(call["profile"])
             sys.setprofile(call["profile"])
             return
-        _monitoring.use_tool_id(_TOOL, "quorvex")
+        record._tool = next((tool for tool in _TOOLS if _monitoring.get_tool(tool) is None), _TOOLS[0])
+        _monitoring.use_tool_id(record._tool, "quorvex")
         _core.start_recording(self._name_of, _monitoring.DISABLE)
         events = _monitoring.events
         callbacks = {
@@ -108,15 +110,15 @@ class record(ContextDecorator):
             events.PY_UNWIND: call["unwind"],
         }
         for event, callback in callbacks.items():
-            _monitoring.register_callback(_TOOL, event, callback)
+            _monitoring.register_callback(record._tool, event, callback)
         _monitoring.restart_events()
-        _monitoring.set_events(_TOOL, sum(callbacks))
+        _monitoring.set_events(record._tool, sum(callbacks))
 
     def _stop(self) -> None:
         if _monitoring is None:
             sys.setprofile(None)
             threading.setprofile(None)
         else:
-            _monitoring.set_events(_TOOL, 0)
-            _monitoring.free_tool_id(_TOOL)
+            _monitoring.set_events(record._tool, 0)
+            _monitoring.free_tool_id(record._tool)
         _core.stop_recording()

@@ -174,3 +174,28 @@ def test_a_killed_program_loses_nothing(run):
 def test_errors_of_the_program_stay_its_own(run):
     with pytest.raises(FileNotFoundError):
         run('import os\nos.mkdir("traces")\nwith quorvex.record("traces"):\n    1 / 0\n', fails=True)
+
+
+@pytest.mark.skipif(sys.version_info < (3, 12), reason="there is no sys.monitoring")
+def test_other_tools_are_left_alone(run):
+    trace = run(
+        FIB
+        + """
+import sys, cProfile
+sys.monitoring.use_tool_id(4, "other")
+profile = cProfile.Profile()
+profile.enable()
+with quorvex.record("traces"):
+    fib(3)
+profile.disable()
+sys.monitoring.use_tool_id(3, "third")
+try:
+    with quorvex.record():
+        fib(3)
+except ValueError:
+    sys.monitoring.free_tool_id(3)
+with quorvex.record():
+    fib(2)
+"""
+    )
+    assert calls(trace) == {"fib": 5 + 3}
