@@ -309,6 +309,12 @@ OUT
     sed -i 's/ id = 1; / id = 9; /' cut/ust/metadata # of which the second call is
     run 3 import cut -f -o damaged.qvx
     says 'the rest of a stream, which cannot be read: No event class'
+    # An event that reaches beyond the end of its block, after which the order of babeltrace2 aborts.
+    cp session/ust/metadata cut/ust
+    printf '\000' | dd of=cut/kernel/cpu1 bs=1 seek=151 conv=notrunc status=none
+    printf '\001' | dd of=cut/kernel/cpu1 bs=1 seek=158 conv=notrunc status=none
+    run 3 import cut -f -o damaged.qvx
+    says 'the rest of a stream, which cannot be read: '
     : >cut/ust/metadata
     run 1 import cut -f -o none.qvx
     [ -e none.qvx ] && fail 'a trace of a failed import'
