@@ -147,7 +147,8 @@ QUORVEX_UNHOOKED constexpr void count(Site site, const char* name, const char* u
         quorvex_count_double(&site(), name, unit, static_cast<double>(value));
 }
 
-template <class Site> constexpr void event(Site site, const char* name, const void* data = nullptr, size_t size = 0) {
+template <class Site>
+QUORVEX_UNHOOKED constexpr void event(Site site, const char* name, const void* data = nullptr, size_t size = 0) {
     if (!__builtin_is_constant_evaluated())
         quorvex_event(&site(), name, data, size);
 }
