@@ -33,7 +33,7 @@ constexpr std::size_t kMostOpen = 64;
 constexpr std::size_t kMostAhead = 0x80000;
 constexpr std::size_t kLeastAhead = 32;
 /// Bytes that they are read at a time.
-constexpr unsigned kPortion = 0x2000;
+constexpr unsigned kPortion = 0x1000;
 
 /// Makes the packet one without a time.
 void forgetTick(CPacket& packet) {

@@ -25,7 +25,7 @@ constexpr std::size_t kDeepest = 4096;
 constexpr std::size_t kTextSize = 0x10000;
 constexpr std::size_t kReadAtOnce = 0x10000;
 /// What is noted of a track by itself before it goes to the body.
-constexpr std::size_t kBlockSize = 0x2000;
+constexpr std::size_t kBlockSize = 0x1000;
 constexpr std::uint32_t kNone = ~std::uint32_t{0};
 
 constexpr char kMissing[] = "leaves that are missing";
