@@ -88,6 +88,7 @@ namespace Quorvex {
 /// quorvex_site there. Nothing at compile time.
 class RecordedScope {
 public:
+    /// Enters the function of that name.
     template <class Site> QUORVEX_UNHOOKED constexpr RecordedScope(Site site, const char* name) {
         if (!__builtin_is_constant_evaluated())
             m_entered = quorvex_enter(&site(), name);
@@ -106,10 +107,11 @@ private:
 /// The side of a mutex that is shared, as something to lock.
 template <class Mutex> class SharedSide {
 public:
+    /// The mutex must outlive it.
     QUORVEX_UNHOOKED explicit SharedSide(Mutex& mutex) : m_mutex(mutex) {}
-    QUORVEX_UNHOOKED bool try_lock() { return m_mutex.try_lock_shared(); }
-    QUORVEX_UNHOOKED void lock() { m_mutex.lock_shared(); }
-    QUORVEX_UNHOOKED void unlock() { m_mutex.unlock_shared(); }
+    QUORVEX_UNHOOKED bool try_lock() { return m_mutex.try_lock_shared(); } ///< whether it is held now
+    QUORVEX_UNHOOKED void lock() { m_mutex.lock_shared(); }                ///< waits for it
+    QUORVEX_UNHOOKED void unlock() { m_mutex.unlock_shared(); }            ///< gives it back
 
 private:
     Mutex& m_mutex;
@@ -119,6 +121,7 @@ private:
 /// standard library, a reference to one, or what has try_lock(), lock() and unlock(). Throws what lock() throws.
 template <class Mutex> class RecordedLock {
 public:
+    /// Takes the mutex; a wait for it is a call of the function of that name.
     template <class Site> QUORVEX_UNHOOKED RecordedLock(Mutex&& mutex, Site site, const char* name) : m_mutex(mutex) {
         if (!m_mutex.try_lock()) {
             const RecordedScope wait(site, name);
