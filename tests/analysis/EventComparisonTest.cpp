@@ -34,10 +34,6 @@ std::vector<std::string> eventsOfAllKinds() {
     return shownEventsOf(trace);
 }
 
-template <class Packet> std::string wire(Packet packet) {
-    return wireOf(packet);
-}
-
 // Each field of each kind, with its lowest bit changed.
 TEST(EventComparison, NamesTheFieldsThatDiffer) {
     for (const bool time : {false, true}) {
@@ -94,14 +90,14 @@ TEST(EventComparison, TakesNamesForNumbers) {
         std::pair<std::string, std::string> events;
         Names differences;
     };
-    const auto function = [&at](std::uint32_t id, const char* name) { return wire(CFunctionDefine(at, id, name)); };
-    const auto enter = [&at](std::uint32_t id) { return wire(CFunctionEnter(at, id)); };
-    const auto machine = [](std::uint32_t id, const char* name) { return wire(CStateMachineDefine(id, name)); };
+    const auto function = [&at](std::uint32_t id, const char* name) { return wireOf(CFunctionDefine(at, id, name)); };
+    const auto enter = [&at](std::uint32_t id) { return wireOf(CFunctionEnter(at, id)); };
+    const auto machine = [](std::uint32_t id, const char* name) { return wireOf(CStateMachineDefine(id, name)); };
     const auto state = [](std::uint32_t of, std::uint32_t id, const char* name) {
-        return wire(CStateDefine(of, id, name));
+        return wireOf(CStateDefine(of, id, name));
     };
     const auto edge = [](std::uint32_t of, std::uint32_t from, std::uint32_t to) {
-        return wire(CTransitionDefine(of, from, to, 9, "go"));
+        return wireOf(CTransitionDefine(of, from, to, 9, "go"));
     };
     const Case cases[] = {
         {"other numbers", {{function(1, "f"), function(2, "f")}}, {enter(1), enter(2)}, {}},

@@ -27,7 +27,7 @@ namespace Quorvex::test {
 namespace {
 
 /// A line a packet: where it begins and ends, and its bytes; then how the file ends.
-std::string contentOf(
+std::string packetsIn(
     TraceFile& file, const std::function<void()>& between = [] {}) {
     std::ostringstream out;
     while (const auto packet = file.next()) {
@@ -62,17 +62,17 @@ TEST(TraceFile, GoesOnWhereItWasPaused) {
         const std::string path = directory.path("trace");
         std::ofstream(path, std::ios::binary) << content;
         TraceFile whole(path);
-        const std::string expected = contentOf(whole);
+        const std::string expected = packetsIn(whole);
         for (const unsigned portion : {1U, 7U, 0x2000U}) {
             TraceFile paused(path);
             paused.readAtATime(portion);
             EXPECT_TRUE(paused.pause());
-            EXPECT_EQ(contentOf(paused, [&] { EXPECT_TRUE(paused.pause()); }), expected) << portion;
+            EXPECT_EQ(packetsIn(paused, [&] { EXPECT_TRUE(paused.pause()); }), expected) << portion;
         }
         std::istringstream stream(content);
         TraceFile streamed("stream", &stream);
         EXPECT_FALSE(streamed.pause()) << "it cannot be gone back in";
-        EXPECT_EQ(contentOf(streamed), expected);
+        EXPECT_EQ(packetsIn(streamed), expected);
     }
 }
 
@@ -99,7 +99,7 @@ TEST(TraceFile, TellsHowATraceEnds) {
         std::ofstream(directory.path("trace"), std::ios::binary) << content;
         TraceFile file(directory.path("trace"));
         EXPECT_EQ(file.report().end, TraceEnd::Unread);
-        contentOf(file);
+        packetsIn(file);
         EXPECT_EQ(file.report().end, how) << hex(content);
         EXPECT_EQ(file.report().cutKind, kind) << hex(content);
         EXPECT_EQ(file.report().isLossy(), how >= TraceEnd::Missing);

@@ -126,10 +126,6 @@ std::string linesOf(const std::vector<Row>& rows, const std::string& columns) {
     return lines;
 }
 
-template <class Packet> std::string wire(Packet packet) {
-    return wireOf(packet);
-}
-
 TEST(TraceTables, HaveARowForEachCallWhereItEnds) {
     const std::pair<const char*, const char*> cases[] = {
         {"", ""},
@@ -161,7 +157,7 @@ TEST(TraceTables, HaveARowForEachCallWhereItEnds) {
     }
     const TraceTables tables({directory.write(
         "trace.qvx", traceOfSteps("@1000 =1 one =2 t\xffwo +1 1 7@3 +2 2 7@4 -2 4 7@5 -1 7 7") +
-                         wire(CProcessEnter(CCoreContext(8, 3, 7, 0), 55)) + traceOfSteps("+1 8 7@3 -1 9 7@3"))});
+                         wireOf(CProcessEnter(CCoreContext(8, 3, 7, 0), 55)) + traceOfSteps("+1 8 7@3 -1 9 7@3"))});
     EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Spans),
                       "file function parent start_ns end_ns duration_ns self_ns callee_ticks core process"),
               "0 t\xef\xbf\xbdwo one 2000000 4000000 2000000 2000000 0 4 -|"
@@ -416,15 +412,15 @@ TEST(TraceTables, TellWhatPacketsTell) {
     const CCoreContext context(5, 1, 2, 0x40);
     const std::string bytes = "\1\2\3";
     const std::string trace =
-        wire(CTimestamp(0, std::uint64_t{1'000'000})) + traceOfSteps("=#3 level =!4 alarm") +
-        wire(CVariableDefine(context, 6, 1, "speed")) + wire(CStateMachineDefine(7, "door")) +
-        wire(CStateMachineInstanceDefine(7, 1, "front")) + wire(CStateDefine(7, 2, "open")) +
-        wire(CTransitionDefine(7, 3, 2, 9, "push")) + wire(CSync(CCoreContext(16, 3, 4, 0x100))) +
-        wire(CRelCounterValue(CRelCoreContext(1, 0), 3, TCounter_t(std::uint64_t{17}))) +
-        wire(CCounterValueDim1(context, 3, TCounter_t(std::uint64_t{18}), TCounterIdx_t(std::uint64_t{5}))) +
-        wire(CVariableWrite(context, 6, CData(reinterpret_cast<const unsigned char*>(bytes.data()), 3))) +
-        wire(CEvent(context, 4)) + wire(CMessage(6, 2, "hello")) + wire(CInitialState(7, 1, 2, 8, 9)) +
-        wire(CTransition(7, 1, 9, 8, 10)) + wire(CTraceBroken(CCoreContext(11, 1, 2, 0)));
+        wireOf(CTimestamp(0, std::uint64_t{1'000'000})) + traceOfSteps("=#3 level =!4 alarm") +
+        wireOf(CVariableDefine(context, 6, 1, "speed")) + wireOf(CStateMachineDefine(7, "door")) +
+        wireOf(CStateMachineInstanceDefine(7, 1, "front")) + wireOf(CStateDefine(7, 2, "open")) +
+        wireOf(CTransitionDefine(7, 3, 2, 9, "push")) + wireOf(CSync(CCoreContext(16, 3, 4, 0x100))) +
+        wireOf(CRelCounterValue(CRelCoreContext(1, 0), 3, TCounter_t(std::uint64_t{17}))) +
+        wireOf(CCounterValueDim1(context, 3, TCounter_t(std::uint64_t{18}), TCounterIdx_t(std::uint64_t{5}))) +
+        wireOf(CVariableWrite(context, 6, CData(reinterpret_cast<const unsigned char*>(bytes.data()), 3))) +
+        wireOf(CEvent(context, 4)) + wireOf(CMessage(6, 2, "hello")) + wireOf(CInitialState(7, 1, 2, 8, 9)) +
+        wireOf(CTransition(7, 1, 9, 8, 10)) + wireOf(CTraceBroken(CCoreContext(11, 1, 2, 0)));
     const TemporaryDirectory directory;
     const TraceTables tables({directory.write("trace.qvx", trace)});
     struct Case {
@@ -467,8 +463,8 @@ TEST(TraceTables, TellWhatCountersAreOf) {
     const TemporaryDirectory directory;
     const TraceTables tables({directory.write(
         "trace.qvx", traceOfSteps("#1 1 7 5 #2 1 7 1.5 #3 1 7 -5") +
-                         wire(CCounterValue(CCoreContext(1, 1, 7, 0), 4, TCounter_t(std::uint64_t{1} << 63))) +
-                         wire(CCounterValue(CCoreContext(2, 1, 7, 0), 4, TCounter_t(std::uint64_t{1}))))});
+                         wireOf(CCounterValue(CCoreContext(1, 1, 7, 0), 4, TCounter_t(std::uint64_t{1} << 63))) +
+                         wireOf(CCounterValue(CCoreContext(2, 1, 7, 0), 4, TCounter_t(std::uint64_t{1}))))});
     EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Counters), "counter_id value integer bits"),
               "1 5 5 5|2 1.5 - 4609434218613702656|3 -5 -5 -5|4 9.22337e+18 - -9223372036854775808|4 1 1 1");
 }
@@ -516,7 +512,7 @@ TEST(TraceTables, TellWhatIsLost) {
     const std::string unknown("\x20\x02xy", 4);
     EXPECT_EQ(lossesOf(calls + unknown + unknown + calls), at(0) + " damage 8 15");
     EXPECT_EQ(lossesOf(calls + unknown), at(0) + " damage 4 15");
-    const std::string enabled = wire(CTraceEnabled(1000, SFrameConfig()));
+    const std::string enabled = wireOf(CTraceEnabled(1000, SFrameConfig()));
     EXPECT_EQ(lossesOf(enabled + calls).substr(0, 8), std::to_string(enabled.size() + calls.size()) + " end");
 }
 
@@ -540,7 +536,7 @@ TEST(TraceTables, GiveTheColumnsThatAreAskedFor) {
     const TemporaryDirectory directory;
     const TraceTables tables({directory.write("trace.qvx", traceOfSteps("=1 one +1 10 7 -1 15 7"))});
     for (const TraceTable table : kTraceTables) {
-        EXPECT_EQ(tableOf(tableFacts(table).name), table);
+        EXPECT_EQ(Quorvex::tableOf(tableFacts(table).name), table);
         const std::vector<Row> all = rowsOf(tables, table);
         for (const TableColumn& column : tableFacts(table).columns) {
             const std::vector<Row> one = rowsOf(tables, table, {.columns = {column.name}});

@@ -34,6 +34,9 @@ private:
 
 /// The bytes of a packet as it writes itself.
 std::string wireOf(CPacket& packet);
+inline std::string wireOf(CPacket&& packet) {
+    return wireOf(packet);
+}
 
 /// And back.
 PacketPointer packetOf(const std::string& wire);
