@@ -543,7 +543,7 @@ TEST(TraceTables, GiveTheColumnsThatAreAskedFor) {
             EXPECT_EQ(linesOf(one, column.name), linesOf(all, column.name)) << column.name;
         }
     }
-    EXPECT_EQ(tableOf("no such table"), std::nullopt);
+    EXPECT_EQ(Quorvex::tableOf("no such table"), std::nullopt);
 }
 
 TEST(TableFacts, AreThoseOfTheDocument) {
