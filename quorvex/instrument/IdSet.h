@@ -31,9 +31,9 @@ private:
     bool grow();
     void release();
 
-    static constexpr unsigned kFew = 512; ///< ids below it are small, and a bit each
+    static constexpr unsigned kFew = 128; ///< ids below it are small, and a bit each
     static constexpr unsigned kBits = 32;
-    static constexpr unsigned kOwnSlots = 16;
+    static constexpr unsigned kOwnSlots = 8;
     static constexpr unsigned kFirstSlots = 1024;
 
     std::array<std::uint32_t, kFew / kBits> m_few{};
