@@ -32,7 +32,7 @@ char* putColumn(char* to, const char* begin, const char* end, std::size_t width)
 char* putFraction(char* to, std::uint32_t nanoseconds) {
     *to++ = '.';
     *to++ = static_cast<char>('0' + nanoseconds / kEightDigits);
-    storeLittleEndian(to, decimalDigits(nanoseconds % kEightDigits) + kZeros);
+    storeLittleEndian(to, decimalDigits(static_cast<std::uint32_t>(nanoseconds % kEightDigits)) + kZeros);
     return to + 8;
 }
 
