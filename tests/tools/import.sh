@@ -235,7 +235,7 @@ with open('session/ust/stream', 'wb') as out:
     out.write(packet(0, 0, (5, 2, who), (1000003, 0, who, u64(0x401000, 1)), (1000004, 0, who, u64(0x402000, 2)),
                      (1000005, 1, who, u64(0x402000, 2)), (1000006, 1, who, u64(0x401000, 1)), (1000006, 2, who),
                      (1000007, 0, who, u64(0x10000000 + int(sys.argv[2], 16), 1)),
-                     (1000008, 3, who, u64(0x10000000, 1 << 20), text(sys.argv[1]), u8(1))))
+                     (1000008, 3, who, u64(0x10000000, 1 << 27), text(sys.argv[1]), u8(1))))
 PY
     imports_file 3 session
     says 'not kept: call sites (5), ends of calls that have not begun (1), events before time 0 (1), events that the tracer discarded (5), events without a time (1), rows of values (2), values of more than 63 bits (1)'
