@@ -22,7 +22,7 @@ public:
     std::string_view value(std::string_view key) const { return find(key, false); }
     /// A decimal number, or one in hexadecimal digits behind "0x".
     std::uint64_t number(std::string_view key) const;
-    /// The last value, with the bytes that \xNN stands for.
+    /// The last value, with the bytes that `\xNN` stands for.
     std::string text(std::string_view key) const;
     /// Bytes that are told by hexadecimal digits; none for "-".
     std::string bytes(std::string_view key) const;

@@ -41,9 +41,9 @@ struct TableColumn {
 
 /// What a table is.
 struct TableFacts {
-    const char* name;    ///< as it is asked for: "spans"
-    const char* meaning; ///< of its rows, in a few words
-    std::span<const TableColumn> columns;
+    const char* name;                     ///< as it is asked for: "spans"
+    const char* meaning;                  ///< of its rows, in a few words
+    std::span<const TableColumn> columns; ///< in their order
 };
 
 /// All of them, by their TraceTable.
