@@ -15,7 +15,7 @@ std::condition_variable g_ordered;
 std::queue<int> g_minutes; ///< what the orders take; 0: that is all
 
 void order(int minutes) {
-    QUORVEX_LOCK(g_orders);
+    const std::lock_guard lock(g_orders);
     g_minutes.push(minutes);
     QUORVEX_TRACE_COUNTER("orders", "pieces", g_minutes.size());
     g_ordered.notify_one();
@@ -39,7 +39,7 @@ void cook(const char* name) {
             QUORVEX_TRACE_SCOPE("fry");
             std::this_thread::sleep_for(std::chrono::milliseconds(minutes));
         }
-        if (minutes > 4)
+        if (minutes > 30)
             QUORVEX_TRACE_EVENT("burnt");
     }
 }
@@ -49,8 +49,8 @@ void cook(const char* name) {
 int main() {
     QUORVEX_TRACE_PROCESS("kitchen");
     std::thread one(cook, "Ada"), other(cook, "Ben");
-    for (int minutes = 3; minutes < 6; ++minutes) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    for (int minutes = 20; minutes <= 40; minutes += 10) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
         order(minutes);
         order(minutes);
     }
