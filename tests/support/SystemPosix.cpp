@@ -16,6 +16,7 @@
 
 #if defined(__linux__)
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <ucontext.h>
 #endif
 
@@ -24,6 +25,9 @@ namespace Quorvex::test {
 namespace {
 
 [[noreturn]] void become(const Program& program) {
+#if defined(__linux__)
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // one that records until it is killed must not outlive a test that is ended
+#endif
     const int told = chdir(program.directory.c_str()) == 0 ? creat("told", 0600) : -1;
     if (told < 0 || dup2(told, STDOUT_FILENO) < 0)
         _exit(126);
