@@ -33,6 +33,9 @@ for file in share/man/man1/qvx.1 share/bash-completion/completions/qvx share/zsh
     [ -s "$file" ] || fail "not installed: $file"
 done
 bin/qvx --version >/dev/null || fail 'qvx does not run'
+for verb in $(bin/qvx help | sed -n '/^Subcommands/,/^$/s/^  \([a-z]*\) .*/\1/p'); do
+    grep -qx "\.B qvx $verb" share/man/man1/qvx.1 || fail "the manual page does not tell of $verb"
+done
 
 cd share/doc/quorvex
 for file in README.md LICENSE CHANGELOG.md docs/guide.md docs/format.md docs/kinds.json examples/quickstart.cpp; do
