@@ -111,6 +111,10 @@ bool vanishes(int descriptor, bool does) {
 /// Guards the list of files, which the thread that is told of the end of the process looks through.
 std::mutex g_files;
 
+struct FilesHeld {
+    std::lock_guard<std::mutex> lock{g_files};
+};
+
 } // namespace
 
 FileStatus FileStatus::of(const std::string& path) {
@@ -231,11 +235,7 @@ bool OutputFile::pause() {
         return true;
     m_identity = FileStatus::of(m_descriptor).identity;
     m_position = _telli64(m_descriptor);
-    // Open, it would vanish by itself; closed, it is one of the list.
-    {
-        const std::lock_guard lock(g_files);
-        m_next = std::exchange(g_first, this);
-    }
+    remember(); // open, it would vanish by itself
     vanishes(m_descriptor, false);
     m_error = _close(m_descriptor) == 0 ? 0 : errno;
     m_descriptor = -1;
@@ -264,19 +264,8 @@ bool OutputFile::resume() {
     return seek(static_cast<std::uint64_t>(m_position));
 }
 
-void OutputFile::forget() {
-    const std::lock_guard lock(g_files);
-    OutputFile** at = &g_first;
-    while (*at && *at != this)
-        at = &(*at)->m_next;
-    if (*at)
-        *at = m_next;
-    m_next = nullptr;
-    m_path.clear();
-}
-
 void OutputFile::removeAll(int) {
-    const std::lock_guard lock(g_files);
+    const FilesHeld held;
     for (const OutputFile* file = g_first; file; file = file->m_next)
         DeleteFileA(file->m_path.c_str());
 }
@@ -298,20 +287,20 @@ namespace {
 constexpr int kSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2, SIGXCPU, SIGVTALRM};
 
 /// Holds signals back: their handler finds the list of files and the file system in accord.
-class SignalsHeld {
+class FilesHeld {
 public:
-    SignalsHeld() {
+    FilesHeld() {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_BLOCK, &all, &m_before);
     }
-    ~SignalsHeld() {
+    ~FilesHeld() {
         const int error = errno;
         pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
         errno = error;
     }
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
+    FilesHeld(const FilesHeld&) = delete;
+    FilesHeld& operator=(const FilesHeld&) = delete;
 
 private:
     sigset_t m_before{};
@@ -382,13 +371,12 @@ FileStatus FileStatus::of(int descriptor) {
 
 bool OutputFile::create(const std::string& directory) {
     close();
-    const SignalsHeld held;
+    const FilesHeld held;
     for (int tries = 0; tries < kMostTries; ++tries) {
         m_path = nameIn(directory);
         m_descriptor = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
         if (is_open()) {
-            m_next = g_first;
-            g_first = this;
+            remember();
             return true;
         }
         if (errno != EEXIST)
@@ -462,7 +450,7 @@ bool OutputFile::place(const std::string& path, bool replaces) {
     const bool isOwners = exists && fchown(m_descriptor, old.st_uid, old.st_gid) == 0;
     const mode_t mode = exists ? old.st_mode & (isOwners ? 07777 : 01777) : 0666 & ~umaskOfProcess();
     fchmod(m_descriptor, mode); // not all file systems have modes
-    const SignalsHeld held;
+    const FilesHeld held;
     const std::string from = m_path;
     forget();
     // A file that has come to be there in the meantime is not replaced: a new name is made first, for the file itself
@@ -513,19 +501,9 @@ bool OutputFile::resume() {
 void OutputFile::unname() {
     if (m_path.empty())
         return;
-    const SignalsHeld held;
+    const FilesHeld held;
     unlink(m_path.c_str());
     forget();
-}
-
-void OutputFile::forget() {
-    OutputFile** at = &g_first;
-    while (*at && *at != this)
-        at = &(*at)->m_next;
-    if (*at)
-        *at = m_next;
-    m_next = nullptr;
-    m_path.clear();
 }
 
 bool OutputFile::close() {
@@ -565,5 +543,21 @@ void OutputFile::prepareProcess() {
 }
 
 #endif
+
+void OutputFile::remember() {
+    const FilesHeld held;
+    m_next = std::exchange(g_first, this);
+}
+
+void OutputFile::forget() {
+    const FilesHeld held;
+    OutputFile** at = &g_first;
+    while (*at && *at != this)
+        at = &(*at)->m_next;
+    if (*at)
+        *at = m_next;
+    m_next = nullptr;
+    m_path.clear();
+}
 
 } // namespace Quorvex::platform

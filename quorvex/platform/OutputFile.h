@@ -83,6 +83,7 @@ public:
 
 private:
     bool failed();
+    void remember();
     void forget();
     static void removeAll(int signal);
 
@@ -91,7 +92,7 @@ private:
     std::string m_path;          ///< its name until it is placed
     FileIdentity m_identity;     ///< while it is paused
     std::int64_t m_position = 0; ///< likewise
-    // All that have such a name, for the handler of signals.
+    // All that have such a name, for whoever is told of the end of the process.
     OutputFile* m_next = nullptr;
     static OutputFile* g_first;
 };
