@@ -6,14 +6,13 @@
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TraceCheck.h"
-#include "quorvex/analysis/TraceError.h"
 #include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
 
 #include <memory>
+#include <ostream>
 #include <string>
-#include <vector>
 
 namespace qvx {
 
@@ -48,8 +47,8 @@ void show(std::ostream& out, CheckFormat format, const std::string& file, const 
     out << line.text();
 }
 
-/// Checks one file; how many findings there are.
-std::uint64_t checkFile(const CheckOptions& options, const std::string& file, std::ostream& out) {
+/// Checks one file.
+ExitCode check(const CheckOptions& options, const std::string& file, std::ostream& out) {
     TraceInput input(file);
     const std::uint64_t most = options.limit == kAll && options.format == CheckFormat::Text ? kShown : options.limit;
     std::uint64_t findings = 0;
@@ -63,25 +62,7 @@ std::uint64_t checkFile(const CheckOptions& options, const std::string& file, st
         qvx::print(out, "{}: {}\n", shown(input.name()),
                    findings == 0 ? "whole and legal" : fmt::format("{} finding{}{}", findings, plural(findings), left));
     }
-    return findings;
-}
-
-ExitCode check(CheckOptions& options) {
-    const std::vector<std::string> files = options.inputs.files();
-    options.output.check(files);
-    std::ostream& out = options.output.target().open();
-    ExitCode exitCode = Done;
-    for (const std::string& file : files) {
-        try {
-            if (checkFile(options, file, out) > 0 && exitCode == Done)
-                exitCode = DoneWithLoss;
-        } catch (const TraceError& error) { // the others can be checked all the same
-            tell(error.what());
-            exitCode = Failed;
-        }
-    }
-    options.output.target().commit();
-    return exitCode;
+    return findings == 0 ? Done : DoneWithLoss;
 }
 
 } // namespace
@@ -96,7 +77,10 @@ void addCheck(Program& program) {
     options->output.addOptions(verb);
     verb.footer("Example: qvx check traces/*.qvx\n"
                 "In brackets stands the rule that a finding is about. Exit code 3 tells that there are any.");
-    verb.runs([options] { return check(*options); });
+    verb.runs([options] {
+        return eachByItself(options->inputs, options->output,
+                            [&](const std::string& file, std::ostream& out) { return check(*options, file, out); });
+    });
 }
 
 } // namespace qvx

@@ -6,11 +6,10 @@
 #include "TraceInput.h"
 #include "Verbs.h"
 #include "quorvex/analysis/TraceDigest.h"
-#include "quorvex/analysis/TraceError.h"
 
 #include <memory>
+#include <ostream>
 #include <string>
-#include <vector>
 
 namespace qvx {
 
@@ -22,30 +21,17 @@ struct DigestOptions {
     Output output;
 };
 
-ExitCode digest(DigestOptions& options) {
-    const std::vector<std::string> files = options.inputs.files();
-    options.output.check(files);
-    std::ostream& out = options.output.target().open();
-    ExitCode exitCode = Done;
-    for (const std::string& file : files) {
-        try {
-            Selection selection(options.selection);
-            selection.begin({file});
-            TraceInput input(file);
-            const std::string digits =
-                options.selection.isAsked()
-                    ? Quorvex::digestOf(input, [&](const Quorvex::CTraceCursor& at) { return selection.takes(0, at); })
-                    : Quorvex::digestOf(input);
-            qvx::print(out, "{}  {}\n", shown(file), digits);
-            if (const ExitCode damage = input.reportDamage(); damage != Done && exitCode == Done)
-                exitCode = damage;
-        } catch (const Quorvex::TraceError& error) { // the others have theirs all the same
-            tell(error.what());
-            exitCode = Failed;
-        }
-    }
-    options.output.target().commit();
-    return exitCode;
+/// Shows the digest of one file.
+ExitCode digest(const DigestOptions& options, const std::string& file, std::ostream& out) {
+    Selection selection(options.selection);
+    selection.begin({file});
+    TraceInput input(file);
+    const std::string digits =
+        options.selection.isAsked()
+            ? Quorvex::digestOf(input, [&](const Quorvex::CTraceCursor& at) { return selection.takes(0, at); })
+            : Quorvex::digestOf(input);
+    qvx::print(out, "{}  {}\n", shown(file), digits);
+    return input.reportDamage();
 }
 
 } // namespace
@@ -62,7 +48,10 @@ void addDigest(Program& program) {
         "of their packets in absolute form. Of a damaged trace it is that of what can be read. Only packets that\n"
         "are selected count: traces that share it then are those in which `qvx diff` with the same options\n"
         "finds no difference.");
-    verb.runs([options] { return digest(*options); });
+    verb.runs([options] {
+        return eachByItself(options->inputs, options->output,
+                            [&](const std::string& file, std::ostream& out) { return digest(*options, file, out); });
+    });
 }
 
 } // namespace qvx

@@ -1,8 +1,11 @@
 #include "TraceInput.h"
 
+#include "Inputs.h"
+#include "Output.h"
 #include "TracePart.h"
 #include "Work.h"
 #include "quorvex/analysis/Merged.h"
+#include "quorvex/analysis/TraceError.h"
 #include "quorvex/stream/PageFormat.h"
 
 #include <fmt/format.h>
@@ -132,6 +135,25 @@ ExitCode reportDamage(const TracePages& pages, bool isEndMissing) {
     if (isEndMissing)
         tell(pages.name() + ": the end of the trace is missing");
     return pages.damage().places > 0 || isEndMissing ? DoneWithLoss : Done;
+}
+
+ExitCode eachByItself(const Inputs& inputs, Output& output,
+                      const std::function<ExitCode(const std::string& file, std::ostream& out)>& work) {
+    const std::vector<std::string> files = inputs.files();
+    output.check(files);
+    std::ostream& out = output.target().open();
+    ExitCode exitCode = Done;
+    for (const std::string& file : files) {
+        try {
+            if (const ExitCode its = work(file, out); exitCode == Done)
+                exitCode = its;
+        } catch (const TraceError& error) {
+            tell(error.what());
+            exitCode = Failed;
+        }
+    }
+    output.target().commit();
+    return exitCode;
 }
 
 void addAll(Merged& merged, const std::vector<std::string>& files) {

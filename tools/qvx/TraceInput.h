@@ -5,7 +5,9 @@
 #include "quorvex/analysis/TracePages.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,9 @@ class Merged;
 } // namespace Quorvex
 
 namespace qvx {
+
+class Inputs;
+class Output;
 
 using Quorvex::PacketPointer;
 
@@ -43,6 +48,11 @@ ExitCode reportDamage(const Quorvex::TraceFile& trace);
 /// Tells of what was stepped over in a trace that has been copied, and of an end that is missing; the exit code that
 /// follows.
 ExitCode reportDamage(const Quorvex::TracePages& pages, bool isEndMissing);
+
+/// Does `work` with each of the traces by itself, whose text goes to the output. One that cannot be read is told of and
+/// makes the verb fail when all others are done; else the exit code is the first that is not Done.
+ExitCode eachByItself(const Inputs& inputs, Output& output,
+                      const std::function<ExitCode(const std::string& file, std::ostream& out)>& work);
 
 /// Adds all files to a merge.
 void addAll(Quorvex::Merged& merged, const std::vector<std::string>& files);
