@@ -101,7 +101,7 @@ void RowTable::makePacket(Batches& rows, const CTraceCursor& packet) const {
         return;
     (*batch)[at(kPackets, "kind")].setNumber(row, m_kinds[code]);
     setKnown(*batch, at(kPackets, "core"), row, place.core);
-    setKnown(*batch, at(kPackets, "thread"), row, place.thread);
+    m_file.setThread<kPackets>(*batch, row, place.thread);
     setAddress(*batch, at(kPackets, "address"), row, place.address);
     const TableLayout& layout = m_file.layout;
     if (layout.wants(at(kPackets, "id")) || layout.wants(at(kPackets, "name"))) {
@@ -134,7 +134,7 @@ void RowTable::makeCounter(Batches& rows, const CTraceCursor& packet) const {
     if (!batch)
         return;
     setKnown(*batch, at(kCounters, "core"), row, place.core);
-    setKnown(*batch, at(kCounters, "thread"), row, place.thread);
+    m_file.setThread<kCounters>(*batch, row, place.thread);
     const std::string_view payload = behind(packet, 0);
     const std::uint32_t id = fourBytes(payload.data());
     batch->setUnsigned(at(kCounters, "counter_id"), row, id);
@@ -181,7 +181,7 @@ void RowTable::makeVariable(Batches& rows, const CTraceCursor& packet) const {
     if (!batch)
         return;
     setKnown(*batch, at(kVariables, "core"), row, place.core);
-    setKnown(*batch, at(kVariables, "thread"), row, place.thread);
+    m_file.setThread<kVariables>(*batch, row, place.thread);
     setAddress(*batch, at(kVariables, "address"), row, place.address);
     const std::uint32_t id = fourBytes(behind(packet, 0).data());
     batch->setUnsigned(at(kVariables, "variable_id"), row, id);
@@ -198,7 +198,7 @@ void RowTable::makeEvent(Batches& rows, const CTraceCursor& packet) const {
     if (!batch)
         return;
     setKnown(*batch, at(kEvents, "core"), row, place.core);
-    setKnown(*batch, at(kEvents, "thread"), row, place.thread);
+    m_file.setThread<kEvents>(*batch, row, place.thread);
     setAddress(*batch, at(kEvents, "address"), row, place.address);
     const std::uint32_t id = fourBytes(behind(packet, 0).data());
     batch->setUnsigned(at(kEvents, "event_id"), row, id);

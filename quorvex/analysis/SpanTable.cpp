@@ -42,7 +42,7 @@ void SpanTable::set(TableBatch& rows, std::size_t row, const Span& span) const {
             rows[column].setNull(row);
     };
     rows[at(kSpans, "file")].setNumber(row, m_file.number);
-    number(at(kSpans, "thread"), static_cast<std::int64_t>(span.thread), span.thread < kUnknownThread);
+    m_file.setThread<kSpans>(rows, row, span.thread < kUnknownThread ? static_cast<std::uint32_t>(span.thread) : ~0U);
     number(at(kSpans, "core"), span.core, span.core != kNoCore);
     number(at(kSpans, "process"), span.process, span.process >= 0);
     number(at(kSpans, "function_id"), span.id, span.id != kNoFunction);

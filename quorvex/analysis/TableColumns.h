@@ -22,6 +22,8 @@ inline constexpr TableColumn kTime{"time_ns", "l",  kPlain,
                                    kNullable, "ns", "the same since tick 0; null where the file tells no clock"};
 inline constexpr TableColumn kCore{"core", "l", kPlain, kNullable, "", "where: the core"};
 inline constexpr TableColumn kThread{"thread", "l", kPlain, kNullable, "", "in which thread"};
+inline constexpr TableColumn kThreadName{"thread_name", "u", kName,
+                                         kNullable,     "",  "what that is called, or else its program"};
 inline constexpr TableColumn kAddress{"address", "l", kPlain,
                                       kNullable, "",  "of the instruction, its 64 bits as a signed number"};
 inline constexpr TableColumn kValue{
@@ -32,6 +34,7 @@ inline constexpr TableColumn kData{"data", "z", kPlain, kGiven, "", "the bytes t
 inline constexpr TableColumn kSpans[] = {
     kFile,
     {"thread", "l", kPlain, kNullable, "", "in which thread; null where that is not known, then by core"},
+    kThreadName,
     {"core", "l", kPlain, kNullable, "", "on which it is entered; without an enter, left"},
     {"process", "l", kPlain, kNullable, "", "that its core has entered by then, by its number"},
     {"function_id", "l", kPlain, kNullable, "", "the function's number in its file"},
@@ -62,6 +65,7 @@ inline constexpr TableColumn kPackets[] = {
     {"kind", "u", kName, kGiven, "", "the name of its kind, of a relative one that of the absolute"},
     kCore,
     kThread,
+    kThreadName,
     kAddress,
     {"id", "l", kPlain, kNullable, "", "the number of what it is about: of the function that is entered"},
     {"name", "u", kName, kNullable, "", "the name of that"},
@@ -77,6 +81,7 @@ inline constexpr TableColumn kFunctions[] = {
 inline constexpr TableColumn kThreads[] = {
     kFile,
     {"thread", "l", kPlain, kNullable, "", "its number; null for packets of no known thread"},
+    kThreadName,
     {"packets", "l", kPlain, kGiven, "", "how many tell that they are of it"},
     {"first_tick", "l", kPlain, kNullable, "ticks", "the lowest tick of these"},
     {"last_tick", "l", kPlain, kNullable, "ticks", "the highest one"},
@@ -91,6 +96,7 @@ inline constexpr TableColumn kCounters[] = {
     kTime,
     kCore,
     kThread,
+    kThreadName,
     {"counter_id", "l", kPlain, kGiven, "", "the counter's number in its file"},
     {"counter", "u", kName, kNullable, "", "its name"},
     {"value", "g", kPlain, kNullable, "", "its value; null where it has more than 64 bits"},
@@ -107,6 +113,7 @@ inline constexpr TableColumn kVariables[] = {
     kTime,
     kCore,
     kThread,
+    kThreadName,
     kAddress,
     {"variable_id", "l", kPlain, kGiven, "", "the variable's number in its file"},
     {"variable", "u", kName, kNullable, "", "its name"},
@@ -122,6 +129,7 @@ inline constexpr TableColumn kEvents[] = {
     kTime,
     kCore,
     kThread,
+    kThreadName,
     kAddress,
     {"event_id", "l", kPlain, kGiven, "", "the event's number in its file"},
     {"event", "u", kName, kNullable, "", "its name"},

@@ -6,12 +6,14 @@
 #include "quorvex/analysis/CounterType.h"
 #include "quorvex/analysis/Directory.h"
 #include "quorvex/analysis/TableBatch.h"
+#include "quorvex/analysis/TableColumns.h"
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/packets/KindFacts.h"
 #include "quorvex/stream/TraceCursor.h"
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace Quorvex::detail {
@@ -77,6 +79,11 @@ struct TableFile {
         else
             rows[column].setNull(row);
     }
+    /// Sets the number of a thread, all ones where it is not known, and its name.
+    template <const auto& Columns> void setThread(TableBatch& rows, std::size_t row, std::uint32_t thread) const {
+        using columns::at;
+        setThread(rows, at(Columns, "thread"), at(Columns, "thread_name"), row, thread);
+    }
     /// Sets a number of ticks, all ones where it is not known, and the same in nanoseconds.
     void setTicks(TableBatch& rows, unsigned column, unsigned inNanoseconds, std::size_t row,
                   std::uint64_t ticks) const {
@@ -92,14 +99,29 @@ struct TableFile {
         return isAll || (tick != kUnknown64 && tick >= window.from && tick < window.to);
     }
 
+    using Threads = Directory<std::uint32_t, std::int32_t>;
+
     const TableLayout& layout;
     std::int64_t number = 0;
     std::uint64_t frequency = 0; ///< ticks in a second; 0 where that is not known
     TickWindow window;
     bool isRange = false; ///< there may be packets before and behind
     std::array<Directory<std::uint64_t, std::int32_t>, static_cast<std::size_t>(TextSort::Transition) + 1> names;
+    Threads threads;                                 ///< indices of the names that the file gives them
+    const Threads* othersThreads = nullptr;          ///< likewise any file
     Directory<std::uint64_t, std::uint32_t> targets; ///< states that transitions lead to (CTraceNames::pair)
     Directory<std::uint32_t, CounterSort> counters;
+
+private:
+    void setThread(TableBatch& rows, unsigned column, unsigned name, std::size_t row, std::uint32_t thread) const {
+        rows.setUnsigned(column, row, thread == ~0U ? kUnknown64 : thread);
+        if (!layout.wants(name))
+            return;
+        const std::int32_t* index = threads.find(thread);
+        if (!index && othersThreads)
+            index = othersThreads->find(thread);
+        rows.set(name, row, index ? std::optional<std::int64_t>(*index) : std::nullopt);
+    }
 };
 
 } // namespace Quorvex::detail

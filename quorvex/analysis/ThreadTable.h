@@ -49,7 +49,7 @@ public:
             TableBatch& batch = batchFor(rows, m_file.layout);
             const std::size_t row = batch.add();
             batch[at(kThreads, "file")].setNumber(row, m_file.number);
-            batch.setUnsigned(at(kThreads, "thread"), row, number == ~0U ? kUnknown64 : number);
+            m_file.setThread<kThreads>(batch, row, number);
             batch.setUnsigned(at(kThreads, "packets"), row, its.packets);
             m_file.setTicks(batch, at(kThreads, "first_tick"), at(kThreads, "first_ns"), row, its.first);
             m_file.setTicks(batch, at(kThreads, "last_tick"), at(kThreads, "last_ns"), row, its.last);

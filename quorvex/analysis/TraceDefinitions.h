@@ -2,6 +2,7 @@
 
 #include "quorvex/analysis/CounterType.h"
 #include "quorvex/analysis/Directory.h"
+#include "quorvex/analysis/RecordedFact.h"
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -12,12 +13,13 @@
 
 namespace Quorvex::detail {
 
-/// The definitions of a piece of a trace, as the bytes of a trace.
+/// The definitions of a piece of a trace, and what tells names of threads, as the bytes of a trace.
 class TraceDefinitions {
 public:
     void note(const CTraceCursor& packet) {
         const KindFacts& facts = factsOf(packet.TraceCode());
-        if (facts.role == Role::Definition || (packet.TraceCode() == Timestamp && !m_hasClock))
+        if (facts.role == Role::Definition || (packet.TraceCode() == Timestamp && !m_hasClock) ||
+            (packet.TraceCode() == Message && RecordedFact(packet.text()).isName()))
             add(packet);
         else if (facts.isCounterValue)
             count(packet);

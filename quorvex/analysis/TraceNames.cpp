@@ -237,9 +237,10 @@ std::string CTraceNames::threadText(std::uint32_t thread, unsigned process) cons
     return "thread " + std::to_string(thread) + (title.empty() ? "" : " (" + title + ")");
 }
 
-std::vector<std::uint32_t> CTraceNames::threads() const {
+std::vector<std::uint32_t> CTraceNames::threads(unsigned process) const {
+    const auto& threads = m_numbers->threads;
     std::vector<std::uint32_t> numbers;
-    for (auto at = m_numbers->threads.lower_bound({kAnyProcess, 0}); at != m_numbers->threads.end(); ++at)
+    for (auto at = threads.lower_bound({process, 0}); at != threads.end() && at->first.first == process; ++at)
         numbers.push_back(at->first.second);
     return numbers;
 }

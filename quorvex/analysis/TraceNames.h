@@ -127,8 +127,8 @@ public:
     std::string threadTitle(std::uint32_t thread, unsigned process = kAnyProcess) const;
     /// The same with its number: "thread 8 (main)"; "thread 8" where nothing is told.
     std::string threadText(std::uint32_t thread, unsigned process = kAnyProcess) const;
-    /// Those of which something is told, in their order.
-    std::vector<std::uint32_t> threads() const;
+    /// Those of which a process tells something, in their order.
+    std::vector<std::uint32_t> threads(unsigned process = kAnyProcess) const;
     static constexpr unsigned kAnyProcess = ~0U; ///< whichever has told of it last
 
     /// What is known of a number.

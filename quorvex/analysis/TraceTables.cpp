@@ -148,10 +148,8 @@ struct Knowledge {
         }
         for (std::size_t file = 0; file < files.size(); ++file) {
             CTraceCursor cursor(definitions[file]);
-            while (cursor.next()) {
-                if (factsOf(cursor.TraceCode()).role == Role::Definition)
-                    names.note(*PacketPointer(cursor.packet()), static_cast<unsigned>(file));
-            }
+            while (cursor.next())
+                names.note(*PacketPointer(cursor.packet()), static_cast<unsigned>(file));
         }
         isNamed = true;
     }
@@ -306,6 +304,9 @@ private:
                     if (factsOf(tagTCode(code)).hasClass && factsOf(tagTCode(code)).role != Role::Structure)
                         m_kinds[code] = names->add(CTCodeInfo::TCodeToName(absoluteKind(tagTCode(code))));
                 }
+            } else if (name == "thread_name") {
+                m_threadNames = names;
+                m_wantsNames = true;
             } else if (name == "reason") {
                 for (const char* reason : LossTable::kReasons)
                     names->add(reason);
@@ -328,8 +329,19 @@ private:
                 else if (bySort[sort])
                     m_indices.push_back({key, bySort[sort]->add(name.text)});
             }
+            for (unsigned file = 0; file < m_knowledge->files.size(); ++file)
+                noteThreads(m_threads, file);
+            noteThreads(m_threads, CTraceNames::kAnyProcess);
         }
         m_isPrepared = true;
+    }
+    /// Takes note of what a file, or any, calls threads; with the lock.
+    void noteThreads(TableFile::Threads& threads, unsigned file) {
+        const CTraceNames& names = m_knowledge->names;
+        for (const std::uint32_t thread : m_threadNames ? names.threads(file) : std::vector<std::uint32_t>()) {
+            if (const std::string& name = names.threadName(thread, file); !name.empty())
+                threads[thread] = m_threadNames->add(name);
+        }
     }
     /// Makes known of a file what its rows tell.
     void describe(TableFile& file, std::size_t number) {
@@ -347,6 +359,8 @@ private:
         }
         if (!m_wantsNames)
             return;
+        noteThreads(file.threads, static_cast<unsigned>(number));
+        file.othersThreads = &m_threads;
         CTraceCursor cursor(m_knowledge->definitions[number]);
         while (cursor.next()) {
             if (const auto value = TraceDefinitions::counterValue(cursor))
@@ -423,18 +437,31 @@ private:
     bool rangeOf(const TableInput& input, std::uint64_t& from) {
         m_until = UINT64_MAX;
         m_file->isRange = input.bytes != nullptr;
-        if (input.bytes || (m_options.firstPage == 0 && m_options.pages == UINT64_MAX))
+        const TickWindow& window = m_options.window;
+        const bool isByTime = (window.from > 0 || window.to != UINT64_MAX) && m_table != TraceTable::Spans &&
+                              m_table != TraceTable::Losses;
+        if (input.bytes || (m_options.firstPage == 0 && m_options.pages == UINT64_MAX && !isByTime))
             return true;
         TracePages pages(input.path);
+        if (m_options.watch)
+            pages.watchBy(*m_options.watch);
         if (!pages.arePages() || pages.isRecording())
             return m_options.firstPage == 0 && m_options.pages > 0;
         const std::uint64_t count = pages.count();
-        const std::uint64_t first = m_options.firstPage;
-        if (first >= count || m_options.pages == 0)
+        std::uint64_t first = std::min(m_options.firstPage, count);
+        std::uint64_t last = first + std::min(m_options.pages, count - first);
+        if (isByTime && pages.areInOrder()) {
+            // The pages beside those that tell of the time may have what is told a little early or late.
+            const std::uint64_t begin = pages::numberAt(pages.placeOf(window.from));
+            first = std::max(first, begin - std::min<std::uint64_t>(begin, 1));
+            if (window.to != UINT64_MAX)
+                last = std::min(last, pages::numberAt(pages.placeOf(window.to)) + 2);
+        }
+        if (first >= last)
             return false;
         from = pages::beginOf(first);
-        if (m_options.pages < count - first)
-            m_until = pages::beginOf(first + m_options.pages);
+        if (last < count)
+            m_until = pages::beginOf(last);
         m_file->isRange = from > 0 || m_until != UINT64_MAX;
         return true;
     }
@@ -449,7 +476,9 @@ private:
     std::vector<std::int32_t> m_kinds = std::vector<std::int32_t>(256);
     /// Where the dictionaries have the names that are wanted.
     std::vector<std::pair<CTraceNames::Key, std::int32_t>> m_indices;
-    bool m_wantsNames = false; ///< or what else is told by definitions
+    std::shared_ptr<detail::NameDictionary> m_threadNames;
+    TableFile::Threads m_threads; ///< by the names that any file gives them
+    bool m_wantsNames = false;    ///< or what else is told by definitions
     bool m_isPrepared = false;
     TraceShares m_shares;
     std::size_t m_nextFile = 0;

@@ -38,7 +38,9 @@ struct TableOptions {
     /// memory.
     std::uint64_t firstPage = 0;
     std::uint64_t pages = UINT64_MAX; ///< so many, as far as there are
-    TickWindow window{};              ///< rows of spans that reach into it, and other rows with a tick within
+    /// Rows of spans that reach into it, and other rows with a tick within. Where the pages of a file follow one
+    /// another in time, only those are read for the latter that can have some; what spans reach into, all pages tell.
+    TickWindow window{};
     std::vector<std::string> kinds{}; ///< rows of packets of those kinds only, as "FunctionEnter"; none: of all
     std::uint64_t rows = 65536;       ///< in a batch, at most
     unsigned threads = 0;             ///< that walk at a time; 0: one a processor

@@ -6,6 +6,7 @@
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/PacketKinds.h"
 #include "quorvex/stream/PageFormat.h"
+#include "quorvex/stream/ReadWatch.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/Golden.h"
@@ -16,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -495,6 +497,78 @@ TEST(TraceTables, ShareNamesAcrossFiles) {
     column.release(&column);
     EXPECT_EQ(column.release, nullptr);
     second.release(&second);
+}
+
+TEST(TraceTables, NameThreads) {
+    const auto fact = [](const char* text) { return wireOf(CMessage(1, CMessagePayload::kDebugLevel, text)); };
+    const std::string calls = traceOfSteps("@1000 +1 1 7 -1 2 7 +1 3 8 -1 4 8 +1 5 9 -1 6 9 +1 7 ? -1 8 ?");
+    const std::string marks = traceOfSteps("#1 1 7 5 !1 2 9");
+    const TemporaryDirectory directory;
+    const TraceTables tables(
+        {directory.write("a.qvx", fact("quorvex.thread pid=1 tid=7 name=first") + calls + marks +
+                                      fact("quorvex.thread pid=1 tid=7 name=ma in")),
+         directory.write("b.qvx", calls + fact("quorvex.thread pid=2 tid=8 name=other") +
+                                      fact("quorvex.thread pid=2 tid=9") + fact("quorvex.name pid=2 name=prog"))});
+    EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Spans), "file thread thread_name"),
+              "0 7 ma in|0 8 other|0 9 prog|0 - -|1 7 ma in|1 8 other|1 9 prog|1 - -");
+    EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Threads), "file thread thread_name packets"),
+              "0 7 ma in 3|0 8 other 2|0 9 prog 3|0 - - 2|1 7 ma in 2|1 8 other 2|1 9 prog 2|1 - - 2");
+    EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Counters), "thread thread_name"), "7 ma in");
+    EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Events), "thread thread_name"), "9 prog");
+    EXPECT_EQ(linesOf(rowsOf(tables, TraceTable::Packets, {.kinds = {"CounterValue"}}), "thread thread_name"),
+              "7 ma in");
+    // What a file tells goes before what others do.
+    const TraceTables both({directory.write("c.qvx", fact("quorvex.thread pid=1 tid=7 name=mine") + calls),
+                            directory.write("d.qvx", fact("quorvex.thread pid=2 tid=7 name=its") + calls)});
+    EXPECT_EQ(linesOf(rowsOf(both, TraceTable::Spans, {.window = {1, 2}}), "file thread_name"), "0 mine|1 its");
+}
+
+TEST(TraceTables, ReadOnlyThePagesOfAWindow) {
+    struct Count : ReadWatch {
+        void read(std::uint64_t bytes) override { all += bytes; }
+        std::atomic<std::uint64_t> all{0};
+    };
+    const TemporaryDirectory directory;
+    constexpr unsigned kPages = 40;
+    const std::string trace = manyCalls(6, kPages, 10);
+    const TraceTables paged({directory.write("paged.qvx", trace)});
+    const auto rows = [](const TraceTables& tables, TraceTable table, TickWindow window, std::uint64_t& bytes) {
+        Count count;
+        TableOptions options;
+        options.columns = {"file", table == TraceTable::Threads ? "first_tick" : "tick"};
+        options.window = window;
+        options.watch = &count;
+        const std::string lines = linesOf(rowsOf(tables, table, options), options.columns[1]);
+        bytes = count.all;
+        return lines;
+    };
+    std::uint64_t bytes = 0;
+    const std::string all = rows(paged, TraceTable::Messages, {}, bytes);
+    EXPECT_GE(bytes, trace.size());
+    const auto last = static_cast<std::uint64_t>(std::ranges::count(all, '|')) + 101;
+    const auto between = [&](std::uint64_t from, std::uint64_t to) {
+        std::string ticks;
+        for (std::uint64_t tick = std::max<std::uint64_t>(from, 101); tick < std::min(to, last + 1); ++tick)
+            ticks += (ticks.empty() ? "" : "|") + std::to_string(tick);
+        return ticks;
+    };
+    ASSERT_EQ(all, between(0, UINT64_MAX));
+    const std::uint64_t middle = last / 2;
+    for (const auto& [from, to] : std::initializer_list<TickWindow>{{0, 1},
+                                                                    {0, 300},
+                                                                    {middle, middle + 1},
+                                                                    {middle, middle + last / kPages},
+                                                                    {last, UINT64_MAX},
+                                                                    {last + 1, last + 9}}) {
+        EXPECT_EQ(rows(paged, TraceTable::Messages, {from, to}, bytes), between(from, to)) << from;
+        EXPECT_LT(bytes, 10 * kPageSize) << from;
+    }
+    EXPECT_EQ(rows(paged, TraceTable::Threads, {middle, middle + 1}, bytes), std::to_string(middle));
+    EXPECT_LT(bytes, 10 * kPageSize);
+    // Times that go back from page to page tell nothing of the pages.
+    const TraceTables twice({directory.write("twice.qvx", trace + trace)});
+    EXPECT_EQ(rows(twice, TraceTable::Messages, {middle, middle + 1}, bytes),
+              between(middle, middle + 1) + '|' + between(middle, middle + 1));
 }
 
 TEST(TraceTables, TellWhatIsLost) {
