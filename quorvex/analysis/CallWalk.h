@@ -33,6 +33,8 @@ inline PacketPointer objectOf(const CTraceCursor& packet) {
 ///     void leave(const Mark& mark);                     it ends, also outside the window
 ///     void count(const Mark& mark, const CallTime&);    then, if it is within
 ///
+/// Who needs no durations has a `timeOf()` of its own, which takes ticks for nanoseconds.
+///
 /// `PerThread` is what it keeps of each thread. All is in one class at compile time: this is run for every packet.
 template <class Calls, class Mark, class PerThread> class CallWalk {
 public:
@@ -114,34 +116,11 @@ protected:
 
     CTraceNames& names() { return m_names; }
     const TimeBase& clock() const { return m_clock; }
+    std::uint64_t timeOf(std::uint64_t ticks) const { return TimeBase::nanosecondsOf(ticks, m_clock.frequency()); }
     std::uint32_t process() const { return m_process; }
     /// Changes with each definition, by which an identifier may be another function.
     std::uint64_t namesGiven() const { return m_namesGiven; }
-    /// The thread of the last function packet.
-    const Thread& lastThread() const { return *m_last; }
-
-private:
-    Calls& calls() { return static_cast<Calls&>(*this); }
-
-    void define(const CPacket& packet) {
-        m_names.note(packet, m_process);
-        ++m_namesGiven;
-    }
-
-    template <class Packet> Thread& threadOf(const Packet& packet) {
-        // Of a thread that is not known, what runs on a core is taken for one.
-        const bool isKnown = !isUnknown(FieldMeaning::Context, packet.SWCtx());
-        const std::uint64_t key = isKnown ? packet.SWCtx() : std::uint64_t{1} << 32 | packet.HWCtx();
-        if (!m_last || key != m_lastKey) {
-            m_lastKey = key;
-            m_last = &m_threads.findOrMake(key, [&] { return Thread(packet.SWCtx()); });
-        }
-        const std::uint64_t tick = checkedTick(packet.Tick());
-        if (tick != kUnknown64)
-            m_last->tick = tick;
-        return *m_last;
-    }
-
+    /// What enters a function: a packet, or what tells its tick, core, thread and function as that does.
     template <class Enter> void enter(const Enter& packet, bool isTaken) {
         Thread& thread = threadOf(packet);
         const std::uint32_t id = packet.TgtFuncId();
@@ -154,6 +133,7 @@ private:
         m_summary.m_hiddenCalls += isTaken && !isKept;
     }
 
+    /// Likewise.
     template <class Leave> void leave(const Leave& packet, bool isTaken) {
         Thread& thread = threadOf(packet);
         const std::uint32_t id = packet.TgtFuncId();
@@ -162,6 +142,32 @@ private:
         m_summary.m_strayLeaves += isTaken && !left;
         for (std::size_t i = left.value_or(0); i > 0; --i)
             end(thread, i == 1);
+    }
+    /// The thread of the last function packet.
+    const Thread& lastThread() const { return *m_last; }
+
+private:
+    Calls& calls() { return static_cast<Calls&>(*this); }
+
+    void define(const CPacket& packet) {
+        m_names.note(packet, m_process);
+        ++m_namesGiven;
+    }
+
+    [[gnu::noinline]] void findThread(std::uint64_t key, std::uint32_t number) {
+        m_lastKey = key;
+        m_last = &m_threads.findOrMake(key, [number] { return Thread(number); });
+    }
+    template <class Packet> Thread& threadOf(const Packet& packet) {
+        // Of a thread that is not known, what runs on a core is taken for one.
+        const bool isKnown = !isUnknown(FieldMeaning::Context, packet.SWCtx());
+        const std::uint64_t key = isKnown ? packet.SWCtx() : std::uint64_t{1} << 32 | packet.HWCtx();
+        if (!m_last || key != m_lastKey)
+            findThread(key, packet.SWCtx());
+        const std::uint64_t tick = checkedTick(packet.Tick());
+        if (tick != kUnknown64)
+            m_last->tick = tick;
+        return *m_last;
     }
 
     /// Ends the innermost call of a thread.
@@ -175,7 +181,7 @@ private:
         if (call.from >= m_window.to || (call.from < m_window.from && thread.tick <= m_window.from))
             return;
         const std::uint64_t ticks = until > from ? until - from : 0;
-        const std::uint64_t duration = timeOf(ticks);
+        const std::uint64_t duration = calls().timeOf(ticks);
         if (call.isTaken) {
             calls().count(call.mark, {ticks, duration, duration - std::min(call.inner, duration), isLeft});
             m_first = std::min(m_first, from);
@@ -184,8 +190,6 @@ private:
         if (!thread.calls.empty())
             thread.calls.back().inner += duration;
     }
-
-    std::uint64_t timeOf(std::uint64_t ticks) const { return TimeBase::nanosecondsOf(ticks, m_clock.frequency()); }
 
     CallSummary& m_summary;
     TickWindow m_window;

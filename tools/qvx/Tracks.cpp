@@ -52,8 +52,10 @@ public:
         : CallWalk(summary, TickWindow(), all.m_names, file), m_all(all), m_file(file), m_tick(all.first()) {}
 
     void read(TraceInput& input) {
-        while (input.advance())
-            take(input.cursor());
+        struct All {
+            void join(All&&) {}
+        } all;
+        input.walkInParts(all, [this](All&, const CTraceCursor& packet) { take(packet); }, {.threads = 1});
         finish();
         for (auto& [core, run] : m_cores)
             endRun(core, run);
@@ -77,25 +79,31 @@ public:
     // What the walk calls.
     CallMark enter(Thread& thread, std::uint32_t id) {
         CallsOfThread& own = thread.own;
-        if (!own.track) {
-            own.track = &make({Rank::Calls, "function", "function",
-                               isUnknown(FieldMeaning::Context, thread.number)
-                                   ? fmt::format("core {}, thread not known", m_place.hwCtx)
-                                   : std::string(), // which is known in the end
-                               thread.number});
-        }
+        if (!own.track)
+            own.track = &callsOf(thread);
         CallsOfThread::Function& function = own.functions[id];
         if (function.names != namesGiven())
-            function = {m_all.m_functions.indexOf(names().numberOf(TextSort::Function, id, process())), namesGiven()};
+            function = {nameOf(id), namesGiven()};
         return {own.track, thread.tick, function.index, static_cast<std::uint32_t>(thread.calls.size())};
     }
     void leave(const CallMark&) {}
+    std::uint64_t timeOf(std::uint64_t ticks) const { return ticks; } // tracks tell when calls begin and end
     void count(const CallMark& mark, const CallTime& time) {
         put(*mark.track, {mark.from, mark.from + time.ticks, mark.name, mark.depth, !time.isLeft});
     }
 
 private:
     using Place = CCoreContext::Values;
+    /// What enters or leaves a function, as the walk asks for it.
+    struct Move {
+        const Place& place;
+        std::uint32_t function;
+
+        std::uint64_t Tick() const { return place.tick; }
+        std::uint32_t HWCtx() const { return place.hwCtx; }
+        std::uint32_t SWCtx() const { return place.swCtx; }
+        std::uint32_t TgtFuncId() const { return function; }
+    };
     /// What is entered in each other on a core.
     struct Nested {
         Track* track = nullptr;
@@ -115,8 +123,19 @@ private:
     void put(Track& track, const Span& span) const { put(track, track.spans, span); }
     template <class What> void put(Track& track, std::vector<What>& those, const What& what) const {
         those.push_back(what);
-        if (those.size() == m_all.m_batch)
+        if (those.size() == m_all.m_batch) [[unlikely]]
             m_all.take(track);
+    }
+    [[gnu::noinline]] Track& callsOf(const Thread& thread) {
+        return make({Rank::Calls, "function", "function",
+                     isUnknown(FieldMeaning::Context, thread.number)
+                         ? fmt::format("core {}, thread not known", m_place.hwCtx)
+                         : std::string(), // which is known in the end
+                     thread.number});
+    }
+    /// The index of the name that a function has now.
+    [[gnu::noinline]] std::uint32_t nameOf(std::uint32_t id) {
+        return m_all.m_functions.indexOf(names().numberOf(TextSort::Function, id, process()));
     }
     Track& trackOf(Rank rank, const char* sort, const char* table, const std::string& title) {
         Track*& track = m_byTitle[{sort, title}];
@@ -127,33 +146,54 @@ private:
 
     void take(const CTraceCursor& packet) {
         m_all.look(packet);
-        const tagTCode code = packet.TraceCode();
-        const KindFacts& facts = factsOf(code);
-        if (facts.role == Role::Happening) {
-            if (const std::uint64_t tick = packet.tick(); tick != kUnknown64)
-                m_tick = tick;
-            if (facts.context == ContextSort::Core && code != TraceBroken) {
-                m_place = *packet.contextOf<CCoreContext>();
-                seen();
-            }
-        }
-        look(packet);
-        if (facts.role == Role::Definition)
-            define(packet);
-        if (facts.role != Role::Happening || (facts.step != Step::None && facts.entered == TextSort::Function))
+        const KindFacts& facts = factsOf(packet.TraceCode());
+        if (facts.entered != TextSort::Function || facts.step == Step::None) {
+            takeOther(packet, facts);
             return;
-        if (facts.step != Step::None)
-            move(facts, enteredIn(packet));
+        }
+        goTo(packet);
+        if (facts.step == Step::Enter)
+            CallWalk::enter(Move{m_place, enteredIn(packet)}, true);
         else
-            show(packet);
+            CallWalk::leave(Move{m_place, enteredIn(packet)}, true);
+    }
+    [[gnu::noinline]] void takeOther(const CTraceCursor& packet, const KindFacts& facts) {
+        if (facts.role != Role::Happening) {
+            look(packet);
+            if (facts.role == Role::Definition)
+                define(packet);
+            return;
+        }
+        if (facts.context == ContextSort::Core && packet.TraceCode() != TraceBroken)
+            goTo(packet);
+        else if (const std::uint64_t tick = packet.tick(); tick != kUnknown64)
+            m_tick = tick;
+        if (facts.step != Step::None) {
+            move(facts, enteredIn(packet));
+            return;
+        }
+        look(packet); // a message may name a thread
+        show(packet);
+    }
+    /// Goes to the time and the place of a packet that is of a core.
+    void goTo(const CTraceCursor& packet) {
+        m_place = *packet.contextOf<CCoreContext>();
+        if (const std::uint64_t tick = checkedTick(m_place.tick); tick != kUnknown64)
+            m_tick = tick;
+        if (m_lastRun && m_lastCore == m_place.hwCtx && m_lastRun->thread == m_place.swCtx)
+            m_lastRun->to = m_tick;
+        else
+            seen();
     }
 
     /// The thread of the packet is on its core.
-    void seen() {
+    [[gnu::noinline]] void seen() {
         if (isUnknown(FieldMeaning::Context, m_place.hwCtx) || isUnknown(FieldMeaning::Context, m_place.swCtx))
             return;
-        if (m_lastRun && m_lastCore == m_place.hwCtx && m_lastRun->thread == m_place.swCtx) {
-            m_lastRun->to = m_tick;
+        if (const auto run = m_cores.find(m_place.hwCtx); run != m_cores.end() && run->second.thread == m_place.swCtx) {
+            run->second.to = m_tick;
+            m_lastCore = m_place.hwCtx;
+            m_lastRun = &run->second;
             return;
         }
         // A thread is on one core at a time.
@@ -164,12 +204,11 @@ private:
             it = isIt ? m_cores.erase(it) : std::next(it);
         }
         const auto [at, isNew] = m_cores.try_emplace(m_place.hwCtx, Run{m_place.swCtx, m_tick, m_tick});
-        if (!isNew && at->second.thread != m_place.swCtx) {
+        if (!isNew) {
             at->second.to = std::max(at->second.to, m_tick);
             endRun(at->first, at->second);
             at->second = {m_place.swCtx, m_tick, m_tick};
         }
-        at->second.to = m_tick;
         m_lastCore = m_place.hwCtx;
         m_lastRun = &at->second;
     }
