@@ -273,11 +273,12 @@ std::string TrackAnswers::table(const Asked& asked) const {
     std::uint64_t whole = 0;
     for (const TrackEntry* track : callTracks(asked)) {
         hasClock = hasClock && track->frequency != 0;
+        byName.resize(std::max(byName.size(), m_index.namesOf(track->table).size()));
         eachCall(
             *track, asked.from, asked.to, [](std::size_t, std::uint32_t) {},
             [&](std::size_t, const Call& call) {
                 if (call.name >= byName.size())
-                    byName.resize(call.name + std::size_t{1});
+                    return; // of a damaged index
                 if (!byName[call.name])
                     byName[call.name] = &sums[call.name];
                 Sum& sum = *byName[call.name];
@@ -529,7 +530,7 @@ private:
     };
 
     std::uint64_t cellOf(std::uint64_t tick) const {
-        const std::int64_t since = m_answers.fromBase(tick) - m_from;
+        const std::int64_t since = m_answers.since(m_from, tick);
         return since < 0 ? ~std::uint64_t{0} - 1 : static_cast<std::uint64_t>(since) / m_cell;
     }
 
@@ -554,7 +555,7 @@ std::string TrackAnswers::tile(const Asked& asked) const {
             std::int64_t last = asked.from;
             std::uint64_t count = 0;
             cells.each(track, row, [&](const Item& item, std::uint64_t place) {
-                at.addSigned(fromBase(item.at) - last);
+                at.addSigned(since(last, item.at));
                 last = fromBase(isSpans(track) ? item.end() : item.at);
                 places.add(row.place + place - std::exchange(lastPlace, row.place + place));
                 if (isSpans(track)) {
@@ -694,13 +695,8 @@ std::string TrackAnswers::item(const Asked& asked) const {
         return "null\n";
     const std::uint64_t place = index - row->place;
     const std::span<const Block> blocks = m_index.blocksOf(*row);
-    const auto behind =
-        std::ranges::partition_point(blocks, [place](const Block& block) { return block.place <= place; });
-    if (behind == blocks.begin())
-        return "null\n";
-    const Block& block = *std::prev(behind);
-    if (place - block.place >= block.count)
-        return "null\n";
+    const Block& block =
+        *std::prev(std::ranges::partition_point(blocks, [place](const Block& its) { return its.place <= place; }));
     const Item item = m_index.item(block, static_cast<std::uint32_t>(place - block.place));
     JsonLine line;
     line.addSigned("start", fromBase(item.at));
@@ -713,24 +709,22 @@ std::string TrackAnswers::item(const Asked& asked) const {
         .addTruth("isOpen", item.isOpen)
         .add("depth", static_cast<std::uint64_t>(row - rows.begin()));
     if (row != rows.begin()) {
-        eachItem(track, *std::prev(row), fromBase(item.end()), fromBase(item.at) + 1,
-                 [&](const Item& above, std::uint64_t) {
-                     line.add("parent", std::uint64_t{above.name});
-                     return false;
-                 });
+        eachItem(track, *std::prev(row), fromBase(item.end()), behind(item.at), [&](const Item& above, std::uint64_t) {
+            line.add("parent", std::uint64_t{above.name});
+            return false;
+        });
     }
     std::uint64_t inner = 0, called = 0;
     if (item.hasInner && std::next(row) != rows.end()) {
-        eachItem(track, *std::next(row), fromBase(item.at), fromBase(item.end()) + 1,
-                 [&](const Item& below, std::uint64_t) {
-                     if (below.at < item.at || (called == 0 && !below.isFirst))
-                         return true;
-                     if (called > 0 && below.isFirst)
-                         return false;
-                     ++called;
-                     inner += TimeBase::nanosecondsOf(below.more, track.frequency);
-                     return true;
-                 });
+        eachItem(track, *std::next(row), fromBase(item.at), behind(item.end()), [&](const Item& below, std::uint64_t) {
+            if (below.at < item.at || (called == 0 && !below.isFirst))
+                return true;
+            if (called > 0 && below.isFirst)
+                return false;
+            ++called;
+            inner += TimeBase::nanosecondsOf(below.more, track.frequency);
+            return true;
+        });
     }
     return line.add("inner", inner).add("called", called).text();
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -38,6 +39,15 @@ private:
     std::string item(const Asked& asked) const;
 
     std::int64_t fromBase(std::uint64_t tick) const { return static_cast<std::int64_t>(tick - m_index.base()); }
+    /// The moment behind that.
+    std::int64_t behind(std::uint64_t tick) const {
+        const std::int64_t moment = fromBase(tick);
+        return moment < std::numeric_limits<std::int64_t>::max() ? moment + 1 : moment;
+    }
+    /// How long after a moment that is; further away than numbers reach it is anything.
+    std::int64_t since(std::int64_t moment, std::uint64_t tick) const {
+        return static_cast<std::int64_t>(tick - m_index.base() - static_cast<std::uint64_t>(moment));
+    }
     bool isSpans(const TrackIndex::TrackEntry& track) const { return track.form == TrackIndex::Form::Spans; }
     double valueOf(const TrackIndex::TrackEntry& track, std::uint64_t bits) const;
     std::string_view nameOf(const TrackIndex::TrackEntry& track, const Item& item) const;

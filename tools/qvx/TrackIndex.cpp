@@ -7,6 +7,7 @@
 #include <fstream>
 #include <rapidjson/document.h>
 #include <utility>
+#include <zlib.h>
 
 namespace qvx {
 
@@ -38,7 +39,12 @@ bool TrackIndex::canReplace(const std::string& path) {
         return true;
     std::uint64_t magic = 0;
     std::ifstream file(path, std::ios::binary);
-    return file.read(reinterpret_cast<char*>(&magic), sizeof magic) && magic == kMagic;
+    return file.read(reinterpret_cast<char*>(&magic), sizeof magic) && magic << 16 == kMagic << 16;
+}
+
+std::uint64_t TrackIndex::checkOf(Header header, std::uint64_t places) {
+    header.check = places;
+    return crc32_z(0, reinterpret_cast<const Bytef*>(&header), sizeof header);
 }
 
 bool TrackIndex::open(const std::string& path, const std::string& key) {
@@ -46,18 +52,22 @@ bool TrackIndex::open(const std::string& path, const std::string& key) {
     if (m_file.open(path.c_str()) != 0 || m_file.mapped() < sizeof m_header)
         return false;
     std::memcpy(&m_header, m_file.memory(), sizeof m_header);
-    if (m_header.magic != kMagic || m_header.size != m_file.mapped() || !holds<char>(m_header.key, m_header.keySize) ||
+    if (m_header.magic != kMagic || m_header.size != m_file.mapped() || m_header.places > m_header.size ||
+        m_header.check != checkOf(m_header, crc32_z(0, at<Bytef>(m_header.places),
+                                                    m_file.mapped() - static_cast<std::size_t>(m_header.places))) ||
+        !holds<char>(m_header.key, m_header.keySize) ||
         std::string_view(at<char>(m_header.key), m_header.keySize) != key || !isWhole())
         return false;
     m_names.assign(tables().size(), {});
     for (std::string_view rest = lines(); !rest.empty();) {
         const std::size_t end = std::min(rest.find('\n'), rest.size() - 1);
         rapidjson::Document line;
-        line.Parse(rest.data(), end);
+        line.Parse<rapidjson::kParseIterativeFlag>(rest.data(), end); // however deep it is
         rest.remove_prefix(end + 1);
+        if (line.HasParseError() || !line.IsObject())
+            return false;
         const auto textOf = [&line](const char* member) {
-            const bool isText =
-                !line.HasParseError() && line.IsObject() && line.HasMember(member) && line[member].IsString();
+            const bool isText = line.HasMember(member) && line[member].IsString();
             return isText ? std::string(line[member].GetString(), line[member].GetStringLength()) : std::string();
         };
         if (textOf("record") != "name")
@@ -69,21 +79,38 @@ bool TrackIndex::open(const std::string& path, const std::string& key) {
     return true;
 }
 
-/// Whether all places that it tells are within it: others may have written it.
+/// Whether all places that it tells are within it, and no two of the same: others may have written it.
 bool TrackIndex::isWhole() const {
     if (!holds<char>(m_header.lines, m_header.linesSize) || !holds<TrackEntry>(m_header.tracks, m_header.trackCount))
         return false;
-    const auto isBlock = [this](const Block& block) {
+    std::uint64_t left = m_header.size;
+    const auto take = [&left](std::uint64_t size) {
+        const bool isThere = size <= left;
+        left -= isThere ? size : 0;
+        return isThere;
+    };
+    const auto isBlock = [&](const Block& block) {
+        const std::uint64_t size = std::uint64_t{block.count} * (block.isWide != 0 ? 20 : 12);
         return block.count > 0 && block.count <= kBlock && block.chosen[0].index < block.count &&
-               block.chosen[1].index < block.count &&
-               holds<std::uint64_t>(block.offset, (block.count * (block.isWide != 0 ? 20U : 12U) + 7) / 8);
+               block.chosen[1].index < block.count && block.offset % alignof(std::uint64_t) == 0 &&
+               holds<char>(block.offset, size) && take(size);
     };
     return std::ranges::all_of(tracks(), [&](const TrackEntry& track) {
-        return holds<Row>(track.rows, track.rowCount) && track.rowCount > 0 && track.table < tables().size() &&
-               (track.form == Form::Spans || track.rowCount == 1) &&
-               std::ranges::all_of(rowsOf(track), [&](const Row& row) {
-                   return holds<Block>(row.blocks, row.blockCount) && std::ranges::all_of(blocksOf(row), isBlock);
-               });
+        if (!holds<Row>(track.rows, track.rowCount) || !take(track.rowCount * sizeof(Row)) || track.rowCount == 0 ||
+            track.table >= tables().size() || (track.form != Form::Spans && track.rowCount != 1))
+            return false;
+        std::uint64_t inTrack = 0;
+        return std::ranges::all_of(rowsOf(track), [&](const Row& row) {
+            if (!holds<Block>(row.blocks, row.blockCount) || !take(row.blockCount * sizeof(Block)) ||
+                row.place != inTrack)
+                return false;
+            std::uint64_t inRow = 0;
+            const bool isRow = std::ranges::all_of(blocksOf(row), [&](const Block& block) {
+                return isBlock(block) && block.place == std::exchange(inRow, inRow + block.count);
+            });
+            inTrack += inRow;
+            return isRow && row.count == inRow;
+        });
     });
 }
 
@@ -170,6 +197,9 @@ std::uint64_t TrackIndexWriter::put(const void* bytes, std::size_t size) {
     m_bytes.append(static_cast<const char*>(bytes), size);
     m_bytes.append(padded - size, '\0');
     m_size += padded;
+    if (m_check)
+        m_check = crc32_z(static_cast<uLong>(*m_check),
+                          reinterpret_cast<const Bytef*>(m_bytes.data() + m_bytes.size() - padded), padded);
     if (m_bytes.size() >= kWrite) {
         m_hasFailed = m_hasFailed || !m_file.write(m_bytes.data(), m_bytes.size());
         m_bytes.clear();
@@ -184,63 +214,72 @@ std::uint64_t TrackIndexWriter::keep(std::string_view text) {
     return put(bytes.data(), bytes.size());
 }
 
-void TrackIndexWriter::add(OpenTrack& open, const Track& track, std::size_t depth, TrackIndex::Packed item) {
-    OpenRow& row = open.rows[depth];
-    if (open.counts->size() <= item.name >> TrackIndex::kFlags)
-        open.counts->resize((item.name >> TrackIndex::kFlags) + std::size_t{1});
-    ++(*open.counts)[item.name >> TrackIndex::kFlags];
-    row.items.push_back(item);
-    if (row.items.size() == TrackIndex::kBlock)
-        writeBlock(row, track);
-}
-
 void TrackIndexWriter::putIntoRows(const Track& track) {
     if (!m_last || m_lastNumber != track.number) {
         m_last = &m_open[track.number];
         m_lastNumber = track.number;
         m_last->counts = &m_counts[track.table];
     }
-    OpenTrack& open = *m_last;
-    if (open.rows.empty())
-        open.rows.resize(1);
+    std::vector<OpenRow>& rows = m_last->rows;
+    std::vector<std::uint64_t>& counts = *m_last->counts;
+    if (rows.empty())
+        rows.resize(1);
+    const auto add = [&](OpenRow& row, const TrackIndex::Packed& item) {
+        const std::uint32_t name = item.name >> TrackIndex::kFlags;
+        if (counts.size() <= name)
+            counts.resize(name + std::size_t{1});
+        ++counts[name];
+        row.items.push_back(item);
+        if (row.items.size() == TrackIndex::kBlock)
+            writeBlock(row, track);
+    };
     for (const Span& span : track.spans) {
-        if (open.rows.size() < span.depth + std::size_t{2})
-            open.rows.resize(span.depth + std::size_t{2});
-        OpenRow& row = open.rows[span.depth];
+        if (rows.size() < span.depth + std::size_t{2})
+            rows.resize(span.depth + std::size_t{2});
+        OpenRow& row = rows[span.depth];
         // What is within it has ended before.
-        const bool hasInner = std::exchange(open.rows[span.depth + 1].hasItems, false);
+        const bool hasInner = std::exchange(rows[span.depth + 1].hasItems, false);
         const std::uint32_t flags = (span.isOpen ? TrackIndex::kIsOpen : 0) |
                                     (std::exchange(row.hasItems, true) ? 0 : TrackIndex::kIsFirst) |
                                     (hasInner ? TrackIndex::kHasInner : 0);
-        add(open, track, span.depth, {span.from, span.to - span.from, span.name << TrackIndex::kFlags | flags, 0});
+        add(row, {span.from, span.to - span.from, span.name << TrackIndex::kFlags | flags, 0});
     }
     for (const Mark& mark : track.marks)
-        add(open, track, 0, {mark.at, mark.text, mark.name << TrackIndex::kFlags, 0});
+        add(rows[0], {mark.at, mark.text, mark.name << TrackIndex::kFlags, 0});
     for (const Value& value : track.values)
-        add(open, track, 0, {value.at, value.bits, 0, 0});
+        add(rows[0], {value.at, value.bits, 0, 0});
 }
 
 void TrackIndexWriter::writeBlock(OpenRow& row, const Track& track) {
-    const bool isSpans = track.rank != Rank::Marks && track.rank != Rank::Curves;
     const std::vector<TrackIndex::Packed>& items = row.items;
     TrackIndex::Block block{0, row.count, items.front().at, 0, static_cast<std::uint32_t>(items.size()), 0, {}};
-    block.chosen[0] = block.chosen[1] = items.front();
     std::uint64_t widest = 0;
-    for (std::uint32_t i = 0; i < block.count; ++i) {
-        TrackIndex::Packed item = items[i];
-        item.index = i;
+    for (const TrackIndex::Packed& item : items)
         widest |= (item.at - block.first) | item.more;
-        block.last = std::max(block.last, isSpans ? item.at + item.more : item.at);
-        if (track.rank == Rank::Curves) {
+    block.isWide = widest >> 32 != 0;
+    const auto choose = [&](std::size_t number, const TrackIndex::Packed& item) {
+        block.chosen[number] = item;
+        block.chosen[number].index = static_cast<std::uint32_t>(&item - items.data());
+    };
+    choose(0, items.front());
+    choose(1, items.front());
+    for (const TrackIndex::Packed& item : items) {
+        switch (track.rank) {
+        case Rank::Curves:
             if (orderOf(track, item.more) < orderOf(track, block.chosen[0].more))
-                block.chosen[0] = item;
+                choose(0, item);
             if (orderOf(track, item.more) > orderOf(track, block.chosen[1].more))
-                block.chosen[1] = item;
-        } else if (isSpans && item.more > block.chosen[0].more) {
-            block.chosen[0] = item;
+                choose(1, item);
+            [[fallthrough]];
+        case Rank::Marks:
+            block.last = std::max(block.last, item.at);
+            break;
+        default:
+            if (item.more > block.chosen[0].more)
+                choose(0, item);
+            block.last = std::max(block.last, item.at + item.more);
         }
     }
-    block.isWide = widest >> 32 != 0;
     std::array<char, std::size_t{20} * TrackIndex::kBlock> bytes;
     char* to = bytes.data();
     const auto append = [&](auto numberOf) {
@@ -317,6 +356,8 @@ bool TrackIndexWriter::finish(const std::string& its, const std::vector<std::str
     std::uint64_t from = ~std::uint64_t{0}, to = 0;
     std::vector<TrackIndex::TrackEntry> entries;
     std::string trackLines;
+    m_check = 0;
+    const std::uint64_t places = m_size;
     for (Written& track : m_tracks) {
         std::vector<TrackIndex::Row> rows;
         std::uint64_t place = 0;
@@ -343,11 +384,13 @@ bool TrackIndexWriter::finish(const std::string& its, const std::vector<std::str
     for (const auto& [table, counts] : m_counts)
         lines += record("counts").add("table", table).add("counts", counts).text();
     lines += trackLines;
-    TrackIndex::Header header{TrackIndex::kMagic, 0, 0, entries.size(), 0, lines.size(), 0, key.size(), first()};
+    TrackIndex::Header header{TrackIndex::kMagic, 0, places,     0,      0, entries.size(), 0,
+                              lines.size(),       0, key.size(), first()};
     header.tracks = put(entries.data(), entries.size() * sizeof(TrackIndex::TrackEntry));
     header.lines = put(lines.data(), lines.size());
     header.key = put(key.data(), key.size());
     header.size = m_size;
+    header.check = TrackIndex::checkOf(header, *m_check);
     return !m_hasFailed && m_file.write(m_bytes.data(), m_bytes.size()) && m_file.seek(0) &&
            m_file.write(reinterpret_cast<const char*>(&header), sizeof header);
 }

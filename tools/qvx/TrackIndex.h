@@ -11,6 +11,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -36,7 +37,9 @@ struct Item {
 /// longest span, or its least and greatest value, a picture takes no more work than it has pixels.
 ///
 /// The file is a copy of what the traces hold, for the system that has written it; whoever throws it away loses the
-/// time that making it took.
+/// time that making it took. It is input as any other: one that is cut, or damaged anywhere but within the items and
+/// texts, is not opened; and whatever it holds, nothing outside of it is looked at, and no question takes more than
+/// time in proportion to its size.
 class TrackIndex {
 public:
     /// An item as it stands in a file. The lowest bits of `name` are isOpen, isFirst and hasInner.
@@ -115,12 +118,14 @@ private:
 
     static constexpr unsigned kFlags = 3;
     static constexpr std::uint32_t kIsOpen = 1, kIsFirst = 2, kHasInner = 4;
-    static constexpr std::uint32_t kBlock = 512; ///< items at most
-    static constexpr std::uint64_t kMagic = 0x3130'7864'6e69'7671;
+    static constexpr std::uint32_t kBlock = 512;                   ///< items at most
+    static constexpr std::uint64_t kMagic = 0x3230'7864'6e69'7671; ///< the upper two bytes are a version
 
     struct Header {
         std::uint64_t magic;
-        std::uint64_t size; ///< of the file
+        std::uint64_t size;   ///< of the file
+        std::uint64_t places; ///< behind the items and texts, where what tells their places begins
+        std::uint64_t check;  ///< a CRC-32 of what stands there, and of this header without it
         std::uint64_t tracks;
         std::uint64_t trackCount;
         std::uint64_t lines;
@@ -138,6 +143,8 @@ private:
         return offset % alignof(What) == 0 && offset <= m_header.size &&
                count <= (m_header.size - offset) / sizeof(What);
     }
+    /// With that of what stands behind the items.
+    static std::uint64_t checkOf(Header header, std::uint64_t places);
     bool isWhole() const;
 
     Quorvex::platform::MappedFile m_file;
@@ -182,15 +189,15 @@ private:
     /// Waits until all batches are in their rows. Throws what went wrong with them.
     void finishBatches();
     void putIntoRows(const Track& batch);
-    void add(OpenTrack& open, const Track& track, std::size_t depth, TrackIndex::Packed item);
     void writeBlock(OpenRow& row, const Track& track);
     /// Writes bytes where these may stand, and tells where that is. For both threads.
     std::uint64_t put(const void* bytes, std::size_t size);
 
-    std::mutex m_writing; ///< guards the four below
+    std::mutex m_writing; ///< guards the five below
     Quorvex::platform::OutputFile& m_file;
     std::string m_bytes; ///< which are not in the file yet
     std::uint64_t m_size = 0;
+    std::optional<std::uint64_t> m_check; ///< of what has been put behind the items
     bool m_hasFailed = false;
     std::map<std::uint32_t, OpenTrack> m_open;
     OpenTrack* m_last = nullptr; ///< that of the batch before
