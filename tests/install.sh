@@ -28,6 +28,12 @@ for file in bin/qvx "$libraries"/libquorvex.*[ao]; do
     [ "$bytes" -le 2000000 ] || fail "$file has $bytes bytes"
     ! readelf -S "$file" 2>/dev/null | grep -q '\.debug_info' || fail "$file has debug information"
 done
+shared=$build/tests/libquorvex_shared.so
+if [ -e "$shared" ]; then
+    strip -o "$work/stripped.so" "$shared"
+    bytes=$(wc -c <"$work/stripped.so")
+    [ "$bytes" -le 2200000 ] || fail "a shared library has $bytes bytes"
+fi
 for file in share/man/man1/qvx.1 share/bash-completion/completions/qvx share/zsh/site-functions/_qvx \
     share/fish/vendor_completions.d/qvx.fish include/quorvex/packets/Packets.def; do
     [ -s "$file" ] || fail "not installed: $file"

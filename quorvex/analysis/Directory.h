@@ -13,7 +13,7 @@ namespace Quorvex {
 template <class Key, class Value> class Directory {
 public:
     /// Null when there is none.
-    Value* find(const Key& key) const {
+    [[gnu::always_inline]] Value* find(const Key& key) const {
         Entry* const entry = m_slots.empty() ? nullptr : m_slots[slotOf(key)];
         return entry ? &entry->second : nullptr;
     }
@@ -42,7 +42,7 @@ private:
     template <class Other> static auto hash(const Other& key) -> decltype(key.hash()) { return key.hash(); }
 
     /// Where the key stands, or would stand.
-    std::size_t slotOf(const Key& key) const {
+    [[gnu::always_inline]] std::size_t slotOf(const Key& key) const {
         // The upper bits of the product depend on all bits of the hash.
         const std::uint64_t product = hash(key) * 0x9E3779B97F4A7C15;
         const std::size_t last = m_slots.size() - 1;

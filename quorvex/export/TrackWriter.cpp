@@ -659,7 +659,7 @@ private:
             return static_cast<std::uint32_t>(m_labels.size() - 1);
         });
     }
-    std::uint32_t functionOf(std::uint32_t number) {
+    [[gnu::always_inline]] std::uint32_t functionOf(std::uint32_t number) {
         return m_functions.findOrMake(number, [&] {
             return labelOf({LabelKey::Of::Name, TextSort::Function, number});
         });
@@ -732,8 +732,8 @@ private:
 
     // Notes.
 
-    void note(Type type, std::uint32_t track, std::uint32_t label, std::uint64_t time, bool isSupplied = false,
-              Form form = Form::None) {
+    [[gnu::flatten]] void note(Type type, std::uint32_t track, std::uint32_t label, std::uint64_t time,
+                               bool isSupplied = false, Form form = Form::None) {
         const bool hasMore = type == Type::Value || type == Type::Instant || !m_more.empty();
         const Note note{time, track, label, Note::of(type, form, isSupplied, hasMore)};
         const auto more = static_cast<std::uint32_t>(m_more.size());

@@ -389,7 +389,7 @@ private:
         Core* core; ///< null: nowhere yet
         Thread* thread;
     };
-    const Place& runs(const CCoreContext& context) {
+    [[gnu::always_inline]] const Place& runs(const CCoreContext& context) {
         if (!m_place.core || m_place.coreNumber != context.HWCtx() || m_place.threadNumber != context.SWCtx() ||
             m_place.process != m_writer.process())
             goTo(context.HWCtx(), context.SWCtx());
@@ -453,7 +453,7 @@ private:
     }
     char* putTime(char* to);
     // Each writes a change of a variable; of null, none.
-    void changeBit(Wire* variable, bool isSet) {
+    [[gnu::always_inline]] void changeBit(Wire* variable, bool isSet) {
         if (!variable)
             return;
         variable->isTold = true;
@@ -467,7 +467,7 @@ private:
         variable->isTold = true;
         m_writer.bodyEnds(putNumber(changeAt(kNumberRoom), variable->code, number));
     }
-    void change(Wire* variable, const NumberLine& line) {
+    [[gnu::always_inline]] void change(Wire* variable, const NumberLine& line) {
         if (line.isNone())
             return;
         variable->isTold = true;

@@ -12,7 +12,7 @@
 namespace Quorvex {
 
 /// The characters of a number's eight hexadecimal digits, the first one lowest.
-constexpr std::uint64_t hexDigits(std::uint32_t value) {
+[[gnu::always_inline]] constexpr std::uint64_t hexDigits(std::uint32_t value) {
     // The highest byte to the front, then one digit a byte.
     const std::uint32_t swapped = value >> 24 | (value >> 8 & 0xFF00) | (value << 8 & 0xFF0000) | value << 24;
     std::uint64_t text = swapped;
@@ -68,7 +68,7 @@ inline std::string hexNumber(std::string_view bytes) {
 }
 
 /// The eight decimal digits of a value below 100 000 000 as numbers, the first one lowest.
-constexpr std::uint64_t decimalDigits(std::uint32_t value) {
+[[gnu::always_inline]] constexpr std::uint64_t decimalDigits(std::uint32_t value) {
     // Halves of four digits, then pairs, then digits, each divided at once by a multiplication that is exact there.
     const std::uint64_t halves = value / 10'000 | std::uint64_t{value % 10'000} << 32;
     const std::uint64_t hundreds = halves * 10'486 >> 20 & 0x0000007F0000007F;

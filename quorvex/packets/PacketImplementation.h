@@ -40,12 +40,23 @@ concept SizedPart = requires {
 
 /// Throws the text for the medium that is read from.
 [[noreturn]] QUORVEX_API void failReadIn(bool fromStream, const MediaTexts& texts);
-/// Report a failed plain read or write of a packet, as in "FunctionEnter: Failed to read core context from stream.".
-QUORVEX_API void logFailedRead(tagTCode code, Step step, bool fromStream);
+/// Reports a failed write of a packet, as in "FunctionEnter: Failed to write core context to stream.".
 QUORVEX_API void logFailedWrite(tagTCode code, Step step, bool toStream);
 /// The same for a packet that does not fit so many bytes. The result is 0: the bytes that are written of it.
 QUORVEX_API unsigned refuseRoom(const CPacket& packet, unsigned size, unsigned lengthOfContext);
-QUORVEX_API void logInvalidHeader(tagTCode code, bool fromStream);
+
+/// What plain reads must know of a packet's class.
+struct PlainRead {
+    /// Reads a fresh packet first, so that a failure leaves this one as it was. False if the payload cannot have the
+    /// header's length; throws what the Read-In constructor throws.
+    bool (*load)(CPacket& packet, PayloadIn& in);
+    std::uint16_t least;  ///< bytes of header and payload that a buffer must hold
+    std::uint8_t context; ///< bytes of the context
+    bool logged;          ///< failures go to the message log
+};
+/// The plain reads of a packet. All classes share them.
+QUORVEX_API unsigned readPlain(CPacket& packet, PlainRead how, const char* buf, unsigned size);
+QUORVEX_API bool readPlain(CPacket& packet, PlainRead how, std::istream& stream);
 
 inline void logText(const char* text) {
     if (text)
@@ -147,29 +158,12 @@ void PacketOf<Rules, Base, Payload>::SetPacketHeaderLength() {
 
 template <const ReadRules& Rules, class Base, class Payload>
 unsigned PacketOf<Rules, Base, Payload>::read(const char* buf, unsigned size) {
-    CPacketHeader header;
-    if (!header.read(buf, size)) {
-        if constexpr (Rules.logged)
-            protocol::logFailedRead(this->TraceCode(), protocol::Step::Header, false);
-        return 0;
-    }
-    constexpr unsigned kLeast = CPacketHeader::Len() + (Rules.least >= 0 ? unsigned(Rules.least) : unsigned{Len()});
-    if (size < kLeast && !Rules.logged)
-        return 0;
-    PayloadIn in(header, buf + CPacketHeader::Len(), size - CPacketHeader::Len());
-    return load(in) ? CPacketHeader::Len() + in.consumed() : 0;
+    return protocol::readPlain(*this, plainRead(), buf, size);
 }
 
 template <const ReadRules& Rules, class Base, class Payload>
 bool PacketOf<Rules, Base, Payload>::read(std::istream& stream) {
-    CPacketHeader header;
-    if (!header.read(stream)) {
-        if constexpr (Rules.logged)
-            protocol::logFailedRead(this->TraceCode(), protocol::Step::Header, true);
-        return false;
-    }
-    PayloadIn in(header, stream);
-    return load(in);
+    return protocol::readPlain(*this, plainRead(), stream);
 }
 
 template <const ReadRules& Rules, class Base, class Payload>
@@ -296,27 +290,21 @@ inline PayloadIn& PacketOf<Rules, Base, Payload>::checked(PayloadIn& in) {
     return in;
 }
 
-/// Reads into a fresh packet first, so that a failure leaves this one as it was.
 template <const ReadRules& Rules, class Base, class Payload>
-inline bool PacketOf<Rules, Base, Payload>::load(PayloadIn& in) {
-    if (in.header().TraceCode() == CPacketHeader::TraceCode() && fits(in.header().Length())) {
-        try {
-            PacketOf fresh(in);
-            if (in.left() == 0) {
-                *this = fresh;
-                return true;
-            }
-        } catch (const std::exception&) {
-            if constexpr (Rules.logged)
-                protocol::logFailedRead(this->TraceCode(),
-                                        in.held(Context::Len()) ? protocol::Step::Payload : protocol::Step::Context,
-                                        in.fromStream());
-            return false;
-        }
-    }
-    if constexpr (Rules.logged)
-        protocol::logInvalidHeader(CPacketHeader::TraceCode(), in.fromStream());
-    return false;
+inline protocol::PlainRead PacketOf<Rules, Base, Payload>::plainRead() {
+    constexpr int kLeast = CPacketHeader::Len() + (Rules.least >= 0 ? Rules.least : int{Len()});
+    return {load, std::uint16_t{kLeast}, Context::Len(), Rules.logged};
+}
+
+template <const ReadRules& Rules, class Base, class Payload>
+bool PacketOf<Rules, Base, Payload>::load(CPacket& packet, PayloadIn& in) {
+    if (!fits(in.header().Length()))
+        return false;
+    PacketOf fresh(in);
+    if (in.left() != 0)
+        return false;
+    static_cast<PacketOf&>(packet) = fresh;
+    return true;
 }
 
 /// Makes the header tell what is about to be written.
@@ -345,12 +333,6 @@ bool PayloadOperations<Payload, kBefore>::read(std::istream& in, std::uint8_t le
 }
 
 template <class Payload, unsigned kBefore>
-unsigned PayloadOperations<Payload, kBefore>::read(const char* buf, unsigned size, std::uint8_t length) {
-    unsigned consumed = 0;
-    return read(buf, size, length, consumed) ? consumed : 0;
-}
-
-template <class Payload, unsigned kBefore>
 bool PayloadOperations<Payload, kBefore>::read(const char* buf, unsigned size, std::uint8_t length,
                                                unsigned& consumed) {
     const CPacketHeader header = protocol::payloadHeader(kBefore, length);
@@ -368,12 +350,6 @@ template <class Payload, unsigned kBefore> bool PayloadOperations<Payload, kBefo
         return self().followingText().empty() || self().followingText().write(out);
     else
         return true;
-}
-
-template <class Payload, unsigned kBefore>
-unsigned PayloadOperations<Payload, kBefore>::write(char* buf, unsigned size) const {
-    unsigned written = 0;
-    return write(buf, size, written) ? written : 0;
 }
 
 template <class Payload, unsigned kBefore>

@@ -59,6 +59,9 @@ namespace Quorvex {
 
 class PayloadIn;
 struct ReadRules;
+namespace protocol {
+struct PlainRead;
+}
 
 /// Stands in for the context of packets that have none.
 struct NoContext {
@@ -133,7 +136,7 @@ public:
     static constexpr bool kVariable = Base::kVariable || VariablePart<Payload>;
 
     /// Bytes of the payload's fixed fields, context included.
-    static constexpr std::uint8_t Len() { return Base::Len() + Payload::Len(); }
+    [[gnu::always_inline]] static constexpr std::uint8_t Len() { return Base::Len() + Payload::Len(); }
 
     /// Bytes of the payload as it is, context included.
     unsigned Length() const override {
@@ -164,7 +167,7 @@ public:
     }
 
     /// The text that follows the packet; null if none can.
-    const CCharStringSequence* text() const {
+    [[gnu::always_inline]] const CCharStringSequence* text() const {
         if constexpr (HasFollowingText<const Payload>)
             return &Payload::followingText();
         else
@@ -195,7 +198,7 @@ protected:
 
 private:
     /// SetPacketHeaderLength, of this class.
-    void setOwnLength() {
+    [[gnu::always_inline]] void setOwnLength() {
         if constexpr (kVariable)
             PacketOf::SetPacketHeaderLength();
         else
@@ -206,18 +209,27 @@ private:
     static bool fits(unsigned length);
     static PayloadIn& checked(PayloadIn& in);
     void readText(PayloadIn& in);
-    bool load(PayloadIn& in);
+    static protocol::PlainRead plainRead();
+    static bool load(CPacket& packet, PayloadIn& in);
     void renewHeader();
 };
+
+namespace detail {
+/// packetAs() where the type's information is not the very one of the kind.
+template <class Packet> [[gnu::noinline, gnu::cold]] const Packet* otherPacketAs(const CPacket& packet) {
+    return typeid(packet) == typeid(Packet) ? static_cast<const Packet*>(&packet)
+                                            : dynamic_cast<const Packet*>(&packet);
+}
+} // namespace detail
 
 /// The packet as the class of a kind; null when it is something else. Nearly all packets are of the very class that
 /// their code names, which is seen many times faster than by a dynamic_cast.
 template <class Packet> const Packet* packetAs(const CPacket& packet) {
     if (packet.TraceCode() != Packet::kCode)
         return nullptr;
-    const std::type_info& own = typeid(packet);
-    return &own == &typeid(Packet) || own == typeid(Packet) ? static_cast<const Packet*>(&packet)
-                                                            : dynamic_cast<const Packet*>(&packet);
+    if (&typeid(packet) == &typeid(Packet)) [[likely]]
+        return static_cast<const Packet*>(&packet);
+    return detail::otherPacketAs<Packet>(packet);
 }
 template <class Packet> Packet* packetAs(CPacket& packet) {
     return const_cast<Packet*>(packetAs<Packet>(std::as_const(packet)));

@@ -26,10 +26,13 @@ concept HasFollowingText = requires(Part& part) {
 template <class Payload, unsigned kBefore = 0> class QUORVEX_TEMPLATE_API PayloadOperations {
 protected:
     /// Bytes of the payload as it is; a text behind it is not counted.
-    std::uint8_t _length() const { return static_cast<std::uint8_t>(partSize(self())); }
+    [[gnu::always_inline]] std::uint8_t _length() const { return static_cast<std::uint8_t>(partSize(self())); }
 
     bool read(std::istream& in, std::uint8_t length);
-    unsigned read(const char* buf, unsigned size, std::uint8_t length);
+    [[gnu::always_inline]] unsigned read(const char* buf, unsigned size, std::uint8_t length) {
+        unsigned consumed = 0;
+        return read(buf, size, length, consumed) ? consumed : 0;
+    }
     bool read(const char* buf, unsigned size, std::uint8_t length, unsigned& consumed);
     /// These two are for payloads of one size.
     template <class P = Payload> bool read(std::istream& in) requires(!VariablePart<P>) { return read(in, P::Len()); }
@@ -38,11 +41,14 @@ protected:
     }
 
     bool write(std::ostream& out) const;
-    unsigned write(char* buf, unsigned size) const;
+    [[gnu::always_inline]] unsigned write(char* buf, unsigned size) const {
+        unsigned written = 0;
+        return write(buf, size, written) ? written : 0;
+    }
     bool write(char* buf, unsigned size, unsigned& written) const;
 
 private:
-    const Payload& self() const { return static_cast<const Payload&>(*this); }
+    [[gnu::always_inline]] const Payload& self() const { return static_cast<const Payload&>(*this); }
     bool take(PayloadIn& in);
 };
 

@@ -4,32 +4,6 @@
 
 namespace Quorvex {
 
-bool CFunctionEnterPayload::SrcFuncIdIsValid() const {
-    return m_SrcFuncId < kNoFunction;
-}
-
-bool CFunctionEnterPayload::TgtFuncIdIsValid() const {
-    return m_TgtFuncId < kNoFunction;
-}
-
-void CFunctionEnterPayload::SrcFuncId(std::uint32_t id) {
-    m_SrcFuncId = id;
-    m_form2 = SrcFuncIdIsValid();
-    SetPacketHeaderLength();
-}
-
-std::uint32_t CFunctionEnterPayload::SrcFuncId() const {
-    return m_SrcFuncId;
-}
-
-void CFunctionEnterPayload::TgtFuncId(std::uint32_t id) {
-    m_TgtFuncId = id;
-}
-
-std::uint32_t CFunctionEnterPayload::TgtFuncId() const {
-    return m_TgtFuncId;
-}
-
 void CVariableAccBasePayload::onWriteException(const char*) {
     logError("CVariableAccBasePayload::write: Catched exception while writing payload!");
 }
@@ -65,17 +39,6 @@ constexpr ReadRules kRelVariableAccBaseRules =
 constexpr ReadRules kVariableDataRules{.header = kVariableAccBaseRules.header, .payload = kVariableAccBaseRules.size};
 constexpr ReadRules kRelVariableDataRules{.header = kRelVariableAccBaseRules.header,
                                           .payload = kRelVariableAccBaseRules.size};
-
-constexpr ReadRules kFunctionEnterRules{.header = kFunctionBaseRules.header,
-                                        .size = kFunctionBaseRules.size,
-                                        .context = kFunctionBaseRules.context,
-                                        .payload = kFunctionBaseRules.payload,
-                                        .logged = true};
-constexpr ReadRules kRelFunctionEnterRules{.header = kRelFunctionBaseRules.header,
-                                           .size = kRelFunctionBaseRules.size,
-                                           .context = kRelFunctionBaseRules.context,
-                                           .payload = kRelFunctionBaseRules.payload,
-                                           .logged = true};
 
 constexpr ReadRules kFunctionDefineRules = QUORVEX_DEFINE_RULES("CFunctionDefine", "function", kFunctionBaseRules.size);
 constexpr ReadRules kRelFunctionDefineRules =
@@ -272,26 +235,6 @@ CRelFunctionUndefine::CRelFunctionUndefine(std::uint8_t relTick, std::uint8_t re
 CRelFunctionUndefine::CRelFunctionUndefine(const CRelCoreContext& context, std::uint32_t id)
     : CRelFunctionBase(context.values(), kCode, id) {}
 
-CRelFunctionEnter::CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function)
-    : FunctionAccess({relTick, relIp}, kCode, function) {}
-CRelFunctionEnter::CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t function)
-    : FunctionAccess(context.values(), kCode, function) {}
-CRelFunctionEnter::CRelFunctionEnter(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source,
-                                     std::uint32_t target)
-    : FunctionAccess({relTick, relIp}, kCode, source, target) {}
-CRelFunctionEnter::CRelFunctionEnter(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target)
-    : FunctionAccess(context.values(), kCode, source, target) {}
-
-CRelFunctionLeave::CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t function)
-    : FunctionAccess({relTick, relIp}, kCode, function) {}
-CRelFunctionLeave::CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t function)
-    : FunctionAccess(context.values(), kCode, function) {}
-CRelFunctionLeave::CRelFunctionLeave(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t source,
-                                     std::uint32_t target)
-    : FunctionAccess({relTick, relIp}, kCode, source, target) {}
-CRelFunctionLeave::CRelFunctionLeave(const CRelCoreContext& context, std::uint32_t source, std::uint32_t target)
-    : FunctionAccess(context.values(), kCode, source, target) {}
-
 CRelProcessDefine::CRelProcessDefine(std::uint8_t relTick, std::uint8_t relIp, std::uint32_t id,
                                      const CCharStringSequence& name)
     : PacketOf({relTick, relIp}, kCode, name) {
@@ -375,7 +318,6 @@ template class PayloadOperations<CFunctionDefinePayload>;
 template class PayloadOperations<CProcessDefinePayload>;
 template class PayloadOperations<CTypeDefinePayload>;
 template class PayloadOperations<CVariableDefinePayload>;
-template class PayloadOperations<CFunctionEnterPayload>;
 template class PayloadOperations<CVariableAccBasePayload>;
 
 template class PacketOf<kFunctionBaseRules, CorePacket, CFunctionIdentifier>;
@@ -385,7 +327,6 @@ template class PacketOf<kVariableBaseRules, CorePacket, CVariableBasePayload>;
 template class PacketOf<kVariableAccBaseRules, CorePacket, CVariableBasePayload>;
 template class PacketOf<kVariableDataRules, PacketOf<kVariableAccBaseRules, CorePacket, CVariableBasePayload>,
                         CVariableAccBasePayload>;
-template class PacketOf<kFunctionEnterRules, CorePacket, CFunctionEnterPayload>;
 template class PacketOf<kFunctionDefineRules, CFunctionBase, CFunctionDefinePayload>;
 template class PacketOf<kProcessDefineRules, CProcessBase, CProcessDefinePayload>;
 template class PacketOf<kTypeDefineRules, CTypeBase, CTypeDefinePayload>;
@@ -397,7 +338,6 @@ template class PacketOf<kRelVariableBaseRules, RelCorePacket, CVariableBasePaylo
 template class PacketOf<kRelVariableAccBaseRules, RelCorePacket, CVariableBasePayload>;
 template class PacketOf<kRelVariableDataRules, PacketOf<kRelVariableAccBaseRules, RelCorePacket, CVariableBasePayload>,
                         CVariableAccBasePayload>;
-template class PacketOf<kRelFunctionEnterRules, RelCorePacket, CFunctionEnterPayload>;
 template class PacketOf<kRelFunctionDefineRules, CRelFunctionBase, CFunctionDefinePayload>;
 template class PacketOf<kRelProcessDefineRules, CRelProcessBase, CProcessDefinePayload>;
 template class PacketOf<kRelTypeDefineRules, CRelTypeBase, CTypeDefinePayload>;
@@ -416,8 +356,6 @@ QUORVEX_COMPILE_BASE(CRelVariableAccBase)
 
 QUORVEX_COMPILE_PAIR(FunctionDefine)
 QUORVEX_COMPILE_PAIR(FunctionUndefine)
-QUORVEX_COMPILE_PAIR(FunctionEnter)
-QUORVEX_COMPILE_PAIR(FunctionLeave)
 QUORVEX_COMPILE_PAIR(ProcessDefine)
 QUORVEX_COMPILE_PAIR(ProcessUndefine)
 QUORVEX_COMPILE_PAIR(ProcessEnter)

@@ -5,6 +5,8 @@
 /// shared library's border, which ELF needs to be told and Windows must not.
 /// QUORVEX_EXTERN_TEMPLATE says that the library holds an instantiation of a class template. Users of a Windows library
 /// make its inline functions themselves, because compilers do not export those.
+/// Short members of such templates are [[gnu::always_inline]], and quorvex.map hides them: else callers that are not
+/// optimised ask the library for each of them, and it has their names in its tables for each class.
 #if defined(_WIN32)
 #if defined(QUORVEX_SHARED_BUILD)
 #define QUORVEX_API __declspec(dllexport)
