@@ -3,7 +3,6 @@
 #include "quorvex/analysis/CallWalk.h"
 
 #include <algorithm>
-#include <deque>
 #include <map>
 #include <numeric>
 #include <optional>
@@ -76,40 +75,40 @@ struct CallTree::Paths {
     Node& threadOf(const Node::Threads::key_type& place) {
         const auto [at, isNew] = threads.try_emplace(place);
         if (isNew)
-            at->second = &add(kNone, nullptr, &*at);
+            at->second = &add({kNoCaller, threads.size()}, kNone, nullptr, &*at);
         return *at->second;
     }
     /// Where a path leads to when a function is called at its end.
     Node& called(Node& by, std::uint64_t function) {
         Node& from = by.isFlat() ? *by.caller : by;
         if (!from.last || from.last->function != function) {
-            Node** const known = byCaller.find({from.index, function});
-            if (known)
-                from.last = *known;
-            else if (nodes.size() >= mostPaths && from.function != kOther && function != kOther)
+            const Key key{from.index, function};
+            Node* const known = nodes.find(key);
+            if (!known && nodes.size() >= mostPaths && from.function != kOther && function != kOther)
                 from.last = &called(called(*from.thread->second, kOther), function);
             else
-                from.last = byCaller[{from.index, function}] = &add(function, &from, from.thread);
+                from.last = known ? known : &add(key, function, &from, from.thread);
         }
         return *from.last;
     }
 
+    static constexpr std::uint32_t kNoCaller = ~std::uint32_t{0};
     struct Key {
-        std::uint32_t caller;
-        std::uint64_t function;
+        std::uint32_t caller;   ///< its index
+        std::uint64_t function; ///< of a thread, which has no caller, its number
+
         std::uint64_t hash() const { return std::uint64_t{caller} << 32 ^ function; }
         bool operator==(const Key&) const = default;
     };
 
     std::size_t mostPaths;
-    std::deque<Node> nodes;
+    Directory<Key, Node> nodes; ///< each with its index
     Node::Threads threads;
-    Directory<Key, Node*> byCaller;
 
 private:
-    Node& add(std::uint64_t function, Node* caller, const Node::Threads::value_type* thread) {
-        nodes.push_back({function, caller, thread, static_cast<std::uint32_t>(nodes.size())});
-        return nodes.back();
+    Node& add(const Key& key, std::uint64_t function, Node* caller, const Node::Threads::value_type* thread) {
+        const auto index = static_cast<std::uint32_t>(nodes.size());
+        return nodes.findOrMake(key, [&] { return Node{function, caller, thread, index}; });
     }
 };
 
@@ -161,7 +160,7 @@ void CallTree::beginWith(Condition<std::uint64_t> takes) {
     const platform::Owned<Paths> old(std::exchange(m_paths, platform::makeOwned<Paths>(m_paths->mostPaths)));
     std::vector<Node*> newOnes; // by the index of the old; null for what is left out
     newOnes.reserve(old->nodes.size());
-    for (const Node& node : old->nodes) {
+    for (const auto& [key, node] : old->nodes) {
         Node* caller = node.caller ? newOnes[node.caller->index] : nullptr;
         if (!caller && node.function < kNone && takes(node.function))
             caller = &m_paths->threadOf(node.thread->first);
@@ -175,7 +174,7 @@ void CallTree::turnTo(Condition<std::uint64_t> takes) {
     const platform::Owned<Paths> old(std::exchange(m_paths, platform::makeOwned<Paths>(m_paths->mostPaths)));
     std::vector<bool> isWithin; // by the index: it or what calls it is taken
     isWithin.reserve(old->nodes.size());
-    for (const Node& node : old->nodes) {
+    for (const auto& [key, node] : old->nodes) {
         const bool isInside = node.caller && isWithin[node.caller->index];
         const bool isTaken = node.function < kNone && takes(node.function);
         isWithin.push_back(isInside || isTaken);
@@ -192,29 +191,29 @@ void CallTree::turnTo(Condition<std::uint64_t> takes) {
 
 std::vector<CallPath> CallTree::paths() const {
     // The last ones first, so that what is called comes before its caller.
-    const std::deque<Node>& nodes = m_paths->nodes;
+    const Directory<Paths::Key, Node>& nodes = m_paths->nodes;
     std::vector<std::uint64_t> totals(nodes.size());
     std::vector<bool> areShown(nodes.size());            // they have calls, or lead to what has
     std::vector<std::uint32_t> begins(nodes.size() + 1); // of those that a path leads to, in `called`
     std::size_t count = 0;
-    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
-        const std::uint32_t index = node->index;
-        totals[index] += node->total; // of kOther, what has been added from those behind
-        areShown[index] = areShown[index] || node->calls > 0;
-        if (!areShown[index] || !node->caller)
+    for (std::size_t index = nodes.size(); index-- > 0;) {
+        const Node& node = nodes.at(index);
+        totals[index] += node.total; // of kOther, what has been added from those behind
+        areShown[index] = areShown[index] || node.calls > 0;
+        if (!areShown[index] || !node.caller)
             continue;
-        const std::uint32_t caller = node->caller->index;
+        const std::uint32_t caller = node.caller->index;
         areShown[caller] = true;
-        if (node->caller->function == kOther)
-            totals[caller] += node->total;
+        if (node.caller->function == kOther)
+            totals[caller] += node.total;
         ++begins[caller];
         ++count;
     }
     std::partial_sum(begins.begin(), begins.end(), begins.begin()); // their ends, until they stand there
     std::vector<std::uint32_t> called(count); // indices, in the order of those that they are called by
-    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
-        if (areShown[node->index] && node->caller)
-            called[--begins[node->caller->index]] = node->index;
+    for (std::size_t index = nodes.size(); index-- > 0;) {
+        if (areShown[index] && nodes.at(index).caller)
+            called[--begins[nodes.at(index).caller->index]] = static_cast<std::uint32_t>(index);
     }
     std::vector<CallPath> paths;
     paths.reserve(count);
@@ -224,13 +223,14 @@ std::vector<CallPath> CallTree::paths() const {
         while (!waiting.empty()) {
             const auto [index, depth] = waiting.back();
             waiting.pop_back();
-            const Node& node = nodes[index];
+            const Node& node = nodes.at(index);
             if (&node != root)
                 paths.push_back({node.function, thread.second, thread.first, depth - 1, node.calls, node.unfinished,
                                  totals[index], node.self});
             const std::span next(called.begin() + begins[index], called.begin() + begins[index + 1]);
             std::ranges::sort(next, [&](std::uint32_t one, std::uint32_t other) {
-                return std::tuple(totals[one], nodes[other].function) < std::tuple(totals[other], nodes[one].function);
+                return std::tuple(totals[one], nodes.at(other).function) <
+                       std::tuple(totals[other], nodes.at(one).function);
             });
             for (const std::uint32_t its : next)
                 waiting.emplace_back(its, depth + 1);

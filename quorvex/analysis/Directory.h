@@ -31,6 +31,10 @@ public:
     Value& operator[](const Key& key) {
         return findOrMake(key, [] { return Value(); });
     }
+    std::size_t size() const { return m_entries.size(); }
+    /// The value that was made as that one, from 0 on.
+    Value& at(std::size_t index) { return m_entries[index].second; }
+    const Value& at(std::size_t index) const { return m_entries[index].second; } ///< likewise
     /// All of them, in the order in which they were made.
     auto begin() { return m_entries.begin(); }
     auto end() { return m_entries.end(); } ///< see begin
