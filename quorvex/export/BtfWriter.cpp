@@ -2,6 +2,7 @@
 
 #include "quorvex/analysis/CallStack.h"
 #include "quorvex/analysis/Directory.h"
+#include "quorvex/export/CounterCell.h"
 #include "quorvex/format/Digits.h"
 #include "quorvex/packets/PacketKinds.h"
 
@@ -100,21 +101,6 @@ struct Core {
     Process* task = nullptr;
     CallStack<std::uint32_t> processes{kMaxProcesses}; ///< that are entered
     CallStack<Process> interrupts{kMaxInterrupts};
-};
-
-/// A cell of a counter. Those with more dimensions are told apart by their texts.
-struct Cell {
-    std::uint64_t number = 0;
-    unsigned dimensions = 0;
-    std::uint64_t indices[2] = {};
-
-    bool operator==(const Cell&) const = default;
-    std::uint64_t hash() const {
-        std::uint64_t hash = number << 2 | dimensions;
-        for (const std::uint64_t index : indices)
-            hash = (hash ^ index) * 0xD6E8FEB86659FD93;
-        return hash;
-    }
 };
 
 void append(std::string& to, std::uint64_t number) {
@@ -323,24 +309,14 @@ private:
     }
     void take(const CVariableRead& packet) { access(packet, "read"); }
     void take(const CVariableWrite& packet) { access(packet, "write"); }
-    void take(const CCounterValue& packet) { count(packet, nullptr, 0); }
-    void take(const CCounterValueDim1& packet) {
-        const TCounterIdx_t indices[] = {packet.CntrIdx1()};
-        count(packet, indices, 1);
-    }
-    void take(const CCounterValueDim2& packet) {
-        const TCounterIdx_t indices[] = {packet.CntrIdx1(), packet.CntrIdx2()};
-        count(packet, indices, 2);
-    }
-    void take(const CCounterValueDimN& packet) { count(packet, packet.CntrIdx(), packet.CntrDim()); }
+    void take(const CounterPacket auto& packet) { count(packet, CounterCell(packet)); }
     void take(const CCounterValueVar& packet) {
         const TVarCounter_t& value = packet.CntrVal();
-        const TVarCounter_t& index = packet.CntrIdx();
-        m_cell = index.Length() > 0 ? "[" + decimalNumber(index.data(), index.Length()) + "]" : "";
         m_note.clear();
         append(m_note, value.data(), value.Length());
         const Process& process = run(packet);
-        signal(process, counterOf(m_writer.numberOf(TextSort::Counter, packet.CntrId()), true), "write");
+        const std::uint32_t number = m_writer.numberOf(TextSort::Counter, packet.CntrId());
+        signal(process, counterOf(number, CounterCell::textOf(packet, "[", "]"), true), "write");
     }
 
     template <class Access> void access(const Access& packet, std::string_view event) {
@@ -349,22 +325,12 @@ private:
         const Process& process = run(packet);
         signal(process, variableOf(packet.VarId()), event);
     }
-    void count(const CCounterValueBase& packet, const TCounterIdx_t* indices, unsigned dimensions) {
+    void count(const CCounterValueBase& packet, const CounterCell& cell) {
         const Process& process = run(packet);
-        Cell cell{m_writer.numberOf(TextSort::Counter, packet.CntrId()), dimensions};
-        const bool isCommon = dimensions <= std::size(cell.indices);
-        for (unsigned i = 0; isCommon && i < dimensions; ++i)
-            cell.indices[i] = indices[i].u64;
-        const auto find = [&] {
-            m_cell.clear();
-            for (unsigned i = 0; i < dimensions; ++i) {
-                m_cell += '[';
-                append(m_cell, indices[i].u64);
-                m_cell += ']';
-            }
-            return &counterOf(static_cast<std::uint32_t>(cell.number), false);
-        };
-        Entity& counter = isCommon ? *m_cells.findOrMake(cell, find) : *find();
+        const std::uint32_t number = m_writer.numberOf(TextSort::Counter, packet.CntrId());
+        const auto find = [&] { return &counterOf(number, cell.text("[", "]"), false); };
+        ValueKey key{.number = number};
+        Entity& counter = cell.tell(key) ? *m_cells.findOrMake(key, find) : *find();
         if (counter.counter->note(packet.CntrVal().u64))
             m_writer.fixBodySoFar();
         m_note.clear();
@@ -629,11 +595,11 @@ private:
         return *m_variables.findOrMake(
             number, [&] { return &entity(Type::Signal, given(TextSort::Variable, number, "variable_"), number); });
     }
-    /// The cell of a counter that m_cell tells. Values of any number of bytes are not taken for doubles.
-    Entity& counterOf(std::uint32_t number, bool isWide) {
-        Entity*& cell = (isWide ? m_wideCounters : m_counters)[number][m_cell];
+    /// The cell of a counter with that text. Values of any number of bytes are not taken for doubles.
+    Entity& counterOf(std::uint32_t number, const std::string& text, bool isWide) {
+        Entity*& cell = (isWide ? m_wideCounters : m_counters)[number][text];
         if (!cell) {
-            cell = &entity(Type::Signal, given(TextSort::Counter, number, "counter_") + m_cell, number);
+            cell = &entity(Type::Signal, given(TextSort::Counter, number, "counter_") + text, number);
             cell->counter = isWide ? nullptr : &m_writer.counterSort(number);
         }
         return *cell;
@@ -693,9 +659,8 @@ private:
     using Cells = std::map<std::uint32_t, std::map<std::string, Entity*>>; ///< by number of the counter, then indices
     Cells m_counters;
     Cells m_wideCounters;
-    Directory<Cell, Entity*> m_cells; ///< those of m_counters that are looked up often
-    std::string m_note;               ///< kept for its memory, as the next one
-    std::string m_cell;
+    Directory<ValueKey, Entity*> m_cells; ///< those of m_counters that are looked up often
+    std::string m_note;                   ///< kept for its memory
 };
 
 CBtfWriter::CBtfWriter(std::ostream& out, ViewerOptions options)

@@ -99,6 +99,31 @@ std::string packetOf(std::uint32_t field, std::string_view message, std::uint64_
     return framed;
 }
 
+/// What stands before an event, but for its size.
+[[gnu::always_inline]] inline char* putHead(char* to, std::uint64_t time) {
+    to = putNumber(to, PacketTimestamp, time);
+    to = putNumber(to, SequenceId, 1);
+    return putVarint(putNumber(to, SequenceFlags, kNeedsState), PacketTrackEvent << 3 | 2);
+}
+/// An event, but for a name of its own and its fields.
+[[gnu::always_inline]] inline char* putEvent(char* to, const CTrackWriter::Fact& fact) {
+    to = putNumber(to, EventType, kEventTypes[unsigned(fact.type)]);
+    to = putNumber(to, TrackUuid, fact.track + std::uint64_t{1});
+    if (fact.type == CTrackWriter::Type::Value) {
+        if (fact.value.form != CTrackWriter::Form::Real)
+            return putNumber(to, EventValue, fact.value.number);
+        to = putVarint(to, EventDoubleValue << 3 | 1);
+        storeLittleEndian(to, fact.value.number);
+        return to + 8;
+    }
+    const bool isNamed = fact.type != CTrackWriter::Type::End && fact.label != CTrackWriter::kNoLabel;
+    return isNamed ? putNumber(to, NameIid, fact.label + std::uint64_t{1}) : to;
+}
+bool hasOwnName(const CTrackWriter::Fact& fact) {
+    return fact.label == CTrackWriter::kNoLabel &&
+           (fact.type == CTrackWriter::Type::Begin || fact.type == CTrackWriter::Type::Instant);
+}
+
 } // namespace
 
 void CPerfettoWriter::startFile() {
@@ -155,40 +180,21 @@ void CPerfettoWriter::startFile() {
 }
 
 void CPerfettoWriter::write(const Fact& fact) {
-    const bool isValue = fact.type == Type::Value;
-    const auto putEvent = [&](char* to) {
-        to = putNumber(to, EventType, kEventTypes[unsigned(fact.type)]);
-        to = putNumber(to, TrackUuid, fact.track + std::uint64_t{1});
-        if (isValue && fact.value.form == Form::Real) {
-            to = putVarint(to, EventDoubleValue << 3 | 1);
-            storeLittleEndian(to, fact.value.number);
-            to += 8;
-        } else if (isValue) {
-            to = putNumber(to, EventValue, fact.value.number);
-        } else if (fact.type != Type::End && fact.label != kNoLabel) {
-            to = putNumber(to, NameIid, fact.label + std::uint64_t{1});
-        }
-        return to;
-    };
-    const auto putHead = [&](char* to) {
-        to = putNumber(to, PacketTimestamp, fact.time);
-        to = putNumber(to, SequenceId, 1);
-        return putVarint(putNumber(to, SequenceFlags, kNeedsState), PacketTrackEvent << 3 | 2);
-    };
-    const bool hasOwnName = fact.type != Type::End && !isValue && fact.label == kNoLabel;
-    if (!hasOwnName && fact.more.empty()) {
-        // Both messages are so short that one byte tells how long they are.
-        static_assert(kMostPlain < 0x80);
-        char* const packet = putVarint(room(kMostPlain), Packet << 3 | 2) + 1;
-        char* const event = putHead(packet) + 1;
-        char* const end = putEvent(event);
-        packet[-1] = static_cast<char>(end - packet);
-        event[-1] = static_cast<char>(end - event);
-        ends(end);
-        return;
-    }
+    if (!fact.more.empty() || hasOwnName(fact)) [[unlikely]]
+        return writeLong(fact);
+    // Both messages are so short that one byte tells how long they are.
+    static_assert(kMostPlain < 0x80);
+    char* const packet = putVarint(room(kMostPlain), Packet << 3 | 2) + 1;
+    char* const event = putHead(packet, fact.time) + 1;
+    char* const end = putEvent(event, fact);
+    packet[-1] = static_cast<char>(end - packet);
+    event[-1] = static_cast<char>(end - event);
+    ends(end);
+}
+
+void CPerfettoWriter::writeLong(const Fact& fact) {
     char bytes[kMostPlain];
-    std::string event(bytes, putEvent(bytes));
+    std::string event(bytes, putEvent(bytes, fact));
     if (fact.label == kNoLabel)
         addText(event, EventOwnName, fact.name);
     std::string annotation;
@@ -201,7 +207,7 @@ void CPerfettoWriter::write(const Fact& fact) {
             addNumber(annotation, field.form == Form::Signed ? IntValue : UintValue, field.number);
         addBytes(event, DebugAnnotations, annotation);
     });
-    std::string packet(bytes, putHead(bytes));
+    std::string packet(bytes, putHead(bytes, fact.time));
     addVarint(packet, event.size());
     packet += event;
     std::string framed;

@@ -22,6 +22,8 @@ protected:
     void endFile() override {}
 
 private:
+    /// Of a fact with fields, or a name of its own.
+    void writeLong(const Fact& fact);
     std::uint64_t processTrack(std::uint32_t group) const { return tracks().size() + group; }
 };
 

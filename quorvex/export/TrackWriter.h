@@ -130,17 +130,24 @@ protected:
     void add(std::string_view text);
 
 private:
+    class Names;
+    class Notes;
     class Model;
 
     bool show(const CPacket& packet, std::uint64_t time) final;
     void endOf(unsigned process, std::uint64_t time) final;
     void end(std::uint64_t time) final;
     bool writeFile() final;
-    std::uint64_t nanoseconds(std::uint64_t ticks);
+    std::uint64_t nanoseconds(std::uint64_t ticks) {
+        const std::uint64_t clock = frequency();
+        return clock == kUnitsPerSecond || clock == 0 ? ticks : unitsOf(ticks, kUnitsPerSecond);
+    }
     void makeTextRoom(std::size_t most);
     static Field nextField(std::string_view& rest);
 
     Wishes m_wishes;
+    platform::Owned<Names> m_names;
+    platform::Owned<Notes> m_notes;
     platform::Owned<Model> m_model;
     std::uint64_t m_duration = 0;
     std::vector<char> m_text;    ///< what is not yet in the file,

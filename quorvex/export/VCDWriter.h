@@ -54,7 +54,6 @@ public:
         unsigned width;             ///< bits
         Meaning meaning;            ///< of its numbers
         std::uint32_t stateMachine; ///< its number in names(), whose states they are
-        bool isDetail;              ///< one of the bits of functions and processes
         CounterType counterType;    ///< of a counter
         std::string unit;           ///< likewise; empty where none is told
     };
@@ -62,7 +61,8 @@ public:
     explicit CVCDWriter(std::ostream& out, ViewerOptions options = {});
     ~CVCDWriter() override;
 
-    /// The variables in the order of the file, once it is written.
+    /// The variables in the order of the file, once it is written, but for the bits of functions and processes, which
+    /// can be many.
     const std::vector<Variable>& variables() const { return m_shown; }
     /// The last time in the file in its own units, likewise.
     std::uint64_t duration() const { return m_duration; }
@@ -76,9 +76,11 @@ protected:
     bool writeFile() override;
 
 private:
+    class Body;
     class Model;
     class Header;
 
+    platform::Owned<Body> m_body;
     platform::Owned<Model> m_model;
     std::vector<Variable> m_shown;
     std::uint64_t m_duration = 0;

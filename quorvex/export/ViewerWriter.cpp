@@ -139,6 +139,21 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
     if (m_finished)
         return false;
     const tagTCode code = packet.TraceCode();
+    const bool isHappening = factsOf(code).role == Role::Happening;
+    if (!isHappening || code == Message) [[unlikely]]
+        learn(packet);
+    const std::uint64_t time = timeOf(tick);
+    if (code == TraceDisabled) [[unlikely]]
+        return finish();
+    if (!show(packet, time)) [[unlikely]]
+        countLoss(packet);
+    else if (isHappening)
+        m_showsSome = true;
+    return !m_failed;
+}
+
+void CViewerWriter::learn(const CPacket& packet) {
+    const tagTCode code = packet.TraceCode();
     const KindFacts& facts = factsOf(code);
     if (facts.role == Role::Definition) {
         if (!m_names.note(packet, m_process) && showsNames(facts.text))
@@ -146,28 +161,24 @@ bool CViewerWriter::putAbsolute(const CPacket& packet, std::uint64_t tick) {
         noteCounter(packet);
     } else if (code == Message) {
         m_names.note(packet, m_process);
+    } else if (code == Timestamp) {
+        if (frequency() == 0)
+            m_inTicks = bodySize();
+        if (!m_clock.note(packet))
+            lose("changes of the clock's frequency");
     }
-    if (frequency() == 0)
-        m_inTicks = bodySize();
-    if (code == Timestamp && !m_clock.note(packet))
-        lose("changes of the clock's frequency");
-    const std::uint64_t time = timeOf(tick);
-    if (code == TraceDisabled)
-        return finish();
-    if (show(packet, time)) {
-        if (!m_showsSome)
-            m_showsSome = facts.role == Role::Happening;
-    } else if (isLost(packet)) {
-        if (code == Message && !RecordedFact(wholeTextOf(packet)).word().empty()) {
-            lose("what messages tell of the program");
-            return !m_failed;
-        }
-        std::uint64_t*& count = m_lostKinds[code % m_lostKinds.size()];
-        if (!count)
-            count = &lossesFor(wordsFor(code));
-        ++*count;
-    }
-    return !m_failed;
+}
+
+void CViewerWriter::countLoss(const CPacket& packet) {
+    if (!isLost(packet))
+        return;
+    const tagTCode code = packet.TraceCode();
+    if (code == Message && !RecordedFact(wholeTextOf(packet)).word().empty())
+        return lose("what messages tell of the program");
+    std::uint64_t*& count = m_lostKinds[code % m_lostKinds.size()];
+    if (!count)
+        count = &lossesFor(wordsFor(code));
+    ++*count;
 }
 
 bool CViewerWriter::showsNames(TextSort sort) const {

@@ -197,6 +197,10 @@ private:
     void makeRoom(std::size_t most);
     /// The time that a tick stands for, and the next unknown ones.
     std::uint64_t timeOf(std::uint64_t tick);
+    /// Takes note of what tells how others are to be shown.
+    void learn(const CPacket& packet);
+    /// Counts a packet that is not shown, if that is a loss.
+    void countLoss(const CPacket& packet);
     bool showsNames(TextSort sort) const;
     /// Takes note of what a definition says of a counter.
     void noteCounter(const CPacket& packet);

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdlib>
@@ -82,7 +83,13 @@ TEST(VCDWriter, WritesEverythingThatADumpCanShow) {
                                      {"messages", 1},
                                      {"state transitions that are not defined", 1}}));
     EXPECT_EQ(writer.duration(), 20U);
-    EXPECT_EQ(VcdFile(out.str()).variables.size(), writer.variables().size());
+    const VcdFile file(out.str());
+    const auto details = std::ranges::count_if(file.variables, [](const auto& variable) {
+        return variable.first.find(".functions.") != std::string::npos ||
+               variable.first.find(".processes.") != std::string::npos;
+    });
+    EXPECT_GT(details, 0);
+    EXPECT_EQ(file.variables.size() - static_cast<std::size_t>(details), writer.variables().size());
     CEndOfTrace end;
     EXPECT_FALSE(writer.put(&end) || writer.put(nullptr) || writer.good());
 }

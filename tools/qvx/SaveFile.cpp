@@ -138,8 +138,6 @@ void SaveFile::write(const std::string& dump, const CVCDWriter& writer) {
     out << "\n[sst_expanded] 0\n[signals_width] 240\n";
     std::string group;
     for (const Variable& variable : writer.variables()) {
-        if (variable.isDetail)
-            continue;
         const std::string scope = variable.path.substr(0, variable.path.rfind('.'));
         if (scope != group) {
             group = scope;

@@ -1,0 +1,162 @@
+#include "quorvex/export/VCDHeader.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Quorvex {
+
+using namespace vcd;
+
+namespace {
+
+/// Viewers end when they meet names of some kilobytes.
+constexpr std::size_t kLongestName = 1000;
+
+constexpr const char* kTypes[] = {"wire", "reg", "real"};
+constexpr const char* kAreas[] = {"core_", "thread_", "counters", "events", "signals", "states", "variables"};
+/// The scopes of details inside those of cores and threads.
+constexpr const char* kDetails[] = {"processes", "functions"};
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+/// A name of letters, digits and '_', which does not begin with a digit: what every reader takes.
+std::string legal(std::string_view name) {
+    std::string result(name.substr(0, kLongestName));
+    for (char& c : result) {
+        const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+        if (!isLetter && !isDigit(c))
+            c = '_';
+    }
+    return !result.empty() && isDigit(result[0]) ? "_" + result : result;
+}
+
+/// A text within a comment of the file, where "$end" would end it.
+std::string inComment(std::string_view text) {
+    std::string result(text);
+    std::ranges::replace_if(
+        result, [](char c) { return c < ' ' || c > '~' || c == '$'; }, '?');
+    return result;
+}
+
+/// What a variable is before it has been told: nothing is entered as far as is known, all else is unknown.
+std::string_view initialOf(const Declaration& variable, Type type) {
+    if (variable.meaning == CVCDWriter::Meaning::Depth)
+        return "b0 ";
+    const bool isEntered = type == Type::Bit && (variable.isDetail || variable.area == Area::Events);
+    return isEntered ? "0" : kUnknown[unsigned(type)];
+}
+
+} // namespace
+
+CVCDWriter::Header::Header(CVCDWriter& writer, const char* unit) : m_writer(writer) {
+    const std::uint64_t start = writer.startTick();
+    const std::uint64_t frequency = writer.frequency();
+    m_text = "$version\n\tQuorvex " QUORVEX_VERSION "\n$end\n$comment\n\t";
+    m_text += start == kUnknown64 ? "No packet tells a tick." : "Time 0 is tick " + std::to_string(start) + ".";
+    m_text += frequency == 0 ? " The clock is not known: a tick counts as 1 ns."
+                             : " The clock has " + std::to_string(frequency) + " ticks a second.";
+    m_text += " Events are pulses of one tick.";
+    m_text += "\n$end\n$timescale " + std::string(unit) + " $end\n$scope module trace $end\n";
+}
+
+bool CVCDWriter::Header::add(const Declaration& declaration, const Wire& variable) {
+    goTo(declaration);
+    const std::string name = nameOf(declaration);
+    const std::string code(variable.code.identifier());
+    const Type type = Body::typeOf(variable);
+    const bool hasRange = type == Type::Vector && variable.width > 1;
+    const std::string range = hasRange ? "[" + std::to_string(variable.width - 1) + ":0]" : "";
+    m_text += std::string("$var ") + kTypes[unsigned(type)] + " " + std::to_string(variable.width) + " " + code + " " +
+              name + (hasRange ? " " : "") + range + " $end\n";
+    if (!declaration.isDetail) {
+        std::string unit;
+        if (declaration.area == Area::Counters)
+            unit = m_writer.counterUnit(static_cast<std::uint32_t>(declaration.id));
+        if (!unit.empty())
+            m_text += "$comment " + name + " is in " + inComment(unit) + " $end\n";
+        m_writer.m_shown.push_back({.path = "trace." + m_scope + "." + name + range,
+                                    .width = variable.width,
+                                    .meaning = declaration.meaning,
+                                    .stateMachine = declaration.owner,
+                                    .counterType = variable.counter ? variable.counter->type() : CounterType::Unsigned,
+                                    .unit = std::move(unit)});
+    }
+    m_initial.append(initialOf(declaration, type)).append(code).append("\n");
+    return flush();
+}
+
+bool CVCDWriter::Header::finish() {
+    leave(m_detail);
+    leave(m_scope);
+    m_text += "$upscope $end\n$enddefinitions $end\n#0\n$dumpvars\n" + m_initial + "$end\n";
+    return flush();
+}
+
+bool CVCDWriter::Header::flush() {
+    const bool isWritten = m_writer.writeOut(m_text);
+    m_text.clear();
+    return isWritten;
+}
+
+void CVCDWriter::Header::goTo(const Declaration& variable) {
+    const bool isOwned = variable.area == Area::Cores || variable.area == Area::Threads;
+    std::string area = kAreas[unsigned(variable.area)] + (isOwned ? std::to_string(variable.owner) : "");
+    if (const std::string title = m_writer.names().threadTitle(variable.owner);
+        variable.area == Area::Threads && !title.empty())
+        area += "_" + legal(title);
+    if (m_scope != area || (!m_detail.empty() && !variable.isDetail))
+        leave(m_detail);
+    if (m_scope != area) {
+        leave(m_scope);
+        enter(m_scope, area);
+    }
+    if (variable.isDetail && m_detail.empty())
+        enter(m_detail, kDetails[unsigned(variable.area)]);
+}
+
+void CVCDWriter::Header::enter(std::string& opened, const std::string& name) {
+    m_text += "$scope module " + name + " $end\n";
+    opened = name;
+    m_used.clear();
+}
+
+void CVCDWriter::Header::leave(std::string& opened) {
+    if (!opened.empty())
+        m_text += "$upscope $end\n";
+    opened.clear();
+    m_used.clear();
+}
+
+std::string CVCDWriter::Header::given(TextSort sort, std::uint64_t number) const {
+    const std::string& name = m_writer.names().name(sort, number);
+    if (name.size() > kLongestName)
+        m_writer.lose("names longer than 1000 characters, cut");
+    return legal(name);
+}
+
+std::string CVCDWriter::Header::idText(TextSort sort, std::uint64_t number) const {
+    return std::to_string(m_writer.names().idOf(sort, number) & 0xFFFFFFFF);
+}
+
+std::string CVCDWriter::Header::nameOf(const Declaration& variable) {
+    std::string name =
+        variable.sort == TextSort::None ? std::string(variable.label) : given(variable.sort, variable.id);
+    if (variable.sort == TextSort::StateMachineInstance) {
+        const std::string machine = given(TextSort::StateMachine, variable.owner);
+        name = (machine.empty() ? "machine_" + idText(TextSort::StateMachine, variable.owner) : machine) + "_" +
+               (name.empty() ? idText(variable.sort, variable.id) : name);
+    } else if (name.empty()) {
+        name = std::string(variable.label) + idText(variable.sort, variable.id);
+    }
+    name += variable.suffix;
+    if (!m_used.insert(name).second) {
+        name += "_" + idText(variable.sort, variable.id);
+        for (unsigned number = 2; !m_used.insert(name).second; ++number)
+            name += "_" + std::to_string(number);
+    }
+    return name;
+}
+
+} // namespace Quorvex
