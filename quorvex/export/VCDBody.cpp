@@ -38,26 +38,79 @@ const Unit& vcd::unitOf(std::uint64_t frequency) {
     return unit != std::end(kUnits) ? *unit : kUnits[frequency > 1'000'000'000 ? 4 : 3];
 }
 
+Code CVCDWriter::Body::newCode() {
+    std::uint32_t id = m_identifiers.GetNextId();
+    while (CVCDIdentifier::IsValid(id) && isReserved(id))
+        id = m_identifiers.GetNextId();
+    if (CVCDIdentifier::IsValid(id))
+        return Code(id);
+    logError("VCDWriter: Cannot create new VCD Identifier!");
+    m_writer.lose("variables without an identifier");
+    return {};
+}
+
 Wire* CVCDWriter::Body::declare(Declaration&& declaration) {
     const auto [at, isNew] = m_variables.try_emplace(std::move(declaration));
     if (!isNew)
         return &at->second;
-    std::uint32_t id = m_identifiers.GetNextId();
-    while (CVCDIdentifier::IsValid(id) && isReserved(id))
-        id = m_identifiers.GetNextId();
-    if (!CVCDIdentifier::IsValid(id)) {
-        logError("VCDWriter: Cannot create new VCD Identifier!");
-        m_writer.lose("variables without an identifier");
+    const Code code = newCode();
+    if (code.isNone()) {
         m_variables.erase(at);
         return nullptr;
     }
     Wire& variable = at->second;
-    variable = {.code = Code(id), .type = at->first.type, .width = widthOf(at->first.meaning)};
+    variable = {.code = code, .type = at->first.type, .width = widthOf(at->first.meaning)};
     if (at->first.meaning == Meaning::Counter) {
         variable.counter = &m_writer.counterSort(static_cast<std::uint32_t>(at->first.id));
         m_counters.emplace(variable.code.identifier(), &variable);
     }
     return &variable;
+}
+
+Wire* CVCDWriter::Body::declareDetail(Area area, std::uint32_t owner, std::uint32_t id) {
+    const Code code = newCode();
+    if (code.isNone())
+        return nullptr;
+    return &m_details[{area, owner}].emplace_back(Detail{id, {.code = code, .type = Type::Bit}}).variable;
+}
+
+void CVCDWriter::Body::eachVariable(const std::function<void(const Declaration&, Wire&)>& take) {
+    auto details = m_details.begin();
+    std::vector<Detail*> byId;
+    const auto takeDetails = [&] {
+        const auto& [area, owner] = details->first;
+        const bool isOfCore = area == Area::Cores;
+        Declaration declaration{.area = area,
+                                .owner = owner,
+                                .isDetail = true,
+                                .type = Type::Bit,
+                                .label = isOfCore ? "process_" : "function_",
+                                .sort = isOfCore ? TextSort::Process : TextSort::Function};
+        byId.clear();
+        for (Detail& detail : details->second)
+            byId.push_back(&detail);
+        std::ranges::sort(byId, {}, [](const Detail* detail) { return detail->id; });
+        for (Detail* const detail : byId) {
+            declaration.id = detail->id;
+            take(declaration, detail->variable);
+        }
+        ++details;
+    };
+    // The details of an owner stand behind its other variables.
+    for (auto& [declaration, variable] : m_variables) {
+        while (details != m_details.end() && details->first < std::pair(declaration.area, declaration.owner))
+            takeDetails();
+        take(declaration, variable);
+    }
+    while (details != m_details.end())
+        takeDetails();
+}
+
+void CVCDWriter::Body::forget(const std::function<bool(const Declaration&)>& isGone) {
+    eachVariable([&](const Declaration& declaration, Wire& variable) {
+        if (variable.isTold && isGone(declaration))
+            changeToUnknown(&variable);
+    });
 }
 
 void CVCDWriter::Body::pulse(Wire* event) {

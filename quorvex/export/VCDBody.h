@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -44,8 +46,10 @@ public:
             variable = declare(make());
         return variable;
     }
-    /// The variables in the order of the file.
-    const std::map<vcd::Declaration, Wire>& variables() const { return m_variables; }
+    /// A new bit for a function of a thread, or a process of a core; null when there are no more.
+    Wire* declareDetail(vcd::Area area, std::uint32_t owner, std::uint32_t id);
+    /// Calls `take` with each declaration and its variable, in the order of the file.
+    void eachVariable(const std::function<void(const vcd::Declaration&, Wire&)>& take);
     /// The type that a variable has by all its values so far.
     static vcd::Type typeOf(const Wire& variable) {
         return variable.counter && variable.counter->type() == CounterType::Double ? vcd::Type::Real : variable.type;
@@ -100,12 +104,7 @@ public:
     void pulse(Wire* event);
 
     /// Makes those of the variables unknown that have been told, if `isGone` takes their declaration.
-    template <class IsGone> void forget(IsGone isGone) {
-        for (auto& [declaration, variable] : m_variables) {
-            if (variable.isTold && isGone(declaration))
-                changeToUnknown(&variable);
-        }
-    }
+    void forget(const std::function<bool(const vcd::Declaration&)>& isGone);
     /// Makes all unknown for a gap, which lasts until the next change.
     void turnOff();
     bool isOff() const { return m_isOff; }
@@ -117,6 +116,13 @@ private:
     static constexpr std::string_view kOn = "$dumpon\n$end\n";
     static constexpr unsigned kTimeRoom = 2 + kMostDigits + kOn.size(); ///< of lines with a time
 
+    struct Detail {
+        std::uint32_t id;
+        Wire variable;
+    };
+
+    /// The code of a new variable; none when there are no more.
+    vcd::Code newCode();
     void endPulses();
     /// Where a change of the time that is shown is put: room for a value of that many characters, and a code.
     char* changeAt(std::size_t longestValue) {
@@ -135,7 +141,8 @@ private:
     bool m_isOff = false;        ///< the dump is, for a gap
     std::vector<Wire*> m_pulses; ///< events whose pulse ends with the next tick
     CVCDIdentifier m_identifiers;
-    std::map<vcd::Declaration, Wire> m_variables;
+    std::map<vcd::Declaration, Wire> m_variables; ///< but for the details, of which there can be very many:
+    std::map<std::pair<vcd::Area, std::uint32_t>, std::deque<Detail>> m_details; ///< by area and owner
     std::map<std::string, Wire*, std::less<>> m_counters; ///< variables whose type is found out, by code
     Directory<ValueKey, Wire*> m_known;                   ///< those that are looked up often
 };

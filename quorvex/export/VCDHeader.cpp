@@ -11,6 +11,7 @@ namespace {
 
 /// Viewers end when they meet names of some kilobytes.
 constexpr std::size_t kLongestName = 1000;
+constexpr std::size_t kTextSize = 0x10000; ///< that is written at once
 
 constexpr const char* kTypes[] = {"wire", "reg", "real"};
 constexpr const char* kAreas[] = {"core_", "thread_", "counters", "events", "signals", "states", "variables"};
@@ -50,18 +51,29 @@ std::string_view initialOf(const Declaration& variable, Type type) {
 
 } // namespace
 
-CVCDWriter::Header::Header(CVCDWriter& writer, const char* unit) : m_writer(writer) {
-    const std::uint64_t start = writer.startTick();
-    const std::uint64_t frequency = writer.frequency();
+bool CVCDWriter::Header::write(Body& body) {
+    const std::uint64_t start = m_writer.startTick();
+    const std::uint64_t frequency = m_writer.frequency();
     m_text = "$version\n\tQuorvex " QUORVEX_VERSION "\n$end\n$comment\n\t";
     m_text += start == kUnknown64 ? "No packet tells a tick." : "Time 0 is tick " + std::to_string(start) + ".";
     m_text += frequency == 0 ? " The clock is not known: a tick counts as 1 ns."
                              : " The clock has " + std::to_string(frequency) + " ticks a second.";
     m_text += " Events are pulses of one tick.";
-    m_text += "\n$end\n$timescale " + std::string(unit) + " $end\n$scope module trace $end\n";
+    m_text += "\n$end\n$timescale " + std::string(m_unit) + " $end\n$scope module trace $end\n";
+    body.eachVariable([this](const Declaration& declaration, const Wire& variable) { add(declaration, variable); });
+    leave(m_detail);
+    leave(m_scope);
+    m_text += "$upscope $end\n$enddefinitions $end\n#0\n$dumpvars\n";
+    body.eachVariable([this](const Declaration& declaration, const Wire& variable) {
+        m_text.append(initialOf(declaration, Body::typeOf(variable))).append(variable.code.identifier()).append("\n");
+        flush();
+    });
+    m_text += "$end\n";
+    flush(true);
+    return m_isWritten;
 }
 
-bool CVCDWriter::Header::add(const Declaration& declaration, const Wire& variable) {
+void CVCDWriter::Header::add(const Declaration& declaration, const Wire& variable) {
     goTo(declaration);
     const std::string name = nameOf(declaration);
     const std::string code(variable.code.identifier());
@@ -83,21 +95,14 @@ bool CVCDWriter::Header::add(const Declaration& declaration, const Wire& variabl
                                     .counterType = variable.counter ? variable.counter->type() : CounterType::Unsigned,
                                     .unit = std::move(unit)});
     }
-    m_initial.append(initialOf(declaration, type)).append(code).append("\n");
-    return flush();
+    flush();
 }
 
-bool CVCDWriter::Header::finish() {
-    leave(m_detail);
-    leave(m_scope);
-    m_text += "$upscope $end\n$enddefinitions $end\n#0\n$dumpvars\n" + m_initial + "$end\n";
-    return flush();
-}
-
-bool CVCDWriter::Header::flush() {
-    const bool isWritten = m_writer.writeOut(m_text);
+void CVCDWriter::Header::flush(bool isEnd) {
+    if (!isEnd && m_text.size() < kTextSize)
+        return;
+    m_isWritten = m_isWritten && m_writer.writeOut(m_text);
     m_text.clear();
-    return isWritten;
 }
 
 void CVCDWriter::Header::goTo(const Declaration& variable) {

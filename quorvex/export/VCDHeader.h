@@ -15,15 +15,16 @@ namespace Quorvex {
 /// Writes what stands before the body: the scopes, the variables in them by their names, and what these are at first.
 class CVCDWriter::Header {
 public:
-    Header(CVCDWriter& writer, const char* unit);
+    /// With the unit of times.
+    Header(CVCDWriter& writer, const char* unit) : m_writer(writer), m_unit(unit) {}
 
-    /// The next variable of the file.
-    bool add(const vcd::Declaration& declaration, const vcd::Wire& variable);
-    /// All are there.
-    bool finish();
+    /// Writes it; false when that fails.
+    bool write(Body& body);
 
 private:
-    bool flush();
+    void add(const vcd::Declaration& declaration, const vcd::Wire& variable);
+    /// Writes what there is of the text, if that is much, or all of it.
+    void flush(bool isEnd = false);
     /// Opens and closes scopes until the variable may follow.
     void goTo(const vcd::Declaration& variable);
     void enter(std::string& opened, const std::string& name);
@@ -36,8 +37,9 @@ private:
     std::string nameOf(const vcd::Declaration& variable);
 
     CVCDWriter& m_writer;
-    std::string m_text;
-    std::string m_initial;
+    const char* m_unit;
+    bool m_isWritten = true;
+    std::string m_text;  ///< that has not been written
     std::string m_scope; ///< that is open, and the one of details inside it
     std::string m_detail;
     std::set<std::string> m_used; ///< names in the innermost of them

@@ -186,7 +186,7 @@ CVCDWriter::Model::Core& CVCDWriter::Model::showInstruction(const CCoreContext& 
 
 template <class Bit> void CVCDWriter::Model::enter(View& view, Stack& stack, std::uint32_t id, Bit bit) {
     const auto find = [&] {
-        return &view.entered.findOrMake(id, [&] { return Entered{.id = id, .current = NumberLine(view.current, id)}; });
+        return &view.entered.findOrMake(id, [&] { return Entered{.current = NumberLine(view.current, id), .id = id}; });
     };
     if (stack.enter(find)) {
         Entered& entered = *stack.back();
@@ -226,15 +226,8 @@ void CVCDWriter::Model::showFunction(const CCoreContext& context, std::uint32_t 
     const std::uint32_t number = m_writer.numberOf(TextSort::Function, id);
     if (!isEntered)
         return leave(thread.view, *thread.stack, number);
-    enter(thread.view, *thread.stack, number, [&] {
-        return m_body.declare({.area = Area::Threads,
-                               .owner = context.SWCtx(),
-                               .isDetail = true,
-                               .type = Type::Bit,
-                               .label = "function_",
-                               .sort = TextSort::Function,
-                               .id = number});
-    });
+    enter(thread.view, *thread.stack, number,
+          [&] { return m_body.declareDetail(Area::Threads, context.SWCtx(), number); });
 }
 
 void CVCDWriter::Model::showProcess(const CCoreContext& context, std::uint32_t id, bool isEntered) {
@@ -246,15 +239,7 @@ void CVCDWriter::Model::showProcess(const CCoreContext& context, std::uint32_t i
         view.depth = declareOn(context.HWCtx(), "process_depth", Meaning::Depth);
     }
     if (isEntered) {
-        enter(view, core.processes, number, [&] {
-            return m_body.declare({.area = Area::Cores,
-                                   .owner = context.HWCtx(),
-                                   .isDetail = true,
-                                   .type = Type::Bit,
-                                   .label = "process_",
-                                   .sort = TextSort::Process,
-                                   .id = number});
-        });
+        enter(view, core.processes, number, [&] { return m_body.declareDetail(Area::Cores, context.HWCtx(), number); });
     } else {
         leave(view, core.processes, number);
     }

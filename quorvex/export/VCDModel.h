@@ -45,10 +45,10 @@ private:
         return {.sort = static_cast<std::uint8_t>(area), .form = form, .number = number};
     }
     struct Entered {
-        std::uint32_t id = 0;
-        NumberLine current = {}; ///< that it is the innermost
-        Wire* variable = nullptr;
+        NumberLine current; ///< that it is the innermost
+        std::uint32_t id;
         unsigned count = 0;
+        Wire* variable = nullptr; ///< its bit
     };
     using Stack = CallStack<Entered*>;
     /// What shows a stack, or one of several.

@@ -49,7 +49,9 @@ public:
     static constexpr std::size_t kRoom = 8;
 
     Code() = default;
-    explicit Code(std::uint32_t id) : m_size(CVCDIdentifier::write(m_text, kRoom, id)) { m_text[m_size++] = '\n'; }
+    explicit Code(std::uint32_t id) : m_size(static_cast<std::uint8_t>(CVCDIdentifier::write(m_text, kRoom, id))) {
+        m_text[m_size++] = '\n';
+    }
 
     /// There is no such variable.
     bool isNone() const { return m_size == 0; }
@@ -62,10 +64,10 @@ public:
 
 private:
     char m_text[kRoom] = {};
-    unsigned m_size = 0;
+    std::uint8_t m_size = 0;
 };
 
-/// A variable of the file. Variables stay where they are in memory.
+/// A variable of the file. Variables stay where they are in memory. There can be very many.
 struct Wire {
     Code code;
     Type type = Type::Vector;
@@ -91,8 +93,11 @@ public:
 
     NumberLine() = default;
     NumberLine(const Wire* variable, std::uint32_t number) {
-        if (variable)
-            m_size = static_cast<unsigned>(putNumber(m_text, variable->code, number) - m_text);
+        if (!variable)
+            return;
+        char text[kRoom + 7];
+        m_size = static_cast<std::uint8_t>(putNumber(text, variable->code, number) - text);
+        std::memcpy(m_text, text, m_size);
     }
 
     /// There is no such variable.
@@ -104,8 +109,8 @@ public:
     }
 
 private:
-    char m_text[kRoom + 8] = {};
-    unsigned m_size = 0;
+    char m_text[kRoom] = {};
+    std::uint8_t m_size = 0;
 };
 
 } // namespace Quorvex::vcd

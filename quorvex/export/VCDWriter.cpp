@@ -35,13 +35,8 @@ void CVCDWriter::fixLine(std::string_view line, std::string& to) {
 
 bool CVCDWriter::writeFile() {
     const auto& [unitsPerSecond, name] = vcd::unitOf(frequency());
-    Header header(*this, name);
-    for (const auto& [declaration, variable] : m_body->variables()) {
-        if (!header.add(declaration, variable))
-            return false;
-    }
     m_duration = unitsOf(m_body->time(), unitsPerSecond);
-    return header.finish() && copyBody('#', unitsPerSecond);
+    return Header(*this, name).write(*m_body) && copyBody('#', unitsPerSecond);
 }
 
 } // namespace Quorvex
