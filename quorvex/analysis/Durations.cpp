@@ -1,7 +1,6 @@
 #include "quorvex/analysis/Durations.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 
 namespace Quorvex {
@@ -18,13 +17,12 @@ Durations::Row& Durations::row(unsigned number) {
     return m_rows[number - m_firstRow];
 }
 
-void Durations::add(std::uint64_t duration) {
-    ++m_count;
+void Durations::add(std::uint64_t duration, std::uint64_t count) {
+    m_count += count;
     m_least = std::min(m_least, duration);
     m_most = std::max(m_most, duration);
-    const auto width = static_cast<unsigned>(std::bit_width(duration));
-    const unsigned number = width > kBits ? width - kBits : 0;
-    ++row(number)[(number > 0 ? duration >> (number - 1) : duration) % kSlots];
+    const unsigned counter = counterOf(duration);
+    row(counter / kSlots)[counter % kSlots] += count;
 }
 
 void Durations::add(const Durations& other) {

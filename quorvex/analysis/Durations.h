@@ -3,6 +3,7 @@
 #include "quorvex/platform/Export.h"
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <vector>
 
@@ -12,9 +13,16 @@ namespace Quorvex {
 /// shortest and the longest, however many there are. Used by one thread at a time.
 class QUORVEX_API Durations {
 public:
-    void add(std::uint64_t duration); ///< adds one
+    void add(std::uint64_t duration, std::uint64_t count = 1); ///< adds one that many times, at least once
     /// Adds all of another row of durations, in the same unit.
     void add(const Durations& other);
+
+    /// What counts a duration, below 4096: those of one counter are told apart by least() and most() alone.
+    static unsigned counterOf(std::uint64_t duration) {
+        const auto width = static_cast<unsigned>(std::bit_width(duration));
+        const unsigned row = width > kBits ? width - kBits : 0;
+        return row * kSlots + static_cast<unsigned>((row > 0 ? duration >> (row - 1) : duration) % kSlots);
+    }
 
     std::uint64_t count() const { return m_count; }
     std::uint64_t least() const { return m_count > 0 ? m_least : 0; } ///< exact; 0 where there is none

@@ -10,7 +10,9 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <random>
 #include <string>
+#include <vector>
 #include <zlib.h>
 
 namespace Quorvex::test {
@@ -148,6 +150,44 @@ TEST_F(TrackIndexFile, IsTrustedInNothing) {
     setWord(deep, kLinesSize, deep.size() - m_bytes.size());
     setWord(deep, kSize, deep.size());
     EXPECT_FALSE(opens(checked(deep)));
+}
+
+TEST_F(TrackIndexFile, AnswersTheSameInSlices) {
+    std::mt19937_64 random(3);
+    std::string rows = "\tTimestamp\t16\t0\t3000000000\n";
+    std::vector<std::uint64_t> open[2];
+    std::uint64_t tick = 1000;
+    for (unsigned i = 0; i < 60000; ++i) {
+        const std::uint64_t thread = random() % 2;
+        std::vector<std::uint64_t>& its = open[thread];
+        tick += random() % 7 == 0 ? 0 : random() % (1U << random() % 24);
+        const bool enters = its.size() <= 2 || (its.size() < 9 && random() % 2 == 0); // two of each thread do not end
+        if (enters)
+            its.push_back(its.size() < 2 ? its.size() : random() % 5);
+        if (enters || i % 100 != 0) // some are not left
+            rows += std::string("\tFunction") + (enters ? "Enter" : "Leave") + "\t28\t" + std::to_string(tick) +
+                    "\t0\t" + std::to_string(thread + 1) + "\tInvalid\t0x" + std::to_string(its.back()) + '\n';
+        if (!enters)
+            its.pop_back();
+    }
+    make(rows);
+    ASSERT_TRUE(m_index.open(m_directory.path("index"), "key"));
+    const TrackAnswers slices(m_index, 1), whole(m_index, rows.size());
+    for (unsigned i = 0; i < 10; ++i) {
+        const std::uint64_t from = i == 0 ? 0 : random() % tick, to = i == 0 ? tick : random() % tick;
+        TrackAnswers::Words words{{"from", std::to_string(std::min(from, to))},
+                                  {"to", std::to_string(std::max(from, to))}};
+        for (const char* question : {"table", "flame", "histogram"}) {
+            for (const char* name : {"1", "2", "4"}) {
+                words["name"] = name;
+                const auto answer = slices.answer(question, words);
+                ASSERT_TRUE(answer);
+                EXPECT_GT(answer->size(), 10U);
+                EXPECT_EQ(answer, whole.answer(question, words))
+                    << question << ' ' << words["from"] << ' ' << words["to"];
+            }
+        }
+    }
 }
 
 TEST_F(TrackIndexFile, AnswersNothingThatCannotBeUnderstood) {

@@ -1,6 +1,7 @@
 #include "TrackAnswers.h"
 
 #include "ReportPage.h"
+#include "quorvex/analysis/Directory.h"
 #include "quorvex/analysis/Durations.h"
 #include "quorvex/analysis/TimeBase.h"
 #include "quorvex/format/Glob.h"
@@ -8,9 +9,11 @@
 #include <algorithm>
 #include <bit>
 #include <charconv>
+#include <functional>
 #include <limits>
+#include <mutex>
 #include <set>
-#include <unordered_map>
+#include <tuple>
 #include <utility>
 
 namespace qvx {
@@ -164,6 +167,7 @@ public:
     }
     bool isThere() const { return m_block < m_blocks.size(); }
     const Item& operator*() const { return m_item; }
+    std::uint64_t place() const { return m_blocks[m_block].place + m_at; } ///< within the row
     void next() {
         if (++m_at == m_blocks[m_block].count) {
             m_at = 0;
@@ -185,29 +189,87 @@ private:
     Item m_item{};
 };
 
-/// What is known of a call when it ends, as far as it is within the time that was asked for: times in nanoseconds, or
-/// in ticks of traces that do not tell their clock.
-struct TrackAnswers::Call {
-    std::uint32_t name;
-    std::uint64_t duration;
-    std::uint64_t self;
-    bool isLeft;
-    bool isOutermost; ///< no other call of the function encloses it
+/// The calls of a track in a part of the time. Durations are in nanoseconds, or in ticks of traces that do not tell
+/// their clock.
+struct TrackAnswers::Part {
+    /// Calls of a function by the same path. Those that reach beyond the part are not counted.
+    struct Path {
+        std::uint32_t above; ///< the number of the path that leads to it, and 1; 0 where there is none
+        std::uint32_t name;
+        bool isOutermost; ///< no other call of the function encloses it
+        std::uint64_t calls = 0;
+        std::uint64_t unfinished = 0; ///< of these
+        std::uint64_t total = 0;
+        std::uint64_t self = 0;
+    };
+    /// Calls of a path, without unfinished ones, whose durations have one counter.
+    struct Alike {
+        std::uint32_t path;
+        std::uint32_t count;
+        std::uint64_t least;
+        std::uint64_t most;
+    };
+
+    std::vector<Path> paths; ///< behind those that lead to them
+    std::vector<Alike> alike;
+    std::vector<CutCall> cut;
 };
+
+/// A call that reaches beyond a part.
+struct TrackAnswers::CutCall {
+    Item item;
+    std::uint64_t place; ///< within its row
+    std::uint64_t above; ///< the place of what encloses it
+    std::uint32_t depth;
+    std::uint32_t path;
+    bool isOutermost;
+    std::uint64_t inner; ///< the time in what it called that is within the part as a whole
+};
+
+/// When a track is cut, and the part between two of these moments, as far as that has been asked for.
+struct TrackAnswers::Slices {
+    std::vector<std::int64_t> moments;
+    std::unique_ptr<std::once_flag[]> once;
+    std::vector<Part> parts;
+};
+
+TrackAnswers::TrackAnswers(const TrackIndex& index, std::size_t blocks)
+    : m_index(index), m_slices(std::make_unique<Slices[]>(index.tracks().size())) {
+    for (std::size_t number = 0; number < index.tracks().size(); ++number) {
+        const TrackEntry& track = index.tracks()[number];
+        if (track.isCalls == 0 || !isSpans(track))
+            continue;
+        const Row& row = *std::ranges::max_element(index.rowsOf(track), {}, &Row::blockCount);
+        const std::span<const Block> its = index.blocksOf(row);
+        Slices& slices = m_slices[number];
+        std::size_t next = blocks;
+        for (std::size_t i = 1; i < its.size(); ++i) {
+            // What encloses the first call of the block goes on, and what was before has ended.
+            if (i < next || fromBase(its[i - 1].last) >= fromBase(its[i].first) || index.item(its[i], 0).more == 0 ||
+                (!slices.moments.empty() && fromBase(its[i].first) <= slices.moments.back()))
+                continue;
+            slices.moments.push_back(fromBase(its[i].first));
+            next = i + blocks;
+        }
+        slices.once = std::make_unique<std::once_flag[]>(slices.moments.size());
+        slices.parts.resize(slices.moments.size());
+    }
+}
+
+TrackAnswers::~TrackAnswers() = default;
 
 template <class Opens, class Ends>
 void TrackAnswers::eachCall(const TrackEntry& track, std::int64_t from, std::int64_t to, const Opens& opens,
                             const Ends& ends) const {
     struct Open {
         Item item;
-        std::uint64_t inner;
+        std::uint64_t place;
         bool hasBegun; ///< what is within it
     };
     std::vector<Cursor> rows;
     for (const Row& row : m_index.rowsOf(track))
         rows.emplace_back(*this, row, from);
     std::vector<Open> open;
-    std::vector<std::uint32_t> within(m_index.namesOf(track.table).size());
     // Whether the next one of the row below belongs to what is open.
     const auto isWithin = [&](const Item& item) {
         if (open.empty())
@@ -223,29 +285,114 @@ void TrackAnswers::eachCall(const TrackEntry& track, std::int64_t from, std::int
         const std::size_t depth = open.size();
         if (depth < rows.size() && rows[depth].isThere() && fromBase((*rows[depth]).at) < to &&
             isWithin(*rows[depth])) {
-            const Item item = *rows[depth];
-            rows[depth].next();
             if (!open.empty())
                 open.back().hasBegun = true;
-            open.push_back({item, 0, false});
-            if (item.name < within.size())
-                ++within[item.name];
-            opens(depth, item.name);
+            open.push_back({*rows[depth], rows[depth].place(), false});
+            rows[depth].next();
+            opens(depth, open.back().item.name);
             continue;
         }
         if (open.empty())
             return;
         const Open its = open.back();
         open.pop_back();
-        const std::int64_t begin = std::max(fromBase(its.item.at), from);
-        const std::int64_t end = std::min(fromBase(its.item.end()), to);
+        ends(open.size(), its.item, its.place, open.empty() ? 0 : open.back().place);
+    }
+}
+
+TrackAnswers::Part TrackAnswers::partOf(const TrackEntry& track, std::int64_t from, std::int64_t to) const {
+    struct Level {
+        std::uint32_t path;
+        std::uint64_t inner;
+    };
+    Part part;
+    Directory<std::uint64_t, std::uint32_t> paths; // by the one above and the name
+    Directory<std::uint64_t, std::size_t> alike;   // by path and counter
+    std::vector<Level> open;
+    std::vector<std::uint32_t> within(m_index.namesOf(track.table).size()); // how many calls are open, by name
+    eachCall(
+        track, from, to,
+        [&](std::size_t, std::uint32_t name) {
+            const std::uint32_t above = open.empty() ? 0 : open.back().path + 1;
+            const bool isOutermost = name >= within.size() || within[name]++ == 0;
+            const std::uint32_t path = paths.findOrMake(std::uint64_t{above} << 32 | name, [&] {
+                part.paths.push_back({above, name, isOutermost});
+                return static_cast<std::uint32_t>(part.paths.size() - 1);
+            });
+            open.push_back({path, 0});
+        },
+        [&](std::size_t depth, const Item& item, std::uint64_t place, std::uint64_t above) {
+            const Level its = open.back();
+            open.pop_back();
+            Part::Path& path = part.paths[its.path];
+            if (path.name < within.size())
+                --within[path.name];
+            if (fromBase(item.at) < from || fromBase(item.end()) > to) {
+                part.cut.push_back(
+                    {item, place, above, static_cast<std::uint32_t>(depth), its.path, path.isOutermost, its.inner});
+                return;
+            }
+            const std::uint64_t duration = TimeBase::nanosecondsOf(item.more, track.frequency);
+            if (!open.empty())
+                open.back().inner += duration;
+            ++path.calls;
+            path.unfinished += item.isOpen;
+            path.total += duration;
+            path.self += duration - std::min(its.inner, duration);
+            if (item.isOpen)
+                return;
+            const std::size_t at =
+                alike.findOrMake(std::uint64_t{its.path} << 32 | Durations::counterOf(duration), [&] {
+                    part.alike.push_back({its.path, 0, duration, duration});
+                    return part.alike.size() - 1;
+                });
+            Part::Alike& those = part.alike[at];
+            ++those.count;
+            those.least = std::min(those.least, duration);
+            those.most = std::max(those.most, duration);
+        });
+    return part;
+}
+
+template <class Take, class Ends>
+void TrackAnswers::eachPart(const TrackEntry& track, std::int64_t from, std::int64_t to, const Take& take,
+                            const Ends& ends) const {
+    std::map<std::pair<std::uint32_t, std::uint64_t>, CutCall, std::greater<>> cut; // the deepest first
+    const auto add = [&](const Part& part, std::int64_t begin, std::int64_t end) {
+        const auto numbers = take(part, begin, end);
+        for (const CutCall& call : part.cut) {
+            const auto [at, isNew] = cut.try_emplace({call.depth, call.place}, call);
+            if (isNew)
+                at->second.path = numbers.empty() ? 0 : numbers[call.path];
+            else
+                at->second.inner += call.inner;
+        }
+    };
+    Slices& slices = m_slices[static_cast<std::size_t>(&track - m_index.tracks().data())];
+    const std::vector<std::int64_t>& moments = slices.moments;
+    auto i = static_cast<std::size_t>(std::ranges::lower_bound(moments, from) - moments.begin());
+    std::int64_t begin = from;
+    do {
+        if (i + 1 < moments.size() && begin == moments[i] && moments[i + 1] <= to) {
+            std::call_once(slices.once[i], [&] { slices.parts[i] = partOf(track, moments[i], moments[i + 1]); });
+            add(slices.parts[i], begin, moments[i + 1]);
+            begin = moments[++i];
+        } else {
+            const std::int64_t end = i < moments.size() && begin < moments[i] ? std::min(moments[i], to) : to;
+            add(partOf(track, begin, end), begin, end);
+            begin = end;
+        }
+    } while (begin < to);
+    for (const auto& [key, call] : cut) {
+        const std::int64_t start = std::max(fromBase(call.item.at), from);
+        const std::int64_t end = std::min(fromBase(call.item.end()), to);
         const std::uint64_t duration =
-            TimeBase::nanosecondsOf(end > begin ? static_cast<std::uint64_t>(end - begin) : 0, track.frequency);
-        const bool isOutermost = its.item.name >= within.size() || --within[its.item.name] == 0;
-        ends(open.size(),
-             Call{its.item.name, duration, duration - std::min(its.inner, duration), !its.item.isOpen, isOutermost});
-        if (!open.empty())
-            open.back().inner += duration;
+            TimeBase::nanosecondsOf(end > start ? static_cast<std::uint64_t>(end - start) : 0, track.frequency);
+        ends(call, duration, duration - std::min(call.inner, duration));
+        if (call.depth == 0)
+            continue;
+        if (const auto above = cut.find({call.depth - 1, call.above}); above != cut.end())
+            above->second.inner += duration;
     }
 }
 
@@ -268,28 +415,39 @@ std::string TrackAnswers::table(const Asked& asked) const {
         Durations durations;
     };
     std::map<std::uint32_t, Sum> sums;
-    std::vector<Sum*> byName;
     bool hasClock = true;
     std::uint64_t whole = 0;
     for (const TrackEntry* track : callTracks(asked)) {
         hasClock = hasClock && track->frequency != 0;
-        byName.resize(std::max(byName.size(), m_index.namesOf(track->table).size()));
-        eachCall(
-            *track, asked.from, asked.to, [](std::size_t, std::uint32_t) {},
-            [&](std::size_t, const Call& call) {
-                if (call.name >= byName.size())
-                    return; // of a damaged index
-                if (!byName[call.name])
-                    byName[call.name] = &sums[call.name];
-                Sum& sum = *byName[call.name];
-                if (call.isLeft)
-                    sum.durations.add(call.duration);
-                else
-                    ++sum.unfinished;
-                if (call.isOutermost)
-                    sum.total += call.duration;
-                sum.self += call.self;
-                whole += call.self;
+        const auto add = [&](Sum& sum, bool isOutermost, std::uint64_t unfinished, std::uint64_t total,
+                             std::uint64_t self) {
+            sum.unfinished += unfinished;
+            sum.total += isOutermost ? total : 0;
+            sum.self += self;
+            whole += self;
+        };
+        eachPart(
+            *track, asked.from, asked.to,
+            [&](const Part& part, std::int64_t, std::int64_t) {
+                std::vector<Sum*> byPath;
+                for (const Part::Path& path : part.paths) {
+                    Sum& sum = sums[path.name];
+                    add(sum, path.isOutermost, path.unfinished, path.total, path.self);
+                    byPath.push_back(&sum);
+                }
+                for (const Part::Alike& its : part.alike) {
+                    Durations& durations = byPath[its.path]->durations;
+                    durations.add(its.least, its.most == its.least ? its.count : its.count - 1);
+                    if (its.most != its.least)
+                        durations.add(its.most);
+                }
+                return std::vector<std::uint32_t>();
+            },
+            [&](const CutCall& call, std::uint64_t duration, std::uint64_t self) {
+                Sum& sum = sums[call.item.name];
+                add(sum, call.isOutermost, call.item.isOpen, duration, self);
+                if (!call.item.isOpen)
+                    sum.durations.add(duration);
             });
     }
     std::vector<std::uint64_t> columns[9];
@@ -316,32 +474,69 @@ std::string TrackAnswers::histogram(const Asked& asked) const {
         std::uint64_t track;
         std::uint64_t place;
         bool operator<(const Place& other) const {
-            return duration != other.duration ? duration > other.duration : start < other.start;
+            return std::tie(other.duration, start, track, place) <
+                   std::tie(duration, other.start, other.track, other.place);
         }
     };
+    struct Stretch {
+        std::uint64_t most; ///< the longest duration there
+        const TrackEntry* track;
+        std::int64_t from;
+        std::int64_t to;
+    };
     std::map<std::uint64_t, std::uint64_t> counts;
+    std::vector<Stretch> stretches;
     std::set<Place> slowest;
     std::uint64_t count = 0;
     bool hasClock = true;
     const auto name = static_cast<std::uint32_t>(asked.number("name"));
+    const auto look = [&](const TrackEntry& track, const Row& row, const Item& item, std::uint64_t place,
+                          std::uint64_t duration) {
+        slowest.insert({duration, fromBase(item.at), fromBase(item.end()),
+                        static_cast<std::uint64_t>(&track - m_index.tracks().data()), row.place + place});
+        if (slowest.size() > kSlowest)
+            slowest.erase(std::prev(slowest.end()));
+    };
     for (const TrackEntry* track : callTracks(asked)) {
         hasClock = hasClock && track->frequency != 0;
-        for (const Row& row : m_index.rowsOf(*track))
-            eachItem(*track, row, asked.from, asked.to, [&](const Item& item, std::uint64_t place) {
-                const std::int64_t start = fromBase(item.at), end = fromBase(item.end());
-                if (item.name != name || item.isOpen || (start < asked.from && end <= asked.from))
-                    return true;
-                const auto ticks = static_cast<std::uint64_t>(std::max(std::min(end, asked.to), asked.from) -
-                                                              std::max(start, asked.from));
-                const std::uint64_t duration = TimeBase::nanosecondsOf(ticks, track->frequency);
+        eachPart(
+            *track, asked.from, asked.to,
+            [&](const Part& part, std::int64_t from, std::int64_t to) {
+                std::uint64_t most = 0;
+                bool isThere = false;
+                for (const Part::Alike& its : part.alike) {
+                    if (part.paths[its.path].name != name)
+                        continue;
+                    isThere = true;
+                    most = std::max(most, its.most);
+                    counts[binOf(its.least)] += its.count;
+                    count += its.count;
+                }
+                if (isThere)
+                    stretches.push_back({most, track, from, to});
+                return std::vector<std::uint32_t>();
+            },
+            [&](const CutCall& call, std::uint64_t duration, std::uint64_t) {
+                if (call.item.name != name || call.item.isOpen)
+                    return;
                 ++count;
                 ++counts[binOf(duration)];
-                if (slowest.size() < kSlowest || duration > slowest.rbegin()->duration) {
-                    slowest.insert({duration, start, end, static_cast<std::uint64_t>(track - m_index.tracks().data()),
-                                    row.place + place});
-                    if (slowest.size() > kSlowest)
-                        slowest.erase(std::prev(slowest.end()));
-                }
+                look(*track, m_index.rowsOf(*track)[call.depth], call.item, call.place, duration);
+            });
+    }
+    // What is in a part is looked at only where that may have one of the slowest.
+    std::ranges::sort(stretches, [](const Stretch& one, const Stretch& other) {
+        return std::tie(other.most, one.from) < std::tie(one.most, other.from);
+    });
+    for (const Stretch& its : stretches) {
+        if (slowest.size() == kSlowest &&
+            std::tie(its.most, slowest.rbegin()->start) < std::tie(slowest.rbegin()->duration, its.from))
+            break;
+        for (const Row& row : m_index.rowsOf(*its.track))
+            eachItem(*its.track, row, its.from, its.to, [&](const Item& item, std::uint64_t place) {
+                if (item.name == name && !item.isOpen && fromBase(item.at) >= its.from &&
+                    fromBase(item.end()) <= its.to)
+                    look(*its.track, row, item, place, TimeBase::nanosecondsOf(item.more, its.track->frequency));
                 return true;
             });
     }
@@ -371,39 +566,42 @@ std::string TrackAnswers::flame(const Asked& asked) const {
     };
     constexpr std::uint32_t kNone = ~0U;
     std::vector<Path> paths;
-    std::unordered_map<std::uint64_t, std::uint32_t> known; // by parent and name
+    Directory<std::uint64_t, std::uint32_t> known; // by parent and name
     ReportColumn parents, names;
     bool hasClock = true, isCut = false;
+    const auto add = [&](std::uint32_t number, std::uint64_t total, std::uint64_t self, std::uint64_t calls) {
+        if (number == kNone)
+            return;
+        paths[number].total += total;
+        paths[number].self += self;
+        paths[number].calls += calls;
+    };
     for (const TrackEntry* track : callTracks(asked)) {
         hasClock = hasClock && track->frequency != 0;
-        std::vector<std::uint32_t> stack;
-        eachCall(
+        eachPart(
             *track, asked.from, asked.to,
-            [&](std::size_t depth, std::uint32_t name) {
-                const std::uint32_t above = depth > 0 ? stack[depth - 1] : kNone;
-                stack.resize(depth + 1);
-                const std::uint64_t key = std::uint64_t{above + 1} << 32 | name;
-                const auto at = known.find(key);
-                if (at == known.end() && paths.size() >= kMostPaths) {
-                    isCut = true;
-                    stack[depth] = above;
-                } else if (at == known.end()) {
-                    stack[depth] = static_cast<std::uint32_t>(paths.size());
-                    known.emplace(key, stack[depth]);
-                    paths.emplace_back();
-                    parents.add(std::uint32_t{above + 1});
-                    names.add(name);
-                } else {
-                    stack[depth] = at->second;
+            [&](const Part& part, std::int64_t, std::int64_t) {
+                std::vector<std::uint32_t> numbers;
+                for (const Part::Path& path : part.paths) {
+                    const std::uint32_t above = path.above > 0 ? numbers[path.above - 1] : kNone;
+                    const std::uint64_t key = std::uint64_t{above + 1} << 32 | path.name;
+                    const std::uint32_t* at = known.find(key);
+                    if (!at && paths.size() >= kMostPaths) {
+                        isCut = true;
+                        at = &above;
+                    } else if (!at) {
+                        at = &(known[key] = static_cast<std::uint32_t>(paths.size()));
+                        paths.emplace_back();
+                        parents.add(std::uint32_t{above + 1});
+                        names.add(path.name);
+                    }
+                    numbers.push_back(*at);
+                    add(*at, path.total, path.self, path.calls);
                 }
+                return numbers;
             },
-            [&](std::size_t depth, const Call& call) {
-                if (stack[depth] == kNone)
-                    return;
-                Path& path = paths[stack[depth]];
-                path.total += call.duration;
-                path.self += call.self;
-                ++path.calls;
+            [&](const CutCall& call, std::uint64_t duration, std::uint64_t self) {
+                add(call.path, duration, self, 1);
             });
     }
     ReportColumn totals, selves, calls;

@@ -6,6 +6,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,11 +16,16 @@ namespace qvx {
 
 /// What the page asks of an index: a name, and what is told besides. Ticks are counted from the base of the index.
 /// May be used by several threads at once.
+///
+/// Sums of calls are made of parts: the time of a track is cut into slices, of which each is summed up when it is
+/// needed first, and kept. What is asked for later looks at the slices that it begins and ends in, and no others.
 class TrackAnswers {
 public:
     using Words = std::map<std::string, std::string>;
 
-    explicit TrackAnswers(const TrackIndex& index) : m_index(index) {}
+    /// A slice has so many blocks at least, of the row of its track that has the most.
+    explicit TrackAnswers(const TrackIndex& index, std::size_t blocks = 256);
+    ~TrackAnswers();
 
     /// The answer; nothing to a question that there is not, or that cannot be understood.
     std::optional<std::string> answer(const std::string& question, const Words& words) const;
@@ -28,7 +34,9 @@ private:
     class Asked;
     class Cells;
     class Cursor;
-    struct Call;
+    struct Part;
+    struct Slices;
+    struct CutCall;
 
     std::string tile(const Asked& asked) const;
     std::string table(const Asked& asked) const;
@@ -62,10 +70,19 @@ private:
     template <class Opens, class Ends>
     void eachCall(const TrackIndex::TrackEntry& track, std::int64_t from, std::int64_t to, const Opens& opens,
                   const Ends& ends) const;
+    /// A part of the time, summed up.
+    Part partOf(const TrackIndex::TrackEntry& track, std::int64_t from, std::int64_t to) const;
+    /// Tells `take` of parts that make a time, with their own times; it gives numbers for the paths of a part, or none.
+    /// Then tells `ends` of the calls that reach beyond a part, with such a number, their durations and their self
+    /// times.
+    template <class Take, class Ends>
+    void eachPart(const TrackIndex::TrackEntry& track, std::int64_t from, std::int64_t to, const Take& take,
+                  const Ends& ends) const;
     /// The tracks that have calls, or one of them.
     std::vector<const TrackIndex::TrackEntry*> callTracks(const Asked& asked) const;
 
     const TrackIndex& m_index;
+    std::unique_ptr<Slices[]> m_slices; ///< by track
 };
 
 } // namespace qvx
