@@ -4,11 +4,12 @@
 #     bench/files.sh DIRECTORY
 #
 # The directory of a build. COPIES (65) of one trace make the large file, LINES (9000000) are counted by each of two
-# threads; with these it takes 10 GB and some minutes.
+# threads, and VIEWS (5) times what these leave is shown by qvx view; with these it takes 10 GB and some minutes.
 set -euo pipefail
 build=$(realpath "$1")
 copies=${COPIES:-65}
 lines=${LINES:-9000000}
+views=${VIEWS:-5}
 qvx=$build/tools/qvx/qvx
 repository=$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")
 mkdir -p "$build/bench"
@@ -81,3 +82,16 @@ timed 'who waits' "$(size "$trace")" "$qvx" stats "$trace" --by thread --name 'c
 timed 'who calls whom' "$(size "$trace")" "$qvx" graph "$trace" -f -o out
 timed 'what happened in the second from 0.5 s on' "$(size "$trace")" \
     "$qvx" dump "$trace" --format text --from 500ms --to 1500ms -f -o out
+
+mkdir recorded
+mv thread_*.qvx recorded
+offsets=()
+for ((i = 1; i <= views; ++i)); do # one after the other in time
+    mkdir "$i"
+    ln recorded/* "$i"
+    offsets+=(--offset "$i=$((100 * i))s")
+done
+"$qvx" merge [0-9]* "${offsets[@]}" -o all.qvx 2>/dev/null
+rm -r recorded [0-9]*
+printf '\n%s\n\n' "all of these $views times in one trace: $(mega "$(stat -c %s all.qvx)")"
+python3 "$repository/bench/view.py" "$qvx" all.qvx
