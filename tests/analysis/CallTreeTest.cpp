@@ -5,6 +5,7 @@
 #include "quorvex/analysis/TraceNames.h"
 #include "quorvex/packets/SoftwareObjectPackets.h"
 #include "quorvex/stream/TraceCursor.h"
+#include "tests/support/Effort.h"
 #include "tests/support/TraceSteps.h"
 
 #include <gtest/gtest.h>
@@ -147,7 +148,7 @@ std::string randomCalls(std::mt19937& random) {
 
 TEST(CallTree, AgreesWithTheTimesOfFunctions) {
     std::mt19937 random(20261122);
-    for (unsigned run = 0; run < 40; ++run) {
+    for (unsigned run = 0; run < effort(40, 6); ++run) {
         const std::vector<std::string> traces = {"=1 a =2 b " + randomCalls(random), "=1 c " + randomCalls(random)};
         const bool byThread = run % 2;
         const TickWindow window = run % 3 ? TickWindow() : TickWindow{1000, 5000};

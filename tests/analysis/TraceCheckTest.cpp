@@ -5,6 +5,7 @@
 #include "quorvex/stream/PageFormat.h"
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "tests/support/Doubles.h"
+#include "tests/support/Effort.h"
 
 #include <gtest/gtest.h>
 
@@ -122,7 +123,7 @@ TEST(TraceCheck, KnowsThePagesOfAPagedTrace) {
     MemorySink sink;
     CTraceWriterPaged writer(sink);
     RandomPackets random(20261122);
-    for (unsigned i = 0; i < 30'000; ++i)
+    for (unsigned i = 0; i < effort(30'000, 10'000); ++i)
         writer.put(random.next().get());
     writer.flush();
     const auto ofPages = [](const std::string& trace) {

@@ -104,7 +104,7 @@ std::string tableOf(const std::string& trace) {
 
 TEST(TraceEvents, AreTheSameInAllFormsOfATrace) {
     RandomPackets random(20261122);
-    for (unsigned round = 0; round < effort(8, 2); ++round) {
+    for (unsigned round = 0; round < effort(8, 1); ++round) {
         const std::string trace = randomTrace(random, effort(700'000, 300'000)); // more than a page
         const std::string expected = digest(trace);
         for (const Form form : {Form::AsItIs, Form::Absolute, Form::Relative}) {
@@ -262,7 +262,7 @@ TEST(TraceEvents, AreATraceWithoutDamageThatHasTheSameEvents) {
     RandomPackets random(5);
     std::string all = randomTrace(random, kPageSize); // enough to be known as a trace
     for (unsigned code = 0; code < 256; ++code) {
-        for (unsigned length = 0; length < 256; ++length)
+        for (unsigned length = 0; length < 256; length += effort(1, 5))
             all += std::string{static_cast<char>(code), static_cast<char>(length)} + std::string(length, '\1');
     }
     std::vector<std::string> traces{all};
@@ -287,7 +287,7 @@ TEST(TraceEvents, AreATraceWithoutDamageThatHasTheSameEvents) {
 TEST(TraceEvents, AreWhatCanBeReadOfATrace) {
     const std::string trace = eventBytes(everyKind());
     const std::vector<Event> events = eventsOf(trace);
-    for (std::size_t cut = 200; cut <= trace.size(); ++cut) {
+    for (std::size_t cut = 200; cut <= trace.size(); cut += effort(1, 3)) {
         const std::vector<Event> read = eventsOf(trace.substr(0, cut));
         std::size_t whole = 0;
         while (whole < events.size() && events[whole].end <= cut)

@@ -618,7 +618,7 @@ TEST(TracePages, FindThePlaceOfATick) {
     CTraceWriterPaged writer(sink);
     std::uint64_t tick = 100;
     std::vector<std::pair<std::uint64_t, std::uint64_t>> ticks;
-    while (stream.str().size() < 6 * kPageSize) {
+    while (writer.tellp() < 6 * kPageSize) {
         tick += random.below(5) == 0 ? random.below(1000) : 0;
         const bool hasTick = random.below(50) > 0;
         const std::string text(hasTick ? 1 : 255, 'x');

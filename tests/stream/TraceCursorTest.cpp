@@ -18,7 +18,7 @@ void expectMatch(const std::string& trace, const std::string& what) {
 
 TEST(TraceCursor, HandsOutWhatTheReaderDoes) {
     RandomPackets random(20261122);
-    for (unsigned round = 0; round < effort(200, 20); ++round) {
+    for (unsigned round = 0; round < effort(200, 8); ++round) {
         std::string trace;
         for (unsigned i = 0; i < 200; ++i) {
             trace += random.wire();
