@@ -72,7 +72,8 @@ EventComparison::EventComparison(Rules rules)
 EventComparison::~EventComparison() = default;
 
 void EventComparison::note(Side side, std::string_view event) {
-    if (factsOf(tagTCode(byteAt(event, 0))).role == Role::Definition)
+    const auto code = tagTCode(byteAt(event, 0));
+    if (code == Message || factsOf(code).role == Role::Definition)
         m_names->names[side].note(*packetOf(event));
 }
 

@@ -292,8 +292,9 @@ template <class Packet> void TraceRules::State::look(File& file, const Packet& p
             lookAtEnter(file, enter->TgtFuncId());
     } else if (code == Event) {
         lookAtEvent(file, packet.template as<CEvent>()->EvtId());
-    } else if (code == Message && !about(RuleAbout::Message).empty()) {
+    } else if (code == Message) {
         const auto& object = objectOf(packet);
+        names.note(*object, file.number); // it may name a thread
         const std::string text(wholeTextOf(*object));
         for (Rule* rule : about(RuleAbout::Message)) {
             if (matches(rule->name, text))
@@ -500,7 +501,8 @@ bool TraceRules::needOrder() const {
 
 void TraceRules::learn(TraceFile& trace, std::uint32_t file) {
     while (trace.advance()) {
-        if (factsOf(trace.cursor().TraceCode()).role != Role::Definition)
+        const tagTCode code = trace.cursor().TraceCode();
+        if (code != Message && factsOf(code).role != Role::Definition)
             continue;
         const PacketPointer packet = objectOf(trace.cursor());
         m_state->names.note(*packet, file);
@@ -528,6 +530,10 @@ void TraceRules::read(Merged& traces) {
         m_state->look(files[traces.file()], MadePacket{*packet, traces.offset(), traces.tick()});
     for (State::File& file : files)
         m_state->end(file, traces.report(file.number));
+}
+
+const CTraceNames& TraceRules::names() const {
+    return m_state->names;
 }
 
 std::vector<RuleResult> TraceRules::results() {

@@ -14,6 +14,7 @@
 
 namespace Quorvex {
 
+class CTraceNames;
 class Merged;
 class TraceFile;
 
@@ -93,6 +94,8 @@ public:
     /// Reads several traces as one; they are numbered as they are there.
     void read(Merged& traces);
 
+    /// The names that the traces have given so far, each by its number.
+    const CTraceNames& names() const;
     /// What became of all rules, in their order. No trace can be read behind that.
     std::vector<RuleResult> results();
 

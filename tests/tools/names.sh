@@ -76,6 +76,34 @@ END
     grep -qF '"thread_names": {"2": "main", "3": "helper 1"}, "process_names": {}, "programs": {"7": "/usr/bin/make"}, "commands": {"7": "make all"}' ||
     fail 'info for programs'
 
+# Two traces that differ in a counter, whose values are doubles as elsewhere.
+counted() { cat table; for value in 4598175219545276416 $1; do row CounterValue 36 1070 1 2 Invalid 9 $value; done; }
+counted 4611686018427387904 >one
+counted 4609434218613702656 >other
+run 1 diff one other --context 1 >out
+diff - out <<'END' || fail 'diff'
+--- one
++++ other
+  event 15, offset 502: CounterValue tick 1070 (0.000000070 s), core 1, thread 2 (main), CntrId 0x00000009, Value 0.25
+- event 16, offset 540: CounterValue tick 1070 (0.000000070 s), core 1, thread 2 (main), CntrId 0x00000009, Value 2.0
++ event 16, offset 540: CounterValue tick 1070 (0.000000070 s), core 1, thread 2 (main), CntrId 0x00000009, Value 1.5
+  event 16 differs: Value
+END
+run 1 diff one other --context 0 --format json >out
+[ "$(grep -c '"thread_name": "main"' out)" -eq 2 ] || fail 'diff for programs'
+# A rule is told of the names that come later, too.
+run 1 assert trace --rule 'function "work" never shorter than 20ns' --rule 'thread gap never longer than 19ns' >out
+grep -F ' s from' out | diff - <(
+    printf '    trace: offset %s, %s from the start: %s\n' \
+        442 'thread 4, core 0, tick 1060, 0.000000060 s' 'work takes 1 ns' \
+        329 'thread 2 (main), core 1, tick 1030, 0.000000030 s' 'nothing in thread 2 for 20 ns' \
+        412 'thread 3 (helper 1), core 0, tick 1050, 0.000000050 s' 'nothing in thread 3 for 30 ns'
+) || fail 'assert'
+for input in trace -; do
+    run 1 assert "$input" --rule 'function "work" called at most 1 time' --format json <trace >out
+    grep -q '"thread": 3.*"thread_name": "helper 1"' out || fail "assert $input for programs"
+done
+
 # What each format has of it. The command line and what is no name are lost where messages are.
 while read -r code file text; do
     run "$code" export trace -f -o "$file"

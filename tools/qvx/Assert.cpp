@@ -8,6 +8,7 @@
 #include "Verbs.h"
 #include "quorvex/analysis/Merged.h"
 #include "quorvex/analysis/TraceError.h"
+#include "quorvex/analysis/TraceNames.h"
 #include "quorvex/analysis/TraceRules.h"
 #include "quorvex/platform/System.h"
 
@@ -190,16 +191,17 @@ private:
 
     std::string textOf(const RuleFinding& finding) const {
         std::string where;
-        const auto add = [&where](const char* before, std::uint64_t value, bool isKnown) {
-            if (isKnown)
-                where += fmt::format("{}{}{}", where.empty() ? "" : ", ", before, value);
-        };
-        add("offset ", finding.offset, finding.offset != kUnknown64);
-        add("thread ", finding.thread, !isUnknown(FieldMeaning::Context, finding.thread));
-        add("core ", finding.core, !isUnknown(FieldMeaning::Context, finding.core));
-        add("tick ", finding.tick, finding.tick != kUnknown64);
+        const auto add = [&where](const std::string& what) { where.append(where.empty() ? "" : ", ").append(what); };
+        if (finding.offset != kUnknown64)
+            add(fmt::format("offset {}", finding.offset));
+        if (!isUnknown(FieldMeaning::Context, finding.thread))
+            add(m_rules.names().threadText(finding.thread, finding.file));
+        if (!isUnknown(FieldMeaning::Context, finding.core))
+            add(fmt::format("core {}", finding.core));
+        if (finding.tick != kUnknown64)
+            add(fmt::format("tick {}", finding.tick));
         if (finding.nanoseconds != kUnknown64)
-            where += fmt::format(", {} s from the start", secondsText(finding.nanoseconds));
+            add(fmt::format("{} s from the start", secondsText(finding.nanoseconds)));
         const std::string file = finding.file < m_files.size() ? m_files[finding.file] + ": " : "";
         return file + where + (where.empty() ? "" : ": ") + finding.text;
     }
@@ -258,6 +260,8 @@ private:
             add("core", finding.core, !isUnknown(FieldMeaning::Context, finding.core));
             add("tick", finding.tick, finding.tick != kUnknown64);
             add("time_ns", finding.nanoseconds, finding.nanoseconds != kUnknown64);
+            if (const std::string& name = m_rules.names().threadName(finding.thread, finding.file); !name.empty())
+                line.add("thread_name", name);
             addValue(line, finding.value);
             out << line.add("text", finding.text).text();
         }

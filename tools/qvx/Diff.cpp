@@ -4,6 +4,7 @@
 #include "PacketJson.h"
 #include "Print.h"
 #include "Selection.h"
+#include "Story.h"
 #include "TimeText.h"
 #include "TraceInput.h"
 #include "Verbs.h"
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <deque>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -103,6 +105,8 @@ public:
     const TraceInput& input() const { return m_input; }
     Side side() const { return m_side; }
     const TraceSpan& span() const { return m_span; }
+    /// What the values of a counter are that have been read.
+    CounterType typeOf(std::uint32_t counter) const { return m_counters.at(counter).type(); }
     /// A tick, and how long after the first one that is.
     std::string timeText(std::uint64_t tick) const {
         if (m_span.frequency == 0 || m_span.first == kUnknown64 || tick < m_span.first)
@@ -116,6 +120,8 @@ private:
         while (m_events.next()) {
             const CTraceCursor& packet = m_events.packet();
             m_comparison.note(m_side, m_events.bytes());
+            if (factsOf(packet.TraceCode()).isCounterValue)
+                noteValue(packet);
             m_span.look(packet);
             if (m_selection.takes(0, packet)) {
                 m_bytes = m_events.bytes();
@@ -127,12 +133,18 @@ private:
         return false;
     }
 
+    void noteValue(const CTraceCursor& packet) {
+        if (const auto value = counterValueOf(*PacketPointer(packet.packet())); value && value->isTyped)
+            m_counters[value->counter].note(value->bits);
+    }
+
     Selection m_selection;
     EventComparison& m_comparison;
     Side m_side;
     TraceInput m_input;
     TraceEvents m_events;
-    TraceSpan m_span;         ///< as far as it has been read
+    TraceSpan m_span; ///< as far as it has been read
+    std::map<std::uint32_t, CounterSort> m_counters;
     std::uint64_t m_read = 0; ///< events
     // The present event.
     std::string_view m_bytes;
@@ -326,6 +338,9 @@ private:
     /// Shows an event of one trace, or with its offset in the second of both.
     void show(std::ostream& out, const Trace& trace, const Kept& event, const std::string& differences = {},
               std::optional<std::uint64_t> secondOffset = std::nullopt) {
+        CTraceCursor cursor(event.bytes);
+        cursor.next();
+        const PacketPointer packet(cursor.packet());
         if (!isText()) {
             JsonLine line;
             line.add("in", secondOffset ? "both" : kSideWords[trace.side()])
@@ -333,10 +348,7 @@ private:
                 .add("offset", event.offset);
             if (secondOffset)
                 line.add("offset2", *secondOffset);
-            CTraceCursor cursor(event.bytes);
-            cursor.next();
-            addPacket(line, *PacketPointer(cursor.packet()), cursor.tick(), trace.span(),
-                      m_comparison.namesOf(trace.side()));
+            addPacket(line, *packet, cursor.tick(), trace.span(), m_comparison.namesOf(trace.side()));
             if (!differences.empty())
                 line.add("differs", differences);
             out << line.text();
@@ -348,24 +360,28 @@ private:
                    secondOffset                  ? ' '
                    : trace.side() == Side::First ? '-'
                                                  : '+',
-                   event.number, event.offset, second,
-                   CTCodeInfo::TCodeToName(tagTCode(static_cast<unsigned char>(event.bytes[0]))));
+                   event.number, event.offset, second, CTCodeInfo::TCodeToName(packet->TraceCode()));
+        const auto counted = counterValueOf(*packet);
         const char* between = " ";
         for (const EventField& field : m_comparison.fieldsOf(event.bytes)) {
             if (isUnknown(field) || (holdsText(field) && field.bytes.empty()))
                 continue;
-            qvx::print(out, "{}{}", between, wordsFor(trace, field));
+            qvx::print(out, "{}{}", between, wordsFor(trace, field, counted));
             between = ", ";
         }
         out << '\n';
     }
 
-    /// A field with what it is called.
-    std::string wordsFor(const Trace& trace, const EventField& field) const {
+    /// A field with what it is called; of a counter, with its value.
+    std::string wordsFor(const Trace& trace, const EventField& field, const std::optional<CountedValue>& counted) {
+        const std::optional<std::uint64_t> number = numberIn(field);
+        if (field.name == "SWCtx")
+            return shown(m_comparison.namesOf(trace.side()).threadText(static_cast<std::uint32_t>(*number)));
         std::string words(wordFor(field.name));
         words += ' ';
-        const std::optional<std::uint64_t> number = numberIn(field);
-        if (holdsText(field))
+        if (counted && counted->isTyped && field.name == "Value")
+            appendCounter(words, counted->bits, trace.typeOf(counted->counter));
+        else if (holdsText(field))
             words += "\"" + shown(field.bytes) + "\"";
         else if (number && field.meaning == FieldMeaning::Tick)
             words += trace.timeText(*number);
