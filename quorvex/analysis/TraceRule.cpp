@@ -160,8 +160,8 @@ void parseTimes(Words& words, TraceRule& rule) {
 void parseLength(Words& words, TraceRule& rule) {
     rule.demand = RuleDemand::Length;
     const bool isLonger = words.take("longer");
-    if (!isLonger)
-        words.expect("shorter");
+    if (!isLonger && !words.take("shorter"))
+        words.fail("'longer' or 'shorter'");
     words.expect("than");
     (isLonger ? rule.longest : rule.shortest) = words.takeTime();
 }
@@ -190,8 +190,8 @@ void parseValue(Words& words, TraceRule& rule) {
     } else {
         words.expect("never");
         const bool isAbove = words.take("above");
-        if (!isAbove)
-            words.expect("below");
+        if (!isAbove && !words.take("below"))
+            words.fail("'above' or 'below'");
         (isAbove ? rule.most : rule.least) = words.takeNumber();
     }
     const RuleNumberSort sort = std::max(rule.least.value_or(RuleNumber()).sort, rule.most.value_or(RuleNumber()).sort);
