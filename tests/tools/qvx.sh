@@ -196,6 +196,7 @@ done <<'END'
 dump --lmit 3 trace|--lmit: qvx dump has no such option; did you mean '--limit'?
 dump --lmit=3 --limit|--lmit: qvx dump has no such option; did you mean '--limit'?
 trace --lmit|--lmit: qvx info has no such option
+kinds --port|--port: qvx kinds has no such option
 dump trace --limit -1|--limit: '-1' is no whole number from 0 to 18446744073709551615
 dump trace --limit 18446744073709551616|--limit: '18446744073709551616' is no whole number from 0 to 18446744073709551615
 dump trace --limit 1.5|--limit: '1.5' is no whole number from 0 to 18446744073709551615

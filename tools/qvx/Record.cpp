@@ -343,7 +343,7 @@ ExitCode record(const RecordOptions& options) {
 void addRecord(Program& program) {
     auto options = std::make_shared<RecordOptions>();
     Verb verb = program.add("record", "Run a program that was built with -finstrument-functions, and record its calls");
-    verb.option("program", options->program, "The program and its arguments, behind --").required();
+    verb.option("PROGRAM", options->program, "The program and its arguments, behind --").required();
     verb.option("-o,--output", options->output, "Write to FILE, or to a new file in a directory (default: this one)");
     verb.flag("-f,--force", options->force, "Overwrite FILE if it exists");
     verb.flag("--mapped", options->mapped, "Lose nothing when the program is killed or crashes");

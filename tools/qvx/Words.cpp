@@ -28,7 +28,8 @@ std::size_t distance(std::string_view one, std::string_view other) {
 
 std::string didYouMean(std::string_view word, const std::vector<std::string>& known) {
     const std::string* nearest = nullptr;
-    std::size_t least = word.size() / 2 + 1;
+    const std::size_t dashes = std::min(word.find_first_not_of('-'), word.size());
+    std::size_t least = (word.size() - dashes) / 2 + 1;
     for (const std::string& candidate : known) {
         const std::size_t away = candidate.starts_with(word) && !word.empty() ? 1 : distance(word, candidate);
         if (away < least) {
