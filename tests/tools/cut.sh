@@ -294,6 +294,9 @@ cmp -s expected got || fail 'a part of standard input'
 head -c 500000 plain >short
 run 3 convert short --thread 7 -f -o got
 says 'short: offset 499'
+: >empty
+run 0 cut empty -f -o got
+says 'empty: is empty'
 for verb in cut dump convert; do
     run 2 $verb - --from 2ms --to 1ms -f -o got <paged
     says '--to: what is selected would end before it begins'

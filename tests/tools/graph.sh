@@ -131,4 +131,7 @@ run 0 graph - --from 6 <table >/dev/null
 big=recorded/$(ls -S recorded | head -1)
 head -c 10000 "$big" >cut
 run 3 graph cut >/dev/null
+: >empty
+run 0 graph empty >out
+[ "$(<out)" = 'no functions in these traces' ] || { cat out; fail 'an empty trace'; }
 finish graph

@@ -85,6 +85,8 @@ public:
             printJson(out, paths);
         else if (isEmpty && isAsked())
             tell("nothing is selected");
+        else if (isEmpty)
+            qvx::print(out, "no functions in these traces\n");
         else
             printTree(out, paths);
         tellNotes(out, hidden);

@@ -42,6 +42,10 @@ std::string cutIn(const TraceReport& report) {
                        missing(report), report.missing == 1 ? "is" : "are");
 }
 
+void tellEmpty(const std::string& file) {
+    tell(fmt::format("{}: is empty; a program that records it has not written yet, or was killed before", file));
+}
+
 void tellPlaces(const std::string& file, const TraceDamage& damage) {
     if (damage.places == 0)
         return;
@@ -73,8 +77,7 @@ ExitCode tellDamage(const TraceFile& input) {
         tell(fmt::format("{}: offset {}: the trace ends within {}", report.file, report.endOffset, cutIn(report)));
         break;
     case TraceEnd::Empty:
-        tell(fmt::format("{}: is empty; a program that records it has not written yet, or was killed before",
-                         report.file));
+        tellEmpty(report.file);
         break;
     case TraceEnd::Unread:
     case TraceEnd::NotMarked:
@@ -132,6 +135,8 @@ ExitCode reportDamage(const TraceFile& trace) {
 
 ExitCode reportDamage(const TracePages& pages, bool isEndMissing) {
     tellPlaces(pages.name(), pages.damage());
+    if (pages.size() == 0)
+        tellEmpty(pages.name());
     if (isEndMissing)
         tell(pages.name() + ": the end of the trace is missing");
     return pages.damage().places > 0 || isEndMissing ? DoneWithLoss : Done;
