@@ -322,7 +322,7 @@ fi
 
 # What is none of them, and what cannot be read.
 printf 'hello\n' | run 1 import - -f -o none.qvx
-says 'has no line of perf script'
+says 'has no line of perf script, for which it is taken; --format tells what it is'
 printf '{"a":1}' | run 1 import - -f -o none.qvx
 says 'has no traceEvents'
 printf '$var x' | run 1 import - -f -o none.qvx

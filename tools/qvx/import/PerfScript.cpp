@@ -228,7 +228,7 @@ void readPerfScript(std::istream& in, const std::string& name, ImportedTrace& tr
         reading.look(line);
     reading.tell();
     if (!reading.isGood())
-        throw Failure(name, "has no line of perf script");
+        throw Failure(name, "has no line of perf script, for which it is taken; --format tells what it is");
 }
 
 } // namespace qvx
