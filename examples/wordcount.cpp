@@ -118,9 +118,6 @@ int main(int argc, char** argv) {
         return 1;
     }
     // Whatever went wrong with the recording stands in the library's log.
-    if (CMessageQueue::g_Instance->size() > 0) {
-        const auto* stream = Quorvex::CQVXInstrumentingStream::get_Instance();
-        std::cerr << "wordcount: cannot record to " << stream->path() << ": "
-                  << Quorvex::platform::errorText(stream->error()) << '\n';
-    }
+    if (CMessageQueue::g_Instance->size() > 0)
+        std::cerr << "wordcount: not all could be recorded\n";
 }
