@@ -8,6 +8,7 @@
 ...     print(packet.seconds, packet.kind, packet.name)
 """
 
+from quorvex import statistics
 from quorvex._core import Packet, Reader, Report, kinds
 from quorvex._errors import TraceError
 from quorvex._record import record
@@ -27,5 +28,6 @@ __all__ = [
     "kinds",
     "open",
     "record",
+    "statistics",
     "tables",
 ]

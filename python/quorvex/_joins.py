@@ -20,7 +20,7 @@ from quorvex._tables import need
 if TYPE_CHECKING:
     import pyarrow
 
-__all__ = ["State", "finish", "join_all", "state_of"]
+__all__ = ["Names", "State", "finish", "join_all", "state_of"]
 
 Numbers = numpy.typing.NDArray[numpy.int64]
 Flags = numpy.typing.NDArray[numpy.bool_]
@@ -258,6 +258,13 @@ COLUMNS = (
 """What is to be known of the rows of spans to join them."""
 
 
+class Names(NamedTuple):
+    """What a file calls things, by their numbers."""
+
+    functions: dict[int, str]
+    threads: dict[int, str]
+
+
 def finish(
     spans: pyarrow.Table,
     before: State,
@@ -265,12 +272,12 @@ def finish(
     *,
     is_last: bool,
     nanoseconds: Callable[[int], int | None],
-    names: dict[int, str],
+    names: Names,
 ) -> pyarrow.Table:
     """Give the rows of a range as they are in the table of the whole trace, knowing what is left of all before.
 
     A call that crosses is a row where it ends. `spans` has COLUMNS and those that are wanted; `nanoseconds` converts
-    ticks, `names` tells the names of functions.
+    ticks.
     """
     pyarrow, compute = need("pyarrow"), need("pyarrow.compute")
     spans = spans.combine_chunks()
@@ -322,11 +329,11 @@ def finish(
         parent_id = spans.column("parent_id").fill_null(-1).to_numpy().copy()
         parent_id[outermost] = top
         put("parent_id", pyarrow.array(parent_id, mask=parent_id < 0))
-    for name in {"function", "parent"}.intersection(columns):
+    for name in {"thread_name", "function", "parent"}.intersection(columns):
         put(name, spans.column(name).cast("string"))
     if "parent" in table.column_names:
         ids, which = numpy.unique(top, return_inverse=True)
-        named = pyarrow.array([names.get(int(each)) for each in ids], "string").take(pyarrow.array(which))
+        named = pyarrow.array([names.functions.get(int(each)) for each in ids], "string").take(pyarrow.array(which))
         is_outermost = numpy.zeros(len(depth), dtype=bool)
         is_outermost[outermost] = True
         order = numpy.argsort(outermost)
@@ -347,7 +354,7 @@ def finish(
 
 
 def _as_row(
-    row: _Row, key: int, file: int, nanoseconds: Callable[[int], int | None], names: dict[int, str]
+    row: _Row, key: int, file: int, nanoseconds: Callable[[int], int | None], names: Names
 ) -> dict[str, object]:
     first = row.enter or row.leave
     assert first is not None
@@ -361,10 +368,11 @@ def _as_row(
     return {
         "file": file,
         "thread": key if key < 1 << 32 else None,
+        "thread_name": names.threads.get(key),
         "core": first.core,
         "process": first.process,
         "function_id": first.function,
-        "function": None if first.function is None else names.get(first.function),
+        "function": None if first.function is None else names.functions.get(first.function),
         "start_tick": start,
         "end_tick": row.end,
         "duration_ticks": length,
@@ -376,7 +384,7 @@ def _as_row(
         "self_ns": in_ns(own),
         "depth": row.depth,
         "parent_id": row.parent,
-        "parent": None if row.parent is None else names.get(row.parent),
+        "parent": None if row.parent is None else names.functions.get(row.parent),
         "has_enter": row.enter is not None,
         "has_leave": row.leave is not None,
         "enter_offset": row.enter.offset if row.enter else None,

@@ -11,8 +11,8 @@ from dataclasses import dataclass, replace
 from typing import TYPE_CHECKING, Any
 
 from quorvex import _core
-from quorvex._joins import COLUMNS, State, finish, join_all, state_of
-from quorvex._tables import Table, need, tables
+from quorvex._joins import COLUMNS, Names, State, finish, join_all, state_of
+from quorvex._tables import ALL, Table, need, tables
 
 if TYPE_CHECKING:
     import pyarrow
@@ -20,6 +20,7 @@ if TYPE_CHECKING:
 Paths = str | os.PathLike[str] | Iterable[str | os.PathLike[str]]
 
 PAGE = 256 * 1024
+_MOST = (1 << 63) - 1
 _TABLES = ("spans", "packets", "counters", "variables", "events", "messages", "states")
 
 
@@ -46,6 +47,35 @@ class File:
 
 
 @dataclass(frozen=True)
+class Wanted:
+    """What is to be made of traces."""
+
+    table: str
+    columns: tuple[str, ...]
+    first_tick: int = 0
+    """Rows are from that tick on; spans are those that reach into it,"""
+    end_tick: int = ALL
+    """and before that one."""
+    index: bool = True
+    """What traces define is left beside them."""
+
+    @staticmethod
+    def of(table: str, columns: Sequence[str] | None, first_tick: int, end_tick: int, index: bool) -> Wanted:
+        """Check what is asked for; without columns, all of them."""
+        return Wanted(table, tuple(columns_of(table, columns)), first_tick, end_tick, index)
+
+    @property
+    def is_spans(self) -> bool:
+        """Calls cross ranges."""
+        return self.table == "spans"
+
+    @property
+    def is_of_all_time(self) -> bool:
+        """No time is chosen."""
+        return (self.first_tick, self.end_tick) == (0, ALL)
+
+
+@dataclass(frozen=True)
 class Part:
     """A range of pages of a trace."""
 
@@ -67,6 +97,40 @@ class Part:
         content: bytes = system.cat_file(path, start=begin, end=end) if end > begin else b""
         return content if self.first == 0 or _core.looks_like_trace(content[:PAGE]) else b""
 
+    def within(self, wanted: Wanted) -> Part:
+        """Give the pages of it that can have packets of the time that is wanted, as the beginnings of some tell.
+
+        Where these do not follow one another in time, it is all.
+        """
+        if wanted.is_of_all_time or (self.is_whole and (self.file.is_local or not is_paged(self.file))):
+            return self  # of a whole file that is here, the library looks at the times
+        behind = self.first + self.count
+        begins = list(range(self.first, behind, -(-self.count // _PROBES)))
+        found = _first_ticks(self.file, begins if self.is_last else [*begins, behind])
+        ticks = [tick for tick in found if tick is not None]
+        if len(ticks) < len(found) or ticks != sorted(ticks):
+            return self
+        ticks[0] = ticks[0] if self.first else 0  # what is defined may be older
+        ends = ticks[1:] + [ALL] * self.is_last
+        kept = [
+            n
+            for n, (tick, end) in enumerate(zip(ticks, ends, strict=False))
+            if tick < wanted.end_tick and end >= wanted.first_tick
+        ]
+        if not kept:
+            return replace(self, count=0)
+        last = kept[-1] + 1
+        end = begins[last] if last < len(begins) else behind
+        first = begins[kept[0]]
+        return Part(self.file, first, end - first, self.is_last and end == behind)
+
+    def ends_before(self, wanted: Wanted) -> bool:
+        """Whether all in it is before the time that is wanted, as far as pages follow one another in time."""
+        if wanted.first_tick == 0 or self.is_last:
+            return False
+        begin, end = _first_ticks(self.file, [self.first, self.first + self.count])
+        return begin is not None and end is not None and begin <= end < wanted.first_tick
+
     def tables(self, definitions: bytes | None) -> _core.Tables:
         """Make the tables of this range, from its bytes alone if they are elsewhere."""
         path = os.fsencode(self.file.path)
@@ -75,17 +139,31 @@ class Part:
             return _core.Tables([path], known)
         return _core.Tables([(path, self.content(), self.first * PAGE)], known)
 
-    def table(self, name: str, definitions: bytes | None, columns: Sequence[str] | None = None) -> pyarrow.Table:
-        """Read a table of this range."""
-        every = tuple(column.name for column in tables()[name][1])
+    def table(self, its: _core.Tables, wanted: Wanted) -> pyarrow.Table:
+        """Read a table of this range, of its tables."""
         # One thread: others work on other partitions.
-        whole = Table(self.tables(definitions), name, tuple(columns or every), threads=1)
+        whole = Table(its, wanted.table, wanted.columns, threads=1).between(wanted.first_tick, wanted.end_tick)
         made = (whole if self.is_whole else whole.pages(self.first, self.count)).to_arrow()
         at = made.schema.get_field_index("file")
         if at < 0:
             return made
         number = need("pyarrow").array([self.file.number] * made.num_rows, "int32")
         return made.set_column(at, made.schema.field(at), number)
+
+
+_PROBES = 16
+"""Pages of a range whose beginnings are looked at for their time."""
+_BEGINNING = 8192
+"""Bytes of them."""
+
+
+def _first_ticks(file: File, pages: Sequence[int]) -> list[int | None]:
+    """Tell the first ticks of pages; None where none is found, or it cannot be read."""
+    system, path = file.system()
+    starts = [page * PAGE for page in pages]
+    ends = [min(start + _BEGINNING, file.size) for start in starts]
+    found = system.cat_ranges([path] * len(starts), starts, ends, on_error="return")
+    return [_core.first_tick(each) if isinstance(each, bytes) else None for each in found]
 
 
 def _index_path(path: str) -> str:
@@ -162,27 +240,47 @@ def definitions_of(file: File, looks: Sequence[Look], index: bool) -> bytes:
     return definitions
 
 
-def _joined_spans(part: Part, columns: Sequence[str], definitions: bytes, before: State) -> pyarrow.Table:
+def _joined_spans(part: Part, its: _core.Tables, wanted: Wanted, definitions: bytes, before: State) -> pyarrow.Table:
     frequency = _core.clock_of(definitions)
     named = Table(_core.Tables([(b"definitions", b"", 0)], [definitions]), "functions", ("function_id", "function"))
-    names = {row["function_id"]: row["function"] for row in named.to_arrow().to_pylist()}
-    return finish(
-        part.table("spans", definitions, [*columns, *(each for each in COLUMNS if each not in columns)]),
+    functions = {row["function_id"]: row["function"] for row in named.to_arrow().to_pylist()}
+    needed = tuple(dict.fromkeys([*wanted.columns, *COLUMNS]))
+    made = finish(
+        part.table(its, Wanted("spans", needed)),
         before,
-        columns,
+        needed,
         is_last=part.is_last,
         nanoseconds=lambda ticks: None if frequency is None else ticks * 10**9 // frequency,
-        names=names,
+        names=Names(functions, _core.thread_names(definitions)),
     )
+    return made if wanted.is_of_all_time else _within(made, wanted)
 
 
-def make(
-    part: Part, table: str, columns: Sequence[str], definitions: bytes | None, before: Sequence[Look] | None
-) -> pyarrow.Table:
+def _within(spans: pyarrow.Table, wanted: Wanted) -> pyarrow.Table:
+    """Choose the calls that reach into the time that is wanted."""
+    compute = need("pyarrow.compute")
+    start, end = spans.column("start_tick"), spans.column("end_tick")
+    begins_before = compute.fill_null(compute.less(start, wanted.first_tick), True)
+    has_ended = compute.fill_null(compute.less_equal(end, wanted.first_tick), False)
+    begins_behind = compute.fill_null(compute.greater_equal(start, min(wanted.end_tick, _MOST)), False)
+    return spans.filter(compute.invert(compute.or_(compute.and_(begins_before, has_ended), begins_behind)))
+
+
+def make(part: Part, wanted: Wanted, definitions: bytes | None, before: Sequence[Look] | None) -> pyarrow.Table:
     """Make the rows of a range, knowing what its file defines, and for spans what there is before."""
-    if table == "spans" and before is not None and definitions is not None:
-        return plain(_joined_spans(part, columns, definitions, join_all(each.state for each in before)), columns)
-    return plain(part.table(table, definitions, columns), columns)
+    if wanted.is_spans and part.ends_before(wanted):
+        return empty(wanted)
+    if not wanted.is_spans:
+        part = part.within(wanted)
+    if part.count == 0:
+        return empty(wanted)
+    if not wanted.is_spans or (part.is_whole and part.file.is_local):
+        return plain(part.table(part.tables(definitions), wanted), wanted.columns)
+    its = part.tables(definitions)
+    if definitions is None:
+        definitions = its.definitions(0, 1)
+    state = join_all(each.state for each in before or [])
+    return plain(_joined_spans(part, its, wanted, definitions, state), wanted.columns)
 
 
 def plain(made: pyarrow.Table, columns: Sequence[str]) -> pyarrow.Table:
@@ -196,9 +294,9 @@ def plain(made: pyarrow.Table, columns: Sequence[str]) -> pyarrow.Table:
     return made.cast(arrow.schema([(field.name, simple(field.type)) for field in made.schema]))
 
 
-def empty(table: str, columns: Sequence[str]) -> pyarrow.Table:
+def empty(wanted: Wanted) -> pyarrow.Table:
     """Give a table without rows."""
-    return plain(Table(_core.Tables([], []), table, tuple(columns)).to_arrow(), columns)
+    return plain(Table(_core.Tables([], []), wanted.table, wanted.columns).to_arrow(), wanted.columns)
 
 
 def columns_of(table: str, columns: Sequence[str] | None) -> list[str]:
@@ -211,7 +309,7 @@ def columns_of(table: str, columns: Sequence[str] | None) -> list[str]:
     return list(Table(_core.Tables([], []), table, ()).select(*columns).columns)
 
 
-def _is_paged(file: File) -> bool:
+def is_paged(file: File) -> bool:
     """Whether it can be read from any page on; that is told by its first pages."""
     if file.is_local:
         return _core.is_paged(os.fsencode(file.path))
@@ -258,9 +356,26 @@ def plan(file: File, pages: int) -> list[Part]:
 def parts_of(file: File, pages: int) -> list[Part]:
     """Cut a trace, if it is one of pages; that is told by its beginning."""
     parts = plan(file, pages)
-    return parts if len(parts) == 1 or _is_paged(file) else [replace(parts[0], is_last=True)]
+    return parts if len(parts) == 1 or is_paged(file) else [replace(parts[0], is_last=True)]
 
 
 def known_definitions(parts: Sequence[Part]) -> bytes | None:
     """Give what an earlier run has left beside a trace, where that is needed and there is something."""
     return _read_index(parts[0].file) if len(parts) > 1 else None
+
+
+@dataclass
+class Plan:
+    """The ranges of traces, and what is known of these."""
+
+    wanted: Wanted
+    parts: list[list[Part]]
+    """Of each trace."""
+    known: list[bytes | None]
+    """What each defines, where an earlier run has left that."""
+
+    @staticmethod
+    def of(paths: Paths, wanted: Wanted, pages: int, storage: dict[str, Any] | None) -> Plan:
+        """Find the traces, and cut them into ranges of so many pages."""
+        parts = [parts_of(file, pages) for file in files_of(paths, storage or {})]
+        return Plan(wanted, parts, [known_definitions(each) for each in parts])

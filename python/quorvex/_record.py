@@ -25,6 +25,14 @@ def _libraries() -> tuple[str, ...]:
     return ("<frozen ", *{os.path.realpath(sysconfig.get_paths()[name]) + os.sep for name in names})
 
 
+def _thread_name() -> str | None:
+    # `current_thread` would make an object of a thread that is none of `threading`'s.
+    active: dict[int, threading.Thread] = getattr(threading, "_active", {})
+    thread = active.get(threading.get_ident())
+    # The interpreter takes names that are surrogates; files have bytes.
+    return thread.name.encode(errors="replace").decode() if thread else None
+
+
 class record(ContextDecorator):
     """Record which functions of Python run when, in all threads, while a `with` block or a decorated function runs.
 
@@ -32,7 +40,8 @@ class record(ContextDecorator):
     the directory for temporary files; no file is replaced. Calls that a block of another recording begins go on to the
     same files. The directory becomes QVX_TRACEDIR, so that what this process starts records there, too, and functions
     in C++ that record themselves do. If QVX_TRACEMODE says nothing else, nothing is lost where the process is killed,
-    and the files can be read at any time.
+    and the files can be read at any time. Threads of `threading` are told with the name that they have when they begin
+    to record.
 
     What is recorded are functions in the files and directories of `only`; if there are none, all but those of Python's
     own library and of installed packages. A generator or a coroutine is a call each time that it goes on.
@@ -93,13 +102,13 @@ class record(ContextDecorator):
         os.environ.setdefault("QVX_TRACEMODE", "mapped")
         call = _core.callbacks()
         if _monitoring is None:
-            _core.start_recording(self._name_of, None)
+            _core.start_recording(self._name_of, _thread_name, None)
             threading.setprofile(call["profile"])
             sys.setprofile(call["profile"])
             return
         record._tool = next((tool for tool in _TOOLS if _monitoring.get_tool(tool) is None), _TOOLS[0])
         _monitoring.use_tool_id(record._tool, "quorvex")
-        _core.start_recording(self._name_of, _monitoring.DISABLE)
+        _core.start_recording(self._name_of, _thread_name, _monitoring.DISABLE)
         events = _monitoring.events
         callbacks = {
             events.PY_START: call["enter"],

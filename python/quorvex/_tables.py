@@ -20,7 +20,7 @@ if TYPE_CHECKING:
 
 __all__ = ["Column", "Table", "tables"]
 
-_ALL = (1 << 64) - 1
+ALL = (1 << 64) - 1
 
 
 class Column(NamedTuple):
@@ -89,11 +89,11 @@ class Table:
     """The names of its columns, in order; no others are made."""
     first_page: int = 0
     """It begins with that page (256 KiB) of each file,"""
-    page_count: int = _ALL
+    page_count: int = ALL
     """and has so many, as far as there are."""
     first_tick: int = 0
     """Rows are from that tick on; spans are those that reach into it,"""
-    end_tick: int = _ALL
+    end_tick: int = ALL
     """and before that one."""
     batch_rows: int = 65536
     """Rows in a batch, at most."""
@@ -108,11 +108,11 @@ class Table:
                 raise ValueError(f"{self.name} has no column {column}")
         return replace(self, columns=columns)
 
-    def pages(self, first: int, count: int = _ALL) -> Table:
+    def pages(self, first: int, count: int = ALL) -> Table:
         """Take a range of pages of each file. What is open at its ends is told by has_enter and has_leave of spans."""
         return replace(self, first_page=first, page_count=count)
 
-    def between(self, first_tick: int = 0, end_tick: int = _ALL) -> Table:
+    def between(self, first_tick: int = 0, end_tick: int = ALL) -> Table:
         """Take the rows from a tick on and before another one; spans that reach into that time."""
         return replace(self, first_tick=first_tick, end_tick=end_tick)
 

@@ -12,10 +12,11 @@ from dataclasses import replace
 from typing import Any
 
 from quorvex import _ranges
-from quorvex._ranges import File, Look, Part, Paths
-from quorvex._tables import need
+from quorvex._ranges import Look, Part, Paths, Plan, Wanted
+from quorvex._tables import ALL, need
+from quorvex.statistics import by_caller, by_counter, by_file, by_function, by_kind, by_thread
 
-__all__ = ["by_function", "read"]
+__all__ = ["by_caller", "by_counter", "by_file", "by_function", "by_kind", "by_thread", "read"]
 
 _FAN = 16  # of what is joined by one task
 
@@ -24,11 +25,9 @@ def _in_pandas(made: Any) -> Any:
     return made.to_pandas(types_mapper=need("pandas").ArrowDtype)
 
 
-def _frame(
-    part: Part, table: str, columns: Sequence[str], definitions: bytes | None, before: Sequence[Look] | None
-) -> Any:
+def _frame(part: Part, wanted: Wanted, definitions: bytes | None, before: Sequence[Look] | None) -> Any:
     """Make a partition."""
-    return _in_pandas(_ranges.make(part, table, columns, definitions, before))
+    return _in_pandas(_ranges.make(part, wanted, definitions, before))
 
 
 def _joined_definitions(looks: Sequence[Look]) -> Look:
@@ -39,25 +38,23 @@ def _call(function: Callable[..., Any], *values: Any) -> tuple[Any, ...]:
     return (function, *values)
 
 
-class _Plan:
+class _Tasks:
     """The tasks that make a table of files."""
 
-    def __init__(self, name: str, table: str, columns: Sequence[str], index: bool) -> None:
+    def __init__(self, name: str, wanted: Wanted) -> None:
         self.graph: dict[Any, Any] = {}
         self.keys: list[Any] = []
         self.name = name
-        self.table = table
-        self.columns = tuple(columns)
-        self.index = index
+        self.wanted = wanted
 
-    def add(self, file: File, parts: Sequence[Part], definitions: bytes | None) -> None:
+    def add(self, parts: Sequence[Part], definitions: bytes | None) -> None:
         """Add a trace, with what it defines if that is known."""
-        name, number = self.name, file.number
+        name, file, is_spans = self.name, parts[0].file, self.wanted.is_spans
+        number = file.number
         known: Any = None
         befores: list[Any] = [None] * len(parts)
         if len(parts) > 1:
             looks: list[Any] = [(f"{name}-look", number, n) for n in range(len(parts))]
-            is_spans = self.table == "spans"
             if is_spans or definitions is None:
                 for key, part in zip(looks, parts, strict=True):
                     self.graph[key] = _call(_ranges.look, part, definitions is None, is_spans)
@@ -69,10 +66,10 @@ class _Plan:
                 if len(found) <= _FAN:
                     break
                 found = self._tree(found, (f"{name}-defined", number, level), _joined_definitions)
-            self.graph[known] = _call(_ranges.definitions_of, file, found, self.index and definitions is None)
+            self.graph[known] = _call(_ranges.definitions_of, file, found, self.wanted.index and definitions is None)
         for part, before in zip(parts, befores, strict=True):
             key = (name, len(self.keys))
-            self.graph[key] = _call(_frame, part, self.table, self.columns, known, before)
+            self.graph[key] = _call(_frame, part, self.wanted, known, before)
             self.keys.append(key)
 
     def _tree(self, keys: Sequence[Any], name: tuple[Any, ...], join: Callable[..., Any]) -> list[Any]:
@@ -104,6 +101,8 @@ def read(
     pages_per_partition: int = 1024,
     storage_options: dict[str, Any] | None = None,
     index: bool = True,
+    first_tick: int = 0,
+    end_tick: int = ALL,
 ) -> Any:
     """Make a Dask dataframe of a table of traces.
 
@@ -117,30 +116,22 @@ def read(
     it is left beside the trace, in a file of its name with `.index` behind it, unless `index` is false or that is not
     allowed, and spares later runs that pass. Names hold within their file.
 
+    Of a time, from one tick on and before another, are the rows of `Table.between`. Where the pages of a trace follow
+    one another in time, those that can have none of it are not read; spans need those behind, which may end them, and
+    that first pass reads all.
+
     Raises ValueError for a table that is not made of ranges: functions, threads, losses.
     """
     frames = need("dask.dataframe")
-    wanted = _ranges.columns_of(table, columns)
-    files = _ranges.files_of(paths, storage_options or {})
-    token = need("dask.base").tokenize(files, table, wanted, pages_per_partition)
-    tasks = _Plan(f"quorvex-{token}", table, wanted, index)
-    for file in files:
-        parts = _ranges.parts_of(file, pages_per_partition)
-        tasks.add(file, parts, _ranges.known_definitions(parts))
+    wanted = Wanted.of(table, columns, first_tick, end_tick, index)
+    plan = Plan.of(paths, wanted, pages_per_partition, storage_options)
+    tasks = _Tasks(f"quorvex-{need('dask.base').tokenize(plan.parts, wanted)}", wanted)
+    for parts, known in zip(plan.parts, plan.known, strict=True):
+        tasks.add(parts, known)
     return frames.from_graph(
         tasks.graph,
-        _in_pandas(_ranges.empty(table, wanted)),
+        _in_pandas(_ranges.empty(wanted)),
         (None,) * (len(tasks.keys) + 1),
         tasks.keys,
         tasks.name,
-    )
-
-
-def by_function(spans: Any) -> Any:
-    """Sum up calls by function: `calls`, `total_ns`, `self_ns`, `max_ns`. Takes spans of pandas and of Dask."""
-    return spans.groupby("function").agg(
-        calls=("duration_ns", "count"),
-        total_ns=("duration_ns", "sum"),
-        self_ns=("self_ns", "sum"),
-        max_ns=("duration_ns", "max"),
     )

@@ -1,5 +1,6 @@
 #include "Core.h"
 #include "quorvex/instrument/InstrumentingStream.h"
+#include "quorvex/instrument/Record.h"
 
 #include <algorithm>
 #include <string>
@@ -22,11 +23,13 @@ public:
     }
 
     /// Begins to record. `nameOf` tells the name of a code object, or None where it is not recorded; it is asked once.
-    void start(nb::object nameOf) {
+    /// `threadName` tells that of the calling thread, or None, once a thread.
+    void start(nb::object nameOf, nb::object threadName) {
         // What another one has answered does not hold any more; the numbers do, and so do the names.
         for (auto& [code, function] : m_functions)
             function.isAsked = false;
         m_nameOf = std::move(nameOf);
+        m_threadName = std::move(threadName);
         ++m_run;
     }
     /// Ends the recording: of this thread, what is open is left, and what it has recorded goes to its file.
@@ -38,6 +41,7 @@ public:
         }
         ++m_run;
         m_nameOf.reset();
+        m_threadName.reset();
     }
 
     /// The thread begins to run that code, or goes on with it. False where it is not recorded.
@@ -128,6 +132,8 @@ private:
         if (thread.run != m_run) [[unlikely]] {
             leave(thread); // what has ended while nothing was recorded
             thread.run = m_run;
+            if (const nb::object name = m_threadName.is_valid() ? m_threadName() : nb::none(); !name.is_none())
+                quorvex_name_thread(nb::cast<std::string>(name).c_str());
         }
         return thread;
     }
@@ -138,8 +144,9 @@ private:
 
     std::unordered_map<PyObject*, Function> m_functions;
     std::vector<std::string> m_files;
-    nb::object m_nameOf; ///< null while nothing is recorded
-    unsigned m_run = 0;  ///< of the recording, and of the time behind it
+    nb::object m_nameOf;     ///< null while nothing is recorded
+    nb::object m_threadName; ///< likewise
+    unsigned m_run = 0;      ///< of the recording, and of the time behind it
     unsigned m_lastId = 0;
 };
 
@@ -213,14 +220,15 @@ void defineRecorder(nb::module_& module) {
         "What is to be called when code is entered or left, for sys.monitoring; and `profile`, for sys.setprofile.");
     module.def(
         "start_recording",
-        [](nb::object nameOf, nb::object disable) {
+        [](nb::object nameOf, nb::object threadName, nb::object disable) {
             g_disable = disable.is_none() ? nullptr : disable.inc_ref().ptr();
-            Recorder::instance().start(std::move(nameOf));
+            Recorder::instance().start(std::move(nameOf), std::move(threadName));
         },
-        nb::arg("name_of"), nb::arg("disable").none(),
-        nb::sig("def start_recording(name_of: collections.abc.Callable[[types.CodeType], str | None], disable: object) "
-                "-> None"),
-        "Begins to record what the callbacks are told; name_of gives the name of a function, or None to leave it out.");
+        nb::arg("name_of"), nb::arg("thread_name"), nb::arg("disable").none(),
+        nb::sig("def start_recording(name_of: collections.abc.Callable[[types.CodeType], str | None], "
+                "thread_name: collections.abc.Callable[[], str | None], disable: object) -> None"),
+        "Begins to record what the callbacks are told; name_of gives the name of a function, or None to leave it out,\n"
+        "thread_name that of the calling thread, or None.");
     module.def(
         "stop_recording", [] { Recorder::instance().stop(); },
         "Ends that; what this thread has recorded goes to its file.");

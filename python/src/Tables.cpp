@@ -2,10 +2,13 @@
 #include "quorvex/analysis/ArrowCData.h"
 #include "quorvex/analysis/TableFacts.h"
 #include "quorvex/analysis/TraceFile.h"
+#include "quorvex/analysis/TraceNames.h"
 #include "quorvex/analysis/TracePages.h"
 #include "quorvex/analysis/TraceSpan.h"
 #include "quorvex/analysis/TraceTables.h"
+#include "quorvex/packets/KindFacts.h"
 #include "quorvex/stream/FileKind.h"
+#include "quorvex/stream/TraceCursor.h"
 
 #include <cstdint>
 #include <memory>
@@ -154,6 +157,33 @@ void defineTables(nb::module_& module) {
             return frequency == 0 ? std::nullopt : std::optional(frequency);
         },
         nb::arg("definitions"), "Ticks in a second, as what a file defines tells; None where it does not.");
+    module.def(
+        "thread_names",
+        [](const nb::bytes& definitions) {
+            CTraceNames names;
+            CTraceCursor cursor(std::string_view(definitions.c_str(), definitions.size()));
+            while (cursor.next())
+                names.note(*PacketPointer(cursor.packet()));
+            nb::dict all;
+            for (const std::uint32_t thread : names.threads()) {
+                if (const std::string& name = names.threadName(thread); !name.empty())
+                    all[nb::int_(thread)] = textOf(name);
+            }
+            return all;
+        },
+        nb::arg("definitions"), nb::sig("def thread_names(definitions: bytes) -> dict[int, str]"),
+        "What threads are called, by their numbers, as what a file defines tells.");
+    module.def(
+        "first_tick",
+        [](const nb::bytes& content) -> std::optional<std::uint64_t> {
+            CTraceCursor cursor(std::string_view(content.c_str(), content.size()));
+            while (cursor.next()) {
+                if (factsOf(cursor.TraceCode()).role == Role::Happening && cursor.tick() != kUnknown64)
+                    return cursor.tick();
+            }
+            return std::nullopt;
+        },
+        nb::arg("content"), "The tick of the first packet in these bytes that tells what has happened; None for none.");
     module.def(
         "is_paged", [](const nb::bytes& path) { return TracePages(std::string(path.c_str(), path.size())).arePages(); },
         nb::arg("path"), "Whether a file is of pages, any of which can be read without those before.");

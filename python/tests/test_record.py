@@ -63,6 +63,35 @@ assert len(set(quorvex.open(recording.files))) == len(list(quorvex.open("traces"
     assert not any(report.is_lossy for report in trace.read().reports())
 
 
+def test_names_of_threads(run):
+    pytest.importorskip("pyarrow")
+    trace = run(
+        FIB
+        + """
+import _thread
+names = ["worker", "a \\\\ b\\n", "zwölf", ""]
+with quorvex.record("traces"):
+    fib(2)
+    threads = [threading.Thread(name=name, target=fib, args=(3,)) for name in names]
+    for thread in threads: thread.start()
+    for thread in threads: thread.join()
+    done = _thread.allocate_lock()
+    done.acquire()
+    def other(): fib(4), done.release()
+    _thread.start_new_thread(other, ())
+    done.acquire()
+with quorvex.record():
+    threading.current_thread().name = "later"
+    fib(0)
+"""
+    )
+    named = trace.spans.select("thread_name", "function").to_arrow().to_pylist()
+    counts = Counter(row["thread_name"] for row in named if row["function"].startswith("fib"))
+    counts.pop(None, None)  # before Python 3.12, threads that are not of `threading` are not recorded
+    assert counts.pop(next(name for name in counts if name.startswith("Thread-"))) == 5
+    assert counts == {"worker": 5, "a \\ b\n": 5, "zwölf": 5, "later": 4}
+
+
 @pytest.mark.parametrize(
     ("source", "expected"),
     [
