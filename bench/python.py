@@ -3,8 +3,9 @@
 
     python.py [--spans N] [--packets N] [--keep DIRECTORY] [--qvx PROGRAM]
 
-Processor time is told beside the time that passes, because the machine may have other work; memory is what the process
-had at most. Each line is measured in a process of its own.
+Processor time is told beside the time that passes, because the machine may have other work. Memory is what a function
+took at most beyond the packages that it needs, the peak all that its process did. Each line is measured in a process of
+its own.
 """
 
 from __future__ import annotations
@@ -91,10 +92,10 @@ def plan(partitions: int) -> dict[str, object]:
 
     from quorvex import _ranges, dask
 
-    tasks = dask._Plan("plan", "spans", ("function", "self_ns"), index=False)
+    tasks = dask._Tasks("plan", _ranges.Wanted("spans", ("function", "self_ns"), index=False))
     for number in range(partitions // 4):
         file = _ranges.File(number, f"s3://runs/{number}.qvx", 1 << 30, is_local=False)
-        tasks.add(file, _ranges.plan(file, 1024), None)
+        tasks.add(_ranges.plan(file, 1024), None)
     return {
         "partitions": len(tasks.keys),
         "tasks": len(tasks.graph),
@@ -115,8 +116,9 @@ def workers(directory: str, count: int) -> dict[str, object]:
     ):
         client.run(lambda: __import__("quorvex.dask"))
         frame = dask.read(
-            directory, columns=["function", "duration_ns", "self_ns"], pages_per_partition=256, index=False
+            directory, columns=["function", "duration_ns", "self_ns"], pages_per_partition=32, index=False
         )
+        dask.by_function(frame.partitions[0]).compute()  # what workers do only once is not measured
         begin = time.perf_counter()
         sums = dask.by_function(frame).compute()
         seconds = time.perf_counter() - begin
@@ -152,9 +154,11 @@ def beside_babeltrace(directory: str, qvx: str) -> dict[str, object]:
     return facts
 
 
-def measured(*words: str) -> None:
+def measured(*words: str) -> dict[str, float]:
     """Run one of these functions in a process of its own, and print what it took."""
-    subprocess.run([sys.executable, __file__, "--run", *words], check=True)
+    done = subprocess.run([sys.executable, __file__, "--run", *words], check=True, stdout=subprocess.PIPE, text=True)
+    print(done.stdout, end="", flush=True)
+    return json.loads(done.stdout[done.stdout.index("{") :])
 
 
 def run(name: str, *words: str) -> None:
@@ -171,12 +175,10 @@ def run(name: str, *words: str) -> None:
     begin, begin_cpu = time.perf_counter(), time.process_time()
     told = function(*values)
     seconds, cpu = time.perf_counter() - begin, time.process_time() - begin_cpu
-    memory = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before
-    facts = {"seconds": round(seconds, 2), "cpu": round(cpu, 2), "memory_MiB": memory // 1024, **told}
-    print(
-        f"{name:15} {json.dumps({key: round(v, 1) if isinstance(v, float) else v for key, v in facts.items()})}",
-        flush=True,
-    )
+    peak = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+    memory = {"memory_MiB": (peak - before) // 1024, "peak_MiB": peak // 1024}
+    facts = {"seconds": seconds, "cpu": cpu, **memory, **told}
+    print(f"{name:15} {json.dumps({key: round(v, 2) if isinstance(v, float) else v for key, v in facts.items()})}")
 
 
 def main() -> None:
@@ -203,12 +205,13 @@ def main() -> None:
             if not traces.exists():
                 measured("record", str(traces), str(calls))
             bytes_ = sum(file.stat().st_size for file in traces.iterdir())
-            print(f"{calls} calls, {bytes_ / 1e6:.0f} MB, {os.cpu_count()} processors")
+            print(f"{calls} calls, {bytes_ / 1e6:.0f} MB, {os.cpu_count()} processors", flush=True)
             for function in functions:
                 measured(function, str(traces))
-            if calls == options.packets // 2:
-                measured("workers", str(traces), "1")
-                measured("workers", str(traces), "2")
+            if size == "spans":
+                one, two, again, twice = (measured("workers", str(traces), count) for count in "1212")
+                seconds = [each["query_seconds"] for each in (one, again, two, twice)]
+                print(f"two workers: {sum(seconds[:2]) / sum(seconds[2:]):.2f} times one", flush=True)
             if options.qvx and size == "spans":
                 measured("beside_babeltrace", str(traces), options.qvx)
 
