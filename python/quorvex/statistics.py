@@ -4,9 +4,10 @@
 >>> quorvex.statistics.by_function(quorvex.dask.read("s3://runs")).compute()  # doctest: +SKIP
 >>> quorvex.statistics.by_function(quorvex.spark.read(spark, "/runs")).show()  # doctest: +SKIP
 
-Each takes a table with the columns that it names, and gives a dataframe of the same sort, in no order: a table of
-`quorvex.open` gives one of pandas. What is grouped by is its index, in Spark its first columns. What is not known is a
-group, too. Numbers are the same whatever the table is of, and however it is divided.
+Each takes a table with the columns that it groups by and those that it sums up - of spans `duration_ns` and `self_ns`,
+of counters `value`, of packets `file_offset` and `tick` - and gives a dataframe of the same sort, in no order; a table
+of `quorvex.open` gives one of pandas. What is grouped by is its index, in Spark its first columns. What is not known is
+a group, too. Numbers are the same whatever the table is of, and however it is divided.
 """
 
 from __future__ import annotations
