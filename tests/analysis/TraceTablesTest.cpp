@@ -10,7 +10,7 @@
 #include "quorvex/stream/TraceWriterPaged.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/Golden.h"
-#include "tests/support/RandomPackets.h"
+#include "tests/support/RandomTraces.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceSteps.h"
 
@@ -212,28 +212,17 @@ std::string manyCalls(unsigned seed, unsigned pages, unsigned inAThousandMissing
     return sink.bytes;
 }
 
-/// Packets of all kinds, as a writer puts them into pages, or one behind the other.
-std::string manyKinds(unsigned seed, unsigned pages, bool isPaged) {
-    RandomPackets random(seed);
-    MemorySink sink;
-    CTraceWriterPaged writer(sink);
-    while (sink.bytes.size() < pages * kPageSize) {
-        const test::PacketPointer packet = random.next();
-        if (!isPaged)
-            sink.bytes += wireOf(*packet);
-        else if (packet->TraceCode() != Fill && packet->StreamSize() < 2000)
-            writer.put(packet.get());
-    }
-    writer.flush();
-    return sink.bytes;
-}
-
 /// Some bytes changed.
 std::string damaged(std::string trace, unsigned seed) {
     RandomPackets random(seed);
-    for (unsigned i = 0; i < 20; ++i)
-        trace[random.below(static_cast<unsigned>(trace.size()))] = static_cast<char>(random.below(256));
+    damage(trace, random);
     return trace;
+}
+
+/// Packets of all kinds.
+std::string manyKinds(unsigned seed, unsigned pages, bool isPaged) {
+    RandomPackets random(seed);
+    return randomTrace(random, pages, isPaged);
 }
 
 TEST(TraceTables, AreTheSameInHoweverManyThreadsAndPieces) {

@@ -2,9 +2,9 @@
 
 #include "quorvex/analysis/TraceFile.h"
 #include "quorvex/stream/TraceSourceBufferMapped.h"
-#include "quorvex/stream/TraceWriterPaged.h"
 #include "tests/support/Doubles.h"
 #include "tests/support/Effort.h"
+#include "tests/support/RandomTraces.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -52,21 +52,6 @@ void look(Seen& part, const CTraceCursor& packet) {
                             contexts.system().Tick(), std::hash<std::string_view>()(packet.text())});
 }
 
-/// Packets that go on over so many pages, of all kinds, as a writer puts them there; or one behind the other.
-std::string traceOf(RandomPackets& random, unsigned pages, bool isPaged) {
-    MemorySink sink;
-    CTraceWriterPaged writer(sink);
-    while (sink.bytes.size() < pages * kPageSize) {
-        const PacketPointer packet = random.next();
-        if (!isPaged)
-            sink.bytes += wireOf(*packet);
-        else if (packet->TraceCode() != Fill && packet->StreamSize() < 2000)
-            writer.put(packet.get());
-    }
-    writer.flush();
-    return sink.bytes;
-}
-
 /// The same by every road and in every number of parts as by one cursor.
 void expectSame(const std::string& trace, const std::string& what, unsigned& joins) {
     const TemporaryDirectory directory;
@@ -106,7 +91,7 @@ TEST(TraceParts, GiveWhatOneWalkGives) {
     RandomPackets random(20261122);
     for (unsigned round = 0; round < effort(8, 1); ++round) {
         for (const bool isPaged : {true, false}) {
-            const std::string trace = traceOf(random, 4, isPaged);
+            const std::string trace = randomTrace(random, 4, isPaged);
             const std::string what = "round " + std::to_string(round) + (isPaged ? ", paged" : ", plain");
             unsigned joins = 0;
             expectSame(trace, what, joins);
@@ -116,9 +101,7 @@ TEST(TraceParts, GiveWhatOneWalkGives) {
                 const unsigned border = kPageSize * (1 + random.below(3));
                 switch (kind) {
                 case 0: // anywhere
-                    for (unsigned i = 0; i < 20; ++i)
-                        damaged[random.below(static_cast<unsigned>(trace.size()))] =
-                            static_cast<char>(random.below(256));
+                    damage(damaged, random);
                     break;
                 case 1: // where a part may begin
                     for (unsigned i = 0; i < 3; ++i)
@@ -146,7 +129,7 @@ TEST(TraceParts, GiveWhatOneWalkGives) {
 
 TEST(TraceParts, FailAsOneWalkDoes) {
     RandomPackets random(3);
-    const std::string trace = traceOf(random, 4, true);
+    const std::string trace = randomTrace(random, 4, true);
     Seen all;
     walkInParts(std::string_view(trace), all, look, {1, kPageSize, 1});
     for (const std::size_t fatal : {std::size_t{0}, all.packets.size() / 3, all.packets.size() - 1}) {
