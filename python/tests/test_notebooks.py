@@ -30,7 +30,7 @@ def test_notebook(path, tmp_path):
     kept = nbformat.read(path, 4)
     ran = copy.deepcopy(kept)
     nbclient.NotebookClient(
-        ran, timeout=300, record_timing=False, resources={"metadata": {"path": str(tmp_path)}}
+        ran, timeout=900, record_timing=False, resources={"metadata": {"path": str(tmp_path)}}
     ).execute()
     if "QUORVEX_REWRITE_GOLDEN" in os.environ:
         ran.metadata = kept.metadata
