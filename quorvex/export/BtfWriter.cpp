@@ -482,7 +482,7 @@ private:
         line(*core.entity, 0, *process.entity, process.instance, "terminate");
     }
 
-    [[gnu::always_inline]] void setTime(std::uint64_t time) {
+    void setTime(std::uint64_t time) {
         if (time == m_time && m_writer.frequency() == m_frequency && m_timeSize > 0)
             return;
         m_time = time;
@@ -498,8 +498,8 @@ private:
                                  std::to_string(stimulus.occurrences) + ",trigger\n";
         m_writer.bodyEnds(std::ranges::copy(text, m_writer.bodyRoom(text.size())).out);
     }
-    [[gnu::flatten]] void line(Entity& source, std::uint64_t sourceInstance, const Entity& target,
-                               std::uint64_t instance, std::string_view event, std::string_view note = {}) {
+    void line(Entity& source, std::uint64_t sourceInstance, const Entity& target, std::uint64_t instance,
+              std::string_view event, std::string_view note = {}) {
         if (source.lastInstance != sourceInstance || source.lastSource.empty()) {
             source.lastInstance = sourceInstance;
             source.lastSource = source.source;

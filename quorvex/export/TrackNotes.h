@@ -81,7 +81,7 @@ private:
     /// What is noted of a track by itself before it goes to the body.
     static constexpr std::size_t kBlockSize = 0x1000;
 
-    [[gnu::flatten]] void put(const Note& note) {
+    void put(const Note& note) {
         const auto more = static_cast<std::uint32_t>(m_more.size());
         const bool hasMore = note.hasMore();
         const auto putAt = [&](char* to) {

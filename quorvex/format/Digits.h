@@ -12,7 +12,7 @@
 namespace Quorvex {
 
 /// The characters of a number's eight hexadecimal digits, the first one lowest.
-[[gnu::always_inline]] constexpr std::uint64_t hexDigits(std::uint32_t value) {
+constexpr std::uint64_t hexDigits(std::uint32_t value) {
     // The highest byte to the front, then one digit a byte.
     const std::uint32_t swapped = value >> 24 | (value >> 8 & 0xFF00) | (value << 8 & 0xFF0000) | value << 24;
     std::uint64_t text = swapped;
@@ -85,32 +85,32 @@ inline constexpr std::uint64_t kZeros = 0x3030303030303030;
 /// The most characters of a value in decimal.
 inline constexpr unsigned kMostDigits = 20;
 
+/// Puts a value below kEightDigits without zeros in front, but for a last one. The end of the text.
+[[gnu::always_inline]] inline char* putFirstDigits(char* to, std::uint64_t value) {
+    const std::uint64_t digits = decimalDigits(static_cast<std::uint32_t>(value));
+    const int skipped = std::countr_zero(digits | std::uint64_t{1} << 56) / 8;
+    storeLittleEndian(to, (digits + kZeros) >> 8 * skipped);
+    return to + 8 - skipped;
+}
+
+/// Puts all eight digits of a value below kEightDigits. The end of the text.
+[[gnu::always_inline]] inline char* putEightDigits(char* to, std::uint64_t value) {
+    storeLittleEndian(to, decimalDigits(static_cast<std::uint32_t>(value)) + kZeros);
+    return to + 8;
+}
+
 /// Puts a value in decimal. The end of the text; behind it, what stands in the kMostDigits characters may change.
 inline char* putDecimal(char* to, std::uint64_t value) {
-    // In front, without zeros but for a last one.
-    const auto putFirst = [&to](std::uint64_t first) {
-        const std::uint64_t digits = decimalDigits(static_cast<std::uint32_t>(first));
-        const int skipped = std::countr_zero(digits | std::uint64_t{1} << 56) / 8;
-        storeLittleEndian(to, (digits + kZeros) >> 8 * skipped);
-        to += 8 - skipped;
-    };
-    const auto putNext = [&to](std::uint64_t next) {
-        storeLittleEndian(to, decimalDigits(static_cast<std::uint32_t>(next)) + kZeros);
-        to += 8;
-    };
-    if (value < kEightDigits) {
-        putFirst(value);
-        return to;
-    }
+    if (value < kEightDigits)
+        return putFirstDigits(to, value);
     const std::uint64_t above = value / kEightDigits;
     if (above < kEightDigits) {
-        putFirst(above);
+        to = putFirstDigits(to, above);
     } else {
-        putFirst(above / kEightDigits);
-        putNext(above % kEightDigits);
+        to = putFirstDigits(to, above / kEightDigits);
+        to = putEightDigits(to, above % kEightDigits);
     }
-    putNext(value % kEightDigits);
-    return to;
+    return putEightDigits(to, value % kEightDigits);
 }
 
 /// Puts values in decimal of which most differ from the one before in their last eight digits only, as times do. What
