@@ -160,8 +160,8 @@ TEST_F(TrackIndexFile, AnswersTheSameInSlices) {
     for (unsigned i = 0; i < 60000; ++i) {
         const std::uint64_t thread = random() % 2;
         std::vector<std::uint64_t>& its = open[thread];
-        tick += random() % 7 == 0 ? 0 : random() % (1U << random() % 24);
         const bool enters = its.size() <= 2 || (its.size() < 9 && random() % 2 == 0); // two of each thread do not end
+        tick += !enters && random() % 7 == 0 ? 0 : 1 + random() % (1U << random() % 24);
         if (enters)
             its.push_back(its.size() < 2 ? its.size() : random() % 5);
         if (enters || i % 100 != 0) // some are not left
