@@ -834,17 +834,24 @@ std::string TrackAnswers::next(const Asked& asked) const {
     const bool isBack = asked.text("back") == "1";
     const std::string pattern = asked.text("pattern");
     std::optional<Hit> best;
-    std::vector<std::optional<std::vector<bool>>> wanted(TrackIndex::tables().size());
+    struct Wanted {
+        std::vector<bool> names;
+        std::uint64_t bits = 0; ///< of these
+    };
+    std::vector<std::optional<Wanted>> wanted(TrackIndex::tables().size());
     for (const TrackEntry& track : m_index.tracks()) {
         if (track.form != Form::Spans && track.form != Form::Marks)
             continue;
-        std::optional<std::vector<bool>>& names = wanted[track.table];
-        if (!names) {
-            names.emplace();
-            for (const std::string& name : m_index.namesOf(track.table))
-                names->push_back(matches(pattern, name));
+        std::optional<Wanted>& its = wanted[track.table];
+        if (!its) {
+            its.emplace();
+            for (const std::string& name : m_index.namesOf(track.table)) {
+                const bool isIt = matches(pattern, name);
+                its->bits |= isIt ? TrackIndex::bitOf(its->names.size()) : 0;
+                its->names.push_back(isIt);
+            }
         }
-        if (std::ranges::find(*names, true) == names->end())
+        if (its->bits == 0)
             continue;
         const auto number = static_cast<std::int64_t>(&track - m_index.tracks().data());
         for (const Row& row : m_index.rowsOf(track)) {
@@ -852,18 +859,21 @@ std::string TrackAnswers::next(const Asked& asked) const {
             const auto look = [&](const Block& block, std::uint32_t i) {
                 const Item item = m_index.item(block, i);
                 const Hit hit{fromBase(item.at), number, row.place + block.place + i};
-                if (item.name >= names->size() || !(*names)[item.name] || (isBack ? hit >= from : hit <= from))
+                if (item.name >= its->names.size() || !its->names[item.name] || (isBack ? hit >= from : hit <= from))
                     return false;
                 if (!best || (isBack ? hit > *best : hit < *best))
                     best = hit;
                 return true;
             };
+            // Of most blocks the bits tell that nothing that is wanted is there.
+            const auto countOf = [&](const Block& block) { return (block.names & its->bits) != 0 ? block.count : 0; };
             bool isFound = false;
             if (!isBack) {
                 for (std::size_t n = blockAt(row, from.at); n < blocks.size() && !isFound; ++n) {
                     if (best && fromBase(blocks[n].first) > best->at)
                         break;
-                    for (std::uint32_t i = 0; i < blocks[n].count && !isFound; ++i)
+                    const std::uint32_t count = countOf(blocks[n]);
+                    for (std::uint32_t i = 0; i < count && !isFound; ++i)
                         isFound = look(blocks[n], i);
                 }
             } else {
@@ -872,7 +882,7 @@ std::string TrackAnswers::next(const Asked& asked) const {
                 for (auto n = static_cast<std::size_t>(end - blocks.begin()); n-- > 0 && !isFound;) {
                     if (best && fromBase(blocks[n].last) < best->at)
                         break;
-                    for (std::uint32_t i = blocks[n].count; i-- > 0 && !isFound;)
+                    for (std::uint32_t i = countOf(blocks[n]); i-- > 0 && !isFound;)
                         isFound = look(blocks[n], i);
                 }
             }

@@ -252,10 +252,12 @@ void TrackIndexWriter::putIntoRows(const Track& track) {
 
 void TrackIndexWriter::writeBlock(OpenRow& row, const Track& track) {
     const std::vector<TrackIndex::Packed>& items = row.items;
-    TrackIndex::Block block{0, row.count, items.front().at, 0, static_cast<std::uint32_t>(items.size()), 0, {}};
+    TrackIndex::Block block{0, row.count, items.front().at, 0, 0, static_cast<std::uint32_t>(items.size()), 0, {}};
     std::uint64_t widest = 0;
-    for (const TrackIndex::Packed& item : items)
+    for (const TrackIndex::Packed& item : items) {
         widest |= (item.at - block.first) | item.more;
+        block.names |= TrackIndex::bitOf(item.name >> TrackIndex::kFlags);
+    }
     block.isWide = widest >> 32 != 0;
     const auto choose = [&](std::size_t number, const TrackIndex::Packed& item) {
         block.chosen[number] = item;

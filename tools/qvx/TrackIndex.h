@@ -54,6 +54,7 @@ public:
         std::uint64_t place;  ///< of the first of them within the row
         std::uint64_t first;  ///< when the first one begins
         std::uint64_t last;   ///< when the last one ends
+        std::uint64_t names;  ///< the bits of all their names
         std::uint32_t count;
         std::uint32_t isWide; ///< its numbers have 64 bits, not 32
         Packed chosen[2];     ///< of spans the longest; of values the least and the greatest; of marks the first
@@ -96,6 +97,8 @@ public:
                                  : unpacked({block.first + number(std::uint32_t{}, index),
                                              number(std::uint32_t{}, count + index), name, index});
     }
+    /// A bit for a name, which it has in common with others.
+    static constexpr std::uint64_t bitOf(std::uint64_t name) { return std::uint64_t{1} << name % 64; }
     static Item unpacked(const Packed& packed) {
         return {packed.at,
                 packed.more,
