@@ -1,5 +1,4 @@
-"""What `qvx view` takes for a trace, as tables: seconds and memory of its index beside those of `qvx info` by one thread, and
-milliseconds of each question that the page asks.
+"""What `qvx view` takes for a trace, as tables: seconds of its index beside those of `qvx info` by one thread, and milliseconds of each question that the page asks.
 
     view.py QVX TRACE
 """
@@ -21,18 +20,15 @@ def measure(name, *words, serves):
     process = subprocess.Popen([qvx, *words, trace], stdout=subprocess.PIPE, text=True)
     process.stdout.readline() if serves else process.stdout.read()
     seconds = time.monotonic() - began
-    memory = ''
     if serves:
-        with open(f'/proc/{process.pid}/status') as status:
-            memory = next(f'{int(line.split()[1]) * 1024 / 1e6:.1f} MB' for line in status if line.startswith('VmHWM'))
         process.terminate()
     used = os.wait4(process.pid, 0)[2]
     process.stdout.close()
-    row(name, f'{seconds:.1f}', f'{used.ru_utime + used.ru_stime:.1f}', memory)
+    row(name, f'{seconds:.1f}', f'{used.ru_utime + used.ru_stime:.1f}')
 
 
-row('work', 'seconds', 'of the processor', 'peak memory')
-row(*['---'] * 4)
+row('work', 'seconds', 'of the processor')
+row(*['---'] * 3)
 measure('`qvx info`, one thread', 'info', '--jobs', '1', serves=False)
 measure('`qvx view`, until it serves', 'view', '--no-browser', serves=True)
 measure('the same, one thread', 'view', '--no-browser', '--jobs', '1', serves=True)
