@@ -1,4 +1,5 @@
-"""What `qvx view` takes for a trace, as tables: seconds of its index beside those of `qvx info` by one thread, and milliseconds of each question that the page asks.
+"""What `qvx view` takes for a trace, as tables: seconds of its index beside those of `qvx info` by one thread, and
+milliseconds of each question that the page asks.
 
     view.py QVX TRACE
 """
