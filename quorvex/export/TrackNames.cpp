@@ -24,6 +24,35 @@ constexpr std::pair<TextSort, const char*> kWords[] = {
 
 } // namespace
 
+std::uint32_t CTrackWriter::Names::newLabel(const LabelKey& key) {
+    m_labels.push_back(key);
+    return m_labelsOf[key] = static_cast<std::uint32_t>(m_labels.size() - 1);
+}
+
+std::uint32_t CTrackWriter::Names::groupOf(std::uint32_t process) {
+    return m_groupsOf.findOrMake(process, [&] {
+        m_groups.push_back(process);
+        return static_cast<std::uint32_t>(m_groups.size());
+    });
+}
+
+std::uint32_t CTrackWriter::Names::add(NamedTrack track) {
+    m_tracks.push_back(std::move(track));
+    return static_cast<std::uint32_t>(m_tracks.size() - 1);
+}
+
+std::uint32_t CTrackWriter::Names::addTrack(Sort sort, std::uint32_t number, std::uint32_t group) {
+    return add({{.sort = sort, .group = group, .number = number}});
+}
+
+std::uint32_t CTrackWriter::Names::addStates(std::uint64_t instance, std::uint64_t machine) {
+    return add({{.sort = Sort::States, .group = 0, .number = 0}, TextSort::StateMachineInstance, instance, machine});
+}
+
+std::uint32_t CTrackWriter::Names::keep(const ValueKey& key, std::uint32_t track) {
+    return m_known[key] = track;
+}
+
 std::uint32_t CTrackWriter::Names::trackOf(Sort sort, TextSort named, std::uint64_t number, std::string suffix) {
     const auto [at, isNew] = m_byName.try_emplace({sort, number, suffix}, static_cast<std::uint32_t>(m_tracks.size()));
     if (isNew)

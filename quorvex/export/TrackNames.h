@@ -34,40 +34,30 @@ public:
     };
 
     std::uint32_t labelOf(LabelKey key) {
-        return m_labelsOf.findOrMake(key, [&] {
-            m_labels.push_back(key);
-            return static_cast<std::uint32_t>(m_labels.size() - 1);
-        });
+        const std::uint32_t* const known = m_labelsOf.find(key);
+        return known ? *known : newLabel(key);
     }
     std::uint32_t labelOf(TextSort sort, std::uint64_t number) { return labelOf({LabelKey::Of::Name, sort, number}); }
     /// That of a function.
     [[gnu::always_inline]] std::uint32_t functionOf(std::uint32_t number) {
-        return m_functions.findOrMake(number, [&] { return labelOf(TextSort::Function, number); });
+        const std::uint32_t* const known = m_functions.find(number);
+        return known ? *known : m_functions[number] = labelOf(TextSort::Function, number);
     }
     /// The group of the threads in a process, by its label.
-    std::uint32_t groupOf(std::uint32_t process) {
-        return m_groupsOf.findOrMake(process, [&] {
-            m_groups.push_back(process);
-            return static_cast<std::uint32_t>(m_groups.size());
-        });
-    }
+    std::uint32_t groupOf(std::uint32_t process);
 
     /// A new track of a core or thread.
-    std::uint32_t addTrack(Sort sort, std::uint32_t number, std::uint32_t group = 0) {
-        return add({{.sort = sort, .group = group, .number = number}});
-    }
+    std::uint32_t addTrack(Sort sort, std::uint32_t number, std::uint32_t group = 0);
     /// A new one of an instance of a state machine.
-    std::uint32_t addStates(std::uint64_t instance, std::uint64_t machine) {
-        return add(
-            {{.sort = Sort::States, .group = 0, .number = 0}, TextSort::StateMachineInstance, instance, machine});
-    }
+    std::uint32_t addStates(std::uint64_t instance, std::uint64_t machine);
     /// That of what has that number among those of a sort of name, with something behind the name; or of what has that
     /// name by itself.
     std::uint32_t trackOf(Sort sort, TextSort named, std::uint64_t number, std::string suffix);
     /// The same for a value: that of the key, which has the sort of the track, without a look at the suffix, which
     /// `make` makes, where the track is not new.
     template <class Make> std::uint32_t trackOf(const ValueKey& key, TextSort named, Make make) {
-        return m_known.findOrMake(key, [&] { return trackOf(Sort(key.sort), named, key.number, make()); });
+        const std::uint32_t* const known = m_known.find(key);
+        return known ? *known : keep(key, trackOf(Sort(key.sort), named, key.number, make()));
     }
     Sort sortOf(std::uint32_t track) const { return m_tracks[track].track.sort; }
     /// A value on it is a text.
@@ -90,10 +80,10 @@ private:
         bool hasText = false; ///< among its values
     };
 
-    std::uint32_t add(NamedTrack track) {
-        m_tracks.push_back(std::move(track));
-        return static_cast<std::uint32_t>(m_tracks.size() - 1);
-    }
+    std::uint32_t newLabel(const LabelKey& key);
+    /// Has trackOf() find it by the key.
+    std::uint32_t keep(const ValueKey& key, std::uint32_t track);
+    std::uint32_t add(NamedTrack track);
     std::string nameOf(TextSort sort, std::uint64_t number) const;
     std::string textOf(const LabelKey& label) const;
     std::string nameOfGroup(std::uint32_t group) const;

@@ -67,6 +67,10 @@ Wire* CVCDWriter::Body::declare(Declaration&& declaration) {
     return &variable;
 }
 
+Wire* CVCDWriter::Body::keep(const ValueKey& key, Wire* variable) {
+    return m_known[key] = variable;
+}
+
 Wire* CVCDWriter::Body::declareDetail(Area area, std::uint32_t owner, std::uint32_t id) {
     const Code code = newCode();
     if (code.isNone())

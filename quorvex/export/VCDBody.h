@@ -41,10 +41,8 @@ public:
     Wire* declare(vcd::Declaration&& declaration);
     /// The same without looking at the declaration, which `make` makes, where it is not new.
     template <class Make> Wire* known(const ValueKey& key, Make make) {
-        Wire*& variable = m_known[key];
-        if (!variable)
-            variable = declare(make());
-        return variable;
+        Wire** const variable = m_known.find(key);
+        return variable && *variable ? *variable : keep(key, declare(make()));
     }
     /// A new bit for a function of a thread, or a process of a core; null when there are no more.
     Wire* declareDetail(vcd::Area area, std::uint32_t owner, std::uint32_t id);
@@ -121,6 +119,8 @@ private:
         Wire variable;
     };
 
+    /// Has known() find it.
+    Wire* keep(const ValueKey& key, Wire* variable);
     /// The code of a new variable; none when there are no more.
     vcd::Code newCode();
     void endPulses();

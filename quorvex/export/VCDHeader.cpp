@@ -1,7 +1,7 @@
 #include "quorvex/export/VCDHeader.h"
 
 #include <algorithm>
-#include <utility>
+#include <initializer_list>
 
 namespace Quorvex {
 
@@ -17,6 +17,11 @@ constexpr const char* kTypes[] = {"wire", "reg", "real"};
 constexpr const char* kAreas[] = {"core_", "thread_", "counters", "events", "signals", "states", "variables"};
 /// The scopes of details inside those of cores and threads.
 constexpr const char* kDetails[] = {"processes", "functions"};
+
+void append(std::string& to, std::initializer_list<std::string_view> texts) {
+    for (const std::string_view text : texts)
+        to += text;
+}
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
@@ -54,21 +59,25 @@ std::string_view initialOf(const Declaration& variable, Type type) {
 bool CVCDWriter::Header::write(Body& body) {
     const std::uint64_t start = m_writer.startTick();
     const std::uint64_t frequency = m_writer.frequency();
-    m_text = "$version\n\tQuorvex " QUORVEX_VERSION "\n$end\n$comment\n\t";
-    m_text += start == kUnknown64 ? "No packet tells a tick." : "Time 0 is tick " + std::to_string(start) + ".";
-    m_text += frequency == 0 ? " The clock is not known: a tick counts as 1 ns."
-                             : " The clock has " + std::to_string(frequency) + " ticks a second.";
-    m_text += " Events are pulses of one tick.";
-    m_text += "\n$end\n$timescale " + std::string(m_unit) + " $end\n$scope module trace $end\n";
+    append(m_text, {"$version\n\tQuorvex " QUORVEX_VERSION "\n$end\n$comment\n\t"});
+    if (start == kUnknown64)
+        append(m_text, {"No packet tells a tick."});
+    else
+        append(m_text, {"Time 0 is tick ", std::to_string(start), "."});
+    if (frequency == 0)
+        append(m_text, {" The clock is not known: a tick counts as 1 ns."});
+    else
+        append(m_text, {" The clock has ", std::to_string(frequency), " ticks a second."});
+    append(m_text, {" Events are pulses of one tick.\n$end\n$timescale ", m_unit, " $end\n$scope module trace $end\n"});
     body.eachVariable([this](const Declaration& declaration, const Wire& variable) { add(declaration, variable); });
     leave(m_detail);
     leave(m_scope);
-    m_text += "$upscope $end\n$enddefinitions $end\n#0\n$dumpvars\n";
+    append(m_text, {"$upscope $end\n$enddefinitions $end\n#0\n$dumpvars\n"});
     body.eachVariable([this](const Declaration& declaration, const Wire& variable) {
-        m_text.append(initialOf(declaration, Body::typeOf(variable))).append(variable.code.identifier()).append("\n");
+        append(m_text, {initialOf(declaration, Body::typeOf(variable)), variable.code.identifier(), "\n"});
         flush();
     });
-    m_text += "$end\n";
+    append(m_text, {"$end\n"});
     flush(true);
     return m_isWritten;
 }
@@ -76,24 +85,23 @@ bool CVCDWriter::Header::write(Body& body) {
 void CVCDWriter::Header::add(const Declaration& declaration, const Wire& variable) {
     goTo(declaration);
     const std::string name = nameOf(declaration);
-    const std::string code(variable.code.identifier());
     const Type type = Body::typeOf(variable);
-    const bool hasRange = type == Type::Vector && variable.width > 1;
-    const std::string range = hasRange ? "[" + std::to_string(variable.width - 1) + ":0]" : "";
-    m_text += std::string("$var ") + kTypes[unsigned(type)] + " " + std::to_string(variable.width) + " " + code + " " +
-              name + (hasRange ? " " : "") + range + " $end\n";
+    std::string range;
+    if (type == Type::Vector && variable.width > 1)
+        append(range, {"[", std::to_string(variable.width - 1), ":0]"});
+    append(m_text, {"$var ", kTypes[unsigned(type)], " ", std::to_string(variable.width), " ",
+                    variable.code.identifier(), " ", name, range.empty() ? "" : " ", range, " $end\n"});
     if (!declaration.isDetail) {
-        std::string unit;
+        Variable& shown = m_writer.m_shown.emplace_back();
+        append(shown.path, {"trace.", m_scope, ".", name, range});
+        shown.width = variable.width;
+        shown.meaning = declaration.meaning;
+        shown.stateMachine = declaration.owner;
+        shown.counterType = variable.counter ? variable.counter->type() : CounterType::Unsigned;
         if (declaration.area == Area::Counters)
-            unit = m_writer.counterUnit(static_cast<std::uint32_t>(declaration.id));
-        if (!unit.empty())
-            m_text += "$comment " + name + " is in " + inComment(unit) + " $end\n";
-        m_writer.m_shown.push_back({.path = "trace." + m_scope + "." + name + range,
-                                    .width = variable.width,
-                                    .meaning = declaration.meaning,
-                                    .stateMachine = declaration.owner,
-                                    .counterType = variable.counter ? variable.counter->type() : CounterType::Unsigned,
-                                    .unit = std::move(unit)});
+            shown.unit = m_writer.counterUnit(static_cast<std::uint32_t>(declaration.id));
+        if (!shown.unit.empty())
+            append(m_text, {"$comment ", name, " is in ", inComment(shown.unit), " $end\n"});
     }
     flush();
 }
@@ -106,11 +114,14 @@ void CVCDWriter::Header::flush(bool isEnd) {
 }
 
 void CVCDWriter::Header::goTo(const Declaration& variable) {
-    const bool isOwned = variable.area == Area::Cores || variable.area == Area::Threads;
-    std::string area = kAreas[unsigned(variable.area)] + (isOwned ? std::to_string(variable.owner) : "");
-    if (const std::string title = m_writer.names().threadTitle(variable.owner);
-        variable.area == Area::Threads && !title.empty())
-        area += "_" + legal(title);
+    std::string area = kAreas[unsigned(variable.area)];
+    if (variable.area == Area::Cores || variable.area == Area::Threads)
+        area += std::to_string(variable.owner);
+    if (variable.area == Area::Threads) {
+        const std::string title = m_writer.names().threadTitle(variable.owner);
+        if (!title.empty())
+            append(area, {"_", legal(title)});
+    }
     if (m_scope != area || (!m_detail.empty() && !variable.isDetail))
         leave(m_detail);
     if (m_scope != area) {
@@ -122,7 +133,7 @@ void CVCDWriter::Header::goTo(const Declaration& variable) {
 }
 
 void CVCDWriter::Header::enter(std::string& opened, const std::string& name) {
-    m_text += "$scope module " + name + " $end\n";
+    append(m_text, {"$scope module ", name, " $end\n"});
     opened = name;
     m_used.clear();
 }
@@ -146,20 +157,26 @@ std::string CVCDWriter::Header::idText(TextSort sort, std::uint64_t number) cons
 }
 
 std::string CVCDWriter::Header::nameOf(const Declaration& variable) {
-    std::string name =
-        variable.sort == TextSort::None ? std::string(variable.label) : given(variable.sort, variable.id);
-    if (variable.sort == TextSort::StateMachineInstance) {
-        const std::string machine = given(TextSort::StateMachine, variable.owner);
-        name = (machine.empty() ? "machine_" + idText(TextSort::StateMachine, variable.owner) : machine) + "_" +
-               (name.empty() ? idText(variable.sort, variable.id) : name);
-    } else if (name.empty()) {
-        name = std::string(variable.label) + idText(variable.sort, variable.id);
+    const auto id = [&] { return idText(variable.sort, variable.id); };
+    std::string name;
+    if (variable.sort == TextSort::None) {
+        name = variable.label;
+    } else if (variable.sort == TextSort::StateMachineInstance) {
+        name = given(TextSort::StateMachine, variable.owner);
+        if (name.empty())
+            append(name, {"machine_", idText(TextSort::StateMachine, variable.owner)});
+        const std::string own = given(variable.sort, variable.id);
+        append(name, {"_", own.empty() ? id() : own});
+    } else {
+        name = given(variable.sort, variable.id);
+        if (name.empty())
+            append(name, {variable.label, id()});
     }
     name += variable.suffix;
     if (!m_used.insert(name).second) {
-        name += "_" + idText(variable.sort, variable.id);
+        append(name, {"_", id()});
         for (unsigned number = 2; !m_used.insert(name).second; ++number)
-            name += "_" + std::to_string(number);
+            append(name, {"_", std::to_string(number)});
     }
     return name;
 }
