@@ -22,7 +22,8 @@ public:
         return recorder;
     }
 
-    /// Begins to record. `nameOf` tells the name of a code object, or None where it is not recorded; it is asked once.
+    /// Begins to record. `nameOf` tells the name of a code object, or None where it is not recorded; it is asked once,
+    /// unless several threads come to it at the same time.
     /// `threadName` tells that of the calling thread, or None, once a thread.
     void start(nb::object nameOf, nb::object threadName) {
         // What another one has answered does not hold any more; the numbers do, and so do the names.
@@ -105,8 +106,9 @@ private:
         if (!function.isAsked) [[unlikely]] {
             if (!m_nameOf.is_valid())
                 return nullptr;
+            // Other threads may run until there is an answer; they ask, too.
+            const nb::object nameOf = m_nameOf, name = nameOf(nb::handle(code));
             function.isAsked = true;
-            const nb::object name = m_nameOf(nb::handle(code));
             if (name.is_none())
                 function.id = 0;
             else if (function.name.empty())

@@ -63,6 +63,38 @@ assert len(set(quorvex.open(recording.files))) == len(list(quorvex.open("traces"
     assert not any(report.is_lossy for report in trace.read().reports())
 
 
+def test_a_function_that_two_threads_begin_with(run):
+    trace = run(
+        """
+import os
+asked, called = threading.Event(), threading.Event()
+
+def realpath(path, real=os.path.realpath):
+    if path.endswith("program.py") and threading.current_thread().name == "first":
+        asked.set()
+        called.wait()
+    return real(path)
+
+def work():
+    pass
+
+def second():
+    asked.wait()
+    work()
+    called.set()
+
+os.path.realpath = realpath
+with quorvex.record("traces"):
+    threads = [threading.Thread(target=work, name="first"), threading.Thread(target=second)]
+    for each in threads:
+        each.start()
+    for each in threads:
+        each.join()
+"""
+    )
+    assert calls(trace) == {"work": 2, "second": 1}
+
+
 def test_names_of_threads(run):
     pytest.importorskip("pyarrow")
     trace = run(
