@@ -18,17 +18,22 @@ public:
     using CTraceReaderPlain::remain;
 };
 
-/// The bytes of a packet's parts, and its name.
-template <class Parts> std::string contentsOf(const Parts& parts) {
-    std::string contents;
-    parts.visitParts([&contents](const auto& part) {
+/// The bytes of a packet's parts, and its name. Many kinds share a part, which is compiled once.
+struct Contents {
+    std::string text;
+    template <class Part> void operator()(const Part& part) {
         char bytes[UINT8_MAX + 1] = {};
         encodePart(part, bytes);
-        contents.append(bytes, partSize(part));
-        if constexpr (HasFollowingText<const std::decay_t<decltype(part)>>)
-            contents += "|" + std::string(part.followingText().view());
-    });
-    return contents;
+        text.append(bytes, partSize(part));
+        if constexpr (HasFollowingText<const Part>)
+            text.append("|").append(part.followingText().view());
+    }
+};
+
+template <class Parts> std::string contentsOf(const Parts& parts) {
+    Contents contents;
+    parts.visitParts(contents);
+    return contents.text;
 }
 
 std::string textIn(const CPacket& packet) {
