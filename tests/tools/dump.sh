@@ -24,6 +24,15 @@ row() { printf '\t%s' "$1"; shift; printf '\t%s' "$@"; printf '\n'; }
     row FunctionLeave 28 1003000 1 2 Invalid 0x7
 } >table
 run 0 convert table -o trace
+# Of values of counters, those of eight bytes are doubles where they look so; longer ones are shown whole.
+{
+    row Timestamp 16 1000 1000
+    row CounterValue 36 1000 1 2 Invalid 0x6 4611686018427387904
+    row CounterValueVar 36 1000 1 2 Invalid 0x5 7 9
+    row CounterValueVar 60 1000 1 2 Invalid 0x5 0x0102030405060708090a0b0c0d0e0f10 0x1
+} >counters
+"$qvx" dump counters --format text | sed -n 's/.*  Value=//p' | tr '\n' ' ' >out
+[ "$(<out)" = '2.0 7  Idx1=9 0x0102030405060708090a0b0c0d0e0f10  Idx1=0x00000000000000000000000000000001 ' ] || { cat out; fail 'counters'; }
 
 # expect ARGUMENTS...: compares what dump says with standard input.
 expect() { diff - <("$qvx" dump "$@" 2>err) || fail "dump $*"; }

@@ -62,6 +62,11 @@ std::uint64_t unsignedOf(std::string_view bytes) {
     return value;
 }
 
+/// Whether it has eight bytes, which can be a number of any type.
+bool isWord(const NumberField& field) {
+    return field.bytes.empty() || field.bytes.size() == sizeof field.value;
+}
+
 } // namespace
 
 std::string typedText(std::string_view type, std::string_view bytes) {
@@ -99,7 +104,7 @@ std::optional<CountedValue> counterValueOf(const CPacket& packet) {
             its.counter = static_cast<std::uint32_t>(field.value);
         } else if (field.name == std::string_view("Value") && field.isKnown) {
             its.bits = field.value;
-            its.isTyped = field.meaning != FieldMeaning::Bytes;
+            its.isTyped = isWord(field);
             isKnown = true;
         }
     });
@@ -370,7 +375,7 @@ void Story::appendPacket(std::size_t file, const CPacket& packet) {
         if (reference)
             m_line += nameOf(file, reference->sort,
                              isPartOfMachine(reference->sort) ? machine << 32 | field.value : field.value);
-        else if (name == "Value" && field.meaning != FieldMeaning::Bytes && subject.sort == TextSort::Counter)
+        else if (name == "Value" && isWord(field) && subject.sort == TextSort::Counter)
             appendCounter(m_line, field.value, sortOf(file, static_cast<std::uint32_t>(subject.id)).type());
         else
             appendValue(file, subject, field);
