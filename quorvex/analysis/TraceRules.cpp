@@ -1,6 +1,7 @@
 #include "quorvex/analysis/TraceRules.h"
 
 #include "quorvex/analysis/CallWalk.h"
+#include "quorvex/analysis/CounterType.h"
 #include "quorvex/analysis/Merged.h"
 #include "quorvex/analysis/TraceRule.h"
 #include "quorvex/format/Digits.h"
@@ -94,6 +95,7 @@ struct Known {
     std::vector<Rule*> others{}; ///< that it must have another one before it, or behind
     bool isOverflow = false;
     std::uint64_t names = kMost; ///< by which all that is so
+    CounterSort values{};        ///< of a counter
 };
 
 /// A call that is open.
@@ -103,6 +105,12 @@ struct OpenCall {
 };
 
 struct Nothing {};
+
+constexpr RuleNumberSort sortOf(CounterType type) {
+    return type == CounterType::Double   ? RuleNumberSort::Real
+           : type == CounterType::Signed ? RuleNumberSort::Signed
+                                         : RuleNumberSort::Unsigned;
+}
 
 /// What a counter's value, told in so many bytes, is as a number of a sort in 64 bits.
 std::uint64_t bitsOf(std::uint64_t value, std::size_t size, RuleNumberSort sort) {
@@ -434,12 +442,20 @@ void TraceRules::State::lookAtValue(File& file, const CPacket& packet) {
     });
     if (!value)
         return;
-    const Known& counter = knownAs(file, TextSort::Counter, id);
+    const bool isWord = size == sizeof *value; // a number of any type
+    Known& counter = knownAs(file, TextSort::Counter, id);
+    if (isWord)
+        counter.values.note(*value);
     for (Rule* rule : counter.rules) {
         ++rule->result.checked;
-        const RuleNumberSort sort = (rule->least ? rule->least : rule->most)->sort;
+        const RuleNumberSort told = (rule->least ? rule->least : rule->most)->sort;
+        const RuleNumberSort sort = isWord ? sortOf(counter.values.type()) : told;
         const RuleNumber number{sort, bitsOf(*value, size, sort)};
-        const bool isWithin = (!rule->least || *rule->least <= number) && (!rule->most || number <= *rule->most);
+        const auto isAtMost = [common = std::max(told, sort)](const RuleNumber& one, const RuleNumber& other) {
+            return one.as(common) <= other.as(common);
+        };
+        const bool isWithin =
+            (!rule->least || isAtMost(*rule->least, number)) && (!rule->most || isAtMost(number, *rule->most));
         if (!isWithin)
             breaks(*rule, place, counter.name + " is " + number.text(), valueOf(number));
     }

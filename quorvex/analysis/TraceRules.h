@@ -65,8 +65,8 @@ struct RuleResult {
 ///
 /// A name stands in double quotes, with `\` before a quote or another `\` in it; `*` stands for any characters, `?` for
 /// one. What has no name is called by its identifier, as 0x00000007. Times are told in s, ms, us or ns, or without a
-/// unit in ticks. Counters are compared as numbers without a sign; with one if a bound is negative, and as floating
-/// point if a bound has a point.
+/// unit in ticks. Counters are compared as what their values are (CounterSort); those that tell no eight bytes, as what
+/// the bounds are: with a sign if one is negative, and as floating point if one has a point.
 ///
 /// A call ends as it does for CallTimes. A rule about time is broken in a trace that does not tell its clock, unless it
 /// is told in ticks. Used by one thread at a time. Memory does not grow with the traces, but with names and threads.
