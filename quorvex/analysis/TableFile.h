@@ -99,16 +99,16 @@ struct TableFile {
         return isAll || (tick != kUnknown64 && tick >= window.from && tick < window.to);
     }
 
-    using Threads = Directory<std::uint32_t, std::int32_t>;
+    using Indices = Directory<std::uint64_t, std::int32_t>; ///< of names in their dictionary, by what they are of
 
     const TableLayout& layout;
     std::int64_t number = 0;
     std::uint64_t frequency = 0; ///< ticks in a second; 0 where that is not known
     TickWindow window;
     bool isRange = false; ///< there may be packets before and behind
-    std::array<Directory<std::uint64_t, std::int32_t>, static_cast<std::size_t>(TextSort::Transition) + 1> names;
-    Threads threads;                                 ///< indices of the names that the file gives them
-    const Threads* othersThreads = nullptr;          ///< likewise any file
+    std::array<Indices, static_cast<std::size_t>(TextSort::Transition) + 1> names;
+    Indices threads;                                 ///< indices of the names that the file gives them
+    const Indices* othersThreads = nullptr;          ///< likewise any file
     Directory<std::uint64_t, std::uint32_t> targets; ///< states that transitions lead to (CTraceNames::pair)
     Directory<std::uint32_t, CounterSort> counters;
 

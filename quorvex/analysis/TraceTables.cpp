@@ -336,7 +336,7 @@ private:
         m_isPrepared = true;
     }
     /// Takes note of what a file, or any, calls threads; with the lock.
-    void noteThreads(TableFile::Threads& threads, unsigned file) {
+    void noteThreads(TableFile::Indices& threads, unsigned file) {
         const CTraceNames& names = m_knowledge->names;
         for (const std::uint32_t thread : m_threadNames ? names.threads(file) : std::vector<std::uint32_t>()) {
             if (const std::string& name = names.threadName(thread, file); !name.empty())
@@ -477,7 +477,7 @@ private:
     /// Where the dictionaries have the names that are wanted.
     std::vector<std::pair<CTraceNames::Key, std::int32_t>> m_indices;
     std::shared_ptr<detail::NameDictionary> m_threadNames;
-    TableFile::Threads m_threads; ///< by the names that any file gives them
+    TableFile::Indices m_threads; ///< by the names that any file gives them
     bool m_wantsNames = false;    ///< or what else is told by definitions
     bool m_isPrepared = false;
     TraceShares m_shares;
