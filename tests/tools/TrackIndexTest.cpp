@@ -41,6 +41,8 @@ constexpr const char* kRows[] = {"Timestamp\t16\t0\t1000000000",
 constexpr std::size_t kWords = 11; // of the header: what it is, size, places, check, and where all stands
 constexpr std::size_t kSize = 1, kPlaces = 2, kCheck = 3, kLines = 6, kLinesSize = 7;
 
+} // namespace
+
 class TrackIndexFile : public testing::Test {
 protected:
     TrackIndexFile() {
@@ -109,8 +111,6 @@ protected:
     std::string m_bytes;
     TrackIndex m_index;
 };
-
-} // namespace
 
 TEST_F(TrackIndexFile, IsNotOpenedWhereItIsDamagedOrOfSomethingElse) {
     ASSERT_EQ(checked(m_bytes), m_bytes);
