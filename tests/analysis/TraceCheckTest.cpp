@@ -123,7 +123,7 @@ TEST(TraceCheck, KnowsThePagesOfAPagedTrace) {
     MemorySink sink;
     CTraceWriterPaged writer(sink);
     RandomPackets random(20261122);
-    for (unsigned i = 0; i < effort(30'000, 10'000); ++i)
+    for (unsigned i = 0; i < effort(30'000, 15'000); ++i)
         writer.put(random.next().get());
     writer.flush();
     const auto ofPages = [](const std::string& trace) {
