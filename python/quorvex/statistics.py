@@ -34,12 +34,14 @@ def _sum_up(table: Any, keys: tuple[str, ...], sums: _Sums) -> Any:
     if isinstance(table, Table):
         table = table.select(*dict.fromkeys([*keys, *(column for column, _ in sums.values())])).to_pandas()
     if not hasattr(table, "mapInArrow"):
-        return table.groupby(list(keys), dropna=False, observed=True).agg(**sums)
+        # There are few groups: Dask need not divide them again.
+        how: dict[str, Any] = {"split_out": 1} if hasattr(table, "npartitions") else {}
+        return table.groupby(list(keys), dropna=False, observed=True).agg(**sums, **how)
     functions = need("pyspark.sql.functions")
 
-    def made(column: str, how: str) -> Any:
-        its = getattr(functions, how)(column)
-        return functions.coalesce(its, functions.lit(0)) if how == "sum" else its  # of nothing it is 0 everywhere
+    def made(column: str, function: str) -> Any:
+        its = getattr(functions, function)(column)
+        return functions.coalesce(its, functions.lit(0)) if function == "sum" else its  # of nothing it is 0 everywhere
 
     return table.groupBy(*keys).agg(*(made(*what).alias(name) for name, what in sums.items()))
 
