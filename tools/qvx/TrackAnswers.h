@@ -24,7 +24,7 @@ public:
     using Words = std::map<std::string, std::string>;
 
     /// A slice has so many blocks at least, of the row of its track that has the most.
-    explicit TrackAnswers(const TrackIndex& index, std::size_t blocks = 256);
+    explicit TrackAnswers(const TrackIndex& index, std::size_t blocks = 32);
     ~TrackAnswers();
 
     /// The answer; nothing to a question that there is not, or that cannot be understood.
